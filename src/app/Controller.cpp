@@ -1,0 +1,90 @@
+#include "app/Controller.h"
+
+#include "common/Clock.h"
+#include "common/DeployConfig.h"
+#include "common/Print.h"
+#include "config/Deploy.h"
+#include "intake/StreamObs.h"
+#include "net/ysocket.h"
+#include "orbit/Rnxeph.h"
+#include "rinex/Rnxobs.h"
+#include "vrs/VrsMain.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+
+ControlRecord CTRL;
+int inputSocketID = -1;
+int outputSocketID = -1;
+
+namespace {
+
+constexpr int kFewestArguments = 4; // with the program's name
+constexpr int kRetryMs = 3000;
+
+std::array<std::uint8_t, 10240> received;
+std::array<std::uint8_t, 8192> reply;
+
+} // namespace
+
+void Initialize(int argc, char **argv) {
+    CTRL = {};
+    CTRL.argc = argc;
+    std::copy_n(argv, std::min<std::size_t>(static_cast<std::size_t>(argc), CTRL.argv.size()),
+                CTRL.argv.begin());
+    if (argc < kFewestArguments)
+        usage();
+    m_readJsonFile(argc, argv);
+    DLY.currentMjd = DLY.startMjd;
+    DLY.currentSod = DLY.startSod;
+    DLY.counters = {};
+    DLY.stationEpochs.resize(DLY.stations.size());
+    Rnxeph_initial();
+    for (StationEpoch &epoch : DLY.stationEpochs)
+        Rnxobs_initial(epoch);
+}
+
+void onrtcm0(std::uint32_t status, const std::uint8_t *frame, std::int32_t length) {
+    std::span<const std::uint8_t> out;
+    if (status == kEpoch) {
+        const int size = VrsMain(0, reply);
+        print("***INFO: Get a return buff, size=%d\n", size);
+        out = std::span(reply).first(static_cast<std::size_t>(size));
+    } else {
+        print("***INFO: Copy raw buff, size=%d\n", length);
+        out = {frame, static_cast<std::size_t>(length)};
+    }
+    if (!out.empty() && socket_isconnection(outputSocketID) == 0)
+        static_cast<void>(socket_send(outputSocketID, out)); // a lost reply is not repeated
+}
+
+void serveOnce() {
+    if (socket_isconnection(inputSocketID) == -1) {
+        StreamObs_m_restart();
+        if (socket_connect(inputSocketID, DLY.input.host.c_str(),
+                           static_cast<std::uint32_t>(DLY.input.port)) == -1) {
+            print("***WARN: Connect input failed, %s:%d\n", DLY.input.host.c_str(), DLY.input.port);
+            sleepms(kRetryMs);
+            return;
+        }
+    }
+    // The output is the input's descriptor: nothing is connected for it, its loss is only told.
+    if (socket_isconnection(outputSocketID) == -1)
+        print("***WARN: Connect output failed, %s:%d\n", DLY.output.host.c_str(), DLY.output.port);
+    const int length = socket_recv(inputSocketID, received);
+    print("recv len:%d\n", length);
+    StreamReader(0, received.data(), length);
+}
+
+void serve(int argc, char **argv) {
+    // A service manager sees each line at once; a peer that is gone never ends the process.
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    std::signal(SIGPIPE, SIG_IGN);
+    print("Kestrune v2.5\n");
+    onrtcm = onrtcm0;
+    Initialize(argc, argv);
+    inputSocketID = outputSocketID = socket_new_tcp();
+    for (;;)
+        serveOnce();
+}

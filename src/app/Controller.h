@@ -1,0 +1,26 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+/// Controller: start-up, the connect and receive loop, and the reply callback.
+
+/// The command line as kept for the process.
+struct ControlRecord {
+    int argc = 0;
+    std::array<char *, 5> argv{};
+};
+extern ControlRecord CTRL;
+
+/// Both are the one descriptor on which the reference stream arrives and the replies leave.
+extern int inputSocketID;
+extern int outputSocketID;
+
+/// Reads command line and configuration and sizes the buffers; ends the process on a fault.
+void Initialize(int argc, char **argv);
+/// Reply callback: an epoch is answered by the virtual station, every other frame is forwarded.
+void onrtcm0(std::uint32_t status, const std::uint8_t *frame, std::int32_t length);
+/// One pass of the loop: keep the connection up, receive a block, decode it.
+void serveOnce();
+/// Starts the service; does not return.
+[[noreturn]] void serve(int argc, char **argv);

@@ -1,0 +1,114 @@
+#include "common/ComFreq.h"
+
+#include "common/ComText.h"
+#include "common/Findings.h"
+#include "common/Print.h"
+
+#include <algorithm>
+
+namespace {
+
+// clang-format off
+/// Carriers, Hz, in the order in which the slot names are tried. Step: per GLONASS channel.
+struct Carrier { std::string_view slot; double hz; double stepHz = 0.0; };
+struct SystemCarriers { char letter; std::string_view name; std::array<Carrier, 6> carriers; };
+constexpr std::array<SystemCarriers, 5> kCarriers{{
+    {'G', "GPS", {{{"L1", 1575420000.0}, {"L2", 1227600000.0}, {"L5", 1176450000.0}}}},
+    {'J', "QZSS", {{{"L1", 1575420000.0}, {"L2", 1227600000.0}, {"L5", 1176450000.0},
+                    {"L6", 1278750000.0}}}},
+    {'E', "GALILEO", {{{"L1", 1575420000.0}, {"L8", 1191795000.0}, {"L6", 1278750000.0},
+                       {"L5", 1176450000.0}, {"L7", 1207140000.0}}}},
+    // Deliberate: "L2" is B1I; the configuration maps B1 to it and B1c to "L1".
+    {'C', "BDS", {{{"L1", 1575420000.0}, {"L2", 1561098000.0}, {"L5", 1176450000.0},
+                   {"L6", 1268520000.0}, {"L7", 1207140000.0}, {"L8", 1191795000.0}}}},
+    {'R', "GLONASS", {{{"L1", 1602000000.0, 562500.0}, {"L2", 1246000000.0, 437500.0}}}},
+}};
+// clang-format on
+
+const SystemCarriers *carriersOf(char system) {
+    const auto it = std::find_if(kCarriers.begin(), kCarriers.end(),
+                                 [&](const SystemCarriers &s) { return s.letter == system; });
+    return it == kCarriers.end() ? nullptr : &*it;
+}
+
+} // namespace
+
+std::optional<double> carrier(char system, std::string_view slot, int k) {
+    if (const SystemCarriers *const s = carriersOf(system))
+        for (const Carrier &c : s->carriers)
+            if (!c.slot.empty() && contains(slot, c.slot))
+                return c.hz + c.stepHz * k;
+    return std::nullopt;
+}
+
+std::string carrierComplaint(char system, std::string_view slot) {
+    const std::string name(slot);
+    const SystemCarriers *const s = carriersOf(system);
+    if (!s)
+        return text("freq = %s,unknow frequency", name.c_str());
+    return text("freq = %s,unknow frequency for %s", name.c_str(), std::string(s->name).c_str());
+}
+
+double getfreq(char system, std::string_view slot, int k) {
+    const std::optional<double> hz = carrier(system, slot, k);
+    if (!hz)
+        fatal("%s", carrierComplaint(system, slot).c_str());
+    return *hz;
+}
+
+int glonassChannel(std::size_t satellite) {
+    const SatelliteRecord &record = DLY.satellites[satellite];
+    if (record.glonassChannel != kUnknownChannel || DLY.stationEpochs.empty())
+        return record.glonassChannel;
+    const int sat = satid2no(record.cprn);
+    int slot = 0;
+    if (satsys(sat, &slot) != kGlonass)
+        return kUnknownChannel;
+    return DLY.stationEpochs[0].glonassChannels[static_cast<std::size_t>(slot - 1)] - 8;
+}
+
+double freqbytp(std::size_t satellite, std::string_view slot) {
+    const char system = DLY.satelliteNames[satellite].front();
+    if (!carriersOf(system)) {
+        print("type = %s,unknow observation type\n", std::string(slot).c_str());
+        return 0.0;
+    }
+    if (system != 'R')
+        return getfreq(system, slot, 0);
+    const int k = glonassChannel(satellite);
+    const double hz = getfreq(system, slot, k);
+    return validChannel(k) ? hz : 0.0;
+}
+
+int index_freq(std::span<const std::string> names, std::string_view slot) {
+    return Map_index(names, slot);
+}
+
+void updateSatfreq(SatelliteRecord &satellite) {
+    const int system = index_string(kSystems, satellite.cprn.front());
+    const int index = pointer_string(DLY.satelliteNames, satellite.cprn);
+    if (system < 0 || index < 0)
+        return;
+    const auto &names = DLY.satelliteFrequencies[static_cast<std::size_t>(system)];
+    satellite.slots.clear();
+    for (const std::string &name : names) {
+        const double hz = freqbytp(static_cast<std::size_t>(index), name);
+        satellite.slots.push_back({name, hz > 0.0 ? kSpeedOfLight / hz : 0.0});
+    }
+    const auto hzOf = [&](const std::string &name) {
+        const int at = Map_index(names, name);
+        const double wavelengthM = satellite.slots[static_cast<std::size_t>(at)].wavelengthM;
+        return wavelengthM > 0.0 ? kSpeedOfLight / wavelengthM : 0.0;
+    };
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        for (std::size_t j = i + 1; j < names.size(); ++j) {
+            // Entry i is written for every j, so it ends as the pair of i and the last slot
+            // (deliberate).
+            CarrierPair pair{names[i] + "_" + names[j], 0.0};
+            const double difference = hzOf(names[i]) - hzOf(names[j]);
+            if (difference != 0.0)
+                pair.wavelengthM = kSpeedOfLight / difference;
+            satellite.pairs[i] = pair;
+        }
+    }
+}

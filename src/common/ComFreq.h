@@ -1,0 +1,28 @@
+#pragma once
+
+#include "common/DeployConfig.h"
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+/// Com, frequencies: the carrier of a slot name ("L1", "L2", "L5", "L6", "L7", "L8") per system.
+/// Slot names are matched by substring, so "L1C" counts as "L1".
+
+/// Carrier in Hz, k being the GLONASS channel; nothing for an unknown system or slot.
+std::optional<double> carrier(char system, std::string_view slot, int k);
+/// The line that reports a slot for which `carrier` has nothing.
+std::string carrierComplaint(char system, std::string_view slot);
+/// The same, but ends the process on an unknown system or slot.
+double getfreq(char system, std::string_view slot, int k);
+/// Carrier of a configured satellite's slot, Hz; 0 where the system (one printed line) or the
+/// GLONASS channel is unknown.
+double freqbytp(std::size_t satellite, std::string_view slot);
+/// Channel of a configured GLONASS satellite from the object file or else from the stream;
+/// kUnknownChannel where neither knows.
+int glonassChannel(std::size_t satellite);
+/// Index of the first name that contains the slot name, or -1.
+int index_freq(std::span<const std::string> names, std::string_view slot);
+/// Refreshes slot names, wavelengths and pair wavelengths of an accepted satellite.
+void updateSatfreq(SatelliteRecord &satellite);

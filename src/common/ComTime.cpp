@@ -1,0 +1,155 @@
+#include "common/ComTime.h"
+
+#include "common/ComText.h"
+#include "common/GTime.h"
+#include "common/Print.h"
+#include "common/Taiutc.h"
+
+#include <array>
+#include <cmath>
+#include <cstddef>
+
+namespace {
+
+constexpr std::array<int, 12> kDaysBeforeMonth{0,   31,  59,  90,  120, 151,
+                                               181, 212, 243, 273, 304, 334};
+constexpr std::array<int, 12> kMonthLength{31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+constexpr double kDay = 86400.0;
+
+bool leapYear(int year) {
+    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+}
+
+} // namespace
+
+int yr2year(int year) {
+    return year;
+}
+
+bool validDate(int year, int month, int day) {
+    return year >= 0 && month >= 0 && day >= 0 && month <= 12 && day <= 366 &&
+           (month == 0 || day <= 31);
+}
+
+int md_julday(int year, int month, int day) {
+    if (!validDate(year, month, day))
+        fatal("iyear = %d,imonth = %d,iday = %d,incorrect argument", year, month, day);
+    const int y = month < 3 ? year - 1 : year;
+    // 365 takes the year as given, not y: the leap terms alone count from March.
+    const int mjd = 365 * year - 678941 + y / 4 - y / 100 + y / 400 + day;
+    return month == 0 ? mjd : mjd + kDaysBeforeMonth[static_cast<std::size_t>(month - 1)];
+}
+
+MonthDay yeardoy2monthday(int year, int doy) {
+    int day = doy;
+    for (std::size_t m = 0; m < kMonthLength.size(); ++m) {
+        const int length = kMonthLength[m] + (m == 1 && leapYear(year) ? 1 : 0);
+        if (day <= length)
+            return {static_cast<int>(m) + 1, day};
+        day -= length;
+    }
+    return {};
+}
+
+double timdif(int mjd1, int mjd2, double sod1, double sod2) {
+    return (mjd1 - mjd2) * kDay + sod1 - sod2;
+}
+
+GpsWeekTime mjd2wksow(int mjd, double sod) {
+    const int week = static_cast<int>((mjd + sod / kDay - kGpsEpochMjd) / 7.0);
+    return {week, (mjd - kGpsEpochMjd - 7 * week) * kDay + sod};
+}
+
+MjdTime wksow2mjd(int week, double sow) {
+    return {static_cast<int>(sow / kDay) + 7 * week + kGpsEpochMjd, std::fmod(sow, kDay)};
+}
+
+YearDoy mjd2doy(int mjd) {
+    // The estimate lies one or two years ahead; so does the first day of year, which is why it
+    // misses its +1 and the loop makes up for it.
+    int year = (mjd + 678940) / 365;
+    int doy = mjd - md_julday(year, 1, 1);
+    while (doy <= 0 && year > 0) {
+        --year;
+        doy = mjd - md_julday(year, 1, 1) + 1;
+    }
+    return {year, doy};
+}
+
+DateTime mjd2date(int mjd, double sod) {
+    const YearDoy date = mjd2doy(mjd);
+    const MonthDay md = yeardoy2monthday(date.year, date.doy);
+    const int hour = static_cast<int>(sod / 3600.0);
+    const int minute = static_cast<int>((sod - 3600.0 * hour) / 60.0);
+    return {date.year, md.month, md.day, hour, minute, sod - 3600.0 * hour - 60.0 * minute};
+}
+
+std::int64_t mjd2time(int mjd, double sod) {
+    const DateTime d = mjd2date(mjd, sod);
+    if (d.year < 1970 || d.year > 2099 || d.month < 1 || d.month > 12)
+        return 0;
+    const int leapDay = d.year % 4 == 0 && d.month >= 3 ? 1 : 0;
+    // 719050 days lie before 1970 when years count 365 days; the day-of-year start counts from 1.
+    const int days = 365 * d.year - 719050 + (d.year - 1969) / 4 +
+                     kDaysBeforeMonth[static_cast<std::size_t>(d.month - 1)] + 1 + d.day - 2 +
+                     leapDay;
+    return std::int64_t{86400} * days + 3600 * d.hour + 60 * d.minute +
+           static_cast<std::int64_t>(std::floor(d.second));
+}
+
+MjdTime time2mjd(std::int64_t seconds) {
+    const CalendarTime c = time2epoch({seconds, 0.0});
+    return {md_julday(static_cast<int>(c[0]), static_cast<int>(c[1]), static_cast<int>(c[2])),
+            3600.0 * c[3] + 60.0 * c[4] + c[5]};
+}
+
+WeekDay gpsweek(int year, int month, int day) {
+    int mjd = day;
+    if (year != 0)
+        mjd = month == 0 ? day + md_julday(year, 1, 1) - 1 : md_julday(year, month, day);
+    const int week = (mjd - kGpsEpochMjd) / 7;
+    return {week, mjd - kGpsEpochMjd - 7 * week};
+}
+
+MjdTime timinc(int mjd, double sod, double delta) {
+    double s = sod + delta;
+    const int days = static_cast<int>(s / kDay);
+    int day = mjd + days;
+    s -= kDay * days;
+    if (s < 0.0) {
+        day -= 1;
+        s += kDay;
+    }
+    return {day, s};
+}
+
+void brdtime(char system, int &mjd, double &sod) {
+    double offset = 0.0;
+    if (system == 'B' || system == 'C')
+        offset = 14.0;
+    else if (system == 'R')
+        offset = Taiutc_m_getTaiutc(mjd) - 19.0;
+    else
+        return;
+    const MjdTime moved = timinc(mjd, sod, offset);
+    mjd = moved.mjd;
+    sod = moved.sod;
+}
+
+int genAode(char system, int mjd, int iode, double sod, double t2) {
+    switch (system) {
+    case 'G':
+    case 'J':
+    case 'E':
+        return iode;
+    case 'R': {
+        // Quarter of the hour of the Moscow day (UTC + 3 h); TAI - GPST is 19 s.
+        const MjdTime utc = timinc(mjd, sod, 19.0 - Taiutc_m_getTaiutc(mjd));
+        return NINT(std::fmod(utc.sod + 10800.0, kDay) / 900.0);
+    }
+    case 'C':
+        return NINT(std::fmod(t2, kDay) / 450.0);
+    default:
+        return -1;
+    }
+}

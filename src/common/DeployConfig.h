@@ -1,0 +1,159 @@
+#pragma once
+
+#include "common/ComCoord.h"
+#include "common/EpochObs.h"
+#include "common/GTime.h"
+#include "common/gnsscmn.h"
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// DeployConfig: the process-wide configuration and session record `DLY`. Filled at start-up by
+/// config/Deploy, read by everyone; afterwards only the current epoch changes.
+
+/// Systems in the order in which every per-system table is laid out; 'B' marks BDS-3.
+inline constexpr std::string_view kSystems = "GRECBSJI";
+inline constexpr std::size_t kSystemCount = kSystems.size();
+inline constexpr std::size_t kMaxFrequencies = 4; // per system
+
+inline constexpr std::size_t kMaxKeplerSatellites = 120;
+inline constexpr std::size_t kMaxGlonassSatellites = 40;
+
+/// Carrier slot names ("L1", "L2", ...) used per system.
+using FrequencyTable = std::array<std::vector<std::string>, kSystemCount>;
+
+/// Paths from the tables file, by key.
+struct TablePaths {
+    std::string antnam, antpcv, corrDCB, corrp1c1, database, gptgrd, gptgrd_w, jpleph, leapsc,
+        object, ocload, vrnfln, polut1, satnav, stacoo, ut1t03, ut1t10, ut1t96, baselines, subnet,
+        rtconfigs, corrStaDCB;
+};
+
+struct Connector {
+    std::string host; // dotted IPv4
+    int port = 0;
+};
+
+/// A carrier slot of an accepted satellite.
+struct CarrierSlot {
+    std::string name;         // "L1", ...
+    double wavelengthM = 0.0; // 0 = frequency unknown
+};
+
+/// Wavelength of the difference of two carriers.
+struct CarrierPair {
+    std::string name; // "L1_L2"
+    double wavelengthM = 0.0;
+};
+
+struct SatelliteRecord {
+    std::string cprn; // "G05"
+    std::array<std::string, 3> texts;
+    std::array<double, 23> numbers{};
+    bool used = false;
+    int glonassChannel = kUnknownChannel;
+    std::vector<CarrierSlot> slots;
+    std::array<CarrierPair, kMaxSlots> pairs;
+    /// f1^2 / f^2 per carrier slot, formed when first needed; 0 = not formed.
+    std::array<double, kMaxSlots> ionosphereFactor{};
+};
+
+struct StationRecord {
+    std::string name;           // 4 characters
+    std::string coordinateMode; // "F..." = fixed
+    std::array<std::string, 2> texts;
+    std::array<double, 15> numbers{}; // the last is an angle, rad
+    std::string text;
+    std::array<double, 20> moreNumbers{};
+    Vector3 xyz{};   // m
+    Vector3 sigma{}; // of xyz, m
+    Vector3 more{};  // the three further numbers of the "_SIG" line
+    Vector3 enu{};   // antenna reference point, m
+    std::string antenna;
+    std::string antennaWithRadome;
+};
+
+/// A virtual station: one per element of "reqs".
+struct RequestRecord {
+    std::string name;             // at most 7 characters
+    std::int32_t stationId = -1;  // RTCM reference station id
+    std::int32_t requestWord = 0; // carried in the reply frame
+    Vector3 blh{};                // rad, rad, m
+    Vector3 xyz{};                // m
+    double distanceM = 0.0;       // to the reference station
+};
+
+/// General stream of the auxiliary readers; prepared, not used.
+struct Stream {
+    int type = 0;
+    int mode = 0;
+    int state = 0;
+};
+void strinit(Stream &stream);
+
+struct DeployConfig {
+    // Switches of the command line.
+    bool post = false;
+    bool pthread = false;
+    bool debug = false;
+    bool vrsSave = false;
+    bool rawSave = false;
+
+    // Time window and current epoch; MJD and GPS seconds of day.
+    std::int64_t tablesFileTime = 0; // seconds since 1970
+    int currentMjd = 0;
+    int startMjd = 0;
+    int endMjd = 0;
+    double currentSod = 0.0;
+    double startSod = 0.0;
+    double endSod = 0.0;
+    double intervalS = 0.0;
+    double sessionS = 0.0;
+    std::array<int, 3> counters{}; // zeroed at start-up
+    int threads = 0;
+    int traceLevel = 0;
+
+    std::vector<std::string> stationNames; // upper case
+    std::string processMode;               // no key sets it
+    std::string systems;                   // letters in use, the primary system first
+    int primarySystem = 0;                 // position of that letter in kSystems
+    int modeNumber = 0;                    // no key sets it
+    std::array<int, kSystemCount> useNumbers{};
+    FrequencyTable stationFrequencies;
+    FrequencyTable satelliteFrequencies;
+
+    std::string logPath; // no key sets it
+    std::string obsPath;
+    std::string broadPath;
+    std::string outputPath;
+    TablePaths tables;
+    Connector input;
+    Connector output;
+    std::string inputProtocol;
+    std::optional<GTime> clock; // UTC at which the replay clock starts
+
+    std::vector<std::string> satelliteNames; // cprn of satellites[i]
+    std::vector<SatelliteRecord> satellites;
+    std::vector<StationRecord> stations;
+    std::vector<RequestRecord> requests;
+    std::vector<std::string> baselineNames;
+    std::vector<StationEpoch> stationEpochs; // one per station
+    Stream stream;
+
+    /// Index of a satellite by its satellite number, -1 = not configured: what a search of
+    /// satelliteNames for satno2id(number) gives, made once by indexSatellites.
+    std::array<std::int16_t, kMaxSatNumber + 1> satelliteIndex = noSatellites();
+    void indexSatellites();
+
+    static constexpr std::array<std::int16_t, kMaxSatNumber + 1> noSatellites() {
+        std::array<std::int16_t, kMaxSatNumber + 1> none{};
+        none.fill(-1);
+        return none;
+    }
+};
+
+extern DeployConfig DLY;

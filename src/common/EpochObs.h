@@ -1,0 +1,86 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string>
+#include <string_view>
+
+/// EpochObs: the observations of one station at one epoch, by configured satellite and carrier
+/// slot. Slot f of a satellite belongs to the f-th configured frequency of its system.
+
+inline constexpr std::size_t kMaxSatellites = 160; // configured satellites
+inline constexpr std::size_t kMaxSlots = 8;        // carrier slots of a satellite
+
+/// An observation type, such as "L1C": type letter, band digit, tracking letter.
+struct ObsType {
+    std::array<char, 4> name{};
+
+    std::string_view view() const { return {name.data(), strnlen(name.data(), name.size())}; }
+};
+
+/// One satellite's slots; 0.0 = absent.
+struct SatelliteObs {
+    std::array<double, kMaxSlots> phase{};   // cycles
+    std::array<double, kMaxSlots> range{};   // m
+    std::array<double, kMaxSlots> cn0{};     // dB-Hz
+    std::array<double, kMaxSlots> doppler{}; // Hz, the decoder's value with the sign reversed
+    std::array<ObsType, kMaxSlots> phaseType{};
+    std::array<ObsType, kMaxSlots> rangeType{};
+};
+
+/// A satellite counts as observed when its carrier phases do not sum to 0; ranges alone do not.
+inline bool existobs(const SatelliteObs &obs) {
+    double sum = 0.0;
+    for (const double phase : obs.phase)
+        sum += phase;
+    return sum != 0.0;
+}
+
+/// Rows by configured-satellite index. Clearing and copying cost the rows that were written.
+class EpochObs {
+public:
+    const SatelliteObs &operator[](std::size_t satellite) const { return rows_[satellite]; }
+    /// The row of a satellite for writing; from now on it counts as written.
+    SatelliteObs &row(std::size_t satellite) {
+        if (!written_[satellite]) {
+            written_[satellite] = true;
+            order_[count_++] = static_cast<std::uint8_t>(satellite);
+        }
+        return rows_[satellite];
+    }
+    /// Satellites whose rows were written, in the order of writing.
+    std::span<const std::uint8_t> written() const { return {order_.data(), count_}; }
+
+    void clear() {
+        for (const std::size_t satellite : written()) {
+            rows_[satellite] = {};
+            written_[satellite] = false;
+        }
+        count_ = 0;
+    }
+    void copyFrom(const EpochObs &other) {
+        clear();
+        for (const std::size_t satellite : other.written())
+            row(satellite) = other.rows_[satellite];
+    }
+
+private:
+    std::array<SatelliteObs, kMaxSatellites> rows_{};
+    std::array<bool, kMaxSatellites> written_{};
+    std::array<std::uint8_t, kMaxSatellites> order_{};
+    std::size_t count_ = 0;
+};
+
+/// The epoch buffer of a station: what intake stores and the request takes. It is also the state
+/// of the RINEX writer.
+struct StationEpoch {
+    std::string name; // may be empty: then the configured name holds
+    int mjd = 0;
+    double sod = 0.0; // GPS time
+    EpochObs obs;
+    /// GLONASS channel + 8 by slot number - 1; 0 = unknown.
+    std::array<int, 32> glonassChannels{};
+};

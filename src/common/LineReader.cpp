@@ -1,0 +1,52 @@
+#include "common/LineReader.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+// block_ and line_ are written before they are read.
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+LineReader::LineReader(const std::string &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    // A directory opens, but cannot be read.
+    if (fd_ >= 0 && !fill() && errno == EISDIR) {
+        close(fd_);
+        fd_ = -1;
+    }
+}
+
+LineReader::~LineReader() {
+    if (fd_ >= 0)
+        close(fd_);
+}
+
+bool LineReader::fill() {
+    ssize_t n = -1;
+    do {
+        errno = 0;
+        n = read(fd_, block_.data(), block_.size());
+    } while (n < 0 && errno == EINTR);
+    at_ = 0;
+    held_ = n > 0 ? static_cast<std::size_t>(n) : 0;
+    return held_ > 0;
+}
+
+bool LineReader::next(std::string_view &line) {
+    if (fd_ < 0 || (at_ == held_ && !fill()))
+        return false;
+    std::size_t length = 0;
+    cut_ = false;
+    while (at_ < held_ || fill()) {
+        const char c = block_[at_++];
+        if (c == '\n')
+            break;
+        if (length < line_.size())
+            line_[length++] = c;
+        else
+            cut_ = true;
+    }
+    if (length > 0 && line_[length - 1] == '\r')
+        --length;
+    ++lineNumber_;
+    line = {line_.data(), length};
+    return true;
+}

@@ -1,0 +1,84 @@
+#include "common/SiteFile.h"
+
+#include "common/ComText.h"
+#include "common/LineReader.h"
+
+#include <string>
+
+namespace {
+
+/// Numbers that follow the key word of a line; false where one is missing.
+bool numbersAfterKey(TextScanner &scan, Vector3 &out) {
+    for (double &value : out)
+        if (!scan.number(value))
+            return false;
+    return true;
+}
+
+/// A fixed column of up to 20 characters.
+std::string column(std::string_view line, std::size_t at) {
+    return std::string(at < line.size() ? line.substr(at, 20) : std::string_view{});
+}
+
+void readDescriptors(StationRecord &station, std::string_view line) {
+    station.antenna = column(line, 58);
+    station.antennaWithRadome = column(line, 85);
+    if (!contains(station.antennaWithRadome, "NONE") && len_trim(station.antennaWithRadome) <= 12)
+        // Deliberate: the start of the line, not the descriptor's column.
+        station.antennaWithRadome = std::string(line.substr(0, 16)) + "NONE";
+}
+
+} // namespace
+
+bool read_siteinfo(StationRecord &station, Findings &findings) {
+    const std::string &path = DLY.tables.stacoo;
+    const char *const name = station.name.c_str();
+    LineReader file(path);
+    if (!file.isOpen()) {
+        findings.fatal(path, 0, text("file = %s,can't access site file", path.c_str()));
+        return false;
+    }
+    station.xyz = station.sigma = station.more = station.enu = {};
+
+    std::string_view line;
+    const std::string key = station.name + "_POS";
+    bool found = false;
+    while (!found && file.next(line))
+        found = contains(line, key);
+    if (!found) {
+        findings.note(path, 0,
+                      text("staname = %s,file = %s,station is not exist in the site file", name,
+                           path.c_str()));
+        return false;
+    }
+    const auto malformed = [&] {
+        findings.note(path, file.lineNumber(),
+                      text("staname = %s,file = %s,site file format error", name, path.c_str()));
+        return false;
+    };
+    std::string word;
+    TextScanner pos(line);
+    if (file.cut() || !pos.word(word) || !numbersAfterKey(pos, station.xyz))
+        return malformed();
+
+    if (!file.next(line) || !contains(line, station.name + "_SIG"))
+        return malformed();
+    TextScanner sig(line);
+    // The further numbers stand behind 54 characters of text; many files leave them out.
+    if (sig.word(word) && numbersAfterKey(sig, station.sigma) && sig.skip(54))
+        numbersAfterKey(sig, station.more);
+
+    if (!file.next(line) || !contains(line, station.name + "_ENU"))
+        return malformed();
+    TextScanner enu(line);
+    if (enu.word(word))
+        numbersAfterKey(enu, station.enu);
+    readDescriptors(station, line);
+
+    if (station.xyz[0] == 0.0 || station.xyz[1] == 0.0 || station.xyz[2] == 0.0)
+        findings.note(path, file.lineNumber(),
+                      text("staname = %s,file = %s,no coordinate information for station in site "
+                           "file",
+                           name, path.c_str()));
+    return true;
+}

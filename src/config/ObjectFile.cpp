@@ -1,0 +1,187 @@
+#include "common/ComFreq.h"
+#include "common/ComText.h"
+#include "common/LineReader.h"
+#include "common/SiteFile.h"
+#include "config/Deploy.h"
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+#include <string>
+
+namespace {
+
+constexpr std::size_t kSatelliteNameLength = 3;
+constexpr std::size_t kStationNameLength = 4;
+
+/// The object file on its way through the sections.
+struct ObjectReader {
+    LineReader &file;
+    Findings &findings;
+
+    const std::string &path() const { return DLY.tables.object; }
+    void note(const std::string &line) const { findings.note(path(), file.lineNumber(), line); }
+    void fatal(const std::string &line) const { findings.fatal(path(), file.lineNumber(), line); }
+    /// Reports the value of the line read last.
+    void badValue(const std::string &value, const char *why) const {
+        fatal(text("file = %s,line = %d,value = %s,%s", path().c_str(), file.lineNumber(),
+                   value.c_str(), why));
+    }
+    /// Next record, that is a line that starts with a blank and holds more; false at the line
+    /// that holds `end` or at the end of the file.
+    bool nextRecord(std::string_view end, std::string_view &line) const {
+        while (file.next(line) && !contains(line, end)) {
+            if (line.empty() || line.front() != ' ' || TextScanner(line).atEnd())
+                continue;
+            if (file.cut()) {
+                badValue(std::string(line.substr(0, 16)), "line is longer than 1024 bytes");
+                continue;
+            }
+            return true;
+        }
+        return false;
+    }
+};
+
+void readWords(TextScanner &scan, std::span<std::string> words) {
+    for (std::string &word : words)
+        scan.word(word);
+}
+
+/// Numbers that the line has; the rest stay 0. Returns how many there were.
+std::size_t readNumbers(TextScanner &scan, std::span<double> numbers) {
+    std::size_t n = 0;
+    while (n < numbers.size() && scan.number(numbers[n]))
+        ++n;
+    return n;
+}
+
+SatelliteRecord parseSatellite(std::string_view line) {
+    SatelliteRecord satellite;
+    Satellite_initial(satellite);
+    TextScanner scan(line);
+    scan.word(satellite.cprn);
+    readWords(scan, satellite.texts);
+    const std::size_t count = readNumbers(scan, satellite.numbers);
+    // The first number is the GLONASS channel, where it is there and can be one.
+    const double first = satellite.numbers[0];
+    if (satellite.cprn.starts_with('R') && count > 0 && first == std::trunc(first) &&
+        first >= kLowestChannel && first <= kHighestChannel)
+        satellite.glonassChannel = static_cast<int>(first);
+    for (std::size_t i = 2; i < 8; ++i)
+        satellite.numbers[i] /= 1000.0; // mm to m
+    satellite.used = true;
+    return satellite;
+}
+
+void acceptSatellite(const ObjectReader &in, SatelliteRecord satellite) {
+    const std::string &name = satellite.cprn;
+    if (name.size() > kSatelliteNameLength)
+        return in.badValue(name, "satellite name is longer than 3 characters");
+    if (pointer_string(DLY.satelliteNames, name) >= 0)
+        return in.note(text("cprn = %s,exist the same satellite", name.c_str()));
+    if (!contains(kSystems, name.substr(0, 1)))
+        return in.fatal(text("system = %c,do not support system", name.front()));
+    const auto glonass = std::count_if(DLY.satelliteNames.begin(), DLY.satelliteNames.end(),
+                                       [](const std::string &n) { return n[0] == 'R'; });
+    const std::size_t glonassCount = static_cast<std::size_t>(glonass);
+    if (DLY.satellites.size() == kMaxSatellites)
+        return in.badValue(name, "more than 160 satellites");
+    if (name[0] == 'R' ? glonassCount == kMaxGlonassSatellites
+                       : DLY.satellites.size() - glonassCount == kMaxKeplerSatellites)
+        return in.badValue(name, name[0] == 'R' ? "more than 40 GLONASS satellites"
+                                                : "more than 120 satellites beside GLONASS");
+    if (!contains(DLY.systems, name.substr(0, 1)))
+        DLY.systems += name[0];
+    DLY.satelliteNames.push_back(name);
+    DLY.satellites.push_back(std::move(satellite));
+}
+
+/// GPS first, or else GLONASS, or else Galileo.
+void orderSystems() {
+    for (const char letter : {'G', 'R', 'E'})
+        if (const int at = index_string(DLY.systems, letter); at >= 0) {
+            std::swap(DLY.systems[0], DLY.systems[static_cast<std::size_t>(at)]);
+            break;
+        }
+    if (!DLY.systems.empty())
+        DLY.primarySystem = index_string(kSystems, DLY.systems[0]);
+}
+
+void setFrequencies(Findings &findings) {
+    for (const SatelliteRecord &satellite : DLY.satellites) {
+        const char letter = satellite.cprn[0];
+        const auto system = static_cast<std::size_t>(index_string(kSystems, letter));
+        for (const std::string &name : DLY.satelliteFrequencies[system])
+            if (!carrier(letter, name, 0))
+                return findings.fatal(DLY.tables.object, 0, carrierComplaint(letter, name));
+    }
+    for (SatelliteRecord &satellite : DLY.satellites)
+        updateSatfreq(satellite);
+}
+
+void readSatellites(const ObjectReader &in) {
+    std::string_view line;
+    while (in.nextRecord("-Satellite used", line))
+        acceptSatellite(in, parseSatellite(line));
+    if (DLY.satellites.empty())
+        in.note(text("nrpn = %d,no selected satellite!", 0));
+    DLY.indexSatellites();
+    setFrequencies(in.findings);
+    orderSystems();
+    DLY.useNumbers.fill(1);
+}
+
+StationRecord parseStation(std::string_view line) {
+    StationRecord station;
+    Station_initial(station);
+    TextScanner scan(line);
+    scan.word(station.name);
+    scan.word(station.coordinateMode);
+    readWords(scan, station.texts);
+    readNumbers(scan, station.numbers);
+    station.numbers.back() = station.numbers.back() * kPi / 180.0;
+    scan.word(station.text);
+    readNumbers(scan, station.moreNumbers);
+    return station;
+}
+
+void acceptStation(const ObjectReader &in, StationRecord station) {
+    if (station.name.size() > kStationNameLength)
+        return in.badValue(station.name, "station name is longer than 4 characters");
+    if (!read_siteinfo(station, in.findings))
+        return in.fatal(text("station = %s,read coordinate error!", station.name.c_str()));
+    DLY.stationNames.push_back(toUpper(station.name));
+    DLY.stations.push_back(std::move(station));
+}
+
+void readStations(const ObjectReader &in) {
+    std::string_view line;
+    bool found = false;
+    while (!found && in.file.next(line))
+        found = contains(line, "+Station used");
+    if (!found)
+        return in.fatal("no records for stations");
+    while (in.nextRecord("-Station used", line))
+        acceptStation(in, parseStation(line));
+    if (DLY.stations.empty() && DLY.modeNumber != 5)
+        in.fatal(text("nsit = %d,no stations is selected", 0));
+}
+
+} // namespace
+
+void Station_initial(StationRecord &record) {
+    record = {};
+}
+void Satellite_initial(SatelliteRecord &record) {
+    record = {};
+}
+
+void readObjectFile(Findings &findings) {
+    LineReader file(DLY.tables.object);
+    const ObjectReader in{file, findings};
+    if (!file.isOpen())
+        return in.fatal(text("file = %s,can't open file to read", in.path().c_str()));
+    readSatellites(in);
+    readStations(in);
+}

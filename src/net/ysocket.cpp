@@ -1,0 +1,109 @@
+#include "net/ysocket.h"
+
+#include "common/Print.h"
+
+#include <arpa/inet.h>
+#include <cstring>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+// A peer that vanished is noticed after 20 s: probes from 10 s of silence on, every 5 s; data
+// that nobody acknowledges, or a window that stays closed, likewise.
+constexpr int kKeepAliveIdleS = 10;
+constexpr int kKeepAliveIntervalS = 5;
+constexpr int kKeepAliveProbes = 3;
+constexpr int kUserTimeoutMs = 20000;
+constexpr int kSendTimeoutS = 5;
+
+void setOption(int fd, int level, int name, int value) {
+    // A kernel without the option does without; the connection works all the same.
+    static_cast<void>(setsockopt(fd, level, name, &value, sizeof value));
+}
+
+/// 0 = none; on Linux the limit would bound connect, too.
+void setSendTimeout(int fd, int seconds) {
+    const timeval limit{seconds, 0};
+    static_cast<void>(setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit));
+}
+
+/// Takes the descriptor back to "not connected"; a peer that is still there sees a reset.
+void dissolve(int fd) {
+    sockaddr none{};
+    none.sa_family = AF_UNSPEC;
+    static_cast<void>(connect(fd, &none, sizeof none));
+}
+
+/// A connect to a local port that nobody listens on can meet itself; such a connection would stay
+/// established and silent for ever.
+bool connectedToItself(int fd) {
+    sockaddr_in own{};
+    sockaddr_in peer{};
+    socklen_t ownLength = sizeof own;
+    socklen_t peerLength = sizeof peer;
+    return getsockname(fd, reinterpret_cast<sockaddr *>(&own), &ownLength) == 0 &&
+           getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &peerLength) == 0 &&
+           own.sin_port == peer.sin_port && own.sin_addr.s_addr == peer.sin_addr.s_addr;
+}
+
+} // namespace
+
+int socket_new_tcp() {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return -1;
+    setOption(fd, SOL_SOCKET, SO_KEEPALIVE, 1);
+    setOption(fd, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleS);
+    setOption(fd, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalS);
+    setOption(fd, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+    setOption(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, kUserTimeoutMs);
+    // A reply leaves at once, also behind a forwarded frame that is not yet acknowledged.
+    setOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    return fd;
+}
+
+int socket_connect(int fd, const char *host, std::uint32_t port) {
+    dissolve(fd); // a second connect on a used descriptor fails with EISCONN for ever
+    setSendTimeout(fd, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = inet_addr(host);
+    int result = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    if (result == 0 && connectedToItself(fd)) {
+        dissolve(fd);
+        result = -1;
+    }
+    // Deliberate: the text of the result, not of errno.
+    print("ppppp:%s\n", std::strerror(result));
+    if (result == 0)
+        setSendTimeout(fd, kSendTimeoutS);
+    return result;
+}
+
+int socket_isconnection(int fd) {
+    tcp_info info{};
+    socklen_t length = sizeof info;
+    if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &length) != 0)
+        return -1;
+    return info.tcpi_state == TCP_ESTABLISHED ? 0 : -1;
+}
+
+int socket_recv(int fd, std::span<std::uint8_t> buffer) {
+    return static_cast<int>(recv(fd, buffer.data(), buffer.size(), 0));
+}
+
+int socket_send(int fd, std::span<const std::uint8_t> bytes) {
+    const auto sent = send(fd, bytes.data(), bytes.size(), 0);
+    if (sent != static_cast<ssize_t>(bytes.size()))
+        dissolve(fd);
+    return static_cast<int>(sent);
+}
+
+int closesocket(int fd) {
+    return close(fd);
+}

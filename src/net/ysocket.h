@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+/// ysocket: the TCP socket of the service. Hosts are dotted IPv4 texts, ports are in host order;
+/// results are -1 on failure, with errno. One descriptor serves every connection of the process.
+
+/// IPv4 stream socket that notices a vanished peer (keep-alive, user time-out).
+int socket_new_tcp();
+/// Dissolves what the descriptor was connected to, then connects; prints the outcome. 0 or -1.
+int socket_connect(int fd, const char *host, std::uint32_t port);
+/// 0 when the connection is established, else -1.
+int socket_isconnection(int fd);
+/// One receive: bytes, 0 at the end of the stream, or -1.
+int socket_recv(int fd, std::span<std::uint8_t> buffer);
+/// One send; when the peer does not take it all, the connection is dissolved, so that it never
+/// sees half a frame followed by another. Bytes sent or -1.
+int socket_send(int fd, std::span<const std::uint8_t> bytes);
+int closesocket(int fd);

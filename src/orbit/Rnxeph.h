@@ -1,0 +1,64 @@
+#pragma once
+
+#include "common/DeployConfig.h"
+
+#include <array>
+#include <span>
+#include <string>
+#include <string_view>
+
+/// Rnxeph: the ephemeris store `BRDEPH`, one slot per configured satellite, in the shape of a
+/// RINEX 3 navigation record. A new ephemeris replaces the old one whole; nothing is removed, so
+/// readers judge the age. BDS times are BDT readings, the others GPS time.
+
+struct GPSEPH {
+    double selection = 1000000.0;
+    std::string cprn;
+    int tocMjd = 0; // clock epoch; 0 = no ephemeris
+    double tocSod = 0;
+    double af0 = 0, af1 = 0, af2 = 0; // s, s/s, s/s^2
+    int aode = 0;                     // age-of-data number
+    double crs = 0, deln = 0, M0 = 0; // m, rad/s, rad
+    double cuc = 0, e = 0, cus = 0, sqrtA = 0;
+    double toe = 0; // s of GPS week
+    double cic = 0, OMEGA0 = 0, cis = 0;
+    double i0 = 0, crc = 0, omega = 0, OMEGADOT = 0;
+    double idot = 0, codesOnL2 = 0, week = 0, l2pFlag = 0; // week of toe, GPS count
+    double accuracy = 0, health = 0, tgd1 = 0, tgd2 = 0;   // accuracy: index as received
+    double iodc = 0;
+    std::array<double, 6> spare{};
+    /// BDS: above 6.0 the record has a semi-major axis by difference; what the stream brings has 0.
+    double type = 0;
+};
+
+struct GLSEPH {
+    double selection = 1000000.0;
+    std::string cprn;
+    int mjd = 0; // of toe; 0 = no ephemeris
+    int aode = 0;
+    double sod = 0;                                       // of toe
+    double clockBias = 0;                                 // s; -TauN
+    double gamma = 0;                                     // relative frequency bias
+    double frameTime = 0;                                 // s of week, UTC
+    std::array<double, 3> posKm{}, velKmps{}, accKmps2{}; // PZ-90
+    double health = 0, channel = 0, ageDays = 0;
+    double spare = 0;
+};
+
+struct EphemerisStore {
+    int keplerCount = 0;
+    int glonassCount = 0;
+    std::array<GPSEPH, kMaxKeplerSatellites> kepler;
+    std::array<GLSEPH, kMaxGlonassSatellites> glonass;
+    /// Slot by configured-satellite index, in the array of the satellite's system; -1 = none.
+    std::array<int, kMaxSatellites> slotOf{};
+};
+extern EphemerisStore BRDEPH;
+
+/// Lays the store out for the configured satellites, empty.
+void Rnxeph_initial();
+void Rnxeph_GPSEPH_initial(GPSEPH &record);
+void Rnxeph_GLSEPH_initial(GLSEPH &record);
+/// Slot of the first record whose name contains the name, or -1.
+int map_gpseph_find(std::span<const GPSEPH> records, std::string_view name);
+int map_glseph_find(std::span<const GLSEPH> records, std::string_view name);

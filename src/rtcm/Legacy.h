@@ -1,0 +1,69 @@
+#pragma once
+
+#include "rtcm/BitCursor.h"
+
+#include <cstdint>
+
+/// Legacy: layouts of the GPS messages 1001-1004 and the GLONASS messages 1009-1012
+/// (RTCM 10403.x), one for all eight.
+
+struct LegacyForm {
+    bool glonass;
+    bool extended; // ambiguity and CNR: 1002, 1004, 1010, 1012
+    bool l2;       // 1003, 1004, 1011, 1012
+};
+
+struct LegacyHead {
+    int type = 0, staid = 0;
+    std::uint32_t epochMs = 0; // of the week; GLONASS: of the Moscow day
+    int more = 0;
+    int satellites = 0;
+};
+
+inline constexpr auto layoutLegacyHead = [](auto &b, auto &h, const LegacyForm &f) {
+    b.u(12, h.type);                     // DF002
+    b.u(12, h.staid);                    // DF003
+    b.u(f.glonass ? 27 : 30, h.epochMs); // DF034, DF004
+    b.u(1, h.more);                      // DF005
+    b.u(5, h.satellites);                // DF035, DF006
+    b.fixed(1, 0);                       // DF036, DF007
+    b.fixed(3, 0);                       // DF037, DF008
+};
+
+struct LegacySatellite {
+    int id = 0;
+    int code1 = 0;
+    int channel = 0;        // GLONASS channel + 7
+    double rangeM = 0.0;    // modulo the ambiguity
+    double phase1M = kNone; // L1 phase range minus L1 pseudorange
+    int lock1 = 0;
+    int ambiguity = 0;
+    double cnr1Db = 0.0;
+    int code2 = 0;
+    double range2M = kNone; // L2 minus L1 pseudorange
+    double phase2M = kNone; // L2 phase range minus L1 pseudorange
+    int lock2 = 0;
+    double cnr2Db = 0.0;
+};
+
+inline constexpr auto layoutLegacySatellite = [](auto &b, auto &s, const LegacyForm &f) {
+    b.u(6, s.id);    // DF038, DF009
+    b.u(1, s.code1); // DF039, DF010
+    if (f.glonass)
+        b.u(5, s.channel);                    // DF040
+    b.u(f.glonass ? 25 : 24, s.rangeM, 0.02); // DF041, DF011
+    b.sOrNone(20, s.phase1M, 0.0005);         // DF042, DF012
+    b.u(7, s.lock1);                          // DF043, DF013
+    if (f.extended) {
+        b.u(f.glonass ? 7 : 8, s.ambiguity); // DF044, DF014
+        b.u(8, s.cnr1Db, 0.25);              // DF045, DF015
+    }
+    if (f.l2) {
+        b.u(2, s.code2);                  // DF046, DF016
+        b.sOrNone(14, s.range2M, 0.02);   // DF047, DF017
+        b.sOrNone(20, s.phase2M, 0.0005); // DF048, DF018
+        b.u(7, s.lock2);                  // DF049, DF019
+        if (f.extended)
+            b.u(8, s.cnr2Db, 0.25); // DF050, DF020
+    }
+};

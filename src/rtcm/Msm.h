@@ -1,0 +1,150 @@
+#pragma once
+
+#include "common/gnsscmn.h"
+#include "rtcm/BitCursor.h"
+
+#include <array>
+#include <cstdint>
+#include <initializer_list>
+#include <string_view>
+
+/// Msm: signal tables and layouts of the Multiple Signal Messages (RTCM 10403.x), shared by
+/// decoder and encoder.
+
+inline constexpr std::size_t kMsmSatellites = 64;
+inline constexpr std::size_t kMsmSignals = 32;
+inline constexpr std::size_t kMsmCells = 64;
+
+/// One millisecond of range, m.
+inline constexpr double kRangeMs = 299792.458;
+
+/// Observation codes by signal id, 1 to 32; 0 = none.
+using SignalCodes = std::array<std::uint8_t, kMsmSignals + 1>;
+
+/// Systems by the tens of the message number: 1070, 1080, ... 1130.
+struct MsmSystem {
+    System system;
+    int firstPrn; // PRN of MSM satellite id 1
+    int msmtype;  // entry of RtcmState::msmtype; -1 = none
+    SignalCodes codes;
+};
+
+/// A table from the signal ids that a system has. Signals that have no observation code ("8I",
+/// "7A", ...) end as unknown.
+struct SignalId {
+    std::size_t id;
+    std::string_view code;
+};
+constexpr SignalCodes signalCodes(std::initializer_list<SignalId> signals) {
+    SignalCodes codes{};
+    for (const SignalId &signal : signals)
+        codes[signal.id] = obs2code(signal.code);
+    return codes;
+}
+
+// clang-format off
+inline constexpr std::array<MsmSystem, 7> kMsmSystems{{
+    {kGps, 1, 0, signalCodes({
+        {2, "1C"}, {3, "1P"}, {4, "1W"}, {8, "2C"}, {9, "2P"}, {10, "2W"}, {15, "2S"}, {16, "2L"},
+        {17, "2X"}, {22, "5I"}, {23, "5Q"}, {24, "5X"}, {30, "1S"}, {31, "1L"}, {32, "1X"}})},
+    {kGlonass, 1, 1, signalCodes({{2, "1C"}, {3, "1P"}, {8, "2C"}, {9, "2P"}})},
+    {kGalileo, 1, 2, signalCodes({
+        {2, "1C"}, {3, "1A"}, {4, "1B"}, {5, "1X"}, {6, "1Z"}, {8, "6C"}, {9, "6A"}, {10, "6B"},
+        {11, "6X"}, {12, "6Z"}, {14, "7I"}, {15, "7Q"}, {16, "7X"}, {18, "8I"}, {19, "8Q"},
+        {20, "8X"}, {22, "5I"}, {23, "5Q"}, {24, "5X"}})},
+    {kSbas, 120, 4, signalCodes({{2, "1C"}, {22, "5I"}, {23, "5Q"}, {24, "5X"}})},
+    {kQzss, 193, 3, signalCodes({
+        {2, "1C"}, {9, "6S"}, {10, "6L"}, {11, "6X"}, {15, "2S"}, {16, "2L"}, {17, "2X"},
+        {22, "5I"}, {23, "5Q"}, {24, "5X"}, {30, "1S"}, {31, "1L"}, {32, "1X"}})},
+    // Deliberate: this system's own assignment from 17 on.
+    {kBds, 1, 5, signalCodes({
+        {2, "2I"}, {3, "2Q"}, {4, "2X"}, {5, "1I"}, {6, "1Q"}, {7, "1X"}, {8, "6I"}, {9, "6Q"},
+        {10, "6X"}, {14, "7I"}, {15, "7Q"}, {16, "7X"}, {17, "5I"}, {18, "5Q"}, {19, "5X"},
+        {20, "7A"}, {21, "7B"}, {22, "7C"}, {23, "8I"}, {24, "8Q"}, {25, "8X"}, {26, "1A"},
+        {27, "1B"}, {28, "1C"}, {29, "1X"}, {30, "1Y"}, {31, "1Z"}})},
+    {kIrnss, 1, -1, signalCodes({{22, "5A"}})},
+}};
+// clang-format on
+
+/// What tells MSM4 to MSM7 apart; steps in ms, ms, dB-Hz.
+struct MsmForm {
+    int range, phase, lock, cnr; // widths of DF400/405, 401/406, 402/407, 403/408
+    double rangeMs, phaseMs, cnrDb;
+    bool rates; // DF399, DF404 and the extended satellite information
+};
+inline constexpr std::array<MsmForm, 4> kMsmForms{{
+    {15, 22, 4, 6, pow2(-24), pow2(-29), 1.0, false},      // MSM4
+    {15, 22, 4, 6, pow2(-24), pow2(-29), 1.0, true},       // MSM5
+    {20, 24, 10, 10, pow2(-29), pow2(-31), 0.0625, false}, // MSM6
+    {20, 24, 10, 10, pow2(-29), pow2(-31), 0.0625, true},  // MSM7
+}};
+
+struct MsmHead {
+    int type = 0, staid = 0;
+    std::uint32_t epoch = 0; // ms of week; GLONASS: day of week << 27 | ms of day
+    int more = 0, iods = 0;
+    int steering = 0, externalClock = 0, smoothing = 0, smoothingInterval = 0;
+    std::uint64_t satellites = 0; // bit 63 = id 1
+    std::uint32_t signals = 0;    // bit 31 = id 1
+};
+
+inline constexpr auto layoutMsmHead = [](auto &b, auto &h) {
+    b.u(12, h.type);             // DF002
+    b.u(12, h.staid);            // DF003
+    b.u(30, h.epoch);            // DF004, DF034, DF248, DF427, DF428
+    b.u(1, h.more);              // DF393
+    b.u(3, h.iods);              // DF409
+    b.fixed(7, 0);               // DF001
+    b.u(2, h.steering);          // DF411
+    b.u(2, h.externalClock);     // DF412
+    b.u(1, h.smoothing);         // DF417
+    b.u(3, h.smoothingInterval); // DF418
+    b.u(64, h.satellites);       // DF394
+    b.u(32, h.signals);          // DF395
+};
+static_assert(bitsOf<MsmHead>(layoutMsmHead) == 169);
+
+struct MsmSatellite {
+    int rangeMs = 255;     // whole ms of the rough range; 255 = none
+    int rangeFraction = 0; // 2^-10 ms
+    int extended = 0;
+    double rateMps = kNone; // rough phase-range rate
+};
+
+inline constexpr auto layoutMsmSatellites = [](auto &b, auto &satellites, const MsmForm &f) {
+    for (auto &s : satellites)
+        b.u(8, s.rangeMs); // DF397
+    if (f.rates)
+        for (auto &s : satellites)
+            b.u(4, s.extended);
+    for (auto &s : satellites)
+        b.u(10, s.rangeFraction); // DF398
+    if (f.rates)
+        for (auto &s : satellites)
+            b.sOrNone(14, s.rateMps, 1.0); // DF399
+};
+
+struct MsmCell {
+    double rangeMs = kNone; // fine pseudorange
+    double phaseMs = kNone; // fine phase range
+    int lock = 0;           // indicator
+    int halfCycle = 0;
+    double cnrDb = 0.0;     // dB-Hz
+    double rateMps = kNone; // fine phase-range rate
+};
+
+inline constexpr auto layoutMsmCells = [](auto &b, auto &cells, const MsmForm &f) {
+    for (auto &c : cells)
+        b.sOrNone(f.range, c.rangeMs, f.rangeMs); // DF400, DF405
+    for (auto &c : cells)
+        b.sOrNone(f.phase, c.phaseMs, f.phaseMs); // DF401, DF406
+    for (auto &c : cells)
+        b.u(f.lock, c.lock); // DF402, DF407
+    for (auto &c : cells)
+        b.u(1, c.halfCycle); // DF420
+    for (auto &c : cells)
+        b.u(f.cnr, c.cnrDb, f.cnrDb); // DF403, DF408
+    if (f.rates)
+        for (auto &c : cells)
+            b.sOrNone(15, c.rateMps, 1e-4); // DF404
+};

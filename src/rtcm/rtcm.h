@@ -1,0 +1,166 @@
+#pragma once
+
+#include "common/GTime.h"
+#include "common/gnsscmn.h"
+#include "rtcm/BitCursor.h"
+
+#include <array>
+#include <bitset>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+/// rtcm: framing of RTCM 3 (RTCM 10403.x) and RtcmState, the one record that a decoder or an
+/// encoder keeps between bytes and between messages. Times are GPS time; phases cycles, ranges m.
+
+inline constexpr std::size_t kObsSlots = 5;    // signals of an observation record
+inline constexpr std::size_t kMaxObs = 96;     // records of an epoch
+inline constexpr std::size_t kHeaderBytes = 3; // preamble, reserved bits, length
+inline constexpr std::size_t kCheckBytes = 3;
+inline constexpr std::uint8_t kPreamble = 0xD3;
+
+/// Statuses of the decoders; an intake callback gets the positive ones.
+enum Status : int {
+    kMalformed = -1,
+    kNothing = 0,
+    kEpoch = 1,
+    kEphemeris = 2,
+    kStation = 5,
+};
+
+struct ObsRecord {
+    GTime time;
+    std::uint8_t sat = 0;                       // satellite number
+    std::uint8_t rcv = 0;                       // always 0
+    std::array<std::uint16_t, kObsSlots> SNR{}; // 0.001 dB-Hz; 0 = none
+    std::array<std::uint8_t, kObsSlots> LLI{};  // bit 0 slip possible, bit 1 half cycle
+    std::array<std::uint8_t, kObsSlots> code{}; // observation code; 0 = empty
+    std::array<double, kObsSlots> L{};          // cycles
+    std::array<double, kObsSlots> P{};          // m
+    std::array<float, kObsSlots> D{};           // Hz
+};
+
+struct ObsSet {
+    int n = 0;
+    std::array<ObsRecord, kMaxObs> data;
+};
+
+/// Keplerian broadcast ephemeris; sat 0 = none.
+struct EphRecord {
+    int sat = 0;
+    int iode = 0, iodc = 0;
+    int sva = 0; // URA or SISA index
+    int svh = 0;
+    int week = 0; // full
+    int code = 0; // codes on L2, or data sources
+    int flag = 0; // L2 P data flag
+    GTime toe, toc, ttr;
+    double A = 0;                                    // m
+    double e = 0, i0 = 0, OMG0 = 0, omg = 0, M0 = 0; // rad
+    double deln = 0, OMGd = 0, idot = 0;             // rad/s
+    double crc = 0, crs = 0;                         // m
+    double cuc = 0, cus = 0, cic = 0, cis = 0;       // rad
+    double toes = 0;                                 // toe, seconds of week
+    double fit = 0;                                  // h
+    double f0 = 0, f1 = 0, f2 = 0;                   // s, s/s, s/s^2
+    std::array<double, 6> tgd{};                     // s
+    double Adot = 0, ndot = 0;                       // m/s, rad/s^2
+};
+
+/// GLONASS broadcast ephemeris; sat 0 = none.
+struct GloEphRecord {
+    int sat = 0;
+    int iode = 0; // tb, low 7 bits
+    int frq = 0;  // channel
+    int svh = 0, sva = 0;
+    int age = 0; // days
+    GTime toe, tof;
+    std::array<double, 3> pos{}, vel{}, acc{}; // m, m/s, m/s^2; PZ-90
+    double taun = 0, gamn = 0, dtaun = 0;      // s, -, s
+};
+
+struct StationInfo {
+    Descriptor antdes{}, antsno{}, rectype{}, recver{}, recsno{};
+    int antsetup = 0;
+    int itrf = 0;
+    int deltype = 0;             // 0: east, north, up
+    std::array<double, 3> pos{}; // m
+    std::array<double, 3> del{}; // m
+    double hgt = 0.0;            // m
+    int glo_cp_align = 0;
+    std::array<double, 4> glo_cp_bias{}; // m: 1C, 1P, 2C, 2P
+};
+
+struct NavData {
+    std::array<EphRecord, kMaxSatNumber> eph;     // row sat - 1
+    std::array<GloEphRecord, kGlonassSlots> geph; // row slot - 1
+    /// GLONASS channel + 8 by slot - 1; 0 = unknown. Not cleared by init_rtcm.
+    std::array<int, 32> glo_fcn{};
+};
+
+/// What is carried from message to message for one signal of a satellite.
+struct SignalTrack {
+    double cp = 0.0;        // decoder: last phase difference, cycles; encoder: phase offset, m
+    std::uint16_t lock = 0; // last lock-time indicator
+    GTime lltime;           // encoder: start of lock
+};
+
+struct RtcmState {
+    int staid = 0; // 0 = not yet known
+    int stah = 0;
+    int seqno = 0;   // issue of data station
+    int outtype = 0; // non-zero: each message writes its label into msgtype
+    GTime time;
+    ObsSet obs;
+    NavData nav;
+    StationInfo sta;
+    std::array<char, 128> msg{};                    // last 1029 text
+    std::string msgtype;                            // label of the last message
+    std::array<std::array<char, 128>, 6> msmtype{}; // signals last seen: G R E J S C
+    int obsflag = 0;                                // 1: obs holds a completed epoch
+    int ephsat = 0;                                 // satellite of the last stored ephemeris
+    std::array<std::array<SignalTrack, kObsSlots>, kMaxSatNumber> tracks; // row sat - 1
+    int nbyte = 0;                                                        // bytes held in buff
+    int nbit = 0;                                                         // bits written
+    int len = 0; // frame length without check word
+    std::array<std::uint8_t, 1200> buff{};
+    std::array<std::uint32_t, 400> nmsg3{}; // messages by type
+    std::string opt;                        // options
+
+    /// Records that something is held for this satellite, so that init_rtcm clears it.
+    void touch(int sat) { touched.set(static_cast<std::size_t>(sat - 1)); }
+    std::bitset<kMaxSatNumber> touched;
+    std::uint32_t countedPages = 0; // bit k: some of the 16 counters from 16 k on is not 0
+};
+
+/// Takes the state back to its empty start; GLONASS channels stay. Costs what was touched.
+void init_rtcm(RtcmState &state);
+
+/// Decodes one byte.
+int input_rtcm3(RtcmState &state, std::uint8_t byte);
+/// The same; when a frame is complete, stores its whole length (check word included) even if the
+/// check word is wrong.
+int input_rtcm3_ex(RtcmState &state, std::uint8_t byte, int &framelen);
+
+struct Taken {
+    std::size_t bytes; // from the front of the block, at least 1 of a non-empty one
+    int status;        // of the last byte taken
+};
+/// Takes the bytes of a block up to the end of the next frame, or all of them, with the result
+/// that input_rtcm3_ex would have byte by byte.
+Taken input_rtcm3_block(RtcmState &state, std::span<const std::uint8_t> block, int &framelen);
+
+/// Decodes the frame held in buff.
+int decode_rtcm3(RtcmState &state);
+
+/// Builds one frame in buff, length in nbyte. 1, or 0 and nbyte 0 where that is impossible.
+int gen_rtcm3(RtcmState &state, int type, int subtype, int sync);
+/// Writes the message of a type from bit 24 on; 0 for a type without an encoder.
+int encode_rtcm3(RtcmState &state, int type, int subtype, int sync);
+
+/// GLONASS channel + 7 of a satellite: from the configured satellite, its ephemeris in the state,
+/// or the state's channel table; -1 if unknown or not GLONASS.
+int fcn_glo(int sat, const RtcmState &state);
+/// Record of a satellite in the set, added cleared where absent; -1 when the set is full.
+int obsindex(ObsSet &obs, GTime time, int sat);

@@ -1,0 +1,161 @@
+#include "rtcm/decode.h"
+
+#include "common/Clock.h"
+#include "common/Findings.h"
+#include "common/Print.h"
+
+#include <array>
+#include <cmath>
+#include <cstdlib>
+
+namespace {
+
+struct Handler {
+    int type;
+    int (*decode)(RtcmState &);
+};
+constexpr std::array<Handler, 15> kHandlers{{{1005, decode_type1005},
+                                             {1006, decode_type1006},
+                                             {1007, decode_type1007},
+                                             {1008, decode_type1008},
+                                             {1019, decode_type1019},
+                                             {1020, decode_type1020},
+                                             {1029, decode_type1029},
+                                             {1033, decode_type1033},
+                                             {1041, decode_type1041},
+                                             {1042, decode_type1042},
+                                             {63, decode_type1042},
+                                             {1044, decode_type1044},
+                                             {1045, decode_type1045},
+                                             {1046, decode_type1046},
+                                             {1230, decode_type1230}}};
+
+int dispatch(RtcmState &s, int type) {
+    if (type >= 1071 && type <= 1137)
+        return decodeMsm(s, type);
+    if ((type >= 1001 && type <= 1004) || (type >= 1009 && type <= 1012))
+        return decodeLegacy(s, type);
+    for (const Handler &handler : kHandlers)
+        if (handler.type == type)
+            return handler.decode(s);
+    return kNothing;
+}
+
+void count(RtcmState &s, int type) {
+    std::size_t index = 0;
+    if (type > 1000 && type < 1300)
+        index = static_cast<std::size_t>(type - 1000);
+    else if (type > 4069 && type < 4100)
+        index = static_cast<std::size_t>(type - 3770);
+    ++s.nmsg3[index];
+    s.countedPages |= 1U << index / 16;
+}
+
+} // namespace
+
+int decode_rtcm3(RtcmState &s) {
+    const auto type = static_cast<int>(getbitu(s.buff, kMessageBit, 12));
+    if (s.outtype)
+        s.msgtype = text("RTCM %4d (%4d):", type, s.len);
+    if (!s.opt.empty() && hasOption(s, "-RT_INP")) {
+        const WeekTime now = time2gpst(utc2gpst(utcNow()));
+        s.time = gpst2time(now.week, std::floor(now.sow));
+    }
+    const int status = dispatch(s, type);
+    if (status >= 0)
+        count(s, type);
+    return status;
+}
+
+bool test_staid(RtcmState &s, int staid) {
+    if (!s.opt.empty())
+        if (const std::size_t at = s.opt.find("-STA="); at != std::string::npos)
+            if (std::atoi(s.opt.c_str() + at + 5) != staid)
+                return false;
+    if (s.staid != 0 && s.obsflag == 0 && staid != s.staid) {
+        trace(2, "rtcm3 %d staid invalid id=%d %d\n",
+              static_cast<int>(getbitu(s.buff, kMessageBit, 12)), staid, s.staid);
+        s.staid = 0;
+        return false;
+    }
+    s.staid = staid;
+    return true;
+}
+
+void needTime(RtcmState &s) {
+    if (s.time.unknown())
+        s.time = utc2gpst(utcNow());
+}
+
+void adjweek(RtcmState &s, double tow) {
+    needTime(s);
+    const WeekTime reference = time2gpst(s.time);
+    if (tow < reference.sow - kHalfWeek)
+        tow += kSecondsPerWeek;
+    else if (tow > reference.sow + kHalfWeek)
+        tow -= kSecondsPerWeek;
+    s.time = gpst2time(reference.week, tow);
+}
+
+double nearestDay(double tod, double reference) {
+    if (tod < reference - kSecondsPerDay / 2)
+        return tod + kSecondsPerDay;
+    if (tod > reference + kSecondsPerDay / 2)
+        return tod - kSecondsPerDay;
+    return tod;
+}
+
+void adjday_glot(RtcmState &s, double tod) {
+    needTime(s);
+    const WeekTime moscow = time2gpst(timeadd(gpst2utc(s.time), 10800.0));
+    const double reference = std::fmod(moscow.sow, kSecondsPerDay);
+    const double day = moscow.sow - reference;
+    const GTime t = gpst2time(moscow.week, day + nearestDay(tod, reference));
+    s.time = utc2gpst(timeadd(t, -10800.0));
+}
+
+namespace {
+
+bool sameEpoch(const RtcmState &s) {
+    return std::fabs(timediff(s.obs.data[0].time, s.time)) <= 1e-9;
+}
+
+} // namespace
+
+ObsRecord *epochRecord(RtcmState &s, int sat) {
+    if (s.obsflag || (s.obs.n > 0 && !sameEpoch(s))) {
+        s.obs.n = 0;
+        s.obsflag = 0;
+    }
+    const int index = obsindex(s.obs, s.time, sat);
+    return index < 0 ? nullptr : &s.obs.data[static_cast<std::size_t>(index)];
+}
+
+Status endOfMessage(RtcmState &s, bool more) {
+    s.obsflag = more ? 0 : 1;
+    if (more)
+        return kNothing;
+    // A last message without satellites must not pass off an older, unfinished epoch as its own.
+    if (s.obs.n > 0 && !sameEpoch(s))
+        s.obs.n = 0;
+    return kEpoch;
+}
+
+std::uint8_t lossoflock(RtcmState &s, int sat, std::size_t slot, int lock) {
+    s.touch(sat);
+    SignalTrack &track = s.tracks[static_cast<std::size_t>(sat - 1)][slot];
+    const bool lost = lock == 0 || lock < track.lock;
+    track.lock = static_cast<std::uint16_t>(lock);
+    return lost ? 1 : 0;
+}
+
+std::uint16_t snratio(double cnr) {
+    return cnr > 0.0 && cnr < 100.0
+               ? static_cast<std::uint16_t>(std::min(cnr / 0.001 + 0.5, 65535.0))
+               : std::uint16_t{0};
+}
+
+void learnChannel(RtcmState &s, int slot, int channel) {
+    if (validChannel(channel))
+        s.nav.glo_fcn[static_cast<std::size_t>(slot - 1)] = channel + 8;
+}

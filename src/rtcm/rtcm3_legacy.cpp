@@ -1,0 +1,126 @@
+#include "rtcm/Legacy.h"
+#include "rtcm/decode.h"
+
+#include "common/ComCoord.h"
+#include "common/Print.h"
+
+namespace {
+
+constexpr double kGpsAmbiguityM = 299792.458;
+constexpr double kGlonassAmbiguityM = 599584.916;
+
+/// Undoes a roll-over of the phase difference (cycles) against the signal's last one.
+double adjcp(RtcmState &s, int sat, std::size_t slot, double cp) {
+    s.touch(sat);
+    double &last = s.tracks[static_cast<std::size_t>(sat - 1)][slot].cp;
+    if (last != 0.0) {
+        if (cp < last - 750.0)
+            cp += 1500.0;
+        else if (cp > last + 750.0)
+            cp -= 1500.0;
+    }
+    return last = cp;
+}
+
+/// One signal: range, phase difference to the L1 range, lock, CNR and code, into its slot.
+struct LegacySignal {
+    double rangeM; // kNone = none
+    double phaseM; // phase range minus L1 range; kNone = none
+    int lock;
+    double cnrDb;
+    const char *code;
+};
+
+void storeSignal(RtcmState &s, ObsRecord &record, unsigned system, std::size_t slot, int channel,
+                 double l1RangeM, const LegacySignal &signal) {
+    const std::uint8_t code = obs2code(signal.code);
+    if (code == 0)
+        return;
+    if (!isNone(signal.rangeM))
+        record.P[slot] = signal.rangeM;
+    const double hz = code2freq(system, code, channel);
+    if (hz > 0.0 && !isNone(signal.phaseM)) {
+        const double wavelengthM = kSpeedOfLight / hz;
+        const double cp = adjcp(s, record.sat, slot, signal.phaseM / wavelengthM);
+        record.L[slot] = l1RangeM / wavelengthM + cp;
+    }
+    record.LLI[slot] = lossoflock(s, record.sat, slot, signal.lock);
+    record.SNR[slot] = snratio(signal.cnrDb);
+    record.code[slot] = code;
+}
+
+const char *l2Code(bool glonass, int indicator) {
+    constexpr std::array<const char *, 4> gps{"2X", "2P", "2D", "2W"}; // DF016
+    constexpr std::array<const char *, 4> glo{"2C", "2P", "", ""};     // DF046; rest reserved
+    const auto i = static_cast<std::size_t>(indicator);
+    return glonass ? glo[i] : gps[i];
+}
+
+void storeSatellite(RtcmState &s, const LegacySatellite &w, const LegacyForm &f, int type) {
+    unsigned system = f.glonass ? kGlonass : kGps;
+    int prn = w.id;
+    if (!f.glonass && prn > 39) {
+        system = kSbas;
+        prn += 80;
+    }
+    const int sat = satno(system, prn);
+    if (sat == 0) {
+        trace(2, "rtcm3 %d satellite number error: sys=%u prn=%d\n", type, system, prn);
+        return;
+    }
+    ObsRecord *const record = epochRecord(s, sat);
+    if (!record)
+        return;
+    const int channel = w.channel - 7;
+    if (f.glonass)
+        learnChannel(s, prn, channel);
+    const double l1RangeM =
+        w.rangeM + w.ambiguity * (f.glonass ? kGlonassAmbiguityM : kGpsAmbiguityM);
+    storeSignal(s, *record, system, 0, channel, l1RangeM,
+                {l1RangeM, w.phase1M, w.lock1, w.cnr1Db, w.code1 ? "1P" : "1C"});
+    if (f.l2)
+        storeSignal(
+            s, *record, system, 1, channel, l1RangeM,
+            {l1RangeM + w.range2M, w.phase2M, w.lock2, w.cnr2Db, l2Code(f.glonass, w.code2)});
+}
+
+bool resolveTime(RtcmState &s, const LegacyForm &f, std::uint32_t epochMs) {
+    if (epochMs >= (f.glonass ? 86401000U : 604800000U))
+        return false;
+    if (f.glonass)
+        adjday_glot(s, epochMs * 0.001);
+    else
+        adjweek(s, epochMs * 0.001);
+    return true;
+}
+
+} // namespace
+
+int decodeLegacy(RtcmState &s, int type) {
+    const int kind = type - (type >= 1009 ? 1009 : 1001);
+    const LegacyForm form{type >= 1009, kind % 2 == 1, kind >= 2};
+    BitReader in = messageOf(s);
+    LegacyHead head;
+    layoutLegacyHead(in, head, form);
+    if (!in.ok()) {
+        trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
+        return kMalformed;
+    }
+    if (!resolveTime(s, form, head.epochMs)) {
+        trace(2, "rtcm3 %d epoch time error: %u\n", type, head.epochMs);
+        return kMalformed;
+    }
+    if (!test_staid(s, head.staid))
+        return kMalformed;
+    // The length is judged once for all satellites, before any of them is stored.
+    std::array<LegacySatellite, 32> satellites;
+    for (int i = 0; i < head.satellites; ++i)
+        layoutLegacySatellite(in, satellites[static_cast<std::size_t>(i)], form);
+    if (!in.ok()) {
+        trace(2, "rtcm3 %d length error: len=%d nsat=%d\n", type, s.len, head.satellites);
+        return kMalformed;
+    }
+    for (int i = 0; i < head.satellites; ++i)
+        storeSatellite(s, satellites[static_cast<std::size_t>(i)], form, type);
+    return endOfMessage(s, head.more != 0);
+}

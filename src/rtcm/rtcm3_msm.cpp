@@ -1,0 +1,245 @@
+#include "rtcm/Msm.h"
+#include "rtcm/decode.h"
+
+#include "common/ComCoord.h"
+#include "common/Print.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdio>
+#include <span>
+
+namespace {
+
+constexpr std::size_t kMainSlots = 4; // the slot after them takes one further signal
+
+/// The message apart from its cells' values.
+struct Message {
+    const MsmSystem &system;
+    MsmHead head;
+    std::array<int, kMsmSatellites> ids; // 1..64
+    std::array<int, kMsmSignals> signalIds;
+    std::size_t satelliteCount = 0;
+    std::size_t signalCount = 0;
+    std::uint64_t cellMask = 0; // bit 63 - k: cell k, satellite by satellite
+    std::size_t cellCount = 0;
+};
+
+/// A signal of the message: where its cells go.
+struct Signal {
+    int code = 0;
+    int slot = -1; // of the record; -1 = dropped
+    double hz = 0.0;
+};
+using Signals = std::array<Signal, kMsmSignals>;
+
+/// Places the 1-based positions of the set bits, the most significant being 1.
+template <class Mask, std::size_t n> std::size_t listBits(Mask mask, std::array<int, n> &out) {
+    std::size_t count = 0;
+    while (mask) {
+        const int at = std::countl_zero(mask);
+        out[count++] = at + 1;
+        mask &= ~(Mask{1} << (static_cast<int>(n) - 1 - at));
+    }
+    return count;
+}
+
+/// Epoch times that no clock can show are refused: a week, or a day with its leap second.
+bool resolveTime(RtcmState &s, System system, std::uint32_t epoch) {
+    constexpr std::uint32_t weekMs = 604800000;
+    constexpr std::uint32_t dayMs = 86401000;
+    if (system == kGlonass) {
+        const std::uint32_t ms = epoch & 0x7FFFFFFU; // the day of week is not needed
+        if (ms < dayMs)
+            adjday_glot(s, ms * 0.001);
+        return ms < dayMs;
+    }
+    if (epoch < weekMs)
+        adjweek(s, epoch * 0.001 + (system == kBds ? kBdtOffset : 0.0));
+    return epoch < weekMs;
+}
+
+/// Head and masks. kMalformed, or kNothing when the body may follow.
+int decode_msm_head(RtcmState &s, BitReader &in, Message &m, int type) {
+    layoutMsmHead(in, m.head);
+    if (!in.ok()) {
+        trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
+        return kMalformed;
+    }
+    if (!resolveTime(s, m.system.system, m.head.epoch)) {
+        trace(2, "rtcm3 %d epoch time error: %u\n", type, m.head.epoch);
+        return kMalformed;
+    }
+    if (!test_staid(s, m.head.staid))
+        return kMalformed;
+    m.satelliteCount = listBits(m.head.satellites, m.ids);
+    m.signalCount = listBits(m.head.signals, m.signalIds);
+    const std::size_t bits = m.satelliteCount * m.signalCount;
+    if (bits > kMsmCells) {
+        trace(2, "rtcm3 %d number of sats and sigs error: nsat=%d nsig=%d\n", type,
+              static_cast<int>(m.satelliteCount), static_cast<int>(m.signalCount));
+        return kMalformed;
+    }
+    if (in.left() < bits) {
+        trace(2, "rtcm3 %d length error: len=%d nsat=%d nsig=%d\n", type, s.len,
+              static_cast<int>(m.satelliteCount), static_cast<int>(m.signalCount));
+        return kMalformed;
+    }
+    if (bits > 0) {
+        in.u(static_cast<int>(bits), m.cellMask);
+        m.cellMask <<= 64 - bits;
+    }
+    m.cellCount = static_cast<std::size_t>(std::popcount(m.cellMask));
+    return kNothing;
+}
+
+/// Gives every signal its slot: the best priority of a main slot holds it, the first of the
+/// others goes to the extended slot, the rest are dropped.
+void sigindex(const Message &m, std::string_view options, Signals &signals) {
+    std::array<int, kMainSlots> best{};
+    std::array<std::size_t, kMainSlots> holder{};
+    std::array<bool, kMsmSignals> extended{};
+    for (std::size_t i = 0; i < m.signalCount; ++i) {
+        Signal &signal = signals[i];
+        if (signal.code == 0)
+            continue;
+        const int slot = code2idx(m.system.system, signal.code);
+        if (slot < 0 || static_cast<std::size_t>(slot) >= kMainSlots) {
+            extended[i] = true;
+            continue;
+        }
+        const auto k = static_cast<std::size_t>(slot);
+        const int priority = getcodepri(m.system.system, signal.code, options);
+        if (priority > best[k]) {
+            if (best[k] > 0)
+                extended[holder[k]] = true;
+            best[k] = priority;
+            holder[k] = i;
+            signal.slot = slot;
+        } else {
+            extended[i] = true;
+        }
+    }
+    bool taken = false;
+    for (std::size_t i = 0; i < m.signalCount; ++i) {
+        if (!extended[i])
+            continue;
+        signals[i].slot = taken ? -1 : static_cast<int>(kMainSlots);
+        if (taken)
+            trace(2, "rtcm msm: no space in obs data sys=%d code=%d\n",
+                  static_cast<int>(m.system.system), signals[i].code);
+        taken = true;
+    }
+}
+
+/// Writes the signal list, such as "1C,2W", into the system's entry.
+void nameSignals(RtcmState &s, const Message &m) {
+    if (m.system.msmtype < 0)
+        return;
+    auto &out = s.msmtype[static_cast<std::size_t>(m.system.msmtype)];
+    std::size_t at = 0;
+    for (std::size_t i = 0; i < m.signalCount; ++i) {
+        const std::string_view code =
+            code2obs(m.system.codes[static_cast<std::size_t>(m.signalIds[i])]);
+        if (code.empty() || at + code.size() + 2 > out.size())
+            continue;
+        if (at > 0)
+            out[at++] = ',';
+        at += code.copy(out.data() + at, code.size());
+    }
+    out[at] = '\0';
+}
+
+Signals signalsOf(RtcmState &s, const Message &m, int type) {
+    Signals signals{};
+    for (std::size_t i = 0; i < m.signalCount; ++i) {
+        const auto id = static_cast<std::size_t>(m.signalIds[i]);
+        signals[i].code = m.system.codes[id];
+        if (signals[i].code == 0)
+            trace(2, "rtcm3 %d: unknown signal id=%2d\n", type, m.signalIds[i]);
+    }
+    nameSignals(s, m);
+    sigindex(m, s.opt, signals);
+    if (m.system.system != kGlonass)
+        for (std::size_t i = 0; i < m.signalCount; ++i)
+            signals[i].hz = code2freq(m.system.system, signals[i].code, 0);
+    return signals;
+}
+
+void storeCell(RtcmState &s, ObsRecord &record, const Signal &signal, double hz,
+               const MsmSatellite &satellite, const MsmCell &cell) {
+    const auto k = static_cast<std::size_t>(signal.slot);
+    const bool rough = satellite.rangeMs != 255;
+    const double roughMs = satellite.rangeMs + satellite.rangeFraction * pow2(-10);
+    if (rough && !isNone(cell.rangeMs))
+        record.P[k] = (roughMs + cell.rangeMs) * kRangeMs;
+    if (hz > 0.0 && rough && !isNone(cell.phaseMs))
+        record.L[k] = (roughMs + cell.phaseMs) * kRangeMs * hz / kSpeedOfLight;
+    if (hz > 0.0 && !isNone(satellite.rateMps) && !isNone(cell.rateMps))
+        record.D[k] = static_cast<float>(-(satellite.rateMps + cell.rateMps) * hz / kSpeedOfLight);
+    record.LLI[k] = static_cast<std::uint8_t>(lossoflock(s, record.sat, k, cell.lock) +
+                                              (cell.halfCycle ? 2 : 0));
+    record.SNR[k] = snratio(cell.cnrDb);
+    record.code[k] = static_cast<std::uint8_t>(signal.code);
+}
+
+/// Puts the cells of a whole message into the records of its epoch.
+void save_msm_obs(RtcmState &s, const Message &m, int type,
+                  std::span<const MsmSatellite> satellites, std::span<const MsmCell> cells) {
+    const Signals signals = signalsOf(s, m, type);
+    std::size_t cell = 0;
+    std::uint64_t mask = m.cellMask;
+    for (std::size_t i = 0; i < m.satelliteCount; ++i) {
+        const int prn = m.ids[i] + m.system.firstPrn - 1;
+        const int sat = satno(m.system.system, prn);
+        ObsRecord *record = nullptr;
+        if (sat == 0)
+            trace(2, "rtcm3 %d satellite error: prn=%d\n", type, prn);
+        else
+            record = epochRecord(s, sat);
+        int channel = kUnknownChannel;
+        if (m.system.system == kGlonass && sat != 0)
+            if (const int fcn = fcn_glo(sat, s); fcn >= 0)
+                channel = fcn - 7;
+        for (std::size_t j = 0; j < m.signalCount; ++j, mask <<= 1) {
+            if (!(mask >> 63))
+                continue;
+            const MsmCell &values = cells[cell++];
+            if (!record || signals[j].slot < 0)
+                continue;
+            const double hz = m.system.system == kGlonass
+                                  ? code2freq(kGlonass, signals[j].code, channel)
+                                  : signals[j].hz;
+            storeCell(s, *record, signals[j], hz, satellites[i], values);
+        }
+    }
+}
+
+} // namespace
+
+/// Every MSM; MSM1 to MSM3 carry no full observations and are passed over.
+int decodeMsm(RtcmState &s, int type) {
+    const int number = type % 10;
+    const auto row = static_cast<std::size_t>((type - 1070) / 10);
+    if (number < 4 || number > 7)
+        return kNothing;
+    Message m{kMsmSystems[row], {}, {}, {}};
+    BitReader in = messageOf(s);
+    if (decode_msm_head(s, in, m, type) == kMalformed)
+        return kMalformed;
+    std::array<MsmSatellite, kMsmSatellites> satelliteRows;
+    std::array<MsmCell, kMsmCells> cellRows;
+    const std::span satellites(satelliteRows.data(), m.satelliteCount);
+    const std::span cells(cellRows.data(), m.cellCount);
+    const MsmForm &form = kMsmForms[static_cast<std::size_t>(number - 4)];
+    layoutMsmSatellites(in, satellites, form);
+    layoutMsmCells(in, cells, form);
+    if (!in.ok()) {
+        trace(2, "rtcm3 %d length error: nsat=%d ncell=%d len=%d\n", type,
+              static_cast<int>(m.satelliteCount), static_cast<int>(m.cellCount), s.len);
+        return kMalformed;
+    }
+    save_msm_obs(s, m, type, satellites, cells);
+    return endOfMessage(s, m.head.more != 0);
+}

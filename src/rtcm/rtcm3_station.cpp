@@ -1,0 +1,124 @@
+#include "rtcm/StationMessages.h"
+#include "rtcm/decode.h"
+
+#include "common/Findings.h"
+#include "common/Print.h"
+
+#include <algorithm>
+#include <span>
+
+namespace {
+
+/// Reads a message by its layout into a scratch record; the state takes it only when it is whole
+/// and from the right station.
+template <class Layout>
+bool readStation(RtcmState &s, const Layout &layout, int type, StationInfo &info) {
+    int staid = 0;
+    info = s.sta;
+    StationMessage message{staid, info};
+    BitReader in = messageOf(s);
+    layout(in, message);
+    if (!in.ok()) {
+        trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
+        return false;
+    }
+    return test_staid(s, staid);
+}
+
+int storePosition(RtcmState &s, StationInfo &info) {
+    info.deltype = 0;
+    info.del = {};
+    s.sta = info;
+    return kStation;
+}
+
+template <class Layout> int readAntenna(RtcmState &s, const Layout &layout, int type) {
+    StationInfo info;
+    if (!readStation(s, layout, type, info))
+        return kMalformed;
+    s.sta = info;
+    if (s.outtype)
+        s.msgtype += text(" staid=%4d", s.staid);
+    return kStation;
+}
+
+} // namespace
+
+int decode_type1005(RtcmState &s) {
+    StationInfo info;
+    if (!readStation(s, layout1005, 1005, info))
+        return kMalformed;
+    info.hgt = 0.0;
+    if (s.outtype)
+        s.msgtype +=
+            text(" staid=%4d pos=%.8f %.8f %.3f", s.staid, info.pos[0], info.pos[1], info.pos[2]);
+    return storePosition(s, info);
+}
+
+int decode_type1006(RtcmState &s) {
+    StationInfo info;
+    if (!readStation(s, layout1006, 1006, info))
+        return kMalformed;
+    if (s.outtype)
+        s.msgtype += text(" staid=%4d pos=%.8f %.8f %.3f anth=%.3f", s.staid, info.pos[0],
+                          info.pos[1], info.pos[2], info.hgt);
+    return storePosition(s, info);
+}
+
+int decode_type1007(RtcmState &s) {
+    return readAntenna(s, layout1007, 1007);
+}
+int decode_type1008(RtcmState &s) {
+    return readAntenna(s, layout1008, 1008);
+}
+
+int decode_type1033(RtcmState &s) {
+    const int status = readAntenna(s, layout1033, 1033);
+    if (status == kStation)
+        trace(3, "rtcm3 1033: ant=%s:%s rec=%s:%s:%s\n", s.sta.antdes.data(), s.sta.antsno.data(),
+              s.sta.rectype.data(), s.sta.recver.data(), s.sta.recsno.data());
+    return status;
+}
+
+int decode_type1029(RtcmState &s) {
+    int staid = 0;
+    int bytes = 0;
+    BitReader in = messageOf(s);
+    in.fixed(12, 1029);
+    in.u(12, staid);
+    in.fixed(16, 0); // DF051 MJD
+    in.fixed(17, 0); // DF052 seconds of day
+    in.fixed(7, 0);  // DF138 characters
+    in.u(8, bytes);  // DF139 bytes of UTF-8
+    if (!in.ok()) {
+        trace(2, "rtcm3 1029 length error: len=%d\n", s.len);
+        return kMalformed;
+    }
+    if (in.left() < static_cast<std::size_t>(bytes) * 8) {
+        trace(2, "rtcm3 1029 length error: len=%d nchar=%d\n", s.len, bytes);
+        return kMalformed;
+    }
+    const std::size_t kept = std::min(static_cast<std::size_t>(bytes), s.msg.size() - 1);
+    for (std::size_t i = 0; i < kept; ++i)
+        in.u(8, s.msg[i]); // DF140
+    s.msg[kept] = '\0';
+    if (s.outtype)
+        s.msgtype += text(" staid=%4d text=%s", staid, s.msg.data());
+    return kNothing;
+}
+
+int decode_type1230(RtcmState &s) {
+    Biases1230 m;
+    BitReader in = messageOf(s);
+    layout1230(in, m);
+    if (!in.ok()) {
+        trace(2, "rtcm3 1230 length error: len=%d\n", s.len);
+        return kMalformed;
+    }
+    if (!test_staid(s, m.staid))
+        return kMalformed;
+    s.sta.glo_cp_align = m.align;
+    for (std::size_t i = 0; i < m.biasM.size(); ++i)
+        s.sta.glo_cp_bias[i] = isNone(m.biasM[i]) ? 0.0 : m.biasM[i];
+    return kStation;
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "common/DeployConfig.h"
+#include "orbit/RnxephUtils.h"
+#include "vrs/VrsObsPack.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+/// BaseStation: generates and encodes the virtual epoch of one request.
+
+struct VrsBaseStation {
+    std::string name;
+    Vector3 xyz{};                       // of the reference, m
+    std::span<const std::uint8_t> reply; // encoded frame; empty = no reply
+};
+
+void VrsBaseStation_Initial(VrsBaseStation &base);
+/// Generates the virtual epoch of the reference pack and leaves its reply frame in the base state,
+/// valid until the next call.
+void VrsBaseStation_m_process(VrsBaseStation &base, VrsObsPack &reference,
+                              const RequestRecord &request);
+/// Position of a configured satellite at a transmit time (MJD, GPS seconds of day). Non-zero when
+/// there is one.
+int VrsBaseStation_v_readOrbit(std::size_t satellite, int mjd, OrbitState &position,
+                               int &ephemerisIndex, double sod);

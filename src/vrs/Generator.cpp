@@ -1,0 +1,188 @@
+#include "vrs/Generator.h"
+
+#include "common/ComFreq.h"
+#include "common/ComText.h"
+#include "common/ComTime.h"
+#include "common/Print.h"
+
+#include <cmath>
+#include <optional>
+
+std::array<RangeHistory, kMaxSatellites> last_drleng;
+
+namespace {
+
+/// Earth rotation rate (7.2921151467e-5 rad/s) over the speed of light, 1/m.
+constexpr double kRotationPerMetre = 2.4323877909897254e-13;
+constexpr double kConvergedS = 1e-9;
+constexpr int kPassesBeforeWarning = 10;
+constexpr double kElevationCutoffDeg = 5.0;
+constexpr double kHistoryAgeS = 30.0;
+constexpr double kMaxOffsetM = 5000.0;
+constexpr double kPresent = 1e-6;
+constexpr double kFactorUnset = 0.01;
+
+/// Geometric range in the frame of reception, with the Earth-rotation term, m.
+double rangeTo(const OrbitState &s, const Vector3 &point, const Vector3 &rotationPoint) {
+    const double dx = s[0] - point[0];
+    const double dy = s[1] - point[1];
+    const double dz = s[2] - point[2];
+    return std::sqrt(dx * dx + dy * dy + dz * dz) +
+           kRotationPerMetre * (s[0] * rotationPoint[1] - s[1] * rotationPoint[0]);
+}
+
+/// Two points and one satellite.
+struct Geometry {
+    OrbitState satellite{};
+    double virtualM = 0.0;
+    double referenceM = 0.0;
+};
+
+/// Iterates the light time of the virtual point; nothing where there is no orbit (its reader has
+/// said so) or no convergence.
+std::optional<Geometry> solveLightTime(std::size_t satellite, VrsObsPack &reference,
+                                       const Vector3 &virtualXyz) {
+    Geometry g;
+    double lightV = 0.0;
+    double lightR = 0.0;
+    double deltaV = 0.1;
+    double deltaR = 0.1;
+    int passes = 0;
+    bool more = true;
+    while (more && (std::fabs(deltaV) > kConvergedS || std::fabs(deltaR) > kConvergedS)) {
+        const MjdTime t = timinc(reference.mjd, reference.sod, -lightV);
+        if (!VrsBaseStation_v_readOrbit(satellite, t.mjd, g.satellite,
+                                        reference.ephemerisIndex[satellite], t.sod))
+            return std::nullopt;
+        g.virtualM = rangeTo(g.satellite, virtualXyz, virtualXyz);
+        deltaV = lightV - g.virtualM / kSpeedOfLight;
+        lightV = g.virtualM / kSpeedOfLight;
+        g.referenceM = rangeTo(g.satellite, DLY.stations[0].xyz, reference.xyz);
+        deltaR = lightR - g.referenceM / kSpeedOfLight;
+        lightR = g.referenceM / kSpeedOfLight;
+        more = passes++ <= kPassesBeforeWarning;
+    }
+    if (passes > kPassesBeforeWarning) {
+        print("***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",
+              DLY.satelliteNames[satellite].c_str(), deltaV);
+        return std::nullopt;
+    }
+    return g;
+}
+
+double elevationDeg(const OrbitState &satellite, const Vector3 &point, const Matrix3 &fromLocal) {
+    const Vector3 sight{satellite[0] - point[0], satellite[1] - point[1], satellite[2] - point[2]};
+    const Vector3 local = matmpy<3, 3, 1>(transpose<3, 3>(fromLocal), sight);
+    const double horizontal = std::sqrt(local[0] * local[0] + local[1] * local[1]);
+    return std::atan(local[2] / horizontal) * 180.0 / kPi;
+}
+
+/// Name of carrier slot k: slots 4 to 7 repeat the names of slots 0 to 3, for a second set of
+/// codes. Empty = the system has no such slot.
+std::string_view slotName(const std::vector<std::string> &names, std::size_t k) {
+    if (k < names.size())
+        return names[k];
+    if (k >= kMaxFrequencies && k - kMaxFrequencies < names.size())
+        return names[k - kMaxFrequencies];
+    return {};
+}
+
+/// Shifts one satellite's slots by the range difference (m).
+void shiftSlots(SatelliteObs &out, const SatelliteObs &in, std::size_t satellite,
+                const std::vector<std::string> &names, double rangeDifference, double ageS) {
+    const double lastDifference = last_drleng[satellite].drleng;
+    for (std::size_t k = 0; k < kMaxSlots; ++k) {
+        const std::string_view name = slotName(names, k);
+        if (name.empty())
+            continue;
+        if (std::fabs(in.range[k]) > kPresent) {
+            out.range[k] = in.range[k] + rangeDifference;
+            out.rangeType[k] = in.rangeType[k];
+        }
+        if (!(std::fabs(in.phase[k]) > kPresent))
+            continue;
+        const double hz = freqbytp(satellite, name);
+        if (hz <= 0.0)
+            continue; // no wavelength, no phase
+        const double wavelengthM = kSpeedOfLight / hz;
+        double &factor = DLY.satellites[satellite].ionosphereFactor[k];
+        if (std::fabs(factor) < kFactorUnset) {
+            const double f1 = freqbytp(satellite, names[0]);
+            factor = f1 * f1 / (hz * hz);
+        }
+        out.phase[k] = in.phase[k] + rangeDifference / wavelengthM;
+        out.phaseType[k] = in.phaseType[k];
+        out.cn0[k] = in.cn0[k];
+        out.doppler[k] = in.doppler[k];
+        if (ageS > 0.0)
+            out.doppler[k] += (rangeDifference - lastDifference) / wavelengthM / ageS;
+    }
+}
+
+/// The reference's own observations under the virtual request.
+void copyRaw(VrsObsPack &out, const VrsBaseStation &base, const VrsObsPack &reference,
+             const RequestRecord &virtualStation) {
+    VrsObsPack_Initial(out);
+    out.mjd = reference.mjd;
+    out.sod = reference.sod;
+    out.xyz = base.xyz;
+    out.reply.stationId = virtualStation.stationId;
+    out.obs.copyFrom(reference.obs);
+}
+
+} // namespace
+
+VrsObsPack &VrsGenerator_s_genVirtualObs(VrsObsPack &out, const VrsBaseStation &base,
+                                         VrsObsPack &reference,
+                                         const RequestRecord &virtualStation) {
+    std::array<std::uint8_t, kMaxSatellites> flags;
+    flags.fill(2);
+    if (virtualStation.distanceM > kMaxOffsetM && !DLY.post) {
+        print("***WARN: VRS offset distance(%14.3lf) too long, using raw obs!\n",
+              virtualStation.distanceM);
+        copyRaw(out, base, reference, virtualStation);
+    } else {
+        VrsGenerator_s_genObservation_raw(out, reference, virtualStation, flags);
+    }
+    return out;
+}
+
+void VrsGenerator_s_genObservation_raw(VrsObsPack &out, VrsObsPack &reference,
+                                       const RequestRecord &virtualStation,
+                                       std::span<const std::uint8_t> flags) {
+    VrsObsPack_Initial(out);
+    reference.referenceRange.fill(0.0);
+    const Matrix3 fromLocal = rot_enu2xyz(virtualStation.blh[0], virtualStation.blh[1]);
+    out.mjd = reference.mjd;
+    out.sod = reference.sod;
+    out.name = virtualStation.name;
+    out.xyz = virtualStation.xyz;
+    out.reply.stationId = virtualStation.stationId;
+
+    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
+        const std::string &name = DLY.satelliteNames[i];
+        RangeHistory &history = last_drleng[i];
+        const double ageS =
+            std::fabs(timdif(history.mjd, DLY.currentMjd, history.sod, DLY.currentSod));
+        if (!existobs(reference.obs[i]) || flags[i] == 0) {
+            if (ageS > kHistoryAgeS)
+                history.drleng = 0.0;
+            continue;
+        }
+        const std::optional<Geometry> g = solveLightTime(i, reference, virtualStation.xyz);
+        if (!g)
+            continue;
+        reference.referenceRange[i] = g->referenceM;
+        const double rangeDifference = g->virtualM - g->referenceM;
+        const double elevation = elevationDeg(g->satellite, virtualStation.xyz, fromLocal);
+        if (elevation < kElevationCutoffDeg) {
+            print("***WARN(Generator): %s elevation is lower than cutoff(5)! elev=%.2lf\n",
+                  name.c_str(), elevation);
+            continue;
+        }
+        const auto system = static_cast<std::size_t>(index_string(kSystems, name.front()));
+        shiftSlots(out.obs.row(i), reference.obs[i], i, DLY.stationFrequencies[system],
+                   rangeDifference, ageS);
+        history = {DLY.currentMjd, DLY.currentSod, rangeDifference};
+    }
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "vrs/BaseStation.h"
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+/// Generator: the virtual station's observations, the reference's shifted by the change of
+/// geometric range (Earth rotation included). Both points see the satellite at the transmit time
+/// of the virtual one; no clock, atmosphere or antenna enters.
+
+/// What the Doppler correction needs of a satellite's last epoch.
+struct RangeHistory {
+    int mjd = 0;
+    double sod = 0.0;
+    double drleng = 0.0; // range at the virtual point minus range at the reference, m
+};
+/// By configured satellite; lives as long as the process.
+extern std::array<RangeHistory, kMaxSatellites> last_drleng;
+
+/// Fills `out` from the reference pack; beyond 5000 m (and without "-post") with the reference's
+/// own observations.
+VrsObsPack &VrsGenerator_s_genVirtualObs(VrsObsPack &out, const VrsBaseStation &base,
+                                         VrsObsPack &reference,
+                                         const RequestRecord &virtualStation);
+/// The generation proper; a satellite whose flag is 0 is taken as absent.
+void VrsGenerator_s_genObservation_raw(VrsObsPack &out, VrsObsPack &reference,
+                                       const RequestRecord &virtualStation,
+                                       std::span<const std::uint8_t> flags);

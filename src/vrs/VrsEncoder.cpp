@@ -1,0 +1,189 @@
+#include "vrs/VrsEncoder.h"
+
+#include "common/ComText.h"
+#include "common/ComTime.h"
+#include "common/DeployConfig.h"
+#include "common/Print.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+
+VrsEncoders VrsEco;
+
+namespace {
+
+// clang-format off
+/// Signals of the reply per system, in the order of kSystems; the BDS-3 marker repeats BDS.
+using MaskRow = std::array<std::string_view, 5>;
+constexpr std::array<MaskRow, kSystemCount> MASK{{
+    {"1C", "2W", "5Q"},
+    {"1P", "2P"},
+    {"1X", "5X", "7X", "6X"},
+    {"2I", "6I", "7I", "5P", "1P"},
+    {"2I", "6I", "7I", "5P", "1P"},
+    {},
+    {"1C", "2X", "5Q"},
+    {},
+}};
+
+/// Observation messages in sending order; "more follows" is set while a later group has data.
+/// 'B' marks BDS-3.
+struct Outgoing { char group; int type; };
+constexpr std::array<Outgoing, 6> kOutgoing{{
+    {'G', 1074}, {'C', 1124}, {'B', 1124}, {'E', 1094}, {'R', 1084}, {'J', 1114}}};
+// clang-format on
+
+constexpr double kPresent = 1e6; // cycles, m
+constexpr int kLastBds2 = 16;    // PRN
+constexpr std::size_t kHeaderBytesOfReply = 10;
+constexpr std::size_t kCheckBytesOfReply = 4;
+constexpr std::size_t kMostBeforeCheck = kReplyBytes - kCheckBytesOfReply;
+
+constexpr std::size_t systemIndex(char letter) {
+    return kSystems.find(letter);
+}
+
+/// Satellites counted by group letter, in the order of kSystems.
+using Counts = std::array<int, kSystemCount>;
+
+/// Copies the slots that the reply carries into the next record of an encoder state. A satellite
+/// without any still takes a record, with satellite number 0.
+void addRecord(RtcmState &state, const SatelliteObs &obs, std::size_t maskRow, std::size_t slots,
+               int satellite) {
+    if (static_cast<std::size_t>(state.obs.n) >= kMaxObs)
+        return;
+    ObsRecord &record = state.obs.data[static_cast<std::size_t>(state.obs.n++)];
+    record = {};
+    std::size_t k = 0;
+    for (std::size_t j = 0; j < slots && k < kObsSlots; ++j) {
+        const std::string_view type = obs.phaseType[j].view();
+        if (index_mask(maskRow, type) < 0 || !(std::fabs(obs.phase[j]) > kPresent) ||
+            !(std::fabs(obs.range[j]) > kPresent))
+            continue;
+        record.L[k] = obs.phase[j];
+        record.P[k] = obs.range[j];
+        record.D[k] = static_cast<float>(obs.doppler[j]);
+        record.SNR[k] = static_cast<std::uint16_t>(obs.cn0[j] / 0.001);
+        record.sat = static_cast<std::uint8_t>(satellite);
+        record.code[k] = obs2code(type.substr(1));
+        ++k;
+    }
+}
+
+/// Sorts the observed satellites into the encoder states and counts them by group.
+Counts fillStates(const EpochObs &obs) {
+    Counts counts{};
+    const std::size_t bds = systemIndex('C');
+    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
+        const std::string &name = DLY.satelliteNames[i];
+        const std::size_t system = systemIndex(name.front());
+        if (system >= kSystemCount || !existobs(obs[i]))
+            continue;
+        const int sat = satid2no(name);
+        if (system == bds && std::atoi(name.c_str() + 1) > kLastBds2) {
+            // BDS-3 looks at the configured frequencies only, and under the row of BDS.
+            addRecord(VrsEco.bds3, obs[i], bds, DLY.satelliteFrequencies[bds].size(), sat);
+            ++counts[systemIndex('B')];
+        } else {
+            addRecord(VrsEco.main, obs[i], system, kMaxSlots, sat);
+            ++counts[system];
+        }
+    }
+    return counts;
+}
+
+/// The messages on their way to the reply area. Counts what does not fit, too.
+struct Block {
+    std::span<std::uint8_t> room;
+    std::size_t length = 0;
+
+    void add(RtcmState &state, int type, int sync) {
+        gen_rtcm3(state, type, 0, sync);
+        const auto n = static_cast<std::size_t>(state.nbyte);
+        if (length + n <= room.size())
+            std::copy_n(state.buff.begin(), n, room.begin() + static_cast<std::ptrdiff_t>(length));
+        length += n;
+    }
+};
+
+void setText(Descriptor &field, std::string_view value) {
+    field.fill('\0');
+    value.copy(field.data(), field.size() - 1);
+}
+
+void addMessages(Block &block, const Counts &counts) {
+    setText(VrsEco.main.sta.antdes, "GPPNULLANTENNA");
+    setText(VrsEco.main.sta.recsno, "KRV VRS");
+    block.add(VrsEco.main, 1005, 0);
+    block.add(VrsEco.main, 1033, 0);
+    const auto present = [&](const Outgoing &o) { return counts[systemIndex(o.group)] > 0; };
+    for (auto it = kOutgoing.begin(); it != kOutgoing.end(); ++it)
+        if (present(*it))
+            block.add(it->group == 'B' ? VrsEco.bds3 : VrsEco.main, it->type,
+                      /*sync=*/std::any_of(it + 1, kOutgoing.end(), present) ? 1 : 0);
+}
+
+void prepareStates(const VrsObsPack &pack) {
+    init_rtcm(VrsEco.main);
+    init_rtcm(VrsEco.bds3);
+    VrsEco.flag = 1;
+    if (!DLY.stationEpochs.empty())
+        VrsEco.main.nav.glo_fcn = DLY.stationEpochs[0].glonassChannels;
+    const GpsWeekTime t = mjd2wksow(pack.mjd, pack.sod);
+    VrsEco.main.time = VrsEco.bds3.time = gpst2time(t.week, t.sow);
+    VrsEco.main.staid = VrsEco.bds3.staid = pack.reply.stationId;
+    VrsEco.main.sta.pos = pack.xyz;
+}
+
+} // namespace
+
+int index_mask(std::size_t system, std::string_view type) {
+    if (type.size() < 3)
+        return -1;
+    const MaskRow &row = MASK[system];
+    return std::find(row.begin(), row.end(), type.substr(1, 2)) == row.end() ? -1 : 1;
+}
+
+int VrsEncoder_m_encodeRtcm_ex(VrsObsPack &pack, int &bits) {
+    prepareStates(pack);
+    const Counts counts = fillStates(pack.obs);
+    const auto start = static_cast<std::size_t>(bits / 8);
+    Block block{std::span(pack.reply.buffer).subspan(start)};
+    addMessages(block, counts);
+    if (block.length > block.room.size()) {
+        print("nbyte = %d,buff size is large than the allocated %lu",
+              static_cast<int>(block.length), static_cast<unsigned long>(kReplyBytes));
+        return 0;
+    }
+    bits += static_cast<int>(8 * block.length);
+    const auto n = [&](char group) { return counts[systemIndex(group)]; };
+    print("send nsats: G=%d, R=%d, E=%d, C2=%d, C3=%d, J=%d #Total=%d\n", n('G'), n('R'), n('E'),
+          n('C'), n('B'), n('J'), n('G') + n('R') + n('E') + n('C') + n('B') + n('J'));
+    return 1;
+}
+
+std::span<const std::uint8_t> VrsEncoder_m_encodeReply(VrsObsPack &pack, std::int32_t requestWord) {
+    ReplyArea &area = pack.reply;
+    const std::span buffer(area.buffer);
+    area.totalLength = area.frameLength = 0;
+    setbitu(buffer, 0, 8, 0xDA);
+    setbitu(buffer, 8, 16, 0);
+    setbitu(buffer, 24, 8, 0x68);
+    setbitu(buffer, 32, 32, static_cast<std::uint32_t>(requestWord));
+    setbitu(buffer, 64, 16, 6);
+    area.bits = static_cast<int>(8 * kHeaderBytesOfReply);
+    const bool encoded = VrsEncoder_m_encodeRtcm_ex(pack, area.bits) == 1;
+    const auto n = static_cast<std::size_t>(area.bits / 8);
+    // The messages alone may fill the buffer; with the check word they may not fit (deliberate).
+    if (!encoded || n > kMostBeforeCheck) {
+        area.bits = 0;
+        return {};
+    }
+    setbitu(buffer, 8, 16, static_cast<std::uint32_t>(n - 3));
+    setbitu(buffer, 8 * n, 32, crc24q(buffer.first(n)));
+    area.frameLength = static_cast<int>(n);
+    area.totalLength = static_cast<int>(n + kCheckBytesOfReply);
+    return buffer.first(n + kCheckBytesOfReply);
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "common/ComCoord.h"
+#include "common/EpochObs.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+/// VrsObsPack: one epoch of one station on its way from the epoch buffer to the reply.
+
+/// Room for a reply frame with its check word.
+inline constexpr std::size_t kReplyBytes = 4096;
+
+/// Where the reply frame of a pack is built.
+struct ReplyArea {
+    int totalLength = 0; // with check word; 0 = no reply
+    int frameLength = 0; // without check word
+    int bits = 0;        // written so far
+    std::int32_t stationId = 0;
+    std::array<std::uint8_t, kReplyBytes> buffer;
+};
+
+struct VrsObsPack {
+    std::string name;
+    int mjd = 0;
+    double sod = 0.0; // GPS time
+    EpochObs obs;
+    Vector3 xyz{}; // station, m
+    /// Geometric range from the reference antenna, m, by configured satellite; 0 = none.
+    std::array<double, kMaxSatellites> referenceRange{};
+    /// Store slot of the ephemeris chosen for a satellite; -1 = none yet.
+    std::array<int, kMaxSatellites> ephemerisIndex{};
+    ReplyArea reply;
+};
+
+/// Empties a pack.
+void VrsObsPack_Initial(VrsObsPack &pack);
+/// Takes over a station's stored epoch; its time is the current epoch of DLY.
+void VrsObsPack_Readobs(VrsObsPack &pack, const StationEpoch &station);
