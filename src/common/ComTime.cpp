@@ -93,7 +93,8 @@ std::int64_t mjd2time(int mjd, double sod) {
     const int days = 365 * d.year - 719050 + (d.year - 1969) / 4 +
                      kDaysBeforeMonth[static_cast<std::size_t>(d.month - 1)] + 1 + d.day - 2 +
                      leapDay;
-    return std::int64_t{86400} * days + 3600 * d.hour + 60 * d.minute +
+    const int secondOfDay = 3600 * d.hour + 60 * d.minute;
+    return std::int64_t{86400} * days + secondOfDay +
            static_cast<std::int64_t>(std::floor(d.second));
 }
 

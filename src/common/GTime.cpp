@@ -68,8 +68,8 @@ GTime epoch2time(const CalendarTime &calendar) {
     const int days = (year - 1970) * 365 + (year - 1969) / 4 +
                      kDayOfYearStart[static_cast<std::size_t>(month - 1)] + day - 2 + leapDay;
     const double whole = std::floor(calendar[5]);
-    return {std::int64_t{86400} * days + static_cast<int>(calendar[3]) * 3600 +
-                static_cast<int>(calendar[4]) * 60 + static_cast<int>(whole),
+    const double secondOfDay = 3600.0 * calendar[3] + 60.0 * calendar[4] + whole;
+    return {std::int64_t{86400} * days + static_cast<std::int64_t>(secondOfDay),
             calendar[5] - whole};
 }
 
@@ -80,12 +80,12 @@ CalendarTime time2epoch(GTime t) {
     std::size_t month = 0;
     while (month < kMonthDays.size() - 1 && day >= kMonthDays[month])
         day -= kMonthDays[month++];
-    return {1970.0 + days / 1461 * 4 + static_cast<int>(month) / 12,
-            static_cast<double>(month % 12 + 1),
-            day + 1.0,
-            static_cast<double>(secondOfDay / 3600),
-            static_cast<double>(secondOfDay % 3600 / 60),
-            secondOfDay % 60 + t.sec};
+    const int year = 1970 + days / 1461 * 4 + static_cast<int>(month) / 12;
+    const int hour = secondOfDay / 3600;
+    const int minute = secondOfDay % 3600 / 60;
+    return {
+        static_cast<double>(year), static_cast<double>(month % 12 + 1), day + 1.0,
+        static_cast<double>(hour), static_cast<double>(minute),         secondOfDay % 60 + t.sec};
 }
 
 GTime gpst2time(int week, double sow) {

@@ -4,8 +4,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// block_ and line_ are written before they are read.
-// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 LineReader::LineReader(const std::string &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     // A directory opens, but cannot be read.
     if (fd_ >= 0 && !fill() && errno == EISDIR) {

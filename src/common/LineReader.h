@@ -32,6 +32,6 @@ private:
     bool cut_ = false;
     std::size_t at_ = 0;
     std::size_t held_ = 0;
-    std::array<char, 4096> block_;
-    std::array<char, kLongestLine> line_;
+    std::array<char, 4096> block_{};
+    std::array<char, kLongestLine> line_{};
 };

@@ -28,6 +28,14 @@ void readDescriptors(StationRecord &station, std::string_view line) {
         station.antennaWithRadome = std::string(line.substr(0, 16)) + "NONE";
 }
 
+bool malformed(const StationRecord &station, const LineReader &file, Findings &findings) {
+    const std::string &path = DLY.tables.stacoo;
+    findings.note(
+        path, file.lineNumber(),
+        text("staname = %s,file = %s,site file format error", station.name.c_str(), path.c_str()));
+    return false;
+}
+
 } // namespace
 
 bool read_siteinfo(StationRecord &station, Findings &findings) {
@@ -51,25 +59,20 @@ bool read_siteinfo(StationRecord &station, Findings &findings) {
                            path.c_str()));
         return false;
     }
-    const auto malformed = [&] {
-        findings.note(path, file.lineNumber(),
-                      text("staname = %s,file = %s,site file format error", name, path.c_str()));
-        return false;
-    };
     std::string word;
     TextScanner pos(line);
     if (file.cut() || !pos.word(word) || !numbersAfterKey(pos, station.xyz))
-        return malformed();
+        return malformed(station, file, findings);
 
     if (!file.next(line) || !contains(line, station.name + "_SIG"))
-        return malformed();
+        return malformed(station, file, findings);
     TextScanner sig(line);
     // The further numbers stand behind 54 characters of text; many files leave them out.
     if (sig.word(word) && numbersAfterKey(sig, station.sigma) && sig.skip(54))
         numbersAfterKey(sig, station.more);
 
     if (!file.next(line) || !contains(line, station.name + "_ENU"))
-        return malformed();
+        return malformed(station, file, findings);
     TextScanner enu(line);
     if (enu.word(word))
         numbersAfterKey(enu, station.enu);

@@ -1,0 +1,70 @@
+#include "frame.h"
+
+namespace ref {
+
+std::uint32_t crc24q(std::span<const std::uint8_t> bytes) {
+    std::uint32_t rest = 0;
+    for (std::size_t i = 0; i < 8 * (bytes.size() + 3); ++i) {
+        const unsigned bit = i / 8 < bytes.size() ? (bytes[i / 8] >> (7 - i % 8)) & 1u : 0;
+        rest = (rest << 1) | bit;
+        if ((rest & 0x1000000) != 0)
+            rest ^= 0x1864CFB;
+    }
+    return rest;
+}
+
+Bytes frame(const Bytes &body) {
+    if (body.size() > 1023)
+        throw std::length_error("RTCM 3 body above 1023 bytes");
+    Bytes out = BitString().u(8, 0xD3).u(16, body.size()).bytes();
+    out.insert(out.end(), body.begin(), body.end());
+    for (const std::uint8_t byte : BitString().u(24, crc24q(out)).bytes())
+        out.push_back(byte);
+    return out;
+}
+
+std::vector<Frame> goodFrames(std::span<const std::uint8_t> stream) {
+    std::vector<Frame> frames;
+    std::size_t length = 0;
+    for (std::size_t at = 0; at + 6 <= stream.size(); at += length) {
+        length = stream[at] == 0xD3 ? (stream[at + 1] & 3u) * 256u + stream[at + 2] + 6u : 1;
+        if (at + length > stream.size())
+            break;
+        const auto whole = stream.subspan(at, length);
+        // a frame divided together with its check word leaves nothing
+        if (length == 1 || crc24q(whole) != 0)
+            continue;
+        Frame f{at, Bytes(whole.begin(), whole.end()), 0,
+                Bytes(whole.begin() + 3, whole.end() - 3)};
+        f.type = f.body.size() < 2 ? 0 : static_cast<int>(BitSource(f.body).u(12));
+        frames.push_back(std::move(f));
+    }
+    return frames;
+}
+
+Reply openReply(std::span<const std::uint8_t> bytes) {
+    const auto need = [](bool holds, const std::string &what) {
+        if (!holds)
+            throw std::runtime_error("reply frame: " + what);
+    };
+    need(bytes.size() >= 14, "shorter than header and check word");
+    BitSource in(bytes);
+    need(in.u(8) == 0xDA, "start byte is not 0xDA");
+    const std::size_t n = in.u(16) + 3;
+    need(bytes.size() >= n + 4 && n >= 10, "cut short");
+    need(bytes.size() == n + 4, "bytes after the check word");
+    need(in.u(8) == 0x68, "byte 3 is not 0x68");
+    Reply reply;
+    reply.word = static_cast<std::uint32_t>(in.u(32));
+    reply.kind = static_cast<std::uint16_t>(in.u(16));
+    need(reply.kind == 6, "bytes 8-9 are not 6");
+    need(BitSource(bytes.subspan(n)).u(32) == crc24q(bytes.first(n)), "wrong check word");
+    reply.messages = goodFrames(bytes.subspan(10, n - 10));
+    std::size_t at = 10;
+    for (const Frame &f : reply.messages)
+        at += f.bytes.size();
+    need(at == n, std::to_string(n - at) + " bytes that are no good message");
+    return reply;
+}
+
+} // namespace ref

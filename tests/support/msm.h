@@ -1,0 +1,74 @@
+/// RTCM 10403.x observation messages MSM4 to MSM7 and the station messages 1005, 1006, 1033.
+/// Metres, metres per second, dB-Hz.
+#pragma once
+
+#include "bits.h"
+#include "geometry.h"
+
+#include <optional>
+
+namespace ref {
+
+/// Signal (RINEX band digit and attribute) of an MSM signal id 1..32; empty when unassigned.
+std::string signalOf(char system, int signalId);
+int signalId(char system, std::string_view signal); ///< std::out_of_range when unassigned
+double frequencyHz(char system, std::string_view signal, int glonassChannel = 0);
+std::string satName(char system, int id); ///< "G05"; the numbers of J and C are the MSM ids
+
+struct Cell {
+    char system = 'G';
+    int id = 0;                                               ///< MSM satellite id, 1..64
+    std::string signal;                                       ///< empty: an unassigned signal id
+    std::optional<double> pseudorangeM, phaseRangeM, rateMps; ///< rate: MSM5, MSM7
+    int lock = 0;                                             ///< indicator as sent
+    bool half = false;
+    double cnr = 0;  ///< dB-Hz
+    int info = 0;    ///< extended satellite information, MSM5 and MSM7; GLONASS: channel + 7
+    std::string sat; ///< satName(system, id)
+};
+
+struct Msm {
+    int type = 0, station = 0;
+    char system = 'G';
+    int msm = 4;
+    std::uint32_t epochField = 0; ///< DF004, DF034 with its day of week, and their like; as sent
+    bool more = false;            ///< multiple-message bit
+    int iods = 0;
+    std::vector<int> sats{};
+    std::vector<std::string> signals{};
+    std::vector<Cell> cells{}; ///< in order of satellite id, then signal id
+};
+
+/// std::invalid_argument for another type, std::out_of_range for a body that is too short.
+Msm readMsm(const Bytes &body);
+
+/// Uses station, system, msm, epochField, more, iods and the cells (in any order, none twice; masks
+/// follow from them). A satellite's rough range and rate are those of its first cell that has one;
+/// a fine field that is absent gets its invalid marker, one that does not fit throws
+/// std::out_of_range.
+Bytes writeMsm(Msm m);
+
+/// The epoch field of a system at a GPS time.
+std::uint32_t epochField(char system, GpsTime t);
+
+struct Station1005 {
+    int type = 1005, station = 0, itrf = 0;
+    bool gps = true, glonass = true, galileo = false, computed = false;
+    bool oneOscillator = true;
+    int quarterCycle = 0;
+    Vec3 xyzM{};
+    double heightM = 0; ///< 1006 only
+};
+Station1005 read1005(const Bytes &body); ///< 1005 or 1006
+Bytes write1005(const Station1005 &s);   ///< 1005 or 1006 by type
+
+struct Text1033 {
+    int station = 0;
+    std::string antenna;
+    int setup = 0;
+    std::string antennaSerial, receiver, firmware, receiverSerial;
+};
+Text1033 read1033(const Bytes &body);
+Bytes write1033(const Text1033 &t);
+
+} // namespace ref
