@@ -28,7 +28,7 @@ std::array<std::uint8_t, 8192> reply;
 
 } // namespace
 
-void Initialize(int argc, char **argv) {
+void Initialize(int argc, char** argv) {
     CTRL = {};
     CTRL.argc = argc;
     std::copy_n(argv, std::min<std::size_t>(static_cast<std::size_t>(argc), CTRL.argv.size()),
@@ -41,11 +41,11 @@ void Initialize(int argc, char **argv) {
     DLY.counters = {};
     DLY.stationEpochs.resize(DLY.stations.size());
     Rnxeph_initial();
-    for (StationEpoch &epoch : DLY.stationEpochs)
+    for (StationEpoch& epoch : DLY.stationEpochs)
         Rnxobs_initial(epoch);
 }
 
-void onrtcm0(std::uint32_t status, const std::uint8_t *frame, std::int32_t length) {
+void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
     std::span<const std::uint8_t> out;
     if (status == kEpoch) {
         const int size = VrsMain(0, reply);
@@ -77,7 +77,7 @@ void serveOnce() {
     StreamReader(0, received.data(), length);
 }
 
-void serve(int argc, char **argv) {
+void serve(int argc, char** argv) {
     // A service manager sees each line at once; a peer that is gone never ends the process.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     std::signal(SIGPIPE, SIG_IGN);

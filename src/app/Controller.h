@@ -8,7 +8,7 @@
 /// The command line as kept for the process.
 struct ControlRecord {
     int argc = 0;
-    std::array<char *, 5> argv{};
+    std::array<char*, 5> argv{};
 };
 extern ControlRecord CTRL;
 
@@ -17,10 +17,10 @@ extern int inputSocketID;
 extern int outputSocketID;
 
 /// Reads command line and configuration and sizes the buffers; ends the process on a fault.
-void Initialize(int argc, char **argv);
+void Initialize(int argc, char** argv);
 /// Reply callback: an epoch is answered by the virtual station, every other frame is forwarded.
-void onrtcm0(std::uint32_t status, const std::uint8_t *frame, std::int32_t length);
+void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t length);
 /// One pass of the loop: keep the connection up, receive a block, decode it.
 void serveOnce();
 /// Starts the service; does not return.
-[[noreturn]] void serve(int argc, char **argv);
+[[noreturn]] void serve(int argc, char** argv);

@@ -1,5 +1,5 @@
 #include "app/Controller.h"
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
     serve(argc, argv);
 }

@@ -38,7 +38,7 @@ double longitude(double x, double y) {
 
 } // namespace
 
-Vector3 blhxyz(const Vector3 &blh, double a, double b) {
+Vector3 blhxyz(const Vector3& blh, double a, double b) {
     const Ellipsoid el = ellipsoid(a, b);
     const double sinB = std::sin(blh[0]);
     const double cosB = std::cos(blh[0]);
@@ -47,7 +47,7 @@ Vector3 blhxyz(const Vector3 &blh, double a, double b) {
             ((1.0 - el.e2) * n + blh[2]) * sinB};
 }
 
-Vector3 xyzblh(const Vector3 &xyz, double scale, double a, double b, double dx, double dy,
+Vector3 xyzblh(const Vector3& xyz, double scale, double a, double b, double dx, double dy,
                double dz) {
     const Ellipsoid el = ellipsoid(a, b);
     const double x = xyz[0] * scale + dx;

@@ -15,16 +15,16 @@ using Matrix3 = std::array<double, 9>;
 inline constexpr double kPi = 3.141592653589793;
 inline constexpr double kSpeedOfLight = 299792458.0; // m/s
 
-Vector3 blhxyz(const Vector3 &blh, double a, double b);
+Vector3 blhxyz(const Vector3& blh, double a, double b);
 /// Scales by `scale` and shifts by (dx, dy, dz) first.
-Vector3 xyzblh(const Vector3 &xyz, double scale, double a, double b, double dx, double dy,
+Vector3 xyzblh(const Vector3& xyz, double scale, double a, double b, double dx, double dy,
                double dz);
 /// Turns local east-north-up axes into Earth-centred ones; its transpose turns back.
 Matrix3 rot_enu2xyz(double lat, double lon);
 /// C (n x l) = A (n x m) * B (m x l), row-major.
 template <std::size_t n, std::size_t m, std::size_t l>
-constexpr std::array<double, n * l> matmpy(const std::array<double, n * m> &a,
-                                           const std::array<double, m * l> &b) {
+constexpr std::array<double, n * l> matmpy(const std::array<double, n * m>& a,
+                                           const std::array<double, m * l>& b) {
     std::array<double, n * l> c{};
     for (std::size_t i = 0; i < n; ++i)
         for (std::size_t j = 0; j < l; ++j)
@@ -35,7 +35,7 @@ constexpr std::array<double, n * l> matmpy(const std::array<double, n * m> &a,
 
 /// T (m x n) = transpose of A (n x m), row-major.
 template <std::size_t n, std::size_t m>
-constexpr std::array<double, n * m> transpose(const std::array<double, n * m> &a) {
+constexpr std::array<double, n * m> transpose(const std::array<double, n * m>& a) {
     std::array<double, n * m> t{};
     for (std::size_t i = 0; i < n; ++i)
         for (std::size_t j = 0; j < m; ++j)
@@ -44,7 +44,7 @@ constexpr std::array<double, n * m> transpose(const std::array<double, n * m> &a
 }
 
 template <std::size_t n>
-constexpr double dot(const std::array<double, n> &a, const std::array<double, n> &b) {
+constexpr double dot(const std::array<double, n>& a, const std::array<double, n>& b) {
     double sum = 0.0;
     for (std::size_t i = 0; i < n; ++i)
         sum += a[i] * b[i];
@@ -53,7 +53,7 @@ constexpr double dot(const std::array<double, n> &a, const std::array<double, n>
 
 /// Euclidean distance of two n-vectors.
 template <std::size_t n>
-double distance(const std::array<double, n> &a, const std::array<double, n> &b) {
+double distance(const std::array<double, n>& a, const std::array<double, n>& b) {
     std::array<double, n> d{};
     for (std::size_t i = 0; i < n; ++i)
         d[i] = a[i] - b[i];

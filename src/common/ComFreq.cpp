@@ -25,17 +25,17 @@ constexpr std::array<SystemCarriers, 5> kCarriers{{
 }};
 // clang-format on
 
-const SystemCarriers *carriersOf(char system) {
+const SystemCarriers* carriersOf(char system) {
     const auto it = std::find_if(kCarriers.begin(), kCarriers.end(),
-                                 [&](const SystemCarriers &s) { return s.letter == system; });
+                                 [&](const SystemCarriers& s) { return s.letter == system; });
     return it == kCarriers.end() ? nullptr : &*it;
 }
 
 } // namespace
 
 std::optional<double> carrier(char system, std::string_view slot, int k) {
-    if (const SystemCarriers *const s = carriersOf(system))
-        for (const Carrier &c : s->carriers)
+    if (const SystemCarriers* const s = carriersOf(system))
+        for (const Carrier& c : s->carriers)
             if (!c.slot.empty() && contains(slot, c.slot))
                 return c.hz + c.stepHz * k;
     return std::nullopt;
@@ -43,7 +43,7 @@ std::optional<double> carrier(char system, std::string_view slot, int k) {
 
 std::string carrierComplaint(char system, std::string_view slot) {
     const std::string name(slot);
-    const SystemCarriers *const s = carriersOf(system);
+    const SystemCarriers* const s = carriersOf(system);
     if (!s)
         return text("freq = %s,unknow frequency", name.c_str());
     return text("freq = %s,unknow frequency for %s", name.c_str(), std::string(s->name).c_str());
@@ -57,7 +57,7 @@ double getfreq(char system, std::string_view slot, int k) {
 }
 
 int glonassChannel(std::size_t satellite) {
-    const SatelliteRecord &record = DLY.satellites[satellite];
+    const SatelliteRecord& record = DLY.satellites[satellite];
     if (record.glonassChannel != kUnknownChannel || DLY.stationEpochs.empty())
         return record.glonassChannel;
     const int sat = satid2no(record.cprn);
@@ -84,18 +84,18 @@ int index_freq(std::span<const std::string> names, std::string_view slot) {
     return Map_index(names, slot);
 }
 
-void updateSatfreq(SatelliteRecord &satellite) {
+void updateSatfreq(SatelliteRecord& satellite) {
     const int system = index_string(kSystems, satellite.cprn.front());
     const int index = pointer_string(DLY.satelliteNames, satellite.cprn);
     if (system < 0 || index < 0)
         return;
-    const auto &names = DLY.satelliteFrequencies[static_cast<std::size_t>(system)];
+    const auto& names = DLY.satelliteFrequencies[static_cast<std::size_t>(system)];
     satellite.slots.clear();
-    for (const std::string &name : names) {
+    for (const std::string& name : names) {
         const double hz = freqbytp(static_cast<std::size_t>(index), name);
         satellite.slots.push_back({name, hz > 0.0 ? kSpeedOfLight / hz : 0.0});
     }
-    const auto hzOf = [&](const std::string &name) {
+    const auto hzOf = [&](const std::string& name) {
         const int at = Map_index(names, name);
         const double wavelengthM = satellite.slots[static_cast<std::size_t>(at)].wavelengthM;
         return wavelengthM > 0.0 ? kSpeedOfLight / wavelengthM : 0.0;

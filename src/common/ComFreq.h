@@ -25,4 +25,4 @@ int glonassChannel(std::size_t satellite);
 /// Index of the first name that contains the slot name, or -1.
 int index_freq(std::span<const std::string> names, std::string_view slot);
 /// Refreshes slot names, wavelengths and pair wavelengths of an accepted satellite.
-void updateSatfreq(SatelliteRecord &satellite);
+void updateSatfreq(SatelliteRecord& satellite);

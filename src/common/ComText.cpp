@@ -41,14 +41,14 @@ std::string_view left_justify_string(std::string_view text) {
 }
 
 std::string toUpper(std::string text) {
-    for (char &c : text)
+    for (char& c : text)
         if (c >= 'a' && c <= 'z')
             c = static_cast<char>(c - 'a' + 'A');
     return text;
 }
 
 std::string toLower(std::string text) {
-    for (char &c : text)
+    for (char& c : text)
         if (isUpperLetter(c))
             c = static_cast<char>(c - 'A' + 'a');
     return text;
@@ -100,13 +100,13 @@ int pointer_string(std::span<const std::string> names, std::string_view s) {
 
 int pointer_charstr(std::span<const std::string> names, std::string_view prefix) {
     const auto it = std::find_if(names.begin(), names.end(),
-                                 [&](const std::string &n) { return n.starts_with(prefix); });
+                                 [&](const std::string& n) { return n.starts_with(prefix); });
     return it == names.end() ? -1 : static_cast<int>(it - names.begin());
 }
 
 int Map_index(std::span<const std::string> table, std::string_view needle) {
     const auto it = std::find_if(table.begin(), table.end(),
-                                 [&](const std::string &n) { return contains(n, needle); });
+                                 [&](const std::string& n) { return contains(n, needle); });
     return it == table.end() ? -1 : static_cast<int>(it - table.begin());
 }
 
@@ -134,7 +134,7 @@ bool TextScanner::atEnd() {
     return !skipSpace();
 }
 
-bool TextScanner::word(std::string &out) {
+bool TextScanner::word(std::string& out) {
     if (!skipSpace()) {
         failed_ = true;
         return false;
@@ -146,20 +146,22 @@ bool TextScanner::word(std::string &out) {
     return true;
 }
 
-bool TextScanner::integer(int &out) {
+bool TextScanner::integer(int& out) {
     failed_ = !skipSpace();
     if (failed_)
         return false;
-    const char *begin = text_.data() + at_;
-    const char *end = text_.data() + text_.size();
-    const bool plus = *begin == '+';
-    const auto [next, error] = std::from_chars(begin + (plus ? 1 : 0), end, out);
-    failed_ = error != std::errc{} || (plus && begin + 1 < end && begin[1] == '-');
-    at_ += static_cast<std::size_t>(next - begin);
+    // from_chars knows no leading plus.
+    std::size_t start = at_;
+    if (text_[start] == '+' && start + 1 < text_.size() && text_[start + 1] != '-')
+        ++start;
+    const char* const begin = text_.data() + start;
+    const auto [next, error] = std::from_chars(begin, text_.data() + text_.size(), out);
+    failed_ = error != std::errc{};
+    at_ = start + static_cast<std::size_t>(next - begin);
     return !failed_;
 }
 
-bool TextScanner::number(double &out) {
+bool TextScanner::number(double& out) {
     failed_ = !skipSpace();
     if (failed_)
         return false;
@@ -167,7 +169,7 @@ bool TextScanner::number(double &out) {
     std::array<char, 128> buffer{};
     const std::size_t n = std::min(buffer.size() - 1, text_.size() - at_);
     std::memcpy(buffer.data(), text_.data() + at_, n);
-    char *end = nullptr;
+    char* end = nullptr;
     const double value = std::strtod(buffer.data(), &end);
     failed_ = end == buffer.data();
     if (failed_)

@@ -67,9 +67,9 @@ class TextScanner {
 public:
     explicit TextScanner(std::string_view text) : text_(text) {}
 
-    bool word(std::string &out);
-    bool integer(int &out);
-    bool number(double &out);
+    bool word(std::string& out);
+    bool integer(int& out);
+    bool number(double& out);
     /// Passes over n characters, as "%*nc" does.
     bool skip(std::size_t n);
     /// Only white space is left.

@@ -124,7 +124,7 @@ MjdTime timinc(int mjd, double sod, double delta) {
     return {day, s};
 }
 
-void brdtime(char system, int &mjd, double &sod) {
+void brdtime(char system, int& mjd, double& sod) {
     double offset = 0.0;
     if (system == 'B' || system == 'C')
         offset = 14.0;

@@ -4,7 +4,7 @@
 
 DeployConfig DLY;
 
-void strinit(Stream &stream) {
+void strinit(Stream& stream) {
     stream = {};
 }
 

@@ -93,7 +93,7 @@ struct Stream {
     int mode = 0;
     int state = 0;
 };
-void strinit(Stream &stream);
+void strinit(Stream& stream);
 
 struct DeployConfig {
     // Switches of the command line.

@@ -32,7 +32,7 @@ struct SatelliteObs {
 };
 
 /// A satellite counts as observed when its carrier phases do not sum to 0; ranges alone do not.
-inline bool existobs(const SatelliteObs &obs) {
+inline bool existobs(const SatelliteObs& obs) {
     double sum = 0.0;
     for (const double phase : obs.phase)
         sum += phase;
@@ -42,9 +42,9 @@ inline bool existobs(const SatelliteObs &obs) {
 /// Rows by configured-satellite index. Clearing and copying cost the rows that were written.
 class EpochObs {
 public:
-    const SatelliteObs &operator[](std::size_t satellite) const { return rows_[satellite]; }
+    const SatelliteObs& operator[](std::size_t satellite) const { return rows_[satellite]; }
     /// The row of a satellite for writing; from now on it counts as written.
-    SatelliteObs &row(std::size_t satellite) {
+    SatelliteObs& row(std::size_t satellite) {
         if (!written_[satellite]) {
             written_[satellite] = true;
             order_[count_++] = static_cast<std::uint8_t>(satellite);
@@ -61,7 +61,7 @@ public:
         }
         count_ = 0;
     }
-    void copyFrom(const EpochObs &other) {
+    void copyFrom(const EpochObs& other) {
         clear();
         for (const std::size_t satellite : other.written())
             row(satellite) = other.rows_[satellite];

@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-std::string text(const char *format, ...) {
+std::string text(const char* format, ...) {
     std::va_list args;
     va_start(args, format);
     std::va_list again;

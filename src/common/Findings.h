@@ -27,16 +27,16 @@ public:
         list_.push_back({Severity::fatal, std::move(file), 0, std::move(key), std::move(text)});
     }
     bool anyFatal() const {
-        for (const Finding &f : list_)
+        for (const Finding& f : list_)
             if (f.severity == Severity::fatal)
                 return true;
         return false;
     }
-    const std::vector<Finding> &list() const { return list_; }
+    const std::vector<Finding>& list() const { return list_; }
 
 private:
     std::vector<Finding> list_;
 };
 
 /// A std::string formatted printf style.
-[[gnu::format(printf, 1, 2)]] std::string text(const char *format, ...);
+[[gnu::format(printf, 1, 2)]] std::string text(const char* format, ...);

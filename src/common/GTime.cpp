@@ -58,7 +58,7 @@ WeekTime toWeek(std::int64_t origin, GTime t) {
 
 } // namespace
 
-GTime epoch2time(const CalendarTime &calendar) {
+GTime epoch2time(const CalendarTime& calendar) {
     const int year = static_cast<int>(calendar[0]);
     const int month = static_cast<int>(calendar[1]);
     const int day = static_cast<int>(calendar[2]);
@@ -112,7 +112,7 @@ double timediff(GTime a, GTime b) {
 }
 
 GTime gpst2utc(GTime t) {
-    for (const LeapRow &row : leaps) {
+    for (const LeapRow& row : leaps) {
         const GTime utc = timeadd(t, row.utcMinusGps);
         if (timediff(utc, epoch2time(row.date)) >= 0.0)
             return utc;
@@ -121,7 +121,7 @@ GTime gpst2utc(GTime t) {
 }
 
 GTime utc2gpst(GTime t) {
-    for (const LeapRow &row : leaps)
+    for (const LeapRow& row : leaps)
         if (timediff(t, epoch2time(row.date)) >= 0.0)
             return timeadd(t, -row.utcMinusGps);
     return t;

@@ -10,7 +10,7 @@ struct GTime {
     std::int64_t time = 0;
     double sec = 0.0;
 
-    bool operator==(const GTime &) const = default;
+    bool operator==(const GTime&) const = default;
     /// The zero time stands for "unknown".
     bool unknown() const { return time == 0; }
 };
@@ -31,7 +31,7 @@ inline constexpr double kHalfWeek = 302400.0;
 inline constexpr double kBdtOffset = 14.0;
 
 /// Calendar to time; years outside 1970..2099 and months outside 1..12 give time 0.
-GTime epoch2time(const CalendarTime &calendar);
+GTime epoch2time(const CalendarTime& calendar);
 CalendarTime time2epoch(GTime t);
 
 /// Seconds of week outside -1e9..1e9 count as 0.

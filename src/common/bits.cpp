@@ -27,7 +27,7 @@ constexpr std::array<CrcTable, 4> tbl_CRC24Q = makeTables();
 
 std::uint32_t crc24q(std::span<const std::uint8_t> buff) {
     std::uint32_t crc = 0;
-    const std::uint8_t *p = buff.data();
+    const std::uint8_t* p = buff.data();
     std::size_t left = buff.size();
     // Four bytes a step: the first three take the old remainder in, the fourth stands alone.
     for (; left >= 4; left -= 4, p += 4)

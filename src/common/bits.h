@@ -11,7 +11,7 @@
 
 namespace detail {
 
-inline std::uint64_t load64(const std::uint8_t *p) {
+inline std::uint64_t load64(const std::uint8_t* p) {
     std::uint64_t word = 0;
     std::memcpy(&word, p, sizeof word);
     if constexpr (std::endian::native == std::endian::little)
@@ -19,7 +19,7 @@ inline std::uint64_t load64(const std::uint8_t *p) {
     return word;
 }
 
-inline void store64(std::uint8_t *p, std::uint64_t word) {
+inline void store64(std::uint8_t* p, std::uint64_t word) {
     if constexpr (std::endian::native == std::endian::little)
         word = __builtin_bswap64(word);
     std::memcpy(p, &word, sizeof word);
@@ -61,7 +61,7 @@ inline void setbitu(std::span<std::uint8_t> buff, std::size_t pos, int len, std:
     const std::uint64_t mask = (~std::uint64_t{0} >> (64 - len)) << shift;
     const std::uint64_t field = std::uint64_t{data} << shift & mask;
     if (byte + 8 <= buff.size()) {
-        std::uint8_t *p = buff.data() + byte;
+        std::uint8_t* p = buff.data() + byte;
         detail::store64(p, (detail::load64(p) & ~mask) | field);
         return;
     }

@@ -64,12 +64,12 @@ int rowOf(unsigned system) {
     return it == kRows.end() ? -1 : static_cast<int>(it - kRows.begin());
 }
 
-const Band *bandOf(unsigned system, int code) {
+const Band* bandOf(unsigned system, int code) {
     const int row = rowOf(system);
     const std::string_view obs = code2obs(code);
     if (row < 0 || obs.empty())
         return nullptr;
-    for (const Band &band : kBands[static_cast<std::size_t>(row)])
+    for (const Band& band : kBands[static_cast<std::size_t>(row)])
         if (band.digit == obs[0])
             return &band;
     return nullptr;
@@ -92,7 +92,9 @@ int priorityByOption(char systemLetter, std::string_view obs, std::string_view o
 
 int satno(unsigned system, int prn) {
     int number = 0;
-    for (const Block &block : kBlocks) {
+    if (prn < 1)
+        return 0;
+    for (const Block& block : kBlocks) {
         if (block.system == system) {
             const int index = prn - block.firstPrn;
             return index >= 0 && index < block.count ? number + index + 1 : 0;
@@ -102,10 +104,10 @@ int satno(unsigned system, int prn) {
     return 0;
 }
 
-unsigned satsys(int sat, int *prn) {
+unsigned satsys(int sat, int* prn) {
     int index = sat - 1;
     if (sat >= 1 && sat <= kMaxSatNumber)
-        for (const Block &block : kBlocks) {
+        for (const Block& block : kBlocks) {
             if (index < block.count) {
                 if (prn)
                     *prn = block.firstPrn + index;
@@ -129,11 +131,11 @@ int satid2no(std::string_view id) {
     if (id.empty())
         return 0;
     TextScanner number(id.substr(1));
-    if (!number.integer(prn))
+    if (!number.integer(prn) || prn < 0 || prn > 999)
         return 0;
     if (id[0] == 'S')
         return satno(kSbas, prn + 100);
-    for (const Block &block : kBlocks)
+    for (const Block& block : kBlocks)
         if (block.letter == id[0] && block.letter != 0)
             return satno(block.system, prn + block.prnOfZero);
     return 0; // I and L are names of systems without a block
@@ -142,7 +144,7 @@ int satid2no(std::string_view id) {
 std::string satno2id(int sat) {
     int prn = 0;
     const unsigned system = satsys(sat, &prn);
-    for (const Block &block : kBlocks) {
+    for (const Block& block : kBlocks) {
         if (block.system != system)
             continue;
         std::array<char, 16> id{};
@@ -161,12 +163,12 @@ std::string_view code2obs(int code) {
 }
 
 int code2idx(unsigned system, int code) {
-    const Band *band = bandOf(system, code);
+    const Band* band = bandOf(system, code);
     return band ? band->slot : -1;
 }
 
 double code2freq(unsigned system, int code, int fcn) {
-    const Band *band = bandOf(system, code);
+    const Band* band = bandOf(system, code);
     if (!band)
         return 0.0;
     if (band->stepHz == 0.0)

@@ -39,7 +39,7 @@ constexpr bool validChannel(int k) {
 /// LEO have none (deliberate).
 int satno(unsigned system, int prn);
 /// System flag of a satellite number, 0 if invalid; QZSS PRNs are 193.., SBAS PRNs 120...
-unsigned satsys(int sat, int *prn = nullptr);
+unsigned satsys(int sat, int* prn = nullptr);
 /// Number of a satellite from "G05", "J02", "S27" or a bare PRN; 0 if none.
 int satid2no(std::string_view id);
 /// "G05"; three digits for SBAS; empty for an invalid number.

@@ -10,10 +10,9 @@
 
 #include <array>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <sys/stat.h>
 
@@ -25,7 +24,7 @@ struct CommandLine {
 };
 
 /// Every test is a search for a substring and is made on every argument.
-CommandLine parseCommandLine(int argc, const char *const *argv) {
+CommandLine parseCommandLine(int argc, const char* const* argv) {
     CommandLine line;
     for (int i = 1; i < argc; ++i) {
         const std::string_view arg = argv[i];
@@ -46,7 +45,7 @@ CommandLine parseCommandLine(int argc, const char *const *argv) {
 }
 
 void sayWhatIsIgnored() {
-    const auto say = [](bool given, const char *option) {
+    const auto say = [](bool given, const char* option) {
         if (given)
             print("***WARN(Deploy): %s is not supported yet and has no effect\n", option);
     };
@@ -58,25 +57,25 @@ void sayWhatIsIgnored() {
 /// One section of a document; every value it gives has passed excludeAnnoValue.
 class Section {
 public:
-    Section(const JsonDocument &document, std::string name, Findings &findings)
+    Section(const JsonDocument& document, std::string name, Findings& findings)
         : document_(document), name_(std::move(name)), findings_(findings) {}
 
-    std::string path(const char *key) const { return name_ + "/" + key; }
+    std::string path(const char* key) const { return name_ + "/" + key; }
 
     /// Reports a value that cannot be used: file, key, value and what is expected instead.
-    void bad(const char *key, const std::string &value, const std::string &expected) const {
+    void bad(const char* key, const std::string& value, const std::string& expected) const {
         findings_.fatalKey(document_.file, path(key),
                            text("file = %s,key = %s,value = %s,%s", document_.file.c_str(),
                                 path(key).c_str(), value.c_str(), expected.c_str()));
     }
 
-    bool has(const char *key) const {
+    bool has(const char* key) const {
         return cJSON_GetChildValue(document_.root, name_.c_str(), key) != nullptr;
     }
 
     /// The text of a key into `out`; false with a finding where there is none.
-    bool value(const char *key, std::string &out) const {
-        const cJSON *const item = cJSON_GetChildValue(document_.root, name_.c_str(), key);
+    bool value(const char* key, std::string& out) const {
+        const cJSON* const item = cJSON_GetChildValue(document_.root, name_.c_str(), key);
         if (!item) {
             bad(key, "", "key is missing");
             return false;
@@ -92,42 +91,42 @@ public:
     }
 
     /// A value read by `read`; where that fails, a finding that shows the expected format.
-    void scan(const char *key, const char *format,
-              const std::function<bool(TextScanner &)> &read) const {
+    bool scan(const char* key, const char* format,
+              const std::function<bool(TextScanner&)>& read) const {
         std::string v;
         if (!value(key, v))
-            return;
+            return false;
         TextScanner scanner(v);
-        if (!read(scanner))
+        const bool good = read(scanner);
+        if (!good)
             bad(key, v, text("expected \"%s\"", format));
+        return good;
     }
 
-    void integer(const char *key, int &out) const {
-        scan(key, "%d", [&](TextScanner &s) { return s.integer(out); });
+    void integer(const char* key, int& out) const {
+        scan(key, "%d", [&](TextScanner& s) { return s.integer(out); });
     }
-    void number(const char *key, double &out) const {
-        scan(key, "%lf", [&](TextScanner &s) { return s.number(out) && std::isfinite(out); });
+    void number(const char* key, double& out) const {
+        scan(key, "%lf", [&](TextScanner& s) { return s.number(out) && std::isfinite(out); });
     }
-    void connector(const char *key, Connector &out) const {
-        scan(key, "%s %d", [&](TextScanner &s) { return s.word(out.host) && s.integer(out.port); });
-        std::string v;
-        if (has(key) && out.port != kNotRead && (out.port < 1 || out.port > 65535) && value(key, v))
-            bad(key, v, "port is not in 1..65535");
+    void connector(const char* key, Connector& out) const {
+        const bool read = scan(
+            key, "%s %d", [&](TextScanner& s) { return s.word(out.host) && s.integer(out.port); });
+        if (read && (out.port < 1 || out.port > 65535))
+            bad(key, out.host + " " + std::to_string(out.port), "port is not in 1..65535");
     }
-
-    static constexpr int kNotRead = -1000000;
 
 private:
-    const JsonDocument &document_;
+    const JsonDocument& document_;
     std::string name_;
-    Findings &findings_;
+    Findings& findings_;
 };
 
 // Seconds that a time window may span or start at; keeps the day arithmetic in range.
 constexpr double kMostSeconds = 1e9;
 constexpr int kLastYear = 9999;
 
-bool readTimeWindow(TextScanner &s, MonthDay &date, int &year) {
+bool readTimeWindow(TextScanner& s, MonthDay& date, int& year) {
     int hour = 0;
     int minute = 0;
     double second = 0.0;
@@ -149,7 +148,7 @@ bool readTimeWindow(TextScanner &s, MonthDay &date, int &year) {
 }
 
 /// "YYYY-MM-DD hh:mm:ss", UTC.
-std::optional<GTime> parseClock(const std::string &value) {
+std::optional<GTime> parseClock(const std::string& value) {
     constexpr std::string_view form = "dddd-dd-dd dd:dd:dd";
     if (value.size() != form.size())
         return std::nullopt;
@@ -168,12 +167,19 @@ std::optional<GTime> parseClock(const std::string &value) {
     return t;
 }
 
-void readCommon(const JsonDocument &document, Findings &findings) {
+/// The leap-second file, which every 1020 reads, must be there before the first one comes.
+void checkLeapSeconds(Findings& findings) {
+    const std::string& path = DLY.tables.leapsc;
+    if (contains(DLY.systems, "R") && !LineReader(path).isOpen())
+        findings.fatal(path, 0, "***ERROR(readCommFil):file_table not exist leapsc item ");
+}
+
+void readCommon(const JsonDocument& document, Findings& findings) {
     const Section common(document, "common", findings);
     MonthDay date{1, 1};
     int year = 2000;
     common.scan("time", "%d%d%d%d%d%lf%lf",
-                [&](TextScanner &s) { return readTimeWindow(s, date, year); });
+                [&](TextScanner& s) { return readTimeWindow(s, date, year); });
     if (!validDate(year, date.month, date.day))
         findings.fatalKey(document.file, "common/time",
                           text("iyear = %d,imonth = %d,iday = %d,incorrect argument", year,
@@ -192,11 +198,11 @@ void readCommon(const JsonDocument &document, Findings &findings) {
     }
 }
 
-void readRequests(const JsonDocument &document, Findings &findings) {
+void readRequests(const JsonDocument& document, Findings& findings) {
     constexpr std::size_t nameLength = 7;
-    const cJSON *const reqs = cJSON_GetObjectItem(document.root, "reqs");
+    const cJSON* const reqs = cJSON_GetObjectItem(document.root, "reqs");
     const int count = cJSON_IsArray(reqs) ? cJSON_GetArraySize(reqs) : 0;
-    const auto bad = [&](const std::string &key, const char *why) {
+    const auto bad = [&](const std::string& key, const char* why) {
         findings.fatalKey(
             document.file, key,
             text("file = %s,key = %s,value = ,%s", document.file.c_str(), key.c_str(), why));
@@ -204,7 +210,7 @@ void readRequests(const JsonDocument &document, Findings &findings) {
     if (count == 0)
         bad("reqs", "expected a list of at least one request name");
     for (int i = 0; i < count; ++i) {
-        const cJSON *const item = cJSON_GetArrayItem(reqs, i);
+        const cJSON* const item = cJSON_GetArrayItem(reqs, i);
         if (!cJSON_IsString(item)) {
             bad(text("reqs/%d", i), "value is not a string");
             continue;
@@ -216,9 +222,8 @@ void readRequests(const JsonDocument &document, Findings &findings) {
     }
 }
 
-void readConnections(const JsonDocument &document, Findings &findings) {
+void readConnections(const JsonDocument& document, Findings& findings) {
     const Section vrs(document, "vrs", findings);
-    DLY.input.port = DLY.output.port = Section::kNotRead;
     vrs.connector("input-connector", DLY.input);
     vrs.connector("output-connector", DLY.output);
     vrs.value("input-protocol", DLY.inputProtocol);
@@ -227,14 +232,14 @@ void readConnections(const JsonDocument &document, Findings &findings) {
 using JsonRoot = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
 
 /// Loads and parses a file; null with findings where that fails.
-JsonRoot loadJson(const std::string &path, Findings &findings) {
+JsonRoot loadJson(const std::string& path, Findings& findings) {
     const std::size_t before = findings.list().size();
     const std::string content = json_loader(path, findings);
     if (findings.list().size() > before)
         return {nullptr, cJSON_Delete};
     JsonRoot root(cJSON_Parse(content.c_str()), cJSON_Delete);
     if (!root) {
-        const char *const at = cJSON_GetErrorPtr();
+        const char* const at = cJSON_GetErrorPtr();
         findings.note(path, 0, text("Error before: [%s]", at ? at : ""));
         findings.fatal(path, 0,
                        text("file = %s,key = ,value = ,not a JSON document", path.c_str()));
@@ -255,18 +260,18 @@ char systemLetter(std::string_view name) {
                                          {"CPS", 'C'},
                                          {"CMS", 'C'},
                                          {"QZS", 'J'}}};
-    for (const Name &n : names)
+    for (const Name& n : names)
         if (contains(name, n.part))
             return n.letter;
     return 0;
 }
 
 /// A system's own band name as a carrier slot name; rules in the order in which they are tried.
-std::string slotName(const std::string &band) {
+std::string slotName(const std::string& band) {
     struct Rule {
         std::array<std::string_view, 3> parts;
         std::string_view whole;
-        const char *slot;
+        const char* slot;
     };
     constexpr std::array<Rule, 6> rules{{{{"L1", "G1", "E1"}, "B1c", "L1"},
                                          {{"L2", "G2", "E2"}, "B1", "L2"},
@@ -274,7 +279,7 @@ std::string slotName(const std::string &band) {
                                          {{"E6", "LEX"}, "B3", "L6"},
                                          {{"E5b"}, "B2b", "L7"},
                                          {{"E5"}, "B2", "L8"}}};
-    for (const Rule &rule : rules) {
+    for (const Rule& rule : rules) {
         for (const std::string_view part : rule.parts)
             if (!part.empty() && contains(band, part))
                 return rule.slot;
@@ -293,12 +298,12 @@ void usage() {
     std::exit(EXIT_FAILURE);
 }
 
-void m_readJsonFile(int argc, const char *const *argv) {
+void m_readJsonFile(int argc, const char* const* argv) {
     DLY = {};
     const CommandLine line = parseCommandLine(argc, argv);
     sayWhatIsIgnored();
     const Findings findings = readDeployment(line.file);
-    for (const Finding &finding : findings.list()) {
+    for (const Finding& finding : findings.list()) {
         if (finding.severity == Severity::fatal)
             fatal("%s", finding.text.c_str());
         print("%s\n", finding.text.c_str());
@@ -307,7 +312,7 @@ void m_readJsonFile(int argc, const char *const *argv) {
         startReplayClock(*DLY.clock);
 }
 
-Findings readDeployment(const std::string &path) {
+Findings readDeployment(const std::string& path) {
     Findings findings;
     strinit(DLY.stream);
     const JsonRoot root = loadJson(path, findings);
@@ -321,7 +326,7 @@ Findings readDeployment(const std::string &path) {
     paths.value("output", DLY.outputPath);
 
     std::string tablesFile;
-    if (const cJSON *const files = cJSON_GetObjectItem(root.get(), "files");
+    if (const cJSON* const files = cJSON_GetObjectItem(root.get(), "files");
         cJSON_IsString(files)) {
         tablesFile = excludeAnnoValue(files->valuestring);
         m_parseTablesConfigures(tablesFile, findings);
@@ -331,19 +336,17 @@ Findings readDeployment(const std::string &path) {
                                "file as a string",
                                path.c_str()));
     }
-    for (const char *const section : {"common", "reqs", "vrs"})
+    for (const char* const section : {"common", "reqs", "vrs"})
         m_readJsonItem(document, section, findings);
-    if (!DLY.tables.object.empty())
-        readObjectFile(findings);
+    readObjectFile(findings);
     struct stat status {};
     if (stat(tablesFile.c_str(), &status) == 0)
         DLY.tablesFileTime = status.st_mtime;
-    if (!DLY.post)
-        Deploy_m_checkRtConfigures(findings);
+    checkLeapSeconds(findings);
     return findings;
 }
 
-void m_readJsonItem(const JsonDocument &document, std::string_view section, Findings &findings) {
+void m_readJsonItem(const JsonDocument& document, std::string_view section, Findings& findings) {
     if (contains(section, "common"))
         readCommon(document, findings);
     if (contains(section, "reqs"))
@@ -352,18 +355,18 @@ void m_readJsonItem(const JsonDocument &document, std::string_view section, Find
         readConnections(document, findings);
 }
 
-void m_parseTablesConfigures(const std::string &path, Findings &findings) {
+void m_parseTablesConfigures(const std::string& path, Findings& findings) {
     const JsonRoot root = loadJson(path, findings);
     if (!root)
         return;
     const JsonDocument document{root.get(), path};
     const Section files(document, "files", findings);
-    TablePaths &t = DLY.tables;
+    TablePaths& t = DLY.tables;
     struct Entry {
-        const char *key;
-        std::string &path;
+        const char* key;
+        std::string& path;
     };
-    for (const Entry &entry : std::initializer_list<Entry>{
+    for (const Entry& entry : std::initializer_list<Entry>{
              {"object", t.object},        {"stacoo", t.stacoo},       {"satnav", t.satnav},
              {"antnam", t.antnam},        {"antpcv", t.antpcv},       {"gptgrd", t.gptgrd},
              {"leapsc", t.leapsc},        {"ocload", t.ocload},       {"jpleph", t.jpleph},
@@ -375,9 +378,9 @@ void m_parseTablesConfigures(const std::string &path, Findings &findings) {
         files.value(entry.key, entry.path);
 }
 
-bool m_parseFrequency(FrequencyTable &table, std::string_view value, const std::string &file,
-                      const std::string &key, Findings &findings) {
-    for (const std::string &item : split_string(EmptyFields::drop, value, ' ', ' ', ' ')) {
+bool m_parseFrequency(FrequencyTable& table, std::string_view value, const std::string& file,
+                      const std::string& key, Findings& findings) {
+    for (const std::string& item : split_string(EmptyFields::drop, value, ' ', ' ', ' ')) {
         const std::size_t colon = item.find(':');
         const char letter = systemLetter(std::string_view(item).substr(0, colon));
         if (!letter) {
@@ -390,31 +393,32 @@ bool m_parseFrequency(FrequencyTable &table, std::string_view value, const std::
                                    file.c_str(), key.c_str(), item.c_str()));
             return false;
         }
-        auto &names = table[static_cast<std::size_t>(index_string(kSystems, letter))];
+        auto& names = table[static_cast<std::size_t>(index_string(kSystems, letter))];
         names.clear();
         const std::string_view bands = std::string_view(item).substr(colon + 1);
-        for (const std::string &band : split_string(EmptyFields::drop, bands, ' ', ' ', '_'))
+        for (const std::string& band : split_string(EmptyFields::drop, bands, ' ', ' ', '_'))
             if (names.size() < kMaxFrequencies)
                 names.push_back(slotName(band));
     }
     return true;
 }
 
-std::string json_loader(const std::string &path, Findings &findings) {
-    std::ifstream file(path, std::ios::binary);
-    std::string content{std::istreambuf_iterator<char>(file), {}};
-    if (!file.is_open() || file.bad())
+std::string json_loader(const std::string& path, Findings& findings) {
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rb"),
+                                                                  std::fclose);
+    std::string content;
+    std::array<char, 4096> block{};
+    while (file)
+        if (const std::size_t n = std::fread(block.data(), 1, block.size(), file.get()))
+            content.append(block.data(), n);
+        else
+            break;
+    if (!file || std::ferror(file.get()))
         findings.fatal(path, 0,
                        text("****ERROR(Deploy): file = %s,can't access json file", path.c_str()));
     return content;
 }
 
-const cJSON *cJSON_GetChildValue(const cJSON *root, const char *section, const char *key) {
+const cJSON* cJSON_GetChildValue(const cJSON* root, const char* section, const char* key) {
     return cJSON_GetObjectItem(cJSON_GetObjectItem(root, section), key);
-}
-
-void Deploy_m_checkRtConfigures(Findings &findings) {
-    const std::string &path = DLY.tables.leapsc;
-    if (contains(DLY.systems, "R") && !LineReader(path).isOpen())
-        findings.fatal(path, 0, "***ERROR(readCommFil):file_table not exist leapsc item ");
 }

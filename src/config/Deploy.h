@@ -16,32 +16,30 @@ struct cJSON;
 [[noreturn]] void usage();
 
 /// Reads everything that the command line names into DLY; ends the process on a fatal finding.
-void m_readJsonFile(int argc, const char *const *argv);
+void m_readJsonFile(int argc, const char* const* argv);
 
 /// Reads the deployment file and all it names into DLY without printing.
-Findings readDeployment(const std::string &path);
+Findings readDeployment(const std::string& path);
 
 /// A JSON document with the file it came from.
 struct JsonDocument {
-    const cJSON *root;
+    const cJSON* root;
     std::string file;
 };
 /// Reads the keys of one section ("common", "reqs" or "vrs") into DLY.
-void m_readJsonItem(const JsonDocument &document, std::string_view section, Findings &findings);
+void m_readJsonItem(const JsonDocument& document, std::string_view section, Findings& findings);
 /// Reads the tables file into DLY.tables.
-void m_parseTablesConfigures(const std::string &path, Findings &findings);
+void m_parseTablesConfigures(const std::string& path, Findings& findings);
 /// One "freqused" value, such as "GPS:L1_L2 BDS:B1_B3", into a table; false with a finding at
 /// the place given where it makes no sense.
-bool m_parseFrequency(FrequencyTable &table, std::string_view value, const std::string &file,
-                      const std::string &key, Findings &findings);
+bool m_parseFrequency(FrequencyTable& table, std::string_view value, const std::string& file,
+                      const std::string& key, Findings& findings);
 /// A whole file; empty with a fatal finding when it cannot be read.
-std::string json_loader(const std::string &path, Findings &findings);
+std::string json_loader(const std::string& path, Findings& findings);
 /// Member `key` of the object member `section`, or null.
-const cJSON *cJSON_GetChildValue(const cJSON *root, const char *section, const char *key);
-/// What only the real-time service needs: the leap-second file, which every 1020 reads.
-void Deploy_m_checkRtConfigures(Findings &findings);
+const cJSON* cJSON_GetChildValue(const cJSON* root, const char* section, const char* key);
 
 /// ObjectFile: satellites and stations from the file at DLY.tables.object into DLY.
-void readObjectFile(Findings &findings);
-void Station_initial(StationRecord &record);
-void Satellite_initial(SatelliteRecord &record);
+void readObjectFile(Findings& findings);
+void Station_initial(StationRecord& record);
+void Satellite_initial(SatelliteRecord& record);

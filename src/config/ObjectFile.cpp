@@ -16,20 +16,20 @@ constexpr std::size_t kStationNameLength = 4;
 
 /// The object file on its way through the sections.
 struct ObjectReader {
-    LineReader &file;
-    Findings &findings;
+    LineReader& file;
+    Findings& findings;
 
-    const std::string &path() const { return DLY.tables.object; }
-    void note(const std::string &line) const { findings.note(path(), file.lineNumber(), line); }
-    void fatal(const std::string &line) const { findings.fatal(path(), file.lineNumber(), line); }
+    const std::string& path() const { return DLY.tables.object; }
+    void note(const std::string& line) const { findings.note(path(), file.lineNumber(), line); }
+    void fatal(const std::string& line) const { findings.fatal(path(), file.lineNumber(), line); }
     /// Reports the value of the line read last.
-    void badValue(const std::string &value, const char *why) const {
+    void badValue(const std::string& value, const char* why) const {
         fatal(text("file = %s,line = %d,value = %s,%s", path().c_str(), file.lineNumber(),
                    value.c_str(), why));
     }
     /// Next record, that is a line that starts with a blank and holds more; false at the line
     /// that holds `end` or at the end of the file.
-    bool nextRecord(std::string_view end, std::string_view &line) const {
+    bool nextRecord(std::string_view end, std::string_view& line) const {
         while (file.next(line) && !contains(line, end)) {
             if (line.empty() || line.front() != ' ' || TextScanner(line).atEnd())
                 continue;
@@ -43,13 +43,13 @@ struct ObjectReader {
     }
 };
 
-void readWords(TextScanner &scan, std::span<std::string> words) {
-    for (std::string &word : words)
+void readWords(TextScanner& scan, std::span<std::string> words) {
+    for (std::string& word : words)
         scan.word(word);
 }
 
 /// Numbers that the line has; the rest stay 0. Returns how many there were.
-std::size_t readNumbers(TextScanner &scan, std::span<double> numbers) {
+std::size_t readNumbers(TextScanner& scan, std::span<double> numbers) {
     std::size_t n = 0;
     while (n < numbers.size() && scan.number(numbers[n]))
         ++n;
@@ -74,8 +74,8 @@ SatelliteRecord parseSatellite(std::string_view line) {
     return satellite;
 }
 
-void acceptSatellite(const ObjectReader &in, SatelliteRecord satellite) {
-    const std::string &name = satellite.cprn;
+void acceptSatellite(const ObjectReader& in, SatelliteRecord satellite) {
+    const std::string& name = satellite.cprn;
     if (name.size() > kSatelliteNameLength)
         return in.badValue(name, "satellite name is longer than 3 characters");
     if (pointer_string(DLY.satelliteNames, name) >= 0)
@@ -83,7 +83,7 @@ void acceptSatellite(const ObjectReader &in, SatelliteRecord satellite) {
     if (!contains(kSystems, name.substr(0, 1)))
         return in.fatal(text("system = %c,do not support system", name.front()));
     const auto glonass = std::count_if(DLY.satelliteNames.begin(), DLY.satelliteNames.end(),
-                                       [](const std::string &n) { return n[0] == 'R'; });
+                                       [](const std::string& n) { return n[0] == 'R'; });
     const std::size_t glonassCount = static_cast<std::size_t>(glonass);
     if (DLY.satellites.size() == kMaxSatellites)
         return in.badValue(name, "more than 160 satellites");
@@ -108,19 +108,19 @@ void orderSystems() {
         DLY.primarySystem = index_string(kSystems, DLY.systems[0]);
 }
 
-void setFrequencies(Findings &findings) {
-    for (const SatelliteRecord &satellite : DLY.satellites) {
+void setFrequencies(Findings& findings) {
+    for (const SatelliteRecord& satellite : DLY.satellites) {
         const char letter = satellite.cprn[0];
         const auto system = static_cast<std::size_t>(index_string(kSystems, letter));
-        for (const std::string &name : DLY.satelliteFrequencies[system])
+        for (const std::string& name : DLY.satelliteFrequencies[system])
             if (!carrier(letter, name, 0))
                 return findings.fatal(DLY.tables.object, 0, carrierComplaint(letter, name));
     }
-    for (SatelliteRecord &satellite : DLY.satellites)
+    for (SatelliteRecord& satellite : DLY.satellites)
         updateSatfreq(satellite);
 }
 
-void readSatellites(const ObjectReader &in) {
+void readSatellites(const ObjectReader& in) {
     std::string_view line;
     while (in.nextRecord("-Satellite used", line))
         acceptSatellite(in, parseSatellite(line));
@@ -146,7 +146,7 @@ StationRecord parseStation(std::string_view line) {
     return station;
 }
 
-void acceptStation(const ObjectReader &in, StationRecord station) {
+void acceptStation(const ObjectReader& in, StationRecord station) {
     if (station.name.size() > kStationNameLength)
         return in.badValue(station.name, "station name is longer than 4 characters");
     if (!read_siteinfo(station, in.findings))
@@ -155,7 +155,7 @@ void acceptStation(const ObjectReader &in, StationRecord station) {
     DLY.stations.push_back(std::move(station));
 }
 
-void readStations(const ObjectReader &in) {
+void readStations(const ObjectReader& in) {
     std::string_view line;
     bool found = false;
     while (!found && in.file.next(line))
@@ -170,14 +170,14 @@ void readStations(const ObjectReader &in) {
 
 } // namespace
 
-void Station_initial(StationRecord &record) {
+void Station_initial(StationRecord& record) {
     record = {};
 }
-void Satellite_initial(SatelliteRecord &record) {
+void Satellite_initial(SatelliteRecord& record) {
     record = {};
 }
 
-void readObjectFile(Findings &findings) {
+void readObjectFile(Findings& findings) {
     LineReader file(DLY.tables.object);
     const ObjectReader in{file, findings};
     if (!file.isOpen())

@@ -19,7 +19,7 @@ bool decoderReady = false;
 /// Carrier slot of a band digit for a system: the first frequency name with that digit, -1 if
 /// none is configured.
 int slotOfDigit(std::size_t system, char digit) {
-    const auto &names = DLY.stationFrequencies[system];
+    const auto& names = DLY.stationFrequencies[system];
     for (std::size_t k = 0; k < names.size(); ++k)
         if (names[k].size() > 1 && names[k][1] == digit)
             return static_cast<int>(k);
@@ -35,7 +35,7 @@ ObsType typeName(char letter, std::string_view code) {
 
 void storeEpoch(std::size_t station) {
     print("***INFO(StreamObs): Got observation data\n");
-    StationEpoch &epoch = DLY.stationEpochs[station];
+    StationEpoch& epoch = DLY.stationEpochs[station];
     const WeekTime t = time2gpst(Decoder.time);
     const MjdTime day = wksow2mjd(t.week, t.sow);
     epoch.mjd = DLY.currentMjd = day.mjd;
@@ -66,7 +66,7 @@ MjdTime mjdOf(GTime t) {
     return wksow2mjd(w.week, w.sow);
 }
 
-GLSEPH glonassRecord(const GloEphRecord &from, const std::string &name) {
+GLSEPH glonassRecord(const GloEphRecord& from, const std::string& name) {
     GLSEPH r;
     r.cprn = name;
     for (std::size_t i = 0; i < 3; ++i) {
@@ -87,7 +87,7 @@ GLSEPH glonassRecord(const GloEphRecord &from, const std::string &name) {
     return r;
 }
 
-GPSEPH keplerRecord(const EphRecord &from, const std::string &name) {
+GPSEPH keplerRecord(const EphRecord& from, const std::string& name) {
     GPSEPH r;
     r.cprn = name;
     const MjdTime toc = mjdOf(from.toc);
@@ -126,7 +126,7 @@ GPSEPH keplerRecord(const EphRecord &from, const std::string &name) {
 }
 
 /// Replaces the record that carries the name, or says that the store has none.
-template <class Record> void replace(std::span<Record> records, int slot, const Record &record) {
+template <class Record> void replace(std::span<Record> records, int slot, const Record& record) {
     if (slot < 0) {
         print("***WARN(StreamObs): %s is not used in session.obj!\n", record.cprn.c_str());
         return;
@@ -137,12 +137,12 @@ template <class Record> void replace(std::span<Record> records, int slot, const 
 
 } // namespace
 
-void RtcmObsDecoder_Initial(RtcmState &state) {
+void RtcmObsDecoder_Initial(RtcmState& state) {
     init_rtcm(state);
     state.nav.glo_fcn = {};
 }
 
-int StreamReader(std::size_t station, const std::uint8_t *buffer, int length) {
+int StreamReader(std::size_t station, const std::uint8_t* buffer, int length) {
     if (!decoderReady) {
         print("***INFO(StreamObs): RtcmObsDecoder_Initial\n");
         RtcmObsDecoder_Initial(Decoder);
@@ -164,10 +164,10 @@ void StreamObs_m_restart() {
     init_rtcm(Decoder);
 }
 
-int StreamObs_m_setObsData(const ObsSet &obs, std::size_t station) {
-    EpochObs &out = DLY.stationEpochs[station].obs;
+int StreamObs_m_setObsData(const ObsSet& obs, std::size_t station) {
+    EpochObs& out = DLY.stationEpochs[station].obs;
     for (int i = 0; i < obs.n; ++i) {
-        const ObsRecord &record = obs.data[static_cast<std::size_t>(i)];
+        const ObsRecord& record = obs.data[static_cast<std::size_t>(i)];
         const int satellite = DLY.satelliteIndex[record.sat];
         if (satellite < 0)
             continue;
@@ -182,7 +182,7 @@ int StreamObs_m_setObsData(const ObsSet &obs, std::size_t station) {
             if (k < 0)
                 continue;
             // Where two signals share a carrier, the later slot overwrites the earlier.
-            SatelliteObs &row = out.row(s);
+            SatelliteObs& row = out.row(s);
             const auto f = static_cast<std::size_t>(k);
             row.phase[f] = record.L[slot];
             row.range[f] = record.P[slot];
@@ -195,7 +195,7 @@ int StreamObs_m_setObsData(const ObsSet &obs, std::size_t station) {
     return 1;
 }
 
-char StreamObs_m_setEphData(NavData &nav, int sat) {
+char StreamObs_m_setEphData(NavData& nav, int sat) {
     const std::string name = satno2id(sat);
     if (name.empty() || index_string(kSystems, name[0]) < 0 ||
         pointer_string(DLY.satelliteNames, name) < 0)
@@ -209,7 +209,7 @@ char StreamObs_m_setEphData(NavData &nav, int sat) {
         replace(records, map_glseph_find(records, name), record);
         return name[0];
     }
-    EphRecord &from = nav.eph[static_cast<std::size_t>(sat - 1)];
+    EphRecord& from = nav.eph[static_cast<std::size_t>(sat - 1)];
     if (name[0] == 'C') { // the store holds BDT readings
         from.toe = timeadd(from.toe, -kBdtOffset);
         from.toc = timeadd(from.toc, -kBdtOffset);

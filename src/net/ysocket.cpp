@@ -45,8 +45,8 @@ bool connectedToItself(int fd) {
     sockaddr_in peer{};
     socklen_t ownLength = sizeof own;
     socklen_t peerLength = sizeof peer;
-    return getsockname(fd, reinterpret_cast<sockaddr *>(&own), &ownLength) == 0 &&
-           getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &peerLength) == 0 &&
+    return getsockname(fd, reinterpret_cast<sockaddr*>(&own), &ownLength) == 0 &&
+           getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) == 0 &&
            own.sin_port == peer.sin_port && own.sin_addr.s_addr == peer.sin_addr.s_addr;
 }
 
@@ -66,14 +66,14 @@ int socket_new_tcp() {
     return fd;
 }
 
-int socket_connect(int fd, const char *host, std::uint32_t port) {
+int socket_connect(int fd, const char* host, std::uint32_t port) {
     dissolve(fd); // a second connect on a used descriptor fails with EISCONN for ever
     setSendTimeout(fd, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     address.sin_addr.s_addr = inet_addr(host);
-    int result = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     if (result == 0 && connectedToItself(fd)) {
         dissolve(fd);
         result = -1;

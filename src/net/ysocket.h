@@ -10,7 +10,7 @@
 /// IPv4 stream socket that notices a vanished peer (keep-alive, user time-out).
 int socket_new_tcp();
 /// Dissolves what the descriptor was connected to, then connects; prints the outcome. 0 or -1.
-int socket_connect(int fd, const char *host, std::uint32_t port);
+int socket_connect(int fd, const char* host, std::uint32_t port);
 /// 0 when the connection is established, else -1.
 int socket_isconnection(int fd);
 /// One receive: bytes, 0 at the end of the stream, or -1.

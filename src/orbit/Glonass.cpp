@@ -39,16 +39,16 @@ constexpr std::array<Transformation, 4> kPz90{{
 }};
 // clang-format on
 
-const Transformation &transformation(int mjd, double sod, std::string_view type) {
+const Transformation& transformation(int mjd, double sod, std::string_view type) {
     if (timdif(mjd, kPz9002Mjd, sod, 0.0) >= 0.0)
         return kPz9002;
-    for (const Transformation &t : kPz90)
+    for (const Transformation& t : kPz90)
         if (contains(type, t.type))
             return t;
     fatal("***ERROR(pz902wgs84): unknown transformation type %s!", std::string(type).c_str());
 }
 
-OrbitState moved(const OrbitState &s, const OrbitState &rate, double step) {
+OrbitState moved(const OrbitState& s, const OrbitState& rate, double step) {
     OrbitState out{};
     for (std::size_t i = 0; i < out.size(); ++i)
         out[i] = s[i] + rate[i] * step;
@@ -57,11 +57,11 @@ OrbitState moved(const OrbitState &s, const OrbitState &rate, double step) {
 
 } // namespace
 
-OrbitState BrdUtils_glsinit(const GLSEPH &r) {
+OrbitState BrdUtils_glsinit(const GLSEPH& r) {
     return {r.posKm[0], r.posKm[1], r.posKm[2], r.velKmps[0], r.velKmps[1], r.velKmps[2]};
 }
 
-OrbitState BrdUtils_glsfright(const OrbitState &s, const std::array<double, 3> &acc) {
+OrbitState BrdUtils_glsfright(const OrbitState& s, const std::array<double, 3>& acc) {
     const double r2 = s[0] * s[0] + s[1] * s[1] + s[2] * s[2];
     const double r = std::sqrt(r2);
     const double a = -kMu / (r2 * r);
@@ -76,7 +76,7 @@ OrbitState BrdUtils_glsfright(const OrbitState &s, const std::array<double, 3> &
             (a + b * (3.0 - 5.0 * q)) * s[2] + acc[2]};
 }
 
-OrbitState BrdUtils_glsrkf4(const OrbitState &s, const std::array<double, 3> &acc, double step) {
+OrbitState BrdUtils_glsrkf4(const OrbitState& s, const std::array<double, 3>& acc, double step) {
     const OrbitState k1 = BrdUtils_glsfright(s, acc);
     const OrbitState k2 = BrdUtils_glsfright(moved(s, k1, step / 2.0), acc);
     const OrbitState k3 = BrdUtils_glsfright(moved(s, k2, step / 2.0), acc);
@@ -87,16 +87,16 @@ OrbitState BrdUtils_glsrkf4(const OrbitState &s, const std::array<double, 3> &ac
     return out;
 }
 
-void BrdUtils_pz902wgs84(int mjd, double sod, OrbitState &state, std::string_view type) {
-    const Transformation &t = transformation(mjd, sod, type);
+void BrdUtils_pz902wgs84(int mjd, double sod, OrbitState& state, std::string_view type) {
+    const Transformation& t = transformation(mjd, sod, type);
     const std::array<double, 3> turned =
         matmpy<3, 3, 1>(t.rotation, {state[0], state[1], state[2]});
     for (std::size_t i = 0; i < turned.size(); ++i)
         state[i] = t.shiftKm[i] + t.scale * turned[i];
 }
 
-int BrdUtils_m_reph2xyz(const GLSEPH &r, std::string_view mode, int mjd, OrbitState &position,
-                        double &clock, double sod) {
+int BrdUtils_m_reph2xyz(const GLSEPH& r, std::string_view mode, int mjd, OrbitState& position,
+                        double& clock, double sod) {
     const double dt = 86400.0 * (mjd - r.mjd) + sod - r.sod;
     clock = r.clockBias + r.gamma * dt;
     if (mode == "ynn")

@@ -23,8 +23,8 @@ constexpr std::array<OrbitConstants, 4> kConstants{{
 }};
 constexpr OrbitConstants kOtherConstants{0, 398600441500000.0, 7.2921151467e-05};
 
-const OrbitConstants &constantsOf(char system) {
-    for (const OrbitConstants &k : kConstants)
+const OrbitConstants& constantsOf(char system) {
+    for (const OrbitConstants& k : kConstants)
         if (k.system == system)
             return k;
     return kOtherConstants;
@@ -32,8 +32,8 @@ const OrbitConstants &constantsOf(char system) {
 
 /// The group-delay term of BeiDou clocks, s: the broadcast clock is B3's, what is observed is the
 /// combination of the first two configured frequencies.
-double bdsGroupDelay(const GPSEPH &record) {
-    const auto &names =
+double bdsGroupDelay(const GPSEPH& record) {
+    const auto& names =
         DLY.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, 'C'))];
     if (names.size() < 2)
         return 0.0;
@@ -78,7 +78,7 @@ struct InPlane {
     Motion x, y, inclination;
 };
 
-InPlane inPlane(const GPSEPH &r, double a, double n, double tk) {
+InPlane inPlane(const GPSEPH& r, double a, double n, double tk) {
     const double m = r.M0 + n * tk;
     const double anomaly = eccentricAnomaly(m, r.e);
     const double sinE = std::sin(anomaly);
@@ -110,7 +110,7 @@ InPlane inPlane(const GPSEPH &r, double a, double n, double tk) {
 }
 
 /// Turns the orbital plane by its inclination and the longitude of its node.
-OrbitState turned(const InPlane &p, Motion node) {
+OrbitState turned(const InPlane& p, Motion node) {
     const double sinI = std::sin(p.inclination.value);
     const double cosI = std::cos(p.inclination.value);
     const double sinO = std::sin(node.value);
@@ -128,7 +128,7 @@ OrbitState turned(const InPlane &p, Motion node) {
 }
 
 /// BDS ICD: the GEO frame, turned by -5 degrees about X, then with the Earth about Z.
-OrbitState fromGeoFrame(const OrbitState &s, double omega, double tk) {
+OrbitState fromGeoFrame(const OrbitState& s, double omega, double tk) {
     constexpr double cos5 = 0.9961946980917455;
     constexpr double sin5 = 0.08715574274765817;
     const OrbitState tilted{s[0], s[1] * cos5 - s[2] * sin5, s[1] * sin5 + s[2] * cos5,
@@ -155,10 +155,10 @@ bool usesGeoFrame(std::string_view cprn) {
 
 } // namespace
 
-int BrdUtils_m_geph2xyz(const GPSEPH &r, std::string_view mode, int week, OrbitState &position,
-                        double &clock, double sow) {
+int BrdUtils_m_geph2xyz(const GPSEPH& r, std::string_view mode, int week, OrbitState& position,
+                        double& clock, double sow) {
     const char system = r.cprn.empty() ? '\0' : r.cprn.front();
-    const OrbitConstants &k = constantsOf(system);
+    const OrbitConstants& k = constantsOf(system);
     const double tk = (week - r.week) * 604800.0 + sow - r.toe;
     const double dt = (week * 7 + kGpsEpochMjd - r.tocMjd) * 86400.0 + sow - r.tocSod;
     clock = r.af0 + (r.af1 + r.af2 * dt) * dt;

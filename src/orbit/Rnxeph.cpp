@@ -10,7 +10,7 @@ namespace {
 
 template <class Record> int findByName(std::span<const Record> records, std::string_view name) {
     const auto it = std::find_if(records.begin(), records.end(),
-                                 [&](const Record &r) { return contains(r.cprn, name); });
+                                 [&](const Record& r) { return contains(r.cprn, name); });
     return it == records.end() ? -1 : static_cast<int>(it - records.begin());
 }
 
@@ -20,20 +20,20 @@ void Rnxeph_initial() {
     BRDEPH = {};
     BRDEPH.slotOf.fill(-1);
     for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
-        const std::string &name = DLY.satelliteNames[i];
+        const std::string& name = DLY.satelliteNames[i];
         if (!contains(kSystems, name.substr(0, 1)))
             continue;
-        int &count = name[0] == 'R' ? BRDEPH.glonassCount : BRDEPH.keplerCount;
+        int& count = name[0] == 'R' ? BRDEPH.glonassCount : BRDEPH.keplerCount;
         const auto slot = static_cast<std::size_t>(count);
         (name[0] == 'R' ? BRDEPH.glonass[slot].cprn : BRDEPH.kepler[slot].cprn) = name;
         BRDEPH.slotOf[i] = count++;
     }
 }
 
-void Rnxeph_GPSEPH_initial(GPSEPH &record) {
+void Rnxeph_GPSEPH_initial(GPSEPH& record) {
     record = {};
 }
-void Rnxeph_GLSEPH_initial(GLSEPH &record) {
+void Rnxeph_GLSEPH_initial(GLSEPH& record) {
     record = {};
 }
 

@@ -57,8 +57,8 @@ extern EphemerisStore BRDEPH;
 
 /// Lays the store out for the configured satellites, empty.
 void Rnxeph_initial();
-void Rnxeph_GPSEPH_initial(GPSEPH &record);
-void Rnxeph_GLSEPH_initial(GLSEPH &record);
+void Rnxeph_GPSEPH_initial(GPSEPH& record);
+void Rnxeph_GLSEPH_initial(GLSEPH& record);
 /// Slot of the first record whose name contains the name, or -1.
 int map_gpseph_find(std::span<const GPSEPH> records, std::string_view name);
 int map_glseph_find(std::span<const GLSEPH> records, std::string_view name);

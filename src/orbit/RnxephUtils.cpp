@@ -9,15 +9,15 @@ namespace {
 
 /// Finds a satellite's record and judges its age, with a line where it cannot be used.
 template <class Record>
-const Record *select(std::span<const Record> records, std::size_t satellite, int Record::*mjd,
-                     double Record::*sod, int &ephemerisIndex) {
-    const char *const name = DLY.satelliteNames[satellite].c_str();
+const Record* select(std::span<const Record> records, std::size_t satellite, int Record::*mjd,
+                     double Record::*sod, int& ephemerisIndex) {
+    const char* const name = DLY.satelliteNames[satellite].c_str();
     ephemerisIndex = BRDEPH.slotOf[satellite];
     if (ephemerisIndex < 0) {
         print("***WARN(RnxephUtils): %s is not used in session.obj!\n", name);
         return nullptr;
     }
-    const Record &record = records[static_cast<std::size_t>(ephemerisIndex)];
+    const Record& record = records[static_cast<std::size_t>(ephemerisIndex)];
     if (record.*mjd == 0) {
         print("***WARN(RnxephUtils): %s doesn't have ephemeris!\n", name);
         return nullptr;
@@ -30,7 +30,7 @@ const Record *select(std::span<const Record> records, std::size_t satellite, int
     return &record;
 }
 
-int report(int result, const std::string &cprn) {
+int report(int result, const std::string& cprn) {
     if (result == -1)
         print("***WARN(RnxephUtils): Something was wrong with %s!\n", cprn.c_str());
     return result == -1 ? 0 : 1;
@@ -38,18 +38,18 @@ int report(int result, const std::string &cprn) {
 
 } // namespace
 
-int BrdUtils_m_brd2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState &position,
-                       double &clock, int &ephemerisIndex, double secondOfWeek) {
-    const GPSEPH *const record =
+int BrdUtils_m_brd2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState& position,
+                       double& clock, int& ephemerisIndex, double secondOfWeek) {
+    const GPSEPH* const record =
         select<GPSEPH>(BRDEPH.kepler, satellite, &GPSEPH::tocMjd, &GPSEPH::tocSod, ephemerisIndex);
     return record ? report(BrdUtils_m_geph2xyz(*record, mode, week, position, clock, secondOfWeek),
                            record->cprn)
                   : 0;
 }
 
-int BrdUtils_m_gls2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState &position,
-                       double &clock, int &ephemerisIndex, double secondOfWeek) {
-    const GLSEPH *const record =
+int BrdUtils_m_gls2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState& position,
+                       double& clock, int& ephemerisIndex, double secondOfWeek) {
+    const GLSEPH* const record =
         select<GLSEPH>(BRDEPH.glonass, satellite, &GLSEPH::mjd, &GLSEPH::sod, ephemerisIndex);
     if (!record)
         return 0;

@@ -18,26 +18,26 @@ inline constexpr double kMaxEphemerisAgeS = 7200.0;
 /// Position of a configured Keplerian satellite at a GPS week and second of week. 1, or 0 with a
 /// line where there is no ephemeris of the last two hours. `mode`: three letters, 'y' or 'n';
 /// "ynn" asks for the clock only. The slot used goes to `ephemerisIndex`.
-int BrdUtils_m_brd2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState &position,
-                       double &clock, int &ephemerisIndex, double secondOfWeek);
+int BrdUtils_m_brd2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState& position,
+                       double& clock, int& ephemerisIndex, double secondOfWeek);
 /// The same for a GLONASS satellite.
-int BrdUtils_m_gls2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState &position,
-                       double &clock, int &ephemerisIndex, double secondOfWeek);
+int BrdUtils_m_gls2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState& position,
+                       double& clock, int& ephemerisIndex, double secondOfWeek);
 
 /// Kepler orbit of one record; -1 when no position was computed (clock only).
-int BrdUtils_m_geph2xyz(const GPSEPH &record, std::string_view mode, int week, OrbitState &position,
-                        double &clock, double secondOfWeek);
+int BrdUtils_m_geph2xyz(const GPSEPH& record, std::string_view mode, int week, OrbitState& position,
+                        double& clock, double secondOfWeek);
 /// GLONASS orbit of one record; -1 when no position was computed (clock only).
-int BrdUtils_m_reph2xyz(const GLSEPH &record, std::string_view mode, int mjd, OrbitState &position,
-                        double &clock, double sod);
+int BrdUtils_m_reph2xyz(const GLSEPH& record, std::string_view mode, int mjd, OrbitState& position,
+                        double& clock, double sod);
 
 // GLONASS integration; states in km and km/s.
-OrbitState BrdUtils_glsinit(const GLSEPH &record);
+OrbitState BrdUtils_glsinit(const GLSEPH& record);
 /// Derivatives of the state.
-OrbitState BrdUtils_glsfright(const OrbitState &state, const std::array<double, 3> &acceleration);
+OrbitState BrdUtils_glsfright(const OrbitState& state, const std::array<double, 3>& acceleration);
 /// One classical Runge-Kutta step of fourth order.
-OrbitState BrdUtils_glsrkf4(const OrbitState &state, const std::array<double, 3> &acceleration,
+OrbitState BrdUtils_glsrkf4(const OrbitState& state, const std::array<double, 3>& acceleration,
                             double step);
 /// Turns a position (km) from PZ-90 to WGS 84, in place. Before MJD 54362 the type names the
 /// transformation ("MCC", "RUS", "LMU", "MIT"); an unknown one ends the process.
-void BrdUtils_pz902wgs84(int mjd, double sod, OrbitState &state, std::string_view type);
+void BrdUtils_pz902wgs84(int mjd, double sod, OrbitState& state, std::string_view type);

@@ -27,7 +27,7 @@ inline bool isNone(double value) {
 
 /// A text field of a message; ends with NUL.
 using Descriptor = std::array<char, 64>;
-inline std::string_view view(const Descriptor &d) {
+inline std::string_view view(const Descriptor& d) {
     return {d.data(), strnlen(d.data(), d.size())};
 }
 /// Longest text that a message carries by the standard.
@@ -55,27 +55,27 @@ public:
     std::size_t left() const { return ok() ? end_ - at_ : 0; }
 
     void fixed(int width, std::uint32_t) { at_ += static_cast<std::size_t>(width); }
-    template <std::integral T> void u(int width, T &value) { value = static_cast<T>(take(width)); }
-    void u(int width, double &value, double unit) {
+    template <std::integral T> void u(int width, T& value) { value = static_cast<T>(take(width)); }
+    void u(int width, double& value, double unit) {
         value = static_cast<double>(take(width)) * unit;
     }
-    template <std::integral T> void s(int width, T &value) {
+    template <std::integral T> void s(int width, T& value) {
         value = static_cast<T>(takeSigned(width));
     }
-    void s(int width, double &value, double unit) {
+    void s(int width, double& value, double unit) {
         value = static_cast<double>(takeSigned(width)) * unit;
     }
-    void sm(int width, double &value, double unit) {
+    void sm(int width, double& value, double unit) {
         const bool negative = take(1) != 0;
         const auto magnitude = static_cast<double>(take(width - 1));
         value = (negative ? -magnitude : magnitude) * unit;
     }
-    void sOrNone(int width, double &value, double unit) {
+    void sOrNone(int width, double& value, double unit) {
         const std::int64_t raw = takeSigned(width);
         value = raw == -(std::int64_t{1} << (width - 1)) ? kNone : static_cast<double>(raw) * unit;
     }
     /// Keeps what fits; the rest of a longer text is passed over.
-    void text(Descriptor &value) {
+    void text(Descriptor& value) {
         value.fill('\0');
         const auto n = static_cast<std::size_t>(take(8));
         for (std::size_t i = 0; i < n; ++i) {
@@ -113,35 +113,35 @@ public:
     std::size_t at() const { return at_; }
 
     void fixed(int width, std::uint32_t value) { put(width, value); }
-    template <std::integral T> void u(int width, const T &value) {
+    template <std::integral T> void u(int width, const T& value) {
         put(width, static_cast<std::uint64_t>(value));
     }
     /// Values outside the field take its nearest end.
-    void u(int width, const double &value, double unit) {
+    void u(int width, const double& value, double unit) {
         const double most = std::ldexp(1.0, width) - 1.0;
         put(width, static_cast<std::uint64_t>(std::clamp(roundHalfUp(value / unit), 0.0, most)));
     }
-    template <std::integral T> void s(int width, const T &value) {
+    template <std::integral T> void s(int width, const T& value) {
         put(width, static_cast<std::uint64_t>(static_cast<std::int64_t>(value)));
     }
-    void s(int width, const double &value, double unit) {
+    void s(int width, const double& value, double unit) {
         const double most = std::ldexp(1.0, width - 1);
         const double steps = std::clamp(roundHalfUp(value / unit), -most, most - 1.0);
         put(width, static_cast<std::uint64_t>(static_cast<std::int64_t>(steps)));
     }
-    void sm(int width, const double &value, double unit) {
+    void sm(int width, const double& value, double unit) {
         const double most = std::ldexp(1.0, width - 1) - 1.0;
         put(1, value < 0.0 ? 1 : 0);
         put(width - 1,
             static_cast<std::uint64_t>(std::min(roundHalfUp(std::fabs(value) / unit), most)));
     }
-    void sOrNone(int width, const double &value, double unit) {
+    void sOrNone(int width, const double& value, double unit) {
         if (isNone(value))
             put(width, std::uint64_t{1} << (width - 1));
         else
             s(width, value, unit);
     }
-    void text(const Descriptor &value) {
+    void text(const Descriptor& value) {
         const std::string_view v = view(value).substr(0, kMaxText);
         put(8, v.size());
         for (const char c : v)
@@ -166,17 +166,17 @@ private:
 class BitCounter {
 public:
     constexpr void fixed(int width, std::uint32_t) { bits_ += width; }
-    template <class T> constexpr void u(int width, const T &, double = 1.0) { bits_ += width; }
-    template <class T> constexpr void s(int width, const T &, double = 1.0) { bits_ += width; }
-    constexpr void sm(int width, const double &, double) { bits_ += width; }
-    constexpr void sOrNone(int width, const double &, double) { bits_ += width; }
+    template <class T> constexpr void u(int width, const T&, double = 1.0) { bits_ += width; }
+    template <class T> constexpr void s(int width, const T&, double = 1.0) { bits_ += width; }
+    constexpr void sm(int width, const double&, double) { bits_ += width; }
+    constexpr void sOrNone(int width, const double&, double) { bits_ += width; }
     constexpr int bits() const { return bits_; }
 
 private:
     int bits_ = 0;
 };
 
-template <class Record, class Layout> constexpr int bitsOf(const Layout &layout) {
+template <class Record, class Layout> constexpr int bitsOf(const Layout& layout) {
     BitCounter counter;
     const Record record{};
     layout(counter, record);

@@ -25,7 +25,7 @@ struct WireEph {
 
 /// The orbit fields that GPS, QZSS and Galileo share, from Crs to the rate of the node; steps of
 /// the reference time differ.
-inline constexpr auto layoutOrbit = [](auto &b, auto &m, int toeBits, double toeStep) {
+inline constexpr auto layoutOrbit = [](auto& b, auto& m, int toeBits, double toeStep) {
     b.s(16, m.crs, pow2(-5));
     b.s(16, m.deln, pow2(-43));
     b.s(32, m.M0, pow2(-31));
@@ -44,7 +44,7 @@ inline constexpr auto layoutOrbit = [](auto &b, auto &m, int toeBits, double toe
 };
 
 // GPS, fields DF009 and DF076 to DF137.
-inline constexpr auto layout1019 = [](auto &b, auto &m) {
+inline constexpr auto layout1019 = [](auto& b, auto& m) {
     b.fixed(12, 1019);
     b.u(6, m.id);
     b.u(10, m.week);
@@ -66,7 +66,7 @@ inline constexpr auto layout1019 = [](auto &b, auto &m) {
 static_assert(bitsOf<WireEph>(layout1019) == 488);
 
 // QZSS, fields DF429 to DF457.
-inline constexpr auto layout1044 = [](auto &b, auto &m) {
+inline constexpr auto layout1044 = [](auto& b, auto& m) {
     b.fixed(12, 1044);
     b.u(4, m.id);
     b.u(16, m.toc, 16.0);
@@ -87,7 +87,7 @@ inline constexpr auto layout1044 = [](auto &b, auto &m) {
 static_assert(bitsOf<WireEph>(layout1044) == 485);
 
 // Galileo, fields DF252 and DF289 to DF312, the head of both messages.
-inline constexpr auto layoutGalileo = [](auto &b, auto &m) {
+inline constexpr auto layoutGalileo = [](auto& b, auto& m) {
     b.u(6, m.id);
     b.u(12, m.week);
     b.u(10, m.iode);
@@ -100,7 +100,7 @@ inline constexpr auto layoutGalileo = [](auto &b, auto &m) {
     layoutOrbit(b, m, 14, 60.0);
     b.s(10, m.tgd, pow2(-32)); // BGD E5a/E1
 };
-inline constexpr auto layout1045 = [](auto &b, auto &m) {
+inline constexpr auto layout1045 = [](auto& b, auto& m) {
     b.fixed(12, 1045);
     layoutGalileo(b, m);
     b.u(2, m.svh);   // DF314, E5a
@@ -108,7 +108,7 @@ inline constexpr auto layout1045 = [](auto &b, auto &m) {
     b.fixed(7, 0);
 };
 static_assert(bitsOf<WireEph>(layout1045) == 496);
-inline constexpr auto layout1046 = [](auto &b, auto &m) {
+inline constexpr auto layout1046 = [](auto& b, auto& m) {
     b.fixed(12, 1046);
     layoutGalileo(b, m);
     b.s(10, m.tgd2, pow2(-32)); // DF313, BGD E5b/E1
@@ -121,7 +121,7 @@ inline constexpr auto layout1046 = [](auto &b, auto &m) {
 static_assert(bitsOf<WireEph>(layout1046) == 504);
 
 // BDS, fields DF488 to DF515; reference times are BDT. Type 63 is its forerunner.
-inline constexpr auto layout1042 = [](auto &b, auto &m) {
+inline constexpr auto layout1042 = [](auto& b, auto& m) {
     b.fixed(12, 1042);
     b.u(6, m.id);
     b.u(13, m.week);
@@ -170,7 +170,7 @@ struct WireGlonass {
 };
 
 // GLONASS, fields DF038, DF040 and DF104 to DF136.
-inline constexpr auto layout1020 = [](auto &b, auto &m) {
+inline constexpr auto layout1020 = [](auto& b, auto& m) {
     b.fixed(12, 1020);
     b.u(6, m.slot);
     b.u(5, m.channel);

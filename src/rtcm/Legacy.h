@@ -20,7 +20,7 @@ struct LegacyHead {
     int satellites = 0;
 };
 
-inline constexpr auto layoutLegacyHead = [](auto &b, auto &h, const LegacyForm &f) {
+inline constexpr auto layoutLegacyHead = [](auto& b, auto& h, const LegacyForm& f) {
     b.u(12, h.type);                     // DF002
     b.u(12, h.staid);                    // DF003
     b.u(f.glonass ? 27 : 30, h.epochMs); // DF034, DF004
@@ -46,7 +46,7 @@ struct LegacySatellite {
     double cnr2Db = 0.0;
 };
 
-inline constexpr auto layoutLegacySatellite = [](auto &b, auto &s, const LegacyForm &f) {
+inline constexpr auto layoutLegacySatellite = [](auto& b, auto& s, const LegacyForm& f) {
     b.u(6, s.id);    // DF038, DF009
     b.u(1, s.code1); // DF039, DF010
     if (f.glonass)

@@ -37,7 +37,7 @@ struct SignalId {
 };
 constexpr SignalCodes signalCodes(std::initializer_list<SignalId> signals) {
     SignalCodes codes{};
-    for (const SignalId &signal : signals)
+    for (const SignalId& signal : signals)
         codes[signal.id] = obs2code(signal.code);
     return codes;
 }
@@ -88,7 +88,7 @@ struct MsmHead {
     std::uint32_t signals = 0;    // bit 31 = id 1
 };
 
-inline constexpr auto layoutMsmHead = [](auto &b, auto &h) {
+inline constexpr auto layoutMsmHead = [](auto& b, auto& h) {
     b.u(12, h.type);             // DF002
     b.u(12, h.staid);            // DF003
     b.u(30, h.epoch);            // DF004, DF034, DF248, DF427, DF428
@@ -111,16 +111,16 @@ struct MsmSatellite {
     double rateMps = kNone; // rough phase-range rate
 };
 
-inline constexpr auto layoutMsmSatellites = [](auto &b, auto &satellites, const MsmForm &f) {
-    for (auto &s : satellites)
+inline constexpr auto layoutMsmSatellites = [](auto& b, auto& satellites, const MsmForm& f) {
+    for (auto& s : satellites)
         b.u(8, s.rangeMs); // DF397
     if (f.rates)
-        for (auto &s : satellites)
+        for (auto& s : satellites)
             b.u(4, s.extended);
-    for (auto &s : satellites)
+    for (auto& s : satellites)
         b.u(10, s.rangeFraction); // DF398
     if (f.rates)
-        for (auto &s : satellites)
+        for (auto& s : satellites)
             b.sOrNone(14, s.rateMps, 1.0); // DF399
 };
 
@@ -133,18 +133,18 @@ struct MsmCell {
     double rateMps = kNone; // fine phase-range rate
 };
 
-inline constexpr auto layoutMsmCells = [](auto &b, auto &cells, const MsmForm &f) {
-    for (auto &c : cells)
+inline constexpr auto layoutMsmCells = [](auto& b, auto& cells, const MsmForm& f) {
+    for (auto& c : cells)
         b.sOrNone(f.range, c.rangeMs, f.rangeMs); // DF400, DF405
-    for (auto &c : cells)
+    for (auto& c : cells)
         b.sOrNone(f.phase, c.phaseMs, f.phaseMs); // DF401, DF406
-    for (auto &c : cells)
+    for (auto& c : cells)
         b.u(f.lock, c.lock); // DF402, DF407
-    for (auto &c : cells)
+    for (auto& c : cells)
         b.u(1, c.halfCycle); // DF420
-    for (auto &c : cells)
+    for (auto& c : cells)
         b.u(f.cnr, c.cnrDb, f.cnrDb); // DF403, DF408
     if (f.rates)
-        for (auto &c : cells)
+        for (auto& c : cells)
             b.sOrNone(15, c.rateMps, 1e-4); // DF404
 };

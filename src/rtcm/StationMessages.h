@@ -6,12 +6,12 @@
 /// the station id beside it.
 
 template <class Int, class Info> struct StationMessage {
-    Int &staid;
-    Info &sta;
+    Int& staid;
+    Info& sta;
 };
-template <class Int, class Info> StationMessage(Int &, Info &) -> StationMessage<Int, Info>;
+template <class Int, class Info> StationMessage(Int&, Info&) -> StationMessage<Int, Info>;
 
-inline constexpr auto layoutPosition = [](auto &b, auto &m) {
+inline constexpr auto layoutPosition = [](auto& b, auto& m) {
     b.u(12, m.staid);            // DF003
     b.u(6, m.sta.itrf);          // DF021
     b.fixed(4, 0b1100);          // DF022-024, DF141: GPS and GLONASS, real station
@@ -21,30 +21,30 @@ inline constexpr auto layoutPosition = [](auto &b, auto &m) {
     b.fixed(2, 0);               // DF364
     b.s(38, m.sta.pos[2], 1e-4); // DF027
 };
-inline constexpr auto layout1005 = [](auto &b, auto &m) {
+inline constexpr auto layout1005 = [](auto& b, auto& m) {
     b.fixed(12, 1005);
     layoutPosition(b, m);
 };
-inline constexpr auto layout1006 = [](auto &b, auto &m) {
+inline constexpr auto layout1006 = [](auto& b, auto& m) {
     b.fixed(12, 1006);
     layoutPosition(b, m);
     b.u(16, m.sta.hgt, 1e-4); // DF028
 };
 
-inline constexpr auto layout1007 = [](auto &b, auto &m) {
+inline constexpr auto layout1007 = [](auto& b, auto& m) {
     b.fixed(12, 1007);
     b.u(12, m.staid);
     b.text(m.sta.antdes);   // DF029, DF030
     b.u(8, m.sta.antsetup); // DF031
 };
-inline constexpr auto layout1008 = [](auto &b, auto &m) {
+inline constexpr auto layout1008 = [](auto& b, auto& m) {
     b.fixed(12, 1008);
     b.u(12, m.staid);
     b.text(m.sta.antdes);
     b.u(8, m.sta.antsetup);
     b.text(m.sta.antsno); // DF032, DF033
 };
-inline constexpr auto layout1033 = [](auto &b, auto &m) {
+inline constexpr auto layout1033 = [](auto& b, auto& m) {
     b.fixed(12, 1033);
     b.u(12, m.staid);
     b.text(m.sta.antdes);
@@ -62,7 +62,7 @@ struct Biases1230 {
     int mask = 0;
     std::array<double, 4> biasM{}; // 1C, 1P, 2C, 2P
 };
-inline constexpr auto layout1230 = [](auto &b, auto &m) {
+inline constexpr auto layout1230 = [](auto& b, auto& m) {
     b.fixed(12, 1230);
     b.u(12, m.staid);
     b.u(1, m.align); // DF421

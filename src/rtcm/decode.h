@@ -8,53 +8,53 @@
 
 /// First bit of a message in RtcmState::buff.
 inline constexpr std::size_t kMessageBit = 24;
-inline BitReader messageOf(const RtcmState &s) {
+inline BitReader messageOf(const RtcmState& s) {
     return {s.buff, kMessageBit, static_cast<std::size_t>(s.len) * 8};
 }
-inline bool hasOption(const RtcmState &s, std::string_view option) {
+inline bool hasOption(const RtcmState& s, std::string_view option) {
     return s.opt.find(option) != std::string::npos;
 }
 
 /// Adopts the message's station id; false where it is not the one of the epoch being collected
 /// (which is then given up) or not the one that the options ask for.
-bool test_staid(RtcmState &s, int staid);
+bool test_staid(RtcmState& s, int staid);
 
 /// Sets `time` from the system clock while it is unknown.
-void needTime(RtcmState &s);
+void needTime(RtcmState& s);
 /// Resolves a time of week (s, GPS) against `time`; the result becomes `time`.
-void adjweek(RtcmState &s, double tow);
+void adjweek(RtcmState& s, double tow);
 /// Resolves a Moscow time of day (s) against `time`; the result becomes `time`.
-void adjday_glot(RtcmState &s, double tod);
+void adjday_glot(RtcmState& s, double tod);
 /// A time of day moved by a day where that brings it within half a day of the reference.
 double nearestDay(double tod, double reference);
 
 /// Record of a satellite in the epoch that `time` names; an epoch of another time, or one that is
 /// complete, makes room. Null when the set is full.
-ObsRecord *epochRecord(RtcmState &s, int sat);
+ObsRecord* epochRecord(RtcmState& s, int sat);
 /// Ends a message of the epoch: kNothing while more follow, kEpoch after the last one.
-Status endOfMessage(RtcmState &s, bool more);
+Status endOfMessage(RtcmState& s, bool more);
 /// 1 when the lock indicator is 0 or smaller than the last one of the signal.
-std::uint8_t lossoflock(RtcmState &s, int sat, std::size_t slot, int lock);
+std::uint8_t lossoflock(RtcmState& s, int sat, std::size_t slot, int lock);
 /// 0.001 dB-Hz; 0 outside (0, 100).
 std::uint16_t snratio(double cnr);
 /// Learns a GLONASS channel from the stream.
-void learnChannel(RtcmState &s, int slot, int channel);
+void learnChannel(RtcmState& s, int slot, int channel);
 
-int decodeMsm(RtcmState &s, int type);
-int decodeLegacy(RtcmState &s, int type);
+int decodeMsm(RtcmState& s, int type);
+int decodeLegacy(RtcmState& s, int type);
 
-int decode_type1005(RtcmState &s);
-int decode_type1006(RtcmState &s);
-int decode_type1007(RtcmState &s);
-int decode_type1008(RtcmState &s);
-int decode_type1029(RtcmState &s);
-int decode_type1033(RtcmState &s);
-int decode_type1230(RtcmState &s);
+int decode_type1005(RtcmState& s);
+int decode_type1006(RtcmState& s);
+int decode_type1007(RtcmState& s);
+int decode_type1008(RtcmState& s);
+int decode_type1029(RtcmState& s);
+int decode_type1033(RtcmState& s);
+int decode_type1230(RtcmState& s);
 
-int decode_type1019(RtcmState &s);
-int decode_type1020(RtcmState &s);
-int decode_type1041(RtcmState &s);
-int decode_type1042(RtcmState &s);
-int decode_type1044(RtcmState &s);
-int decode_type1045(RtcmState &s);
-int decode_type1046(RtcmState &s);
+int decode_type1019(RtcmState& s);
+int decode_type1020(RtcmState& s);
+int decode_type1041(RtcmState& s);
+int decode_type1042(RtcmState& s);
+int decode_type1044(RtcmState& s);
+int decode_type1045(RtcmState& s);
+int decode_type1046(RtcmState& s);

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t kTypeBit = 24;    // first bit of the message
 constexpr std::size_t kMaxFrame = 1029; // header, 1023 bytes, check word
 
-void clearTouched(RtcmState &s) {
+void clearTouched(RtcmState& s) {
     for (std::size_t row = 0; s.touched.any() && row < s.touched.size(); ++row) {
         if (!s.touched.test(row))
             continue;
@@ -28,7 +28,7 @@ void clearTouched(RtcmState &s) {
 }
 
 /// Bytes that the frame under construction has in all; 3 until its length is known.
-std::size_t frameSize(const RtcmState &s) {
+std::size_t frameSize(const RtcmState& s) {
     return static_cast<std::size_t>(s.nbyte) < kHeaderBytes
                ? kHeaderBytes
                : static_cast<std::size_t>(s.len) + kCheckBytes;
@@ -36,7 +36,7 @@ std::size_t frameSize(const RtcmState &s) {
 
 } // namespace
 
-void init_rtcm(RtcmState &s) {
+void init_rtcm(RtcmState& s) {
     clearTouched(s);
     s.staid = s.stah = s.seqno = s.outtype = 0;
     s.time = {};
@@ -44,14 +44,14 @@ void init_rtcm(RtcmState &s) {
     s.sta = {};
     s.msg[0] = '\0';
     s.msgtype.clear();
-    for (auto &list : s.msmtype)
+    for (auto& list : s.msmtype)
         list[0] = '\0';
     s.obsflag = s.ephsat = 0;
     s.nbyte = s.nbit = s.len = 0;
     s.opt.clear();
 }
 
-Taken input_rtcm3_block(RtcmState &s, std::span<const std::uint8_t> block, int &framelen) {
+Taken input_rtcm3_block(RtcmState& s, std::span<const std::uint8_t> block, int& framelen) {
     static_assert(kMaxFrame <= std::tuple_size_v<decltype(s.buff)>);
     std::size_t used = 0;
     if (s.nbyte == 0) {
@@ -83,16 +83,16 @@ Taken input_rtcm3_block(RtcmState &s, std::span<const std::uint8_t> block, int &
     return {used, kNothing};
 }
 
-int input_rtcm3_ex(RtcmState &s, std::uint8_t byte, int &framelen) {
+int input_rtcm3_ex(RtcmState& s, std::uint8_t byte, int& framelen) {
     return input_rtcm3_block(s, {&byte, 1}, framelen).status;
 }
 
-int input_rtcm3(RtcmState &s, std::uint8_t byte) {
+int input_rtcm3(RtcmState& s, std::uint8_t byte) {
     int framelen = 0;
     return input_rtcm3_ex(s, byte, framelen);
 }
 
-int gen_rtcm3(RtcmState &s, int type, int subtype, int sync) {
+int gen_rtcm3(RtcmState& s, int type, int subtype, int sync) {
     s.nbyte = s.nbit = s.len = 0;
     setbitu(s.buff, 0, 8, kPreamble);
     setbitu(s.buff, 8, 16, 0);
@@ -116,7 +116,7 @@ int gen_rtcm3(RtcmState &s, int type, int subtype, int sync) {
     return 1;
 }
 
-int fcn_glo(int sat, const RtcmState &s) {
+int fcn_glo(int sat, const RtcmState& s) {
     int slot = 0;
     if (satsys(sat, &slot) != kGlonass)
         return -1;
@@ -132,13 +132,13 @@ int fcn_glo(int sat, const RtcmState &s) {
     return s.nav.glo_fcn[row] >= 1 ? s.nav.glo_fcn[row] - 1 : -1;
 }
 
-int obsindex(ObsSet &obs, GTime time, int sat) {
+int obsindex(ObsSet& obs, GTime time, int sat) {
     for (int i = 0; i < obs.n; ++i)
         if (obs.data[static_cast<std::size_t>(i)].sat == sat)
             return i;
     if (static_cast<std::size_t>(obs.n) >= kMaxObs)
         return -1;
-    ObsRecord &record = obs.data[static_cast<std::size_t>(obs.n)];
+    ObsRecord& record = obs.data[static_cast<std::size_t>(obs.n)];
     record = {};
     record.time = time;
     record.sat = static_cast<std::uint8_t>(sat);

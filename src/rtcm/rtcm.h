@@ -135,13 +135,13 @@ struct RtcmState {
 };
 
 /// Takes the state back to its empty start; GLONASS channels stay. Costs what was touched.
-void init_rtcm(RtcmState &state);
+void init_rtcm(RtcmState& state);
 
 /// Decodes one byte.
-int input_rtcm3(RtcmState &state, std::uint8_t byte);
+int input_rtcm3(RtcmState& state, std::uint8_t byte);
 /// The same; when a frame is complete, stores its whole length (check word included) even if the
 /// check word is wrong.
-int input_rtcm3_ex(RtcmState &state, std::uint8_t byte, int &framelen);
+int input_rtcm3_ex(RtcmState& state, std::uint8_t byte, int& framelen);
 
 struct Taken {
     std::size_t bytes; // from the front of the block, at least 1 of a non-empty one
@@ -149,18 +149,18 @@ struct Taken {
 };
 /// Takes the bytes of a block up to the end of the next frame, or all of them, with the result
 /// that input_rtcm3_ex would have byte by byte.
-Taken input_rtcm3_block(RtcmState &state, std::span<const std::uint8_t> block, int &framelen);
+Taken input_rtcm3_block(RtcmState& state, std::span<const std::uint8_t> block, int& framelen);
 
 /// Decodes the frame held in buff.
-int decode_rtcm3(RtcmState &state);
+int decode_rtcm3(RtcmState& state);
 
 /// Builds one frame in buff, length in nbyte. 1, or 0 and nbyte 0 where that is impossible.
-int gen_rtcm3(RtcmState &state, int type, int subtype, int sync);
+int gen_rtcm3(RtcmState& state, int type, int subtype, int sync);
 /// Writes the message of a type from bit 24 on; 0 for a type without an encoder.
-int encode_rtcm3(RtcmState &state, int type, int subtype, int sync);
+int encode_rtcm3(RtcmState& state, int type, int subtype, int sync);
 
 /// GLONASS channel + 7 of a satellite: from the configured satellite, its ephemeris in the state,
 /// or the state's channel table; -1 if unknown or not GLONASS.
-int fcn_glo(int sat, const RtcmState &state);
+int fcn_glo(int sat, const RtcmState& state);
 /// Record of a satellite in the set, added cleared where absent; -1 when the set is full.
-int obsindex(ObsSet &obs, GTime time, int sat);
+int obsindex(ObsSet& obs, GTime time, int sat);

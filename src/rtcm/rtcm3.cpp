@@ -12,7 +12,7 @@ namespace {
 
 struct Handler {
     int type;
-    int (*decode)(RtcmState &);
+    int (*decode)(RtcmState&);
 };
 constexpr std::array<Handler, 15> kHandlers{{{1005, decode_type1005},
                                              {1006, decode_type1006},
@@ -30,18 +30,18 @@ constexpr std::array<Handler, 15> kHandlers{{{1005, decode_type1005},
                                              {1046, decode_type1046},
                                              {1230, decode_type1230}}};
 
-int dispatch(RtcmState &s, int type) {
+int dispatch(RtcmState& s, int type) {
     if (type >= 1071 && type <= 1137)
         return decodeMsm(s, type);
     if ((type >= 1001 && type <= 1004) || (type >= 1009 && type <= 1012))
         return decodeLegacy(s, type);
-    for (const Handler &handler : kHandlers)
+    for (const Handler& handler : kHandlers)
         if (handler.type == type)
             return handler.decode(s);
     return kNothing;
 }
 
-void count(RtcmState &s, int type) {
+void count(RtcmState& s, int type) {
     std::size_t index = 0;
     if (type > 1000 && type < 1300)
         index = static_cast<std::size_t>(type - 1000);
@@ -53,7 +53,7 @@ void count(RtcmState &s, int type) {
 
 } // namespace
 
-int decode_rtcm3(RtcmState &s) {
+int decode_rtcm3(RtcmState& s) {
     const auto type = static_cast<int>(getbitu(s.buff, kMessageBit, 12));
     if (s.outtype)
         s.msgtype = text("RTCM %4d (%4d):", type, s.len);
@@ -67,7 +67,7 @@ int decode_rtcm3(RtcmState &s) {
     return status;
 }
 
-bool test_staid(RtcmState &s, int staid) {
+bool test_staid(RtcmState& s, int staid) {
     if (!s.opt.empty())
         if (const std::size_t at = s.opt.find("-STA="); at != std::string::npos)
             if (std::atoi(s.opt.c_str() + at + 5) != staid)
@@ -82,12 +82,12 @@ bool test_staid(RtcmState &s, int staid) {
     return true;
 }
 
-void needTime(RtcmState &s) {
+void needTime(RtcmState& s) {
     if (s.time.unknown())
         s.time = utc2gpst(utcNow());
 }
 
-void adjweek(RtcmState &s, double tow) {
+void adjweek(RtcmState& s, double tow) {
     needTime(s);
     const WeekTime reference = time2gpst(s.time);
     if (tow < reference.sow - kHalfWeek)
@@ -105,7 +105,7 @@ double nearestDay(double tod, double reference) {
     return tod;
 }
 
-void adjday_glot(RtcmState &s, double tod) {
+void adjday_glot(RtcmState& s, double tod) {
     needTime(s);
     const WeekTime moscow = time2gpst(timeadd(gpst2utc(s.time), 10800.0));
     const double reference = std::fmod(moscow.sow, kSecondsPerDay);
@@ -116,13 +116,13 @@ void adjday_glot(RtcmState &s, double tod) {
 
 namespace {
 
-bool sameEpoch(const RtcmState &s) {
+bool sameEpoch(const RtcmState& s) {
     return std::fabs(timediff(s.obs.data[0].time, s.time)) <= 1e-9;
 }
 
 } // namespace
 
-ObsRecord *epochRecord(RtcmState &s, int sat) {
+ObsRecord* epochRecord(RtcmState& s, int sat) {
     if (s.obsflag || (s.obs.n > 0 && !sameEpoch(s))) {
         s.obs.n = 0;
         s.obsflag = 0;
@@ -131,7 +131,7 @@ ObsRecord *epochRecord(RtcmState &s, int sat) {
     return index < 0 ? nullptr : &s.obs.data[static_cast<std::size_t>(index)];
 }
 
-Status endOfMessage(RtcmState &s, bool more) {
+Status endOfMessage(RtcmState& s, bool more) {
     s.obsflag = more ? 0 : 1;
     if (more)
         return kNothing;
@@ -141,9 +141,9 @@ Status endOfMessage(RtcmState &s, bool more) {
     return kEpoch;
 }
 
-std::uint8_t lossoflock(RtcmState &s, int sat, std::size_t slot, int lock) {
+std::uint8_t lossoflock(RtcmState& s, int sat, std::size_t slot, int lock) {
     s.touch(sat);
-    SignalTrack &track = s.tracks[static_cast<std::size_t>(sat - 1)][slot];
+    SignalTrack& track = s.tracks[static_cast<std::size_t>(sat - 1)][slot];
     const bool lost = lock == 0 || lock < track.lock;
     track.lock = static_cast<std::uint16_t>(lock);
     return lost ? 1 : 0;
@@ -155,7 +155,7 @@ std::uint16_t snratio(double cnr) {
                : std::uint16_t{0};
 }
 
-void learnChannel(RtcmState &s, int slot, int channel) {
+void learnChannel(RtcmState& s, int slot, int channel) {
     if (validChannel(channel))
         s.nav.glo_fcn[static_cast<std::size_t>(slot - 1)] = channel + 8;
 }

@@ -1,6 +1,7 @@
 #include "rtcm/EphemerisMessages.h"
 #include "rtcm/decode.h"
 
+#include "common/Clock.h"
 #include "common/Print.h"
 
 #include <cmath>
@@ -11,7 +12,7 @@ namespace {
 constexpr double kSemicircle = 3.1415926535898;
 
 template <class Wire, class Layout>
-bool readWire(const RtcmState &s, const Layout &layout, int type, Wire &wire) {
+bool readWire(const RtcmState& s, const Layout& layout, int type, Wire& wire) {
     BitReader in = messageOf(s);
     layout(in, wire);
     if (!in.ok())
@@ -20,7 +21,7 @@ bool readWire(const RtcmState &s, const Layout &layout, int type, Wire &wire) {
 }
 
 /// Everything of a record that needs no time.
-EphRecord recordOf(const WireEph &w, int sat) {
+EphRecord recordOf(const WireEph& w, int sat) {
     EphRecord r;
     r.sat = sat;
     r.iode = w.iode;
@@ -56,7 +57,7 @@ EphRecord recordOf(const WireEph &w, int sat) {
 
 /// Places toe and toc in the week of toe, which is moved by one where that brings toe to within
 /// half a week of `time`: strictly earlier than -302400 s, or +302400 s and later (deliberate).
-void resolveWeek(RtcmState &s, EphRecord &r, int week, double toc) {
+void resolveWeek(RtcmState& s, EphRecord& r, int week, double toc) {
     needTime(s);
     const double ahead = timediff(gpst2time(week, r.toes), s.time);
     if (ahead < -kHalfWeek)
@@ -70,8 +71,8 @@ void resolveWeek(RtcmState &s, EphRecord &r, int week, double toc) {
 }
 
 /// Stores a record, unless its issue of data is the one that is held.
-int store(RtcmState &s, const EphRecord &r) {
-    EphRecord &held = s.nav.eph[static_cast<std::size_t>(r.sat - 1)];
+int store(RtcmState& s, const EphRecord& r) {
+    EphRecord& held = s.nav.eph[static_cast<std::size_t>(r.sat - 1)];
     if (held.sat == r.sat && held.iode == r.iode && !hasOption(s, "-EPHALL"))
         return kNothing;
     held = r;
@@ -91,7 +92,7 @@ int satelliteOf(unsigned system, int prn, int type) {
 /// A message of the GPS pattern: read, name the satellite, widen and resolve the week, store.
 /// `week` widens the broadcast week, `adjust` sets what the system says differently.
 template <class Layout, class Week, class Adjust>
-int decodeGpsPattern(RtcmState &s, const Layout &layout, int type, unsigned system, int prnOfZero,
+int decodeGpsPattern(RtcmState& s, const Layout& layout, int type, unsigned system, int prnOfZero,
                      Week week, Adjust adjust) {
     WireEph w;
     if (!readWire(s, layout, type, w))
@@ -105,7 +106,7 @@ int decodeGpsPattern(RtcmState &s, const Layout &layout, int type, unsigned syst
     return store(s, r);
 }
 
-void asRead(const WireEph &, EphRecord &) {}
+void asRead(const WireEph&, EphRecord&) {}
 
 /// Galileo counts its weeks from GPS week 1024.
 int galileoWeek(int week) {
@@ -114,38 +115,38 @@ int galileoWeek(int week) {
 
 /// Health and data sources of Galileo as bits of the RINEX 3 navigation record: E1-B from bit 0,
 /// E5a from bit 3, E5b from bit 6, each validity then two bits of health.
-void fnavBits(const WireEph &w, EphRecord &r) {
+void fnavBits(const WireEph& w, EphRecord& r) {
     r.svh = w.svh << 4 | w.valid << 3;
     r.code = 1 << 1 | 1 << 8; // F/NAV of E5a; clock for E5a and E1
 }
-void inavBits(const WireEph &w, EphRecord &r) {
+void inavBits(const WireEph& w, EphRecord& r) {
     r.svh = w.svh << 7 | w.valid << 6 | w.health2 << 1 | w.valid2;
     r.code = 1 << 0 | 1 << 2 | 1 << 9; // I/NAV of E1-B and E5b; clock for E5b and E1
 }
 
 } // namespace
 
-int decode_type1019(RtcmState &s) {
+int decode_type1019(RtcmState& s) {
     return decodeGpsPattern(s, layout1019, 1019, kGps, 0, adjgpsweek, asRead);
 }
 
-int decode_type1044(RtcmState &s) {
+int decode_type1044(RtcmState& s) {
     return decodeGpsPattern(s, layout1044, 1044, kQzss, 192, adjgpsweek, asRead);
 }
 
-int decode_type1045(RtcmState &s) {
+int decode_type1045(RtcmState& s) {
     if (hasOption(s, "-GALINAV"))
         return kNothing;
     return decodeGpsPattern(s, layout1045, 1045, kGalileo, 0, galileoWeek, fnavBits);
 }
 
-int decode_type1046(RtcmState &s) {
+int decode_type1046(RtcmState& s) {
     if (hasOption(s, "-GALFNAV"))
         return kNothing;
     return decodeGpsPattern(s, layout1046, 1046, kGalileo, 0, galileoWeek, inavBits);
 }
 
-int decode_type1042(RtcmState &s) {
+int decode_type1042(RtcmState& s) {
     WireEph w;
     if (!readWire(s, layout1042, 1042, w))
         return kMalformed;
@@ -162,7 +163,7 @@ int decode_type1042(RtcmState &s) {
 }
 
 /// IRNSS satellites have no numbers, so every one of its ephemerides ends here.
-int decode_type1041(RtcmState &s) {
+int decode_type1041(RtcmState& s) {
     int id = 0;
     BitReader in = messageOf(s);
     in.fixed(12, 1041);
@@ -170,7 +171,7 @@ int decode_type1041(RtcmState &s) {
     return satelliteOf(kIrnss, id, 1041) == 0 ? kMalformed : kNothing;
 }
 
-int decode_type1020(RtcmState &s) {
+int decode_type1020(RtcmState& s) {
     WireGlonass w;
     if (!readWire(s, layout1020, 1020, w))
         return kMalformed;
@@ -195,6 +196,11 @@ int decode_type1020(RtcmState &s) {
     r.age = w.age;
     r.tof = gpst(w.tkHours * 3600.0 + w.tkMinutes * 60.0 + w.tkHalf * 30.0);
     r.toe = gpst(w.tb * 900.0);
+    // A stream can move `time` from message to message; no ephemeris is that far from the clock.
+    if (std::fabs(timediff(r.toe, utc2gpst(utcNow()))) > kSecondsPerWeek) {
+        trace(2, "rtcm3 1020 epoch time error: prn=%d\n", w.slot);
+        return kMalformed;
+    }
     for (std::size_t i = 0; i < 3; ++i) {
         r.pos[i] = w.posKm[i] * 1000.0;
         r.vel[i] = w.velKmps[i] * 1000.0;
@@ -205,7 +211,7 @@ int decode_type1020(RtcmState &s) {
     r.dtaun = w.dtaun;
 
     learnChannel(s, w.slot, r.frq);
-    GloEphRecord &held = s.nav.geph[static_cast<std::size_t>(w.slot - 1)];
+    GloEphRecord& held = s.nav.geph[static_cast<std::size_t>(w.slot - 1)];
     if (held.sat == sat && std::fabs(timediff(held.toe, r.toe)) < 1.0 && held.svh == r.svh &&
         !hasOption(s, "-EPHALL"))
         return kNothing;

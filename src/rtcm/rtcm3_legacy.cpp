@@ -10,9 +10,9 @@ constexpr double kGpsAmbiguityM = 299792.458;
 constexpr double kGlonassAmbiguityM = 599584.916;
 
 /// Undoes a roll-over of the phase difference (cycles) against the signal's last one.
-double adjcp(RtcmState &s, int sat, std::size_t slot, double cp) {
+double adjcp(RtcmState& s, int sat, std::size_t slot, double cp) {
     s.touch(sat);
-    double &last = s.tracks[static_cast<std::size_t>(sat - 1)][slot].cp;
+    double& last = s.tracks[static_cast<std::size_t>(sat - 1)][slot].cp;
     if (last != 0.0) {
         if (cp < last - 750.0)
             cp += 1500.0;
@@ -28,11 +28,11 @@ struct LegacySignal {
     double phaseM; // phase range minus L1 range; kNone = none
     int lock;
     double cnrDb;
-    const char *code;
+    const char* code;
 };
 
-void storeSignal(RtcmState &s, ObsRecord &record, unsigned system, std::size_t slot, int channel,
-                 double l1RangeM, const LegacySignal &signal) {
+void storeSignal(RtcmState& s, ObsRecord& record, unsigned system, std::size_t slot, int channel,
+                 double l1RangeM, const LegacySignal& signal) {
     const std::uint8_t code = obs2code(signal.code);
     if (code == 0)
         return;
@@ -49,14 +49,14 @@ void storeSignal(RtcmState &s, ObsRecord &record, unsigned system, std::size_t s
     record.code[slot] = code;
 }
 
-const char *l2Code(bool glonass, int indicator) {
-    constexpr std::array<const char *, 4> gps{"2X", "2P", "2D", "2W"}; // DF016
-    constexpr std::array<const char *, 4> glo{"2C", "2P", "", ""};     // DF046; rest reserved
+const char* l2Code(bool glonass, int indicator) {
+    constexpr std::array<const char*, 4> gps{"2X", "2P", "2D", "2W"}; // DF016
+    constexpr std::array<const char*, 4> glo{"2C", "2P", "", ""};     // DF046; rest reserved
     const auto i = static_cast<std::size_t>(indicator);
     return glonass ? glo[i] : gps[i];
 }
 
-void storeSatellite(RtcmState &s, const LegacySatellite &w, const LegacyForm &f, int type) {
+void storeSatellite(RtcmState& s, const LegacySatellite& w, const LegacyForm& f, int type) {
     unsigned system = f.glonass ? kGlonass : kGps;
     int prn = w.id;
     if (!f.glonass && prn > 39) {
@@ -65,10 +65,13 @@ void storeSatellite(RtcmState &s, const LegacySatellite &w, const LegacyForm &f,
     }
     const int sat = satno(system, prn);
     if (sat == 0) {
-        trace(2, "rtcm3 %d satellite number error: sys=%u prn=%d\n", type, system, prn);
+        if (f.l2)
+            trace(2, "rtcm3 %d satellite number error: sys=%u prn=%d\n", type, system, prn);
+        else
+            trace(2, "rtcm3 %d satellite number error: prn=%d\n", type, prn);
         return;
     }
-    ObsRecord *const record = epochRecord(s, sat);
+    ObsRecord* const record = epochRecord(s, sat);
     if (!record)
         return;
     const int channel = w.channel - 7;
@@ -84,7 +87,7 @@ void storeSatellite(RtcmState &s, const LegacySatellite &w, const LegacyForm &f,
             {l1RangeM + w.range2M, w.phase2M, w.lock2, w.cnr2Db, l2Code(f.glonass, w.code2)});
 }
 
-bool resolveTime(RtcmState &s, const LegacyForm &f, std::uint32_t epochMs) {
+bool resolveTime(RtcmState& s, const LegacyForm& f, std::uint32_t epochMs) {
     if (epochMs >= (f.glonass ? 86401000U : 604800000U))
         return false;
     if (f.glonass)
@@ -96,7 +99,7 @@ bool resolveTime(RtcmState &s, const LegacyForm &f, std::uint32_t epochMs) {
 
 } // namespace
 
-int decodeLegacy(RtcmState &s, int type) {
+int decodeLegacy(RtcmState& s, int type) {
     const int kind = type - (type >= 1009 ? 1009 : 1001);
     const LegacyForm form{type >= 1009, kind % 2 == 1, kind >= 2};
     BitReader in = messageOf(s);

@@ -16,7 +16,7 @@ constexpr std::size_t kMainSlots = 4; // the slot after them takes one further s
 
 /// The message apart from its cells' values.
 struct Message {
-    const MsmSystem &system;
+    const MsmSystem& system;
     MsmHead head;
     std::array<int, kMsmSatellites> ids; // 1..64
     std::array<int, kMsmSignals> signalIds;
@@ -35,7 +35,7 @@ struct Signal {
 using Signals = std::array<Signal, kMsmSignals>;
 
 /// Places the 1-based positions of the set bits, the most significant being 1.
-template <class Mask, std::size_t n> std::size_t listBits(Mask mask, std::array<int, n> &out) {
+template <class Mask, std::size_t n> std::size_t listBits(Mask mask, std::array<int, n>& out) {
     std::size_t count = 0;
     while (mask) {
         const int at = std::countl_zero(mask);
@@ -46,7 +46,7 @@ template <class Mask, std::size_t n> std::size_t listBits(Mask mask, std::array<
 }
 
 /// Epoch times that no clock can show are refused: a week, or a day with its leap second.
-bool resolveTime(RtcmState &s, System system, std::uint32_t epoch) {
+bool resolveTime(RtcmState& s, System system, std::uint32_t epoch) {
     constexpr std::uint32_t weekMs = 604800000;
     constexpr std::uint32_t dayMs = 86401000;
     if (system == kGlonass) {
@@ -61,7 +61,7 @@ bool resolveTime(RtcmState &s, System system, std::uint32_t epoch) {
 }
 
 /// Head and masks. kMalformed, or kNothing when the body may follow.
-int decode_msm_head(RtcmState &s, BitReader &in, Message &m, int type) {
+int decode_msm_head(RtcmState& s, BitReader& in, Message& m, int type) {
     layoutMsmHead(in, m.head);
     if (!in.ok()) {
         trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
@@ -96,12 +96,12 @@ int decode_msm_head(RtcmState &s, BitReader &in, Message &m, int type) {
 
 /// Gives every signal its slot: the best priority of a main slot holds it, the first of the
 /// others goes to the extended slot, the rest are dropped.
-void sigindex(const Message &m, std::string_view options, Signals &signals) {
+void sigindex(const Message& m, std::string_view options, Signals& signals) {
     std::array<int, kMainSlots> best{};
     std::array<std::size_t, kMainSlots> holder{};
     std::array<bool, kMsmSignals> extended{};
     for (std::size_t i = 0; i < m.signalCount; ++i) {
-        Signal &signal = signals[i];
+        Signal& signal = signals[i];
         if (signal.code == 0)
             continue;
         const int slot = code2idx(m.system.system, signal.code);
@@ -134,10 +134,10 @@ void sigindex(const Message &m, std::string_view options, Signals &signals) {
 }
 
 /// Writes the signal list, such as "1C,2W", into the system's entry.
-void nameSignals(RtcmState &s, const Message &m) {
+void nameSignals(RtcmState& s, const Message& m) {
     if (m.system.msmtype < 0)
         return;
-    auto &out = s.msmtype[static_cast<std::size_t>(m.system.msmtype)];
+    auto& out = s.msmtype[static_cast<std::size_t>(m.system.msmtype)];
     std::size_t at = 0;
     for (std::size_t i = 0; i < m.signalCount; ++i) {
         const std::string_view code =
@@ -151,7 +151,7 @@ void nameSignals(RtcmState &s, const Message &m) {
     out[at] = '\0';
 }
 
-Signals signalsOf(RtcmState &s, const Message &m, int type) {
+Signals signalsOf(RtcmState& s, const Message& m, int type) {
     Signals signals{};
     for (std::size_t i = 0; i < m.signalCount; ++i) {
         const auto id = static_cast<std::size_t>(m.signalIds[i]);
@@ -167,8 +167,8 @@ Signals signalsOf(RtcmState &s, const Message &m, int type) {
     return signals;
 }
 
-void storeCell(RtcmState &s, ObsRecord &record, const Signal &signal, double hz,
-               const MsmSatellite &satellite, const MsmCell &cell) {
+void storeCell(RtcmState& s, ObsRecord& record, const Signal& signal, double hz,
+               const MsmSatellite& satellite, const MsmCell& cell) {
     const auto k = static_cast<std::size_t>(signal.slot);
     const bool rough = satellite.rangeMs != 255;
     const double roughMs = satellite.rangeMs + satellite.rangeFraction * pow2(-10);
@@ -185,7 +185,7 @@ void storeCell(RtcmState &s, ObsRecord &record, const Signal &signal, double hz,
 }
 
 /// Puts the cells of a whole message into the records of its epoch.
-void save_msm_obs(RtcmState &s, const Message &m, int type,
+void save_msm_obs(RtcmState& s, const Message& m, int type,
                   std::span<const MsmSatellite> satellites, std::span<const MsmCell> cells) {
     const Signals signals = signalsOf(s, m, type);
     std::size_t cell = 0;
@@ -193,7 +193,7 @@ void save_msm_obs(RtcmState &s, const Message &m, int type,
     for (std::size_t i = 0; i < m.satelliteCount; ++i) {
         const int prn = m.ids[i] + m.system.firstPrn - 1;
         const int sat = satno(m.system.system, prn);
-        ObsRecord *record = nullptr;
+        ObsRecord* record = nullptr;
         if (sat == 0)
             trace(2, "rtcm3 %d satellite error: prn=%d\n", type, prn);
         else
@@ -205,7 +205,7 @@ void save_msm_obs(RtcmState &s, const Message &m, int type,
         for (std::size_t j = 0; j < m.signalCount; ++j, mask <<= 1) {
             if (!(mask >> 63))
                 continue;
-            const MsmCell &values = cells[cell++];
+            const MsmCell& values = cells[cell++];
             if (!record || signals[j].slot < 0)
                 continue;
             const double hz = m.system.system == kGlonass
@@ -219,7 +219,7 @@ void save_msm_obs(RtcmState &s, const Message &m, int type,
 } // namespace
 
 /// Every MSM; MSM1 to MSM3 carry no full observations and are passed over.
-int decodeMsm(RtcmState &s, int type) {
+int decodeMsm(RtcmState& s, int type) {
     const int number = type % 10;
     const auto row = static_cast<std::size_t>((type - 1070) / 10);
     if (number < 4 || number > 7)
@@ -232,7 +232,7 @@ int decodeMsm(RtcmState &s, int type) {
     std::array<MsmCell, kMsmCells> cellRows;
     const std::span satellites(satelliteRows.data(), m.satelliteCount);
     const std::span cells(cellRows.data(), m.cellCount);
-    const MsmForm &form = kMsmForms[static_cast<std::size_t>(number - 4)];
+    const MsmForm& form = kMsmForms[static_cast<std::size_t>(number - 4)];
     layoutMsmSatellites(in, satellites, form);
     layoutMsmCells(in, cells, form);
     if (!in.ok()) {

@@ -1,18 +1,21 @@
 #include "rtcm/StationMessages.h"
 #include "rtcm/decode.h"
 
+#include "common/ComCoord.h"
 #include "common/Findings.h"
 #include "common/Print.h"
 
 #include <algorithm>
+#include <cmath>
 #include <span>
+#include <string>
 
 namespace {
 
 /// Reads a message by its layout into a scratch record; the state takes it only when it is whole
 /// and from the right station.
 template <class Layout>
-bool readStation(RtcmState &s, const Layout &layout, int type, StationInfo &info) {
+bool readStation(RtcmState& s, const Layout& layout, int type, StationInfo& info) {
     int staid = 0;
     info = s.sta;
     StationMessage message{staid, info};
@@ -25,14 +28,22 @@ bool readStation(RtcmState &s, const Layout &layout, int type, StationInfo &info
     return test_staid(s, staid);
 }
 
-int storePosition(RtcmState &s, StationInfo &info) {
+int storePosition(RtcmState& s, StationInfo& info) {
     info.deltype = 0;
     info.del = {};
     s.sta = info;
     return kStation;
 }
 
-template <class Layout> int readAntenna(RtcmState &s, const Layout &layout, int type) {
+/// Latitude and longitude (degrees, east positive) and height (m).
+std::string positionLabel(int staid, const StationInfo& info) {
+    const Vector3 blh = xyzblh(info.pos, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
+    const double lat = blh[0] * 180.0 / kPi;
+    const double lon = std::remainder(blh[1] * 180.0 / kPi, 360.0);
+    return text(" staid=%4d pos=%.8f %.8f %.3f", staid, lat, lon, blh[2]);
+}
+
+template <class Layout> int readAntenna(RtcmState& s, const Layout& layout, int type) {
     StationInfo info;
     if (!readStation(s, layout, type, info))
         return kMalformed;
@@ -44,35 +55,33 @@ template <class Layout> int readAntenna(RtcmState &s, const Layout &layout, int 
 
 } // namespace
 
-int decode_type1005(RtcmState &s) {
+int decode_type1005(RtcmState& s) {
     StationInfo info;
     if (!readStation(s, layout1005, 1005, info))
         return kMalformed;
     info.hgt = 0.0;
     if (s.outtype)
-        s.msgtype +=
-            text(" staid=%4d pos=%.8f %.8f %.3f", s.staid, info.pos[0], info.pos[1], info.pos[2]);
+        s.msgtype += positionLabel(s.staid, info);
     return storePosition(s, info);
 }
 
-int decode_type1006(RtcmState &s) {
+int decode_type1006(RtcmState& s) {
     StationInfo info;
     if (!readStation(s, layout1006, 1006, info))
         return kMalformed;
     if (s.outtype)
-        s.msgtype += text(" staid=%4d pos=%.8f %.8f %.3f anth=%.3f", s.staid, info.pos[0],
-                          info.pos[1], info.pos[2], info.hgt);
+        s.msgtype += positionLabel(s.staid, info) + text(" anth=%.3f", info.hgt);
     return storePosition(s, info);
 }
 
-int decode_type1007(RtcmState &s) {
+int decode_type1007(RtcmState& s) {
     return readAntenna(s, layout1007, 1007);
 }
-int decode_type1008(RtcmState &s) {
+int decode_type1008(RtcmState& s) {
     return readAntenna(s, layout1008, 1008);
 }
 
-int decode_type1033(RtcmState &s) {
+int decode_type1033(RtcmState& s) {
     const int status = readAntenna(s, layout1033, 1033);
     if (status == kStation)
         trace(3, "rtcm3 1033: ant=%s:%s rec=%s:%s:%s\n", s.sta.antdes.data(), s.sta.antsno.data(),
@@ -80,7 +89,7 @@ int decode_type1033(RtcmState &s) {
     return status;
 }
 
-int decode_type1029(RtcmState &s) {
+int decode_type1029(RtcmState& s) {
     int staid = 0;
     int bytes = 0;
     BitReader in = messageOf(s);
@@ -107,7 +116,7 @@ int decode_type1029(RtcmState &s) {
     return kNothing;
 }
 
-int decode_type1230(RtcmState &s) {
+int decode_type1230(RtcmState& s) {
     Biases1230 m;
     BitReader in = messageOf(s);
     layout1230(in, m);

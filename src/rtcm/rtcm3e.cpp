@@ -34,7 +34,7 @@ constexpr IdTable makeSignalIds() {
         for (std::size_t id = kMsmSignals; id > 0; --id)
             if (const std::uint8_t code = kMsmSystems[row].codes[id])
                 ids[row][code] = static_cast<std::uint8_t>(id);
-    for (const auto &[alias, code] : aliases)
+    for (const auto& [alias, code] : aliases)
         ids[0][obs2code(alias)] = ids[0][obs2code(code)];
     return ids;
 }
@@ -66,32 +66,32 @@ template <class Mask> std::size_t rankOf(Mask mask, int id) {
 }
 
 /// MSM satellite id of a record, 0 where it is not of the system.
-int msmId(const ObsRecord &record, const MsmSystem &system) {
+int msmId(const ObsRecord& record, const MsmSystem& system) {
     int prn = 0;
     return satsys(record.sat, &prn) == system.system ? prn - system.firstPrn + 1 : 0;
 }
 
 /// Calls f(record, satellite id) for the records of the system, in order.
-template <class F> void forRecords(const RtcmState &s, const MsmSystem &system, F f) {
+template <class F> void forRecords(const RtcmState& s, const MsmSystem& system, F f) {
     for (int i = 0; i < s.obs.n; ++i) {
-        const ObsRecord &record = s.obs.data[static_cast<std::size_t>(i)];
+        const ObsRecord& record = s.obs.data[static_cast<std::size_t>(i)];
         if (const int id = msmId(record, system))
             f(record, id);
     }
 }
 
 /// Calls f(slot, signal id) for the signals of a record that the system's MSM has.
-template <class F> void forSignals(const ObsRecord &record, std::size_t row, F f) {
+template <class F> void forSignals(const ObsRecord& record, std::size_t row, F f) {
     for (std::size_t k = 0; k < kObsSlots; ++k)
         if (const int id = record.code[k] <= kMaxCode ? kSignalIds[row][record.code[k]] : 0)
             f(k, id);
 }
 
-MsmIndex indexOf(const RtcmState &s, std::size_t row) {
+MsmIndex indexOf(const RtcmState& s, std::size_t row) {
     MsmIndex index;
     index.row = row;
-    const MsmSystem &system = kMsmSystems[row];
-    forRecords(s, system, [&](const ObsRecord &record, int id) {
+    const MsmSystem& system = kMsmSystems[row];
+    forRecords(s, system, [&](const ObsRecord& record, int id) {
         forSignals(record, row, [&](std::size_t, int signal) {
             index.satellites |= std::uint64_t{1} << (64 - id);
             index.signals |= std::uint32_t{1} << (32 - signal);
@@ -101,29 +101,33 @@ MsmIndex indexOf(const RtcmState &s, std::size_t row) {
     index.signalCount = static_cast<std::size_t>(std::popcount(index.signals));
     const std::span cells(index.cellNumber.data(), index.pairs());
     std::fill(cells.begin(), cells.end(), std::uint8_t{0});
-    forRecords(s, system, [&](const ObsRecord &record, int id) {
+    forRecords(s, system, [&](const ObsRecord& record, int id) {
         const std::size_t satellite = rankOf(index.satellites, id);
         forSignals(record, row, [&](std::size_t, int signal) {
             cells[index.at(satellite, rankOf(index.signals, signal))] = 1;
         });
     });
     // Row by row, and never beyond 64: a cell after the 64th keeps no number.
-    for (std::uint8_t &cell : cells)
+    for (std::uint8_t& cell : cells)
         if (cell != 0)
             cell = index.cellCount < kMsmCells ? static_cast<std::uint8_t>(++index.cellCount)
                                                : std::uint8_t{0};
     return index;
 }
 
+std::uint32_t milliseconds(double seconds) {
+    return static_cast<std::uint32_t>(static_cast<std::int64_t>(roundHalfUp(seconds * 1000.0)));
+}
+
 std::uint32_t epochField(System system, GTime time) {
     if (system == kGlonass) {
         const WeekTime moscow = time2gpst(timeadd(gpst2utc(time), 10800.0));
-        const auto day = static_cast<std::uint32_t>(moscow.sow / kSecondsPerDay);
+        const auto day = static_cast<std::uint32_t>(static_cast<int>(moscow.sow / kSecondsPerDay));
         const double tod = std::fmod(moscow.sow, kSecondsPerDay);
-        return day << 27 | static_cast<std::uint32_t>(roundHalfUp(tod * 1000.0));
+        return day << 27 | milliseconds(tod);
     }
     const WeekTime t = system == kBds ? time2bdt(timeadd(time, -kBdtOffset)) : time2gpst(time);
-    return static_cast<std::uint32_t>(roundHalfUp(t.sow * 1000.0));
+    return milliseconds(t.sow);
 }
 
 /// A time for a trace line.
@@ -143,7 +147,7 @@ struct RoughRange {
     bool valid() const { return steps > 0.0 && metres() <= kMaxRoughRangeM; }
 };
 
-RoughRange roughRangeOf(const ObsRecord &record, std::size_t row) {
+RoughRange roughRangeOf(const ObsRecord& record, std::size_t row) {
     RoughRange rough;
     forSignals(record, row, [&](std::size_t k, int) {
         if (rough.steps == 0.0 && record.P[k] != 0.0)
@@ -152,7 +156,7 @@ RoughRange roughRangeOf(const ObsRecord &record, std::size_t row) {
     return rough;
 }
 
-MsmSatellite satelliteFields(const RoughRange &rough, GTime time) {
+MsmSatellite satelliteFields(const RoughRange& rough, GTime time) {
     MsmSatellite fields;
     if (rough.valid()) {
         const auto steps = static_cast<std::uint32_t>(rough.steps);
@@ -166,12 +170,12 @@ MsmSatellite satelliteFields(const RoughRange &rough, GTime time) {
 }
 
 /// Phase range minus rough range, taken back by whole cycles to what the field can hold.
-double finePhase(RtcmState &s, const ObsRecord &record, std::size_t k, double wavelengthM,
-                 double roughM, bool &lost) {
+double finePhase(RtcmState& s, const ObsRecord& record, std::size_t k, double wavelengthM,
+                 double roughM, bool& lost) {
     if (record.L[k] == 0.0 || wavelengthM <= 0.0)
         return 0.0;
     s.touch(record.sat);
-    SignalTrack &track = s.tracks[static_cast<std::size_t>(record.sat - 1)][k];
+    SignalTrack& track = s.tracks[static_cast<std::size_t>(record.sat - 1)][k];
     const double phaseM = record.L[k] * wavelengthM - roughM;
     lost = (record.LLI[k] & 1) != 0 || std::fabs(phaseM - track.cp) >= kMaxFinePhaseM;
     if (lost)
@@ -188,25 +192,26 @@ int lockIndicator(double seconds) {
 }
 
 /// Lock time of a signal, s; starts anew where lock was lost.
-double lockTime(RtcmState &s, const ObsRecord &record, std::size_t k, bool lost) {
+double lockTime(RtcmState& s, const ObsRecord& record, std::size_t k, bool lost) {
     s.touch(record.sat);
-    GTime &start = s.tracks[static_cast<std::size_t>(record.sat - 1)][k].lltime;
+    GTime& start = s.tracks[static_cast<std::size_t>(record.sat - 1)][k].lltime;
     if (start.unknown() || lost)
         start = record.time;
     return timediff(record.time, start);
 }
 
 /// The value of a fine field in ms, or none where it is 0 or out of its limit.
-double fineField(double metres, double limitM, GTime time, const char *overflow) {
+double fineField(double metres, double limitM, GTime time, const char* field, const char* value) {
     if (std::fabs(metres) > limitM) {
         if (traceHook)
-            trace(2, "%s %s=%.3f\n", TimeText(time).text.data(), overflow, metres);
+            trace(2, "msm fine %s overflow %s %s=%.3f\n", field, TimeText(time).text.data(), value,
+                  metres);
         return kNone;
     }
     return metres == 0.0 ? kNone : metres / kRangeMs;
 }
 
-MsmCell cellFields(RtcmState &s, const ObsRecord &record, std::size_t k, const MsmIndex &index,
+MsmCell cellFields(RtcmState& s, const ObsRecord& record, std::size_t k, const MsmIndex& index,
                    double roughM) {
     const System system = kMsmSystems[index.row].system;
     const int fcn = fcn_glo(record.sat, s);
@@ -216,15 +221,15 @@ MsmCell cellFields(RtcmState &s, const ObsRecord &record, std::size_t k, const M
     bool lost = false;
     const double phaseM = finePhase(s, record, k, wavelengthM, roughM, lost);
     MsmCell cell;
-    cell.rangeMs = fineField(rangeM, kMaxFineRangeM, s.time, "msm fine pseudorange overflow");
-    cell.phaseMs = fineField(phaseM, kMaxFinePhaseM, s.time, "msm fine phase-range overflow");
+    cell.rangeMs = fineField(rangeM, kMaxFineRangeM, s.time, "pseudorange", "psrng");
+    cell.phaseMs = fineField(phaseM, kMaxFinePhaseM, s.time, "phase-range", "phrng");
     cell.lock = lockIndicator(lockTime(s, record, k, lost));
     cell.halfCycle = (record.LLI[k] & 2) != 0;
     cell.cnrDb = record.SNR[k] * 0.001;
     return cell;
 }
 
-void putHead(const RtcmState &s, BitWriter &out, const MsmIndex &index, int type, int sync) {
+void putHead(const RtcmState& s, BitWriter& out, const MsmIndex& index, int type, int sync) {
     const MsmHead head{.type = type,
                        .staid = s.staid,
                        .epoch = epochField(kMsmSystems[index.row].system, s.time),
@@ -238,19 +243,19 @@ void putHead(const RtcmState &s, BitWriter &out, const MsmIndex &index, int type
 }
 
 /// MSM4 of one system from the records of the state.
-int encode_msm4(RtcmState &s, std::size_t row, int type, int sync) {
+int encode_msm4(RtcmState& s, std::size_t row, int type, int sync) {
     const MsmIndex index = indexOf(s, row);
     std::array<MsmSatellite, kMsmSatellites> satelliteRows;
     std::array<MsmCell, kMsmCells> cellRows;
     std::array<RoughRange, kMsmSatellites> rough;
-    forRecords(s, kMsmSystems[row], [&](const ObsRecord &record, int id) {
+    forRecords(s, kMsmSystems[row], [&](const ObsRecord& record, int id) {
         const std::size_t satellite = rankOf(index.satellites, id);
         if (satellite < index.satelliteCount && rough[satellite].steps == 0.0)
             rough[satellite] = roughRangeOf(record, row);
     });
     for (std::size_t i = 0; i < index.satelliteCount; ++i)
         satelliteRows[i] = satelliteFields(rough[i], s.time);
-    forRecords(s, kMsmSystems[row], [&](const ObsRecord &record, int id) {
+    forRecords(s, kMsmSystems[row], [&](const ObsRecord& record, int id) {
         const std::size_t satellite = rankOf(index.satellites, id);
         forSignals(record, row, [&](std::size_t k, int signal) {
             const std::size_t number =
@@ -269,7 +274,7 @@ int encode_msm4(RtcmState &s, std::size_t row, int type, int sync) {
     return 1;
 }
 
-template <class Layout> int encodeStation(RtcmState &s, const Layout &layout) {
+template <class Layout> int encodeStation(RtcmState& s, const Layout& layout) {
     BitWriter out(s.buff, kMessageBit);
     const StationMessage message{s.staid, s.sta};
     layout(out, message);
@@ -277,16 +282,16 @@ template <class Layout> int encodeStation(RtcmState &s, const Layout &layout) {
     return 1;
 }
 
-int encode_type1005(RtcmState &s) {
+int encode_type1005(RtcmState& s) {
     return encodeStation(s, layout1005);
 }
-int encode_type1033(RtcmState &s) {
+int encode_type1033(RtcmState& s) {
     return encodeStation(s, layout1033);
 }
 
 } // namespace
 
-int encode_rtcm3(RtcmState &s, int type, int /*subtype*/, int sync) {
+int encode_rtcm3(RtcmState& s, int type, int /*subtype*/, int sync) {
     int result = 0;
     if (type == 1005)
         result = encode_type1005(s);

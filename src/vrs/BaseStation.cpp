@@ -12,18 +12,18 @@ VrsObsPack virtualPack;
 
 } // namespace
 
-void VrsBaseStation_Initial(VrsBaseStation &base) {
+void VrsBaseStation_Initial(VrsBaseStation& base) {
     base = {};
 }
 
-void VrsBaseStation_m_process(VrsBaseStation &base, VrsObsPack &reference,
-                              const RequestRecord &request) {
+void VrsBaseStation_m_process(VrsBaseStation& base, VrsObsPack& reference,
+                              const RequestRecord& request) {
     VrsGenerator_s_genVirtualObs(virtualPack, base, reference, request);
     base.reply = VrsEncoder_m_encodeReply(virtualPack, request.requestWord);
 }
 
-int VrsBaseStation_v_readOrbit(std::size_t satellite, int mjd, OrbitState &position,
-                               int &ephemerisIndex, double sod) {
+int VrsBaseStation_v_readOrbit(std::size_t satellite, int mjd, OrbitState& position,
+                               int& ephemerisIndex, double sod) {
     const GpsWeekTime t = mjd2wksow(mjd, sod);
     position = {};
     double clock = 0.0;

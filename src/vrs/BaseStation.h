@@ -16,12 +16,12 @@ struct VrsBaseStation {
     std::span<const std::uint8_t> reply; // encoded frame; empty = no reply
 };
 
-void VrsBaseStation_Initial(VrsBaseStation &base);
+void VrsBaseStation_Initial(VrsBaseStation& base);
 /// Generates the virtual epoch of the reference pack and leaves its reply frame in the base state,
 /// valid until the next call.
-void VrsBaseStation_m_process(VrsBaseStation &base, VrsObsPack &reference,
-                              const RequestRecord &request);
+void VrsBaseStation_m_process(VrsBaseStation& base, VrsObsPack& reference,
+                              const RequestRecord& request);
 /// Position of a configured satellite at a transmit time (MJD, GPS seconds of day). Non-zero when
 /// there is one.
-int VrsBaseStation_v_readOrbit(std::size_t satellite, int mjd, OrbitState &position,
-                               int &ephemerisIndex, double sod);
+int VrsBaseStation_v_readOrbit(std::size_t satellite, int mjd, OrbitState& position,
+                               int& ephemerisIndex, double sod);

@@ -23,7 +23,7 @@ constexpr double kPresent = 1e-6;
 constexpr double kFactorUnset = 0.01;
 
 /// Geometric range in the frame of reception, with the Earth-rotation term, m.
-double rangeTo(const OrbitState &s, const Vector3 &point, const Vector3 &rotationPoint) {
+double rangeTo(const OrbitState& s, const Vector3& point, const Vector3& rotationPoint) {
     const double dx = s[0] - point[0];
     const double dy = s[1] - point[1];
     const double dz = s[2] - point[2];
@@ -40,8 +40,8 @@ struct Geometry {
 
 /// Iterates the light time of the virtual point; nothing where there is no orbit (its reader has
 /// said so) or no convergence.
-std::optional<Geometry> solveLightTime(std::size_t satellite, VrsObsPack &reference,
-                                       const Vector3 &virtualXyz) {
+std::optional<Geometry> solveLightTime(std::size_t satellite, VrsObsPack& reference,
+                                       const Vector3& virtualXyz) {
     Geometry g;
     double lightV = 0.0;
     double lightR = 0.0;
@@ -49,7 +49,8 @@ std::optional<Geometry> solveLightTime(std::size_t satellite, VrsObsPack &refere
     double deltaR = 0.1;
     int passes = 0;
     bool more = true;
-    while (more && (std::fabs(deltaV) > kConvergedS || std::fabs(deltaR) > kConvergedS)) {
+    // Not-a-number, from an orbit without sense, never counts as converged.
+    while (more && !(std::fabs(deltaV) <= kConvergedS && std::fabs(deltaR) <= kConvergedS)) {
         const MjdTime t = timinc(reference.mjd, reference.sod, -lightV);
         if (!VrsBaseStation_v_readOrbit(satellite, t.mjd, g.satellite,
                                         reference.ephemerisIndex[satellite], t.sod))
@@ -70,7 +71,7 @@ std::optional<Geometry> solveLightTime(std::size_t satellite, VrsObsPack &refere
     return g;
 }
 
-double elevationDeg(const OrbitState &satellite, const Vector3 &point, const Matrix3 &fromLocal) {
+double elevationDeg(const OrbitState& satellite, const Vector3& point, const Matrix3& fromLocal) {
     const Vector3 sight{satellite[0] - point[0], satellite[1] - point[1], satellite[2] - point[2]};
     const Vector3 local = matmpy<3, 3, 1>(transpose<3, 3>(fromLocal), sight);
     const double horizontal = std::sqrt(local[0] * local[0] + local[1] * local[1]);
@@ -79,7 +80,7 @@ double elevationDeg(const OrbitState &satellite, const Vector3 &point, const Mat
 
 /// Name of carrier slot k: slots 4 to 7 repeat the names of slots 0 to 3, for a second set of
 /// codes. Empty = the system has no such slot.
-std::string_view slotName(const std::vector<std::string> &names, std::size_t k) {
+std::string_view slotName(const std::vector<std::string>& names, std::size_t k) {
     if (k < names.size())
         return names[k];
     if (k >= kMaxFrequencies && k - kMaxFrequencies < names.size())
@@ -88,8 +89,8 @@ std::string_view slotName(const std::vector<std::string> &names, std::size_t k) 
 }
 
 /// Shifts one satellite's slots by the range difference (m).
-void shiftSlots(SatelliteObs &out, const SatelliteObs &in, std::size_t satellite,
-                const std::vector<std::string> &names, double rangeDifference, double ageS) {
+void shiftSlots(SatelliteObs& out, const SatelliteObs& in, std::size_t satellite,
+                const std::vector<std::string>& names, double rangeDifference, double ageS) {
     const double lastDifference = last_drleng[satellite].drleng;
     for (std::size_t k = 0; k < kMaxSlots; ++k) {
         const std::string_view name = slotName(names, k);
@@ -105,7 +106,7 @@ void shiftSlots(SatelliteObs &out, const SatelliteObs &in, std::size_t satellite
         if (hz <= 0.0)
             continue; // no wavelength, no phase
         const double wavelengthM = kSpeedOfLight / hz;
-        double &factor = DLY.satellites[satellite].ionosphereFactor[k];
+        double& factor = DLY.satellites[satellite].ionosphereFactor[k];
         if (std::fabs(factor) < kFactorUnset) {
             const double f1 = freqbytp(satellite, names[0]);
             factor = f1 * f1 / (hz * hz);
@@ -120,8 +121,8 @@ void shiftSlots(SatelliteObs &out, const SatelliteObs &in, std::size_t satellite
 }
 
 /// The reference's own observations under the virtual request.
-void copyRaw(VrsObsPack &out, const VrsBaseStation &base, const VrsObsPack &reference,
-             const RequestRecord &virtualStation) {
+void copyRaw(VrsObsPack& out, const VrsBaseStation& base, const VrsObsPack& reference,
+             const RequestRecord& virtualStation) {
     VrsObsPack_Initial(out);
     out.mjd = reference.mjd;
     out.sod = reference.sod;
@@ -132,9 +133,9 @@ void copyRaw(VrsObsPack &out, const VrsBaseStation &base, const VrsObsPack &refe
 
 } // namespace
 
-VrsObsPack &VrsGenerator_s_genVirtualObs(VrsObsPack &out, const VrsBaseStation &base,
-                                         VrsObsPack &reference,
-                                         const RequestRecord &virtualStation) {
+VrsObsPack& VrsGenerator_s_genVirtualObs(VrsObsPack& out, const VrsBaseStation& base,
+                                         VrsObsPack& reference,
+                                         const RequestRecord& virtualStation) {
     std::array<std::uint8_t, kMaxSatellites> flags;
     flags.fill(2);
     if (virtualStation.distanceM > kMaxOffsetM && !DLY.post) {
@@ -147,8 +148,8 @@ VrsObsPack &VrsGenerator_s_genVirtualObs(VrsObsPack &out, const VrsBaseStation &
     return out;
 }
 
-void VrsGenerator_s_genObservation_raw(VrsObsPack &out, VrsObsPack &reference,
-                                       const RequestRecord &virtualStation,
+void VrsGenerator_s_genObservation_raw(VrsObsPack& out, VrsObsPack& reference,
+                                       const RequestRecord& virtualStation,
                                        std::span<const std::uint8_t> flags) {
     VrsObsPack_Initial(out);
     reference.referenceRange.fill(0.0);
@@ -160,8 +161,8 @@ void VrsGenerator_s_genObservation_raw(VrsObsPack &out, VrsObsPack &reference,
     out.reply.stationId = virtualStation.stationId;
 
     for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
-        const std::string &name = DLY.satelliteNames[i];
-        RangeHistory &history = last_drleng[i];
+        const std::string& name = DLY.satelliteNames[i];
+        RangeHistory& history = last_drleng[i];
         const double ageS =
             std::fabs(timdif(history.mjd, DLY.currentMjd, history.sod, DLY.currentSod));
         if (!existobs(reference.obs[i]) || flags[i] == 0) {
@@ -175,7 +176,7 @@ void VrsGenerator_s_genObservation_raw(VrsObsPack &out, VrsObsPack &reference,
         reference.referenceRange[i] = g->referenceM;
         const double rangeDifference = g->virtualM - g->referenceM;
         const double elevation = elevationDeg(g->satellite, virtualStation.xyz, fromLocal);
-        if (elevation < kElevationCutoffDeg) {
+        if (!(elevation >= kElevationCutoffDeg)) {
             print("***WARN(Generator): %s elevation is lower than cutoff(5)! elev=%.2lf\n",
                   name.c_str(), elevation);
             continue;

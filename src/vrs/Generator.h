@@ -21,10 +21,10 @@ extern std::array<RangeHistory, kMaxSatellites> last_drleng;
 
 /// Fills `out` from the reference pack; beyond 5000 m (and without "-post") with the reference's
 /// own observations.
-VrsObsPack &VrsGenerator_s_genVirtualObs(VrsObsPack &out, const VrsBaseStation &base,
-                                         VrsObsPack &reference,
-                                         const RequestRecord &virtualStation);
+VrsObsPack& VrsGenerator_s_genVirtualObs(VrsObsPack& out, const VrsBaseStation& base,
+                                         VrsObsPack& reference,
+                                         const RequestRecord& virtualStation);
 /// The generation proper; a satellite whose flag is 0 is taken as absent.
-void VrsGenerator_s_genObservation_raw(VrsObsPack &out, VrsObsPack &reference,
-                                       const RequestRecord &virtualStation,
+void VrsGenerator_s_genObservation_raw(VrsObsPack& out, VrsObsPack& reference,
+                                       const RequestRecord& virtualStation,
                                        std::span<const std::uint8_t> flags);

@@ -50,11 +50,11 @@ using Counts = std::array<int, kSystemCount>;
 
 /// Copies the slots that the reply carries into the next record of an encoder state. A satellite
 /// without any still takes a record, with satellite number 0.
-void addRecord(RtcmState &state, const SatelliteObs &obs, std::size_t maskRow, std::size_t slots,
+void addRecord(RtcmState& state, const SatelliteObs& obs, std::size_t maskRow, std::size_t slots,
                int satellite) {
     if (static_cast<std::size_t>(state.obs.n) >= kMaxObs)
         return;
-    ObsRecord &record = state.obs.data[static_cast<std::size_t>(state.obs.n++)];
+    ObsRecord& record = state.obs.data[static_cast<std::size_t>(state.obs.n++)];
     record = {};
     std::size_t k = 0;
     for (std::size_t j = 0; j < slots && k < kObsSlots; ++j) {
@@ -73,11 +73,11 @@ void addRecord(RtcmState &state, const SatelliteObs &obs, std::size_t maskRow, s
 }
 
 /// Sorts the observed satellites into the encoder states and counts them by group.
-Counts fillStates(const EpochObs &obs) {
+Counts fillStates(const EpochObs& obs) {
     Counts counts{};
     const std::size_t bds = systemIndex('C');
     for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
-        const std::string &name = DLY.satelliteNames[i];
+        const std::string& name = DLY.satelliteNames[i];
         const std::size_t system = systemIndex(name.front());
         if (system >= kSystemCount || !existobs(obs[i]))
             continue;
@@ -99,7 +99,7 @@ struct Block {
     std::span<std::uint8_t> room;
     std::size_t length = 0;
 
-    void add(RtcmState &state, int type, int sync) {
+    void add(RtcmState& state, int type, int sync) {
         gen_rtcm3(state, type, 0, sync);
         const auto n = static_cast<std::size_t>(state.nbyte);
         if (length + n <= room.size())
@@ -108,24 +108,24 @@ struct Block {
     }
 };
 
-void setText(Descriptor &field, std::string_view value) {
+void setText(Descriptor& field, std::string_view value) {
     field.fill('\0');
     value.copy(field.data(), field.size() - 1);
 }
 
-void addMessages(Block &block, const Counts &counts) {
+void addMessages(Block& block, const Counts& counts) {
     setText(VrsEco.main.sta.antdes, "GPPNULLANTENNA");
     setText(VrsEco.main.sta.recsno, "KRV VRS");
     block.add(VrsEco.main, 1005, 0);
     block.add(VrsEco.main, 1033, 0);
-    const auto present = [&](const Outgoing &o) { return counts[systemIndex(o.group)] > 0; };
+    const auto present = [&](const Outgoing& o) { return counts[systemIndex(o.group)] > 0; };
     for (auto it = kOutgoing.begin(); it != kOutgoing.end(); ++it)
         if (present(*it))
             block.add(it->group == 'B' ? VrsEco.bds3 : VrsEco.main, it->type,
                       /*sync=*/std::any_of(it + 1, kOutgoing.end(), present) ? 1 : 0);
 }
 
-void prepareStates(const VrsObsPack &pack) {
+void prepareStates(const VrsObsPack& pack) {
     init_rtcm(VrsEco.main);
     init_rtcm(VrsEco.bds3);
     VrsEco.flag = 1;
@@ -142,11 +142,11 @@ void prepareStates(const VrsObsPack &pack) {
 int index_mask(std::size_t system, std::string_view type) {
     if (type.size() < 3)
         return -1;
-    const MaskRow &row = MASK[system];
+    const MaskRow& row = MASK[system];
     return std::find(row.begin(), row.end(), type.substr(1, 2)) == row.end() ? -1 : 1;
 }
 
-int VrsEncoder_m_encodeRtcm_ex(VrsObsPack &pack, int &bits) {
+int VrsEncoder_m_encodeRtcm_ex(VrsObsPack& pack, int& bits) {
     prepareStates(pack);
     const Counts counts = fillStates(pack.obs);
     const auto start = static_cast<std::size_t>(bits / 8);
@@ -164,8 +164,8 @@ int VrsEncoder_m_encodeRtcm_ex(VrsObsPack &pack, int &bits) {
     return 1;
 }
 
-std::span<const std::uint8_t> VrsEncoder_m_encodeReply(VrsObsPack &pack, std::int32_t requestWord) {
-    ReplyArea &area = pack.reply;
+std::span<const std::uint8_t> VrsEncoder_m_encodeReply(VrsObsPack& pack, std::int32_t requestWord) {
+    ReplyArea& area = pack.reply;
     const std::span buffer(area.buffer);
     area.totalLength = area.frameLength = 0;
     setbitu(buffer, 0, 8, 0xDA);

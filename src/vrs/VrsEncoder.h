@@ -24,6 +24,6 @@ extern VrsEncoders VrsEco;
 int index_mask(std::size_t system, std::string_view type);
 /// Appends the messages of the pack's epoch at `bits` in its reply area and moves `bits` on.
 /// 0, with a line and nothing appended, where they do not fit.
-int VrsEncoder_m_encodeRtcm_ex(VrsObsPack &pack, int &bits);
+int VrsEncoder_m_encodeRtcm_ex(VrsObsPack& pack, int& bits);
 /// Builds the reply frame in the pack's reply area; empty where it cannot be built.
-std::span<const std::uint8_t> VrsEncoder_m_encodeReply(VrsObsPack &pack, std::int32_t requestWord);
+std::span<const std::uint8_t> VrsEncoder_m_encodeReply(VrsObsPack& pack, std::int32_t requestWord);

@@ -13,13 +13,13 @@ namespace {
 /// Workspace of a request; a pack is too large to be built anew for every epoch.
 VrsObsPack referencePack;
 
-bool usable(const Vector3 &xyz) {
+bool usable(const Vector3& xyz) {
     return std::all_of(xyz.begin(), xyz.end(),
                        [](double x) { return std::isfinite(x) && x != 0.0; });
 }
 
 /// Puts the virtual station at its offset from the reference.
-void placeVirtual(RequestRecord &request, const Vector3 &reference) {
+void placeVirtual(RequestRecord& request, const Vector3& reference) {
     request.blh = xyzblh(reference, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
     request.blh[0] += kVirtualLatitudeShift;
     request.xyz = blhxyz(request.blh, 0.0, 0.0);
@@ -28,7 +28,7 @@ void placeVirtual(RequestRecord &request, const Vector3 &reference) {
 
 } // namespace
 
-void VrsObsPack_Initial(VrsObsPack &pack) {
+void VrsObsPack_Initial(VrsObsPack& pack) {
     pack.name.clear();
     pack.mjd = 0;
     pack.sod = 0.0;
@@ -40,7 +40,7 @@ void VrsObsPack_Initial(VrsObsPack &pack) {
     pack.reply.stationId = 0;
 }
 
-void VrsObsPack_Readobs(VrsObsPack &pack, const StationEpoch &station) {
+void VrsObsPack_Readobs(VrsObsPack& pack, const StationEpoch& station) {
     pack.name = station.name;
     pack.mjd = DLY.currentMjd;
     pack.sod = DLY.currentSod;
@@ -54,7 +54,7 @@ int VrsMain(std::size_t station, std::span<std::uint8_t> reply) {
     if (referencePack.name.empty())
         referencePack.name = DLY.stationNames[station];
 
-    const StationRecord &reference = DLY.stations[station];
+    const StationRecord& reference = DLY.stations[station];
     if (!usable(reference.xyz)) {
         print("***WARN: %s has no usable coordinates, epoch is not answered!\n",
               reference.name.c_str());

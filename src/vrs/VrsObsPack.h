@@ -36,6 +36,6 @@ struct VrsObsPack {
 };
 
 /// Empties a pack.
-void VrsObsPack_Initial(VrsObsPack &pack);
+void VrsObsPack_Initial(VrsObsPack& pack);
 /// Takes over a station's stored epoch; its time is the current epoch of DLY.
-void VrsObsPack_Readobs(VrsObsPack &pack, const StationEpoch &station);
+void VrsObsPack_Readobs(VrsObsPack& pack, const StationEpoch& station);

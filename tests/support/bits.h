@@ -19,7 +19,7 @@ using Bytes = std::vector<std::uint8_t>;
 /// run over one list of fields: with a unit the value is a double, with an origin raw = v - origin.
 class BitString {
 public:
-    template <std::integral T> BitString &u(int width, T v, int origin = 0) {
+    template <std::integral T> BitString& u(int width, T v, int origin = 0) {
         const auto raw = static_cast<std::uint64_t>(v) - static_cast<std::uint64_t>(origin);
         if (width < 64 && raw >> width != 0)
             throw std::out_of_range("value wider than its field");
@@ -27,22 +27,22 @@ public:
             bits_.push_back(((raw >> i) & 1) != 0);
         return *this;
     }
-    BitString &s(int width, std::int64_t v) {
+    BitString& s(int width, std::int64_t v) {
         const std::int64_t half = std::int64_t{1} << (width - 1);
         if (v < -half || v >= half)
             throw std::out_of_range("signed value wider than its field");
         return u(width, v < 0 ? v + 2 * half : v);
     }
     /// Sign bit, then magnitude.
-    BitString &sm(int width, std::int64_t v) { return flag(v < 0).u(width - 1, std::abs(v)); }
+    BitString& sm(int width, std::int64_t v) { return flag(v < 0).u(width - 1, std::abs(v)); }
     /// 8-bit count, then the characters.
-    BitString &text(std::string_view v) {
+    BitString& text(std::string_view v) {
         u(8, v.size());
         for (const char c : v)
             u(8, static_cast<unsigned char>(c));
         return *this;
     }
-    BitString &flag(bool v) { return u(1, v ? 1 : 0); }
+    BitString& flag(bool v) { return u(1, v ? 1 : 0); }
     void fixed(int width, int v) { u(width, v); }
     void u(int width, double v, double unit) { u(width, std::llround(v / unit)); }
     void s(int width, double v, double unit) { s(width, std::llround(v / unit)); }
@@ -50,7 +50,7 @@ public:
         flag(std::signbit(v)).u(width - 1, std::llround(std::abs(v) / unit)); // keeps a minus zero
     }
     /// The most negative value says "none".
-    void orNone(int width, const std::optional<double> &v, double unit) {
+    void orNone(int width, const std::optional<double>& v, double unit) {
         s(width, v ? std::llround(*v / unit) : -(std::int64_t{1} << (width - 1)));
     }
     /// Padded with zero bits to whole bytes.
@@ -72,7 +72,7 @@ public:
     std::uint64_t u(int width) {
         std::uint64_t v = 0;
         for (; width > 0; --width, ++at_)
-            v = 2 * v + ((bytes_.at(at_ / 8) >> (7 - at_ % 8)) & 1u);
+            v = 2 * v + ((unsigned{bytes_.at(at_ / 8)} >> (7 - at_ % 8)) & 1u);
         return v;
     }
     std::int64_t s(int width) {
@@ -84,23 +84,23 @@ public:
         const std::int64_t sign = u(1) == 1 ? -1 : 1;
         return sign * static_cast<std::int64_t>(u(width - 1));
     }
-    void text(std::string &v) {
+    void text(std::string& v) {
         v.resize(u(8));
-        for (char &c : v)
+        for (char& c : v)
             c = static_cast<char>(u(8));
     }
-    void flag(bool &v) { v = u(1) == 1; }
+    void flag(bool& v) { v = u(1) == 1; }
     void fixed(int width, int) { u(width); }
-    template <std::integral T> void u(int width, T &v, int origin = 0) {
+    template <std::integral T> void u(int width, T& v, int origin = 0) {
         v = static_cast<T>(static_cast<std::int64_t>(u(width)) + origin);
     }
-    void u(int width, double &v, double unit) { v = static_cast<double>(u(width)) * unit; }
-    void s(int width, double &v, double unit) { v = static_cast<double>(s(width)) * unit; }
-    void sm(int width, double &v, double unit) {
+    void u(int width, double& v, double unit) { v = static_cast<double>(u(width)) * unit; }
+    void s(int width, double& v, double unit) { v = static_cast<double>(s(width)) * unit; }
+    void sm(int width, double& v, double unit) {
         const double sign = u(1) == 1 ? -1 : 1;
         v = sign * (static_cast<double>(u(width - 1)) * unit);
     }
-    void orNone(int width, std::optional<double> &v, double unit) {
+    void orNone(int width, std::optional<double>& v, double unit) {
         const std::int64_t raw = s(width);
         const bool none = raw == -(std::int64_t{1} << (width - 1));
         v = none ? std::nullopt : std::optional(static_cast<double>(raw) * unit);
@@ -114,14 +114,14 @@ private:
 };
 
 /// A message body from a layout, called as layout(cursor, record).
-template <class Record> Record readBody(const Bytes &body, auto layout) {
+template <class Record> Record readBody(const Bytes& body, auto layout) {
     BitSource io(body);
     Record record;
     layout(io, record);
     return record;
 }
 
-Bytes writeBody(const auto &record, auto layout) {
+Bytes writeBody(const auto& record, auto layout) {
     BitString io;
     layout(io, record);
     return io.bytes();

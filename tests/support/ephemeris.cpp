@@ -106,7 +106,7 @@ constexpr auto kKepler = [](auto& io, auto& k) {
 
 } // namespace
 
-Kepler readKepler(const Bytes &body) {
+Kepler readKepler(const Bytes& body) {
     auto k = readBody<Kepler>(body, kKepler);
     k.system = k.type == 1019 ? 'G' : k.type == 1042 ? 'C' : k.type == 1044 ? 'J' : 'E';
     if (k.system == 'E')
@@ -114,13 +114,13 @@ Kepler readKepler(const Bytes &body) {
     return k;
 }
 
-Glonass readGlonass(const Bytes &body) {
+Glonass readGlonass(const Bytes& body) {
     return readBody<Glonass>(body, kGlonass);
 }
-Bytes writeKepler(const Kepler &k) {
+Bytes writeKepler(const Kepler& k) {
     return writeBody(k, kKepler);
 }
-Bytes writeGlonass(const Glonass &g) {
+Bytes writeGlonass(const Glonass& g) {
     return writeBody(g, kGlonass);
 }
 

@@ -38,10 +38,10 @@ struct Glonass {
 };
 
 /// std::invalid_argument for another type, std::out_of_range for a body that is too short.
-Kepler readKepler(const Bytes &body);
-Glonass readGlonass(const Bytes &body);
+Kepler readKepler(const Bytes& body);
+Glonass readGlonass(const Bytes& body);
 /// Values are rounded to the steps of their fields; one that does not fit throws std::out_of_range.
-Bytes writeKepler(const Kepler &k);
-Bytes writeGlonass(const Glonass &g);
+Bytes writeKepler(const Kepler& k);
+Bytes writeGlonass(const Glonass& g);
 
 } // namespace ref

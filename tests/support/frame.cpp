@@ -5,7 +5,8 @@ namespace ref {
 std::uint32_t crc24q(std::span<const std::uint8_t> bytes) {
     std::uint32_t rest = 0;
     for (std::size_t i = 0; i < 8 * (bytes.size() + 3); ++i) {
-        const unsigned bit = i / 8 < bytes.size() ? (bytes[i / 8] >> (7 - i % 8)) & 1u : 0;
+        const unsigned bit =
+            i / 8 < bytes.size() ? (unsigned{bytes[i / 8]} >> (7 - i % 8)) & 1u : 0;
         rest = (rest << 1) | bit;
         if ((rest & 0x1000000) != 0)
             rest ^= 0x1864CFB;
@@ -13,7 +14,7 @@ std::uint32_t crc24q(std::span<const std::uint8_t> bytes) {
     return rest;
 }
 
-Bytes frame(const Bytes &body) {
+Bytes frame(const Bytes& body) {
     if (body.size() > 1023)
         throw std::length_error("RTCM 3 body above 1023 bytes");
     Bytes out = BitString().u(8, 0xD3).u(16, body.size()).bytes();
@@ -43,7 +44,7 @@ std::vector<Frame> goodFrames(std::span<const std::uint8_t> stream) {
 }
 
 Reply openReply(std::span<const std::uint8_t> bytes) {
-    const auto need = [](bool holds, const std::string &what) {
+    const auto need = [](bool holds, const std::string& what) {
         if (!holds)
             throw std::runtime_error("reply frame: " + what);
     };
@@ -61,7 +62,7 @@ Reply openReply(std::span<const std::uint8_t> bytes) {
     need(BitSource(bytes.subspan(n)).u(32) == crc24q(bytes.first(n)), "wrong check word");
     reply.messages = goodFrames(bytes.subspan(10, n - 10));
     std::size_t at = 10;
-    for (const Frame &f : reply.messages)
+    for (const Frame& f : reply.messages)
         at += f.bytes.size();
     need(at == n, std::to_string(n - at) + " bytes that are no good message");
     return reply;

@@ -9,7 +9,7 @@ namespace ref {
 std::uint32_t crc24q(std::span<const std::uint8_t> bytes);
 
 /// Preamble, length, body and check word; std::length_error above 1023 bytes.
-Bytes frame(const Bytes &body);
+Bytes frame(const Bytes& body);
 
 struct Frame {
     std::size_t offset = 0; ///< of the preamble in the bytes read

@@ -11,7 +11,7 @@ constexpr double kMinorM = kMajorM * (1 - 1 / 298.257223563);
 constexpr double kDegree = std::numbers::pi / 180;
 
 // Range of a signal that left the satellite at s; light time and range settle together.
-double turnedRange(const Vec3 &s, const Vec3 &at) {
+double turnedRange(const Vec3& s, const Vec3& at) {
     double range = norm(s - at);
     for (int i = 0; i < 6; ++i)
         range = norm(turnAxes(2, kEarthRate * range / kLightSpeed, s) - at);
@@ -20,7 +20,7 @@ double turnedRange(const Vec3 &s, const Vec3 &at) {
 
 } // namespace
 
-Vec3 turnAxes(int axis, double angle, const Vec3 &a) {
+Vec3 turnAxes(int axis, double angle, const Vec3& a) {
     const auto i = static_cast<std::size_t>(axis);
     const std::size_t j = (i + 1) % 3;
     const std::size_t k = (i + 2) % 3;
@@ -37,7 +37,7 @@ GpsTime GpsTime::operator+(double seconds) const {
 
 // Newton on the reduced latitude beta of the foot point: the line from the point to
 // (a cos beta, b sin beta) is normal to the ellipse.
-Geodetic toGeodetic(const Vec3 &xyz) {
+Geodetic toGeodetic(const Vec3& xyz) {
     const double p = std::hypot(xyz[0], xyz[1]);
     const double z = xyz[2];
     const double focus2 = kMajorM * kMajorM - kMinorM * kMinorM;
@@ -54,20 +54,20 @@ Geodetic toGeodetic(const Vec3 &xyz) {
     return {lat, std::atan2(xyz[1], xyz[0]), height};
 }
 
-Vec3 toXyz(const Geodetic &g) {
+Vec3 toXyz(const Geodetic& g) {
     const double beta = std::atan2(kMinorM * std::sin(g.lat), kMajorM * std::cos(g.lat));
     const double p = kMajorM * std::cos(beta) + g.heightM * std::cos(g.lat);
     return {p * std::cos(g.lon), p * std::sin(g.lon),
             kMinorM * std::sin(beta) + g.heightM * std::sin(g.lat)};
 }
 
-Vec3 virtualPoint(const Vec3 &reference) {
+Vec3 virtualPoint(const Vec3& reference) {
     Geodetic g = toGeodetic(reference);
     g.lat += 4.7088369190215936e-05;
     return toXyz(g);
 }
 
-Direction direction(const Vec3 &from, const Vec3 &to) {
+Direction direction(const Vec3& from, const Vec3& to) {
     const Geodetic g = toGeodetic(from);
     const Vec3 e{-std::sin(g.lon), std::cos(g.lon), 0};
     const Vec3 u{std::cos(g.lat) * std::cos(g.lon), std::cos(g.lat) * std::sin(g.lon),
@@ -78,7 +78,7 @@ Direction direction(const Vec3 &from, const Vec3 &to) {
     return {std::asin(dot(d, u) / norm(d)) / kDegree, azimuth < 0 ? azimuth + 360 : azimuth};
 }
 
-Signal receive(const SatFn &satellite, const Vec3 &at, GpsTime epoch) {
+Signal receive(const SatFn& satellite, const Vec3& at, GpsTime epoch) {
     Signal s;
     for (int i = 0; i < 8; ++i) {
         s.sat = satellite(epoch + -s.delayS);
@@ -88,7 +88,7 @@ Signal receive(const SatFn &satellite, const Vec3 &at, GpsTime epoch) {
     return s;
 }
 
-RangeChange rangeChange(const SatFn &satellite, const Vec3 &reference, const Vec3 &virtualAt,
+RangeChange rangeChange(const SatFn& satellite, const Vec3& reference, const Vec3& virtualAt,
                         GpsTime epoch) {
     const Signal s = receive(satellite, virtualAt, epoch);
     const double rangeRef = turnedRange(s.sat, reference);

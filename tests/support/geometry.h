@@ -9,19 +9,19 @@ namespace ref {
 
 struct Vec3 {
     double v[3];
-    double &operator[](std::size_t i) { return v[i]; }
+    double& operator[](std::size_t i) { return v[i]; }
     double operator[](std::size_t i) const { return v[i]; }
-    Vec3 operator+(const Vec3 &b) const { return {v[0] + b[0], v[1] + b[1], v[2] + b[2]}; }
-    Vec3 operator-(const Vec3 &b) const { return {v[0] - b[0], v[1] - b[1], v[2] - b[2]}; }
-    friend Vec3 operator*(double k, const Vec3 &a) { return {k * a[0], k * a[1], k * a[2]}; }
-    friend double dot(const Vec3 &a, const Vec3 &b) {
+    Vec3 operator+(const Vec3& b) const { return {v[0] + b[0], v[1] + b[1], v[2] + b[2]}; }
+    Vec3 operator-(const Vec3& b) const { return {v[0] - b[0], v[1] - b[1], v[2] - b[2]}; }
+    friend Vec3 operator*(double k, const Vec3& a) { return {k * a[0], k * a[1], k * a[2]}; }
+    friend double dot(const Vec3& a, const Vec3& b) {
         return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
     }
-    friend double norm(const Vec3 &a) { return std::hypot(a[0], a[1], a[2]); }
+    friend double norm(const Vec3& a) { return std::hypot(a[0], a[1], a[2]); }
 };
 
 /// Coordinates of a fixed vector after the axes turned by the angle (rad) about the axis 0..2.
-Vec3 turnAxes(int axis, double angle, const Vec3 &a);
+Vec3 turnAxes(int axis, double angle, const Vec3& a);
 
 constexpr double kLightSpeed = 299792458.0;    // m/s
 constexpr double kEarthRate = 7.2921151467e-5; // rad/s
@@ -39,16 +39,16 @@ struct Geodetic {
     double heightM = 0;
 };
 
-Geodetic toGeodetic(const Vec3 &xyz);
-Vec3 toXyz(const Geodetic &g);
+Geodetic toGeodetic(const Vec3& xyz);
+Vec3 toXyz(const Geodetic& g);
 
 /// The virtual station: 4.7088369190215936e-05 rad of latitude north of the reference.
-Vec3 virtualPoint(const Vec3 &reference);
+Vec3 virtualPoint(const Vec3& reference);
 
 struct Direction {
     double elevationDeg = 0, azimuthDeg = 0; ///< azimuth in 0..360
 };
-Direction direction(const Vec3 &from, const Vec3 &to);
+Direction direction(const Vec3& from, const Vec3& to);
 
 /// Satellite position at a GPS time of transmission, in the Earth-fixed frame of that instant.
 using SatFn = std::function<Vec3(GpsTime)>;
@@ -58,7 +58,7 @@ struct Signal {
     double delayS = 0; ///< its light time
     Vec3 sat{};        ///< the satellite at transmission, frame of transmission
 };
-Signal receive(const SatFn &satellite, const Vec3 &at, GpsTime epoch);
+Signal receive(const SatFn& satellite, const Vec3& at, GpsTime epoch);
 
 struct RangeChange {
     double deltaM = 0; ///< range at the virtual point minus range at the reference
@@ -70,7 +70,7 @@ struct RangeChange {
 /// first-order cross term (omega/c)(Sx Vy - Sy Vx) in its place changes a range by up to 0.15 mm
 /// (0.3 mm for geosynchronous orbits), the same at both points: deltaM changes by less than 1e-7 m.
 /// The elevation is that of the satellite in the frame of transmission.
-RangeChange rangeChange(const SatFn &satellite, const Vec3 &reference, const Vec3 &virtualAt,
+RangeChange rangeChange(const SatFn& satellite, const Vec3& reference, const Vec3& virtualAt,
                         GpsTime epoch);
 
 } // namespace ref

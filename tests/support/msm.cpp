@@ -47,7 +47,7 @@ std::size_t systemIndex(char letter) {
     return at;
 }
 
-const Form &formOf(int msm) {
+const Form& formOf(int msm) {
     if (msm < 4 || msm > 7)
         throw std::invalid_argument("not one of MSM4 to MSM7");
     return kForms[msm - 4];
@@ -63,12 +63,12 @@ struct Rough {
 using Roughs = std::map<int, Rough>; // by satellite id
 
 // Between whole values and those that a message sends beside the rough ones (sign -1).
-void addRough(std::vector<Cell> &cells, const Roughs &sats, double sign) {
-    const auto add = [sign](std::optional<double> &a, const std::optional<double> &b) {
+void addRough(std::vector<Cell>& cells, const Roughs& sats, double sign) {
+    const auto add = [sign](std::optional<double>& a, const std::optional<double>& b) {
         a = a && b ? std::optional(*a + sign * *b) : std::nullopt;
     };
-    for (Cell &c : cells) {
-        const Rough &r = sats.at(c.id);
+    for (Cell& c : cells) {
+        const Rough& r = sats.at(c.id);
         add(c.pseudorangeM, r.rangeM());
         add(c.phaseRangeM, r.rangeM());
         add(c.rateMps, r.rate);
@@ -77,10 +77,10 @@ void addRough(std::vector<Cell> &cells, const Roughs &sats, double sign) {
 }
 
 // The first value of a satellite decides.
-Roughs roughsOf(const std::vector<Cell> &cells) {
+Roughs roughsOf(const std::vector<Cell>& cells) {
     Roughs sats;
-    for (const Cell &c : cells) {
-        Rough &r = sats[c.id];
+    for (const Cell& c : cells) {
+        Rough& r = sats[c.id];
         if (r.ms == 255 && c.pseudorangeM) {
             const auto steps = static_cast<int>(std::lround(*c.pseudorangeM / kMsM * 1024));
             if (steps < 0 || steps >= 255 * 1024)
@@ -95,7 +95,7 @@ Roughs roughsOf(const std::vector<Cell> &cells) {
     return sats;
 }
 
-template <class Io> void header(Io &io, Msm &m) {
+template <class Io> void header(Io& io, Msm& m) {
     io.u(12, m.station);    // DF003
     io.u(30, m.epochField); // DF004 and its like
     io.flag(m.more);        // DF393
@@ -103,8 +103,8 @@ template <class Io> void header(Io &io, Msm &m) {
     io.fixed(15, 0);        // DF001, 411, 412, 417, 418
 }
 
-template <class Io> void body(Io &io, const Form &f, Roughs &sats, std::vector<Cell> &cells) {
-    const auto all = [](auto &list, auto field) { std::for_each(list.begin(), list.end(), field); };
+template <class Io> void body(Io& io, const Form& f, Roughs& sats, std::vector<Cell>& cells) {
+    const auto all = [](auto& list, auto field) { std::for_each(list.begin(), list.end(), field); };
     // clang-format off
     all(sats, [&](auto& s) { io.u(8, s.second.ms); });                                // DF397
     if (f.rates)
@@ -122,7 +122,7 @@ template <class Io> void body(Io &io, const Form &f, Roughs &sats, std::vector<C
     // clang-format on
 }
 
-std::vector<int> takeMask(BitSource &b, int width) {
+std::vector<int> takeMask(BitSource& b, int width) {
     std::vector<int> ids;
     for (int id = 1; id <= width; ++id)
         if (b.u(1) == 1)
@@ -165,7 +165,7 @@ int signalId(char system, std::string_view signal) {
 }
 
 double frequencyHz(char system, std::string_view signal, int glonassChannel) {
-    for (const Carrier &c : kCarriers)
+    for (const Carrier& c : kCarriers)
         if (c.systems.find(system) != std::string_view::npos && c.band == signal.at(0))
             return (c.mhz + c.stepMhz * glonassChannel) * 1e6;
     throw std::out_of_range("no carrier for the signal");
@@ -175,12 +175,12 @@ std::string satName(char system, int id) {
     return system + std::string(id < 10 ? "0" : "") + std::to_string(id);
 }
 
-Msm readMsm(const Bytes &bytes) {
+Msm readMsm(const Bytes& bytes) {
     BitSource io(bytes);
     Msm m;
     io.u(12, m.type);
     m.msm = m.type % 10;
-    const Form &f = formOf(m.msm);
+    const Form& f = formOf(m.msm);
     const int row = m.type / 10 - 107;
     if (row < 0 || row >= static_cast<int>(kSystems.size()))
         throw std::invalid_argument("no MSM: type " + std::to_string(m.type));
@@ -194,9 +194,9 @@ Msm readMsm(const Bytes &bytes) {
     Roughs sats;
     for (const int id : m.sats) {
         sats[id] = {};
-        for (const std::string &signal : m.signals)
+        for (const std::string& signal : m.signals)
             if (io.u(1) == 1) {
-                Cell &c = m.cells.emplace_back();
+                Cell& c = m.cells.emplace_back();
                 c.system = m.system;
                 c.id = id;
                 c.signal = signal;
@@ -211,13 +211,13 @@ Msm readMsm(const Bytes &bytes) {
 Bytes writeMsm(Msm m) {
     std::map<std::pair<int, int>, Cell> grid; // by satellite id, signal id
     std::set<int> signals;
-    for (const Cell &c : m.cells) {
+    for (const Cell& c : m.cells) {
         const int signal = signalId(m.system, c.signal);
         grid[{c.id, signal}] = c;
         signals.insert(signal);
     }
     m.cells.clear();
-    for (const auto &[key, c] : grid)
+    for (const auto& [key, c] : grid)
         m.cells.push_back(c);
     Roughs sats = roughsOf(m.cells);
     if (sats.size() * signals.size() > 64)
@@ -229,7 +229,7 @@ Bytes writeMsm(Msm m) {
         io.flag(sats.count(id) != 0);
     for (int id = 1; id <= 32; ++id)
         io.flag(signals.count(id) != 0);
-    for (const auto &[id, rough] : sats)
+    for (const auto& [id, rough] : sats)
         for (const int signal : signals)
             io.flag(grid.count({id, signal}) != 0);
     addRough(m.cells, sats, -1);
@@ -244,16 +244,16 @@ std::uint32_t epochField(char system, GpsTime t) {
     return system == 'R' ? (ms / 86400000u << 27) + ms % 86400000u : ms;
 }
 
-Station1005 read1005(const Bytes &body) {
+Station1005 read1005(const Bytes& body) {
     return readBody<Station1005>(body, kStation);
 }
-Bytes write1005(const Station1005 &s) {
+Bytes write1005(const Station1005& s) {
     return writeBody(s, kStation);
 }
-Text1033 read1033(const Bytes &body) {
+Text1033 read1033(const Bytes& body) {
     return readBody<Text1033>(body, kDescriptors);
 }
-Bytes write1033(const Text1033 &t) {
+Bytes write1033(const Text1033& t) {
     return writeBody(t, kDescriptors);
 }
 

@@ -40,7 +40,7 @@ struct Msm {
 };
 
 /// std::invalid_argument for another type, std::out_of_range for a body that is too short.
-Msm readMsm(const Bytes &body);
+Msm readMsm(const Bytes& body);
 
 /// Uses station, system, msm, epochField, more, iods and the cells (in any order, none twice; masks
 /// follow from them). A satellite's rough range and rate are those of its first cell that has one;
@@ -59,8 +59,8 @@ struct Station1005 {
     Vec3 xyzM{};
     double heightM = 0; ///< 1006 only
 };
-Station1005 read1005(const Bytes &body); ///< 1005 or 1006
-Bytes write1005(const Station1005 &s);   ///< 1005 or 1006 by type
+Station1005 read1005(const Bytes& body); ///< 1005 or 1006
+Bytes write1005(const Station1005& s);   ///< 1005 or 1006 by type
 
 struct Text1033 {
     int station = 0;
@@ -68,7 +68,7 @@ struct Text1033 {
     int setup = 0;
     std::string antennaSerial, receiver, firmware, receiverSerial;
 };
-Text1033 read1033(const Bytes &body);
-Bytes write1033(const Text1033 &t);
+Text1033 read1033(const Bytes& body);
+Bytes write1033(const Text1033& t);
 
 } // namespace ref

@@ -21,16 +21,16 @@ Earth earthOf(char system) {
 }
 
 // GPS second of week minus a reference of the system's week, to the nearest week.
-double since(const Kepler &k, GpsTime t, double reference) {
+double since(const Kepler& k, GpsTime t, double reference) {
     return std::remainder(t.sow - (k.system == 'C' ? kBdtLagS : 0) - reference, kWeekS);
 }
 
-double since(const Glonass &g, GpsTime t) {
+double since(const Glonass& g, GpsTime t) {
     return std::remainder(t.sow - kLeapS + kMoscowS - g.tb * 900.0, 86400);
 }
 
 // Newton-Raphson on Kepler's equation.
-double eccentricAnomaly(const Kepler &k, GpsTime t) {
+double eccentricAnomaly(const Kepler& k, GpsTime t) {
     const double a = k.sqrtA * k.sqrtA;
     const double n = std::sqrt(earthOf(k.system).gm / a) / a + k.deltaN;
     const double m = std::remainder(k.m0 + n * since(k, t, k.toe), 2 * std::numbers::pi);
@@ -43,7 +43,7 @@ double eccentricAnomaly(const Kepler &k, GpsTime t) {
 constexpr double kGlonassRate = 7.292115e-5; // rad/s
 
 // km/s^2 in a frame that does not rotate: central mass and flattening, both symmetric about z.
-Vec3 attraction(const Vec3 &r) {
+Vec3 attraction(const Vec3& r) {
     constexpr double mu = 398600.4418, ae = 6378.136, c20 = -0.00108262575;
     const double d = norm(r);
     const double flat = 1.5 * c20 * (ae / d) * (ae / d);
@@ -54,7 +54,7 @@ Vec3 attraction(const Vec3 &r) {
 
 } // namespace
 
-Vec3 position(const Kepler &k, GpsTime t) {
+Vec3 position(const Kepler& k, GpsTime t) {
     const double tk = since(k, t, k.toe);
     const double rate = earthOf(k.system).rate;
     const double anomaly = eccentricAnomaly(k, t);
@@ -78,12 +78,12 @@ Vec3 position(const Kepler &k, GpsTime t) {
     return turnAxes(2, rate * tk, r);
 }
 
-double clockOffset(const Kepler &k, GpsTime t) {
+double clockOffset(const Kepler& k, GpsTime t) {
     const double dt = since(k, t, k.toc);
     return k.af0 + k.af1 * dt + k.af2 * dt * dt;
 }
 
-double relativityS(const Kepler &k, GpsTime t) {
+double relativityS(const Kepler& k, GpsTime t) {
     return -2 * std::sqrt(earthOf(k.system).gm) * k.sqrtA * k.e * std::sin(eccentricAnomaly(k, t)) /
            (kLightSpeed * kLightSpeed);
 }
@@ -91,9 +91,9 @@ double relativityS(const Kepler &k, GpsTime t) {
 // Integrated in the axes that the Earth has at tb, held fixed, where Runge-Kutta-Nystroem of
 // fourth order applies (the force has no velocity in it). The broadcast lunisolar acceleration is
 // constant in the rotating axes. Steps of 5 s or less: the error stays below 1e-6 m over 2 h.
-Vec3 position(const Glonass &g, GpsTime t) {
+Vec3 position(const Glonass& g, GpsTime t) {
     const double dt = since(g, t);
-    const auto force = [&g](double s, const Vec3 &r) {
+    const auto force = [&g](double s, const Vec3& r) {
         return attraction(r) + turnAxes(2, -kGlonassRate * s, g.acc);
     };
     Vec3 r = g.pos;
@@ -111,11 +111,11 @@ Vec3 position(const Glonass &g, GpsTime t) {
     return 1000 * (turnAxes(2, kGlonassRate * dt, r) + Vec3{8e-6, 1e-6, 1e-6});
 }
 
-double clockOffset(const Glonass &g, GpsTime t) {
+double clockOffset(const Glonass& g, GpsTime t) {
     return -g.taun + g.gamn * since(g, t);
 }
 
-void Navigation::take(const Frame &f) {
+void Navigation::take(const Frame& f) {
     if (f.type == 1020) {
         const Glonass g = readGlonass(f.body);
         glonass[satName('R', g.slot)] = g;
@@ -125,7 +125,7 @@ void Navigation::take(const Frame &f) {
     }
 }
 
-SatFn Navigation::satellite(const std::string &sat) const {
+SatFn Navigation::satellite(const std::string& sat) const {
     if (sat.at(0) == 'R')
         return [g = glonass.at(sat)](GpsTime t) { return position(g, t); };
     return [k = kepler.at(sat)](GpsTime t) { return position(k, t); };

@@ -14,22 +14,22 @@ constexpr double kBdtLagS = 14;    // GPS time - BDT
 constexpr double kMoscowS = 10800; // GLONASS time - UTC
 
 /// Times are taken nearest to the ephemeris: within half a week, GLONASS half a day.
-Vec3 position(const Kepler &k, GpsTime t);
-Vec3 position(const Glonass &g, GpsTime t);
+Vec3 position(const Kepler& k, GpsTime t);
+Vec3 position(const Glonass& g, GpsTime t);
 
 /// Satellite clock minus system time, broadcast polynomial only: no group delay. GLONASS clock
 /// terms hold the relativistic effect.
-double clockOffset(const Kepler &k, GpsTime t);
-double clockOffset(const Glonass &g, GpsTime t);
+double clockOffset(const Kepler& k, GpsTime t);
+double clockOffset(const Glonass& g, GpsTime t);
 /// To be added to the clock offset: -2 sqrt(GM a) e sin E / c^2.
-double relativityS(const Kepler &k, GpsTime t);
+double relativityS(const Kepler& k, GpsTime t);
 
 /// The ephemerides of a stream; the later message of a satellite wins.
 class Navigation {
 public:
-    void take(const Frame &f); ///< other messages are ignored
+    void take(const Frame& f); ///< other messages are ignored
     /// std::out_of_range for a satellite without ephemeris. The result may outlive this object.
-    SatFn satellite(const std::string &sat) const;
+    SatFn satellite(const std::string& sat) const;
     std::map<std::string, Kepler> kepler;
     std::map<std::string, Glonass> glonass;
 };

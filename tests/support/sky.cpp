@@ -40,7 +40,7 @@ double wrapped(double angle) {
 
 // Elements with every field filled, toe in s since the GPS epoch. Nodes are counted in the axes
 // that the Earth had then.
-Kepler elements(const Shell &s, int index, double toeTotal) {
+Kepler elements(const Shell& s, int index, double toeTotal) {
     Kepler k;
     k.system = s.system;
     k.id = s.first + index;
@@ -76,12 +76,12 @@ Kepler elements(const Shell &s, int index, double toeTotal) {
         {&k.cus, 8e-6}, {&k.cic, 1e-7}, {&k.cis, 2e-7}, {&k.af0, 2e-4}, {&k.af1, 5e-12},
         {&k.tgd[0], 1e-8}, {&k.tgd[1], 2e-8}};
     // clang-format on
-    for (int i = 0; const auto &[field, size] : rest)
+    for (int i = 0; const auto& [field, size] : rest)
         *field = size * spread(k.system, k.id, ++i);
     return k;
 }
 
-Glonass glonassState(const Shell &s, int index, GpsTime t) {
+Glonass glonassState(const Shell& s, int index, GpsTime t) {
     const double moscow = std::fmod((t + (kMoscowS - kLeapS)).sow, 86400);
     Glonass g;
     g.slot = s.first + index;
@@ -93,7 +93,7 @@ Glonass glonassState(const Shell &s, int index, GpsTime t) {
     const Kepler orbit = elements(s, index, tb - GpsTime{});
     g.pos = 1e-3 * position(orbit, tb);
     g.vel = 1e-3 * (position(orbit, tb + 0.5) - position(orbit, tb + -0.5));
-    for (int i = 0; double &a : g.acc.v)
+    for (int i = 0; double& a : g.acc.v)
         a = 3e-9 * spread('R', g.slot, ++i);
     g.taun = orbit.af0;
     g.gamn = 1e-11 * spread('R', g.slot, 4);
@@ -102,7 +102,7 @@ Glonass glonassState(const Shell &s, int index, GpsTime t) {
 }
 
 // Simple terms of the right sign: the ionosphere delays the code and advances the phase.
-Cell observed(const std::string &sat, const std::string &signal, int channel, double rangeM,
+Cell observed(const std::string& sat, const std::string& signal, int channel, double rangeM,
               double elevationDeg) {
     Cell c;
     c.sat = sat;
@@ -126,7 +126,7 @@ Cell observed(const std::string &sat, const std::string &signal, int channel, do
 Navigation Sky::navigation(GpsTime t) const {
     Navigation nav;
     const double hour = std::round((t - GpsTime{}) / 3600) * 3600;
-    for (const Shell &s : kShells)
+    for (const Shell& s : kShells)
         for (int i = 0; i < s.count; ++i) {
             const std::string sat = satName(s.system, s.first + i);
             // full hours of BDT for C: toe comes in steps of 8 s
@@ -142,9 +142,9 @@ Navigation Sky::navigation(GpsTime t) const {
 std::vector<Bytes> Sky::ephemerisFrames(GpsTime t) const {
     std::vector<Bytes> frames;
     const Navigation nav = navigation(t);
-    for (const auto &[sat, k] : nav.kepler)
+    for (const auto& [sat, k] : nav.kepler)
         frames.push_back(frame(writeKepler(k)));
-    for (const auto &[sat, g] : nav.glonass)
+    for (const auto& [sat, g] : nav.glonass)
         frames.push_back(frame(writeGlonass(g)));
     return frames;
 }
@@ -152,13 +152,13 @@ std::vector<Bytes> Sky::ephemerisFrames(GpsTime t) const {
 std::vector<Cell> Sky::observe(GpsTime t) const {
     const Navigation nav = navigation(t);
     std::vector<Cell> cells;
-    const auto add = [&](const std::string &sat, double clockS, int channel) {
+    const auto add = [&](const std::string& sat, double clockS, int channel) {
         const SatFn at = nav.satellite(sat);
         const Signal now = receive(at, site, t);
         const double elevationDeg = direction(site, now.sat).elevationDeg;
         if (elevationDeg < maskDeg || systems.find(sat[0]) == std::string::npos)
             return;
-        for (const std::string &signal : signals.at(sat[0])) {
+        for (const std::string& signal : signals.at(sat[0])) {
             // 137.5 m of receiver clock
             cells.push_back(observed(sat, signal, channel,
                                      now.rangeM - kLightSpeed * clockS + 137.5, elevationDeg));
@@ -166,9 +166,9 @@ std::vector<Cell> Sky::observe(GpsTime t) const {
                 receive(at, site, t + 0.5).rangeM - receive(at, site, t + -0.5).rangeM;
         }
     };
-    for (const auto &[sat, k] : nav.kepler)
+    for (const auto& [sat, k] : nav.kepler)
         add(sat, clockOffset(k, t) + relativityS(k, t), 0);
-    for (const auto &[sat, g] : nav.glonass)
+    for (const auto& [sat, g] : nav.glonass)
         add(sat, clockOffset(g, t), g.channel);
     return cells;
 }
@@ -179,7 +179,7 @@ std::vector<Bytes> Sky::epochFrames(GpsTime t, int msm) const {
     for (const char system : systems) {
         const std::size_t perSat = signals.at(system).size();
         std::size_t room = 0;
-        for (const Cell &c : all) {
+        for (const Cell& c : all) {
             if (c.system != system)
                 continue;
             if (room == 0) {
@@ -191,7 +191,7 @@ std::vector<Bytes> Sky::epochFrames(GpsTime t, int msm) const {
         }
     }
     std::vector<Bytes> frames;
-    for (Msm &m : messages) {
+    for (Msm& m : messages) {
         m.more = &m != &messages.back();
         frames.push_back(frame(writeMsm(m)));
     }

@@ -9,7 +9,7 @@ namespace ref {
 
 class Sky {
 public:
-    explicit Sky(const Vec3 &siteM) : site(siteM) {}
+    explicit Sky(const Vec3& siteM) : site(siteM) {}
 
     Vec3 site;
     int station = 1;

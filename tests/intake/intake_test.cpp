@@ -1,0 +1,198 @@
+#include "session.h"
+
+#include "intake/StreamObs.h"
+#include "support/msm.h"
+
+#include <cmath>
+
+namespace {
+
+using ref::Bytes;
+
+const ref::GpsTime kNow{2009, 430650};
+
+/// What the callback got.
+struct Reply {
+    std::uint32_t status;
+    Bytes frame;
+};
+std::vector<Reply> replies;
+
+class Intake : public testing::Test {
+protected:
+    void SetUp() override {
+        configure();
+        std::ofstream(leapFile) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
+        DLY.tables.leapsc = leapFile;
+        StreamObs_m_restart();
+        replies.clear();
+        onrtcm = [](std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
+            replies.push_back({status, Bytes(frame, frame + length)});
+        };
+    }
+    void TearDown() override { onrtcm = nullptr; }
+    /// Reads the frames in one block; what was printed.
+    static std::string read(const std::vector<Bytes>& frames) {
+        Bytes block;
+        for (const Bytes& f : frames)
+            block.insert(block.end(), f.begin(), f.end());
+        testing::internal::CaptureStdout();
+        StreamReader(0, block.data(), static_cast<int>(block.size()));
+        return testing::internal::GetCapturedStdout();
+    }
+    static const SatelliteObs& row(const std::string& name) {
+        return DLY.stationEpochs[0]
+            .obs[static_cast<std::size_t>(pointer_string(DLY.satelliteNames, name))];
+    }
+    static Bytes epoch(int type, const std::vector<std::pair<const char*, double>>& signals,
+                       bool more = false, int id = 3) {
+        ref::Msm m;
+        m.system = std::string("GRESJCI").at(static_cast<std::size_t>((type - 1070) / 10));
+        m.msm = type % 10;
+        m.epochField = m.system == 'R' ? 5U << 27 | 9432000U : 430650000U;
+        m.more = more;
+        for (const auto& [signal, rangeM] : signals) {
+            ref::Cell c;
+            c.system = m.system;
+            c.id = id;
+            c.signal = signal;
+            c.pseudorangeM = c.phaseRangeM = rangeM;
+            c.rateMps = 100.0;
+            c.cnr = 44.0;
+            m.cells.push_back(c);
+        }
+        return ref::frame(ref::writeMsm(m));
+    }
+
+    const std::string leapFile = testing::TempDir() + "kestrune_intake_leapsec";
+    const FixedClock clock{kNow};
+};
+
+const Bytes kPosition = ref::frame(ref::write1005({.station = 0, .xyzM = kSite}));
+
+} // namespace
+
+TEST_F(Intake, LetsTheLaterSlotOverwriteTheEarlierOfOneCarrier) {
+    read({epoch(1077, {{"1C", 21e6}, {"2W", 21e6 + 10}, {"2X", 21e6 + 20}, {"5Q", 21e6 + 30}})});
+    const SatelliteObs& g = row("G03");
+    EXPECT_EQ(g.phaseType[0].view(), "L1C");
+    EXPECT_EQ(g.phaseType[1].view(), "L2X"); // the fifth slot came after 2W
+    EXPECT_EQ(g.rangeType[1].view(), "C2X");
+    EXPECT_NEAR(g.range[1], 21e6 + 20, 0.01);
+    EXPECT_NEAR(g.phase[1], (21e6 + 20) / 299792458.0 * 1227600000.0, 0.01);
+    EXPECT_EQ(g.cn0[1], 44.0);
+    EXPECT_NEAR(g.doppler[1], 100.0 / 299792458.0 * 1227600000.0, 0.1); // sign reversed
+    EXPECT_NEAR(g.range[2], 21e6 + 30, 0.01);
+    EXPECT_EQ(DLY.currentMjd, 58311); // 2018-07-12
+    EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
+}
+
+TEST_F(Intake, DropsWhatIsNotConfigured) {
+    configure({"G03"}, "GPS:L1_L5");
+    read({epoch(1074, {{"1C", 21e6}, {"2W", 21e6 + 10}}, true), epoch(1094, {{"1X", 23e6}})});
+    EXPECT_NE(row("G03").range[0], 0.0);
+    EXPECT_EQ(row("G03").range[1], 0.0);
+    EXPECT_EQ(DLY.stationEpochs[0].obs.written().size(), 1U);
+}
+
+TEST_F(Intake, ReportsEachMessageWithItsWholeFrameAndStartsAfresh) {
+    const ref::Sky sky(kSite);
+    const Bytes eph = sky.ephemerisFrames(kNow).at(0);
+    const Bytes obs = epoch(1074, {{"1C", 21e6}});
+    const std::string printed = read({kPosition, eph, obs});
+    EXPECT_TRUE(contains(printed, "***WARN(StreamObs): Not support antenna!\n"
+                                  "***INFO(StreamObs): Got ephemeris data, 106-C01!\n"
+                                  "***INFO(StreamObs): C01 eph is got!\n"
+                                  "***INFO(StreamObs): Got observation data\n"))
+        << printed;
+    ASSERT_EQ(replies.size(), 3U);
+    EXPECT_EQ(replies[0].status, 5U);
+    EXPECT_EQ(replies[0].frame, kPosition);
+    EXPECT_EQ(replies[1].status, 2U);
+    EXPECT_EQ(replies[1].frame, eph);
+    EXPECT_EQ(replies[2].status, 1U);
+    EXPECT_EQ(replies[2].frame, obs);
+}
+
+TEST_F(Intake, WipesThePartOfAnEpochThatAStationMessageFollows) {
+    read({epoch(1074, {{"1C", 21e6}}, true), kPosition, epoch(1094, {{"1X", 23e6}})});
+    EXPECT_EQ(row("G03").range[0], 0.0);
+    EXPECT_NE(row("E03").range[0], 0.0);
+}
+
+TEST_F(Intake, ForgetsFrameAndEpochOfALostConnection) {
+    const Bytes obs = epoch(1074, {{"1C", 21e6}}, true);
+    read({obs, Bytes(kPosition.begin(), kPosition.begin() + 9)});
+    StreamObs_m_restart();
+    read({epoch(1094, {{"1X", 23e6}})});
+    ASSERT_EQ(replies.size(), 1U);
+    EXPECT_EQ(row("G03").range[0], 0.0);
+    EXPECT_NE(row("E03").range[0], 0.0);
+}
+
+TEST_F(Intake, StoresBdsEphemeridesInBdtAndReplacesWhole) {
+    const ref::Sky sky(kSite);
+    std::vector<Bytes> frames = sky.ephemerisFrames(kNow);
+    read(frames);
+    EXPECT_EQ(replies.size(), frames.size());
+    for (const Bytes& f : frames) {
+        const ref::Frame message = ref::goodFrames(f).at(0);
+        if (message.type == 1020)
+            continue;
+        const ref::Kepler k = ref::readKepler(message.body);
+        const std::string name = ref::satName(k.system, k.id);
+        const int slot = map_gpseph_find(BRDEPH.kepler, name);
+        ASSERT_GE(slot, 0) << name;
+        const GPSEPH& r = BRDEPH.kepler[static_cast<std::size_t>(slot)];
+        EXPECT_EQ(r.toe, k.toe) << name; // BDS: not 14 s later
+        EXPECT_NEAR(std::fmod(k.toc, 86400.0), r.tocSod, 1e-9) << name;
+        EXPECT_EQ(r.tocMjd, 44244 + 7 * 2009 + static_cast<int>(k.toc / 86400.0)) << name;
+        EXPECT_EQ(r.week, 2009) << name;
+        EXPECT_NEAR(r.sqrtA, k.sqrtA, 1e-9);
+        EXPECT_EQ(r.tgd2, k.tgd[1]);
+    }
+    ref::Kepler next = ref::readKepler(ref::goodFrames(frames[0]).at(0).body);
+    next.cuc = next.af2 = 0.0;
+    next.iode += 1;
+    const auto first = static_cast<std::size_t>(
+        map_gpseph_find(BRDEPH.kepler, ref::satName(next.system, next.id)));
+    read({ref::frame(ref::writeKepler(next))});
+    EXPECT_EQ(BRDEPH.kepler[first].cuc, 0.0);
+    EXPECT_EQ(BRDEPH.kepler[first].M0, next.m0);
+}
+
+TEST_F(Intake, StoresGlonassEphemeridesInKilometres) {
+    ref::Glonass g;
+    g.slot = 7;
+    g.channel = 5;
+    g.tb = 10; // 02:30 Moscow time: 23:30 UTC
+    g.tkHour = 2;
+    g.tkMinute = 17;
+    g.tkHalf = 1;
+    g.pos = {12345.5, -2345.25, 22222.125};
+    g.vel = {1.5, -2.5, 0.25};
+    g.acc = {std::ldexp(3, -30), 0, 0};
+    g.taun = std::ldexp(-7, -30);
+    g.gamn = std::ldexp(5, -40);
+    g.en = 3;
+    read({ref::frame(ref::writeGlonass(g))});
+    const int slot = map_glseph_find(BRDEPH.glonass, "R07");
+    const GLSEPH& r = BRDEPH.glonass.at(static_cast<std::size_t>(slot));
+    EXPECT_EQ(r.mjd, 58311);
+    EXPECT_EQ(r.sod, 84600.0 + 18.0);
+    EXPECT_NEAR(r.posKm[1], -2345.25, 1e-9);
+    EXPECT_NEAR(r.velKmps[1], -2.5, 1e-12);
+    EXPECT_NEAR(r.accKmps2[0], std::ldexp(3, -30), 1e-20);
+    EXPECT_EQ(r.clockBias, std::ldexp(7, -30));
+    EXPECT_EQ(r.gamma, std::ldexp(5, -40));
+    EXPECT_EQ(r.ageDays, 3.0);
+    EXPECT_EQ(r.channel, 5.0);
+    EXPECT_NEAR(r.frameTime, 4 * 86400 + 23 * 3600 + 17 * 60 + 30, 1e-6);
+    EXPECT_EQ(r.aode, 10); // quarter hours of the Moscow day
+    // The channel now serves the observations, also after the decoder started afresh.
+    read({epoch(1084, {{"1C", 21e6}}, false, 7)});
+    EXPECT_NEAR(row("R07").phase[0], 21e6 / 299792458.0 * (1602e6 + 5 * 562500.0), 0.01);
+    EXPECT_EQ(DLY.stationEpochs[0].glonassChannels[6], 13);
+    EXPECT_NEAR(freqbytp(static_cast<std::size_t>(pointer_string(DLY.satelliteNames, "R07")), "L2"),
+                1246e6 + 5 * 437500.0, 1e-3);
+}

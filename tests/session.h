@@ -1,0 +1,120 @@
+/// A session in memory: what the tests of the road need instead of configuration files.
+#pragma once
+
+#include "common/Clock.h"
+#include "common/ComFreq.h"
+#include "common/ComText.h"
+#include "common/ComTime.h"
+#include "common/DeployConfig.h"
+#include "config/Deploy.h"
+#include "orbit/Rnxeph.h"
+#include "rtcm/rtcm.h"
+#include "support/frame.h"
+#include "support/geometry.h"
+#include "support/orbit.h"
+#include "support/sky.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+inline const ref::Vec3 kSite{-4467074.3577, 2683011.9038, -3667008.2845};
+inline constexpr const char* kAllFrequencies =
+    "GPS:L1_L2_L5 GLS:L1_L2 GAL:E1_E5a_E5b_E6 BDS:B1_B2b_B3 QZS:L1_L2_L5";
+
+/// Every satellite that a stream may carry.
+inline std::vector<std::string> allSatellites() {
+    std::vector<std::string> names;
+    for (int sat = 1; sat <= 168; ++sat)
+        if (const std::string id = satno2id(sat); id[0] != 'C' || id <= "C42")
+            names.push_back(id);
+    return names;
+}
+
+/// Configures satellites, frequencies and one station; everything else is empty.
+inline void configure(const std::vector<std::string>& satellites = allSatellites(),
+                      const std::string& frequencies = kAllFrequencies,
+                      const ref::Vec3& site = kSite) {
+    DLY = {};
+    Findings findings;
+    m_parseFrequency(DLY.stationFrequencies, frequencies, "", "", findings);
+    DLY.satelliteFrequencies = DLY.stationFrequencies;
+    for (const std::string& name : satellites) {
+        SatelliteRecord record;
+        record.cprn = name;
+        DLY.satelliteNames.push_back(name);
+        DLY.satellites.push_back(record);
+    }
+    StationRecord station;
+    station.name = "STR2";
+    station.xyz = {site[0], site[1], site[2]};
+    DLY.stations.push_back(station);
+    DLY.stationNames.push_back("STR2");
+    DLY.stationEpochs.resize(1);
+    RequestRecord request;
+    request.name = "VRS0";
+    request.requestWord = -1;
+    DLY.requests.push_back(request);
+    DLY.indexSatellites();
+    Rnxeph_initial();
+    for (SatelliteRecord& record : DLY.satellites)
+        updateSatfreq(record);
+}
+
+/// Holds the clock at an instant, UTC.
+class FixedClock {
+public:
+    explicit FixedClock(const CalendarTime& utc) { set(epoch2time(utc)); }
+    /// At a GPS time.
+    explicit FixedClock(ref::GpsTime t) { set(gpst2utc(gpst2time(t.week, t.sow))); }
+    ~FixedClock() { utcNow = before_; }
+    FixedClock(const FixedClock&) = delete;
+    FixedClock& operator=(const FixedClock&) = delete;
+
+private:
+    void set(GTime t) {
+        instant() = t;
+        utcNow = [] { return instant(); };
+    }
+    static GTime& instant() {
+        static GTime t;
+        return t;
+    }
+    GTime (*before_)() = utcNow;
+};
+
+/// Feeds bytes one by one; the statuses other than 0, in order.
+inline std::vector<int> feed(RtcmState& state, const ref::Bytes& bytes) {
+    std::vector<int> statuses;
+    for (const std::uint8_t byte : bytes)
+        if (const int status = input_rtcm3(state, byte))
+            statuses.push_back(status);
+    return statuses;
+}
+
+inline const ObsRecord* recordOf(const RtcmState& state, const std::string& name) {
+    for (int i = 0; i < state.obs.n; ++i)
+        if (satno2id(state.obs.data[static_cast<std::size_t>(i)].sat) == name)
+            return &state.obs.data[static_cast<std::size_t>(i)];
+    return nullptr;
+}
+
+inline std::unique_ptr<RtcmState> newState() {
+    return std::make_unique<RtcmState>();
+}
+
+/// A recorded stream; empty where KESTRUNE_CAPTURES names no folder that holds it.
+inline ref::Bytes capture(const std::string& name) {
+    const char* const folder = std::getenv("KESTRUNE_CAPTURES");
+    std::ifstream file(std::string(folder ? folder : "") + "/" + name, std::ios::binary);
+    return ref::Bytes{std::istreambuf_iterator<char>(file), {}};
+}
+#define CAPTURE_OR_SKIP(variable, name)                                                            \
+    const ref::Bytes variable = capture(name);                                                     \
+    if ((variable).empty())                                                                        \
+    GTEST_SKIP() << "KESTRUNE_CAPTURES names no folder with " << (name)
