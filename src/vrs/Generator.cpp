@@ -49,8 +49,7 @@ std::optional<Geometry> solveLightTime(std::size_t satellite, VrsObsPack& refere
     double deltaR = 0.1;
     int passes = 0;
     bool more = true;
-    // Not-a-number, from an orbit without sense, never counts as converged.
-    while (more && !(std::fabs(deltaV) <= kConvergedS && std::fabs(deltaR) <= kConvergedS)) {
+    while (more && (std::fabs(deltaV) > kConvergedS || std::fabs(deltaR) > kConvergedS)) {
         const MjdTime t = timinc(reference.mjd, reference.sod, -lightV);
         if (!VrsBaseStation_v_readOrbit(satellite, t.mjd, g.satellite,
                                         reference.ephemerisIndex[satellite], t.sod))
@@ -62,6 +61,10 @@ std::optional<Geometry> solveLightTime(std::size_t satellite, VrsObsPack& refere
         deltaR = lightR - g.referenceM / kSpeedOfLight;
         lightR = g.referenceM / kSpeedOfLight;
         more = passes++ <= kPassesBeforeWarning;
+        if (!std::isfinite(deltaV + deltaR)) { // an orbit without sense never converges
+            passes = kPassesBeforeWarning + 1;
+            break;
+        }
     }
     if (passes > kPassesBeforeWarning) {
         print("***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",

@@ -1,0 +1,51 @@
+#include "session.h"
+
+#include "app/Controller.h"
+#include "intake/StreamObs.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+bool counting = false;
+int allocations = 0;
+} // namespace
+
+void* operator new(std::size_t size) {
+    if (counting)
+        ++allocations;
+    if (void* const p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+TEST(Road, AllocatesNothingFromBytesToReply) {
+    const ref::GpsTime now{2009, 430650};
+    const FixedClock clock(now);
+    configure();
+    const std::string leapFile = testing::TempDir() + "kestrune_road_leapsec";
+    std::ofstream(leapFile) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
+    DLY.tables.leapsc = leapFile;
+    inputSocketID = outputSocketID = -1; // replies are built and dropped
+    StreamObs_m_restart();
+    onrtcm = onrtcm0;
+    const ref::Sky sky(kSite);
+    ref::Bytes stream;
+    for (const ref::Bytes& f : sky.ephemerisFrames(now))
+        stream.insert(stream.end(), f.begin(), f.end());
+    for (int epoch = 0; epoch < 4; ++epoch)
+        for (const ref::Bytes& f : sky.epochFrames(now + 1.0 * epoch, 4 + epoch))
+            stream.insert(stream.end(), f.begin(), f.end());
+    testing::internal::CaptureStdout();
+    StreamReader(0, stream.data(), static_cast<int>(stream.size()));
+    allocations = 0;
+    counting = true;
+    StreamReader(0, stream.data(), static_cast<int>(stream.size()));
+    counting = false;
+    const std::string printed = testing::internal::GetCapturedStdout();
+    onrtcm = nullptr;
+    EXPECT_TRUE(contains(printed, "***INFO: Get a return buff"));
+    EXPECT_EQ(allocations, 0);
+}

@@ -1,0 +1,389 @@
+#include "session.h"
+
+#include "intake/StreamObs.h"
+#include "support/msm.h"
+#include "vrs/BaseStation.h"
+#include "vrs/Generator.h"
+#include "vrs/VrsEncoder.h"
+#include "vrs/VrsMain.h"
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+using ref::Bytes;
+
+const ref::GpsTime kNow{2009, 430650};
+
+std::size_t indexOf(const std::string& name) {
+    return static_cast<std::size_t>(pointer_string(DLY.satelliteNames, name));
+}
+
+/// Ephemerides of the generated sky in the store; epochs are set by hand.
+class Virtual : public testing::Test {
+protected:
+    void SetUp() override {
+        configure();
+        std::ofstream(leapFile) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
+        DLY.tables.leapsc = leapFile;
+        last_drleng = {};
+        for (SatelliteRecord& satellite : DLY.satellites)
+            if (satellite.cprn[0] == 'R')
+                satellite.glonassChannel = 3;
+        StreamObs_m_restart();
+        onrtcm = nullptr;
+        testing::internal::CaptureStdout();
+        for (const Bytes& f : sky.ephemerisFrames(kNow))
+            StreamReader(0, f.data(), static_cast<int>(f.size()));
+        testing::internal::GetCapturedStdout();
+        request = DLY.requests[0];
+        const ref::Vec3 v = ref::virtualPoint(kSite);
+        const ref::Geodetic g = ref::toGeodetic(v);
+        request.xyz = {v[0], v[1], v[2]};
+        request.blh = {g.lat, g.lon, g.heightM};
+        request.distanceM = 299.4;
+        reference = std::make_unique<VrsObsPack>();
+        out = std::make_unique<VrsObsPack>();
+        VrsObsPack_Initial(*reference);
+        reference->xyz = DLY.stations[0].xyz;
+        setEpoch(kNow);
+    }
+    void setEpoch(ref::GpsTime t) {
+        const MjdTime day = wksow2mjd(t.week, t.sow);
+        DLY.currentMjd = day.mjd;
+        DLY.currentSod = day.sod;
+        reference->mjd = day.mjd;
+        reference->sod = day.sod;
+    }
+    SatelliteObs& observe(const std::string& name, std::size_t slot = 0, const char* type = "1C") {
+        SatelliteObs& row = reference->obs.row(indexOf(name));
+        row.phase[slot] = 1.2e8;
+        row.range[slot] = 2.3e7;
+        row.cn0[slot] = 44.0;
+        row.doppler[slot] = 500.0;
+        std::snprintf(row.phaseType[slot].name.data(), 4, "L%s", type);
+        std::snprintf(row.rangeType[slot].name.data(), 4, "C%s", type);
+        return row;
+    }
+    std::string generate() {
+        testing::internal::CaptureStdout();
+        VrsBaseStation base;
+        base.xyz = DLY.stations[0].xyz;
+        VrsGenerator_s_genVirtualObs(*out, base, *reference, request);
+        return testing::internal::GetCapturedStdout();
+    }
+    const SatelliteObs& got(const std::string& name) { return out->obs[indexOf(name)]; }
+    ref::RangeChange truth(const std::string& name, ref::GpsTime t = kNow) {
+        return ref::rangeChange(navigation.satellite(name), kSite, ref::virtualPoint(kSite), t);
+    }
+    /// Satellites of a system in view, by the independent geometry.
+    std::vector<std::string> inView(char system) {
+        std::vector<std::string> names;
+        for (const std::string& name : DLY.satelliteNames)
+            if (name[0] == system &&
+                (navigation.kepler.contains(name) || navigation.glonass.contains(name)) &&
+                truth(name).elevationDeg > 6.0)
+                names.push_back(name);
+        return names;
+    }
+
+    const ref::Sky sky{kSite};
+    const ref::Navigation navigation = sky.navigation(kNow);
+    const FixedClock clock{kNow};
+    const std::string leapFile = testing::TempDir() + "kestrune_vrs_leapsec";
+    RequestRecord request;
+    std::unique_ptr<VrsObsPack> reference, out;
+};
+
+} // namespace
+
+TEST_F(Virtual, ObservationsDifferByTheChangeOfRangeAtTheVirtualTransmitTime) {
+    int compared = 0;
+    for (const char system : std::string("GRECJ")) {
+        for (const std::string& name : inView(system)) {
+            observe(name, 0, "1C");
+            observe(name, 1, "2C");
+        }
+    }
+    generate();
+    for (const std::size_t i : reference->obs.written()) {
+        const std::string& name = DLY.satelliteNames[i];
+        const ref::RangeChange change = truth(name);
+        const auto system = static_cast<std::size_t>(index_string(kSystems, name[0]));
+        for (std::size_t k = 0; k < 2; ++k) {
+            const double hz = freqbytp(i, DLY.stationFrequencies[system][k]);
+            EXPECT_NEAR(got(name).range[k] - 2.3e7, change.deltaM, 2e-5) << name;
+            EXPECT_NEAR((got(name).phase[k] - 1.2e8) * ref::kLightSpeed / hz, change.deltaM, 2e-5)
+                << name;
+            EXPECT_EQ(got(name).cn0[k], 44.0);
+            ++compared;
+        }
+        EXPECT_NEAR(reference->referenceRange[i], change.rangeRefM, name[0] == 'R' ? 0.02 : 0.6);
+        EXPECT_EQ(got(name).rangeType[1].view(), "C2C");
+    }
+    EXPECT_GT(compared, 60);
+    EXPECT_EQ(out->name, "VRS0");
+    EXPECT_EQ(out->xyz, request.xyz);
+    EXPECT_EQ(out->reply.stationId, -1);
+}
+
+TEST_F(Virtual, DopplerFollowsTheRateOfTheChangeOfRange) {
+    const std::string name = inView('G').at(0);
+    const auto dopplerAt = [&](double ahead) {
+        reference->obs.clear();
+        observe(name);
+        setEpoch(kNow + ahead);
+        generate();
+        return got(name).doppler[0];
+    };
+    const auto change = [&](double from, double to) {
+        return (truth(name, kNow + to).deltaM - truth(name, kNow + from).deltaM) / (to - from) *
+               1575420000.0 / ref::kLightSpeed;
+    };
+    EXPECT_NEAR(dopplerAt(0), 500.0, 1e-4); // no history: divided by a very large age
+    EXPECT_NEAR(dopplerAt(1), 500.0 + change(0, 1), 2e-4);
+    EXPECT_NEAR(dopplerAt(6), 500.0 + change(1, 6), 2e-4);
+    EXPECT_EQ(dopplerAt(6), 500.0); // the same time again: no correction, no division by zero
+    // Unobserved for more than 30 s: the history restarts from a difference of 0.
+    reference->obs.clear();
+    setEpoch(kNow + 40.0);
+    generate();
+    EXPECT_EQ(last_drleng[indexOf(name)].drleng, 0.0);
+    EXPECT_NEAR(dopplerAt(41),
+                500.0 + truth(name, kNow + 41.0).deltaM / 35.0 * 1575420000.0 / ref::kLightSpeed,
+                2e-4);
+}
+
+TEST_F(Virtual, SatellitesBelowFiveDegreesOrWithoutOrbitAreLeftOut) {
+    std::string expected;
+    for (const std::string& name : DLY.satelliteNames) {
+        if (!navigation.kepler.contains(name) || name[0] != 'G')
+            continue;
+        observe(name);
+        if (const double elevation = truth(name).elevationDeg;
+            elevation < 5.0 && name != "G01" && name != "G02")
+            expected +=
+                text("***WARN(Generator): %s elevation is lower than cutoff(5)! elev=%.2lf\n",
+                     name.c_str(), elevation);
+    }
+    BRDEPH.kepler[0].tocMjd = 0;  // G01
+    BRDEPH.kepler[1].sqrtA = 0.0; // G02: no orbit at all
+    const std::string printed = generate();
+    EXPECT_TRUE(contains(printed, "G01 doesn't have ephemeris!"));
+    EXPECT_TRUE(contains(printed, "***WARN(Generator): G02 position not convergence! ddelay="));
+    EXPECT_FALSE(existobs(got("G01")) || existobs(got("G02")));
+    std::string cutoffs;
+    std::istringstream lines(printed);
+    for (std::string line; std::getline(lines, line);)
+        if (contains(line, "elevation"))
+            cutoffs += line + "\n";
+    EXPECT_EQ(cutoffs, expected);
+    EXPECT_FALSE(expected.empty());
+    for (const std::string& name : inView('G'))
+        EXPECT_TRUE(existobs(got(name)) || name == "G01" || name == "G02") << name;
+}
+
+TEST_F(Virtual, AbsentValuesStayAbsent) {
+    const std::string name = inView('E').at(0);
+    observe(name, 0).range[0] = 0.0;
+    observe(name, 2).phase[2] = 0.0;
+    const std::string rangesOnly = inView('E').at(1);
+    observe(rangesOnly, 0).phase[0] = 0.0; // ranges alone do not make a satellite observed
+    generate();
+    EXPECT_TRUE(got(name).phase[0] != 0.0 && got(name).range[0] == 0.0);
+    EXPECT_TRUE(got(name).phase[2] == 0.0 && got(name).range[2] != 0.0);
+    EXPECT_TRUE(out->obs[indexOf(rangesOnly)].range[0] == 0.0);
+}
+
+TEST_F(Virtual, BeyondFiveKilometresTheReferenceSpeaksForItself) {
+    const std::string name = inView('G').at(0);
+    struct Case {
+        double distanceM;
+        bool post;
+        bool raw;
+    };
+    for (const Case& c :
+         {Case{5000.0, false, false}, Case{5000.001, false, true}, Case{5000.001, true, false}}) {
+        reference->obs.clear();
+        observe(name);
+        request.distanceM = c.distanceM;
+        DLY.post = c.post;
+        const std::string printed = generate();
+        EXPECT_EQ(
+            contains(printed,
+                     "***WARN: VRS offset distance(      5000.001) too long, using raw obs!\n"),
+            c.raw);
+        EXPECT_EQ(got(name).range[0] == 2.3e7, c.raw);
+        EXPECT_EQ(out->xyz, c.raw ? DLY.stations[0].xyz : request.xyz);
+        EXPECT_EQ(out->mjd, reference->mjd);
+        EXPECT_EQ(out->reply.stationId, -1);
+    }
+}
+
+TEST_F(Virtual, StationStandsItsFixedOffsetNorth) {
+    std::array<std::uint8_t, kReplyBytes> reply{};
+    testing::internal::CaptureStdout();
+    const int length = VrsMain(0, reply);
+    testing::internal::GetCapturedStdout();
+    const ref::Reply opened =
+        ref::openReply(std::span(reply).first(static_cast<std::size_t>(length)));
+    EXPECT_EQ(opened.word, 0xFFFFFFFFU);
+    EXPECT_EQ(opened.kind, 6);
+    ASSERT_EQ(opened.messages.size(), 2U); // no observations: 1005 and 1033 alone
+    const ref::Station1005 s = ref::read1005(opened.messages[0].body);
+    EXPECT_EQ(s.station, 4095);
+    EXPECT_LT(norm(s.xyzM - ref::virtualPoint(kSite)), 1.5e-4);
+    const ref::Text1033 t = ref::read1033(opened.messages[1].body);
+    EXPECT_EQ(t.antenna, "GPPNULLANTENNA");
+    EXPECT_EQ(t.receiverSerial, "KRV VRS");
+    EXPECT_EQ(t.station, 4095);
+    EXPECT_EQ(t.antennaSerial + t.receiver + t.firmware, "");
+    EXPECT_EQ(t.setup, 0);
+}
+
+TEST_F(Virtual, StationWithoutUsableReferenceCoordinatesIsNotAnswered) {
+    for (const double bad : {0.0, std::nan(""), HUGE_VAL}) {
+        DLY.stations[0].xyz[1] = bad;
+        DLY.stationEpochs[0].obs.row(0).phase[0] = 1e8;
+        std::array<std::uint8_t, kReplyBytes> reply{};
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(VrsMain(0, reply), 0);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  "***WARN: STR2 has no usable coordinates, epoch is not answered!\n");
+        EXPECT_TRUE(DLY.stationEpochs[0].obs.written().empty());
+    }
+}
+
+namespace {
+
+/// The reply's encoder on a pack made by hand.
+class ReplyEncoder : public testing::Test {
+protected:
+    void SetUp() override {
+        configure();
+        pack = std::make_unique<VrsObsPack>();
+        VrsObsPack_Initial(*pack);
+        pack->mjd = 58311;
+        pack->sod = 85032.0;
+        pack->reply.stationId = -1;
+    }
+    void add(const std::string& name, std::size_t slot, const char* type, double phase = 1.2e8,
+             double range = 2.3e7) {
+        SatelliteObs& row = pack->obs.row(indexOf(name));
+        row.phase[slot] = phase;
+        row.range[slot] = range;
+        row.cn0[slot] = 44.6;
+        std::snprintf(row.phaseType[slot].name.data(), 4, "L%s", type);
+    }
+    /// Types and multiple-message bits, such as "1074+ 1124-".
+    std::string encode() {
+        testing::internal::CaptureStdout();
+        const auto bytes = VrsEncoder_m_encodeReply(*pack, 7);
+        printed = testing::internal::GetCapturedStdout();
+        reply = ref::openReply(bytes);
+        std::string out;
+        messages.clear();
+        for (std::size_t i = 2; i < reply.messages.size(); ++i) {
+            messages.push_back(ref::readMsm(reply.messages[i].body));
+            out += std::to_string(messages.back().type) + (messages.back().more ? "+ " : "- ");
+        }
+        return out;
+    }
+    std::unique_ptr<VrsObsPack> pack;
+    std::string printed;
+    ref::Reply reply;
+    std::vector<ref::Msm> messages;
+};
+
+} // namespace
+
+TEST_F(ReplyEncoder, SendsEachSystemOnceAndMarksAllButTheLast) {
+    add("G05", 0, "1C");
+    EXPECT_EQ(encode(), "1074- ");
+    add("J02", 0, "1C");
+    EXPECT_EQ(encode(), "1074+ 1114- ");
+    add("C17", 0, "2I");
+    EXPECT_EQ(encode(), "1074+ 1124+ 1114- ");
+    add("C16", 0, "2I");
+    add("E07", 0, "1X");
+    add("R03", 0, "1P");
+    EXPECT_EQ(encode(), "1074+ 1124+ 1124+ 1094+ 1084+ 1114- ");
+    EXPECT_EQ(messages[1].cells.at(0).sat, "C16");
+    EXPECT_EQ(messages[2].cells.at(0).sat, "C17");
+    EXPECT_EQ(printed, "send nsats: G=1, R=1, E=1, C2=1, C3=1, J=1 #Total=6\n");
+    EXPECT_EQ(reply.word, 7U);
+    for (const ref::Msm& m : messages)
+        EXPECT_EQ(m.station, 4095);
+    EXPECT_EQ(messages[0].cells.at(0).cnr, 45.0); // 44.6, rounded half up
+}
+
+TEST_F(ReplyEncoder, CarriesOnlyTheSignalsOfItsTable) {
+    add("G05", 0, "1C");
+    add("G05", 1, "2X");
+    add("G05", 2, "5Q");
+    add("R03", 0, "1C"); // not carried: the satellite counts, its message stays empty
+    add("E07", 0, "1X");
+    add("E07", 1, "5X");
+    add("E07", 2, "7X");
+    add("E07", 3, "6X");
+    add("C06", 0, "2I");
+    add("C06", 1, "5P"); // accepted, but without a signal number
+    EXPECT_EQ(encode(), "1074+ 1124+ 1094+ 1084- ");
+    const auto signals = [&](std::size_t i) {
+        std::string out;
+        for (const ref::Cell& c : messages.at(i).cells)
+            out += c.signal + " ";
+        return out;
+    };
+    EXPECT_EQ(signals(0), "1C 5Q ");
+    EXPECT_EQ(signals(1), "2I ");
+    EXPECT_EQ(signals(2), "1X 6X 7X 5X ");
+    EXPECT_EQ(signals(3), "");
+    EXPECT_EQ(printed, "send nsats: G=1, R=1, E=1, C2=1, C3=0, J=0 #Total=4\n");
+}
+
+TEST_F(ReplyEncoder, DropsValuesUpToAMillion) {
+    add("G05", 0, "1C", 1e6, 2.3e7);
+    add("G05", 1, "2W", 1.2e8, 1e6);
+    add("G05", 2, "5Q", -1000001.0, 2.3e7);
+    encode();
+    ASSERT_EQ(messages.at(0).cells.size(), 1U);
+    EXPECT_EQ(messages[0].cells[0].signal, "5Q");
+}
+
+TEST_F(ReplyEncoder, LooksAtTheConfiguredFrequenciesOfBds3Alone) {
+    configure(allSatellites(), "BDS:B1_B2b");
+    for (const char* const name : {"C10", "C30"}) {
+        add(name, 0, "2I");
+        add(name, 1, "7I");
+        add(name, 2, "6I");
+    }
+    encode();
+    EXPECT_EQ(messages.at(0).cells.size(), 3U);
+    EXPECT_EQ(messages.at(1).cells.size(), 2U);
+}
+
+TEST_F(ReplyEncoder, RefusesWhatDoesNotFitItsFrame) {
+    // 32 GPS satellites of 2 signals and so on fill the frame close to its limits: no system can
+    // pass them, so the area is moved instead.
+    add("G05", 0, "1C");
+    testing::internal::CaptureStdout();
+    const auto whole = VrsEncoder_m_encodeReply(*pack, 7);
+    const int block = static_cast<int>(whole.size()) - 14;
+    for (const int start : {4096 - block, 4096 - block + 1}) {
+        int bits = 8 * start;
+        testing::internal::GetCapturedStdout();
+        testing::internal::CaptureStdout();
+        const int done = VrsEncoder_m_encodeRtcm_ex(*pack, bits);
+        const bool fits = start + block <= 4096;
+        EXPECT_EQ(done, fits ? 1 : 0);
+        EXPECT_EQ(bits, 8 * (fits ? 4096 : start));
+        if (!fits) {
+            EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                      text("nbyte = %d,buff size is large than the allocated 4096", block));
+            testing::internal::CaptureStdout();
+        }
+    }
+    testing::internal::GetCapturedStdout();
+}
