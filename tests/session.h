@@ -8,11 +8,11 @@
 #include "common/DeployConfig.h"
 #include "config/Deploy.h"
 #include "orbit/Rnxeph.h"
+#include "reference/frame.h"
+#include "reference/geometry.h"
+#include "reference/orbit.h"
+#include "reference/sky.h"
 #include "rtcm/rtcm.h"
-#include "support/frame.h"
-#include "support/geometry.h"
-#include "support/orbit.h"
-#include "support/sky.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "session.h"
 
-#include "judge.h"
+#include "reference/judge.h"
 
 #include <arpa/inet.h>
 #include <csignal>

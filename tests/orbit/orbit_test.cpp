@@ -2,7 +2,7 @@
 
 #include "intake/StreamObs.h"
 #include "orbit/RnxephUtils.h"
-#include "support/msm.h"
+#include "reference/msm.h"
 #include "vrs/BaseStation.h"
 
 #include <algorithm>
@@ -188,8 +188,8 @@ TEST(RecordedStream, FitsItsOrbitsOnlyWithEverySystemsOwnTime) {
                                              norm(sat - kSite) - 2.4 / sine);
         }
         for (const auto& [system, list] : residuals) {
-            const double mean = std::accumulate(list.begin(), list.end(), 0.0) /
-                                static_cast<double>(list.size());
+            const double mean =
+                std::accumulate(list.begin(), list.end(), 0.0) / static_cast<double>(list.size());
             for (const double residual : list)
                 spreads[system].push_back(std::abs(residual - mean));
         }

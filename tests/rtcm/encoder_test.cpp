@@ -1,6 +1,6 @@
 #include "session.h"
 
-#include "support/msm.h"
+#include "reference/msm.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "session.h"
 
 #include "intake/StreamObs.h"
-#include "support/msm.h"
+#include "reference/msm.h"
 
 #include <random>
 
@@ -64,6 +64,7 @@ protected:
         for (const Bytes& f : all)
             byType.emplace(ref::goodFrames(f).at(0).type, f);
         std::vector<Bytes> out;
+        out.reserve(byType.size());
         for (const auto& [type, f] : byType)
             out.push_back(f);
         return out;

@@ -1,7 +1,7 @@
 #include "session.h"
 
 #include "intake/StreamObs.h"
-#include "support/msm.h"
+#include "reference/msm.h"
 #include "vrs/BaseStation.h"
 #include "vrs/Generator.h"
 #include "vrs/VrsEncoder.h"

@@ -1,7 +1,7 @@
 #include "judge.h"
 
-#include "support/msm.h"
-#include "support/orbit.h"
+#include "msm.h"
+#include "orbit.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,8 +2,8 @@
 /// support/ against every byte of the replies.
 #pragma once
 
-#include "support/frame.h"
-#include "support/geometry.h"
+#include "frame.h"
+#include "geometry.h"
 
 #include <map>
 #include <set>
