@@ -54,6 +54,13 @@ void sayWhatIsIgnored() {
     say(DLY.post, "-post");
 }
 
+/// A value as it stands in its document; empty for none.
+std::string shown(const cJSON* item) {
+    const std::unique_ptr<char, decltype(&cJSON_free)> printed(
+        item ? cJSON_PrintUnformatted(item) : nullptr, cJSON_free);
+    return printed ? printed.get() : "";
+}
+
 /// One section of a document; every value it gives has passed excludeAnnoValue.
 class Section {
 public:
@@ -81,9 +88,7 @@ public:
             return false;
         }
         if (!cJSON_IsString(item)) {
-            const std::unique_ptr<char, decltype(&cJSON_free)> shown(cJSON_PrintUnformatted(item),
-                                                                     cJSON_free);
-            bad(key, shown ? shown.get() : "", "value is not a string");
+            bad(key, shown(item), "value is not a string");
             return false;
         }
         out = excludeAnnoValue(item->valuestring);
@@ -202,17 +207,17 @@ void readRequests(const JsonDocument& document, Findings& findings) {
     constexpr std::size_t nameLength = 7;
     const cJSON* const reqs = cJSON_GetObjectItem(document.root, "reqs");
     const int count = cJSON_IsArray(reqs) ? cJSON_GetArraySize(reqs) : 0;
-    const auto bad = [&](const std::string& key, const char* why) {
-        findings.fatalKey(
-            document.file, key,
-            text("file = %s,key = %s,value = ,%s", document.file.c_str(), key.c_str(), why));
+    const auto bad = [&](const std::string& key, const cJSON* value, const char* why) {
+        findings.fatalKey(document.file, key,
+                          text("file = %s,key = %s,value = %s,%s", document.file.c_str(),
+                               key.c_str(), shown(value).c_str(), why));
     };
     if (count == 0)
-        bad("reqs", "expected a list of at least one request name");
+        bad("reqs", reqs, "expected a list of at least one request name");
     for (int i = 0; i < count; ++i) {
         const cJSON* const item = cJSON_GetArrayItem(reqs, i);
         if (!cJSON_IsString(item)) {
-            bad(text("reqs/%d", i), "value is not a string");
+            bad(text("reqs/%d", i), item, "value is not a string");
             continue;
         }
         RequestRecord request;
@@ -326,15 +331,15 @@ Findings readDeployment(const std::string& path) {
     paths.value("output", DLY.outputPath);
 
     std::string tablesFile;
-    if (const cJSON* const files = cJSON_GetObjectItem(root.get(), "files");
-        cJSON_IsString(files)) {
+    const cJSON* const files = cJSON_GetObjectItem(root.get(), "files");
+    if (cJSON_IsString(files)) {
         tablesFile = excludeAnnoValue(files->valuestring);
         m_parseTablesConfigures(tablesFile, findings);
     } else {
         findings.fatalKey(path, "files",
-                          text("file = %s,key = files,value = ,expected the path of the tables "
+                          text("file = %s,key = files,value = %s,expected the path of the tables "
                                "file as a string",
-                               path.c_str()));
+                               path.c_str(), shown(files).c_str()));
     }
     for (const char* const section : {"common", "reqs", "vrs"})
         m_readJsonItem(document, section, findings);

@@ -113,7 +113,7 @@ TEST(Framing, GivesTheSameForBytesAndForBlocks) {
     }
     stream = stream + capture("pittsburgh-msm4.rtcm3");
     const auto expected = events(stream, nullptr);
-    EXPECT_GT(expected.size(), 5U);
+    EXPECT_GE(expected.size(), 4U);
     for (int run = 0; run < 20; ++run)
         EXPECT_EQ(events(stream, &random), expected) << run;
 }
