@@ -21,6 +21,7 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 inline const ref::Vec3 kSite{-4467074.3577, 2683011.9038, -3667008.2845};
@@ -36,11 +37,22 @@ inline std::vector<std::string> allSatellites() {
     return names;
 }
 
-/// Configures satellites, frequencies and one station; everything else is empty.
+/// A leap-second file that reaches from 2017 to 2030; one for each test process.
+inline const std::string& leapSecondFile() {
+    static const std::string path = [] {
+        std::string name = testing::TempDir() + "kestrune_leapsec_" + std::to_string(getpid());
+        std::ofstream(name) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
+        return name;
+    }();
+    return path;
+}
+
+/// Configures satellites, frequencies, one station and leap seconds; everything else is empty.
 inline void configure(const std::vector<std::string>& satellites = allSatellites(),
                       const std::string& frequencies = kAllFrequencies,
                       const ref::Vec3& site = kSite) {
     DLY = {};
+    DLY.tables.leapsc = leapSecondFile();
     Findings findings;
     m_parseFrequency(DLY.stationFrequencies, frequencies, "", "", findings);
     DLY.satelliteFrequencies = DLY.stationFrequencies;

@@ -55,7 +55,7 @@ double timdif(int mjd1, int mjd2, double sod1, double sod2) {
     return (mjd1 - mjd2) * kDay + sod1 - sod2;
 }
 
-GpsWeekTime mjd2wksow(int mjd, double sod) {
+WeekTime mjd2wksow(int mjd, double sod) {
     const int week = static_cast<int>((mjd + sod / kDay - kGpsEpochMjd) / 7.0);
     return {week, (mjd - kGpsEpochMjd - 7 * week) * kDay + sod};
 }

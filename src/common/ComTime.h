@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/GTime.h"
+
 #include <cstdint>
 
 /// Com, time: calendar arithmetic on the modified Julian day (MJD, integer) and the seconds of
@@ -10,10 +12,6 @@ inline constexpr int kGpsEpochMjd = 44244;
 struct MjdTime {
     int mjd = 0;
     double sod = 0.0;
-};
-struct GpsWeekTime {
-    int week = 0;
-    double sow = 0.0;
 };
 struct MonthDay {
     int month = 0;
@@ -38,7 +36,7 @@ int md_julday(int year, int month, int day);
 MonthDay yeardoy2monthday(int year, int doy);
 /// First epoch minus second, s.
 double timdif(int mjd1, int mjd2, double sod1, double sod2);
-GpsWeekTime mjd2wksow(int mjd, double sod);
+WeekTime mjd2wksow(int mjd, double sod);
 MjdTime wksow2mjd(int week, double sow);
 YearDoy mjd2doy(int mjd);
 DateTime mjd2date(int mjd, double sod);

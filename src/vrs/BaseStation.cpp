@@ -24,7 +24,7 @@ void VrsBaseStation_m_process(VrsBaseStation& base, VrsObsPack& reference,
 
 int VrsBaseStation_v_readOrbit(std::size_t satellite, int mjd, OrbitState& position,
                                int& ephemerisIndex, double sod) {
-    const GpsWeekTime t = mjd2wksow(mjd, sod);
+    const WeekTime t = mjd2wksow(mjd, sod);
     position = {};
     double clock = 0.0;
     switch (DLY.satelliteNames[satellite].front()) {

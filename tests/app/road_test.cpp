@@ -29,9 +29,6 @@ TEST(Road, AllocatesNothingFromBytesToReply) {
     const ref::GpsTime now{2009, 430650};
     const FixedClock clock(now);
     configure();
-    const std::string leapFile = testing::TempDir() + "kestrune_road_leapsec";
-    std::ofstream(leapFile) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
-    DLY.tables.leapsc = leapFile;
     inputSocketID = outputSocketID = -1; // replies are built and dropped
     StreamObs_m_restart();
     onrtcm = onrtcm0;

@@ -22,8 +22,6 @@ class Intake : public testing::Test {
 protected:
     void SetUp() override {
         configure();
-        std::ofstream(leapFile) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
-        DLY.tables.leapsc = leapFile;
         StreamObs_m_restart();
         replies.clear();
         onrtcm = [](std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
@@ -64,7 +62,6 @@ protected:
         return ref::frame(ref::writeMsm(m));
     }
 
-    const std::string leapFile = testing::TempDir() + "kestrune_intake_leapsec";
     const FixedClock clock{kNow};
 };
 

@@ -31,8 +31,6 @@ class Orbits : public testing::Test {
 protected:
     void SetUp() override {
         configure();
-        std::ofstream(leapFile) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
-        DLY.tables.leapsc = leapFile;
         StreamObs_m_restart();
     }
     static std::string store(const std::vector<Bytes>& frames) {
@@ -41,7 +39,6 @@ protected:
             StreamReader(0, f.data(), static_cast<int>(f.size()));
         return testing::internal::GetCapturedStdout();
     }
-    const std::string leapFile = testing::TempDir() + "kestrune_orbit_leapsec";
 };
 
 } // namespace
@@ -152,9 +149,6 @@ TEST(RecordedStream, FitsItsOrbitsOnlyWithEverySystemsOwnTime) {
     // agree within 15 m. Group delays and ionosphere are left in.
     CAPTURE_OR_SKIP(stream, "str24-msm4.rtcm3");
     configure();
-    const std::string leapFile = testing::TempDir() + "kestrune_fit_leapsec";
-    std::ofstream(leapFile) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
-    DLY.tables.leapsc = leapFile;
     StreamObs_m_restart();
     const FixedClock clock(CalendarTime{2018, 7, 12, 23, 37, 11});
     static std::map<char, std::vector<double>> spreads;

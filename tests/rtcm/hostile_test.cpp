@@ -20,8 +20,6 @@ class HostileStream : public testing::Test {
 protected:
     void SetUp() override {
         configure();
-        std::ofstream(leapFile) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
-        DLY.tables.leapsc = leapFile;
         onrtcm = [](std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
             ASSERT_TRUE(status == kEpoch || status == kEphemeris || status == kStation);
             ASSERT_TRUE(frame[0] == kPreamble && length >= 6 && length <= 1029);
@@ -70,7 +68,6 @@ protected:
         return out;
     }
 
-    const std::string leapFile = testing::TempDir() + "kestrune_hostile_leapsec";
     const FixedClock clock{kNow};
     std::mt19937 random{12345};
 };

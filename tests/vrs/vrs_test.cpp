@@ -25,8 +25,6 @@ class Virtual : public testing::Test {
 protected:
     void SetUp() override {
         configure();
-        std::ofstream(leapFile) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
-        DLY.tables.leapsc = leapFile;
         last_drleng = {};
         for (SatelliteRecord& satellite : DLY.satellites)
             if (satellite.cprn[0] == 'R')
@@ -91,7 +89,6 @@ protected:
     const ref::Sky sky{kSite};
     const ref::Navigation navigation = sky.navigation(kNow);
     const FixedClock clock{kNow};
-    const std::string leapFile = testing::TempDir() + "kestrune_vrs_leapsec";
     RequestRecord request;
     std::unique_ptr<VrsObsPack> reference, out;
 };
