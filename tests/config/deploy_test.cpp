@@ -143,7 +143,7 @@ TEST(Deployment, AcceptsWithANoteOrWithout) {
 }
 
 TEST(Deployment, EndsTheProcessWithTheLineOfItsFault) {
-    const auto bad = [](std::string key, std::string value, std::string why) {
+    const auto bad = [](const std::string& key, const std::string& value, const std::string& why) {
         return "file = @vrs.json,key = " + key + ",value = " + value + "," + why + "\n";
     };
     const std::string v = "vrs.json", tables = "tables.json",
