@@ -1,5 +1,5 @@
 /// Judges what a service sends back for a stream: the independent readers, orbits and geometry of
-/// support/ against every byte of the replies.
+/// this folder against every byte of the replies.
 #pragma once
 
 #include "frame.h"

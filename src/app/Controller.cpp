@@ -11,8 +11,10 @@
 #include "vrs/VrsMain.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 
 ControlRecord CTRL;
 int inputSocketID = -1;
@@ -85,6 +87,8 @@ void serve(int argc, char** argv) {
     onrtcm = onrtcm0;
     Initialize(argc, argv);
     inputSocketID = outputSocketID = socket_new_tcp();
+    if (inputSocketID < 0)
+        fatal("***ERROR: no socket, %s", std::strerror(errno));
     for (;;)
         serveOnce();
 }

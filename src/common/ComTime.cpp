@@ -14,7 +14,6 @@ namespace {
 constexpr std::array<int, 12> kDaysBeforeMonth{0,   31,  59,  90,  120, 151,
                                                181, 212, 243, 273, 304, 334};
 constexpr std::array<int, 12> kMonthLength{31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-constexpr double kDay = 86400.0;
 
 bool leapYear(int year) {
     return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
@@ -52,16 +51,17 @@ MonthDay yeardoy2monthday(int year, int doy) {
 }
 
 double timdif(int mjd1, int mjd2, double sod1, double sod2) {
-    return (mjd1 - mjd2) * kDay + sod1 - sod2;
+    return (mjd1 - mjd2) * kSecondsPerDay + sod1 - sod2;
 }
 
 WeekTime mjd2wksow(int mjd, double sod) {
-    const int week = static_cast<int>((mjd + sod / kDay - kGpsEpochMjd) / 7.0);
-    return {week, (mjd - kGpsEpochMjd - 7 * week) * kDay + sod};
+    const int week = static_cast<int>((mjd + sod / kSecondsPerDay - kGpsEpochMjd) / 7.0);
+    return {week, (mjd - kGpsEpochMjd - 7 * week) * kSecondsPerDay + sod};
 }
 
 MjdTime wksow2mjd(int week, double sow) {
-    return {static_cast<int>(sow / kDay) + 7 * week + kGpsEpochMjd, std::fmod(sow, kDay)};
+    return {static_cast<int>(sow / kSecondsPerDay) + 7 * week + kGpsEpochMjd,
+            std::fmod(sow, kSecondsPerDay)};
 }
 
 YearDoy mjd2doy(int mjd) {
@@ -114,12 +114,12 @@ WeekDay gpsweek(int year, int month, int day) {
 
 MjdTime timinc(int mjd, double sod, double delta) {
     double s = sod + delta;
-    const int days = static_cast<int>(s / kDay);
+    const int days = static_cast<int>(s / kSecondsPerDay);
     int day = mjd + days;
-    s -= kDay * days;
+    s -= kSecondsPerDay * days;
     if (s < 0.0) {
         day -= 1;
-        s += kDay;
+        s += kSecondsPerDay;
     }
     return {day, s};
 }
@@ -146,10 +146,10 @@ int genAode(char system, int mjd, int iode, double sod, double t2) {
     case 'R': {
         // Quarter of the hour of the Moscow day (UTC + 3 h); TAI - GPST is 19 s.
         const MjdTime utc = timinc(mjd, sod, 19.0 - Taiutc_m_getTaiutc(mjd));
-        return NINT(std::fmod(utc.sod + 10800.0, kDay) / 900.0);
+        return NINT(std::fmod(utc.sod + 10800.0, kSecondsPerDay) / 900.0);
     }
     case 'C':
-        return NINT(std::fmod(t2, kDay) / 450.0);
+        return NINT(std::fmod(t2, kSecondsPerDay) / 450.0);
     default:
         return -1;
     }

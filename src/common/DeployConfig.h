@@ -13,7 +13,8 @@
 #include <vector>
 
 /// DeployConfig: the process-wide configuration and session record `DLY`. Filled at start-up by
-/// config/Deploy, read by everyone; afterwards only the current epoch changes.
+/// config/Deploy, read by everyone; afterwards only the current epoch, the station epochs and the
+/// satellites' ionosphere factors change.
 
 /// Systems in the order in which every per-system table is laid out; 'B' marks BDS-3.
 inline constexpr std::string_view kSystems = "GRECBSJI";

@@ -74,8 +74,7 @@ private:
     std::size_t count_ = 0;
 };
 
-/// The epoch buffer of a station: what intake stores and the request takes. It is also the state
-/// of the RINEX writer.
+/// The epoch buffer of a station: what intake stores and the request takes.
 struct StationEpoch {
     std::string name; // may be empty: then the configured name holds
     int mjd = 0;

@@ -2,7 +2,7 @@
 
 #include "common/EpochObs.h"
 
-/// Rnxobs: the RINEX 3 observation writer. Its state is the epoch buffer of a station.
+/// Rnxobs: the epoch buffer of a station, which is to be the state of the RINEX 3 writer.
 
-/// Takes a writer state, or a station's epoch buffer, to its empty start.
+/// Takes the buffer to its empty start.
 void Rnxobs_initial(StationEpoch& state);

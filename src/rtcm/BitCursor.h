@@ -8,10 +8,10 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <span>
 #include <string_view>
-#include <type_traits>
 
 /// BitCursor: the three cursors that a message layout runs over. A layout is written once, as the
 /// standard's list of fields; BitReader fills a record from it, BitWriter writes one, BitCounter

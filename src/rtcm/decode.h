@@ -6,8 +6,6 @@
 
 /// decode: the handlers of the messages and what they share. All return a Status.
 
-/// First bit of a message in RtcmState::buff.
-inline constexpr std::size_t kMessageBit = 24;
 inline BitReader messageOf(const RtcmState& s) {
     return {s.buff, kMessageBit, static_cast<std::size_t>(s.len) * 8};
 }

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr std::size_t kTypeBit = 24;    // first bit of the message
 constexpr std::size_t kMaxFrame = 1029; // header, 1023 bytes, check word
 
 void clearTouched(RtcmState& s) {
@@ -96,7 +95,7 @@ int gen_rtcm3(RtcmState& s, int type, int subtype, int sync) {
     s.nbyte = s.nbit = s.len = 0;
     setbitu(s.buff, 0, 8, kPreamble);
     setbitu(s.buff, 8, 16, 0);
-    s.nbit = kTypeBit;
+    s.nbit = kMessageBit;
     if (!encode_rtcm3(s, type, subtype, sync)) {
         s.nbit = 0;
         return 0;

@@ -19,6 +19,7 @@ inline constexpr std::size_t kMaxObs = 96;     // records of an epoch
 inline constexpr std::size_t kHeaderBytes = 3; // preamble, reserved bits, length
 inline constexpr std::size_t kCheckBytes = 3;
 inline constexpr std::uint8_t kPreamble = 0xD3;
+inline constexpr std::size_t kMessageBit = 8 * kHeaderBytes; // first bit of a message in a frame
 
 /// Statuses of the decoders; an intake callback gets the positive ones.
 enum Status : int {

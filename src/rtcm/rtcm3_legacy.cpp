@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr double kGpsAmbiguityM = 299792.458;
-constexpr double kGlonassAmbiguityM = 599584.916;
+constexpr double kGpsAmbiguityM = kSpeedOfLight * 1e-3;
+constexpr double kGlonassAmbiguityM = 2.0 * kGpsAmbiguityM;
 
 /// Undoes a roll-over of the phase difference (cycles) against the signal's last one.
 double adjcp(RtcmState& s, int sat, std::size_t slot, double cp) {

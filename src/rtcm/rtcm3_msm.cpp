@@ -4,10 +4,8 @@
 #include "common/ComCoord.h"
 #include "common/Print.h"
 
-#include <algorithm>
 #include <array>
 #include <bit>
-#include <cstdio>
 #include <span>
 
 namespace {

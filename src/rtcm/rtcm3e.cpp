@@ -5,14 +5,14 @@
 #include "common/ComCoord.h"
 #include "common/Print.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cmath>
+#include <cstdio>
 #include <span>
 
 namespace {
-
-constexpr std::size_t kMessageBit = 24;
 
 constexpr double kMaxRoughRangeM = 76447076.79;
 constexpr double kMaxFineRangeM = 292.7;

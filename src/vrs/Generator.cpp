@@ -15,6 +15,8 @@ namespace {
 /// Earth rotation rate (7.2921151467e-5 rad/s) over the speed of light, 1/m.
 constexpr double kRotationPerMetre = 2.4323877909897254e-13;
 constexpr double kConvergedS = 1e-9;
+// No satellite is a second away; a longer light time comes from an orbit without sense.
+constexpr double kMaxLightTimeS = 1.0;
 constexpr int kPassesBeforeWarning = 10;
 constexpr double kElevationCutoffDeg = 5.0;
 constexpr double kHistoryAgeS = 30.0;
@@ -61,7 +63,7 @@ std::optional<Geometry> solveLightTime(std::size_t satellite, VrsObsPack& refere
         deltaR = lightR - g.referenceM / kSpeedOfLight;
         lightR = g.referenceM / kSpeedOfLight;
         more = passes++ <= kPassesBeforeWarning;
-        if (!std::isfinite(deltaV + deltaR)) { // an orbit without sense never converges
+        if (!(lightV < kMaxLightTimeS && lightR < kMaxLightTimeS)) { // also not a number
             passes = kPassesBeforeWarning + 1;
             break;
         }

@@ -68,7 +68,9 @@ public:
     bool accept() {
         listen(listener_, 1);
         pollfd p{listener_, POLLIN, 0};
-        if (poll(&p, 1, 20000) == 1)
+        const bool waiting = poll(&p, 1, 20000) == 1;
+        drop(); // a half-closed connection stands until the next one comes
+        if (waiting)
             connection_ = ::accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         return connection_ >= 0;
     }
@@ -258,18 +260,23 @@ TEST(Service, IsBackOnTheSameDescriptorWhateverThePeerDoes) {
     const ref::Sky sky(kSite);
     Bytes epoch;
     const ref::GpsTime t{2009, 430650};
+    std::vector<Bytes> frames = sky.ephemerisFrames(t);
+    const int answers = static_cast<int>(frames.size()) + 1;
     for (const Bytes& f : sky.epochFrames(t, 4))
+        frames.push_back(f);
+    for (const Bytes& f : frames)
         epoch.insert(epoch.end(), f.begin(), f.end());
-    const Bytes half(epoch.begin(), epoch.begin() + static_cast<std::ptrdiff_t>(epoch.size() / 2));
+    // A whole message of another epoch part, then half a frame that could swallow what follows.
+    Bytes half = sky.epochFrames(t + 1.0, 4).at(0);
+    half.insert(half.end(), {0xD3, 0x03, 0xFF, 0x43});
     Peer peer;
     const Service service(peer.port, "2018-07-12 23:37:11");
     std::vector<std::string> descriptors;
     for (const std::string end : {"close", "reset", "half-close", "mid-frame", "last"}) {
         ASSERT_TRUE(peer.accept()) << end;
-        const Bytes reply = peer.exchange(epoch, 512, 1);
-        EXPECT_EQ(wholeFrames(reply), 1) << "after " << end;
-        ASSERT_FALSE(reply.empty());
-        EXPECT_EQ(ref::openReply(reply).messages.at(0).type, 1005);
+        const Verdict v = judge(epoch, peer.exchange(epoch, 512, answers), expectation());
+        expectRight(v);
+        EXPECT_GT(v.cells, 50) << "before " << end;
         if (descriptors.empty())
             descriptors = service.sockets();
         EXPECT_EQ(service.sockets(), descriptors);

@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <csignal>
 #include <fcntl.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 namespace {
@@ -37,6 +38,34 @@ int meet(const Listener& listener, int client, std::uint8_t mark) {
     Bytes got(3); // and nothing of an earlier connection
     EXPECT_TRUE(recv(peer, got.data(), 3, 0) == 3 && got[2] == mark);
     return peer;
+}
+
+TEST(Connection, NoticesAPeerThatVanishedOrStoppedReading) {
+    const auto option = [](int fd, int level, int name) {
+        int value = -1;
+        socklen_t length = sizeof value;
+        getsockopt(fd, level, name, &value, &length);
+        return value;
+    };
+    const auto sendLimitS = [](int fd) {
+        timeval limit{-1, 0};
+        socklen_t length = sizeof limit;
+        getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, &length);
+        return limit.tv_sec;
+    };
+    Listener listener;
+    const int client = socket_new_tcp();
+    EXPECT_EQ(option(client, SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_EQ(option(client, IPPROTO_TCP, TCP_KEEPIDLE), 10);
+    EXPECT_EQ(option(client, IPPROTO_TCP, TCP_KEEPINTVL), 5);
+    EXPECT_EQ(option(client, IPPROTO_TCP, TCP_KEEPCNT), 3);
+    EXPECT_EQ(option(client, IPPROTO_TCP, TCP_USER_TIMEOUT), 20000);
+    EXPECT_EQ(sendLimitS(client), 0); // it would bound connect
+    close(meet(listener, client, 3));
+    EXPECT_EQ(sendLimitS(client), 5);
+    expectConnect(client, "localhost", listener.address.sin_port, false);
+    EXPECT_EQ(sendLimitS(client), 0);
+    closesocket(client);
 }
 
 TEST(Connection, IsMadeAgainOnTheSameDescriptorWhateverWasBefore) {

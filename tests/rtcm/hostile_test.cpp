@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "app/Controller.h"
 #include "intake/StreamObs.h"
 #include "reference/msm.h"
 
@@ -23,6 +24,7 @@ protected:
         onrtcm = [](std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
             ASSERT_TRUE(status == kEpoch || status == kEphemeris || status == kStation);
             ASSERT_TRUE(frame[0] == kPreamble && length >= 6 && length <= 1029);
+            onrtcm0(status, frame, length); // the whole road, to a socket that is not there
             ++callbacks;
         };
         testing::internal::CaptureStdout();
@@ -126,6 +128,19 @@ TEST_F(HostileStream, OfSplicedFrames) {
                        b.end());
         read(spliced);
     }
+}
+
+TEST_F(HostileStream, WhoseGlonassOrbitFallsIntoTheEarthLeavesTheSatelliteOut) {
+    for (const double km : {0.0, 0.0005, 0.1, 1.0, 10.0, 100.0}) {
+        ref::Glonass g;
+        g.slot = 3;
+        g.channel = 5;
+        g.tb = 10; // 02:30 Moscow time, a few minutes from the epoch
+        g.pos = {km, 0, 0};
+        read(ref::frame(ref::writeGlonass(g)));
+        read(goodEpoch());
+    }
+    EXPECT_GT(callbacks, 0);
 }
 
 TEST_F(HostileStream, ThatWalksTheTimeAwayCannotEndTheProcess) {

@@ -340,6 +340,15 @@ TEST_F(ReplyEncoder, CarriesOnlyTheSignalsOfItsTable) {
     EXPECT_EQ(printed, "send nsats: G=1, R=1, E=1, C2=1, C3=0, J=0 #Total=4\n");
 }
 
+TEST_F(ReplyEncoder, TakesGlonassChannelsThatTheStreamBrought) {
+    DLY.stationEpochs[0].glonassChannels[2] = 5 + 8;
+    add("R03", 0, "1P", 2.3e7 * (1602e6 + 5 * 562500.0) / ref::kLightSpeed);
+    add("R04", 0, "1P");
+    encode();
+    EXPECT_NEAR(messages.at(0).cells.at(0).phaseRangeM.value_or(0), 2.3e7, 0.001);
+    EXPECT_FALSE(messages.at(0).cells.at(1).phaseRangeM);
+}
+
 TEST_F(ReplyEncoder, DropsValuesUpToAMillion) {
     add("G05", 0, "1C", 1e6, 2.3e7);
     add("G05", 1, "2W", 1.2e8, 1e6);
