@@ -86,16 +86,9 @@ DateTime mjd2date(int mjd, double sod) {
 
 std::int64_t mjd2time(int mjd, double sod) {
     const DateTime d = mjd2date(mjd, sod);
-    if (d.year < 1970 || d.year > 2099 || d.month < 1 || d.month > 12)
-        return 0;
-    const int leapDay = d.year % 4 == 0 && d.month >= 3 ? 1 : 0;
-    // 719050 days lie before 1970 when years count 365 days; the day-of-year start counts from 1.
-    const int days = 365 * d.year - 719050 + (d.year - 1969) / 4 +
-                     kDaysBeforeMonth[static_cast<std::size_t>(d.month - 1)] + 1 + d.day - 2 +
-                     leapDay;
-    const int secondOfDay = 3600 * d.hour + 60 * d.minute;
-    return std::int64_t{86400} * days + secondOfDay +
-           static_cast<std::int64_t>(std::floor(d.second));
+    return epoch2time(
+               {1.0 * d.year, 1.0 * d.month, 1.0 * d.day, 1.0 * d.hour, 1.0 * d.minute, d.second})
+        .time;
 }
 
 MjdTime time2mjd(std::int64_t seconds) {
