@@ -90,7 +90,7 @@ public:
             c = static_cast<char>(u(8));
     }
     void flag(bool& v) { v = u(1) == 1; }
-    void fixed(int width, int) { u(width); }
+    void fixed(int width, int v) { asFixed_ &= u(width) == static_cast<std::uint64_t>(v); }
     template <std::integral T> void u(int width, T& v, int origin = 0) {
         v = static_cast<T>(static_cast<std::int64_t>(u(width)) + origin);
     }
@@ -107,10 +107,16 @@ public:
     }
     std::size_t at() const { return at_; }
     std::size_t left() const { return 8 * bytes_.size() - at_; }
+    /// Fixed fields had their values, and nothing but zero bits to the next byte follows.
+    bool exact() const {
+        BitSource rest = *this;
+        return asFixed_ && left() < 8 && rest.u(static_cast<int>(left())) == 0;
+    }
 
 private:
     Bytes bytes_;
     std::size_t at_ = 0;
+    bool asFixed_ = true;
 };
 
 /// A message body from a layout, called as layout(cursor, record).

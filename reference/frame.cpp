@@ -25,22 +25,41 @@ Bytes frame(const Bytes& body) {
 }
 
 std::vector<Frame> goodFrames(std::span<const std::uint8_t> stream) {
+    return FrameCutter().take(stream);
+}
+
+std::vector<Frame> FrameCutter::take(std::span<const std::uint8_t> piece) {
+    held_.insert(held_.end(), piece.begin(), piece.end());
     std::vector<Frame> frames;
-    std::size_t length = 0;
-    for (std::size_t at = 0; at + 6 <= stream.size(); at += length) {
-        length = stream[at] == 0xD3 ? (stream[at + 1] & 3u) * 256u + stream[at + 2] + 6u : 1;
-        if (at + length > stream.size())
-            break;
-        const auto whole = stream.subspan(at, length);
-        // a frame divided together with its check word leaves nothing
-        if (length == 1 || crc24q(whole) != 0)
+    std::size_t at = 0;
+    while (at < held_.size()) {
+        if (held_[at] != 0xD3) {
+            ++at;
             continue;
-        Frame f{at, Bytes(whole.begin(), whole.end()), 0,
-                Bytes(whole.begin() + 3, whole.end() - 3)};
-        f.type = f.body.size() < 2 ? 0 : static_cast<int>(BitSource(f.body).u(12));
-        frames.push_back(std::move(f));
+        }
+        if (at + 3 > held_.size())
+            break;
+        const std::size_t length = (held_[at + 1] & 3u) * 256u + held_[at + 2] + 6u;
+        if (at + length > held_.size())
+            break;
+        const std::span whole(held_.data() + at, length);
+        // a frame divided together with its check word leaves nothing
+        if (crc24q(whole) == 0) {
+            Frame f{before_ + at, Bytes(whole.begin(), whole.end()), 0,
+                    Bytes(whole.begin() + 3, whole.end() - 3)};
+            f.type = f.body.size() < 2 ? 0 : static_cast<int>(BitSource(f.body).u(12));
+            frames.push_back(std::move(f));
+        }
+        at += length;
     }
+    held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(at));
+    before_ += at;
     return frames;
+}
+
+void FrameCutter::forget() {
+    before_ += held_.size();
+    held_.clear();
 }
 
 Reply openReply(std::span<const std::uint8_t> bytes) {

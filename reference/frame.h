@@ -23,6 +23,17 @@ struct Frame {
 /// seen.
 std::vector<Frame> goodFrames(std::span<const std::uint8_t> stream);
 
+/// The same from a stream that comes in pieces.
+class FrameCutter {
+public:
+    std::vector<Frame> take(std::span<const std::uint8_t> piece);
+    void forget(); ///< what is held of an unfinished frame; offsets go on
+
+private:
+    Bytes held_;
+    std::size_t before_ = 0; // bytes of the stream before those held
+};
+
 struct Reply {
     std::uint32_t word = 0; ///< request word
     std::uint16_t kind = 0;

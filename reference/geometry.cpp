@@ -13,7 +13,7 @@ constexpr double kDegree = std::numbers::pi / 180;
 // Range of a signal that left the satellite at s; light time and range settle together.
 double turnedRange(const Vec3& s, const Vec3& at) {
     double range = norm(s - at);
-    for (int i = 0; i < 6; ++i)
+    for (int i = 0; i < 4; ++i)
         range = norm(turnAxes(2, kEarthRate * range / kLightSpeed, s) - at);
     return range;
 }
@@ -80,7 +80,7 @@ Direction direction(const Vec3& from, const Vec3& to) {
 
 Signal receive(const SatFn& satellite, const Vec3& at, GpsTime epoch) {
     Signal s;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 5; ++i) {
         s.sat = satellite(epoch + -s.delayS);
         s.rangeM = turnedRange(s.sat, at);
         s.delayS = s.rangeM / kLightSpeed;
@@ -92,7 +92,7 @@ RangeChange rangeChange(const SatFn& satellite, const Vec3& reference, const Vec
                         GpsTime epoch) {
     const Signal s = receive(satellite, virtualAt, epoch);
     const double rangeRef = turnedRange(s.sat, reference);
-    return {s.rangeM - rangeRef, direction(virtualAt, s.sat).elevationDeg, rangeRef};
+    return {s.rangeM - rangeRef, direction(virtualAt, s.sat), rangeRef};
 }
 
 } // namespace ref

@@ -17,7 +17,7 @@ struct Vec3 {
     friend double dot(const Vec3& a, const Vec3& b) {
         return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
     }
-    friend double norm(const Vec3& a) { return std::hypot(a[0], a[1], a[2]); }
+    friend double norm(const Vec3& a) { return std::sqrt(dot(a, a)); }
 };
 
 /// Coordinates of a fixed vector after the axes turned by the angle (rad) about the axis 0..2.
@@ -62,7 +62,8 @@ Signal receive(const SatFn& satellite, const Vec3& at, GpsTime epoch);
 
 struct RangeChange {
     double deltaM = 0; ///< range at the virtual point minus range at the reference
-    double elevationDeg = 0, rangeRefM = 0;
+    Direction direction;
+    double rangeRefM = 0;
 };
 
 /// Change of range between two points that see the satellite at one transmit time, the one that

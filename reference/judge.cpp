@@ -1,232 +1,325 @@
 #include "judge.h"
 
-#include "msm.h"
-#include "orbit.h"
-
 #include <algorithm>
 #include <cmath>
-#include <optional>
 #include <sstream>
+
+namespace ref {
 
 namespace {
 
-using ref::Bytes;
-using ref::Cell;
+constexpr int kStationId = 4095;
+constexpr std::size_t kMostFaultsInWords = 100;
+constexpr std::size_t kMostCells = 64; // of a message; the last of so many is without values
 
-/// Observations of one satellite that are in the epoch buffer, by band digit.
-using Columns = std::map<char, Cell>;
+std::string describe(const Expected& e) {
+    std::ostringstream out;
+    if (e.type != 0)
+        out << "the forwarded frame of type " << e.type;
+    else
+        out << "the reply to the epoch " << e.time.sow << " s of week " << e.time.week;
+    return out.str();
+}
 
-class Judge {
-public:
-    Judge(const Bytes& sent, const Bytes& received, const Expectation& e)
-        : expected_(e), received_(received), virtual_(ref::virtualPoint(e.siteM)),
-          frames_(ref::goodFrames(sent)) {}
+// Messages of a reply in order: 'B' is the second message of BeiDou.
+char group(const std::string& sat) {
+    return sat[0] == 'C' && sat > "C16" ? 'B' : sat[0];
+}
+constexpr std::string_view kSendingOrder = "GCBERJ";
 
-    Verdict run() {
-        for (const ref::Frame& f : frames_) {
-            const bool forwarded = (f.type >= 1005 && f.type <= 1008) || f.type == 1033 ||
-                                   f.type == 1230 || f.type == 1019 || f.type == 1020 ||
-                                   (f.type >= 1042 && f.type <= 1046);
-            if (forwarded) {
-                navigation_.take(f);
-                expectForwarded(f);
-                epoch_.clear(); // what was collected of an epoch is wiped
-            } else if (f.type >= 1071 && f.type <= 1127 && f.type % 10 >= 4 && f.type % 10 <= 7) {
-                collect(ref::readMsm(f.body));
-            }
-        }
-        if (at_ != received_.size())
-            fault("bytes left over: ", received_.size() - at_);
-        return verdict_;
-    }
-
-private:
-    template <class... Parts> void fault(const Parts&... parts) {
-        if (verdict_.faults.size() > 20)
-            return;
-        std::ostringstream line;
-        line << "reply " << verdict_.replies << ": ";
-        (line << ... << parts);
-        verdict_.faults.push_back(line.str());
-    }
-
-    void expectForwarded(const ref::Frame& f) {
-        ++verdict_.forwarded;
-        const std::size_t n = f.bytes.size();
-        if (at_ + n > received_.size() ||
-            !std::equal(f.bytes.begin(), f.bytes.end(),
-                        received_.begin() + static_cast<std::ptrdiff_t>(at_)))
-            fault("frame of type ", f.type, " not forwarded at ", at_);
-        at_ += n;
-    }
-
-    ref::GpsTime timeOf(const ref::Msm& m) const {
-        double sow = m.epochField * 1e-3 + (m.system == 'C' ? ref::kBdtLagS : 0);
-        if (m.system == 'R') {
-            const double moscow =
-                (m.epochField >> 27) * 86400.0 + (m.epochField & 0x7FFFFFF) * 1e-3;
-            sow = moscow - ref::kMoscowS + ref::kLeapS;
-        }
-        return {expected_.week, std::fmod(sow + ref::kWeekS, ref::kWeekS)};
-    }
-
-    void collect(const ref::Msm& m) {
-        const ref::GpsTime t = timeOf(m);
-        if (!epoch_.empty() && std::abs(t - time_) > 1e-9)
-            epoch_.clear();
-        time_ = t;
-        for (const Cell& c : m.cells)
-            if (expected_.satellites.contains(c.sat))
-                store(c);
-        if (!m.more) {
-            expectReply();
-            epoch_.clear();
-        }
-    }
-
-    /// Places a cell in its column; the order of the decoder's slots decides between two.
-    void store(const Cell& c) {
-        const auto& order = expected_.stored.at(c.system);
-        const auto rank = std::find(order.begin(), order.end(), c.signal);
-        if (rank == order.end())
-            return;
-        Columns& columns = epoch_[c.sat];
-        const auto held = columns.find(c.signal[0]);
-        if (held == columns.end() ||
-            std::find(order.begin(), order.end(), held->second.signal) < rank)
-            columns[c.signal[0]] = c;
-    }
-
-    /// Whether the satellite takes part; nothing where it is too close to a limit to say.
-    std::optional<bool> takesPart(const std::string& sat, const Columns& columns) {
-        const bool phase = std::any_of(columns.begin(), columns.end(), [](const auto& c) {
-            return c.second.phaseRangeM.has_value();
-        });
-        if (!phase || (!navigation_.kepler.contains(sat) && !navigation_.glonass.contains(sat)))
-            return false;
-        double age = 0; // of the clock's reference time; BDT is compared as it stands
-        if (sat[0] == 'R') {
-            const double tod = std::fmod(time_.sow - ref::kLeapS + ref::kMoscowS, 86400.0);
-            age = std::remainder(navigation_.glonass.at(sat).tb * 900.0 - tod, 86400.0);
-        } else {
-            age = std::remainder(navigation_.kepler.at(sat).toc - time_.sow, ref::kWeekS);
-        }
-        if (std::abs(age) > 7200.0)
-            return false;
-        change_ = ref::rangeChange(navigation_.satellite(sat), expected_.siteM, virtual_, time_);
-        if (std::abs(change_.elevationDeg - 5.0) < 1e-4)
-            return std::nullopt;
-        return change_.elevationDeg > 5.0;
-    }
-
-    void expectReply() {
-        ++verdict_.replies;
-        const std::size_t left = received_.size() - std::min(at_, received_.size());
-        const std::size_t n = left < 3 ? 0 : 7U + 256U * received_[at_ + 1] + received_[at_ + 2];
-        if (n == 0 || n > left)
-            return fault("no whole reply at ", at_);
-        const std::span frame(received_.data() + at_, n);
-        at_ += n;
-        try {
-            compare(ref::openReply(frame));
-        } catch (const std::exception& e) {
-            fault(e.what());
-        }
-    }
-
-    void compare(const ref::Reply& reply) {
-        if (reply.word != 0xFFFFFFFF || reply.kind != 6 || reply.messages.size() < 2)
-            return fault("head of the reply");
-        const auto station = ref::read1005(reply.messages[0].body);
-        const auto text = ref::read1033(reply.messages[1].body);
-        if (station.type != 1005 || station.station != 4095 ||
-            norm(station.xyzM - virtual_) > 2e-4 || text.antenna != "GPPNULLANTENNA" ||
-            text.receiverSerial != "KRV VRS")
-            fault("station messages");
-
-        std::map<std::string, const Cell*> got; // "G05 1C"
-        std::vector<ref::Msm> messages;
-        for (std::size_t i = 2; i < reply.messages.size(); ++i)
-            messages.push_back(ref::readMsm(reply.messages[i].body));
-        for (const ref::Msm& m : messages) {
-            if (m.more != (&m != &messages.back()))
-                fault("multiple-message bit of ", m.type);
-            if (m.msm != 4 || m.station != 4095 || m.iods != 0 ||
-                m.epochField != ref::epochField(m.system, time_))
-                fault("head of ", m.type, " at ", time_.sow);
-            for (const Cell& c : m.cells)
-                got[c.sat + " " + c.signal] = &c;
-        }
-
-        std::set<std::string> groups; // in sending order
-        for (const auto& [sat, columns] : epoch_) {
-            const std::optional<bool> part = takesPart(sat, columns);
-            if (part == false)
-                continue;
-            const bool bds3 = sat > "C16" && sat[0] == 'C';
-            groups.insert(
-                std::string("GCBERJ").substr(std::string("GCBERJ").find(bds3 ? 'B' : sat[0]), 1));
-            for (const auto& [digit, c] : columns) {
-                if (!expected_.carried.at(sat[0]).contains(c.signal) || !c.pseudorangeM ||
-                    !c.phaseRangeM)
-                    continue;
-                const auto it = got.find(sat + " " + c.signal);
-                if (it != got.end()) {
-                    compareCell(c, *it->second);
-                    got.erase(it);
-                } else if (part) {
-                    fault(sat, " ", c.signal, " is missing");
-                }
-            }
-        }
-        for (const auto& [key, cell] : got)
-            fault(key, " must not be there");
-        std::string sentGroups;
-        for (const ref::Msm& m : messages) {
-            const bool bds3 = m.system == 'C' && !m.cells.empty() && m.cells[0].id > 16;
-            sentGroups += bds3 ? 'B' : m.system;
-        }
-        std::string wanted;
-        for (const char g : std::string("GCBERJ"))
-            if (groups.contains(std::string(1, g)))
-                wanted += g;
-        if (sentGroups != wanted)
-            fault("messages ", sentGroups, " instead of ", wanted);
-    }
-
-    void compareCell(const Cell& reference, const Cell& c) {
-        const double wavelengthM =
-            ref::kLightSpeed /
-            ref::frequencyHz(c.system, c.signal, c.system == 'R' ? expected_.channels.at(c.id) : 0);
-        // Half a step of the message's resolution, and of a 1e-4 m for our own sums.
-        const double rangeM = c.pseudorangeM.value_or(0) - *reference.pseudorangeM - change_.deltaM;
-        double phaseM = c.phaseRangeM.value_or(0) - *reference.phaseRangeM - change_.deltaM;
-        if (std::abs(phaseM) > 0.01) // a phase far from the range is taken back by whole cycles
-            phaseM = std::remainder(phaseM, wavelengthM);
-        verdict_.worstRangeM = std::max(verdict_.worstRangeM, std::abs(rangeM));
-        verdict_.worstPhaseM = std::max(verdict_.worstPhaseM, std::abs(phaseM));
-        if (std::abs(rangeM) > 0.00894 + 1e-4 || std::abs(phaseM) > 0.00028 + 1e-4)
-            fault(c.sat, " ", c.signal, " off by ", rangeM, " m and ", phaseM, " m");
-        if (c.lock != 0 || c.half || c.cnr != std::floor(reference.cnr + 0.5))
-            fault(c.sat, " ", c.signal, " lock, half cycle or CNR");
-        ++verdict_.cells;
-        ++verdict_.signals[std::string(1, c.system) + c.signal];
-    }
-
-    const Expectation& expected_;
-    const Bytes& received_;
-    const ref::Vec3 virtual_;
-    const std::vector<ref::Frame> frames_;
-    ref::Navigation navigation_;
-    std::size_t at_ = 0;
-    ref::GpsTime time_;
-    std::map<std::string, Columns> epoch_;
-    ref::RangeChange change_;
-    Verdict verdict_;
-};
+// Whole steps of dB-Hz; halves may go either way, since they pass through steps of 0.001.
+bool sameCnr(double sent, double received) {
+    return received >= std::floor(sent + 0.498) && received <= std::floor(sent + 0.502);
+}
 
 } // namespace
 
-Verdict judge(const Bytes& sent, const Bytes& received, const Expectation& expectation) {
-    return Judge(sent, received, expectation).run();
+double Verdict::worstRangeM() const {
+    double most = 0;
+    for (const auto& [system, w] : worst)
+        most = std::max(most, w.rangeM);
+    return most;
 }
+
+double Verdict::worstPhaseM() const {
+    double most = 0;
+    for (const auto& [system, w] : worst)
+        most = std::max(most, w.phaseM);
+    return most;
+}
+
+template <class... Parts> void Judge::fault(const Parts&... parts) {
+    ++verdict_.wrong;
+    if (verdict_.faults.size() >= kMostFaultsInWords)
+        return;
+    std::ostringstream line;
+    (line << ... << parts);
+    verdict_.faults.push_back(line.str());
+}
+
+void Judge::sent(std::span<const std::uint8_t> piece) {
+    for (Expected& e : predictor_.take(piece))
+        owed_.push_back({std::move(e)});
+}
+
+void Judge::left(std::uint64_t total, double nowS) {
+    for (auto it = owed_.rbegin(); it != owed_.rend() && it->leftS < 0; ++it)
+        if (it->expected.end <= total)
+            it->leftS = nowS;
+}
+
+void Judge::received(std::span<const std::uint8_t> piece, double nowS) {
+    if (held_.empty())
+        heldSinceS_ = nowS;
+    held_.insert(held_.end(), piece.begin(), piece.end());
+    std::size_t at = 0;
+    while (at < held_.size()) {
+        const std::uint8_t first = held_[at];
+        if (first != 0xDA && first != 0xD3) {
+            const auto next =
+                std::find_if(held_.begin() + static_cast<std::ptrdiff_t>(at), held_.end(),
+                             [](std::uint8_t b) { return b == 0xDA || b == 0xD3; });
+            const auto n = static_cast<std::size_t>(next - held_.begin()) - at;
+            fault(n, " bytes received that begin no frame");
+            at += n;
+            continue;
+        }
+        if (at + 3 > held_.size())
+            break;
+        const std::size_t field = 256U * held_[at + 1] + held_[at + 2];
+        const std::size_t n = first == 0xDA ? field + 7 : (field & 0x3FF) + 6;
+        if (at + n > held_.size())
+            break;
+        frame({held_.data() + at, n});
+        at += n;
+        heldSinceS_ = nowS;
+    }
+    held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(at));
+}
+
+void Judge::frame(std::span<const std::uint8_t> bytes) {
+    if (bytes[0] == 0xDA)
+        reply(bytes);
+    else
+        forwarded(bytes);
+}
+
+// The frames owed before the one that came have not come.
+void Judge::skip(std::size_t count) {
+    for (; count > 0; --count) {
+        fault(describe(owed_.front().expected), " is missing");
+        ++verdict_.missing;
+        owed_.pop_front();
+    }
+}
+
+void Judge::forwarded(std::span<const std::uint8_t> bytes) {
+    ++verdict_.forwarded;
+    const int type = bytes.size() > 4 ? bytes[3] * 16 + bytes[4] / 16 : 0;
+    verdict_.bytes[type] += bytes.size();
+    const auto same = std::find_if(owed_.begin(), owed_.end(), [&](const Owed& o) {
+        return o.expected.type != 0 && std::equal(bytes.begin(), bytes.end(),
+                                                  o.expected.frame.begin(), o.expected.frame.end());
+    });
+    if (same != owed_.end()) {
+        skip(static_cast<std::size_t>(same - owed_.begin()));
+        owed_.pop_front();
+        return;
+    }
+    const bool altered = !owed_.empty() && owed_.front().expected.frame.size() == bytes.size();
+    fault("a frame of type ", type, altered ? " came back altered" : " came unasked");
+    if (altered)
+        owed_.pop_front();
+}
+
+void Judge::reply(std::span<const std::uint8_t> bytes) {
+    ++verdict_.replies;
+    EpochResult result;
+    result.bytes = bytes.size();
+    Reply opened;
+    std::optional<Msm> first;
+    try {
+        opened = openReply(bytes);
+        if (opened.messages.size() > 2)
+            first = readMsm(opened.messages[2].body);
+    } catch (const std::exception& e) {
+        fault(e.what());
+        result.right = false;
+    }
+    std::size_t around = bytes.size();
+    for (const Frame& m : opened.messages) {
+        verdict_.bytes[m.type] += m.bytes.size();
+        around -= m.bytes.size();
+    }
+    verdict_.bytes[0] += around;
+    // the reply to this epoch; one that does not say its epoch answers the next one
+    const auto due = std::find_if(owed_.begin(), owed_.end(), [&](const Owed& o) {
+        return o.expected.type == 0 && (!first || sameEpoch(*first, o.expected.time));
+    });
+    if (due == owed_.end())
+        return fault("a reply came unasked");
+    skip(static_cast<std::size_t>(due - owed_.begin()));
+    const Owed answered = std::move(owed_.front());
+    owed_.pop_front();
+    result.time = answered.expected.time;
+    result.delayS = answered.leftS < 0 ? 0 : heldSinceS_ - answered.leftS;
+    if (answered.leftS >= 0)
+        verdict_.delaysS.push_back(static_cast<float>(result.delayS));
+    if (result.right)
+        result.right = compare(opened, answered.expected, result);
+    if (onEpoch)
+        onEpoch(result);
+}
+
+bool Judge::sameEpoch(const Msm& m, GpsTime t) const {
+    const std::uint32_t want = epochField(m.system, t);
+    if (predictor_.expectation.values || m.system != 'R')
+        return m.epochField == want;
+    return ((m.epochField ^ want) & 0x7FFFFFF) == 0; // the day of the stream is not known
+}
+
+bool Judge::compare(const Reply& reply, const Expected& expected, EpochResult& result) {
+    const int before = verdict_.wrong;
+    const bool values = predictor_.expectation.values;
+    try {
+        if (reply.word != 0xFFFFFFFF || reply.messages.size() < 2)
+            fault("head of the reply at ", expected.time.sow);
+        const Bytes& body = reply.messages.at(0).body;
+        const Station1005 station = read1005(body);
+        const Station1005 plain{.station = kStationId, .xyzM = station.xyzM};
+        if (body != write1005(plain) ||
+            (values && norm(station.xyzM - predictor_.virtualAt) > 2e-4))
+            fault("station message 1005 at ", expected.time.sow);
+        static const Bytes descriptors =
+            write1033({kStationId, "GPPNULLANTENNA", 0, "", "", "", "KRV VRS"});
+        if (reply.messages.at(1).body != descriptors)
+            fault("station message 1033 at ", expected.time.sow);
+        std::vector<Msm> messages;
+        for (std::size_t i = 2; i < reply.messages.size(); ++i) {
+            messages.push_back(readMsm(reply.messages[i].body));
+            if (!messages.back().exact)
+                fault("reserved or padding bits of ", reply.messages[i].type);
+        }
+        compareMessages(messages, expected);
+        if (values)
+            compareCells(messages, expected, result);
+    } catch (const std::exception& e) {
+        fault("a message of the reply at ", expected.time.sow, ": ", e.what());
+    }
+    return verdict_.wrong == before;
+}
+
+void Judge::compareMessages(const std::vector<Msm>& messages, const Expected& expected) {
+    std::string came;
+    for (const Msm& m : messages) {
+        if (m.more != (&m != &messages.back()))
+            fault("multiple-message bit of ", m.type, " at ", expected.time.sow);
+        if (m.msm != 4 || m.station != kStationId || m.iods != 0 || !sameEpoch(m, expected.time))
+            fault("head of ", m.type, " at ", expected.time.sow);
+        came += m.sats.empty() ? m.system : group(satName(m.system, m.sats[0]));
+    }
+    std::string owed;
+    for (const char g : kSendingOrder) {
+        const auto of = [&](const ExpectedSatellite& s) {
+            return group(s.sat) == g && (s.fate == Fate::answered || s.fate == Fate::noSignal) &&
+                   !s.uncertain;
+        };
+        const bool mayCome = std::any_of(
+            expected.satellites.begin(), expected.satellites.end(),
+            [&](const ExpectedSatellite& s) { return group(s.sat) == g && s.uncertain; });
+        if (std::any_of(expected.satellites.begin(), expected.satellites.end(), of) ||
+            (mayCome && came.find(g) != std::string::npos))
+            owed += g;
+    }
+    if (!predictor_.expectation.values) { // which systems is not known, their order is
+        owed.clear();
+        for (const char g : kSendingOrder)
+            if (came.find(g) != std::string::npos)
+                owed += g;
+    }
+    if (came != owed)
+        fault("messages of ", came, " instead of ", owed, " at ", expected.time.sow);
+}
+
+void Judge::compareCells(const std::vector<Msm>& messages, const Expected& expected,
+                         EpochResult& result) {
+    std::map<std::string, const Cell*> came; // "G05 1C"
+    std::set<char> full;                     // groups whose message has all the cells it can have
+    for (const Msm& m : messages) {
+        for (const Cell& c : m.cells)
+            came[c.sat + " " + c.signal] = &c;
+        if (m.cells.size() == kMostCells) {
+            full.insert(group(m.cells.back().sat));
+            came.erase(m.cells.back().sat + " " + m.cells.back().signal);
+        }
+    }
+    for (const ExpectedSatellite& s : expected.satellites) {
+        ++verdict_.fates[s.fate];
+        EpochResult::Satellite& r = result.satellites.emplace_back();
+        r.expected = s;
+        for (const auto& [signal, cell] : s.cells) {
+            const auto it = came.find(s.sat + " " + signal);
+            if (it != came.end()) {
+                compareCell(signal, cell, *it->second, r);
+                came.erase(it);
+            } else if (!s.uncertain && !full.contains(group(s.sat))) {
+                fault(s.sat, " ", signal, " is missing at ", expected.time.sow);
+            }
+        }
+    }
+    for (const auto& [key, cell] : came)
+        fault(key, " must not be there at ", expected.time.sow);
+}
+
+void Judge::compareCell(const std::string& signal, const ExpectedCell& expected, const Cell& got,
+                        EpochResult::Satellite& result) {
+    if (!got.pseudorangeM || !got.phaseRangeM)
+        return fault(got.sat, " ", signal, " has no values");
+    const double rangeM = *got.pseudorangeM - expected.pseudorangeM;
+    double phaseM = *got.phaseRangeM - expected.phaseRangeM;
+    if (std::abs(phaseM) > 1) // a phase far from the range is taken back by whole cycles
+        phaseM = std::remainder(phaseM, expected.wavelengthM);
+    const char system = got.system;
+    const double more = system == 'J' ? kQzssBoundM : 0;
+    if (!(std::abs(rangeM) <= kRangeBoundM + more) || !(std::abs(phaseM) <= kPhaseBoundM + more))
+        fault(got.sat, " ", signal, " is off by ", rangeM, " m of range and ", phaseM,
+              " m of phase");
+    if (got.lock != 0 || got.half || !sameCnr(expected.cnr, got.cnr))
+        fault(got.sat, " ", signal, " has a wrong lock time, half-cycle flag or CNR");
+    Worst& w = verdict_.worst[system];
+    w.rangeM = std::max(w.rangeM, std::abs(rangeM));
+    w.phaseM = std::max(w.phaseM, std::abs(phaseM));
+    ++w.cells;
+    ++verdict_.cells;
+    ++verdict_.signals[system + signal];
+    if (std::abs(rangeM) > std::abs(result.rangeErrorM))
+        result.rangeErrorM = rangeM;
+    if (std::abs(phaseM) > std::abs(result.phaseErrorM))
+        result.phaseErrorM = phaseM;
+}
+
+void Judge::restart(End end) {
+    if (end == End::unexpected)
+        skip(owed_.size());
+    verdict_.lost += static_cast<int>(owed_.size());
+    owed_.clear();
+    held_.clear();
+    predictor_.restart();
+}
+
+void Judge::finish() {
+    skip(owed_.size());
+    if (!held_.empty())
+        fault(held_.size(), " bytes of an unfinished frame received");
+    held_.clear();
+}
+
+Verdict judge(const Bytes& sent, const Bytes& received, const Expectation& expectation) {
+    Judge j(expectation);
+    j.sent(sent);
+    j.received(received, 0);
+    j.finish();
+    return j.verdict();
+}
+
+} // namespace ref

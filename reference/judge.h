@@ -1,37 +1,102 @@
-/// Judges what a service sends back for a stream: the independent readers, orbits and geometry of
-/// this folder against every byte of the replies.
+/// Judges what a service sends back for a stream, byte by byte, against what it owes.
 #pragma once
 
-#include "frame.h"
-#include "geometry.h"
+#include "predict.h"
 
-#include <map>
-#include <set>
-#include <string>
-#include <vector>
+#include <deque>
+#include <functional>
 
-struct Expectation {
-    ref::Vec3 siteM;
-    int week = 0;                     ///< GPS week of the whole stream
-    std::set<std::string> satellites; ///< configured
-    std::map<int, int> channels;      ///< GLONASS, by slot
-    /// Signals that reach the epoch buffer, in the order of the decoder's slots: of two with one
-    /// band digit the later overwrites the earlier.
-    std::map<char, std::vector<std::string>> stored;
-    /// Signals that a reply carries.
-    std::map<char, std::set<std::string>> carried{{'G', {"1C", "2W", "5Q"}},
-                                                  {'R', {"1P", "2P"}},
-                                                  {'E', {"1X", "5X", "6X", "7X"}},
-                                                  {'C', {"2I", "6I", "7I"}},
-                                                  {'J', {"1C", "2X", "5Q"}}};
+namespace ref {
+
+/// Bounds on |reply - truth|: half a step of MSM4 and 0.1 mm for the rounding on the way. The
+/// rotation rate that the service uses for QZSS differs from the true one by 1.467e-12 rad/s: up to
+/// 38 m of orbit at the end of a week, 0.4 mm of the change of range over 300 m.
+constexpr double kRangeBoundM = 0.5 * 0.01787 + 1e-4;
+constexpr double kPhaseBoundM = 0.5 * 0.000559 + 1e-4;
+constexpr double kQzssBoundM = 4e-4;
+
+/// One answered epoch.
+struct EpochResult {
+    struct Satellite {
+        ExpectedSatellite expected;
+        double rangeErrorM = 0, phaseErrorM = 0; ///< the largest of its cells, signed
+    };
+    GpsTime time;
+    std::size_t bytes = 0;
+    double delayS = 0; ///< last byte of the epoch sent to first byte of the reply
+    bool right = true;
+    std::vector<Satellite> satellites;
+};
+
+struct Worst {
+    double rangeM = 0, phaseM = 0;
+    int cells = 0;
 };
 
 struct Verdict {
-    int replies = 0, forwarded = 0, cells = 0;
+    int replies = 0, forwarded = 0; ///< that came
+    int missing = 0;                ///< frames that did not come
+    int lost = 0;                   ///< owed when the connection ended; no fault
+    int cells = 0;
     std::map<std::string, int> signals; ///< cells by system and signal, such as "G1C"
-    double worstRangeM = 0, worstPhaseM = 0;
-    std::vector<std::string> faults; ///< empty: everything was right
+    std::map<char, Worst> worst;        ///< by system
+    std::map<Fate, int> fates;          ///< satellites of all epochs
+    std::map<int, std::uint64_t> bytes; ///< received by message type, 0 = frames around messages
+    std::vector<float> delaysS;         ///< of every reply whose sending time is known
+    int wrong = 0;                      ///< faults, all
+    std::vector<std::string> faults;    ///< the first of them in words
+    double worstRangeM() const;
+    double worstPhaseM() const;
 };
 
-/// Walks the stream as sent and the bytes received, side by side.
-Verdict judge(const ref::Bytes& sent, const ref::Bytes& received, const Expectation& expectation);
+class Judge {
+public:
+    explicit Judge(Expectation e) : predictor_(std::move(e)) {}
+
+    std::function<void(const EpochResult&)> onEpoch; ///< optional
+
+    /// The stream goes on with these bytes, about to be sent.
+    void sent(std::span<const std::uint8_t> piece);
+    /// So many bytes of the whole stream have left.
+    void left(std::uint64_t total, double nowS);
+    void received(std::span<const std::uint8_t> piece, double nowS);
+    /// The connection ended; what is still owed is lost with it, or missing.
+    enum class End { expected, unexpected };
+    void restart(End end);
+    /// Nothing more comes.
+    void finish();
+
+    /// Frames owed for what has been handed to sent().
+    std::size_t owed() const { return owed_.size(); }
+    const Verdict& verdict() const { return verdict_; }
+
+private:
+    struct Owed {
+        Expected expected;
+        double leftS = -1; // when its last byte left; < 0: not yet
+    };
+
+    template <class... Parts> void fault(const Parts&... parts);
+    void frame(std::span<const std::uint8_t> bytes);
+    void forwarded(std::span<const std::uint8_t> bytes);
+    void reply(std::span<const std::uint8_t> bytes);
+    void skip(std::size_t count);
+    bool compare(const Reply& reply, const Expected& expected, EpochResult& result);
+    void compareMessages(const std::vector<Msm>& messages, const Expected& expected);
+    void compareCells(const std::vector<Msm>& messages, const Expected& expected,
+                      EpochResult& result);
+    void compareCell(const std::string& signal, const ExpectedCell& expected, const Cell& got,
+                     EpochResult::Satellite& result);
+    bool sameEpoch(const Msm& m, GpsTime t) const;
+
+    Predictor predictor_;
+    std::deque<Owed> owed_;
+    Bytes held_;
+    double heldSinceS_ = 0;
+    Verdict verdict_;
+};
+
+/// All at once.
+Verdict judge(const Bytes& sent, const Bytes& received, const Expectation& expectation);
+
+} // namespace ref

@@ -205,6 +205,7 @@ Msm readMsm(const Bytes& bytes) {
     }
     body(io, f, sats, m.cells);
     addRough(m.cells, sats, 1);
+    m.exact = io.exact();
     return m;
 }
 
@@ -235,6 +236,21 @@ Bytes writeMsm(Msm m) {
     addRough(m.cells, sats, -1);
     body(io, formOf(m.msm), sats, m.cells);
     return io.bytes();
+}
+
+// DF402 counts doublings from 32 ms on. DF407 is the time itself up to 64 ms, then 32 steps for
+// every doubling.
+int lockIndicator(int msm, double lockS) {
+    const double ms = std::floor(lockS * 1000 + 1e-6);
+    int doublings = 0;
+    if (msm < 6) {
+        for (double bound = 32; ms >= bound && doublings < 15; bound *= 2)
+            ++doublings;
+        return doublings;
+    }
+    while (ms >= std::ldexp(64.0, doublings) && doublings < 20)
+        ++doublings;
+    return std::min(32 * doublings + static_cast<int>(std::ldexp(ms, -doublings)), 704);
 }
 
 std::uint32_t epochField(char system, GpsTime t) {

@@ -22,9 +22,10 @@ struct Cell {
     std::optional<double> pseudorangeM, phaseRangeM, rateMps; ///< rate: MSM5, MSM7
     int lock = 0;                                             ///< indicator as sent
     bool half = false;
-    double cnr = 0;  ///< dB-Hz
-    int info = 0;    ///< extended satellite information, MSM5 and MSM7; GLONASS: channel + 7
-    std::string sat; ///< satName(system, id)
+    double cnr = 0;   ///< dB-Hz
+    int info = 0;     ///< extended satellite information, MSM5 and MSM7; GLONASS: channel + 7
+    std::string sat;  ///< satName(system, id)
+    double lockS = 0; ///< time of continuous lock behind the indicator, where known
 };
 
 struct Msm {
@@ -37,6 +38,7 @@ struct Msm {
     std::vector<int> sats{};
     std::vector<std::string> signals{};
     std::vector<Cell> cells{}; ///< in order of satellite id, then signal id
+    bool exact = true;         ///< read: reserved and unused fields 0, nothing behind the message
 };
 
 /// std::invalid_argument for another type, std::out_of_range for a body that is too short.
@@ -47,6 +49,9 @@ Msm readMsm(const Bytes& body);
 /// a fine field that is absent gets its invalid marker, one that does not fit throws
 /// std::out_of_range.
 Bytes writeMsm(Msm m);
+
+/// DF402 (MSM4, MSM5) or DF407 of a lock time.
+int lockIndicator(int msm, double lockS);
 
 /// The epoch field of a system at a GPS time.
 std::uint32_t epochField(char system, GpsTime t);

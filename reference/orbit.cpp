@@ -3,21 +3,17 @@
 #include "msm.h"
 
 #include <complex>
+#include <map>
+#include <memory>
 #include <numbers>
 
 namespace ref {
 
 namespace {
 
-struct Earth {
-    double gm, rate; // m^3/s^2, rad/s
-};
-
-// QZSS deliberately takes the GM of GPS and the rotation rate of BeiDou.
-Earth earthOf(char system) {
-    const bool gps = system == 'G' || system == 'J';
-    const bool beidou = system == 'C' || system == 'J';
-    return {gps ? 3.986005e14 : 3.986004418e14, beidou ? 7.292115e-5 : kEarthRate};
+// m^3/s^2
+double gmOf(char system) {
+    return system == 'G' || system == 'J' ? 3.986005e14 : 3.986004418e14;
 }
 
 // GPS second of week minus a reference of the system's week, to the nearest week.
@@ -32,11 +28,14 @@ double since(const Glonass& g, GpsTime t) {
 // Newton-Raphson on Kepler's equation.
 double eccentricAnomaly(const Kepler& k, GpsTime t) {
     const double a = k.sqrtA * k.sqrtA;
-    const double n = std::sqrt(earthOf(k.system).gm / a) / a + k.deltaN;
+    const double n = std::sqrt(gmOf(k.system) / a) / a + k.deltaN;
     const double m = std::remainder(k.m0 + n * since(k, t, k.toe), 2 * std::numbers::pi);
     double anomaly = m;
-    for (int i = 0; i < 20; ++i)
-        anomaly -= (anomaly - k.e * std::sin(anomaly) - m) / (1 - k.e * std::cos(anomaly));
+    double step = 1;
+    for (int i = 0; i < 20 && std::abs(step) > 1e-16; ++i) {
+        step = (anomaly - k.e * std::sin(anomaly) - m) / (1 - k.e * std::cos(anomaly));
+        anomaly -= step;
+    }
     return anomaly;
 }
 
@@ -54,9 +53,16 @@ Vec3 attraction(const Vec3& r) {
 
 } // namespace
 
+double earthRate(char system) {
+    return system == 'C' ? 7.292115e-5 : kEarthRate;
+}
+
 Vec3 position(const Kepler& k, GpsTime t) {
+    return position(k, t, earthRate(k.system));
+}
+
+Vec3 position(const Kepler& k, GpsTime t, double rate) {
     const double tk = since(k, t, k.toe);
-    const double rate = earthOf(k.system).rate;
     const double anomaly = eccentricAnomaly(k, t);
     // complex plane of the orbit: perifocal direction, then counted from the node
     std::complex<double> plane(std::cos(anomaly) - k.e,
@@ -84,31 +90,66 @@ double clockOffset(const Kepler& k, GpsTime t) {
 }
 
 double relativityS(const Kepler& k, GpsTime t) {
-    return -2 * std::sqrt(earthOf(k.system).gm) * k.sqrtA * k.e * std::sin(eccentricAnomaly(k, t)) /
+    return -2 * std::sqrt(gmOf(k.system)) * k.sqrtA * k.e * std::sin(eccentricAnomaly(k, t)) /
            (kLightSpeed * kLightSpeed);
 }
 
-// Integrated in the axes that the Earth has at tb, held fixed, where Runge-Kutta-Nystroem of
-// fourth order applies (the force has no velocity in it). The broadcast lunisolar acceleration is
-// constant in the rotating axes. Steps of 5 s or less: the error stays below 1e-6 m over 2 h.
-Vec3 position(const Glonass& g, GpsTime t) {
-    const double dt = since(g, t);
+namespace {
+
+// Position (km) and velocity (km/s) in the axes that the Earth has at tb, held fixed, s after tb.
+struct Motion {
+    double s = 0;
+    Vec3 r{}, v{};
+};
+
+Motion atTb(const Glonass& g) {
+    return {0, g.pos, g.vel + Vec3{-kGlonassRate * g.pos[1], kGlonassRate * g.pos[0], 0}};
+}
+
+// Runge-Kutta-Nystroem of fourth order applies in fixed axes (the force has no velocity in it). The
+// broadcast lunisolar acceleration is constant in the rotating axes. Steps of 5 s or less: the
+// error stays below 1e-6 m over 2 h.
+Motion integrate(const Glonass& g, Motion m, double until) {
     const auto force = [&g](double s, const Vec3& r) {
         return attraction(r) + turnAxes(2, -kGlonassRate * s, g.acc);
     };
-    Vec3 r = g.pos;
-    Vec3 v = g.vel + Vec3{-kGlonassRate * r[1], kGlonassRate * r[0], 0};
-    const int steps = static_cast<int>(std::abs(dt) / 5) + 1;
-    const double h = dt / steps;
-    for (int i = 0; i < steps; ++i) {
-        const Vec3 k1 = force(i * h, r);
-        const Vec3 k2 = force((i + 0.5) * h, r + (h / 2) * v + (h * h / 8) * k1);
-        const Vec3 k3 = force((i + 1) * h, r + h * v + (h * h / 2) * k2);
-        r = r + h * v + (h * h / 6) * (k1 + 2 * k2);
-        v = v + (h / 6) * (k1 + 4 * k2 + k3);
+    const int steps = static_cast<int>(std::abs(until - m.s) / 5) + 1;
+    const double h = (until - m.s) / steps;
+    for (int i = 0; i < steps; ++i, m.s += h) {
+        const Vec3 k1 = force(m.s, m.r);
+        const Vec3 k2 = force(m.s + 0.5 * h, m.r + (h / 2) * m.v + (h * h / 8) * k1);
+        const Vec3 k3 = force(m.s + h, m.r + h * m.v + (h * h / 2) * k2);
+        m.r = m.r + h * m.v + (h * h / 6) * (k1 + 2 * k2);
+        m.v = m.v + (h / 6) * (k1 + 4 * k2 + k3);
     }
-    // PZ-90.02 to WGS 84, km
-    return 1000 * (turnAxes(2, kGlonassRate * dt, r) + Vec3{8e-6, 1e-6, 1e-6});
+    m.s = until;
+    return m;
+}
+
+// PZ-90.02 to WGS 84, km; m, in the axes of the Earth at that instant.
+Vec3 earthFixed(const Motion& m) {
+    return 1000 * (turnAxes(2, kGlonassRate * m.s, m.r) + Vec3{8e-6, 1e-6, 1e-6});
+}
+
+} // namespace
+
+Vec3 position(const Glonass& g, GpsTime t) {
+    return earthFixed(integrate(g, atTb(g), since(g, t)));
+}
+
+SatFn trajectory(const Glonass& g) {
+    constexpr double spacingS = 30;
+    const auto held = std::make_shared<std::map<int, Motion>>();
+    held->emplace(0, atTb(g));
+    return [g, held](GpsTime t) {
+        const double s = since(g, t);
+        const int target = static_cast<int>(s / spacingS);
+        const int way = target < 0 ? -1 : 1;
+        for (int k = way; k * way <= target * way; k += way)
+            if (!held->contains(k))
+                held->emplace(k, integrate(g, held->at(k - way), k * spacingS));
+        return earthFixed(integrate(g, held->at(target), s));
+    };
 }
 
 double clockOffset(const Glonass& g, GpsTime t) {
@@ -127,8 +168,9 @@ void Navigation::take(const Frame& f) {
 
 SatFn Navigation::satellite(const std::string& sat) const {
     if (sat.at(0) == 'R')
-        return [g = glonass.at(sat)](GpsTime t) { return position(g, t); };
-    return [k = kepler.at(sat)](GpsTime t) { return position(k, t); };
+        return trajectory(glonass.at(sat));
+    const double rate = sat[0] == 'J' ? qzssEarthRate : earthRate(sat[0]);
+    return [k = kepler.at(sat), rate](GpsTime t) { return position(k, t, rate); };
 }
 
 } // namespace ref

@@ -13,9 +13,15 @@ constexpr double kLeapS = 18;      // GPS time - UTC, from 2017 on
 constexpr double kBdtLagS = 14;    // GPS time - BDT
 constexpr double kMoscowS = 10800; // GLONASS time - UTC
 
+/// Rotation rate of the Earth that the ephemerides of a system are made for, rad/s.
+double earthRate(char system);
+
 /// Times are taken nearest to the ephemeris: within half a week, GLONASS half a day.
 Vec3 position(const Kepler& k, GpsTime t);
+Vec3 position(const Kepler& k, GpsTime t, double earthRate);
 Vec3 position(const Glonass& g, GpsTime t);
+/// position(g, t) with a memory of the states that it went through.
+SatFn trajectory(const Glonass& g);
 
 /// Satellite clock minus system time, broadcast polynomial only: no group delay. GLONASS clock
 /// terms hold the relativistic effect.
@@ -30,6 +36,7 @@ public:
     void take(const Frame& f); ///< other messages are ignored
     /// std::out_of_range for a satellite without ephemeris. The result may outlive this object.
     SatFn satellite(const std::string& sat) const;
+    double qzssEarthRate = earthRate('J'); ///< rad/s
     std::map<std::string, Kepler> kepler;
     std::map<std::string, Glonass> glonass;
 };

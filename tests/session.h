@@ -28,6 +28,12 @@ inline const ref::Vec3 kSite{-4467074.3577, 2683011.9038, -3667008.2845};
 inline constexpr const char* kAllFrequencies =
     "GPS:L1_L2_L5 GLS:L1_L2 GAL:E1_E5a_E5b_E6 BDS:B1_B2b_B3 QZS:L1_L2_L5";
 
+/// The ephemerides as the service is to take them: deliberately with BeiDou's rate for QZSS.
+inline ref::Navigation asServed(ref::Navigation navigation) {
+    navigation.qzssEarthRate = ref::earthRate('C');
+    return navigation;
+}
+
 /// Every satellite that a stream may carry.
 inline std::vector<std::string> allSatellites() {
     std::vector<std::string> names;

@@ -32,7 +32,7 @@ TEST(Road, AllocatesNothingFromBytesToReply) {
     inputSocketID = outputSocketID = -1; // replies are built and dropped
     StreamObs_m_restart();
     onrtcm = onrtcm0;
-    const ref::Sky sky(kSite);
+    ref::Sky sky(kSite);
     ref::Bytes stream;
     for (const ref::Bytes& f : sky.ephemerisFrames(now))
         stream.insert(stream.end(), f.begin(), f.end());

@@ -93,7 +93,7 @@ TEST_F(Intake, DropsWhatIsNotConfigured) {
 }
 
 TEST_F(Intake, ReportsEachMessageWithItsWholeFrameAndStartsAfresh) {
-    const ref::Sky sky(kSite);
+    ref::Sky sky(kSite);
     const Bytes eph = sky.ephemerisFrames(kNow).at(0);
     const Bytes obs = epoch(1074, {{"1C", 21e6}});
     const std::string printed = read({kPosition, eph, obs});
@@ -128,7 +128,7 @@ TEST_F(Intake, ForgetsFrameAndEpochOfALostConnection) {
 }
 
 TEST_F(Intake, StoresBdsEphemeridesInBdtAndReplacesWhole) {
-    const ref::Sky sky(kSite);
+    ref::Sky sky(kSite);
     std::vector<Bytes> frames = sky.ephemerisFrames(kNow);
     read(frames);
     EXPECT_EQ(replies.size(), frames.size());

@@ -107,7 +107,7 @@ EphRecord gpsAt(double ahead, ref::GpsTime now) {
 
 TEST(Ephemerides, OfEverySystemAreReadAsTheStandardSays) {
     const FixedClock clock(ref::GpsTime{2009, 430650});
-    const ref::Sky sky(kSite);
+    ref::Sky sky(kSite);
     Bytes stream;
     for (const Bytes& f : sky.ephemerisFrames({2009, 430650}))
         stream.insert(stream.end(), f.begin(), f.end());
@@ -169,7 +169,7 @@ TEST(Ephemerides, OfGlonassTakeTheDayNearestToTheClock) {
 
 TEST(Ephemerides, UnchangedAreNotStoredAgainUnlessAsked) {
     const FixedClock clock(ref::GpsTime{2009, 430650});
-    const ref::Sky sky(kSite);
+    ref::Sky sky(kSite);
     for (const Bytes& f : sky.ephemerisFrames({2009, 430650})) {
         const auto state = newState();
         EXPECT_EQ(feed(*state, f), std::vector<int>{kEphemeris});
@@ -191,7 +191,7 @@ TEST(Ephemerides, UnchangedAreNotStoredAgainUnlessAsked) {
 
 TEST(Ephemerides, OfUnknownSatellitesOrCutShortAreMalformed) {
     const FixedClock clock(ref::GpsTime{2009, 430650});
-    const ref::Sky sky(kSite);
+    ref::Sky sky(kSite);
     for (const Bytes& f : sky.ephemerisFrames({2009, 430650})) {
         const ref::Frame good = ref::goodFrames(f).at(0);
         const auto state = newState();
@@ -210,7 +210,7 @@ TEST(Ephemerides, OfUnknownSatellitesOrCutShortAreMalformed) {
 
 TEST(Ephemerides, Type63IsReadAs1042) {
     const FixedClock clock(ref::GpsTime{2009, 430650});
-    const ref::Sky sky(kSite);
+    ref::Sky sky(kSite);
     for (const Bytes& f : sky.ephemerisFrames({2009, 430650})) {
         ref::Frame message = ref::goodFrames(f).at(0);
         if (message.type != 1042)

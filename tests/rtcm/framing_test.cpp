@@ -102,10 +102,10 @@ TEST(Framing, GivesTheSameForBytesAndForBlocks) {
     const FixedClock clock(ref::GpsTime{2009, 430650});
     configure();
     std::mt19937 random(1);
-    const ref::Sky sky(kSite);
+    ref::Sky sky(kSite);
     Bytes stream;
-    for (int epoch = 0; epoch < 4; ++epoch) {
-        for (const Bytes& f : sky.epochFrames({2009, 430650.0 + epoch}, 4 + epoch))
+    for (int epoch = 0; epoch < 8; ++epoch) {
+        for (const Bytes& f : sky.epochFrames({2009, 430650.0 + epoch}, 4 + epoch % 4))
             stream = stream + f;
         for (int i = 0; i < 700; ++i)
             stream.push_back(static_cast<std::uint8_t>(random() % 5 ? random() : 0xD3));

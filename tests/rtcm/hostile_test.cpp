@@ -49,7 +49,7 @@ protected:
     }
     /// One frame of every type there is.
     static std::vector<Bytes> frames() {
-        const ref::Sky sky(kSite);
+        ref::Sky sky(kSite);
         std::map<int, Bytes> byType;
         auto all = sky.ephemerisFrames(kNow);
         for (int form = 4; form <= 7; ++form)

@@ -1,0 +1,181 @@
+#include "predict.h"
+
+#include "legacy.h"
+#include "slots.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace ref {
+
+namespace {
+
+constexpr double kOldestS = 7200;
+constexpr double kLowestDeg = 5;
+constexpr double kPresent = 1e6; // m and cycles; what is smaller counts as absent
+
+bool isEphemeris(int type) {
+    return type == 1019 || type == 1020 || type == 1042 || (type >= 1044 && type <= 1046);
+}
+bool isStation(int type) {
+    return (type >= 1005 && type <= 1008) || type == 1033 || type == 1230;
+}
+bool isMsm(int type) {
+    return type >= 1071 && type <= 1127 && type % 10 >= 4 && type % 10 <= 7;
+}
+bool isLegacy(int type) {
+    return type == 1002 || type == 1004 || type == 1010 || type == 1012;
+}
+
+// t moved by whole periods to where it is nearest.
+GpsTime nearest(GpsTime t, GpsTime to, double periodS) {
+    return t + -periodS * std::round((t - to) / periodS);
+}
+
+} // namespace
+
+const char* name(Fate fate) {
+    static constexpr std::array names{"answered",          "below 5 degrees", "no ephemeris",
+                                      "ephemeris too old", "no phase",        "no signal to carry"};
+    return names[static_cast<std::size_t>(fate)];
+}
+
+Predictor::Predictor(Expectation e)
+    : expectation(std::move(e)), virtualAt(virtualPoint(expectation.siteM)),
+      time_(expectation.near) {}
+
+std::vector<Expected> Predictor::take(std::span<const std::uint8_t> piece) {
+    std::vector<Expected> out;
+    for (const Frame& f : cutter_.take(piece)) {
+        const std::size_t before = out.size();
+        try {
+            message(f, out);
+        } catch (const std::exception&) {
+            continue; // contents that do not fit their message: dropped
+        }
+        for (std::size_t i = before; i < out.size(); ++i)
+            out[i].end = f.offset + f.bytes.size();
+    }
+    return out;
+}
+
+void Predictor::restart() {
+    cutter_.forget();
+    epoch_.clear();
+}
+
+void Predictor::message(const Frame& f, std::vector<Expected>& out) {
+    if (isEphemeris(f.type) || isStation(f.type)) {
+        navigation_.take(f);
+        if (f.type == 1020) {
+            const std::string sat = satName('R', readGlonass(f.body).slot);
+            orbits_[sat] = navigation_.satellite(sat);
+        } else if (isEphemeris(f.type)) {
+            const Kepler k = readKepler(f.body);
+            const std::string sat = satName(k.system, k.id);
+            orbits_[sat] = navigation_.satellite(sat);
+        }
+        epoch_.clear(); // what was collected of an epoch is wiped
+        out.push_back({0, f.type, f.bytes, {}, {}});
+    } else if (isMsm(f.type) || isLegacy(f.type)) {
+        const Msm m = isMsm(f.type) ? readMsm(f.body) : readLegacy(f.body);
+        collect(m);
+        if (m.more)
+            return;
+        Expected reply;
+        reply.time = time_;
+        if (expectation.values)
+            for (const auto& [sat, columns] : epoch_)
+                reply.satellites.push_back(satellite(sat, columns));
+        out.push_back(std::move(reply));
+        epoch_.clear();
+    }
+}
+
+GpsTime Predictor::timeOf(const Msm& m) const {
+    const double s = m.epochField * 1e-3;
+    if (m.system != 'R')
+        return nearest(GpsTime{} + (s + (m.system == 'C' ? kBdtLagS : 0)), time_, kWeekS);
+    const double tod = m.msm == 0 ? s : (m.epochField & 0x7FFFFFF) * 1e-3;
+    return nearest(GpsTime{} + (tod - kMoscowS + kLeapS), time_, 86400);
+}
+
+void Predictor::collect(const Msm& m) {
+    const GpsTime t = timeOf(m);
+    if (std::abs(t - time_) > 1e-9)
+        epoch_.clear();
+    time_ = t;
+    std::vector<std::string> signals = m.signals;
+    if (m.msm == 0) // two places, taken as they come
+        for (const Cell& c : m.cells)
+            if (std::find(signals.begin(), signals.end(), c.signal) == signals.end())
+                signals.push_back(c.signal);
+    const std::vector<std::string> order = m.msm == 0 ? signals : storedSignals(m.system, signals);
+    for (const Cell& c : m.cells)
+        if (expectation.satellites.contains(c.sat))
+            store(c, order);
+}
+
+// Places a cell in its carrier's column; the order decides between two.
+void Predictor::store(const Cell& c, const std::vector<std::string>& order) {
+    const auto rank = std::find(order.begin(), order.end(), c.signal);
+    const auto bands = expectation.bands.find(c.system);
+    if (rank == order.end() || bands == expectation.bands.end() ||
+        bands->second.find(c.signal[0]) == std::string::npos)
+        return;
+    Columns& columns = epoch_[c.sat];
+    const auto held = columns.find(c.signal[0]);
+    if (held == columns.end() || std::find(order.begin(), order.end(), held->second.signal) <= rank)
+        columns[c.signal[0]] = c;
+}
+
+// Of the clock's reference time against the epoch; BDT is compared as it stands.
+double Predictor::ageS(const std::string& sat) const {
+    if (sat[0] != 'R')
+        return std::remainder(navigation_.kepler.at(sat).toc - time_.sow, kWeekS);
+    const double tod = std::fmod(time_.sow - kLeapS + kMoscowS, 86400.0);
+    return std::remainder(navigation_.glonass.at(sat).tb * 900.0 - tod, 86400.0);
+}
+
+ExpectedSatellite Predictor::satellite(const std::string& sat, const Columns& columns) const {
+    ExpectedSatellite s;
+    s.sat = sat;
+    const auto orbit = orbits_.find(sat);
+    if (orbit != orbits_.end()) {
+        const RangeChange c = rangeChange(orbit->second, expectation.siteM, virtualAt, time_);
+        s.direction = c.direction;
+        s.changeM = c.deltaM;
+    }
+    const bool phase = std::any_of(columns.begin(), columns.end(),
+                                   [](const auto& c) { return c.second.phaseRangeM.has_value(); });
+    if (!phase)
+        s.fate = Fate::noPhase;
+    else if (orbit == orbits_.end())
+        s.fate = Fate::noEphemeris;
+    else if (std::abs(ageS(sat)) > kOldestS)
+        s.fate = Fate::oldEphemeris;
+    else if (s.direction.elevationDeg < kLowestDeg)
+        s.fate = Fate::low;
+    s.uncertain = (s.fate == Fate::answered || s.fate == Fate::low) &&
+                  std::abs(s.direction.elevationDeg - kLowestDeg) < 1e-4;
+    if (s.fate != Fate::answered && !s.uncertain)
+        return s;
+    const int channel = sat[0] == 'R' ? expectation.channels.at(columns.begin()->second.id) : 0;
+    const std::set<std::string>& carried = expectation.carried.at(sat[0]);
+    for (const auto& [digit, c] : columns) {
+        if (!carried.contains(c.signal) || !c.pseudorangeM || !c.phaseRangeM)
+            continue;
+        const double wavelengthM = kLightSpeed / frequencyHz(c.system, c.signal, channel);
+        const ExpectedCell cell{*c.pseudorangeM + s.changeM, *c.phaseRangeM + s.changeM,
+                                wavelengthM, c.cnr};
+        if (std::abs(cell.pseudorangeM) > kPresent &&
+            std::abs(cell.phaseRangeM) / wavelengthM > kPresent)
+            s.cells[c.signal] = cell;
+    }
+    if (s.cells.empty() && s.fate == Fate::answered)
+        s.fate = Fate::noSignal;
+    return s;
+}
+
+} // namespace ref

@@ -1,0 +1,91 @@
+/// What a service owes for a stream: every forwarded frame, and for every epoch the satellites,
+/// signals and values of the reply. From the bytes as they were sent, by the framing rules, with
+/// the readers, orbits and geometry of this folder.
+#pragma once
+
+#include "frame.h"
+#include "msm.h"
+#include "orbit.h"
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace ref {
+
+struct Expectation {
+    Vec3 siteM{};
+    GpsTime
+        near; ///< the first epoch is within half a week of it, of a legacy GLONASS one half a day
+    std::set<std::string> satellites; ///< configured
+    std::map<int, int> channels;      ///< GLONASS, by slot
+    /// Band digits of the configured carriers; signals on others are dropped.
+    std::map<char, std::string> bands{
+        {'G', "125"}, {'R', "12"}, {'E', "1576"}, {'C', "276"}, {'J', "125"}};
+    /// Signals that a reply carries.
+    std::map<char, std::set<std::string>> carried{{'G', {"1C", "2W", "5Q"}},
+                                                  {'R', {"1P", "2P"}},
+                                                  {'E', {"1X", "5X", "6X", "7X"}},
+                                                  {'C', {"2I", "6I", "7I"}},
+                                                  {'J', {"1C", "2X", "5Q"}}};
+    /// Without it only the form of replies is expected: their epochs, order and frames.
+    bool values = true;
+};
+
+/// What becomes of a satellite of the epoch.
+enum class Fate { answered, low, noEphemeris, oldEphemeris, noPhase, noSignal };
+const char* name(Fate fate);
+
+struct ExpectedCell {
+    double pseudorangeM = 0, phaseRangeM = 0; ///< at the virtual station
+    double wavelengthM = 0, cnr = 0;          ///< m, dB-Hz
+};
+
+struct ExpectedSatellite {
+    std::string sat;
+    Fate fate = Fate::answered;
+    bool uncertain = false;                    ///< too close to the elevation limit to say
+    Direction direction;                       ///< from the virtual station
+    double changeM = 0;                        ///< of the range
+    std::map<std::string, ExpectedCell> cells; ///< by signal
+};
+
+/// One frame that must come back.
+struct Expected {
+    std::uint64_t end = 0; ///< bytes of the stream up to the end of the frame that asks for it
+    int type = 0;          ///< of a forwarded frame; 0 = the reply to an epoch
+    Bytes frame;           ///< forwarded
+    GpsTime time;          ///< of the epoch
+    std::vector<ExpectedSatellite> satellites;
+};
+
+class Predictor {
+public:
+    explicit Predictor(Expectation e);
+    /// The stream goes on; what is owed for what it completes.
+    std::vector<Expected> take(std::span<const std::uint8_t> piece);
+    /// A new connection: unfinished frame and epoch are forgotten.
+    void restart();
+
+    const Expectation expectation;
+    const Vec3 virtualAt;
+
+private:
+    using Columns = std::map<char, Cell>; // of a satellite, by band digit
+
+    void message(const Frame& f, std::vector<Expected>& out);
+    void collect(const Msm& m);
+    void store(const Cell& c, const std::vector<std::string>& order);
+    GpsTime timeOf(const Msm& m) const;
+    ExpectedSatellite satellite(const std::string& sat, const Columns& columns) const;
+    double ageS(const std::string& sat) const;
+
+    FrameCutter cutter_;
+    Navigation navigation_;
+    std::map<std::string, SatFn> orbits_;
+    std::map<std::string, Columns> epoch_;
+    GpsTime time_;
+};
+
+} // namespace ref
