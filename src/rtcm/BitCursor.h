@@ -17,7 +17,8 @@
 /// standard's list of fields; BitReader fills a record from it, BitWriter writes one, BitCounter
 /// counts its bits. Field kinds: fixed (constant, skipped in reading), u (unsigned), s (two's
 /// complement), sm (sign and magnitude), sOrNone (s whose most negative value means "none"),
-/// text (8-bit count and characters).
+/// text (8-bit count and characters). A cursor's kReads tells a layout whether the record is being
+/// filled; fail() then says that the message contradicts itself.
 
 /// What sOrNone holds for "none".
 inline constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
@@ -47,12 +48,15 @@ inline double roundHalfUp(double x) {
 
 class BitReader {
 public:
+    static constexpr bool kReads = true;
+
     /// Reads from firstBit; what lies at or past endBit reads as 0 and makes ok() false.
     BitReader(std::span<const std::uint8_t> buff, std::size_t firstBit, std::size_t endBit)
         : buff_(buff), at_(firstBit), end_(endBit) {}
 
     bool ok() const { return at_ <= end_; }
     std::size_t left() const { return ok() ? end_ - at_ : 0; }
+    void fail() { at_ = end_ + 1; }
 
     void fixed(int width, std::uint32_t) { at_ += static_cast<std::size_t>(width); }
     template <std::integral T> void u(int width, T& value) { value = static_cast<T>(take(width)); }
@@ -108,6 +112,8 @@ private:
 
 class BitWriter {
 public:
+    static constexpr bool kReads = false;
+
     BitWriter(std::span<std::uint8_t> buff, std::size_t firstBit) : buff_(buff), at_(firstBit) {}
 
     std::size_t at() const { return at_; }
@@ -131,7 +137,7 @@ public:
     }
     void sm(int width, const double& value, double unit) {
         const double most = std::ldexp(1.0, width - 1) - 1.0;
-        put(1, value < 0.0 ? 1 : 0);
+        put(1, std::signbit(value) ? 1 : 0); // keeps a minus zero
         put(width - 1,
             static_cast<std::uint64_t>(std::min(roundHalfUp(std::fabs(value) / unit), most)));
     }
@@ -165,6 +171,8 @@ private:
 /// Counts the bits of a layout without texts.
 class BitCounter {
 public:
+    static constexpr bool kReads = false;
+
     constexpr void fixed(int width, std::uint32_t) { bits_ += width; }
     template <class T> constexpr void u(int width, const T&, double = 1.0) { bits_ += width; }
     template <class T> constexpr void s(int width, const T&, double = 1.0) { bits_ += width; }

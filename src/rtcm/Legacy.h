@@ -2,7 +2,10 @@
 
 #include "rtcm/BitCursor.h"
 
+#include <array>
 #include <cstdint>
+#include <span>
+#include <type_traits>
 
 /// Legacy: layouts of the GPS messages 1001-1004 and the GLONASS messages 1009-1012
 /// (RTCM 10403.x), one for all eight.
@@ -13,21 +16,30 @@ struct LegacyForm {
     bool l2;       // 1003, 1004, 1011, 1012
 };
 
+constexpr bool isLegacy(int type) {
+    return (type >= 1001 && type <= 1004) || (type >= 1009 && type <= 1012);
+}
+constexpr LegacyForm legacyForm(int type) {
+    const int kind = type - (type >= 1009 ? 1009 : 1001);
+    return {type >= 1009, kind % 2 == 1, kind >= 2};
+}
+
 struct LegacyHead {
     int type = 0, staid = 0;
     std::uint32_t epochMs = 0; // of the week; GLONASS: of the Moscow day
     int more = 0;
     int satellites = 0;
+    int smoothing = 0, smoothingInterval = 0;
 };
 
-inline constexpr auto layoutLegacyHead = [](auto& b, auto& h, const LegacyForm& f) {
-    b.u(12, h.type);                     // DF002
-    b.u(12, h.staid);                    // DF003
-    b.u(f.glonass ? 27 : 30, h.epochMs); // DF034, DF004
-    b.u(1, h.more);                      // DF005
-    b.u(5, h.satellites);                // DF035, DF006
-    b.fixed(1, 0);                       // DF036, DF007
-    b.fixed(3, 0);                       // DF037, DF008
+inline constexpr auto layoutLegacyHead = [](auto& b, auto& h) {
+    b.u(12, h.type);                                      // DF002
+    b.u(12, h.staid);                                     // DF003
+    b.u(legacyForm(h.type).glonass ? 27 : 30, h.epochMs); // DF034, DF004
+    b.u(1, h.more);                                       // DF005
+    b.u(5, h.satellites);                                 // DF035, DF006
+    b.u(1, h.smoothing);                                  // DF036, DF007
+    b.u(3, h.smoothingInterval);                          // DF037, DF008
 };
 
 struct LegacySatellite {
@@ -66,4 +78,24 @@ inline constexpr auto layoutLegacySatellite = [](auto& b, auto& s, const LegacyF
         if (f.extended)
             b.u(8, s.cnr2Db, 0.25); // DF050, DF020
     }
+};
+
+/// Any of the eight messages, as sent: head.type says which, head.satellites how many rows.
+struct LegacyMessage {
+    LegacyHead head;
+    std::array<LegacySatellite, 32> satellites; // the count has five bits
+};
+
+inline constexpr auto layoutLegacyBody = [](auto& b, auto& m) {
+    const LegacyForm form = legacyForm(m.head.type);
+    for (auto& s : std::span(m.satellites.data(), static_cast<std::size_t>(m.head.satellites)))
+        layoutLegacySatellite(b, s, form);
+};
+
+inline constexpr auto layoutLegacy = [](auto& b, auto& m) {
+    layoutLegacyHead(b, m.head);
+    if constexpr (std::remove_reference_t<decltype(b)>::kReads)
+        if (!b.ok() || !isLegacy(m.head.type))
+            return b.fail();
+    layoutLegacyBody(b, m);
 };

@@ -3,13 +3,17 @@
 #include "common/gnsscmn.h"
 #include "rtcm/BitCursor.h"
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <initializer_list>
+#include <span>
 #include <string_view>
+#include <type_traits>
 
-/// Msm: signal tables and layouts of the Multiple Signal Messages (RTCM 10403.x), shared by
-/// decoder and encoder.
+/// Msm: signal tables, record and layout of the Multiple Signal Messages MSM4 to MSM7
+/// (RTCM 10403.x), shared by all that read or write them.
 
 inline constexpr std::size_t kMsmSatellites = 64;
 inline constexpr std::size_t kMsmSignals = 32;
@@ -82,7 +86,7 @@ inline constexpr std::array<MsmForm, 4> kMsmForms{{
 struct MsmHead {
     int type = 0, staid = 0;
     std::uint32_t epoch = 0; // ms of week; GLONASS: day of week << 27 | ms of day
-    int more = 0, iods = 0;
+    int more = 0, iods = 0, reserved = 0;
     int steering = 0, externalClock = 0, smoothing = 0, smoothingInterval = 0;
     std::uint64_t satellites = 0; // bit 63 = id 1
     std::uint32_t signals = 0;    // bit 31 = id 1
@@ -94,7 +98,7 @@ inline constexpr auto layoutMsmHead = [](auto& b, auto& h) {
     b.u(30, h.epoch);            // DF004, DF034, DF248, DF427, DF428
     b.u(1, h.more);              // DF393
     b.u(3, h.iods);              // DF409
-    b.fixed(7, 0);               // DF001
+    b.u(7, h.reserved);          // DF001
     b.u(2, h.steering);          // DF411
     b.u(2, h.externalClock);     // DF412
     b.u(1, h.smoothing);         // DF417
@@ -116,7 +120,7 @@ inline constexpr auto layoutMsmSatellites = [](auto& b, auto& satellites, const 
         b.u(8, s.rangeMs); // DF397
     if (f.rates)
         for (auto& s : satellites)
-            b.u(4, s.extended);
+            b.u(4, s.extended); // GLONASS: channel + 7, DF419
     for (auto& s : satellites)
         b.u(10, s.rangeFraction); // DF398
     if (f.rates)
@@ -148,3 +152,69 @@ inline constexpr auto layoutMsmCells = [](auto& b, auto& cells, const MsmForm& f
         for (auto& c : cells)
             b.sOrNone(15, c.rateMps, 1e-4); // DF404
 };
+
+/// Any of the 28 messages, as sent: head.type says which. Rows beyond the counts are unused.
+struct MsmMessage {
+    MsmHead head;
+    std::size_t satelliteCount = 0, signalCount = 0, cellCount = 0;
+    std::uint64_t cellMask = 0;                          // DF396 as sent; its last bit is bit 0
+    std::array<MsmSatellite, kMsmSatellites> satellites; // in order of id
+    std::array<MsmCell, kMsmCells> cells;                // satellite by satellite
+
+    std::size_t pairs() const { return satelliteCount * signalCount; }
+    std::size_t maskBits() const { return std::min(pairs(), kMsmCells); }
+    /// Whether a satellite has a signal, both by rank; pairs() must not exceed 64.
+    bool hasCell(std::size_t satellite, std::size_t signal) const {
+        return cellMask >> (pairs() - 1 - satellite * signalCount - signal) & 1U;
+    }
+    /// Counts that follow from the masks of the head, before the cell mask is used.
+    void countHead() {
+        satelliteCount = static_cast<std::size_t>(std::popcount(head.satellites));
+        signalCount = static_cast<std::size_t>(std::popcount(head.signals));
+    }
+    void countCells() { cellCount = static_cast<std::size_t>(std::popcount(cellMask)); }
+};
+
+constexpr bool isMsm4To7(int type) {
+    return type >= 1071 && type <= 1137 && type % 10 >= 4 && type % 10 <= 7;
+}
+/// System of an MSM type.
+constexpr const MsmSystem& msmSystem(int type) {
+    return kMsmSystems[static_cast<std::size_t>((type - 1070) / 10)];
+}
+
+/// What follows the head, whose counts are known and whose pairs are 64 at most where it is read.
+inline constexpr auto layoutMsmBody = [](auto& b, auto& m) {
+    const MsmForm& form = kMsmForms[static_cast<std::size_t>(m.head.type % 10 - 4)];
+    if (m.maskBits() > 0)
+        b.u(static_cast<int>(m.maskBits()), m.cellMask); // DF396
+    if constexpr (std::remove_reference_t<decltype(b)>::kReads)
+        m.countCells();
+    const std::span satellites(m.satellites.data(), m.satelliteCount);
+    const std::span cells(m.cells.data(), m.cellCount);
+    layoutMsmSatellites(b, satellites, form);
+    layoutMsmCells(b, cells, form);
+};
+
+/// A whole message. Before it is written, the counts are set.
+inline constexpr auto layoutMsm = [](auto& b, auto& m) {
+    layoutMsmHead(b, m.head);
+    if constexpr (std::remove_reference_t<decltype(b)>::kReads) {
+        m.countHead();
+        if (!b.ok() || !isMsm4To7(m.head.type) || m.pairs() > kMsmCells)
+            return b.fail();
+    }
+    layoutMsmBody(b, m);
+};
+
+/// Places the 1-based positions of the set bits, the most significant being 1; their number.
+template <class Mask, std::size_t n> std::size_t listBits(Mask mask, std::array<int, n>& out) {
+    static_assert(n == 8 * sizeof(Mask));
+    std::size_t count = 0;
+    while (mask) {
+        const int at = std::countl_zero(mask);
+        out[count++] = at + 1;
+        mask &= ~(Mask{1} << (static_cast<int>(n) - 1 - at));
+    }
+    return count;
+}

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr std::size_t kMaxFrame = 1029; // header, 1023 bytes, check word
-
 void clearTouched(RtcmState& s) {
     for (std::size_t row = 0; s.touched.any() && row < s.touched.size(); ++row) {
         if (!s.touched.test(row))
@@ -93,25 +91,19 @@ int input_rtcm3(RtcmState& s, std::uint8_t byte) {
 
 int gen_rtcm3(RtcmState& s, int type, int subtype, int sync) {
     s.nbyte = s.nbit = s.len = 0;
-    setbitu(s.buff, 0, 8, kPreamble);
-    setbitu(s.buff, 8, 16, 0);
     s.nbit = kMessageBit;
     if (!encode_rtcm3(s, type, subtype, sync)) {
         s.nbit = 0;
         return 0;
     }
-    for (; s.nbit % 8 != 0; ++s.nbit)
-        setbitu(s.buff, static_cast<std::size_t>(s.nbit), 1, 0);
-    s.len = s.nbit / 8;
-    if (static_cast<std::size_t>(s.len) + kCheckBytes > kMaxFrame) {
+    s.nbyte = static_cast<int>(closeFrame(s.buff, static_cast<std::size_t>(s.nbit)));
+    s.len = (s.nbit + 7) / 8;
+    s.nbit = 8 * s.len;
+    if (s.nbyte == 0) {
         trace(2, "generate rtcm 3 message length error len=%d\n", s.len);
         s.nbit = s.len = 0;
         return 0;
     }
-    const auto len = static_cast<std::size_t>(s.len);
-    setbitu(s.buff, 14, 10, static_cast<std::uint32_t>(len - kHeaderBytes));
-    setbitu(s.buff, len * 8, 24, crc24q({s.buff.data(), len}));
-    s.nbyte = static_cast<int>(len + kCheckBytes);
     return 1;
 }
 

@@ -2,7 +2,7 @@
 
 #include "common/GTime.h"
 #include "common/gnsscmn.h"
-#include "rtcm/BitCursor.h"
+#include "rtcm/Frame.h"
 
 #include <array>
 #include <bitset>
@@ -14,12 +14,8 @@
 /// rtcm: framing of RTCM 3 (RTCM 10403.x) and RtcmState, the one record that a decoder or an
 /// encoder keeps between bytes and between messages. Times are GPS time; phases cycles, ranges m.
 
-inline constexpr std::size_t kObsSlots = 5;    // signals of an observation record
-inline constexpr std::size_t kMaxObs = 96;     // records of an epoch
-inline constexpr std::size_t kHeaderBytes = 3; // preamble, reserved bits, length
-inline constexpr std::size_t kCheckBytes = 3;
-inline constexpr std::uint8_t kPreamble = 0xD3;
-inline constexpr std::size_t kMessageBit = 8 * kHeaderBytes; // first bit of a message in a frame
+inline constexpr std::size_t kObsSlots = 5; // signals of an observation record
+inline constexpr std::size_t kMaxObs = 96;  // records of an epoch
 
 /// Statuses of the decoders; an intake callback gets the positive ones.
 enum Status : int {

@@ -1,3 +1,4 @@
+#include "rtcm/Legacy.h"
 #include "rtcm/decode.h"
 
 #include "common/Clock.h"
@@ -33,7 +34,7 @@ constexpr std::array<Handler, 15> kHandlers{{{1005, decode_type1005},
 int dispatch(RtcmState& s, int type) {
     if (type >= 1071 && type <= 1137)
         return decodeMsm(s, type);
-    if ((type >= 1001 && type <= 1004) || (type >= 1009 && type <= 1012))
+    if (isLegacy(type))
         return decodeLegacy(s, type);
     for (const Handler& handler : kHandlers)
         if (handler.type == type)

@@ -100,11 +100,11 @@ bool resolveTime(RtcmState& s, const LegacyForm& f, std::uint32_t epochMs) {
 } // namespace
 
 int decodeLegacy(RtcmState& s, int type) {
-    const int kind = type - (type >= 1009 ? 1009 : 1001);
-    const LegacyForm form{type >= 1009, kind % 2 == 1, kind >= 2};
+    const LegacyForm form = legacyForm(type);
     BitReader in = messageOf(s);
-    LegacyHead head;
-    layoutLegacyHead(in, head, form);
+    LegacyMessage message;
+    const LegacyHead& head = message.head;
+    layoutLegacyHead(in, message.head);
     if (!in.ok()) {
         trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
         return kMalformed;
@@ -116,14 +116,12 @@ int decodeLegacy(RtcmState& s, int type) {
     if (!test_staid(s, head.staid))
         return kMalformed;
     // The length is judged once for all satellites, before any of them is stored.
-    std::array<LegacySatellite, 32> satellites;
-    for (int i = 0; i < head.satellites; ++i)
-        layoutLegacySatellite(in, satellites[static_cast<std::size_t>(i)], form);
+    layoutLegacyBody(in, message);
     if (!in.ok()) {
         trace(2, "rtcm3 %d length error: len=%d nsat=%d\n", type, s.len, head.satellites);
         return kMalformed;
     }
     for (int i = 0; i < head.satellites; ++i)
-        storeSatellite(s, satellites[static_cast<std::size_t>(i)], form, type);
+        storeSatellite(s, message.satellites[static_cast<std::size_t>(i)], form, type);
     return endOfMessage(s, head.more != 0);
 }

@@ -5,23 +5,18 @@
 #include "common/Print.h"
 
 #include <array>
-#include <bit>
-#include <span>
 
 namespace {
 
 constexpr std::size_t kMainSlots = 4; // the slot after them takes one further signal
 
-/// The message apart from its cells' values.
-struct Message {
+/// The message, and its masks as lists.
+struct Message : MsmMessage {
+    explicit Message(int type) : system(msmSystem(type)) {}
+
     const MsmSystem& system;
-    MsmHead head;
     std::array<int, kMsmSatellites> ids; // 1..64
     std::array<int, kMsmSignals> signalIds;
-    std::size_t satelliteCount = 0;
-    std::size_t signalCount = 0;
-    std::uint64_t cellMask = 0; // bit 63 - k: cell k, satellite by satellite
-    std::size_t cellCount = 0;
 };
 
 /// A signal of the message: where its cells go.
@@ -31,17 +26,6 @@ struct Signal {
     double hz = 0.0;
 };
 using Signals = std::array<Signal, kMsmSignals>;
-
-/// Places the 1-based positions of the set bits, the most significant being 1.
-template <class Mask, std::size_t n> std::size_t listBits(Mask mask, std::array<int, n>& out) {
-    std::size_t count = 0;
-    while (mask) {
-        const int at = std::countl_zero(mask);
-        out[count++] = at + 1;
-        mask &= ~(Mask{1} << (static_cast<int>(n) - 1 - at));
-    }
-    return count;
-}
 
 /// Epoch times that no clock can show are refused: a week, or a day with its leap second.
 bool resolveTime(RtcmState& s, System system, std::uint32_t epoch) {
@@ -58,7 +42,7 @@ bool resolveTime(RtcmState& s, System system, std::uint32_t epoch) {
     return epoch < weekMs;
 }
 
-/// Head and masks. kMalformed, or kNothing when the body may follow.
+/// The head. kMalformed, or kNothing when the body may follow.
 int decode_msm_head(RtcmState& s, BitReader& in, Message& m, int type) {
     layoutMsmHead(in, m.head);
     if (!in.ok()) {
@@ -71,24 +55,19 @@ int decode_msm_head(RtcmState& s, BitReader& in, Message& m, int type) {
     }
     if (!test_staid(s, m.head.staid))
         return kMalformed;
-    m.satelliteCount = listBits(m.head.satellites, m.ids);
-    m.signalCount = listBits(m.head.signals, m.signalIds);
-    const std::size_t bits = m.satelliteCount * m.signalCount;
-    if (bits > kMsmCells) {
+    m.countHead();
+    listBits(m.head.satellites, m.ids);
+    listBits(m.head.signals, m.signalIds);
+    if (m.pairs() > kMsmCells) {
         trace(2, "rtcm3 %d number of sats and sigs error: nsat=%d nsig=%d\n", type,
               static_cast<int>(m.satelliteCount), static_cast<int>(m.signalCount));
         return kMalformed;
     }
-    if (in.left() < bits) {
+    if (in.left() < m.pairs()) {
         trace(2, "rtcm3 %d length error: len=%d nsat=%d nsig=%d\n", type, s.len,
               static_cast<int>(m.satelliteCount), static_cast<int>(m.signalCount));
         return kMalformed;
     }
-    if (bits > 0) {
-        in.u(static_cast<int>(bits), m.cellMask);
-        m.cellMask <<= 64 - bits;
-    }
-    m.cellCount = static_cast<std::size_t>(std::popcount(m.cellMask));
     return kNothing;
 }
 
@@ -183,11 +162,9 @@ void storeCell(RtcmState& s, ObsRecord& record, const Signal& signal, double hz,
 }
 
 /// Puts the cells of a whole message into the records of its epoch.
-void save_msm_obs(RtcmState& s, const Message& m, int type,
-                  std::span<const MsmSatellite> satellites, std::span<const MsmCell> cells) {
+void save_msm_obs(RtcmState& s, const Message& m, int type) {
     const Signals signals = signalsOf(s, m, type);
     std::size_t cell = 0;
-    std::uint64_t mask = m.cellMask;
     for (std::size_t i = 0; i < m.satelliteCount; ++i) {
         const int prn = m.ids[i] + m.system.firstPrn - 1;
         const int sat = satno(m.system.system, prn);
@@ -200,16 +177,16 @@ void save_msm_obs(RtcmState& s, const Message& m, int type,
         if (m.system.system == kGlonass && sat != 0)
             if (const int fcn = fcn_glo(sat, s); fcn >= 0)
                 channel = fcn - 7;
-        for (std::size_t j = 0; j < m.signalCount; ++j, mask <<= 1) {
-            if (!(mask >> 63))
+        for (std::size_t j = 0; j < m.signalCount; ++j) {
+            if (!m.hasCell(i, j))
                 continue;
-            const MsmCell& values = cells[cell++];
+            const MsmCell& values = m.cells[cell++];
             if (!record || signals[j].slot < 0)
                 continue;
             const double hz = m.system.system == kGlonass
                                   ? code2freq(kGlonass, signals[j].code, channel)
                                   : signals[j].hz;
-            storeCell(s, *record, signals[j], hz, satellites[i], values);
+            storeCell(s, *record, signals[j], hz, m.satellites[i], values);
         }
     }
 }
@@ -218,26 +195,18 @@ void save_msm_obs(RtcmState& s, const Message& m, int type,
 
 /// Every MSM; MSM1 to MSM3 carry no full observations and are passed over.
 int decodeMsm(RtcmState& s, int type) {
-    const int number = type % 10;
-    const auto row = static_cast<std::size_t>((type - 1070) / 10);
-    if (number < 4 || number > 7)
+    if (!isMsm4To7(type))
         return kNothing;
-    Message m{kMsmSystems[row], {}, {}, {}};
+    Message m(type);
     BitReader in = messageOf(s);
     if (decode_msm_head(s, in, m, type) == kMalformed)
         return kMalformed;
-    std::array<MsmSatellite, kMsmSatellites> satelliteRows;
-    std::array<MsmCell, kMsmCells> cellRows;
-    const std::span satellites(satelliteRows.data(), m.satelliteCount);
-    const std::span cells(cellRows.data(), m.cellCount);
-    const MsmForm& form = kMsmForms[static_cast<std::size_t>(number - 4)];
-    layoutMsmSatellites(in, satellites, form);
-    layoutMsmCells(in, cells, form);
+    layoutMsmBody(in, m);
     if (!in.ok()) {
         trace(2, "rtcm3 %d length error: nsat=%d ncell=%d len=%d\n", type,
               static_cast<int>(m.satelliteCount), static_cast<int>(m.cellCount), s.len);
         return kMalformed;
     }
-    save_msm_obs(s, m, type, satellites, cells);
+    save_msm_obs(s, m, type);
     return endOfMessage(s, m.head.more != 0);
 }

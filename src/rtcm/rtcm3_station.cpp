@@ -13,40 +13,39 @@ namespace {
 
 /// Reads a message by its layout into a scratch record; the state takes it only when it is whole
 /// and from the right station.
-template <class Layout>
-bool readStation(RtcmState& s, const Layout& layout, int type, StationInfo& info) {
-    int staid = 0;
-    info = s.sta;
-    StationMessage message{staid, info};
+template <class Layout, class Record>
+bool readStation(RtcmState& s, const Layout& layout, int type, Record& message) {
     BitReader in = messageOf(s);
     layout(in, message);
     if (!in.ok()) {
         trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
         return false;
     }
-    return test_staid(s, staid);
+    return test_staid(s, message.staid);
 }
 
-int storePosition(RtcmState& s, StationInfo& info) {
-    info.deltype = 0;
-    info.del = {};
-    s.sta = info;
+int storePosition(RtcmState& s, const WirePosition& m) {
+    s.sta.itrf = m.itrf;
+    s.sta.pos = m.pos;
+    s.sta.hgt = m.hgt;
+    s.sta.deltype = 0;
+    s.sta.del = {};
     return kStation;
 }
 
 /// Latitude and longitude (degrees, east positive) and height (m).
-std::string positionLabel(int staid, const StationInfo& info) {
-    const Vector3 blh = xyzblh(info.pos, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
+std::string positionLabel(int staid, const WirePosition& m) {
+    const Vector3 blh = xyzblh(m.pos, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
     const double lat = blh[0] * 180.0 / kPi;
     const double lon = std::remainder(blh[1] * 180.0 / kPi, 360.0);
     return text(" staid=%4d pos=%.8f %.8f %.3f", staid, lat, lon, blh[2]);
 }
 
 template <class Layout> int readAntenna(RtcmState& s, const Layout& layout, int type) {
-    StationInfo info;
-    if (!readStation(s, layout, type, info))
+    WireStation m{0, s.sta};
+    if (!readStation(s, layout, type, m))
         return kMalformed;
-    s.sta = info;
+    s.sta = m.sta;
     if (s.outtype)
         s.msgtype += text(" staid=%4d", s.staid);
     return kStation;
@@ -55,22 +54,21 @@ template <class Layout> int readAntenna(RtcmState& s, const Layout& layout, int 
 } // namespace
 
 int decode_type1005(RtcmState& s) {
-    StationInfo info;
-    if (!readStation(s, layout1005, 1005, info))
+    WirePosition m;
+    if (!readStation(s, layout1005, 1005, m))
         return kMalformed;
-    info.hgt = 0.0;
     if (s.outtype)
-        s.msgtype += positionLabel(s.staid, info);
-    return storePosition(s, info);
+        s.msgtype += positionLabel(s.staid, m);
+    return storePosition(s, m);
 }
 
 int decode_type1006(RtcmState& s) {
-    StationInfo info;
-    if (!readStation(s, layout1006, 1006, info))
+    WirePosition m;
+    if (!readStation(s, layout1006, 1006, m))
         return kMalformed;
     if (s.outtype)
-        s.msgtype += positionLabel(s.staid, info) + text(" anth=%.3f", info.hgt);
-    return storePosition(s, info);
+        s.msgtype += positionLabel(s.staid, m) + text(" anth=%.3f", m.hgt);
+    return storePosition(s, m);
 }
 
 int decode_type1007(RtcmState& s) {
@@ -89,29 +87,23 @@ int decode_type1033(RtcmState& s) {
 }
 
 int decode_type1029(RtcmState& s) {
-    int staid = 0;
-    int bytes = 0;
+    UnicodeText m;
     BitReader in = messageOf(s);
-    in.fixed(12, 1029);
-    in.u(12, staid);
-    in.fixed(16, 0); // DF051 MJD
-    in.fixed(17, 0); // DF052 seconds of day
-    in.fixed(7, 0);  // DF138 characters
-    in.u(8, bytes);  // DF139 bytes of UTF-8
+    layout1029Head(in, m);
     if (!in.ok()) {
         trace(2, "rtcm3 1029 length error: len=%d\n", s.len);
         return kMalformed;
     }
-    if (in.left() < static_cast<std::size_t>(bytes) * 8) {
-        trace(2, "rtcm3 1029 length error: len=%d nchar=%d\n", s.len, bytes);
+    layout1029Text(in, m);
+    if (!in.ok()) {
+        trace(2, "rtcm3 1029 length error: len=%d nchar=%d\n", s.len, m.bytes);
         return kMalformed;
     }
-    const std::size_t kept = std::min(static_cast<std::size_t>(bytes), s.msg.size() - 1);
-    for (std::size_t i = 0; i < kept; ++i)
-        in.u(8, s.msg[i]); // DF140
+    const std::size_t kept = std::min(static_cast<std::size_t>(m.bytes), s.msg.size() - 1);
+    std::copy_n(m.text.begin(), kept, s.msg.begin());
     s.msg[kept] = '\0';
     if (s.outtype)
-        s.msgtype += text(" staid=%4d text=%s", staid, s.msg.data());
+        s.msgtype += text(" staid=%4d text=%s", m.staid, s.msg.data());
     return kNothing;
 }
 

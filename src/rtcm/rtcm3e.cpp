@@ -229,24 +229,27 @@ MsmCell cellFields(RtcmState& s, const ObsRecord& record, std::size_t k, const M
     return cell;
 }
 
-void putHead(const RtcmState& s, BitWriter& out, const MsmIndex& index, int type, int sync) {
-    const MsmHead head{.type = type,
-                       .staid = s.staid,
-                       .epoch = epochField(kMsmSystems[index.row].system, s.time),
-                       .more = sync ? 1 : 0,
-                       .iods = s.seqno,
-                       .satellites = index.satellites,
-                       .signals = index.signals};
-    layoutMsmHead(out, head);
-    for (std::size_t i = 0; i < std::min(index.pairs(), kMsmCells); ++i)
-        out.u(1, index.cellNumber[i] != 0 ? 1 : 0);
+/// Head, counts and masks.
+void fillHead(MsmMessage& m, const RtcmState& s, const MsmIndex& index, int type, int sync) {
+    m.head = {.type = type,
+              .staid = s.staid,
+              .epoch = epochField(kMsmSystems[index.row].system, s.time),
+              .more = sync ? 1 : 0,
+              .iods = s.seqno,
+              .satellites = index.satellites,
+              .signals = index.signals};
+    m.satelliteCount = index.satelliteCount;
+    m.signalCount = index.signalCount;
+    m.cellCount = index.cellCount; // also those whose bit has no place in the mask
+    for (std::size_t i = 0; i < m.maskBits(); ++i)
+        m.cellMask = m.cellMask << 1 | (index.cellNumber[i] != 0 ? 1U : 0U);
 }
 
 /// MSM4 of one system from the records of the state.
 int encode_msm4(RtcmState& s, std::size_t row, int type, int sync) {
     const MsmIndex index = indexOf(s, row);
-    std::array<MsmSatellite, kMsmSatellites> satelliteRows;
-    std::array<MsmCell, kMsmCells> cellRows;
+    MsmMessage m;
+    fillHead(m, s, index, type, sync);
     std::array<RoughRange, kMsmSatellites> rough;
     forRecords(s, kMsmSystems[row], [&](const ObsRecord& record, int id) {
         const std::size_t satellite = rankOf(index.satellites, id);
@@ -254,39 +257,41 @@ int encode_msm4(RtcmState& s, std::size_t row, int type, int sync) {
             rough[satellite] = roughRangeOf(record, row);
     });
     for (std::size_t i = 0; i < index.satelliteCount; ++i)
-        satelliteRows[i] = satelliteFields(rough[i], s.time);
+        m.satellites[i] = satelliteFields(rough[i], s.time);
     forRecords(s, kMsmSystems[row], [&](const ObsRecord& record, int id) {
         const std::size_t satellite = rankOf(index.satellites, id);
         forSignals(record, row, [&](std::size_t k, int signal) {
             const std::size_t number =
                 index.cellNumber[index.at(satellite, rankOf(index.signals, signal))];
             if (number > 0 && number < kMsmCells) // the 64th stays without values
-                cellRows[number - 1] = cellFields(s, record, k, index, rough[satellite].metres());
+                m.cells[number - 1] = cellFields(s, record, k, index, rough[satellite].metres());
         });
     });
     BitWriter out(s.buff, kMessageBit);
-    putHead(s, out, index, type, sync);
-    const std::span satellites(satelliteRows.data(), index.satelliteCount);
-    const std::span cells(cellRows.data(), index.cellCount);
-    layoutMsmSatellites(out, satellites, kMsmForms[0]);
-    layoutMsmCells(out, cells, kMsmForms[0]);
+    layoutMsm(out, m);
     s.nbit = static_cast<int>(out.at());
     return 1;
 }
 
-template <class Layout> int encodeStation(RtcmState& s, const Layout& layout) {
+template <class Layout, class Record>
+int encodeStation(RtcmState& s, const Layout& layout, const Record& record) {
     BitWriter out(s.buff, kMessageBit);
-    const StationMessage message{s.staid, s.sta};
-    layout(out, message);
+    layout(out, record);
     s.nbit = static_cast<int>(out.at());
     return 1;
 }
 
 int encode_type1005(RtcmState& s) {
-    return encodeStation(s, layout1005);
+    return encodeStation(s, layout1005,
+                         WirePosition{.staid = s.staid,
+                                      .itrf = s.sta.itrf,
+                                      .gps = 1,
+                                      .glonass = 1,
+                                      .pos = s.sta.pos,
+                                      .oscillator = 1});
 }
 int encode_type1033(RtcmState& s) {
-    return encodeStation(s, layout1033);
+    return encodeStation(s, layout1033, WireStation{s.staid, s.sta});
 }
 
 } // namespace

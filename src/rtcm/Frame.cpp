@@ -1,0 +1,15 @@
+#include "rtcm/Frame.h"
+
+#include "common/bits.h"
+
+std::size_t closeFrame(std::span<std::uint8_t> buff, std::size_t nbit) {
+    const std::size_t bytes = (nbit + 7) / 8;
+    if (bytes < kHeaderBytes || bytes > kHeaderBytes + kMaxBody ||
+        bytes + kCheckBytes > buff.size())
+        return 0;
+    setbitu(buff, nbit, static_cast<int>(8 * bytes - nbit), 0);
+    setbitu(buff, 0, 8, kPreamble);
+    setbitu(buff, 8, 16, static_cast<std::uint32_t>(bytes - kHeaderBytes));
+    setbitu(buff, 8 * bytes, 24, crc24q(buff.first(bytes)));
+    return bytes + kCheckBytes;
+}

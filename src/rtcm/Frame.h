@@ -1,0 +1,48 @@
+#pragma once
+
+#include "rtcm/BitCursor.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+/// Frame: the transport layer of RTCM 3 (RTCM 10403.x): preamble, six reserved bits, ten bits of
+/// length, message, CRC-24Q; and whole frames from a layout and its record.
+
+inline constexpr std::uint8_t kPreamble = 0xD3;
+inline constexpr std::size_t kHeaderBytes = 3; // preamble, reserved bits, length
+inline constexpr std::size_t kCheckBytes = 3;
+inline constexpr std::size_t kMaxBody = 1023;
+inline constexpr std::size_t kMaxFrame = kHeaderBytes + kMaxBody + kCheckBytes;
+inline constexpr std::size_t kMessageBit = 8 * kHeaderBytes; // first bit of a message in a frame
+
+/// Closes the frame whose message ends before bit nbit of buff: pads the last byte with zeros,
+/// writes header and check word. The frame's length in bytes; 0 where the message is above 1023
+/// bytes or the frame does not fit.
+std::size_t closeFrame(std::span<std::uint8_t> buff, std::size_t nbit);
+
+/// The frame of one message; empty where the message is too long.
+template <class Layout, class Record>
+std::vector<std::uint8_t> frameOf(const Layout& layout, const Record& record) {
+    std::vector<std::uint8_t> buff(kMaxFrame);
+    BitWriter out(buff, kMessageBit);
+    layout(out, record);
+    buff.resize(closeFrame(buff, out.at()));
+    return buff;
+}
+
+/// The message of a whole frame, between header and check word.
+inline BitReader messageOf(std::span<const std::uint8_t> frame) {
+    const std::size_t end =
+        frame.size() < kHeaderBytes + kCheckBytes ? 0 : frame.size() - kCheckBytes;
+    return {frame, kMessageBit, 8 * end};
+}
+
+/// Fills a record from a whole frame; false where the message is shorter than its layout.
+template <class Layout, class Record>
+bool readFrame(const Layout& layout, std::span<const std::uint8_t> frame, Record& record) {
+    BitReader in = messageOf(frame);
+    layout(in, record);
+    return in.ok();
+}
