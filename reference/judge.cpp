@@ -298,11 +298,8 @@ void Judge::compareCell(const std::string& signal, const ExpectedCell& expected,
         result.phaseErrorM = phaseM;
 }
 
-void Judge::restart(End end) {
-    if (end == End::unexpected)
-        skip(owed_.size());
-    verdict_.lost += static_cast<int>(owed_.size());
-    owed_.clear();
+void Judge::restart() {
+    skip(owed_.size());
     held_.clear();
     predictor_.restart();
 }

@@ -36,7 +36,6 @@ struct Worst {
 struct Verdict {
     int replies = 0, forwarded = 0; ///< that came
     int missing = 0;                ///< frames that did not come
-    int lost = 0;                   ///< owed when the connection ended; no fault
     int cells = 0;
     std::map<std::string, int> signals; ///< cells by system and signal, such as "G1C"
     std::map<char, Worst> worst;        ///< by system
@@ -60,9 +59,8 @@ public:
     /// So many bytes of the whole stream have left.
     void left(std::uint64_t total, double nowS);
     void received(std::span<const std::uint8_t> piece, double nowS);
-    /// The connection ended; what is still owed is lost with it, or missing.
-    enum class End { expected, unexpected };
-    void restart(End end);
+    /// The connection ended; what is still owed is missing.
+    void restart();
     /// Nothing more comes.
     void finish();
 

@@ -41,6 +41,14 @@ const char* name(Fate fate) {
     return names[static_cast<std::size_t>(fate)];
 }
 
+GpsTime timeNear(const Msm& m, GpsTime near) {
+    const double s = m.epochField * 1e-3;
+    if (m.system != 'R')
+        return nearest(GpsTime{} + (s + (m.system == 'C' ? kBdtLagS : 0)), near, kWeekS);
+    const double tod = m.msm == 0 ? s : (m.epochField & 0x7FFFFFF) * 1e-3;
+    return nearest(GpsTime{} + (tod - kMoscowS + kLeapS), near, 86400);
+}
+
 Predictor::Predictor(Expectation e)
     : expectation(std::move(e)), virtualAt(virtualPoint(expectation.siteM)),
       time_(expectation.near) {}
@@ -93,16 +101,8 @@ void Predictor::message(const Frame& f, std::vector<Expected>& out) {
     }
 }
 
-GpsTime Predictor::timeOf(const Msm& m) const {
-    const double s = m.epochField * 1e-3;
-    if (m.system != 'R')
-        return nearest(GpsTime{} + (s + (m.system == 'C' ? kBdtLagS : 0)), time_, kWeekS);
-    const double tod = m.msm == 0 ? s : (m.epochField & 0x7FFFFFF) * 1e-3;
-    return nearest(GpsTime{} + (tod - kMoscowS + kLeapS), time_, 86400);
-}
-
 void Predictor::collect(const Msm& m) {
-    const GpsTime t = timeOf(m);
+    const GpsTime t = timeNear(m, time_);
     if (std::abs(t - time_) > 1e-9)
         epoch_.clear();
     time_ = t;

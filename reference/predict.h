@@ -33,6 +33,10 @@ struct Expectation {
     bool values = true;
 };
 
+/// Epoch of an observation message, where it is nearest to a time: within half a week, GLONASS half
+/// a day.
+GpsTime timeNear(const Msm& m, GpsTime near);
+
 /// What becomes of a satellite of the epoch.
 enum class Fate { answered, low, noEphemeris, oldEphemeris, noPhase, noSignal };
 const char* name(Fate fate);
@@ -77,7 +81,6 @@ private:
     void message(const Frame& f, std::vector<Expected>& out);
     void collect(const Msm& m);
     void store(const Cell& c, const std::vector<std::string>& order);
-    GpsTime timeOf(const Msm& m) const;
     ExpectedSatellite satellite(const std::string& sat, const Columns& columns) const;
     double ageS(const std::string& sat) const;
 

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "reference/geometry.h"
+
+#include <optional>
+#include <string>
+
+/// Calendar: UTC texts of GPS times, from 2017 on (18 leap seconds).
+
+/// "2018-07-12 23:37:11", with milliseconds where asked for.
+enum class Fraction { none, milliseconds };
+std::string utcText(ref::GpsTime t, Fraction fraction);
+/// Reads "2018-07-12 23:37:11" or with a T in the middle and a Z behind; nothing for another text
+/// or a time before 2017 or after 2099.
+std::optional<ref::GpsTime> parseUtc(const std::string& text);
+/// Modified Julian Date of the UTC day.
+int utcMjd(ref::GpsTime t);

@@ -1,0 +1,309 @@
+#include "ctl/Simulate.h"
+
+#include "common/Findings.h"
+#include "ctl/Calendar.h"
+#include "ctl/Deployment.h"
+#include "ctl/Simulator.h"
+#include "ctl/Summary.h"
+
+#include <charconv>
+#include <cmath>
+#include <csignal>
+#include <fstream>
+#include <iostream>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t kMostJudgedByValue = 16;      // endpoints
+constexpr double kMostClockDifferenceS = 11 * 3600; // half a GLONASS day, with room
+constexpr std::string_view kAllSystems = "GRECJS";
+
+volatile std::sig_atomic_t stopAsked = 0;
+
+/// What the command line says, as it stands there.
+struct Words {
+    std::string host = "127.0.0.1";
+    int port = 2101;
+    std::string site = "-35.4,148.98,680";
+    double rateHz = 1;
+    std::string msm = "4";
+    std::string systems = "GRECJ";
+    std::string tracking = "full";
+    std::string start = "now";
+    std::string speed = "1";
+    double durationS = 0;
+    std::uint64_t seed = 1;
+    bool noise = false;
+    std::string ephemerides = "before";
+    std::string split;
+    std::string deployment;
+    int stations = 1;
+    std::string record;
+    std::string play;
+    std::vector<std::string> faults;
+    bool json = false;
+};
+
+/// Bad words: the option, what was given, what is possible.
+[[noreturn]] void refuse(const char* option, const std::string& given, const std::string& want) {
+    throw CLI::ValidationError(option, "\"" + given + "\": " + want);
+}
+
+std::vector<double> numbers(const std::string& list) {
+    std::vector<double> out;
+    const char* at = list.data();
+    const char* const end = at + list.size();
+    while (at < end) {
+        double value = 0;
+        const auto [next, error] = std::from_chars(at, end, value);
+        if (error != std::errc{} || (next < end && *next != ','))
+            return {};
+        out.push_back(value);
+        at = next < end ? next + 1 : end;
+    }
+    return out;
+}
+
+/// Latitude and longitude (degrees) and height (m), or X, Y, Z (m); to 0.1 mm, as messages carry
+/// it.
+ref::Vec3 siteOf(const std::string& given) {
+    const std::vector<double> n = numbers(given);
+    if (n.size() != 3)
+        refuse("--site", given, "three numbers: LAT,LON,HEIGHT in degrees and metres, or X,Y,Z");
+    ref::Vec3 site{n[0], n[1], n[2]};
+    constexpr double degree = 3.14159265358979323846 / 180;
+    if (std::abs(n[0]) <= 90 && std::abs(n[1]) <= 360 && std::abs(n[2]) < 20000)
+        site = ref::toXyz({n[0] * degree, n[1] * degree, n[2]});
+    if (norm(site) < 6.3e6 || norm(site) > 6.5e6)
+        refuse("--site", given, "not near the surface of the Earth");
+    for (double& x : site.v) {
+        x = std::round(x * 1e4) / 1e4;
+        if (x == 0)
+            refuse("--site", given, "a coordinate is 0, which the service takes as absent");
+    }
+    return site;
+}
+
+int msmOf(const std::string& given) {
+    if (given == "legacy")
+        return 0;
+    if (given.size() == 1 && given[0] >= '4' && given[0] <= '7')
+        return given[0] - '0';
+    refuse("--msm", given, "one of 4, 5, 6, 7, legacy");
+}
+
+std::string systemsOf(const std::string& given, int msm) {
+    std::string out;
+    for (const char c : given) {
+        if (kAllSystems.find(c) == std::string_view::npos || out.find(c) != std::string::npos)
+            refuse("--systems", given, "letters of G R E C J S, each once");
+        if (msm != 0 || c == 'G' || c == 'R') // legacy messages carry these two
+            out += c;
+    }
+    if (out.empty())
+        refuse("--systems", given, "no system is left for these messages");
+    return out;
+}
+
+/// 0 = as fast as it goes.
+double speedOf(const std::string& given) {
+    if (given == "max")
+        return 0;
+    const std::vector<double> n = numbers(given);
+    if (n.size() != 1 || !(n[0] >= 1) || n[0] > 1e6)
+        refuse("--speed", given, "a number from 1 on, or max");
+    return n[0];
+}
+
+Split splitOf(const std::string& given) {
+    if (given.empty())
+        return {};
+    if (given == "random")
+        return {0, true};
+    const std::vector<double> n = numbers(given);
+    if (n.size() != 1 || !(n[0] >= 1 && n[0] <= 1e6) || n[0] != std::floor(n[0]))
+        refuse("--split", given, "a number of bytes, or random");
+    return {static_cast<std::size_t>(n[0]), false};
+}
+
+EphemerisOrder orderOf(const std::string& given) {
+    return given == "late"          ? EphemerisOrder::late
+           : given == "interleaved" ? EphemerisOrder::interleaved
+                                    : EphemerisOrder::before;
+}
+
+/// The command line understood.
+struct Run {
+    StationOptions station;
+    Pace pace;
+    Split split;
+    std::optional<ref::GpsTime> clock; // where the service's clock is to start
+    bool values = true;
+};
+
+void plan(Run& run, const Words& w) {
+    run.station.msm = msmOf(w.msm);
+    run.station.siteM = siteOf(w.site);
+    run.station.systems = systemsOf(w.systems, run.station.msm);
+    run.station.tracking = w.tracking;
+    run.station.rateHz = w.rateHz;
+    run.station.seed = w.seed;
+    run.station.noise = w.noise;
+    run.station.ephemerides = orderOf(w.ephemerides);
+    run.split = splitOf(w.split);
+    run.pace.speed = speedOf(w.speed);
+    run.pace.intervalS = 1 / w.rateHz;
+    run.pace.epochs = std::lround(w.durationS * w.rateHz);
+    if (w.start == "now") {
+        run.station.start = gpsNow();
+        run.station.start.sow = std::floor(run.station.start.sow);
+        run.pace.followClock = run.pace.speed == 1 && w.play.empty();
+    } else {
+        run.clock = parseUtc(w.start);
+        if (!run.clock)
+            refuse("--start", w.start, "now, or UTC as 2026-03-01T12:00:00 from 2017 to 2099");
+        run.station.start = *run.clock;
+    }
+}
+
+ref::Expectation expectationOf(const Run& run, const std::vector<std::string>& satellites,
+                               std::size_t endpoint) {
+    ref::Expectation e;
+    e.siteM = run.station.siteM;
+    e.near = run.station.start;
+    e.values = run.values && endpoint < kMostJudgedByValue;
+    e.satellites.insert(satellites.begin(), satellites.end());
+    for (const std::string& sat : satellites)
+        if (sat[0] == 'R')
+            e.channels[std::stoi(sat.substr(1))] = ref::Constellation::channel(sat);
+    return e;
+}
+
+std::unique_ptr<Source> sourceOf(Run& run, const Words& w) {
+    if (w.play.empty())
+        return std::make_unique<SimulatedStation>(run.station);
+    auto recording = std::make_unique<Recording>(w.play, run.station.start);
+    run.values = false;
+    if (recording->siteM)
+        run.station.siteM = *recording->siteM;
+    return recording;
+}
+
+std::vector<std::string> satellitesOf(const Run& run, const Words& w) {
+    if (!w.play.empty())
+        return satellitesOfRecordings();
+    std::string systems = run.station.systems;
+    std::erase(systems, 'S'); // has no ephemerides, so no place in a deployment
+    return ref::Constellation::satellites(systems);
+}
+
+void warnOfClocks(const Run& run, const Words& w, Progress& progress) {
+    const double simulatedS =
+        run.pace.epochs > 0 ? static_cast<double>(run.pace.epochs) * run.pace.intervalS : 1e9;
+    const double speed = run.pace.speed > 0 ? run.pace.speed : 1e9;
+    if (simulatedS * (1 - 1 / speed) > kMostClockDifferenceS && w.play.empty() &&
+        run.station.systems.find('R') != std::string::npos)
+        progress.say("note: the service's clock runs at its own speed; when the stream is half a "
+                     "day ahead of it, GLONASS times are taken for those of another day. Use "
+                     "--duration, or leave R out of --systems.");
+}
+
+int simulate(const Words& w) {
+    Run run;
+    plan(run, w);
+    const auto kind = w.json                       ? Progress::Kind::none
+                      : isatty(STDOUT_FILENO) != 0 ? Progress::Kind::moving
+                                                   : Progress::Kind::lines;
+    Progress progress(std::cout, kind);
+    const std::unique_ptr<Source> source = sourceOf(run, w);
+    const std::vector<std::string> satellites = satellitesOf(run, w);
+    warnOfClocks(run, w, progress);
+    Endpoints endpoints;
+    for (std::size_t i = 0; i < static_cast<std::size_t>(w.stations); ++i)
+        endpoints.push_back(std::make_unique<Endpoint>(w.host, w.port + static_cast<int>(i),
+                                                       expectationOf(run, satellites, i),
+                                                       FaultPlan(w.faults, w.seed + i), run.split));
+    if (!w.deployment.empty()) {
+        const auto paths =
+            writeDeployment(w.deployment, {w.host, w.port, w.stations, run.station.siteM,
+                                           satellites, run.clock, run.station.start});
+        progress.say("deployment written; start the service with: Kestrune -mode vrs " +
+                     paths.front().string());
+    }
+    std::ofstream record;
+    if (!w.record.empty()) {
+        record.open(w.record, std::ios::binary);
+        if (!record)
+            throw std::runtime_error(w.record + " cannot be written");
+    }
+    Endpoint& first = *endpoints.front();
+    first.judge.onEpoch = [&](const ref::EpochResult& r) {
+        progress.epoch(r, first.judge.verdict());
+    };
+    Simulator simulator(*source, endpoints, run.pace, FaultPlan(w.faults, w.seed));
+    simulator.record = w.record.empty() ? nullptr : &record;
+    simulator.onWaiting = [&] {
+        progress.say(w.stations == 1
+                         ? text("waiting for a service on %s:%d", w.host.c_str(), w.port)
+                         : text("waiting for services on %s:%d to %d", w.host.c_str(), w.port,
+                                w.port + w.stations - 1));
+    };
+    for (const int signal : {SIGINT, SIGTERM})
+        std::signal(signal, [](int) { stopAsked = 1; });
+    simulator.run(stopAsked);
+    progress.end();
+    const Totals totals = totalsOf(endpoints, simulator.faults, simulator.epochs(), run.values);
+    std::cout << (w.json ? summaryJson(totals) : summaryText(totals));
+    return totals.verdict.wrong == 0 && totals.verdict.replies > 0 ? 0 : 1;
+}
+
+} // namespace
+
+void addSimulate(CLI::App& app, int& status) {
+    const auto w = std::make_shared<Words>();
+    CLI::App* const c = app.add_subcommand(
+        "simulate", "be the input endpoint of a service: a reference station anywhere, whose every "
+                    "reply is checked");
+    // clang-format off
+    c->add_option("--host", w->host, "address to listen on (dotted IPv4)")->capture_default_str();
+    c->add_option("--port", w->port, "port to listen on")->check(CLI::Range(1, 65535))->capture_default_str();
+    c->add_option("--site", w->site, "LAT,LON,HEIGHT (degrees, m) or X,Y,Z (m)")->capture_default_str();
+    c->add_option("--rate", w->rateHz, "epochs a second")->check(CLI::Range(0.1, 50.0))->capture_default_str();
+    c->add_option("--msm", w->msm, "observation messages: 4, 5, 6, 7 or legacy (1004, 1012)")->capture_default_str();
+    c->add_option("--systems", w->systems, "letters of G R E C J S, in the order sent")->capture_default_str();
+    c->add_option("--tracking", w->tracking, "signals: full, pilot, combined or single")
+        ->check(CLI::IsMember({"full", "pilot", "combined", "single"}))->capture_default_str();
+    c->add_option("--start", w->start, "now, or UTC as 2026-03-01T12:00:00; then the written deployment has a clock")->capture_default_str();
+    c->add_option("--speed", w->speed, "simulated seconds a second, or max: the next epoch once the last is answered")->capture_default_str();
+    c->add_option("--duration", w->durationS, "simulated seconds; 0 = until stopped")->check(CLI::Range(0.0, 1e9))->capture_default_str();
+    c->add_option("--seed", w->seed, "of everything random; the same seed sends the same bytes")->capture_default_str();
+    c->add_flag("--noise", w->noise, "add noise to ranges and phases");
+    c->add_option("--ephemerides", w->ephemerides, "before the observations, interleaved with them, or late")
+        ->check(CLI::IsMember({"before", "interleaved", "late"}))->capture_default_str();
+    c->add_option("--split", w->split, "send in blocks of N bytes, or random ones");
+    c->add_option("--write-deployment", w->deployment, "write a configuration for this station into a directory");
+    c->add_option("--stations", w->stations, "endpoints, on successive ports")->check(CLI::Range(1, 5000))->capture_default_str();
+    c->add_option("--record", w->record, "write what is sent (faults on its way aside) to a file");
+    c->add_option("--play", w->play, "send a recorded stream; replies are checked for form, order and completeness")->check(CLI::ExistingFile);
+    std::string faults;
+    for (const std::string_view f : kFaultNames)
+        faults += (faults.empty() ? "" : ", ") + std::string(f);
+    c->add_option("--fault", w->faults, "what goes wrong, now and then or (NAME@N) at epoch N: " + faults)->delimiter(',');
+    c->add_flag("--json", w->json, "print the summary as JSON, and nothing else");
+    // clang-format on
+    c->callback([w, &status] {
+        if (w->port + w->stations - 1 > 65535)
+            refuse("--stations", std::to_string(w->stations), "the ports end at 65535");
+        try {
+            status = simulate(*w);
+        } catch (const std::invalid_argument& e) {
+            throw CLI::ValidationError("--fault", e.what());
+        } catch (const std::runtime_error& e) {
+            if (dynamic_cast<const CLI::Error*>(&e))
+                throw;
+            std::cerr << "kestrunectl simulate: " << e.what() << "\n";
+            status = 2;
+        }
+    });
+}

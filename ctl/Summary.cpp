@@ -1,0 +1,233 @@
+#include "ctl/Summary.h"
+
+#include "common/Findings.h"
+#include "ctl/Calendar.h"
+
+#include <algorithm>
+#include <cjson/cJSON.h>
+#include <cmath>
+
+namespace {
+
+constexpr std::string_view kSystems = "GRECJ";
+constexpr std::size_t kMostFaultsShown = 20;
+
+const char* systemName(char system) {
+    switch (system) {
+    case 'G':
+        return "GPS";
+    case 'R':
+        return "GLONASS";
+    case 'E':
+        return "Galileo";
+    case 'C':
+        return "BeiDou";
+    case 'J':
+        return "QZSS";
+    default:
+        return "?";
+    }
+}
+
+void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
+    sum.replies += v.replies;
+    sum.forwarded += v.forwarded;
+    sum.missing += v.missing;
+    sum.cells += v.cells;
+    sum.wrong += v.wrong;
+    for (const auto& [signal, n] : v.signals)
+        sum.signals[signal] += n;
+    for (const auto& [fate, n] : v.fates)
+        sum.fates[fate] += n;
+    for (const auto& [type, n] : v.bytes)
+        sum.bytes[type] += n;
+    for (const auto& [system, w] : v.worst) {
+        ref::Worst& s = sum.worst[system];
+        s.rangeM = std::max(s.rangeM, w.rangeM);
+        s.phaseM = std::max(s.phaseM, w.phaseM);
+        s.cells += w.cells;
+    }
+    sum.delaysS.insert(sum.delaysS.end(), v.delaysS.begin(), v.delaysS.end());
+    sum.faults.insert(sum.faults.end(), v.faults.begin(), v.faults.end());
+}
+
+std::uint64_t bytesReceived(const ref::Verdict& v) {
+    std::uint64_t sum = 0;
+    for (const auto& [type, n] : v.bytes)
+        sum += n;
+    return sum;
+}
+
+std::string milliseconds(double s) {
+    return text("%.2f ms", s * 1e3);
+}
+
+using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+
+cJSON* child(cJSON* parent, const char* name) {
+    return cJSON_AddObjectToObject(parent, name);
+}
+
+} // namespace
+
+double delayAt(std::vector<float> delaysS, double part) {
+    if (delaysS.empty())
+        return 0;
+    const auto at =
+        std::min(delaysS.size() - 1,
+                 static_cast<std::size_t>(std::floor(part * static_cast<double>(delaysS.size()))));
+    std::nth_element(delaysS.begin(), delaysS.begin() + static_cast<std::ptrdiff_t>(at),
+                     delaysS.end());
+    return static_cast<double>(delaysS[at]);
+}
+
+void Progress::epoch(const ref::EpochResult& result, const ref::Verdict& soFar) {
+    if (kind_ == Kind::none)
+        return;
+    std::map<char, int> answered;
+    for (const auto& s : result.satellites)
+        if (s.expected.fate == ref::Fate::answered)
+            ++answered[s.expected.sat[0]];
+    std::string line = utcText(result.time, Fraction::milliseconds) + " ";
+    for (const char system : kSystems)
+        if (answered.contains(system))
+            line += text(" %c%d", system, answered[system]);
+    line += text("  reply %zu bytes after %s  worst so far %.1f mm range, %.2f mm phase%s",
+                 result.bytes, milliseconds(result.delayS).c_str(), soFar.worstRangeM() * 1e3,
+                 soFar.worstPhaseM() * 1e3, soFar.wrong > 0 ? "  WRONG" : "");
+    if (kind_ == Kind::lines) {
+        out_ << line << "\n";
+        return;
+    }
+    out_ << "\r\033[K" << line << std::flush;
+    open_ = true;
+}
+
+void Progress::say(const std::string& line) {
+    if (kind_ == Kind::none)
+        return;
+    end();
+    out_ << line << std::endl;
+}
+
+void Progress::end() {
+    if (open_)
+        out_ << "\n";
+    open_ = false;
+}
+
+Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const FaultPlan& station,
+                long epochs, bool values) {
+    Totals t;
+    t.epochs = epochs;
+    t.values = values;
+    t.faults = station.done;
+    for (const auto& e : endpoints) {
+        t.given += e->epochs;
+        t.connections += e->connections;
+        t.bytesSent += e->bytesSent;
+        addVerdict(t.verdict, e->judge.verdict());
+        for (const auto& [fault, n] : e->plan.done)
+            t.faults[fault] += n;
+    }
+    return t;
+}
+
+std::string summaryText(const Totals& t) {
+    const ref::Verdict& v = t.verdict;
+    std::string out = text("\n%ld epochs made, %ld sent on %d connection%s, %llu bytes\n", t.epochs,
+                           t.given, t.connections, t.connections == 1 ? "" : "s",
+                           static_cast<unsigned long long>(t.bytesSent));
+    out +=
+        text("  came back    %d replies and %d forwarded frames, %llu bytes; %d missing\n",
+             v.replies, v.forwarded, static_cast<unsigned long long>(bytesReceived(v)), v.missing);
+    if (t.values) {
+        out += "  satellites  ";
+        for (const auto& [fate, n] : v.fates)
+            out +=
+                text("%s %s %d", &fate == &v.fates.begin()->first ? "" : ",", ref::name(fate), n);
+        out += "\n";
+        for (const char system : kSystems)
+            if (const auto w = v.worst.find(system); w != v.worst.end())
+                out += text("  %-12s %d cells; at most %.2f mm of range and %.3f mm of phase from "
+                            "the truth\n",
+                            systemName(system), w->second.cells, w->second.rangeM * 1e3,
+                            w->second.phaseM * 1e3);
+        out += text("  bounds       %.2f mm of range, %.3f mm of phase (half a step of the "
+                    "message, and 0.1 mm)\n",
+                    ref::kRangeBoundM * 1e3, ref::kPhaseBoundM * 1e3);
+        if (v.worst.contains('J'))
+            out += text("               QZSS %.1f mm more, for its specified rotation rate\n",
+                        ref::kQzssBoundM * 1e3);
+    } else {
+        out += "  checked      form, order and completeness; values are not known\n";
+    }
+    if (!v.delaysS.empty())
+        out += text("  delay        median %s, 99 of 100 within %s, worst %s\n",
+                    milliseconds(delayAt(v.delaysS, 0.5)).c_str(),
+                    milliseconds(delayAt(v.delaysS, 0.99)).c_str(),
+                    milliseconds(delayAt(v.delaysS, 1.0)).c_str());
+    if (!t.faults.empty()) {
+        out += "  made wrong  ";
+        for (const auto& [fault, n] : t.faults)
+            out += text(" %s %d", std::string(name(fault)).c_str(), n);
+        out += "\n";
+    }
+    for (std::size_t i = 0; i < std::min(v.faults.size(), kMostFaultsShown); ++i)
+        out += "  WRONG: " + v.faults[i] + "\n";
+    if (v.wrong > static_cast<int>(kMostFaultsShown))
+        out += text("  and %d more\n", v.wrong - static_cast<int>(kMostFaultsShown));
+    if (v.replies == 0)
+        out += "NO REPLY CAME\n";
+    else
+        out += v.wrong == 0 ? "everything was right\n" : text("%d WRONG\n", v.wrong);
+    return out;
+}
+
+std::string summaryJson(const Totals& t) {
+    const ref::Verdict& v = t.verdict;
+    const Json root(cJSON_CreateObject(), cJSON_Delete);
+    cJSON* const o = root.get();
+    const auto number = [](cJSON* to, const std::string& key, double value) {
+        cJSON_AddNumberToObject(to, key.c_str(), value);
+    };
+    number(o, "epochs", static_cast<double>(t.epochs));
+    number(o, "epochsSent", static_cast<double>(t.given));
+    number(o, "connections", t.connections);
+    number(o, "bytesSent", static_cast<double>(t.bytesSent));
+    number(o, "bytesReceived", static_cast<double>(bytesReceived(v)));
+    number(o, "replies", v.replies);
+    number(o, "forwarded", v.forwarded);
+    number(o, "missing", v.missing);
+    number(o, "wrong", v.wrong);
+    cJSON_AddBoolToObject(o, "valuesChecked", t.values);
+    cJSON* const systems = child(o, "systems");
+    for (const auto& [system, w] : v.worst) {
+        cJSON* const s = child(systems, systemName(system));
+        number(s, "cells", w.cells);
+        number(s, "worstRangeMm", w.rangeM * 1e3);
+        number(s, "worstPhaseMm", w.phaseM * 1e3);
+    }
+    cJSON* const signals = child(o, "cells");
+    for (const auto& [signal, n] : v.signals)
+        number(signals, signal, n);
+    cJSON* const fates = child(o, "satellites");
+    for (const auto& [fate, n] : v.fates)
+        number(fates, ref::name(fate), n);
+    cJSON* const types = child(o, "bytesByType");
+    for (const auto& [type, n] : v.bytes)
+        number(types, type == 0 ? "replyFrame" : std::to_string(type), static_cast<double>(n));
+    cJSON* const delay = child(o, "delayMs");
+    number(delay, "median", delayAt(v.delaysS, 0.5) * 1e3);
+    number(delay, "p99", delayAt(v.delaysS, 0.99) * 1e3);
+    number(delay, "worst", delayAt(v.delaysS, 1.0) * 1e3);
+    cJSON* const faults = child(o, "faultsMade");
+    for (const auto& [fault, n] : t.faults)
+        number(faults, std::string(name(fault)), n);
+    cJSON* const words = cJSON_AddArrayToObject(o, "faultsFound");
+    for (const std::string& f : v.faults)
+        cJSON_AddItemToArray(words, cJSON_CreateString(f.c_str()));
+    const std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(o),
+                                                               cJSON_free);
+    return printed ? std::string(printed.get()) + "\n" : "";
+}

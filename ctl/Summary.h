@@ -1,0 +1,48 @@
+#pragma once
+
+#include "ctl/Endpoint.h"
+
+#include <memory>
+#include <ostream>
+
+/// Summary: what a simulation shows while it runs and at its end.
+
+/// One line an epoch of the first endpoint, or on a terminal one that moves.
+class Progress {
+public:
+    enum class Kind { none, lines, moving };
+    Progress(std::ostream& out, Kind kind) : out_(out), kind_(kind) {}
+    ~Progress() { end(); }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void epoch(const ref::EpochResult& result, const ref::Verdict& soFar);
+    /// Any other line.
+    void say(const std::string& line);
+    void end(); ///< of the line that moves
+
+private:
+    std::ostream& out_;
+    Kind kind_;
+    bool open_ = false;
+};
+
+/// Figures of all endpoints.
+struct Totals {
+    long epochs = 0; // made
+    long given = 0;  // to a connected service, counted by endpoint
+    int connections = 0;
+    std::uint64_t bytesSent = 0;
+    ref::Verdict verdict; // of all together
+    std::map<Fault, int> faults;
+    bool values = true; // false: replies were checked for form, order and completeness only
+};
+Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const FaultPlan& station,
+                long epochs, bool values);
+
+/// For a person; for a program (one JSON object).
+std::string summaryText(const Totals& t);
+std::string summaryJson(const Totals& t);
+
+/// The delay that a part (0..1) of the replies did not exceed, s; 0 without any.
+double delayAt(std::vector<float> delaysS, double part);
