@@ -107,11 +107,6 @@ void Endpoint::queueEpoch(const EpochFrames& epoch, long number) {
     for (const auto& [fault, end] : ends)
         if (end_ == End::none && plan.due(fault, number))
             end_ = end;
-    if (end_ == End::halfClose) { // what was sent before is answered to the end
-        for (const ref::Bytes& f : epoch.frames)
-            queue(f);
-        return;
-    }
     if (end_ != End::none)
         return queueCut(epoch);
     const std::size_t before = out_.size();
@@ -143,14 +138,14 @@ std::size_t Endpoint::blockSize() {
 }
 
 void Endpoint::write() {
-    while (pending() && monotonicS() >= writeFrom_) {
+    // The bytes leave while send runs; with the time before it a delay is never shown too short.
+    for (double now = monotonicS(); pending() && now >= writeFrom_; now = monotonicS()) {
         const auto n = send(connection_.get(), out_.data() + sent_, blockSize(), MSG_NOSIGNAL);
         if (n <= 0) {
             if (n < 0 && errno != EAGAIN && errno != EINTR)
                 disconnect();
             return;
         }
-        const double now = monotonicS();
         sent_ += static_cast<std::size_t>(n);
         bytesSent += static_cast<std::uint64_t>(n);
         lastMoved_ = now;
@@ -192,14 +187,14 @@ bool Endpoint::idle(double now) const {
 void Endpoint::settle(double now) {
     if (end_ == End::none || !connected() || pending() || now < readFrom_)
         return;
+    if (judge.owed() > 0 && now - lastMoved_ <= kPatienceS)
+        return;
     if (end_ == End::halfClose) {
         shutdown(connection_.get(), SHUT_WR);
         ended_ = true; // read on until the other side ends, too
         end_ = End::none;
         return;
     }
-    if (judge.owed() > 0 && now - lastMoved_ <= kPatienceS)
-        return;
     if (end_ == End::reset) {
         const linger hard{1, 0};
         setsockopt(connection_.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);

@@ -151,6 +151,7 @@ void plan(Run& run, const Words& w) {
     run.station.seed = w.seed;
     run.station.noise = w.noise;
     run.station.ephemerides = orderOf(w.ephemerides);
+    run.station.silentAtStart = FaultPlan(w.faults, w.seed).asked(Fault::noEphemerides);
     run.split = splitOf(w.split);
     run.pace.speed = speedOf(w.speed);
     run.pace.intervalS = 1 / w.rateHz;

@@ -19,6 +19,7 @@ constexpr double kLateS = 10;                 // without ephemerides at the star
 constexpr std::size_t kRotation = 3;          // ephemerides an epoch
 constexpr std::size_t kSpoiltAtOnce = 4;
 constexpr double kOldS = 9000;
+constexpr long kMisbehaviour = 25; // epochs
 
 bool everyS(ref::GpsTime t, double periodS) {
     return std::remainder(t.sow, periodS) > -5e-4 && std::remainder(t.sow, periodS) < 5e-4;
@@ -49,6 +50,8 @@ SimulatedStation::SimulatedStation(const StationOptions& options)
     satellites_ = ref::Constellation::satellites(withEphemerides);
     if (options.ephemerides == EphemerisOrder::late)
         withheldUntil_ = std::lround(kLateS * options.rateHz);
+    if (options.silentAtStart)
+        withheldUntil_ = std::max(withheldUntil_, kMisbehaviour);
 }
 
 // Epochs stand at multiples of the interval, in whole milliseconds.
@@ -175,15 +178,12 @@ std::optional<EpochFrames> SimulatedStation::next() {
 }
 
 void SimulatedStation::misbehave(FaultPlan& plan, long epoch) {
-    constexpr long whileEpochs = 25;
-    if (epoch == 0 && plan.asked(Fault::noEphemerides))
-        withheldUntil_ = std::max(withheldUntil_, epoch_ + whileEpochs);
     if (plan.due(Fault::noEphemerides, epoch))
-        withheldUntil_ = epoch_ + whileEpochs;
+        withheldUntil_ = epoch_ + kMisbehaviour;
     if (plan.due(Fault::oldEphemerides, epoch) && !inView_.empty()) {
         for (std::size_t i = 0; i < kSpoiltAtOnce; ++i)
             spoilt_.push_back(inView_[plan.pick(inView_.size())]);
-        currentAgainAt_ = epoch_ + whileEpochs;
+        currentAgainAt_ = epoch_ + kMisbehaviour;
     }
     if (plan.due(Fault::receiverClockJump, epoch))
         sky_.clockJumpS += sky_.clockJumpS > 0 ? -1e-3 : 1e-3;

@@ -45,7 +45,8 @@ struct StationOptions {
     std::uint64_t seed = 1;
     bool noise = false;
     EphemerisOrder ephemerides = EphemerisOrder::before;
-    ref::GpsTime start; // first epoch
+    ref::GpsTime start;          // first epoch
+    bool silentAtStart = false; // no ephemerides at first
 };
 
 class SimulatedStation : public Source {
