@@ -104,9 +104,12 @@ Kepler elements(const Shell& s, int id, double toeTotal) {
     const double motion = std::sqrt(gm) / std::pow(k.sqrtA, 3);
     k.nodeDot = rounded(geo ? 1e-11 : -8e-9, step);
     k.deltaN = rounded(stays ? rate - k.nodeDot - motion : 1e-9 * spread(s.system, id, 1), step);
-    if (geo) { // rotates with the Earth between toe and t; at toe it stands where it stays
-        k.m0 = wrapped(s.lonDeg * kDegree - node - k.perigee - k.nodeDot * toeTotal);
-        k.node = wrapped(node + k.nodeDot * toeTotal + rate * toe.sow);
+    if (geo) {
+        // Equatorial once the tilt is undone, so only the sum of the angles counts. The node is
+        // that of the axes at toe; the perigee stands still among the stars.
+        k.m0 = wrapped((motion + k.deltaN) * toeTotal);
+        k.perigee = wrapped(s.lonDeg * kDegree - node - k.m0);
+        k.node = wrapped(node + rate * toe.sow);
     } else {
         const double start = stays ? s.lonDeg * kDegree - node - k.perigee
                                    : kTurn * (id - s.first - plane + 0.3 * plane) / s.count;
@@ -130,8 +133,8 @@ Kepler elements(const Shell& s, int id, double toeTotal) {
         {&k.crc, 200}, {&k.crs, 90}, {&k.cuc, 5e-6}, {&k.cus, 8e-6}, {&k.cic, 1e-7},
         {&k.cis, 2e-7}, {&k.tgd[0], 1e-8}, {&k.tgd[1], 2e-8}};
     // clang-format on
-    for (int i = 1; const auto& [field, size] : rest)
-        *field = size * spread(s.system, id, ++i);
+    for (int i = 1; const auto& [field, size] : rest) // in the axes of toe: small for the geo ones
+        *field = (geo ? 0.01 : 1) * size * spread(s.system, id, ++i);
     return k;
 }
 

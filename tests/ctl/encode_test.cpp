@@ -1,0 +1,157 @@
+#include "session.h"
+
+#include "ctl/Encode.h"
+#include "reference/legacy.h"
+
+// The frames of the simulator, against the independent writers and readers.
+
+using ref::Bytes;
+
+TEST(SimulatedFrames, AreThoseOfTheIndependentWriters) {
+    const ref::GpsTime t{2408, 86380};
+    ref::Sky sky(kSite);
+    sky.systems = "GRECJS";
+    for (const int msm : {4, 5, 6, 7}) {
+        std::set<char> systems;
+        for (const ref::Msm& m : sky.epoch(t + msm * 30.0, msm)) {
+            EXPECT_EQ(msmFrame(m), ref::frame(ref::writeMsm(m))) << m.system << " MSM" << msm;
+            systems.insert(m.system);
+        }
+        EXPECT_EQ(systems.size(), 6U);
+    }
+    const ref::Navigation nav = sky.navigation(t);
+    std::set<int> types;
+    for (auto [sat, k] : nav.kepler) {
+        k.health = k.type == 1046 ? 0b101101 : k.type == 1042 ? 1 : 0b101; // every bit in its place
+        k.codeL2 = k.type == 1019 || k.type == 1044 ? 2 : 0;
+        k.l2p = k.type == 1019 ? 1 : 0;
+        k.fit = k.type == 1019 || k.type == 1044 ? 1 : 0;
+        EXPECT_EQ(ephemerisFrame(k), ref::frame(ref::writeKepler(k))) << sat;
+        types.insert(k.type);
+    }
+    EXPECT_EQ(types, (std::set<int>{1019, 1042, 1044, 1045, 1046}));
+    for (auto [sat, g] : nav.glonass) {
+        g.almanacHealth = 1;
+        g.p1 = 2;
+        g.bn = 1;
+        g.mp = 3;
+        g.ln3 = 0;
+        g.en = 17;
+        g.p4 = 1;
+        g.ft = 9;
+        g.additional = 1;
+        g.na = 1100;
+        g.tauc = -3.25e-7;
+        g.tauGps = 1.25e-8;
+        g.dtaun = -3e-9;
+        EXPECT_EQ(ephemerisFrame(g), ref::frame(ref::writeGlonass(g))) << sat;
+    }
+    EXPECT_EQ(nav.glonass.size(), 24U);
+    EXPECT_EQ(
+        stationFrame(1006, 1, kSite, t),
+        ref::frame(ref::write1005({.type = 1006, .station = 1, .galileo = true, .xyzM = kSite})));
+    EXPECT_EQ(stationFrame(1033, 1, kSite, t),
+              ref::frame(
+                  ref::write1033({1, "ADVNULLANTENNA", 0, "1", "KESTRUNE SIMULATOR", "2.5", "1"})));
+}
+
+TEST(SimulatedFrames, OfLegacyMessagesCarryTheObservations) {
+    const ref::GpsTime t{2408, 86380};
+    ref::Sky sky(kSite);
+    sky.systems = "GR";
+    sky.signals = ref::tracking("pilot"); // 2L has no place in the message
+    sky.signals['R'] = {"1P", "2P"};
+    const std::vector<ref::Cell> cells = sky.observe(t, false);
+    for (const char system : {'G', 'R'}) {
+        const Bytes f = legacyFrame(system, 3, t, system == 'G', cells);
+        const ref::Msm m = ref::readLegacy(ref::goodFrames(f).at(0).body);
+        EXPECT_EQ(m.more, system == 'G');
+        EXPECT_EQ(m.station, 3);
+        EXPECT_EQ(m.epochField,
+                  system == 'G' ? 86380000U : (86380000U - 18000U + 10800000U) % 86400000U);
+        std::size_t compared = 0;
+        for (const ref::Cell& want : cells)
+            for (const ref::Cell& got : m.cells) {
+                if (got.sat != want.sat || got.signal != want.signal)
+                    continue;
+                EXPECT_NEAR(*got.pseudorangeM, *want.pseudorangeM, 0.0201) << got.sat;
+                EXPECT_NEAR(*got.phaseRangeM, *want.phaseRangeM, 0.000251) << got.sat;
+                EXPECT_NEAR(got.cnr, want.cnr, 0.126);
+                EXPECT_EQ(got.info, want.info);
+                ++compared;
+            }
+        EXPECT_EQ(compared, m.cells.size());
+        EXPECT_GT(compared, 6U);
+    }
+}
+
+// Lock times against the tables of DF402, DF407 (smallest lock time of an indicator) and the
+// elements of a sky that a rover would notice.
+TEST(SimulatedSky, CountsLockTimeAsTheStandardDoes) {
+    const struct {
+        double lockS;
+        int df402, df407;
+    } cases[] = {{0, 0, 0},          {0.031, 0, 31},     {0.032, 1, 32},  {0.063, 1, 63},
+                 {0.064, 2, 64},     {0.127, 2, 95},     {0.128, 3, 96},  {1.024, 6, 192},
+                 {524.287, 14, 479}, {524.288, 15, 480}, {70000, 15, 704}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(ref::lockIndicator(5, c.lockS), c.df402) << c.lockS;
+        EXPECT_EQ(ref::lockIndicator(7, c.lockS), c.df407) << c.lockS;
+    }
+}
+
+TEST(SimulatedSky, RunsOnSmoothlyFromSetToSet) {
+    // Every system's change of ephemerides, a week end and the end of a GLONASS day among them.
+    const std::pair<char, ref::GpsTime> changes[] = {
+        {'G', {2408, 7200}},         {'G', {2409, 0}},         {'J', {2409, 0}},
+        {'E', {2408, 600 * 1007.0}}, {'C', {2408, 3600 + 14}}, {'R', {2408, 75600 + 18}},
+        {'R', {2409, 1818}}};
+    for (const auto& [system, t] : changes) {
+        ref::Constellation c;
+        for (const std::string& sat : ref::Constellation::satellites(std::string(1, system))) {
+            const auto before = c.broadcast(sat, t + -0.001);
+            const auto after = c.broadcast(sat, t + 0.001);
+            EXPECT_EQ(after.set, before.set + 1) << sat;
+            EXPECT_LT(norm(after.position(t) - before.position(t)), 5) << sat << " " << t.sow;
+        }
+    }
+}
+
+TEST(SimulatedSky, IsMadeAnewFromItsSeed) {
+    const auto stream = [](std::uint64_t seed) {
+        ref::Sky sky(kSite);
+        sky.seed = seed;
+        sky.noise = true;
+        Bytes out;
+        for (int epoch = 0; epoch < 400; ++epoch)
+            for (const Bytes& f : sky.epochFrames({2408, 604000.0 + 2 * epoch}, 7))
+                out.insert(out.end(), f.begin(), f.end());
+        return out;
+    };
+    const Bytes once = stream(5);
+    EXPECT_EQ(once, stream(5));
+    EXPECT_NE(once, stream(6));
+}
+
+TEST(SimulatedSky, HasSlipsDropOutsRisingAndSettingSatellites) {
+    ref::Sky sky(kSite);
+    std::map<std::string, double> lock;
+    std::map<std::string, int> gaps;
+    std::set<std::string> risen;
+    int slips = 0;
+    for (int epoch = 0; epoch < 1200; ++epoch) {
+        std::map<std::string, double> now;
+        for (const ref::Cell& c : sky.observe({2408, 604000.0 + 3 * epoch}, false)) {
+            const std::string key = c.sat + c.signal;
+            EXPECT_EQ(c.half, c.lockS < 4) << key;
+            if (lock.contains(key) && c.lockS < lock[key])
+                ++slips;
+            if (epoch > 0 && !lock.contains(key))
+                risen.insert(c.sat);
+            now[key] = c.lockS;
+        }
+        lock = now;
+    }
+    EXPECT_GT(slips, 20);
+    EXPECT_GT(risen.size(), 10U);
+}

@@ -1,0 +1,333 @@
+#include "session.h"
+
+#include "reference/msm.h"
+
+#include <arpa/inet.h>
+#include <cjson/cJSON.h>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <functional>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+// The simulator and the service as programs, and between them a proxy that alters what passes.
+
+namespace {
+
+using ref::Bytes;
+namespace fs = std::filesystem;
+
+std::string readFile(const fs::path& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// A child process; its output goes to a file.
+class Program {
+public:
+    Program(std::vector<std::string> arguments, const fs::path& output) {
+        pid_ = fork();
+        if (pid_ != 0)
+            return;
+        const int out = open(output.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0644);
+        dup2(out, STDOUT_FILENO);
+        dup2(out, STDERR_FILENO);
+        std::vector<char*> argv;
+        for (std::string& a : arguments)
+            argv.push_back(a.data());
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    ~Program() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+    /// Its exit status once it has ended; nothing while it runs.
+    std::optional<int> ended() {
+        int status = 0;
+        if (pid_ <= 0 || waitpid(pid_, &status, WNOHANG) != pid_)
+            return std::nullopt;
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+private:
+    pid_t pid_ = -1;
+};
+
+int boundSocket(int& port) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t n = sizeof a;
+    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&a), &n), 0);
+    port = ntohs(a.sin_port);
+    return fd;
+}
+
+/// Lets whole frames through, altered; without an Alter, bytes as they come. Alter gets a frame and
+/// gives what is passed on.
+using Alter = std::function<std::vector<Bytes>(Bytes)>;
+
+class Way {
+public:
+    explicit Way(Alter alter) : alter_(std::move(alter)) {}
+    /// False at the end of the connection.
+    bool pass(int from, int to) {
+        std::array<std::uint8_t, 65536> in{};
+        const auto n = recv(from, in.data(), in.size(), 0);
+        if (n <= 0)
+            return false;
+        if (!alter_) {
+            send(to, in.data(), static_cast<std::size_t>(n), MSG_NOSIGNAL);
+            return true;
+        }
+        held_.insert(held_.end(), in.begin(), in.begin() + n);
+        for (;;) {
+            if (held_.size() < 3)
+                return true;
+            const std::size_t field = 256U * held_[1] + held_[2];
+            const std::size_t size = held_[0] == 0xDA ? field + 7 : (field & 0x3FF) + 6;
+            if (held_.size() < size)
+                return true;
+            const auto end = held_.begin() + static_cast<std::ptrdiff_t>(size);
+            Bytes frame(held_.begin(), end);
+            held_.erase(held_.begin(), end);
+            for (const Bytes& f : alter_(std::move(frame)))
+                send(to, f.data(), f.size(), MSG_NOSIGNAL);
+        }
+    }
+
+private:
+    Alter alter_;
+    Bytes held_;
+};
+
+const Alter unaltered;
+
+struct Outcome {
+    int status = -1;
+    bool serviceRuns = false;
+    std::string printed;
+    double replies = 0, wrong = 0;
+    std::string faults;
+};
+
+/// Runs both programs with the proxy between them.
+Outcome run(std::vector<std::string> options, const Alter& replies, const Alter& stream) {
+    const fs::path folder =
+        fs::path(testing::TempDir()) / ("kestrune_sim_" + std::to_string(getpid()));
+    int simulatorPort = 0;
+    int proxyPort = 0;
+    close(boundSocket(simulatorPort));
+    const int listener = boundSocket(proxyPort);
+    listen(listener, 1);
+    options.insert(options.begin(), {KESTRUNE_CTL, "simulate", "--json", "--port",
+                                     std::to_string(simulatorPort), "--write-deployment", folder});
+    Program simulator(options, folder.string() + ".out");
+    const fs::path deployment = folder / "vrs.json";
+    for (int i = 0; i < 400 && readFile(folder / "leapsec.tab").empty(); ++i)
+        sleepms(10);
+    std::string text = readFile(deployment);
+    const std::string port = " " + std::to_string(simulatorPort) + "#";
+    for (std::size_t at; (at = text.find(port)) != std::string::npos;)
+        text.replace(at, port.size(), " " + std::to_string(proxyPort) + "#");
+    std::ofstream(deployment) << text;
+    Program service({KESTRUNE_PROGRAM, "-mode", "vrs", deployment}, folder / "log");
+    const int toService = accept(listener, nullptr, nullptr);
+    const int toSimulator = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = htons(static_cast<std::uint16_t>(simulatorPort));
+    EXPECT_EQ(connect(toSimulator, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    const int on = 1;
+    for (const int fd : {toService, toSimulator})
+        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    Way down(stream);
+    Way up(replies);
+    for (bool open = true; open;) {
+        std::array<pollfd, 2> p{{{toSimulator, POLLIN, 0}, {toService, POLLIN, 0}}};
+        if (poll(p.data(), p.size(), 30000) <= 0)
+            break;
+        open = (!p[0].revents || down.pass(toSimulator, toService)) &&
+               (!p[1].revents || up.pass(toService, toSimulator));
+    }
+    Outcome o;
+    o.serviceRuns = !service.ended();
+    for (const int fd : {listener, toService, toSimulator})
+        close(fd);
+    for (int i = 0; i < 1000 && o.status < 0; ++i, sleepms(10))
+        o.status = simulator.ended().value_or(-1);
+    o.printed = readFile(folder.string() + ".out");
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> json(cJSON_Parse(o.printed.c_str()),
+                                                               cJSON_Delete);
+    if (json) {
+        o.replies = cJSON_GetNumberValue(cJSON_GetObjectItem(json.get(), "replies"));
+        o.wrong = cJSON_GetNumberValue(cJSON_GetObjectItem(json.get(), "wrong"));
+        const cJSON* fault = nullptr;
+        cJSON_ArrayForEach(fault, cJSON_GetObjectItem(json.get(), "faultsFound")) o.faults +=
+            std::string(cJSON_GetStringValue(fault)) + "\n";
+    }
+    fs::remove_all(folder);
+    fs::remove(folder.string() + ".out");
+    return o;
+}
+
+const std::vector<std::string> kShortRun{"--start", "2026-03-01T12:00:00", "--speed",
+                                         "max",     "--duration",          "8"};
+
+Bytes replyOf(const ref::Reply& r) {
+    Bytes messages;
+    for (const ref::Frame& m : r.messages)
+        messages.insert(messages.end(), m.bytes.begin(), m.bytes.end());
+    Bytes out = ref::BitString()
+                    .u(8, 0xDA)
+                    .u(16, messages.size() + 7)
+                    .u(8, 0x68)
+                    .u(32, r.word)
+                    .u(16, r.kind)
+                    .bytes();
+    out.insert(out.end(), messages.begin(), messages.end());
+    const Bytes check = ref::BitString().u(32, ref::crc24q(out)).bytes();
+    out.insert(out.end(), check.begin(), check.end());
+    return out;
+}
+
+/// Alters the third reply, with a check word that is right again.
+Alter thirdReply(const std::function<void(ref::Reply&)>& change) {
+    return [change, n = 0](Bytes f) mutable -> std::vector<Bytes> {
+        if (f[0] == 0xDA && ++n == 3) {
+            ref::Reply r = ref::openReply(f);
+            change(r);
+            f = replyOf(r);
+        }
+        return {f};
+    };
+}
+
+/// Changes the first observation message of a reply.
+std::function<void(ref::Reply&)> firstMessage(const std::function<void(ref::Msm&)>& change) {
+    return [change](ref::Reply& r) {
+        ref::Frame& f = r.messages.at(2);
+        ref::Msm m = ref::readMsm(f.body);
+        change(m);
+        f.bytes = ref::frame(ref::writeMsm(m));
+    };
+}
+
+} // namespace
+
+TEST(Simulator, FindsNothingWrongWithTheService) {
+    const std::vector<std::vector<std::string>> cases{
+        {"--start", "2026-02-28T23:59:38", "--duration", "8", "--msm", "7", "--tracking",
+         "combined", "--systems", "GRECJS", "--noise", "--ephemerides", "interleaved", "--split",
+         "random"},
+        {"--start", "2026-03-01T20:59:50", "--duration", "20", "--msm", "legacy", "--ephemerides",
+         "late", "--split", "100"},
+        {"--start", "2026-03-01T12:00:00", "--duration", "30", "--rate", "10", "--fault",
+         "garbage,bitflip,truncate,duplicate,reorder,burst,no-ephemerides,old-ephemerides"}};
+    for (std::vector<std::string> options : cases) {
+        options.insert(options.end(), {"--speed", "max"});
+        const Outcome o = run(options, unaltered, unaltered);
+        EXPECT_EQ(o.status, 0) << o.printed;
+        EXPECT_EQ(o.wrong, 0) << o.faults;
+        EXPECT_GE(o.replies, 8);
+        EXPECT_TRUE(o.serviceRuns);
+    }
+}
+
+TEST(Simulator, FindsWhatIsAlteredOnTheWay) {
+    Bytes before; // the reply of the epoch before
+    const auto phase = [](double cycles) {
+        return firstMessage([cycles](ref::Msm& m) {
+            ref::Cell& c = m.cells.at(0);
+            *c.phaseRangeM += cycles * ref::kLightSpeed / ref::frequencyHz(c.system, c.signal);
+        });
+    };
+    const struct {
+        const char* what;
+        Alter replies, stream;
+        const char* found;
+    } cases[] = {
+        {"one bit of a forwarded frame",
+         [n = 0](Bytes f) mutable -> std::vector<Bytes> {
+             if (f[0] == 0xD3 && ++n == 5)
+                 f[20] = static_cast<std::uint8_t>(f[20] ^ 4);
+             return {f};
+         },
+         unaltered, "came back altered"},
+        {"a satellite dropped", thirdReply(firstMessage([](ref::Msm& m) {
+             const int id = m.cells.at(0).id;
+             std::erase_if(m.cells, [id](const ref::Cell& c) { return c.id == id; });
+         })),
+         unaltered, "is missing at"},
+        {"a satellite repeated from the epoch before",
+         [&before, n = 0](Bytes f) mutable -> std::vector<Bytes> {
+             if (f[0] != 0xDA)
+                 return {f};
+             const Bytes last = std::exchange(before, f);
+             if (++n != 3)
+                 return {f};
+             ref::Reply r = ref::openReply(f);
+             const ref::Msm old = ref::readMsm(ref::openReply(last).messages.at(2).body);
+             firstMessage([&old](ref::Msm& m) { m.cells.at(0) = old.cells.at(0); })(r);
+             return {replyOf(r)};
+         },
+         unaltered, "is off by"},
+        {"phase moved by half a cycle", thirdReply(phase(0.5)), unaltered, "is off by"},
+        {"phase moved by a cycle", thirdReply(phase(1)), unaltered, "is off by"},
+        {"range moved by 5 cm",
+         thirdReply(firstMessage([](ref::Msm& m) { *m.cells.at(0).pseudorangeM += 0.05; })),
+         unaltered, "is off by"},
+        {"a multiple-message bit", thirdReply(firstMessage([](ref::Msm& m) { m.more = false; })),
+         unaltered, "multiple-message bit"},
+        {"messages exchanged",
+         thirdReply([](ref::Reply& r) { std::swap(r.messages.at(2), r.messages.at(3)); }),
+         unaltered, "messages of"},
+        {"a reply withheld",
+         [n = 0](Bytes f) mutable -> std::vector<Bytes> {
+             if (f[0] == 0xDA && ++n == 3)
+                 return {};
+             return {f};
+         },
+         unaltered, "is missing"},
+        {"a reply of another epoch",
+         thirdReply(firstMessage([](ref::Msm& m) { m.epochField += 1000; })), unaltered,
+         "came unasked"},
+        {"an observation message withheld from the service", unaltered,
+         [n = 0](Bytes f) mutable -> std::vector<Bytes> {
+             const int type = f[3] * 16 + f[4] / 16;
+             if (type == 1084 && ++n == 3)
+                 return {};
+             return {f};
+         },
+         "is missing at"},
+        {"a bit of a reply's check word",
+         [n = 0](Bytes f) mutable -> std::vector<Bytes> {
+             if (f[0] == 0xDA && ++n == 3)
+                 f.back() = static_cast<std::uint8_t>(f.back() ^ 1);
+             return {f};
+         },
+         unaltered, "wrong check word"},
+    };
+    for (const auto& c : cases) {
+        const Outcome o = run(kShortRun, c.replies, c.stream);
+        EXPECT_EQ(o.status, 1) << c.what;
+        EXPECT_GT(o.wrong, 0) << c.what;
+        EXPECT_TRUE(contains(o.faults, c.found)) << c.what << ": " << o.faults;
+        EXPECT_TRUE(o.serviceRuns) << c.what;
+    }
+}
