@@ -1,0 +1,17 @@
+#include "ctl/Dump.h"
+
+#include <CLI/CLI.hpp>
+
+int main(int argc, char** argv) {
+    CLI::App app{"Tools for RTCM 3 streams and the Kestrune service."};
+    app.set_version_flag("--version", "kestrunectl " KESTRUNE_VERSION);
+    app.require_subcommand(1);
+    int status = 0;
+    addDump(app, status);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : 2;
+    }
+    return status;
+}
