@@ -75,7 +75,6 @@ void Dump::tellReply(const Found& found) {
 
 void Dump::tellSkipped(const Found& found, Depth depth) {
     counts_.skippedBytes += found.bytes.size();
-    ++counts_.skippedPieces;
     report_->skipped(found, depth);
 }
 

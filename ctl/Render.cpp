@@ -35,9 +35,10 @@ std::string caveat(const Found& found, const Description& d) {
 
 /// Beginning of bytes that are no frame: as text where they are text.
 std::string glimpse(std::span<const std::uint8_t> bytes) {
-    const bool printable = std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t b) {
-        return (b >= 0x20 && b < 0x7F) || b == '\r' || b == '\n' || b == '\t';
-    });
+    const bool printable =
+        bytes.size() >= 4 && std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t b) {
+            return (b >= 0x20 && b < 0x7F) || b == '\r' || b == '\n' || b == '\t';
+        });
     const std::size_t most = printable ? 64 : 16;
     std::string out;
     for (const std::uint8_t b : bytes.first(std::min(bytes.size(), most)))
@@ -97,11 +98,10 @@ public:
                          messageName(type).c_str());
         }
         out_ << text("%8llu  messages in all, %llu reply frames, %llu frames with a wrong check "
-                     "word, %llu bytes skipped in %llu places\n",
+                     "word, %llu bytes skipped\n",
                      all, static_cast<Unsigned>(counts.replies),
                      static_cast<Unsigned>(counts.badFrames),
-                     static_cast<Unsigned>(counts.skippedBytes),
-                     static_cast<Unsigned>(counts.skippedPieces));
+                     static_cast<Unsigned>(counts.skippedBytes));
         for (const std::string& remark : remarks(counts))
             out_ << "note: " << remark << '\n';
     }
@@ -128,9 +128,9 @@ private:
 
     void details(const Description& d) {
         for (const Field& f : d.fields)
-            out_ << text("%24s%-6s %-30s %s %s", "",
+            out_ << text("%24s%-6s %-30s %s%s%s", "",
                          f.name.df ? text("DF%03d", f.name.df).c_str() : "", f.name.name,
-                         textOf(f.value).c_str(), f.name.unit)
+                         textOf(f.value).c_str(), *f.name.unit ? " " : "", f.name.unit)
                  << '\n';
         if (d.rows.empty())
             return;

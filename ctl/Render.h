@@ -16,7 +16,7 @@ struct Counts {
     std::map<int, std::uint64_t> messages; // with a right check word, by type
     std::uint64_t replies = 0;
     std::uint64_t badFrames = 0;
-    std::uint64_t skippedBytes = 0, skippedPieces = 0;
+    std::uint64_t skippedBytes = 0;
     std::uint64_t tooShort = 0; // messages that end before their fields do
     std::uint64_t epochs = 0;   // observation messages that say they are the last of their epoch
 };

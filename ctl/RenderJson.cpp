@@ -43,7 +43,7 @@ Object begin(const char* kind, const Found& found) {
     Object object(cJSON_CreateObject());
     add(object.get(), "kind", kind);
     addNumber(object.get(), "offset", found.offset);
-    addNumber(object.get(), "bytes", found.bytes.size());
+    addNumber(object.get(), "length", found.bytes.size());
     if (found.kind != Found::kSkipped)
         add(object.get(), "check", found.good ? "good" : "bad");
     return object;
@@ -113,7 +113,6 @@ public:
         addNumber(o, "replies", counts.replies);
         addNumber(o, "bad_frames", counts.badFrames);
         addNumber(o, "skipped_bytes", counts.skippedBytes);
-        addNumber(o, "skipped_pieces", counts.skippedPieces);
         addWords(o, "notes", remarks(counts));
         line(o);
     }
