@@ -2,7 +2,7 @@
 
 #include "common/bits.h"
 #include "ctl/Describe.h"
-#include "ctl/Source.h"
+#include "ctl/ByteSource.h"
 
 #include <CLI/CLI.hpp>
 
@@ -82,7 +82,7 @@ namespace {
 
 int runDump(const std::string& name, DumpOptions options) {
     try {
-        Source source(name);
+        ByteSource source(name);
         Dump dump(options, std::cout);
         std::array<std::uint8_t, 16384> block;
         while (const std::size_t n = source.read(block)) {

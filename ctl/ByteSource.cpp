@@ -1,4 +1,4 @@
-#include "ctl/Source.h"
+#include "ctl/ByteSource.h"
 
 #include <cerrno>
 #include <csignal>
@@ -23,7 +23,7 @@ sigset_t interrupts() {
     return set;
 }
 
-/// From now on interrupts only end the wait in Source::read.
+/// From now on interrupts only end the wait in ByteSource::read.
 void catchInterrupts() {
     struct sigaction action = {};
     action.sa_handler = [](int) { interrupted = 1; };
@@ -75,7 +75,7 @@ std::size_t portColon(const std::string& name) {
 
 } // namespace
 
-Source::Source(const std::string& name) : name_(name == "-" ? "standard input" : name) {
+ByteSource::ByteSource(const std::string& name) : name_(name == "-" ? "standard input" : name) {
     if (name == "-") {
         fd_ = STDIN_FILENO;
     } else {
@@ -91,12 +91,12 @@ Source::Source(const std::string& name) : name_(name == "-" ? "standard input" :
     catchInterrupts();
 }
 
-Source::~Source() {
+ByteSource::~ByteSource() {
     if (fd_ > STDIN_FILENO)
         close(fd_);
 }
 
-std::size_t Source::read(std::span<std::uint8_t> block) {
+std::size_t ByteSource::read(std::span<std::uint8_t> block) {
     sigset_t waiting;
     sigemptyset(&waiting);
     for (;;) {
