@@ -1,13 +1,15 @@
+#include "ctl/Dump.h"
 #include "ctl/Simulate.h"
 
 #include <CLI/CLI.hpp>
 
 int main(int argc, char** argv) {
-    CLI::App app{"Companion of Kestrune: simulate a reference station, look into a stream"};
+    CLI::App app{"Tools for RTCM 3 streams and the Kestrune service."};
     app.set_version_flag("--version", "kestrunectl " KESTRUNE_VERSION);
     app.require_subcommand(1);
     int status = 0;
     addSimulate(app, status);
+    addDump(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -134,7 +134,7 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     close(boundSocket(simulatorPort));
     const int listener = boundSocket(proxyPort);
     listen(listener, 1);
-    options.insert(options.begin(), {KESTRUNE_CTL, "simulate", "--json", "--port",
+    options.insert(options.begin(), {KESTRUNECTL_PROGRAM, "simulate", "--json", "--port",
                                      std::to_string(simulatorPort), "--write-deployment", folder});
     Program simulator(options, folder.string() + ".out");
     const fs::path deployment = folder / "vrs.json";

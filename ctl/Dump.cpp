@@ -1,0 +1,120 @@
+#include "ctl/Dump.h"
+
+#include "common/bits.h"
+#include "ctl/Describe.h"
+#include "ctl/ByteSource.h"
+
+#include <CLI/CLI.hpp>
+
+#include <array>
+#include <cstdio>
+#include <iostream>
+#include <stdexcept>
+
+Dump::Dump(DumpOptions options, std::ostream& out)
+    : report_(options.json ? jsonReport(out, options.verbose) : textReport(out, options.verbose)) {}
+
+void Dump::take(std::span<const std::uint8_t> bytes) {
+    scanner_.feed(bytes);
+    tell();
+}
+
+void Dump::finish() {
+    scanner_.end();
+    tell();
+    report_->summary(counts_);
+}
+
+int Dump::status() const {
+    return counts_.badFrames > 0 || counts_.skippedBytes > 0 ? 1 : 0;
+}
+
+void Dump::tell() {
+    while (const auto found = scanner_.next()) {
+        if (found->kind == Found::kMessage)
+            tellMessage(*found, Depth::kStream);
+        else if (found->kind == Found::kReply)
+            tellReply(*found);
+        else
+            tellSkipped(*found, Depth::kStream);
+    }
+}
+
+void Dump::tellMessage(const Found& found, Depth depth) {
+    Description d;
+    if (found.good) {
+        d = describe(found.bytes);
+        ++counts_.messages[d.type];
+        counts_.epochs += d.more == false ? 1U : 0U;
+        counts_.tooShort += d.tooShort ? 1U : 0U;
+    } else { // what it says cannot be believed; its number is a hint
+        d.type = messageType(found.bytes);
+        d.name = messageName(d.type);
+        ++counts_.badFrames;
+    }
+    report_->message(found, d, depth);
+}
+
+void Dump::tellReply(const Found& found) {
+    ++(found.good ? counts_.replies : counts_.badFrames);
+    const auto word = getbitu(found.bytes, 32, 32);
+    const auto kind = static_cast<int>(getbitu(found.bytes, 64, 16));
+    report_->reply(found, word, kind);
+    if (!found.good)
+        return;
+    FrameScanner inside(FrameScanner::Replies::kIgnore, found.offset + kReplyHead);
+    inside.feed(found.bytes.subspan(kReplyHead, found.bytes.size() - kReplyHead - kReplyCheck));
+    inside.end();
+    while (const auto piece = inside.next()) {
+        if (piece->kind == Found::kMessage)
+            tellMessage(*piece, Depth::kReply);
+        else
+            tellSkipped(*piece, Depth::kReply);
+    }
+}
+
+void Dump::tellSkipped(const Found& found, Depth depth) {
+    counts_.skippedBytes += found.bytes.size();
+    report_->skipped(found, depth);
+}
+
+namespace {
+
+int runDump(const std::string& name, DumpOptions options) {
+    try {
+        ByteSource source(name);
+        Dump dump(options, std::cout);
+        std::array<std::uint8_t, 16384> block;
+        while (const std::size_t n = source.read(block)) {
+            dump.take(std::span(block).first(n));
+            std::cout.flush();
+        }
+        dump.finish();
+        std::cout.flush();
+        return dump.status();
+    } catch (const std::runtime_error& e) {
+        std::cout.flush();
+        std::cerr << "kestrunectl dump: " << e.what() << '\n';
+        return 2;
+    }
+}
+
+} // namespace
+
+void addDump(CLI::App& app, int& status) {
+    struct Arguments {
+        std::string source = "-";
+        DumpOptions options;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App* const dump =
+        app.add_subcommand("dump", "Print the RTCM 3 messages and reply frames of a stream.");
+    dump->add_option("source", arguments->source,
+                     "a file, - for standard input (the default), or HOST:PORT to connect to");
+    dump->add_flag("-v,--verbose", arguments->options.verbose, "every field of every message");
+    dump->add_flag("--json", arguments->options.json, "one JSON object for each message");
+    dump->footer("Ends with 0; 1 where a check word was wrong or bytes were skipped; 2 where the\n"
+                 "source cannot be read. An interrupt ends a live stream with its counts.");
+    dump->callback(
+        [arguments, &status] { status = runDump(arguments->source, arguments->options); });
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "ctl/FrameScanner.h"
+#include "ctl/Render.h"
+
+#include <cstdint>
+#include <iosfwd>
+#include <memory>
+#include <span>
+
+/// Dump: `kestrunectl dump`, a stream of RTCM 3 messages and reply frames in readable form.
+
+namespace CLI {
+class App;
+}
+
+struct DumpOptions {
+    bool verbose = false; // every field
+    bool json = false;    // one object a line
+};
+
+class Dump {
+public:
+    Dump(DumpOptions options, std::ostream& out);
+
+    void take(std::span<const std::uint8_t> bytes);
+    /// The rest, and the counts.
+    void finish();
+    /// 1 where a check word was wrong or bytes were skipped, else 0.
+    int status() const;
+
+private:
+    void tell();
+    void tellMessage(const Found& found, Depth depth);
+    void tellReply(const Found& found);
+    void tellSkipped(const Found& found, Depth depth);
+
+    FrameScanner scanner_;
+    std::unique_ptr<Report> report_;
+    Counts counts_;
+};
+
+/// Adds the subcommand; running it writes the exit status: 0, 1 as Dump::status, 2 unreadable.
+void addDump(CLI::App& app, int& status);

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "ctl/Describe.h"
+#include "ctl/FrameScanner.h"
+
+#include <cstdint>
+#include <iosfwd>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// Render: the pieces of a dumped stream as lines of text or of JSON.
+
+struct Counts {
+    std::map<int, std::uint64_t> messages; // with a right check word, by type
+    std::uint64_t replies = 0;
+    std::uint64_t badFrames = 0;
+    std::uint64_t skippedBytes = 0;
+    std::uint64_t tooShort = 0; // messages that end before their fields do
+    std::uint64_t epochs = 0;   // observation messages that say they are the last of their epoch
+};
+
+/// What a receiver behind this stream would miss.
+std::vector<std::string> remarks(const Counts& counts);
+
+enum class Depth { kStream, kReply };
+
+class Report {
+public:
+    virtual ~Report() = default;
+    virtual void message(const Found& found, const Description& d, Depth depth) = 0;
+    virtual void reply(const Found& found, std::uint32_t word, int kind) = 0;
+    virtual void skipped(const Found& found, Depth depth) = 0;
+    virtual void summary(const Counts& counts) = 0;
+};
+
+std::unique_ptr<Report> textReport(std::ostream& out, bool verbose);
+std::unique_ptr<Report> jsonReport(std::ostream& out, bool verbose);
