@@ -216,6 +216,7 @@ Recording::Recording(const std::string& path, ref::GpsTime near) {
     }
     if (epochs_.empty())
         throw std::runtime_error(path + " holds no complete epoch of observations");
+    epoch.frames.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(from), bytes.end());
     std::move(epoch.frames.begin(), epoch.frames.end(), std::back_inserter(epochs_.back().frames));
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iomanip>
 #include <sstream>
 
 namespace ref {
@@ -12,13 +13,15 @@ constexpr int kStationId = 4095;
 constexpr std::size_t kMostFaultsInWords = 100;
 constexpr std::size_t kMostCells = 64; // of a message; the last of so many is without values
 
-std::string describe(const Expected& e) {
+std::string when(GpsTime t) {
     std::ostringstream out;
-    if (e.type != 0)
-        out << "the forwarded frame of type " << e.type;
-    else
-        out << "the reply to the epoch " << e.time.sow << " s of week " << e.time.week;
+    out << t.week << "/" << std::fixed << std::setprecision(3) << t.sow; // GPS week and second
     return out.str();
+}
+
+std::string describe(const Expected& e) {
+    return e.type != 0 ? "the forwarded frame of type " + std::to_string(e.type)
+                       : "the reply to epoch " + when(e.time);
 }
 
 // Messages of a reply in order: 'B' is the second message of BeiDou.
@@ -183,17 +186,17 @@ bool Judge::compare(const Reply& reply, const Expected& expected, EpochResult& r
     const bool values = predictor_.expectation.values;
     try {
         if (reply.word != 0xFFFFFFFF || reply.messages.size() < 2)
-            fault("head of the reply at ", expected.time.sow);
+            fault("head of the reply at ", when(expected.time));
         const Bytes& body = reply.messages.at(0).body;
         const Station1005 station = read1005(body);
         const Station1005 plain{.station = kStationId, .xyzM = station.xyzM};
         if (body != write1005(plain) ||
             (values && norm(station.xyzM - predictor_.virtualAt) > 2e-4))
-            fault("station message 1005 at ", expected.time.sow);
+            fault("station message 1005 at ", when(expected.time));
         static const Bytes descriptors =
             write1033({kStationId, "GPPNULLANTENNA", 0, "", "", "", "KRV VRS"});
         if (reply.messages.at(1).body != descriptors)
-            fault("station message 1033 at ", expected.time.sow);
+            fault("station message 1033 at ", when(expected.time));
         std::vector<Msm> messages;
         for (std::size_t i = 2; i < reply.messages.size(); ++i) {
             messages.push_back(readMsm(reply.messages[i].body));
@@ -204,7 +207,7 @@ bool Judge::compare(const Reply& reply, const Expected& expected, EpochResult& r
         if (values)
             compareCells(messages, expected, result);
     } catch (const std::exception& e) {
-        fault("a message of the reply at ", expected.time.sow, ": ", e.what());
+        fault("a message of the reply at ", when(expected.time), ": ", e.what());
     }
     return verdict_.wrong == before;
 }
@@ -213,9 +216,9 @@ void Judge::compareMessages(const std::vector<Msm>& messages, const Expected& ex
     std::string came;
     for (const Msm& m : messages) {
         if (m.more != (&m != &messages.back()))
-            fault("multiple-message bit of ", m.type, " at ", expected.time.sow);
+            fault("multiple-message bit of ", m.type, " at ", when(expected.time));
         if (m.msm != 4 || m.station != kStationId || m.iods != 0 || !sameEpoch(m, expected.time))
-            fault("head of ", m.type, " at ", expected.time.sow);
+            fault("head of ", m.type, " at ", when(expected.time));
         came += m.sats.empty() ? m.system : group(satName(m.system, m.sats[0]));
     }
     std::string owed;
@@ -238,7 +241,7 @@ void Judge::compareMessages(const std::vector<Msm>& messages, const Expected& ex
                 owed += g;
     }
     if (came != owed)
-        fault("messages of ", came, " instead of ", owed, " at ", expected.time.sow);
+        fault("messages of ", came, " instead of ", owed, " at ", when(expected.time));
 }
 
 void Judge::compareCells(const std::vector<Msm>& messages, const Expected& expected,
@@ -260,21 +263,21 @@ void Judge::compareCells(const std::vector<Msm>& messages, const Expected& expec
         for (const auto& [signal, cell] : s.cells) {
             const auto it = came.find(s.sat + " " + signal);
             if (it != came.end()) {
-                compareCell(signal, cell, *it->second, r);
+                compareCell(expected.time, signal, cell, *it->second, r);
                 came.erase(it);
             } else if (!s.uncertain && !full.contains(group(s.sat))) {
-                fault(s.sat, " ", signal, " is missing at ", expected.time.sow);
+                fault(s.sat, " ", signal, " is missing at ", when(expected.time));
             }
         }
     }
     for (const auto& [key, cell] : came)
-        fault(key, " must not be there at ", expected.time.sow);
+        fault(key, " must not be there at ", when(expected.time));
 }
 
-void Judge::compareCell(const std::string& signal, const ExpectedCell& expected, const Cell& got,
-                        EpochResult::Satellite& result) {
+void Judge::compareCell(GpsTime time, const std::string& signal, const ExpectedCell& expected,
+                        const Cell& got, EpochResult::Satellite& result) {
     if (!got.pseudorangeM || !got.phaseRangeM)
-        return fault(got.sat, " ", signal, " has no values");
+        return fault(got.sat, " ", signal, " has no values at ", when(time));
     const double rangeM = *got.pseudorangeM - expected.pseudorangeM;
     double phaseM = *got.phaseRangeM - expected.phaseRangeM;
     if (std::abs(phaseM) > 1) // a phase far from the range is taken back by whole cycles
@@ -283,9 +286,10 @@ void Judge::compareCell(const std::string& signal, const ExpectedCell& expected,
     const double more = system == 'J' ? kQzssBoundM : 0;
     if (!(std::abs(rangeM) <= kRangeBoundM + more) || !(std::abs(phaseM) <= kPhaseBoundM + more))
         fault(got.sat, " ", signal, " is off by ", rangeM, " m of range and ", phaseM,
-              " m of phase");
+              " m of phase at ", when(time));
     if (got.lock != 0 || got.half || !sameCnr(expected.cnr, got.cnr))
-        fault(got.sat, " ", signal, " has a wrong lock time, half-cycle flag or CNR");
+        fault(got.sat, " ", signal, " has a wrong lock time, half-cycle flag or CNR at ",
+              when(time));
     Worst& w = verdict_.worst[system];
     w.rangeM = std::max(w.rangeM, std::abs(rangeM));
     w.phaseM = std::max(w.phaseM, std::abs(phaseM));

@@ -83,8 +83,8 @@ private:
     void compareMessages(const std::vector<Msm>& messages, const Expected& expected);
     void compareCells(const std::vector<Msm>& messages, const Expected& expected,
                       EpochResult& result);
-    void compareCell(const std::string& signal, const ExpectedCell& expected, const Cell& got,
-                     EpochResult::Satellite& result);
+    void compareCell(GpsTime time, const std::string& signal, const ExpectedCell& expected,
+                     const Cell& got, EpochResult::Satellite& result);
     bool sameEpoch(const Msm& m, GpsTime t) const;
 
     Predictor predictor_;
