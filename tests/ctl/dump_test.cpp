@@ -22,7 +22,6 @@ using ref::frame;
 
 constexpr DumpOptions kPlain{};
 constexpr DumpOptions kVerbose{.verbose = true};
-constexpr DumpOptions kJson{.json = true};
 constexpr DumpOptions kAllJson{.verbose = true, .json = true};
 
 Bytes operator+(Bytes a, const Bytes& b) {

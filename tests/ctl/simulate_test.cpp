@@ -2,6 +2,7 @@
 
 #include "reference/msm.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cjson/cJSON.h>
 #include <csignal>
@@ -37,10 +38,9 @@ public:
         const int out = open(output.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0644);
         dup2(out, STDOUT_FILENO);
         dup2(out, STDERR_FILENO);
-        std::vector<char*> argv;
-        for (std::string& a : arguments)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
+        std::vector<char*> argv(arguments.size() + 1);
+        std::transform(arguments.begin(), arguments.end(), argv.begin(),
+                       [](std::string& a) { return a.data(); });
         execv(argv[0], argv.data());
         _exit(127);
     }

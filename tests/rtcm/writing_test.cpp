@@ -162,7 +162,7 @@ TEST(CloseFrame, TakesUpTo1023BytesAndPadsTheLast) {
     EXPECT_EQ(closeFrame(buff, 24), 6U);
     EXPECT_EQ(closeFrame(buff, 24 + 8 * 1023), 1029U);
     EXPECT_EQ(closeFrame(buff, 24 + 8 * 1023 + 1), 0U);
-    EXPECT_EQ(closeFrame(std::span(buff).first(50), 8 * 48), 0U);
+    EXPECT_EQ(closeFrame(std::span(buff).first(50), 384), 0U);
     EXPECT_EQ(closeFrame(buff, 0), 0U);
     const auto tooLong = [](auto& b, auto& n) {
         for (int i = 0; i < n; ++i)
