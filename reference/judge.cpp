@@ -292,6 +292,7 @@ void Judge::compareCell(const std::string& signal, const ExpectedCell& expected,
     ++w.cells;
     ++verdict_.cells;
     ++verdict_.signals[system + signal];
+    result.cells.push_back({rangeM, phaseM});
     if (std::abs(rangeM) > std::abs(result.rangeErrorM))
         result.rangeErrorM = rangeM;
     if (std::abs(phaseM) > std::abs(result.phaseErrorM))
