@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <numeric>
+#include <utility>
 
 namespace {
 
@@ -52,47 +53,66 @@ PlacedLabel candidate(const Label& label, double angle, double distance) {
     return p;
 }
 
-std::optional<PlacedLabel> place(const Label& label, const std::vector<Box>& taken,
-                                 const Box& bounds, double mostDistance) {
-    for (double distance = 0; distance <= mostDistance; distance += kStep)
-        for (const double turn : kTurns) {
-            const PlacedLabel p = candidate(label, turn * kPi / 4, distance);
-            if (!p.box.inside(bounds) || !free(p.box, taken))
-                continue;
-            const std::vector<Box> line = p.leader ? along(p) : std::vector<Box>{};
-            if (std::all_of(line.begin(), line.end(), [&](const Box& b) { return free(b, taken); }))
-                return p;
-        }
+// What is drawn already. Labels cover nothing of it; the lines to them keep clear of texts, and of
+// marks and other lines where they can.
+struct Drawing {
+    std::vector<Box> texts, marks, lines;
+};
+enum class Crossing { none, marks, marksAndLines };
+
+bool clear(const PlacedLabel& p, const Drawing& drawing, Crossing allowed) {
+    if (!free(p.box, drawing.texts) || !free(p.box, drawing.marks) || !free(p.box, drawing.lines))
+        return false;
+    const std::vector<Box> line = p.leader ? along(p) : std::vector<Box>{};
+    return std::all_of(line.begin(), line.end(), [&](const Box& b) {
+        return free(b, drawing.texts) && (allowed >= Crossing::marks || free(b, drawing.marks)) &&
+               (allowed == Crossing::marksAndLines || free(b, drawing.lines));
+    });
+}
+
+std::optional<PlacedLabel> place(const Label& label, const Drawing& drawing, const Box& bounds,
+                                 double mostDistance) {
+    for (const Crossing allowed : {Crossing::none, Crossing::marks, Crossing::marksAndLines})
+        for (double distance = 0; distance <= mostDistance; distance += kStep)
+            for (const double turn : kTurns) {
+                const PlacedLabel p = candidate(label, turn * kPi / 4, distance);
+                if (p.box.inside(bounds) && clear(p, drawing, allowed))
+                    return p;
+            }
     return std::nullopt;
 }
 
 } // namespace
 
+Box markBox(const Label& l) {
+    return {l.x - l.markRadius, l.y - l.markRadius, 2 * l.markRadius, 2 * l.markRadius};
+}
+
 std::vector<std::optional<PlacedLabel>> placeLabels(const std::vector<Label>& labels,
                                                     std::vector<Box> obstacles, const Box& bounds,
                                                     double mostDistance) {
-    for (const Label& l : labels)
-        obstacles.push_back(
-            {l.x - l.markRadius, l.y - l.markRadius, 2 * l.markRadius, 2 * l.markRadius});
-    // those with the most neighbours choose first
+    Drawing drawing{std::move(obstacles), {}, {}};
     std::vector<std::size_t> order(labels.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
     std::vector<long> neighbours;
-    for (const Label& l : labels)
+    for (const Label& l : labels) {
+        drawing.marks.push_back(markBox(l));
         neighbours.push_back(std::count_if(labels.begin(), labels.end(), [&](const Label& other) {
             return std::hypot(other.x - l.x, other.y - l.y) < kCrowd;
         }));
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t a, std::size_t b) { return neighbours[a] > neighbours[b]; });
+    }
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        return labels[a].minor != labels[b].minor ? labels[b].minor : neighbours[a] > neighbours[b];
+    });
     std::vector<std::optional<PlacedLabel>> out(labels.size());
     for (const std::size_t i : order) {
-        out[i] = place(labels[i], obstacles, bounds, mostDistance);
+        out[i] = place(labels[i], drawing, bounds, mostDistance);
         if (!out[i])
             continue;
-        obstacles.push_back(out[i]->box);
+        drawing.texts.push_back(out[i]->box);
         if (out[i]->leader)
             for (const Box& b : along(*out[i]))
-                obstacles.push_back(b);
+                drawing.lines.push_back(b);
     }
     return out;
 }

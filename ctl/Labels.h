@@ -21,7 +21,10 @@ struct Label {
     double x = 0, y = 0;          // of the mark that it names
     double markRadius = 0;        // kept free
     double width = 0, height = 0; // of its text
+    bool minor = false;           // after all others
 };
+/// What its mark covers.
+Box markBox(const Label& label);
 
 struct PlacedLabel {
     Box box;
@@ -29,8 +32,8 @@ struct PlacedLabel {
     double fromX = 0, fromY = 0, toX = 0, toY = 0;
 };
 
-/// Places, in the order of the labels, inside the bounds and clear of the obstacles; nothing where
-/// there is no room within the distance.
+/// Places in the order of the labels, inside the bounds, clear of the obstacles and of each other's
+/// marks; nothing where there is no room within the distance. The most crowded choose first.
 std::vector<std::optional<PlacedLabel>> placeLabels(const std::vector<Label>& labels,
                                                     std::vector<Box> obstacles, const Box& bounds,
                                                     double mostDistance);

@@ -21,6 +21,8 @@ std::string count(long n) {
 }
 
 std::string milliseconds(double s) {
+    if (s < 95e-6)
+        return text("%.0f \u00B5s", s * 1e6);
     return text(s < 0.01 ? "%.2f ms" : s < 0.1 ? "%.1f ms" : "%.0f ms", s * 1e3);
 }
 
@@ -85,10 +87,9 @@ std::string worstFigure(const ref::Verdict& v, ErrorOf what) {
         }
     }
     const char* const form = range ? "%.2f mm" : "%.3f mm";
-    return figure(
-        range ? "worst range" : "worst phase", text(form, worstM * 1e3),
-        text(range ? "from the truth; %.2f mm allowed" : "from the truth; %.3f mm allowed",
-             boundM * 1e3));
+    return figure(range ? "worst range difference" : "worst phase difference",
+                  text(form, worstM * 1e3),
+                  text(range ? "%.2f mm allowed" : "%.3f mm allowed", boundM * 1e3));
 }
 
 std::string verdictText(const ref::Verdict& v) {
@@ -167,6 +168,15 @@ std::string systemKey(const ReportData& d) {
     return out + "</ul>\n";
 }
 
+std::string fateKey(const ReportData& d) {
+    std::string out = "<ul class=\"key\">";
+    for (const ref::Fate fate : kFates)
+        if (std::any_of(d.satellites.begin(), d.satellites.end(),
+                        [&](const auto& s) { return s.second.epochs.contains(fate); }))
+            out += "<li>" + fateIcon(fate) + escaped(ref::name(fate)) + "</li>";
+    return out + "</ul>\n";
+}
+
 // Satellites of a fate, a line a system; how often, where that was not always.
 std::string fateRow(const ReportData& d, ref::Fate fate) {
     std::map<char, std::string> lines;
@@ -193,10 +203,10 @@ std::string fateRow(const ReportData& d, ref::Fate fate) {
 
 std::string skySection(const ReportData& d) {
     std::string out =
-        "<section>\n<h2>The sky</h2>\n<p class=\"note\">Seen from the virtual "
-        "station: the zenith in the middle, the horizon outside, the limit of 5\u00B0 "
-        "dotted. Marks stand where the satellites were at the end of the run.</p>\n" +
-        skyPlot(d) + systemKey(d);
+        "<section>\n<h2>The sky</h2>\n<p class=\"note\">Seen from the virtual station: the zenith "
+        "in the middle, the horizon outside, the limit of 5\u00B0 dotted. A mark stands where a "
+        "satellite was last; those that have set are pale.</p>\n" +
+        skyPlot(d) + systemKey(d) + fateKey(d);
     std::string unplaced;
     bool several = false;
     for (const auto& [sat, record] : d.satellites) {
@@ -227,9 +237,11 @@ std::string errorSection(const ReportData& d, const Totals& t) {
         "the bounds: half a step and 0.1 mm";
     if (d.range.contains('J'))
         out += ", for QZSS 0.4 mm more, for its specified rotation rate";
-    return out + ".</p>\n<div class=\"pair\">\n<div>" + errorChart(d, t.verdict, ErrorOf::range) +
-           "</div>\n<div>" + errorChart(d, t.verdict, ErrorOf::phase) +
-           "</div>\n</div>\n</section>\n";
+    return out +
+           ". A satellite that hardly moves in a short run has the same difference again and "
+           "again: a peak.</p>\n<div class=\"pair\">\n<div>" +
+           errorChart(d, t.verdict, ErrorOf::range) + "</div>\n<div>" +
+           errorChart(d, t.verdict, ErrorOf::phase) + "</div>\n</div>\n</section>\n";
 }
 
 std::string delaySection(const ReportData& d, const Totals& t) {
@@ -243,14 +255,14 @@ std::string typeSection(const ref::Verdict& v) {
     std::vector<std::pair<int, std::uint64_t>> types(v.bytes.begin(), v.bytes.end());
     std::stable_sort(types.begin(), types.end(),
                      [](const auto& a, const auto& b) { return a.second > b.second; });
-    std::string out =
-        "<section>\n<h2>What came back</h2>\n<p class=\"note\">Bytes by message: those "
-        "of the replies and those forwarded.</p>\n<dl class=\"types\">\n";
+    std::string out = "<section class=\"wide\">\n<h2>What came back</h2>\n<p class=\"note\">Bytes "
+                      "by message: those "
+                      "of the replies and those forwarded.</p>\n<dl class=\"types\">\n";
     for (const auto& [type, n] : types)
-        out += "<dt>" + escaped(messageName(type)) + "</dt><dd>" + escaped(sizeText(n)) +
+        out += "<div><dt>" + escaped(messageName(type)) + "</dt><dd>" + escaped(sizeText(n)) +
                "</dd><i style=\"width:" +
                coordinate(100 * static_cast<double>(n) / static_cast<double>(types[0].second)) +
-               "%\"></i>\n";
+               "%\"></i></div>\n";
     return out + "</dl>\n</section>\n";
 }
 

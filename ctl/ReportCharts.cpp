@@ -118,21 +118,27 @@ std::string rangeChangeChart(const ReportData& data) {
     }
     for (const auto& [sat, record] : data.satellites) {
         std::string path;
-        double beforeX = -1e9;
-        double beforeY = -1e9;
+        double beforeX = 0;
+        double beforeY = 0;
+        long before = -1; // epoch of the last sample
         for (const SkySample& s : record.track) {
             if (!s.placed || s.changeM == 0 || s.direction.elevationDeg < 0)
                 continue;
             const double px = x.at(s.direction.elevationDeg);
             const double py = y.at(s.changeM);
-            if (std::hypot(px - beforeX, py - beforeY) < 1)
+            const bool joined = before >= 0 && s.epoch - before <= data.skyStride;
+            before = s.epoch;
+            if (joined && std::hypot(px - beforeX, py - beforeY) < 1)
                 continue;
-            path += "M" + coordinate(px) + " " + coordinate(py) + "h0"; // a dot by its round cap
+            path += (joined ? "L" : "M") + coordinate(px) + " " + coordinate(py);
             beforeX = px;
             beforeY = py;
         }
-        if (!path.empty())
-            out += std::string("<path d=\"") + path + "\" class=\"dots " + sat[0] + "\"/>\n";
+        if (path.empty())
+            continue;
+        out += std::string("<g class=\"") + sat[0] + "\"><path d=\"" + path +
+               "\" class=\"curve\"/>" + fateMark(ref::Fate::answered, beforeX, beforeY, 2.8) +
+               "</g>\n";
     }
     return out + "</svg>\n";
 }
@@ -215,11 +221,13 @@ std::string delayChart(const ReportData& data, double medianS, double ninetyNine
     std::vector<double> ticks;
     if (most > 8 * medianS * 1e3) { // a few late ones would press all others to the floor
         y.log = true;
-        y.low = std::pow(10, std::floor(std::log10(least)));
+        y.low = least * 0.7;
         y.high = most * 1.3;
-        for (double decade = y.low; decade < y.high; decade *= 10)
+        for (double decade = std::pow(10, std::floor(std::log10(y.low))); decade < y.high;
+             decade *= 10)
             for (const double factor : {1.0, 2.0, 5.0})
-                if (factor * decade < y.high && (factor == 1 || y.high / y.low < 300))
+                if (factor * decade > y.low && factor * decade < y.high &&
+                    (factor == 1 || y.high / y.low < 300))
                     ticks.push_back(factor * decade);
     } else {
         const double step = niceStep(y.high, 5);
@@ -228,7 +236,7 @@ std::string delayChart(const ReportData& data, double medianS, double ninetyNine
     }
     const double epochs = static_cast<double>(std::max(data.epochs, 2L));
     const Axis x{1, epochs, 44, kChartWidth - 54};
-    std::string out = svgStart(234, "delay of the replies");
+    std::string out = svgStart(248, "delay of the replies");
     for (const double ms : ticks) {
         out += svgLine(x.from, y.at(ms), x.to, y.at(ms), "grid");
         out += svgText(x.from - 6, y.at(ms) + 4, "end", plain(ms));
@@ -240,7 +248,7 @@ std::string delayChart(const ReportData& data, double medianS, double ninetyNine
         if (x.at(e) > x.from + 20)
             out += svgText(x.at(e), y.from + 20, "mid",
                            grouped(static_cast<std::uint64_t>(std::lround(e))));
-    out += svgText(kChartWidth, y.from + 20, "end", "epoch");
+    out += svgText(x.to, y.from + 38, "end", "epoch");
     std::string path;
     for (std::size_t i = 0; i < data.delays.size(); ++i) {
         const long epoch = static_cast<long>(i) * data.delayStride + (data.delayStride + 1) / 2;

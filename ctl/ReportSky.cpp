@@ -60,7 +60,8 @@ std::string track(const SatelliteRecord& record, long stride) {
     return out;
 }
 
-std::string rings(std::vector<Box>& taken) {
+// The net; where its words stand goes to `texts`.
+std::string rings(const std::vector<Label>& marks, std::vector<Box>& texts) {
     std::string out;
     for (const int deg : {0, 5, 30, 60}) {
         out += "<circle cx=\"" + coordinate(kMiddle) + "\" cy=\"" + coordinate(kMiddle) +
@@ -81,17 +82,17 @@ std::string rings(std::vector<Box>& taken) {
         const double x = kMiddle + (p.x - kMiddle) * (kRadius + 12) / kRadius;
         const double y = kMiddle + (p.y - kMiddle) * (kRadius + 12) / kRadius;
         out += svgText(x, y + 4.5, "mid strong", w.name);
-        taken.push_back({x - 7, y - 8, 14, 16});
+        texts.push_back({x - 7, y - 8, 14, 16});
     }
     // the elevations where no mark is
     for (const int deg : {30, 60})
         for (int azimuth = 2; azimuth < 360; azimuth += 5) {
             const Point p = at(azimuth, deg);
             const Box box{p.x - 12, p.y - 7, 24, 14};
-            if (std::any_of(taken.begin(), taken.end(),
-                            [&](const Box& b) { return b.overlaps(box); }))
+            if (std::any_of(marks.begin(), marks.end(),
+                            [&](const Label& m) { return box.overlaps(markBox(m)); }))
                 continue;
-            taken.push_back(box);
+            texts.push_back(box);
             out += svgText(p.x, p.y + 4.5, "mid halo", text("%d\u00B0", deg));
             break;
         }
@@ -148,31 +149,35 @@ std::string skyPlot(const ReportData& data) {
         if (!record.last.placed)
             continue;
         const Point p = at(record.last.direction);
-        marks += "<g class=\"" + entry.first.substr(0, 1) + "\">" + track(record, data.skyStride);
+        const bool gone = record.last.epoch + 1 < data.epochs;
+        marks += "<g class=\"" + entry.first.substr(0, 1) + (gone ? " gone" : "") + "\">" +
+                 track(record, data.skyStride);
         // its last fate, and around it, larger, what else it met
         marks += fateMark(record.last.fate, p.x, p.y, kDot);
         double radius = kDot;
         for (const auto& [fate, n] : record.epochs)
-            if (fate != record.last.fate) {
+            if (fate != record.last.fate && fate != ref::Fate::low) { // it has risen: nothing odd
                 radius += 2;
                 marks +=
                     fateMark(fate, p.x, p.y, fate == ref::Fate::answered ? kDot - 1.4 : radius);
             }
         marks += "</g>\n";
-        labels.push_back({p.x, p.y, radius * 1.1 + 0.4, kLabelWidth, kLabelHeight});
+        labels.push_back({p.x, p.y, radius * 1.1 + 0.4, kLabelWidth, kLabelHeight, gone});
         shown.push_back(&entry);
     }
-    std::vector<Box> taken;
-    for (const Label& l : labels)
-        taken.push_back(
-            {l.x - l.markRadius, l.y - l.markRadius, 2 * l.markRadius, 2 * l.markRadius});
-    std::string out = svgStart(kChartWidth, "the satellites in the sky");
-    out += rings(taken);
-    out += marks;
-    const auto places = placeLabels(labels, taken, {0, 0, kChartWidth, kChartWidth}, 60);
+    std::vector<Box> texts;
+    std::string out = rings(labels, texts) + marks;
+    const auto places = placeLabels(labels, texts, {0, 0, kChartWidth, kChartWidth}, 90);
+    int nameless = 0;
     for (std::size_t i = 0; i < places.size(); ++i)
-        if (places[i])
+        if (!places[i])
+            ++nameless;
+        else
             out += "<g class=\"" + shown[i]->first.substr(0, 1) + "\">" +
                    labelText(shown[i]->first, *places[i]) + "</g>\n";
-    return out + "</svg>\n";
+    if (nameless > 0)
+        out += svgText(0, kChartWidth + 14, "",
+                       text("%d without room for a name: see the table", nameless));
+    return svgStart(kChartWidth + (nameless > 0 ? 20 : 0), "the satellites in the sky") + out +
+           "</svg>\n";
 }

@@ -50,22 +50,27 @@ text.bad { fill: var(--bad); font-weight: 600; }
 .cutoff { stroke: var(--axis); stroke-width: 1; stroke-dasharray: 2 3; }
 .bound { stroke: var(--ink); stroke-width: 1.2; stroke-dasharray: 4 2; }
 .track { fill: none; stroke: var(--c); stroke-width: 1.4; opacity: .45; stroke-linecap: round; }
+.gone { opacity: .6; }
 .dim { stroke-dasharray: 1 3; opacity: .8; }
 .leader { stroke: var(--c); stroke-width: .8; opacity: .7; }
 .limit { fill: none; stroke: var(--axis); stroke-width: 1; stroke-dasharray: 2 3; }
-.dots { fill: none; stroke: var(--c); stroke-width: 3; stroke-linecap: round; opacity: .8; }
+.dots { fill: none; stroke: var(--c); stroke-width: 3.4; stroke-linecap: round; stroke-linejoin: round; opacity: .85; }
+.curve { fill: none; stroke: var(--c); stroke-width: 1.8; stroke-linecap: round; opacity: .6; }
 .median { stroke: var(--ink); stroke-width: 1.2; } .high { stroke: var(--ink); stroke-width: 1.2; stroke-dasharray: 5 3; }
-.key { display: flex; flex-wrap: wrap; gap: .15rem 1.1rem; padding: 0; margin: 0 0 1rem; list-style: none; font-size: .9rem; }
+.key { display: flex; flex-wrap: wrap; gap: .15rem .9rem; padding: 0; margin: 0 0 1rem; list-style: none; font-size: .85rem; }
 .key b { font-weight: 600; color: var(--c); }
 table { border-collapse: collapse; width: 100%; font-size: .9rem; line-height: 1.5; }
 th, td { text-align: left; vertical-align: top; padding: .45rem .8rem .45rem 0; border-top: 1px solid var(--hair); }
 th { font-weight: 600; width: 9.5rem; }
 td { font-variant-numeric: tabular-nums; }
+@media (max-width: 47.99rem) { th, td { display: block; width: auto; border: 0; padding: 0; }
+  th { border-top: 1px solid var(--hair); padding: .6rem 0 .2rem; } td { padding-bottom: .7rem; } }
 td div { padding-left: 1.3em; text-indent: -1.3em; }
 .letter { color: var(--c); font-weight: 600; }
-.types { display: grid; grid-template-columns: minmax(0, 1fr) auto; gap: 0 1rem; margin: .8rem 0 0; font-size: .9rem; }
-.types dt { margin: 0; } .types dd { margin: 0; text-align: right; font-variant-numeric: tabular-nums; }
-.types i { grid-column: 1 / 3; display: block; height: 7px; margin: .1rem 0 .75rem; border-radius: 2px; background: var(--plain); min-width: 2px; }
+.types { margin: .8rem 0 0; font-size: .9rem; }
+.types div { display: grid; grid-template-columns: minmax(0, 1fr) auto; column-gap: 1rem; break-inside: avoid; }
+.types dd { margin: 0; text-align: right; font-variant-numeric: tabular-nums; }
+.types i { grid-column: 1 / 3; height: 7px; margin: .1rem 0 .75rem; border-radius: 2px; background: var(--plain); min-width: 2px; }
 ul.wrong { padding-left: 1.2rem; margin: 0; overflow-wrap: anywhere; }
 @media (min-width: 48rem) {
   main { padding: 3.5rem 2rem 5rem; }
@@ -73,5 +78,6 @@ ul.wrong { padding-left: 1.2rem; margin: 0; overflow-wrap: anywhere; }
   .figures { grid-template-columns: repeat(4, 1fr); }
   .columns { grid-template-columns: minmax(0, 1fr) minmax(0, 1fr); column-gap: 4rem; }
   section.wide { grid-column: 1 / 3; }
+  .types { columns: 2; column-gap: 4rem; }
   .pair { display: grid; grid-template-columns: minmax(0, 1fr) minmax(0, 1fr); column-gap: 4rem; } }
 )";
