@@ -256,7 +256,8 @@ std::string delayChart(const ReportData& data, double medianS, double ninetyNine
                 coordinate(y.at(data.delays[i].least * 1e3)) + "V" +
                 coordinate(y.at(data.delays[i].most * 1e3));
     }
-    out += "<path d=\"" + path + "\" class=\"dots plainc\"/>\n";
+    out += "<path d=\"" + path + "\" class=\"plainc " + (data.delayStride > 1 ? "curve" : "dots") +
+           "\"/>\n";
     const double medianY = y.at(medianS * 1e3);
     const double highY = y.at(ninetyNineS * 1e3);
     // their names stay apart where the lines do not

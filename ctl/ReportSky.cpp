@@ -11,7 +11,7 @@ namespace {
 constexpr double kMiddle = kChartWidth / 2;
 constexpr double kRadius = 142; // of the horizon
 constexpr double kDot = 3.4;
-constexpr double kLabelHeight = 12.5;
+constexpr double kLabelHeight = 11; // of capitals and digits, with some air
 constexpr double kLabelWidth = 26;
 
 struct Point {
@@ -104,7 +104,7 @@ std::string labelText(const std::string& sat, const PlacedLabel& p) {
     if (p.leader)
         out += svgLine(p.fromX, p.fromY, p.toX, p.toY, "leader");
     return out +
-           svgText(p.box.x + p.box.width / 2, p.box.y + p.box.height - 2.5, "mid own halo", sat);
+           svgText(p.box.x + p.box.width / 2, p.box.y + p.box.height - 1.2, "mid own halo", sat);
 }
 
 } // namespace
