@@ -241,7 +241,7 @@ std::string delayChart(const ReportData& data, double medianS, double ninetyNine
         out += svgLine(x.from, y.at(ms), x.to, y.at(ms), "grid");
         out += svgText(x.from - 6, y.at(ms) + 4, "end", plain(ms));
     }
-    out += svgText(0, 12, "", y.log ? "ms, each step ten times as long" : "delay, ms");
+    out += svgText(0, 12, "", y.log ? "delay, ms (logarithmic)" : "delay, ms");
     const double step = std::max(1.0, niceStep(epochs, 4));
     out += svgText(x.from, y.from + 20, "mid", "1");
     for (double e = step; e <= epochs; e += step)
