@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numbers>
 #include <numeric>
 #include <utility>
 
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
 constexpr double kGap = 1.5;       // between a mark and its label
 constexpr double kStep = 2.0;      // outwards
 constexpr double kLeaderFrom = 6;  // a label further away than that has a line
@@ -91,7 +91,7 @@ std::optional<PlacedLabel> place(const Label& label, const Drawing& drawing, con
     double least = 1e9;
     for (double distance = 0; distance <= mostDistance && distance < least; distance += kStep)
         for (const double turn : kTurns) {
-            const PlacedLabel p = candidate(label, turn * kPi / 4, distance);
+            const PlacedLabel p = candidate(label, turn * std::numbers::pi / 4, distance);
             if (!p.box.inside(bounds))
                 continue;
             if (const auto c = cost(p, distance, drawing); c && *c < least) {

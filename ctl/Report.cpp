@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace {
 
@@ -35,7 +36,7 @@ std::string sizeText(std::uint64_t bytes) {
 
 std::string siteText(const ref::Vec3& siteM) {
     const ref::Geodetic g = ref::toGeodetic(siteM);
-    constexpr double degrees = 180 / 3.14159265358979323846;
+    constexpr double degrees = 180 / std::numbers::pi;
     return text("%.4f\u00B0 %c, %.4f\u00B0 %c, %.0f m", std::abs(g.lat) * degrees,
                 g.lat < 0 ? 'S' : 'N', std::abs(g.lon) * degrees, g.lon < 0 ? 'W' : 'E', g.heightM);
 }
@@ -202,11 +203,14 @@ std::string fateRow(const ReportData& d, ref::Fate fate) {
 }
 
 std::string skySection(const ReportData& d) {
-    std::string out =
-        "<section>\n<h2>The sky</h2>\n<p class=\"note\">Seen from the virtual station: the zenith "
-        "in the middle, the horizon outside, the limit of 5\u00B0 dotted. A mark stands where a "
-        "satellite was last; those that have set are pale.</p>\n" +
-        skyPlot(d) + systemKey(d) + fateKey(d);
+    const bool gone = std::any_of(d.satellites.begin(), d.satellites.end(), [&](const auto& s) {
+        return s.second.last.placed && s.second.last.epoch + 1 < d.epochs;
+    });
+    std::string out = "<section>\n<h2>The sky</h2>\n<p class=\"note\">Seen from the virtual "
+                      "station: the zenith in the middle, the horizon outside, the limit of "
+                      "5\u00B0 dotted. A mark stands where a satellite was last";
+    out += gone ? "; those out of sight since are pale.</p>\n" : ".</p>\n";
+    out += skyPlot(d) + systemKey(d) + fateKey(d);
     std::string unplaced;
     bool several = false;
     for (const auto& [sat, record] : d.satellites) {
@@ -237,11 +241,11 @@ std::string errorSection(const ReportData& d, const Totals& t) {
         "the bounds: half a step and 0.1 mm";
     if (d.range.contains('J'))
         out += ", for QZSS 0.4 mm more, for its specified rotation rate";
-    return out +
-           ". A satellite that hardly moves in a short run has the same difference again and "
-           "again: a peak.</p>\n<div class=\"pair\">\n<div>" +
-           errorChart(d, t.verdict, ErrorOf::range) + "</div>\n<div>" +
-           errorChart(d, t.verdict, ErrorOf::phase) + "</div>\n</div>\n</section>\n";
+    out += ". A satellite that hardly moves in a short run has the same difference again and "
+           "again: a peak.</p>\n";
+    return out + "<div class=\"pair\">\n<div>" + errorChart(d, t.verdict, ErrorOf::range) +
+           "</div>\n<div>" + errorChart(d, t.verdict, ErrorOf::phase) +
+           "</div>\n</div>\n</section>\n";
 }
 
 std::string delaySection(const ReportData& d, const Totals& t) {
@@ -269,7 +273,8 @@ std::string typeSection(const ref::Verdict& v) {
 } // namespace
 
 void ErrorBins::add(double errorM, double halfStepM) {
-    const double bin = std::floor(errorM / halfStepM * kBinsOfHalfStep) + kBins / 2;
+    const double bin =
+        std::isfinite(errorM) ? std::floor(errorM / halfStepM * kBinsOfHalfStep) + kBins / 2 : 0;
     ++counts_[static_cast<std::size_t>(std::clamp(bin, 0.0, kBins - 1.0))];
 }
 

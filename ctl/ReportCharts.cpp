@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace {
 
@@ -111,9 +112,8 @@ std::string rangeChangeChart(const ReportData& data) {
     for (const int side : {-1, 1}) {
         std::string path;
         for (int deg = 0; deg <= 90; deg += 3)
-            path +=
-                (deg == 0 ? "M" : "L") + coordinate(x.at(deg)) + " " +
-                coordinate(y.at(side * farthestM * std::cos(deg * 3.14159265358979323846 / 180)));
+            path += (deg == 0 ? "M" : "L") + coordinate(x.at(deg)) + " " +
+                    coordinate(y.at(side * farthestM * std::cos(deg * std::numbers::pi / 180)));
         out += "<path d=\"" + path + "\" class=\"limit\"/>\n";
     }
     for (const auto& [sat, record] : data.satellites) {

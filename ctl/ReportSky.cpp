@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace {
 
@@ -20,7 +21,7 @@ struct Point {
 
 // North up, east to the right as on a map.
 Point at(double azimuthDeg, double elevationDeg) {
-    constexpr double degree = 3.14159265358979323846 / 180;
+    constexpr double degree = std::numbers::pi / 180;
     const double r = kRadius * std::min(90 - elevationDeg, 92.0) / 90;
     return {kMiddle + r * std::sin(azimuthDeg * degree),
             kMiddle - r * std::cos(azimuthDeg * degree)};
