@@ -139,7 +139,7 @@ std::string trouble(const Totals& t) {
     const ref::Verdict& v = t.verdict;
     std::string out;
     if (!v.faults.empty()) {
-        out += "<section><h2>What was wrong</h2>\n<ul class=\"wrong\">\n";
+        out += "<section class=\"wide\">\n<h2>What was wrong</h2>\n<ul class=\"wrong\">\n";
         for (std::size_t i = 0; i < std::min(v.faults.size(), kMostFaultsShown); ++i)
             out += "<li>" + escaped(v.faults[i]) + "</li>\n";
         out += "</ul>\n";
@@ -149,7 +149,7 @@ std::string trouble(const Totals& t) {
         out += "</section>\n";
     }
     if (!t.faults.empty()) {
-        out += "<section><h2>Made wrong on purpose</h2>\n<p>";
+        out += "<section class=\"wide\">\n<h2>Made wrong on purpose</h2>\n<p>";
         std::string list;
         for (const auto& [fault, n] : t.faults)
             list += (list.empty() ? "" : ", ") + std::string(name(fault)) + " " + count(n) +
