@@ -3,6 +3,7 @@
 #include "common/Findings.h"
 #include "ctl/Calendar.h"
 #include "ctl/Deployment.h"
+#include "ctl/Report.h"
 #include "ctl/Simulator.h"
 #include "ctl/Summary.h"
 
@@ -41,6 +42,7 @@ struct Words {
     int stations = 1;
     std::string record;
     std::string play;
+    std::string report;
     std::vector<std::string> faults;
     bool json = false;
 };
@@ -238,9 +240,18 @@ int simulate(const Words& w) {
         if (!record)
             throw std::runtime_error(w.record + " cannot be written");
     }
+    std::ofstream page;
+    if (!w.report.empty()) {
+        page.open(w.report);
+        if (!page)
+            throw std::runtime_error(w.report + " cannot be written");
+    }
+    Report report(run.station.siteM);
     Endpoint& first = *endpoints.front();
     first.judge.onEpoch = [&](const ref::EpochResult& r) {
         progress.epoch(r, first.judge.verdict());
+        if (page.is_open())
+            report.epoch(r);
     };
     Simulator simulator(*source, endpoints, run.pace, FaultPlan(w.faults, w.seed));
     simulator.record = w.record.empty() ? nullptr : &record;
@@ -255,6 +266,8 @@ int simulate(const Words& w) {
     simulator.run(stopAsked);
     progress.end();
     const Totals totals = totalsOf(endpoints, simulator.faults, simulator.epochs(), run.values);
+    if (page.is_open() && !(page << report.page(totals) << std::flush))
+        throw std::runtime_error(w.report + " cannot be written");
     std::cout << (w.json ? summaryJson(totals) : summaryText(totals));
     return totals.verdict.wrong == 0 && totals.verdict.replies > 0 ? 0 : 1;
 }
@@ -287,6 +300,7 @@ void addSimulate(CLI::App& app, int& status) {
     c->add_option("--stations", w->stations, "endpoints, on successive ports")->check(CLI::Range(1, 5000))->capture_default_str();
     c->add_option("--record", w->record, "write what is sent (faults on its way aside) to a file");
     c->add_option("--play", w->play, "send a recorded stream; replies are checked for form, order and completeness")->check(CLI::ExistingFile);
+    c->add_option("--report", w->report, "draw what the first endpoint showed as a web page in one file");
     std::string faults;
     for (const std::string_view f : kFaultNames)
         faults += (faults.empty() ? "" : ", ") + std::string(f);

@@ -9,25 +9,7 @@
 
 namespace {
 
-constexpr std::string_view kSystems = "GRECJ";
 constexpr std::size_t kMostFaultsShown = 20;
-
-const char* systemName(char system) {
-    switch (system) {
-    case 'G':
-        return "GPS";
-    case 'R':
-        return "GLONASS";
-    case 'E':
-        return "Galileo";
-    case 'C':
-        return "BeiDou";
-    case 'J':
-        return "QZSS";
-    default:
-        return "?";
-    }
-}
 
 void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
     sum.replies += v.replies;
@@ -69,6 +51,23 @@ cJSON* child(cJSON* parent, const char* name) {
 }
 
 } // namespace
+
+const char* systemName(char system) {
+    switch (system) {
+    case 'G':
+        return "GPS";
+    case 'R':
+        return "GLONASS";
+    case 'E':
+        return "Galileo";
+    case 'C':
+        return "BeiDou";
+    case 'J':
+        return "QZSS";
+    default:
+        return "?";
+    }
+}
 
 double delayAt(std::vector<float> delaysS, double part) {
     if (delaysS.empty())

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <ostream>
+#include <string_view>
 
 /// Summary: what a simulation shows while it runs and at its end.
 
@@ -39,6 +40,10 @@ struct Totals {
 };
 Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const FaultPlan& station,
                 long epochs, bool values);
+
+/// Systems that a reply can hold.
+inline constexpr std::string_view kSystems = "GRECJ";
+const char* systemName(char system);
 
 /// For a person; for a program (one JSON object).
 std::string summaryText(const Totals& t);

@@ -296,6 +296,7 @@ void Judge::compareCell(GpsTime time, const std::string& signal, const ExpectedC
     ++w.cells;
     ++verdict_.cells;
     ++verdict_.signals[system + signal];
+    result.cells.push_back({rangeM, phaseM});
     if (std::abs(rangeM) > std::abs(result.rangeErrorM))
         result.rangeErrorM = rangeM;
     if (std::abs(phaseM) > std::abs(result.phaseErrorM))

@@ -11,15 +11,23 @@ namespace ref {
 /// Bounds on |reply - truth|: half a step of MSM4 and 0.1 mm for the rounding on the way. The
 /// rotation rate that the service uses for QZSS differs from the true one by 1.467e-12 rad/s: up to
 /// 38 m of orbit at the end of a week, 0.4 mm of the change of range over 300 m.
-constexpr double kRangeBoundM = 0.5 * 0.01787 + 1e-4;
-constexpr double kPhaseBoundM = 0.5 * 0.000559 + 1e-4;
+constexpr double kRangeHalfStepM = 0.5 * 0.01787;
+constexpr double kPhaseHalfStepM = 0.5 * 0.000559;
+constexpr double kRangeBoundM = kRangeHalfStepM + 1e-4;
+constexpr double kPhaseBoundM = kPhaseHalfStepM + 1e-4;
 constexpr double kQzssBoundM = 4e-4;
+
+/// Reply minus truth.
+struct CellError {
+    double rangeM = 0, phaseM = 0;
+};
 
 /// One answered epoch.
 struct EpochResult {
     struct Satellite {
         ExpectedSatellite expected;
         double rangeErrorM = 0, phaseErrorM = 0; ///< the largest of its cells, signed
+        std::vector<CellError> cells;
     };
     GpsTime time;
     std::size_t bytes = 0;
