@@ -1,12 +1,11 @@
+#include "process.h"
 #include "session.h"
 
 #include "reference/judge.h"
 
-#include <arpa/inet.h>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -18,17 +17,6 @@ namespace {
 
 using ref::Bytes;
 namespace fs = std::filesystem;
-
-std::string readFile(const fs::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at))
-        text.replace(at, from.size(), to), at += to.size();
-    return text;
-}
 
 /// Frames, forwarded or replies, that are there from the first to the last byte. Their lengths
 /// stand in their heads; what they hold is judged later.
@@ -47,16 +35,7 @@ int wholeFrames(const Bytes& received) {
 /// A listener on loopback that the service connects to.
 class Peer {
 public:
-    Peer() {
-        listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t n = sizeof a;
-        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-        EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &n), 0);
-        port = ntohs(a.sin_port);
-    }
+    Peer() : listener_(boundSocket(port)) {}
     ~Peer() {
         drop();
         close(listener_);
@@ -114,7 +93,7 @@ public:
     int port = 0;
 
 private:
-    int listener_ = -1;
+    int listener_;
     int connection_ = -1;
 };
 

@@ -1,15 +1,14 @@
+#include "process.h"
 #include "session.h"
 
 #include "reference/msm.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cjson/cJSON.h>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -22,11 +21,6 @@ namespace {
 
 using ref::Bytes;
 namespace fs = std::filesystem;
-
-std::string readFile(const fs::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// A child process; its output goes to a file.
 class Program {
@@ -64,18 +58,6 @@ public:
 private:
     pid_t pid_ = -1;
 };
-
-int boundSocket(int& port) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t n = sizeof a;
-    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-    EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&a), &n), 0);
-    port = ntohs(a.sin_port);
-    return fd;
-}
 
 /// Lets whole frames through, altered; without an Alter, bytes as they come. Alter gets a frame and
 /// gives what is passed on.
@@ -140,10 +122,9 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     const fs::path deployment = folder / "vrs.json";
     for (int i = 0; i < 400 && readFile(folder / "leapsec.tab").empty(); ++i)
         sleepms(10);
-    std::string text = readFile(deployment);
-    const std::string port = " " + std::to_string(simulatorPort) + "#";
-    for (std::size_t at; (at = text.find(port)) != std::string::npos;)
-        text.replace(at, port.size(), " " + std::to_string(proxyPort) + "#");
+    const auto connector = [](int port) { return " " + std::to_string(port) + "#"; };
+    const std::string text =
+        replaced(readFile(deployment), connector(simulatorPort), connector(proxyPort));
     std::ofstream(deployment) << text;
     Program service({KESTRUNE_PROGRAM, "-mode", "vrs", deployment}, folder / "log");
     const int toService = accept(listener, nullptr, nullptr);
