@@ -5,8 +5,8 @@
 #include <span>
 #include <string>
 
-/// ByteSource: bytes of a file, of standard input ("-"), or of a TCP connection (HOST:PORT); a file of
-/// that name wins. Failures are std::runtime_error that names the source.
+/// ByteSource: bytes of a file, of standard input ("-"), or of a TCP connection (HOST:PORT); a file
+/// of that name wins. Failures are std::runtime_error that names the source.
 class ByteSource {
 public:
     explicit ByteSource(const std::string& name);

@@ -42,11 +42,11 @@ std::optional<ref::GpsTime> parseUtc(const std::string& given) {
     const std::string rest = read == 7 ? given.substr(static_cast<std::size_t>(used)) : "x";
     const year_month_day date = year(y) / std::chrono::month(month) / std::chrono::day(day);
     if (!(rest.empty() || rest == "Z") || (between != ' ' && between != 'T') || !date.ok() ||
-        y < 2017 || y > 2099 || hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0 ||
+        y < 2017 || y > 2077 || hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0 ||
         second > 59)
         return std::nullopt;
-    const auto total = static_cast<double>((sys_days(date) - kGpsEpoch).count()) * 86400 + hour * 3600 + minute * 60 +
-                       second + ref::kLeapS;
+    const auto total = static_cast<double>((sys_days(date) - kGpsEpoch).count()) * 86400 +
+                       hour * 3600 + minute * 60 + second + ref::kLeapS;
     return ref::GpsTime{} + total;
 }
 

@@ -1,8 +1,8 @@
 #include "ctl/Dump.h"
 
 #include "common/bits.h"
-#include "ctl/Describe.h"
 #include "ctl/ByteSource.h"
+#include "ctl/Describe.h"
 
 #include <CLI/CLI.hpp>
 
@@ -90,7 +90,8 @@ int runDump(const std::string& name, DumpOptions options) {
             std::cout.flush();
         }
         dump.finish();
-        std::cout.flush();
+        if (!std::cout.flush())
+            throw std::runtime_error("standard output could not be written to its end");
         return dump.status();
     } catch (const std::runtime_error& e) {
         std::cout.flush();

@@ -134,9 +134,10 @@ MsmSatellite roughOf(std::span<const ref::Cell* const> cells) {
 MsmCell fineOf(const ref::Cell& c, const MsmSatellite& rough) {
     MsmCell cell;
     const double roughMs = rough.rangeMs + rough.rangeFraction * pow2(-10);
-    if (c.pseudorangeM)
+    const bool hasRough = rough.rangeMs != 255;
+    if (c.pseudorangeM && hasRough)
         cell.rangeMs = *c.pseudorangeM / kRangeMs - roughMs;
-    if (c.phaseRangeM)
+    if (c.phaseRangeM && hasRough) // without a rough range a phase cannot be sent
         cell.phaseMs = *c.phaseRangeM / kRangeMs - roughMs;
     if (c.rateMps)
         cell.rateMps = *c.rateMps - rough.rateMps;
@@ -181,7 +182,8 @@ double putL1(LegacySatellite& s, const ref::Cell& c) {
     s.lock1 = legacyLock(c.lockS);
     s.cnr1Db = c.cnr;
     const double rangeM = s.rangeM + s.ambiguity * ambiguityM;
-    s.phase1M = *c.phaseRangeM - rangeM;
+    if (c.phaseRangeM)
+        s.phase1M = *c.phaseRangeM - rangeM;
     return rangeM;
 }
 
@@ -289,7 +291,7 @@ ref::Bytes legacyFrame(char system, int station, ref::GpsTime t, bool more,
     for (const ref::Cell& c : cells) {
         if (c.system != system)
             continue;
-        if ((c.signal == "1C" || c.signal == "1P") && c.id != l1Id &&
+        if ((c.signal == "1C" || c.signal == "1P") && c.id != l1Id && c.pseudorangeM &&
             w.head.satellites < mostSatellites) {
             l1RangeM = putL1(w.satellites[static_cast<std::size_t>(w.head.satellites++)], c);
             l1Id = c.id;
@@ -298,11 +300,13 @@ ref::Bytes legacyFrame(char system, int station, ref::GpsTime t, bool more,
         if (indicator < 0 || c.id != l1Id)
             continue;
         LegacySatellite& s = w.satellites[static_cast<std::size_t>(w.head.satellites - 1)];
-        if (!isNone(s.range2M))
+        if (!isNone(s.range2M) || !isNone(s.phase2M))
             continue; // one signal a carrier
         s.code2 = indicator;
-        s.range2M = *c.pseudorangeM - l1RangeM;
-        s.phase2M = *c.phaseRangeM - l1RangeM;
+        if (c.pseudorangeM)
+            s.range2M = *c.pseudorangeM - l1RangeM;
+        if (c.phaseRangeM)
+            s.phase2M = *c.phaseRangeM - l1RangeM;
         s.lock2 = legacyLock(c.lockS);
         s.cnr2Db = c.cnr;
     }

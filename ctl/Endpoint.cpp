@@ -146,6 +146,8 @@ void Endpoint::write() {
                 disconnect();
             return;
         }
+        if (record)
+            record->write(reinterpret_cast<const char*>(out_.data() + sent_), n);
         sent_ += static_cast<std::size_t>(n);
         bytesSent += static_cast<std::uint64_t>(n);
         lastMoved_ = now;

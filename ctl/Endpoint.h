@@ -4,6 +4,7 @@
 #include "ctl/Source.h"
 #include "reference/judge.h"
 
+#include <ostream>
 #include <string>
 #include <utility>
 
@@ -63,6 +64,11 @@ public:
     /// Nothing to send, nothing owed, or nothing has come for so long that nothing will.
     bool idle(double now) const;
     void finish();
+
+    /// What is sent goes here too, byte for byte.
+    std::ostream* record = nullptr;
+
+    std::size_t backlog() const { return out_.size() - sent_; }
 
     ref::Judge judge;
     FaultPlan plan;

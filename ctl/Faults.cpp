@@ -30,6 +30,13 @@ ref::Bytes garbage(FaultPlan& plan) {
 
 } // namespace
 
+std::string faultNames() {
+    std::string all;
+    for (const std::string_view n : kFaultNames)
+        all += (all.empty() ? "" : ", ") + std::string(n);
+    return all;
+}
+
 FaultPlan::FaultPlan(const std::vector<std::string>& requests, std::uint64_t seed) : random_(seed) {
     for (const std::string& request : requests) {
         const std::size_t at = request.find('@');
@@ -37,7 +44,8 @@ FaultPlan::FaultPlan(const std::vector<std::string>& requests, std::uint64_t see
         long epoch = 0;
         if (it == kFaultNames.end() ||
             (at != std::string::npos && !parseNumber(request.substr(at + 1), epoch)))
-            throw std::invalid_argument("no fault \"" + request + "\"");
+            throw std::invalid_argument("\"" + request + "\": NAME or NAME@EPOCH with one of " +
+                                        faultNames());
         Wanted& wanted = wanted_[static_cast<Fault>(it - kFaultNames.begin())];
         if (at == std::string::npos)
             wanted.nowAndThen = true;

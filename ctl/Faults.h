@@ -40,6 +40,9 @@ inline std::string_view name(Fault f) {
     return kFaultNames[static_cast<std::size_t>(f)];
 }
 
+/// All of them, for people.
+std::string faultNames();
+
 /// The faults asked for; the same seed gives the same faults at the same epochs.
 class FaultPlan {
 public:

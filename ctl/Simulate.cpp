@@ -16,8 +16,9 @@
 
 namespace {
 
-constexpr std::size_t kMostJudgedByValue = 16;      // endpoints
-constexpr double kMostClockDifferenceS = 11 * 3600; // half a GLONASS day, with room
+constexpr std::size_t kMostJudgedByValue = 16; // endpoints
+constexpr double kHalfDayS = 43200 - 3600;     // with room
+constexpr double kHalfWeekS = 302400 - 3600;
 constexpr std::string_view kAllSystems = "GRECJS";
 
 volatile std::sig_atomic_t stopAsked = 0;
@@ -27,13 +28,13 @@ struct Words {
     std::string host = "127.0.0.1";
     int port = 2101;
     std::string site = "-35.4,148.98,680";
-    double rateHz = 1;
+    std::string rate = "1";
     std::string msm = "4";
     std::string systems = "GRECJ";
     std::string tracking = "full";
     std::string start = "now";
     std::string speed = "1";
-    double durationS = 0;
+    std::string duration = "0";
     std::uint64_t seed = 1;
     bool noise = false;
     std::string ephemerides = "before";
@@ -52,19 +53,28 @@ struct Words {
     throw CLI::ValidationError(option, "\"" + given + "\": " + want);
 }
 
+/// Finite numbers between commas; nothing where the text is anything else.
 std::vector<double> numbers(const std::string& list) {
     std::vector<double> out;
     const char* at = list.data();
     const char* const end = at + list.size();
-    while (at < end) {
+    for (;;) {
         double value = 0;
         const auto [next, error] = std::from_chars(at, end, value);
-        if (error != std::errc{} || (next < end && *next != ','))
+        if (error != std::errc{} || !std::isfinite(value) || (next < end && *next != ','))
             return {};
         out.push_back(value);
-        at = next < end ? next + 1 : end;
+        if (next == end)
+            return out;
+        at = next + 1;
     }
-    return out;
+}
+
+double numberOf(const char* option, const std::string& given, double least, double most) {
+    const std::vector<double> n = numbers(given);
+    if (n.size() != 1 || n[0] < least || n[0] > most)
+        refuse(option, given, text("a number from %g to %g", least, most));
+    return n[0];
 }
 
 /// Latitude and longitude (degrees) and height (m), or X, Y, Z (m); to 0.1 mm, as messages carry
@@ -81,8 +91,8 @@ ref::Vec3 siteOf(const std::string& given) {
         refuse("--site", given, "not near the surface of the Earth");
     for (double& x : site.v) {
         x = std::round(x * 1e4) / 1e4;
-        if (x == 0)
-            refuse("--site", given, "a coordinate is 0, which the service takes as absent");
+        if (x == 0) // which the service would take as absent
+            x = 1e-4;
     }
     return site;
 }
@@ -112,10 +122,7 @@ std::string systemsOf(const std::string& given, int msm) {
 double speedOf(const std::string& given) {
     if (given == "max")
         return 0;
-    const std::vector<double> n = numbers(given);
-    if (n.size() != 1 || !(n[0] >= 1) || n[0] > 1e6)
-        refuse("--speed", given, "a number from 1 on, or max");
-    return n[0];
+    return numberOf("--speed", given, 1, 1e6);
 }
 
 Split splitOf(const std::string& given) {
@@ -123,10 +130,7 @@ Split splitOf(const std::string& given) {
         return {};
     if (given == "random")
         return {0, true};
-    const std::vector<double> n = numbers(given);
-    if (n.size() != 1 || !(n[0] >= 1 && n[0] <= 1e6) || n[0] != std::floor(n[0]))
-        refuse("--split", given, "a number of bytes, or random");
-    return {static_cast<std::size_t>(n[0]), false};
+    return {static_cast<std::size_t>(numberOf("--split", given, 1, 1e6)), false};
 }
 
 EphemerisOrder orderOf(const std::string& given) {
@@ -135,9 +139,18 @@ EphemerisOrder orderOf(const std::string& given) {
                                     : EphemerisOrder::before;
 }
 
+FaultPlan faultsOf(const Words& w) {
+    try {
+        return {w.faults, w.seed};
+    } catch (const std::invalid_argument& e) {
+        throw CLI::ValidationError("--fault", e.what());
+    }
+}
+
 /// The command line understood.
 struct Run {
     StationOptions station;
+    FaultPlan faults;
     Pace pace;
     Split split;
     std::optional<ref::GpsTime> clock; // where the service's clock is to start
@@ -149,15 +162,18 @@ void plan(Run& run, const Words& w) {
     run.station.siteM = siteOf(w.site);
     run.station.systems = systemsOf(w.systems, run.station.msm);
     run.station.tracking = w.tracking;
-    run.station.rateHz = w.rateHz;
+    run.station.rateHz = numberOf("--rate", w.rate, 0.1, 50);
     run.station.seed = w.seed;
     run.station.noise = w.noise;
     run.station.ephemerides = orderOf(w.ephemerides);
-    run.station.silentAtStart = FaultPlan(w.faults, w.seed).asked(Fault::noEphemerides);
+    run.faults = faultsOf(w);
+    run.station.silentAtStart = run.faults.asked(Fault::noEphemerides);
     run.split = splitOf(w.split);
     run.pace.speed = speedOf(w.speed);
-    run.pace.intervalS = 1 / w.rateHz;
-    run.pace.epochs = std::lround(w.durationS * w.rateHz);
+    run.pace.intervalS = 1 / run.station.rateHz;
+    const double durationS = numberOf("--duration", w.duration, 0, 1e9);
+    if (durationS > 0) // at least one epoch
+        run.pace.epochs = std::max(1L, std::lround(durationS * run.station.rateHz));
     if (w.start == "now") {
         run.station.start = gpsNow();
         run.station.start.sow = std::floor(run.station.start.sow);
@@ -165,7 +181,7 @@ void plan(Run& run, const Words& w) {
     } else {
         run.clock = parseUtc(w.start);
         if (!run.clock)
-            refuse("--start", w.start, "now, or UTC as 2026-03-01T12:00:00 from 2017 to 2099");
+            refuse("--start", w.start, "now, or UTC as 2026-03-01T12:00:00, from 2017 to 2077");
         run.station.start = *run.clock;
     }
 }
@@ -205,11 +221,51 @@ void warnOfClocks(const Run& run, const Words& w, Progress& progress) {
     const double simulatedS =
         run.pace.epochs > 0 ? static_cast<double>(run.pace.epochs) * run.pace.intervalS : 1e9;
     const double speed = run.pace.speed > 0 ? run.pace.speed : 1e9;
-    if (simulatedS * (1 - 1 / speed) > kMostClockDifferenceS && w.play.empty() &&
-        run.station.systems.find('R') != std::string::npos)
-        progress.say("note: the service's clock runs at its own speed; when the stream is half a "
-                     "day ahead of it, GLONASS times are taken for those of another day. Use "
-                     "--duration, or leave R out of --systems.");
+    const double aheadS = simulatedS * (1 - 1 / speed);
+    const bool glonass = run.station.systems.find('R') != std::string::npos;
+    if (w.play.empty() && aheadS > (glonass ? kHalfDayS : kHalfWeekS))
+        progress.say(
+            text("note: the service's clock runs at its own speed. When the stream is half "
+                 "a %s ahead of it, times are taken for those of another %s: use "
+                 "--duration.",
+                 glonass ? "day" : "week", glonass ? "day (GLONASS)" : "week"));
+}
+
+/// A file for what is asked for; nothing is opened for an empty path.
+std::ofstream opened(const std::string& path) {
+    std::ofstream file;
+    if (!path.empty())
+        file.open(path, std::ios::binary);
+    if (!file)
+        throw std::runtime_error(path + " cannot be written");
+    return file;
+}
+
+void closeWritten(std::ofstream& file, const std::string& path) {
+    if (file.is_open() && (file.close(), !file))
+        throw std::runtime_error(path + " could not be written to its end");
+}
+
+Endpoints endpointsOf(const Run& run, const Words& w, const std::vector<std::string>& satellites) {
+    Endpoints endpoints;
+    for (std::size_t i = 0; i < static_cast<std::size_t>(w.stations); ++i)
+        endpoints.push_back(std::make_unique<Endpoint>(w.host, w.port + static_cast<int>(i),
+                                                       expectationOf(run, satellites, i),
+                                                       FaultPlan(w.faults, w.seed + i), run.split));
+    return endpoints;
+}
+
+void sayWhatIsThere(const Run& run, const Words& w, const std::vector<std::string>& satellites,
+                    Progress& progress) {
+    warnOfClocks(run, w, progress);
+    if (w.play.empty() && run.station.msm == 0)
+        progress.say("note: legacy messages carry GPS and GLONASS alone");
+    if (w.deployment.empty())
+        return;
+    const auto paths = writeDeployment(w.deployment, {w.host, w.port, w.stations, run.station.siteM,
+                                                      satellites, run.clock, run.station.start});
+    progress.say("deployment written; start the service with: Kestrune -mode vrs " +
+                 paths.front().string());
 }
 
 int simulate(const Words& w) {
@@ -218,43 +274,22 @@ int simulate(const Words& w) {
     const auto kind = w.json                       ? Progress::Kind::none
                       : isatty(STDOUT_FILENO) != 0 ? Progress::Kind::moving
                                                    : Progress::Kind::lines;
-    Progress progress(std::cout, kind);
     const std::unique_ptr<Source> source = sourceOf(run, w);
+    Progress progress(std::cout, kind, run.values);
     const std::vector<std::string> satellites = satellitesOf(run, w);
-    warnOfClocks(run, w, progress);
-    Endpoints endpoints;
-    for (std::size_t i = 0; i < static_cast<std::size_t>(w.stations); ++i)
-        endpoints.push_back(std::make_unique<Endpoint>(w.host, w.port + static_cast<int>(i),
-                                                       expectationOf(run, satellites, i),
-                                                       FaultPlan(w.faults, w.seed + i), run.split));
-    if (!w.deployment.empty()) {
-        const auto paths =
-            writeDeployment(w.deployment, {w.host, w.port, w.stations, run.station.siteM,
-                                           satellites, run.clock, run.station.start});
-        progress.say("deployment written; start the service with: Kestrune -mode vrs " +
-                     paths.front().string());
-    }
-    std::ofstream record;
-    if (!w.record.empty()) {
-        record.open(w.record, std::ios::binary);
-        if (!record)
-            throw std::runtime_error(w.record + " cannot be written");
-    }
-    std::ofstream page;
-    if (!w.report.empty()) {
-        page.open(w.report);
-        if (!page)
-            throw std::runtime_error(w.report + " cannot be written");
-    }
+    Endpoints endpoints = endpointsOf(run, w, satellites); // listening before anyone is told
+    sayWhatIsThere(run, w, satellites, progress);
+    std::ofstream record = opened(w.record);
+    std::ofstream page = opened(w.report);
     Report report(run.station.siteM);
     Endpoint& first = *endpoints.front();
+    first.record = w.record.empty() ? nullptr : &record;
     first.judge.onEpoch = [&](const ref::EpochResult& r) {
         progress.epoch(r, first.judge.verdict());
         if (page.is_open())
             report.epoch(r);
     };
-    Simulator simulator(*source, endpoints, run.pace, FaultPlan(w.faults, w.seed));
-    simulator.record = w.record.empty() ? nullptr : &record;
+    Simulator simulator(*source, endpoints, run.pace, run.faults);
     simulator.onWaiting = [&] {
         progress.say(w.stations == 1
                          ? text("waiting for a service on %s:%d", w.host.c_str(), w.port)
@@ -266,9 +301,13 @@ int simulate(const Words& w) {
     simulator.run(stopAsked);
     progress.end();
     const Totals totals = totalsOf(endpoints, simulator.faults, simulator.epochs(), run.values);
-    if (page.is_open() && !(page << report.page(totals) << std::flush))
-        throw std::runtime_error(w.report + " cannot be written");
-    std::cout << (w.json ? summaryJson(totals) : summaryText(totals));
+    if (page.is_open())
+        page << report.page(totals);
+    closeWritten(page, w.report);
+    closeWritten(record, w.record);
+    std::cout << (w.json ? summaryJson(totals) : summaryText(totals)) << std::flush;
+    if (!std::cout)
+        throw std::runtime_error("standard output could not be written to its end");
     return totals.verdict.wrong == 0 && totals.verdict.replies > 0 ? 0 : 1;
 }
 
@@ -283,28 +322,26 @@ void addSimulate(CLI::App& app, int& status) {
     c->add_option("--host", w->host, "address to listen on (dotted IPv4)")->capture_default_str();
     c->add_option("--port", w->port, "port to listen on")->check(CLI::Range(1, 65535))->capture_default_str();
     c->add_option("--site", w->site, "LAT,LON,HEIGHT (degrees, m) or X,Y,Z (m)")->capture_default_str();
-    c->add_option("--rate", w->rateHz, "epochs a second")->check(CLI::Range(0.1, 50.0))->capture_default_str();
+    c->add_option("--rate", w->rate, "epochs a second, 0.1 to 50")->capture_default_str();
     c->add_option("--msm", w->msm, "observation messages: 4, 5, 6, 7 or legacy (1004, 1012)")->capture_default_str();
     c->add_option("--systems", w->systems, "letters of G R E C J S, in the order sent")->capture_default_str();
     c->add_option("--tracking", w->tracking, "signals: full, pilot, combined or single")
         ->check(CLI::IsMember({"full", "pilot", "combined", "single"}))->capture_default_str();
     c->add_option("--start", w->start, "now, or UTC as 2026-03-01T12:00:00; then the written deployment has a clock")->capture_default_str();
     c->add_option("--speed", w->speed, "simulated seconds a second, or max: the next epoch once the last is answered")->capture_default_str();
-    c->add_option("--duration", w->durationS, "simulated seconds; 0 = until stopped")->check(CLI::Range(0.0, 1e9))->capture_default_str();
-    c->add_option("--seed", w->seed, "of everything random; the same seed sends the same bytes")->capture_default_str();
+    c->add_option("--duration", w->duration, "simulated seconds; 0 = until stopped")->capture_default_str();
+    c->add_option("--seed", w->seed, "of everything random; the same seed sends the same bytes")
+        ->check(CLI::NonNegativeNumber)->capture_default_str();
     c->add_flag("--noise", w->noise, "add noise to ranges and phases");
     c->add_option("--ephemerides", w->ephemerides, "before the observations, interleaved with them, or late")
         ->check(CLI::IsMember({"before", "interleaved", "late"}))->capture_default_str();
     c->add_option("--split", w->split, "send in blocks of N bytes, or random ones");
     c->add_option("--write-deployment", w->deployment, "write a configuration for this station into a directory");
     c->add_option("--stations", w->stations, "endpoints, on successive ports")->check(CLI::Range(1, 5000))->capture_default_str();
-    c->add_option("--record", w->record, "write what is sent (faults on its way aside) to a file");
+    c->add_option("--record", w->record, "write what is sent on the first endpoint to a file");
     c->add_option("--play", w->play, "send a recorded stream; replies are checked for form, order and completeness")->check(CLI::ExistingFile);
     c->add_option("--report", w->report, "draw what the first endpoint showed as a web page in one file");
-    std::string faults;
-    for (const std::string_view f : kFaultNames)
-        faults += (faults.empty() ? "" : ", ") + std::string(f);
-    c->add_option("--fault", w->faults, "what goes wrong, now and then or (NAME@N) at epoch N: " + faults)->delimiter(',');
+    c->add_option("--fault", w->faults, "what goes wrong, now and then or (NAME@N) at epoch N: " + faultNames())->delimiter(',');
     c->add_flag("--json", w->json, "print the summary as JSON, and nothing else");
     // clang-format on
     c->callback([w, &status] {
@@ -312,8 +349,6 @@ void addSimulate(CLI::App& app, int& status) {
             refuse("--stations", std::to_string(w->stations), "the ports end at 65535");
         try {
             status = simulate(*w);
-        } catch (const std::invalid_argument& e) {
-            throw CLI::ValidationError("--fault", e.what());
         } catch (const std::runtime_error& e) {
             if (dynamic_cast<const CLI::Error*>(&e))
                 throw;

@@ -8,10 +8,11 @@
 
 namespace {
 
-constexpr double kUnixToGpsS = 315964800; // 1970-01-01 to 1980-01-06
-constexpr double kLastWaitS = 5;          // for what is owed at the end
-constexpr long kBurst = 8;                // epochs
-constexpr double kNotLongerS = 0.1;       // between looks at what else is to be done
+constexpr double kUnixToGpsS = 315964800;     // 1970-01-01 to 1980-01-06
+constexpr double kLastWaitS = 5;              // for what is owed at the end
+constexpr long kBurst = 8;                    // epochs
+constexpr std::size_t kMostBacklog = 4 << 20; // bytes
+constexpr double kNotLongerS = 0.1;           // between looks at what else is to be done
 
 } // namespace
 
@@ -54,16 +55,20 @@ void Simulator::greet(Endpoint& e) {
     const std::optional<ref::GpsTime> t = source_.nextTime();
     if (!t)
         return;
-    for (const ref::Bytes& f : source_.greeting(*t)) {
+    for (const ref::Bytes& f : source_.greeting(*t))
         e.queue(f);
-        if (record)
-            record->write(reinterpret_cast<const char*>(f.data()),
-                          static_cast<std::streamsize>(f.size()));
-    }
+}
+
+// A service that does not read stops the stream; what waits for it does not grow without end.
+bool Simulator::congested() const {
+    return std::any_of(endpoints_.begin(), endpoints_.end(),
+                       [](const auto& e) { return e->backlog() > kMostBacklog; });
 }
 
 // Seconds until the next epoch is to go out; 0 = now.
 double Simulator::untilDue(double now) const {
+    if (congested())
+        return kNotLongerS;
     if (pace_.speed <= 0)
         return atOnce_ > 0 || allIdle(now) ? 0 : kNotLongerS;
     const std::optional<ref::GpsTime> next = source_.nextTime();
@@ -77,10 +82,6 @@ void Simulator::produce() {
     exhausted_ = !epoch;
     if (!epoch)
         return;
-    if (record)
-        for (const ref::Bytes& f : epoch->frames)
-            record->write(reinterpret_cast<const char*>(f.data()),
-                          static_cast<std::streamsize>(f.size()));
     for (const auto& e : endpoints_)
         if (e->connected())
             e->queueEpoch(*epoch, number_);

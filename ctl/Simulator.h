@@ -5,7 +5,6 @@
 #include <csignal>
 #include <functional>
 #include <memory>
-#include <ostream>
 #include <vector>
 
 /// Simulator: paces the epochs of a source and gives them to the endpoints.
@@ -26,8 +25,6 @@ class Simulator {
 public:
     Simulator(Source& source, Endpoints& endpoints, const Pace& pace, FaultPlan stationFaults);
 
-    /// What is sent goes here too, before the faults on its way.
-    std::ostream* record = nullptr;
     /// Called once each time that nobody is connected.
     std::function<void()> onWaiting;
 
@@ -42,6 +39,7 @@ private:
     bool ready() const;
     bool done() const { return exhausted_ || (pace_.epochs > 0 && number_ >= pace_.epochs); }
     bool allIdle(double now) const;
+    bool congested() const;
     void anchor(double now);
     void greet(Endpoint& e);
     double untilDue(double now) const;

@@ -1,10 +1,12 @@
 #include "ctl/Source.h"
 
 #include "ctl/Encode.h"
+#include "reference/kinds.h"
 #include "reference/legacy.h"
 #include "reference/predict.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <fstream>
 #include <iterator>
@@ -18,7 +20,8 @@ constexpr double kOtherStationMessagesS = 30; // 1005, 1007, 1008, 1013, 1230
 constexpr double kLateS = 10;                 // without ephemerides at the start
 constexpr std::size_t kRotation = 3;          // ephemerides an epoch
 constexpr std::size_t kSpoiltAtOnce = 4;
-constexpr double kOldS = 9000;
+// Around the 7200 s at which an ephemeris is too old, so that some pass it while in use.
+constexpr std::array<double, 4> kOldS{7150, 7190, 7195, 9000};
 constexpr long kMisbehaviour = 25; // epochs
 
 bool everyS(ref::GpsTime t, double periodS) {
@@ -28,11 +31,20 @@ bool everyS(ref::GpsTime t, double periodS) {
 /// The observation message of a frame, if it is one.
 std::optional<ref::Msm> observationsOf(const ref::Frame& f) {
     try {
-        if (f.type >= 1071 && f.type <= 1127 && f.type % 10 >= 4 && f.type % 10 <= 7)
+        if (ref::isMsm(f.type))
             return ref::readMsm(f.body);
-        if (f.type == 1002 || f.type == 1004 || f.type == 1010 || f.type == 1012)
+        if (ref::isLegacy(f.type))
             return ref::readLegacy(f.body);
     } catch (const std::exception&) { // not what its number says: sent, without an epoch
+    }
+    return std::nullopt;
+}
+
+std::optional<ref::Vec3> referencePoint(const ref::Frame& f) {
+    try {
+        if (f.type == 1005 || f.type == 1006)
+            return ref::read1005(f.body).xyzM;
+    } catch (const std::exception&) { // too short: sent, without a position
     }
     return std::nullopt;
 }
@@ -92,8 +104,10 @@ std::vector<ref::Bytes> SimulatedStation::greeting(ref::GpsTime t) {
     std::vector<ref::Bytes> out;
     for (const int type : {1006, 1033})
         out.push_back(stationFrame(type, sky_.station, options_.siteM, t));
-    if (options_.ephemerides == EphemerisOrder::before && epoch_ >= withheldUntil_)
-        for (const std::string& sat : satellites_) {
+    // what a service on an earlier connection has had, one that starts now has not
+    const bool all = options_.ephemerides == EphemerisOrder::before && epoch_ >= withheldUntil_;
+    for (const std::string& sat : satellites_)
+        if (all || sentSet_.contains(sat)) {
             const auto& b = sky_.constellation.broadcast(sat, t);
             sentSet_[sat] = b.set;
             out.push_back(ephemeris(b));
@@ -106,8 +120,8 @@ std::vector<ref::Bytes> SimulatedStation::greeting(ref::GpsTime t) {
 void SimulatedStation::addEphemerides(std::vector<ref::Bytes>& out, ref::GpsTime t) {
     if (epoch_ < withheldUntil_)
         return;
-    for (const std::string& sat : spoilt_) {
-        out.push_back(ephemeris(sky_.constellation.former(sat, t, kOldS)));
+    for (const auto& [sat, ageS] : spoilt_) {
+        out.push_back(ephemeris(ref::Constellation::aged(sat, t, ageS)));
         sentSet_.erase(sat); // the current one comes when it is due again
     }
     const bool old = epoch_ < currentAgainAt_;
@@ -182,7 +196,8 @@ void SimulatedStation::misbehave(FaultPlan& plan, long epoch) {
         withheldUntil_ = epoch_ + kMisbehaviour;
     if (plan.due(Fault::oldEphemerides, epoch) && !inView_.empty()) {
         for (std::size_t i = 0; i < kSpoiltAtOnce; ++i)
-            spoilt_.push_back(inView_[plan.pick(inView_.size())]);
+            spoilt_.emplace_back(inView_[plan.pick(inView_.size())],
+                                 kOldS[plan.pick(kOldS.size())]);
         currentAgainAt_ = epoch_ + kMisbehaviour;
     }
     if (plan.due(Fault::receiverClockJump, epoch))
@@ -202,8 +217,8 @@ Recording::Recording(const std::string& path, ref::GpsTime near) {
         epoch.frames.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(from),
                                   bytes.begin() + static_cast<std::ptrdiff_t>(to));
         from = to;
-        if ((f.type == 1005 || f.type == 1006) && !siteM)
-            siteM = ref::read1005(f.body).xyzM;
+        if (!siteM)
+            siteM = referencePoint(f);
         const std::optional<ref::Msm> m = observationsOf(f);
         if (!m)
             continue;

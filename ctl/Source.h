@@ -45,7 +45,7 @@ struct StationOptions {
     std::uint64_t seed = 1;
     bool noise = false;
     EphemerisOrder ephemerides = EphemerisOrder::before;
-    ref::GpsTime start;          // first epoch
+    ref::GpsTime start;         // first epoch
     bool silentAtStart = false; // no ephemerides at first
 };
 
@@ -67,11 +67,11 @@ private:
 
     StationOptions options_;
     ref::Sky sky_;
-    std::vector<std::string> satellites_; // with ephemerides
-    std::vector<std::string> inView_;     // of the last epoch
-    std::map<std::string, int> sentSet_;  // number of the set last sent
-    std::vector<std::string> spoilt_;     // satellites that get an old set next
-    std::size_t turn_ = 0;                // in the rotation of ephemerides
+    std::vector<std::string> satellites_;                // with ephemerides
+    std::vector<std::string> inView_;                    // of the last epoch
+    std::map<std::string, int> sentSet_;                 // number of the set last sent
+    std::vector<std::pair<std::string, double>> spoilt_; // satellites that get an old set, its age
+    std::size_t turn_ = 0;                               // in the rotation of ephemerides
     long epoch_ = 0;
     long firstOf_ = 0;         // epoch at the last skip
     long withheldUntil_ = 0;   // no ephemerides before this epoch

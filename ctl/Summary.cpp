@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cjson/cJSON.h>
 #include <cmath>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -38,6 +40,13 @@ std::uint64_t bytesReceived(const ref::Verdict& v) {
     for (const auto& [type, n] : v.bytes)
         sum += n;
     return sum;
+}
+
+/// Columns of the terminal that standard output is.
+std::size_t terminalWidth() {
+    winsize size{};
+    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+    return known ? size.ws_col : 80;
 }
 
 std::string milliseconds(double s) {
@@ -87,18 +96,30 @@ void Progress::epoch(const ref::EpochResult& result, const ref::Verdict& soFar) 
     for (const auto& s : result.satellites)
         if (s.expected.fate == ref::Fate::answered)
             ++answered[s.expected.sat[0]];
-    std::string line = utcText(result.time, Fraction::milliseconds) + " ";
+    std::string systems;
     for (const char system : kSystems)
         if (answered.contains(system))
-            line += text(" %c%d", system, answered[system]);
-    line += text("  reply %zu bytes after %s  worst so far %.1f mm range, %.2f mm phase%s",
-                 result.bytes, milliseconds(result.delayS).c_str(), soFar.worstRangeM() * 1e3,
-                 soFar.worstPhaseM() * 1e3, soFar.wrong > 0 ? "  WRONG" : "");
+            systems += text(" %c%d", system, answered[system]);
+    const std::string delay = milliseconds(result.delayS);
+    std::string line;
     if (kind_ == Kind::lines) {
-        out_ << line << "\n";
+        line = text("%s %s  reply %zu bytes after %s",
+                    utcText(result.time, Fraction::milliseconds).c_str(), systems.c_str(),
+                    result.bytes, delay.c_str());
+        if (values_)
+            line += text("  worst so far %.1f mm range, %.2f mm phase", soFar.worstRangeM() * 1e3,
+                         soFar.worstPhaseM() * 1e3);
+        out_ << line << (soFar.wrong > 0 ? "  WRONG" : "") << "\n";
         return;
     }
-    out_ << "\r\033[K" << line << std::flush;
+    line = text("%s%s  %zu B after %s", utcText(result.time, Fraction::none).substr(11).c_str(),
+                systems.c_str(), result.bytes, delay.c_str());
+    if (values_)
+        line +=
+            text("  worst %.1f mm, %.2f mm", soFar.worstRangeM() * 1e3, soFar.worstPhaseM() * 1e3);
+    if (soFar.wrong > 0)
+        line += text("  %d WRONG", soFar.wrong);
+    out_ << "\r\033[K" << line.substr(0, terminalWidth() - 1) << std::flush;
     open_ = true;
 }
 
@@ -178,6 +199,8 @@ std::string summaryText(const Totals& t) {
         out += text("  and %d more\n", v.wrong - static_cast<int>(kMostFaultsShown));
     if (v.replies == 0)
         out += "NO REPLY CAME\n";
+    else if (v.wrong == 0 && t.values && v.cells == 0)
+        out += "nothing was wrong; no reply carried an observation\n";
     else
         out += v.wrong == 0 ? "everything was right\n" : text("%d WRONG\n", v.wrong);
     return out;

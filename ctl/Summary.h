@@ -12,7 +12,8 @@
 class Progress {
 public:
     enum class Kind { none, lines, moving };
-    Progress(std::ostream& out, Kind kind) : out_(out), kind_(kind) {}
+    /// Values: differences are known and shown.
+    Progress(std::ostream& out, Kind kind, bool values) : out_(out), kind_(kind), values_(values) {}
     ~Progress() { end(); }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -25,6 +26,7 @@ public:
 private:
     std::ostream& out_;
     Kind kind_;
+    bool values_;
     bool open_ = false;
 };
 

@@ -85,7 +85,7 @@ public:
         return sign * static_cast<std::int64_t>(u(width - 1));
     }
     void text(std::string& v) {
-        v.resize(u(8));
+        v.resize(static_cast<std::size_t>(u(8)));
         for (char& c : v)
             c = static_cast<char>(u(8));
     }

@@ -2,6 +2,7 @@
 
 #include "msm.h"
 
+#include <algorithm>
 #include <chrono>
 #include <numbers>
 
@@ -34,10 +35,12 @@ struct Geostationary { int id; double lonDeg; };
 constexpr Geostationary kSbas[] = {{9, 143.5}, {18, 129.0}, {17, 145.0}}; // PRN 128, 137, 136
 constexpr double kGeostationaryM = 42164.17e3;
 
-// How long a set stands, and how far behind its start the reference time lies.
-struct Refresh { char system; double everyS, referenceS; };
+// How long a set stands, how long after its start the reference time is, and the steps in which its
+// message counts that time.
+struct Refresh { char system; double everyS, referenceS, stepS; };
 constexpr Refresh kRefresh[] = {
-    {'G', 7200, 7200}, {'R', 1800, 900}, {'E', 600, 0}, {'C', 3600, 0}, {'J', 3600, 3600}};
+    {'G', 7200, 7200, 16}, {'R', 1800, 900, 900}, {'E', 600, 0, 60}, {'C', 3600, 0, 8},
+    {'J', 3600, 3600, 16}};
 // clang-format on
 
 const Refresh& refreshOf(char system) {
@@ -188,51 +191,68 @@ int Constellation::channel(const std::string& sat) {
     return kChannels[shellOf('R', idOf(sat)).system == 'R' ? idOf(sat) - 1 : 0];
 }
 
+Glonass Constellation::glonassAt(const std::string& sat, double moscowTotal, const SatFn& path) {
+    Glonass g;
+    g.slot = idOf(sat);
+    g.channel = channel(sat);
+    const GpsTime tb = GpsTime{} + (moscowTotal - systemShift('R'));
+    const Kepler clock = elements(shellOf('R', g.slot), g.slot, tb - GpsTime{});
+    const SatFn orbit = path ? path : [&clock](GpsTime t) { return position(clock, t); };
+    g.tb = static_cast<int>(std::fmod(moscowTotal, 86400) / 900);
+    g.tkHour = std::max(0, g.tb - 1) / 4; // of the set's first frame
+    g.tkMinute = std::max(0, g.tb - 1) % 4 * 15;
+    g.pos = 1e-3 * orbit(tb);
+    g.vel = 1e-3 * (orbit(tb + 0.5) - orbit(tb + -0.5));
+    for (int i = 0; double& a : g.acc.v)
+        a = 3e-9 * spread('R', g.slot, ++i);
+    g.taun = -clock.af0;
+    g.gamn = clock.af1;
+    g.m = 1;
+    setDate(g, moscowTotal);
+    return readGlonass(writeGlonass(g));
+}
+
+Constellation::Broadcast Constellation::keplerAt(const std::string& sat, double toeTotal,
+                                                 int issue) {
+    Kepler k = elements(shellOf(sat.at(0), idOf(sat)), idOf(sat), toeTotal);
+    k.iode = k.iodc = issue;
+    k = readKepler(writeKepler(k));
+    return {k, 0, [k](GpsTime t) { return position(k, t); }};
+}
+
 // The state at tb continues the integration of the set before, where there is one.
 Glonass Constellation::glonass(const std::string& sat, int set) {
     const auto [held, fresh] = integrated_.try_emplace({sat, set});
-    Glonass& g = held->second;
     if (!fresh)
-        return g;
-    g.slot = idOf(sat);
-    g.channel = channel(sat);
-    const double moscowTotal = referenceTotal('R', set);
-    const GpsTime tb = GpsTime{} + (moscowTotal - systemShift('R'));
-    g.tb = static_cast<int>(std::fmod(moscowTotal, 86400) / 900);
-    g.tkHour = (g.tb - 1) / 4; // of the set's first frame
-    g.tkMinute = (g.tb - 1) % 4 * 15;
+        return held->second;
     const auto before = integrated_.find({sat, set - 1});
-    const Kepler orbit = elements(shellOf('R', g.slot), g.slot, tb - GpsTime{});
-    const SatFn path = before != integrated_.end()
-                           ? trajectory(before->second)
-                           : [&orbit](GpsTime t) { return position(orbit, t); };
-    g.pos = 1e-3 * path(tb);
-    g.vel = 1e-3 * (path(tb + 0.5) - path(tb + -0.5));
-    for (int i = 0; double& a : g.acc.v)
-        a = 3e-9 * spread('R', g.slot, ++i);
-    g.taun = -orbit.af0;
-    g.gamn = orbit.af1;
-    g.m = 1;
-    setDate(g, moscowTotal);
-    return g = readGlonass(writeGlonass(g));
+    const SatFn path = before != integrated_.end() ? trajectory(before->second) : SatFn{};
+    return held->second = glonassAt(sat, referenceTotal('R', set), path);
 }
 
 Constellation::Broadcast Constellation::make(const std::string& sat, int set) {
     const char system = sat.at(0);
     Broadcast b;
-    b.set = set;
     if (system == 'R') {
         const Glonass g = glonass(sat, set);
-        b.ephemeris = g;
-        b.position = trajectory(g);
+        b = {g, 0, trajectory(g)};
     } else {
-        Kepler k = elements(shellOf(system, idOf(sat)), idOf(sat), referenceTotal(system, set));
-        k.iode = k.iodc = system == 'E' ? set % 1024 : system == 'C' ? set % 24 : set % 256;
-        k = readKepler(writeKepler(k));
-        b.ephemeris = k;
-        b.position = [k](GpsTime t) { return position(k, t); };
+        const int issues = system == 'E' ? 1024 : system == 'C' ? 24 : 256;
+        b = keplerAt(sat, referenceTotal(system, set), set % issues);
     }
+    b.set = set;
     return b;
+}
+
+Constellation::Broadcast Constellation::aged(const std::string& sat, GpsTime t, double ageS) {
+    const char system = sat.at(0);
+    const double total = t - GpsTime{} + systemShift(system) - ageS;
+    const double stepS = refreshOf(system).stepS;
+    const double reference = std::floor(total / stepS) * stepS;
+    if (system != 'R')
+        return keplerAt(sat, reference, static_cast<int>(reference / stepS) % 24);
+    const Glonass g = glonassAt(sat, reference, {});
+    return {g, 0, trajectory(g)};
 }
 
 const Constellation::Broadcast& Constellation::broadcast(const std::string& sat, GpsTime t) {
@@ -243,20 +263,17 @@ const Constellation::Broadcast& Constellation::broadcast(const std::string& sat,
     return held->second;
 }
 
-Constellation::Broadcast Constellation::former(const std::string& sat, GpsTime t, double ageS) {
-    return make(sat, setAt(sat.at(0), t + -ageS) - 1);
-}
-
 Constellation::State Constellation::state(const std::string& sat, GpsTime t) {
     for (const Geostationary& g : kSbas)
         if (sat == satName('S', g.id)) {
             const Vec3 at = turnAxes(2, -g.lonDeg * kDegree, {kGeostationaryM, 0, 0});
-            return {[at](GpsTime) { return at; }, 0};
+            return {[at](GpsTime) { return at; }, [](GpsTime) { return 0.0; }};
         }
     const Broadcast& b = broadcast(sat, t);
     if (const Kepler* const k = std::get_if<Kepler>(&b.ephemeris))
-        return {b.position, clockOffset(*k, t) + relativityS(*k, t)};
-    return {b.position, clockOffset(std::get<Glonass>(b.ephemeris), t)};
+        return {b.position, [k](GpsTime at) { return clockOffset(*k, at) + relativityS(*k, at); }};
+    const Glonass* const g = &std::get<Glonass>(b.ephemeris);
+    return {b.position, [g](GpsTime at) { return clockOffset(*g, at); }};
 }
 
 Navigation Constellation::navigation(GpsTime t) {

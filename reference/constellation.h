@@ -26,13 +26,15 @@ public:
     };
     /// What the satellite broadcasts at a time; std::out_of_range for SBAS and unknown names.
     const Broadcast& broadcast(const std::string& sat, GpsTime t);
-    /// The set that was broadcast at least so long before; not remembered.
-    Broadcast former(const std::string& sat, GpsTime t, double ageS);
+    /// A set whose reference time lies that long before t (GLONASS up to 15 min longer, others up
+    /// to 60 s), as nobody broadcasts it.
+    static Broadcast aged(const std::string& sat, GpsTime t, double ageS);
 
-    /// Position and clock (s, with the relativistic term) for a signal sent at about t.
+    /// Position and clock (s, with the relativistic term) of a satellite; the clock lives as long
+    /// as the set that is current at t.
     struct State {
         SatFn position;
-        double clockS = 0;
+        std::function<double(GpsTime)> clockS;
     };
     State state(const std::string& sat, GpsTime t);
 
@@ -42,6 +44,8 @@ public:
 private:
     Glonass glonass(const std::string& sat, int set);
     Broadcast make(const std::string& sat, int set);
+    static Glonass glonassAt(const std::string& sat, double moscowTotal, const SatFn& path);
+    static Broadcast keplerAt(const std::string& sat, double toeTotal, int issue);
 
     std::map<std::string, Broadcast> current_;
     std::map<std::pair<std::string, int>, Glonass> integrated_; // by set

@@ -95,6 +95,7 @@ constexpr auto kKepler = [](auto& io, auto& k) {
     io.u(12, k.type);
     switch (k.type) {
     case 1019: return kGps(io, k);
+    case 63:
     case 1042: return kBeidou(io, k);
     case 1044: return kQzss(io, k);
     case 1045:
@@ -108,7 +109,10 @@ constexpr auto kKepler = [](auto& io, auto& k) {
 
 Kepler readKepler(const Bytes& body) {
     auto k = readBody<Kepler>(body, kKepler);
-    k.system = k.type == 1019 ? 'G' : k.type == 1042 ? 'C' : k.type == 1044 ? 'J' : 'E';
+    k.system = k.type == 1019                   ? 'G'
+               : k.type == 1042 || k.type == 63 ? 'C'
+               : k.type == 1044                 ? 'J'
+                                                : 'E';
     if (k.system == 'E')
         k.iodc = k.iode;
     return k;

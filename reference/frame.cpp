@@ -70,7 +70,7 @@ Reply openReply(std::span<const std::uint8_t> bytes) {
     need(bytes.size() >= 14, "shorter than header and check word");
     BitSource in(bytes);
     need(in.u(8) == 0xDA, "start byte is not 0xDA");
-    const std::size_t n = in.u(16) + 3;
+    const auto n = static_cast<std::size_t>(in.u(16)) + 3;
     need(bytes.size() >= n + 4 && n >= 10, "cut short");
     need(bytes.size() == n + 4, "bytes after the check word");
     need(in.u(8) == 0x68, "byte 3 is not 0x68");

@@ -82,6 +82,11 @@ private:
         double leftS = -1; // when its last byte left; < 0: not yet
     };
 
+    struct Came { // a cell, with its number in its message from 1 on
+        const Cell* cell;
+        std::size_t number;
+    };
+
     template <class... Parts> void fault(const Parts&... parts);
     void frame(std::span<const std::uint8_t> bytes);
     void forwarded(std::span<const std::uint8_t> bytes);
@@ -89,6 +94,8 @@ private:
     void skip(std::size_t count);
     bool compare(const Reply& reply, const Expected& expected, EpochResult& result);
     void compareMessages(const std::vector<Msm>& messages, const Expected& expected);
+    void takeCells(const Msm& m, GpsTime time, std::map<std::string, Came>& came,
+                   std::map<char, const Msm*>& messageOf);
     void compareCells(const std::vector<Msm>& messages, const Expected& expected,
                       EpochResult& result);
     void compareCell(GpsTime time, const std::string& signal, const ExpectedCell& expected,

@@ -1,5 +1,7 @@
 #include "legacy.h"
 
+#include "kinds.h"
+
 namespace ref {
 
 namespace {
@@ -20,10 +22,12 @@ Msm readLegacy(const Bytes& body) {
     BitSource io(body);
     Msm m;
     io.u(12, m.type);
-    if (m.type != 1002 && m.type != 1004 && m.type != 1010 && m.type != 1012)
+    if (!isLegacy(m.type))
         throw std::invalid_argument("no legacy observations: type " + std::to_string(m.type));
-    const bool glonass = m.type > 1004;
-    const bool l2 = m.type % 10 == 4 || m.type == 1012;
+    const bool glonass = m.type >= 1009;
+    const int kind = m.type - (glonass ? 1009 : 1001);
+    const bool l2 = kind >= 2;
+    const bool extended = kind % 2 == 1;
     m.system = glonass ? 'R' : 'G';
     m.msm = 0;
     io.u(12, m.station);
@@ -47,12 +51,14 @@ Msm readLegacy(const Bytes& body) {
         const double partM = static_cast<double>(io.u(glonass ? 25 : 24)) * 0.02;
         const std::optional<double> differenceM = phaseDifference(io); // DF012, DF042
         io.u(7, first.lock);
-        const auto whole = static_cast<double>(io.u(glonass ? 7 : 8)); // DF014, DF044
+        // DF014, DF044
+        const auto whole = static_cast<double>(extended ? io.u(glonass ? 7 : 8) : 0);
         const double rangeM = partM + whole * kLightSpeed * (glonass ? 0.002 : 0.001);
         first.pseudorangeM = rangeM;
         if (differenceM)
             first.phaseRangeM = rangeM + *differenceM;
-        io.u(8, first.cnr, 0.25); // DF015, DF045
+        if (extended)
+            io.u(8, first.cnr, 0.25); // DF015, DF045
         m.cells.push_back(first);
         if (!l2)
             continue;
@@ -65,7 +71,8 @@ Msm readLegacy(const Bytes& body) {
         const std::optional<double> phaseM = phaseDifference(io); // DF018, DF048
         second.phaseRangeM = phaseM ? std::optional(rangeM + *phaseM) : std::nullopt;
         io.u(7, second.lock);
-        io.u(8, second.cnr, 0.25); // DF020, DF050
+        if (extended)
+            io.u(8, second.cnr, 0.25); // DF020, DF050
         if (!second.signal.empty())
             m.cells.push_back(second);
     }

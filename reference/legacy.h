@@ -1,4 +1,4 @@
-/// RTCM 10403.x legacy observations with ambiguity and CNR: 1002, 1004, 1010, 1012.
+/// RTCM 10403.x legacy observations: 1001 to 1004 of GPS, 1009 to 1012 of GLONASS.
 #pragma once
 
 #include "msm.h"
@@ -6,7 +6,8 @@
 namespace ref {
 
 /// The message as an Msm with msm = 0; the epoch field of GLONASS is ms of the Moscow day. L1 comes
-/// before L2. std::invalid_argument for another type, std::out_of_range for a body too short.
+/// before L2. 1001, 1003, 1009 and 1011 have ranges modulo their ambiguity and no CNR.
+/// std::invalid_argument for another type, std::out_of_range for a body too short.
 Msm readLegacy(const Bytes& body);
 
 } // namespace ref

@@ -11,6 +11,7 @@ namespace ref {
 namespace {
 
 constexpr double kMsM = kLightSpeed / 1000; // m per ms of range
+constexpr std::size_t kMostPairs = 64;      // bits of a cell mask
 
 // clang-format off
 // MSM systems in order of their message numbers 107x, 108x, ...; their signals from id 1 on, "--"
@@ -122,6 +123,15 @@ template <class Io> void body(Io& io, const Form& f, Roughs& sats, std::vector<C
     // clang-format on
 }
 
+Cell blankCell(char system, int id, const std::string& signal) {
+    Cell c;
+    c.system = system;
+    c.id = id;
+    c.signal = signal;
+    c.sat = satName(system, id);
+    return c;
+}
+
 std::vector<int> takeMask(BitSource& b, int width) {
     std::vector<int> ids;
     for (int id = 1; id <= width; ++id)
@@ -176,6 +186,13 @@ std::string satName(char system, int id) {
 }
 
 Msm readMsm(const Bytes& bytes) {
+    Msm m = readOverfullMsm(bytes);
+    if (m.sats.size() * m.signals.size() > kMostPairs)
+        throw std::out_of_range("more than 64 pairs of satellite and signal");
+    return m;
+}
+
+Msm readOverfullMsm(const Bytes& bytes) {
     BitSource io(bytes);
     Msm m;
     io.u(12, m.type);
@@ -189,19 +206,21 @@ Msm readMsm(const Bytes& bytes) {
     m.sats = takeMask(io, 64);
     for (const int id : takeMask(io, 32))
         m.signals.push_back(signalOf(m.system, id));
-    if (m.sats.size() * m.signals.size() > 64)
-        throw std::out_of_range("more than 64 cells");
     Roughs sats;
+    std::size_t bits = 0;
     for (const int id : m.sats) {
         sats[id] = {};
         for (const std::string& signal : m.signals)
-            if (io.u(1) == 1) {
-                Cell& c = m.cells.emplace_back();
-                c.system = m.system;
-                c.id = id;
-                c.signal = signal;
-                c.sat = satName(c.system, id);
-            }
+            if (bits++ < kMostPairs && io.u(1) == 1)
+                m.cells.push_back(blankCell(m.system, id, signal));
+    }
+    if (bits > kMostPairs) {
+        const std::size_t perSat = f.rates ? 36 : 18;
+        const auto perCell =
+            static_cast<std::size_t>(f.range + f.phase + f.lock + 1 + f.cnr + (f.rates ? 15 : 0));
+        const std::size_t left = io.left() - std::min(io.left(), perSat * sats.size());
+        while (m.cells.size() < left / perCell)
+            m.cells.push_back(blankCell(m.system, m.sats.back(), ""));
     }
     body(io, f, sats, m.cells);
     addRough(m.cells, sats, 1);
@@ -221,7 +240,7 @@ Bytes writeMsm(Msm m) {
     for (const auto& [key, c] : grid)
         m.cells.push_back(c);
     Roughs sats = roughsOf(m.cells);
-    if (sats.size() * signals.size() > 64)
+    if (sats.size() * signals.size() > kMostPairs)
         throw std::out_of_range("more than 64 cells");
     BitString io;
     io.fixed(12, 1070 + 10 * static_cast<int>(systemIndex(m.system)) + m.msm);

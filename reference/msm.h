@@ -41,8 +41,12 @@ struct Msm {
     bool exact = true;         ///< read: reserved and unused fields 0, nothing behind the message
 };
 
-/// std::invalid_argument for another type, std::out_of_range for a body that is too short.
+/// std::invalid_argument for another type, std::out_of_range for a body that is too short or more
+/// than 64 pairs of satellite and signal.
 Msm readMsm(const Bytes& body);
+/// The same for an encoder that goes beyond 64 pairs: its cell mask ends after 64 bits, its length
+/// says how many cells it has. Cells behind the mask have no signal.
+Msm readOverfullMsm(const Bytes& body);
 
 /// Uses station, system, msm, epochField, more, iods and the cells (in any order, none twice; masks
 /// follow from them). A satellite's rough range and rate are those of its first cell that has one;

@@ -1,5 +1,6 @@
 #include "orbit.h"
 
+#include "kinds.h"
 #include "msm.h"
 
 #include <complex>
@@ -160,7 +161,7 @@ void Navigation::take(const Frame& f) {
     if (f.type == 1020) {
         const Glonass g = readGlonass(f.body);
         glonass[satName('R', g.slot)] = g;
-    } else if (f.type == 1019 || f.type == 1042 || (f.type >= 1044 && f.type <= 1046)) {
+    } else if (isEphemeris(f.type)) {
         const Kepler k = readKepler(f.body);
         kepler[satName(k.system, k.id)] = k;
     }

@@ -1,5 +1,6 @@
 #include "predict.h"
 
+#include "kinds.h"
 #include "legacy.h"
 #include "slots.h"
 
@@ -15,22 +16,13 @@ constexpr double kOldestS = 7200;
 constexpr double kLowestDeg = 5;
 constexpr double kPresent = 1e6; // m and cycles; what is smaller counts as absent
 
-bool isEphemeris(int type) {
-    return type == 1019 || type == 1020 || type == 1042 || (type >= 1044 && type <= 1046);
-}
-bool isStation(int type) {
-    return (type >= 1005 && type <= 1008) || type == 1033 || type == 1230;
-}
-bool isMsm(int type) {
-    return type >= 1071 && type <= 1127 && type % 10 >= 4 && type % 10 <= 7;
-}
-bool isLegacy(int type) {
-    return type == 1002 || type == 1004 || type == 1010 || type == 1012;
-}
-
 // t moved by whole periods to where it is nearest.
 GpsTime nearest(GpsTime t, GpsTime to, double periodS) {
     return t + -periodS * std::round((t - to) / periodS);
+}
+
+std::string nameOf(const Kepler& k) {
+    return satName(k.system, k.id);
 }
 
 } // namespace
@@ -70,24 +62,32 @@ std::vector<Expected> Predictor::take(std::span<const std::uint8_t> piece) {
 
 void Predictor::restart() {
     cutter_.forget();
-    epoch_.clear();
+    startAfresh();
+}
+
+// While an epoch is being collected, a message of another station is dropped, and the next one
+// accepted whatever its station.
+bool Predictor::otherStation(const Frame& f) {
+    const auto station = static_cast<int>(BitSource(f.body).u(24) & 0xFFF); // DF003
+    const bool other = station_ != 0 && station_ != station;
+    station_ = other ? 0 : station;
+    return other;
 }
 
 void Predictor::message(const Frame& f, std::vector<Expected>& out) {
-    if (isEphemeris(f.type) || isStation(f.type)) {
+    if (isEphemeris(f.type)) {
         navigation_.take(f);
-        if (f.type == 1020) {
-            const std::string sat = satName('R', readGlonass(f.body).slot);
-            orbits_[sat] = navigation_.satellite(sat);
-        } else if (isEphemeris(f.type)) {
-            const Kepler k = readKepler(f.body);
-            const std::string sat = satName(k.system, k.id);
-            orbits_[sat] = navigation_.satellite(sat);
-        }
-        epoch_.clear(); // what was collected of an epoch is wiped
-        out.push_back({0, f.type, f.bytes, {}, {}});
+        const std::string sat =
+            f.type == 1020 ? satName('R', readGlonass(f.body).slot) : nameOf(readKepler(f.body));
+        orbits_[sat] = navigation_.satellite(sat);
+        forward(f, out);
+    } else if (isStation(f.type)) {
+        if (!otherStation(f))
+            forward(f, out);
     } else if (isMsm(f.type) || isLegacy(f.type)) {
         const Msm m = isMsm(f.type) ? readMsm(f.body) : readLegacy(f.body);
+        if (otherStation(f))
+            return;
         collect(m);
         if (m.more)
             return;
@@ -97,8 +97,19 @@ void Predictor::message(const Frame& f, std::vector<Expected>& out) {
             for (const auto& [sat, columns] : epoch_)
                 reply.satellites.push_back(satellite(sat, columns));
         out.push_back(std::move(reply));
-        epoch_.clear();
+        startAfresh();
     }
+}
+
+// After whatever it passes on, the service decodes as if nothing had been before.
+void Predictor::forward(const Frame& f, std::vector<Expected>& out) {
+    out.push_back({0, f.type, f.bytes, {}, {}});
+    startAfresh();
+}
+
+void Predictor::startAfresh() {
+    epoch_.clear();
+    station_ = 0;
 }
 
 void Predictor::collect(const Msm& m) {

@@ -16,8 +16,7 @@ namespace ref {
 
 struct Expectation {
     Vec3 siteM{};
-    GpsTime
-        near; ///< the first epoch is within half a week of it, of a legacy GLONASS one half a day
+    GpsTime near; ///< the first epoch is within half a week of it; with GLONASS within half a day
     std::set<std::string> satellites; ///< configured
     std::map<int, int> channels;      ///< GLONASS, by slot
     /// Band digits of the configured carriers; signals on others are dropped.
@@ -79,6 +78,9 @@ private:
     using Columns = std::map<char, Cell>; // of a satellite, by band digit
 
     void message(const Frame& f, std::vector<Expected>& out);
+    bool otherStation(const Frame& f);
+    void forward(const Frame& f, std::vector<Expected>& out);
+    void startAfresh();
     void collect(const Msm& m);
     void store(const Cell& c, const std::vector<std::string>& order);
     ExpectedSatellite satellite(const std::string& sat, const Columns& columns) const;
@@ -89,6 +91,7 @@ private:
     std::map<std::string, SatFn> orbits_;
     std::map<std::string, Columns> epoch_;
     GpsTime time_;
+    int station_ = 0; // of the epoch being collected; 0 = none yet
 };
 
 } // namespace ref

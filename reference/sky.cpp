@@ -12,6 +12,7 @@ constexpr double kForgetS = 15;      // a satellite not seen for so long is acqu
 constexpr double kSlipsPerS = 3e-4;  // of one signal
 constexpr double kDropsPerS = 5e-4;  // of one satellite
 constexpr double kHalfCycleS = 4;    // until half cycles are resolved
+constexpr double kLacks = 2e-3;      // of an observation without its range, as without its phase
 constexpr double kMostCycles = 200;  // the legacy messages hold 262 m between phase and range
 constexpr double kFastestDegS = 0.1; // no satellite rises faster
 
@@ -138,13 +139,17 @@ std::vector<Cell> Sky::observe(GpsTime t, bool rates) {
         const Direction seen = direction(site, received.sat);
         if (outOfSight(sat, track, total, seen.elevationDeg))
             continue;
-        const double commonM = received.rangeM - kLightSpeed * now.clockS + receiverClockM(total) +
-                               kLightSpeed * clockJumpS + troposphereM(seen.elevationDeg);
+        // what all signals have in common, s after the epoch
+        const auto common = [&](double s, double rangeM) {
+            return rangeM - kLightSpeed * now.clockS(t + s) + receiverClockM(total + s) +
+                   troposphereM(
+                       direction(site, now.position(t + (s - received.delayS))).elevationDeg);
+        };
+        const double commonM = common(0, received.rangeM) + kLightSpeed * clockJumpS;
         std::optional<double> rate;
         if (rates)
-            rate = receive(now.position, site, t + 0.5).rangeM -
-                   receive(now.position, site, t + -0.5).rangeM + receiverClockM(total + 0.5) -
-                   receiverClockM(total - 0.5);
+            rate = common(0.5, receive(now.position, site, t + 0.5).rangeM) -
+                   common(-0.5, receive(now.position, site, t + -0.5).rangeM);
         for (const std::string& signal : signals.at(sat[0])) {
             const auto [held, fresh] = track.signals.try_emplace(signal);
             const std::string name = sat + signal;
@@ -160,6 +165,10 @@ std::vector<Cell> Sky::observe(GpsTime t, bool rates) {
             *c.pseudorangeM += commonM;
             *c.phaseRangeM += commonM;
             c.rateMps = rate;
+            if (chance(seed, name + "range", total) < kLacks)
+                c.pseudorangeM.reset();
+            else if (chance(seed, name + "phase", total) < kLacks)
+                c.phaseRangeM.reset();
         }
         track.seen = total;
     }

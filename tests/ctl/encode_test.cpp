@@ -74,6 +74,8 @@ TEST(SimulatedFrames, OfLegacyMessagesCarryTheObservations) {
             for (const ref::Cell& got : m.cells) {
                 if (got.sat != want.sat || got.signal != want.signal)
                     continue;
+                ASSERT_TRUE(want.pseudorangeM && want.phaseRangeM && got.pseudorangeM &&
+                            got.phaseRangeM);
                 EXPECT_NEAR(*got.pseudorangeM, *want.pseudorangeM, 0.0201) << got.sat;
                 EXPECT_NEAR(*got.phaseRangeM, *want.phaseRangeM, 0.000251) << got.sat;
                 EXPECT_NEAR(got.cnr, want.cnr, 0.126);
