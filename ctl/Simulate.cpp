@@ -89,6 +89,8 @@ ref::Vec3 siteOf(const std::string& given) {
         site = ref::toXyz({n[0] * degree, n[1] * degree, n[2]});
     if (norm(site) < 6.3e6 || norm(site) > 6.5e6)
         refuse("--site", given, "not near the surface of the Earth");
+    if (std::hypot(site[0], site[1]) < 100)
+        refuse("--site", given, "within 100 m of a pole, where no direction is north");
     for (double& x : site.v) {
         x = std::round(x * 1e4) / 1e4;
         if (x == 0) // which the service would take as absent

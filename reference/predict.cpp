@@ -21,8 +21,20 @@ GpsTime nearest(GpsTime t, GpsTime to, double periodS) {
     return t + -periodS * std::round((t - to) / periodS);
 }
 
-std::string nameOf(const Kepler& k) {
-    return satName(k.system, k.id);
+// Highest satellite numbers that a service knows; a message of another one is malformed to it.
+constexpr std::pair<char, int> kHighest[] = {{'G', 32}, {'R', 27}, {'E', 36}, {'C', 63}, {'J', 10}};
+
+// Name of an ephemeris' satellite; std::out_of_range for one that does not exist.
+std::string nameOf(char system, int id) {
+    for (const auto& [letter, highest] : kHighest)
+        if (letter == system && id >= 1 && id <= highest)
+            return satName(system, id);
+    throw std::out_of_range("no such satellite");
+}
+
+// A time that a week, or a Moscow day with its leap second, can have.
+bool possibleTime(const Msm& m) {
+    return m.system == 'R' ? (m.epochField & 0x7FFFFFF) < 86401000 : m.epochField < 604800000;
 }
 
 } // namespace
@@ -76,9 +88,14 @@ bool Predictor::otherStation(const Frame& f) {
 
 void Predictor::message(const Frame& f, std::vector<Expected>& out) {
     if (isEphemeris(f.type)) {
+        std::string sat;
+        if (f.type == 1020) {
+            sat = nameOf('R', readGlonass(f.body).slot);
+        } else {
+            const Kepler k = readKepler(f.body);
+            sat = nameOf(k.system, k.id);
+        }
         navigation_.take(f);
-        const std::string sat =
-            f.type == 1020 ? satName('R', readGlonass(f.body).slot) : nameOf(readKepler(f.body));
         orbits_[sat] = navigation_.satellite(sat);
         forward(f, out);
     } else if (isStation(f.type)) {
@@ -86,7 +103,7 @@ void Predictor::message(const Frame& f, std::vector<Expected>& out) {
             forward(f, out);
     } else if (isMsm(f.type) || isLegacy(f.type)) {
         const Msm m = isMsm(f.type) ? readMsm(f.body) : readLegacy(f.body);
-        if (otherStation(f))
+        if (!possibleTime(m) || otherStation(f))
             return;
         collect(m);
         if (m.more)

@@ -218,6 +218,9 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
          "random"},
         {"--start", "2026-03-01T20:59:50", "--duration", "20", "--msm", "legacy", "--ephemerides",
          "late", "--split", "100"},
+        // 17 Galileo satellites come up: more than the 64 cells of a message
+        {"--site", "35.68,139.77,40", "--start", "2026-03-01T13:26:10", "--duration", "20",
+         "--systems", "E"},
         {"--start", "2026-03-01T12:00:00", "--duration", "30", "--rate", "10", "--fault",
          "garbage,bitflip,truncate,duplicate,reorder,burst,no-ephemerides,old-ephemerides"}};
     for (std::vector<std::string> options : cases) {
@@ -270,6 +273,7 @@ TEST(Simulator, FindsWhatIsAlteredOnTheWay) {
          unaltered, "is off by"},
         {"phase moved by half a cycle", thirdReply(phase(0.5)), unaltered, "is off by"},
         {"phase moved by a cycle", thirdReply(phase(1)), unaltered, "is off by"},
+        {"phase moved by ten cycles", thirdReply(phase(10)), unaltered, "is off by"},
         {"range moved by 5 cm",
          thirdReply(firstMessage([](ref::Msm& m) { *m.cells.at(0).pseudorangeM += 0.05; })),
          unaltered, "is off by"},
@@ -278,6 +282,25 @@ TEST(Simulator, FindsWhatIsAlteredOnTheWay) {
         {"messages exchanged",
          thirdReply([](ref::Reply& r) { std::swap(r.messages.at(2), r.messages.at(3)); }),
          unaltered, "messages of"},
+        {"a satellite of BDS-3 among those of BDS-2", thirdReply([](ref::Reply& r) {
+             ref::Msm two = ref::readMsm(r.messages.at(3).body);
+             ref::Msm three = ref::readMsm(r.messages.at(4).body);
+             const int id = three.cells.at(0).id;
+             for (const ref::Cell& c : three.cells)
+                 if (c.id == id)
+                     two.cells.push_back(c);
+             std::erase_if(three.cells, [id](const ref::Cell& c) { return c.id == id; });
+             r.messages[3].bytes = ref::frame(ref::writeMsm(two));
+             r.messages[4].bytes = ref::frame(ref::writeMsm(three));
+         }),
+         unaltered, "is in the wrong message"},
+        {"a forwarded frame twice",
+         [n = 0](Bytes f) mutable -> std::vector<Bytes> {
+             if (f[0] == 0xD3 && ++n == 5)
+                 return {f, f};
+             return {f};
+         },
+         unaltered, "came unasked"},
         {"a reply withheld",
          [n = 0](Bytes f) mutable -> std::vector<Bytes> {
              if (f[0] == 0xDA && ++n == 3)
