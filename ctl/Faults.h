@@ -55,7 +55,9 @@ public:
     bool due(Fault f, long epoch);
     bool asked(Fault f) const { return wanted_.contains(f); }
     /// 0..bound-1
-    std::size_t pick(std::size_t bound) { return bound == 0 ? 0 : random_() % bound; }
+    std::size_t pick(std::size_t bound) {
+        return bound == 0 ? 0 : static_cast<std::size_t>(random_() % bound);
+    }
 
     std::map<Fault, int> done; // how often each happened
 
