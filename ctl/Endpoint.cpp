@@ -18,7 +18,7 @@ constexpr double kStallS = 0.15;
 constexpr double kSlowReaderS = 0.4;
 constexpr std::size_t kLargestRandomBlock = 1500;
 
-Descriptor listenOn(const std::string& host, int port) {
+FileDescriptor listenOn(const std::string& host, int port) {
     const auto fail = [&](const char* what) {
         throw std::runtime_error(host + ":" + std::to_string(port) + ": " + what + ": " +
                                  std::strerror(errno));
@@ -28,7 +28,7 @@ Descriptor listenOn(const std::string& host, int port) {
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     if (inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1)
         throw std::runtime_error(host + " is no dotted IPv4 address to listen on");
-    Descriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    FileDescriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.open())
         fail("no socket");
     const int on = 1;
@@ -47,7 +47,7 @@ double monotonicS() {
     return duration<double>(steady_clock::now().time_since_epoch()).count();
 }
 
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
+FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
     if (this != &other) {
         reset();
         fd_ = std::exchange(other.fd_, -1);
@@ -55,7 +55,7 @@ Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
     return *this;
 }
 
-void Descriptor::reset() {
+void FileDescriptor::reset() {
     if (fd_ >= 0)
         ::close(fd_);
     fd_ = -1;
@@ -70,7 +70,7 @@ bool Endpoint::accept() {
     const int fd = ::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0)
         return false;
-    Descriptor fresh(fd);
+    FileDescriptor fresh(fd);
     if (connection_.open())
         read(); // what the earlier connection still holds
     if (connection_.open())

@@ -14,13 +14,13 @@
 double monotonicS();
 
 /// A file descriptor that closes itself.
-class Descriptor {
+class FileDescriptor {
 public:
-    Descriptor() = default;
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() { reset(); }
-    Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept;
+    FileDescriptor() = default;
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    ~FileDescriptor() { reset(); }
+    FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept;
     int get() const { return fd_; }
     bool open() const { return fd_ >= 0; }
     void reset();
@@ -84,8 +84,8 @@ private:
     void disconnect();
     std::size_t blockSize();
 
-    Descriptor listener_;
-    Descriptor connection_;
+    FileDescriptor listener_;
+    FileDescriptor connection_;
     Split split_;
     ref::Bytes out_; // queued; sent up to sent_
     std::size_t sent_ = 0;

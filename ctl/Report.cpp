@@ -2,6 +2,7 @@
 
 #include "common/Findings.h"
 #include "ctl/Calendar.h"
+#include "ctl/Describe.h"
 #include "ctl/ReportCharts.h"
 #include "ctl/ReportStyle.h"
 
@@ -41,31 +42,8 @@ std::string siteText(const ref::Vec3& siteM) {
                 g.lat < 0 ? 'S' : 'N', std::abs(g.lon) * degrees, g.lon < 0 ? 'W' : 'E', g.heightM);
 }
 
-std::string messageName(int type) {
-    static constexpr struct {
-        int type;
-        const char* name;
-    } names[] = {{0, "reply frame around them"},
-                 {1005, "reference point"},
-                 {1006, "reference point"},
-                 {1007, "antenna"},
-                 {1008, "antenna"},
-                 {1019, "GPS ephemeris"},
-                 {1020, "GLONASS ephemeris"},
-                 {1033, "receiver and antenna"},
-                 {1042, "BeiDou ephemeris"},
-                 {1044, "QZSS ephemeris"},
-                 {1045, "Galileo F/NAV ephemeris"},
-                 {1046, "Galileo I/NAV ephemeris"},
-                 {1230, "GLONASS biases"}};
-    for (const auto& n : names)
-        if (n.type == type)
-            return type == 0 ? n.name : text("%d %s", type, n.name);
-    static constexpr std::array systems{"GPS", "GLONASS", "Galileo", "SBAS", "QZSS", "BeiDou"};
-    const int decade = (type - 1070) / 10;
-    if (type >= 1071 && type <= 1127 && type % 10 >= 1 && type % 10 <= 7)
-        return text("%d %s MSM%d", type, systems[static_cast<std::size_t>(decade)], type % 10);
-    return std::to_string(type);
+std::string barName(int type) {
+    return type == 0 ? "reply frame around them" : text("%d %s", type, messageName(type).c_str());
 }
 
 std::string figure(const std::string& name, const std::string& value, const std::string& small) {
@@ -263,7 +241,7 @@ std::string typeSection(const ref::Verdict& v) {
                       "by message: those "
                       "of the replies and those forwarded.</p>\n<dl class=\"types\">\n";
     for (const auto& [type, n] : types)
-        out += "<div><dt>" + escaped(messageName(type)) + "</dt><dd>" + escaped(sizeText(n)) +
+        out += "<div><dt>" + escaped(barName(type)) + "</dt><dd>" + escaped(sizeText(n)) +
                "</dd><i style=\"width:" +
                coordinate(100 * static_cast<double>(n) / static_cast<double>(types[0].second)) +
                "%\"></i></div>\n";
