@@ -115,7 +115,7 @@ Kepler elements(const Shell& s, int id, double toeTotal) {
         k.node = wrapped(node + rate * toe.sow);
     } else {
         const double start = stays ? s.lonDeg * kDegree - node - k.perigee
-                                   : kTurn * (id - s.first - plane + 0.3 * plane) / s.count;
+                                   : kTurn * (id - s.first) / s.count;
         k.m0 = wrapped(start + (motion + k.deltaN) * toeTotal);
         k.node = wrapped(node + k.nodeDot * toeTotal + rate * (toe.sow - toeTotal));
     }

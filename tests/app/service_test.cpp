@@ -225,6 +225,49 @@ TEST(Service, AnswersAGeneratedStreamOfAllSystems) {
     EXPECT_LT(v.worstPhaseM(), 0.00038);
 }
 
+TEST(Service, SendsSixtyThreeCellsOfMoreThanSixtyFour) {
+    // 17 Galileo satellites of four signals, all on the orbit of one that stands high.
+    const ref::GpsTime t{2009, 430650};
+    ref::Sky sky(kSite);
+    sky.systems = "E";
+    const std::vector<ref::Cell> seen = sky.observe(t, false);
+    const auto highest =
+        std::max_element(seen.begin(), seen.end(),
+                         [](const ref::Cell& a, const ref::Cell& b) { return a.cnr < b.cnr; });
+    ref::Kepler k = sky.navigation(t).kepler.at(highest->sat);
+    k.type = 1046;
+    Bytes stream;
+    const auto put = [&](const Bytes& f) { stream.insert(stream.end(), f.begin(), f.end()); };
+    ref::Msm m;
+    m.system = 'E';
+    m.epochField = ref::epochField('E', t);
+    for (int id = 1; id <= 17; ++id) {
+        k.id = id;
+        put(ref::frame(ref::writeKepler(k)));
+    }
+    for (int id = 1; id <= 17; ++id) {
+        for (const char* const signal : {"1X", "5X", "6X", "7X"}) {
+            ref::Cell c = *highest;
+            c.id = id;
+            c.signal = signal;
+            c.pseudorangeM = c.phaseRangeM = 2.4e7 + 10 * id + signal[0];
+            m.cells.push_back(c);
+        }
+        m.more = id == 16;
+        if (id >= 16) {
+            put(ref::frame(ref::writeMsm(m)));
+            m.cells.clear();
+        }
+    }
+    Peer peer;
+    const Service service(peer.port, "2018-07-12 23:37:11");
+    ASSERT_TRUE(peer.accept());
+    const ref::Verdict v = judge(stream, peer.exchange(stream, 4096, 18), expectation());
+    expectRight(v);
+    EXPECT_EQ(v.replies, 1);
+    EXPECT_EQ(v.cells, 63);
+}
+
 TEST(Service, IsBackOnTheSameDescriptorWhateverThePeerDoes) {
     ref::Sky sky(kSite);
     Bytes epoch;

@@ -218,9 +218,6 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
          "random"},
         {"--start", "2026-03-01T20:59:50", "--duration", "20", "--msm", "legacy", "--ephemerides",
          "late", "--split", "100"},
-        // 17 Galileo satellites come up: more than the 64 cells of a message
-        {"--site", "35.68,139.77,40", "--start", "2026-03-01T13:26:10", "--duration", "20",
-         "--systems", "E"},
         {"--start", "2026-03-01T12:00:00", "--duration", "30", "--rate", "10", "--fault",
          "garbage,bitflip,truncate,duplicate,reorder,burst,no-ephemerides,old-ephemerides"}};
     for (std::vector<std::string> options : cases) {
