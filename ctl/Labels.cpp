@@ -32,8 +32,8 @@ bool free(const Box& box, const std::vector<Box>& taken) {
 std::vector<Box> along(const PlacedLabel& p) {
     std::vector<Box> out;
     const double length = std::hypot(p.toX - p.fromX, p.toY - p.fromY);
-    for (double s = 1; s < length - 0.5; s += kDash) {
-        const double part = s / length;
+    for (int i = 0; 1 + i * kDash < length - 0.5; ++i) {
+        const double part = (1 + i * kDash) / length;
         out.push_back({p.fromX + part * (p.toX - p.fromX) - 0.5,
                        p.fromY + part * (p.toY - p.fromY) - 0.5, 1, 1});
     }

@@ -251,8 +251,9 @@ std::string typeSection(const ref::Verdict& v) {
 } // namespace
 
 void ErrorBins::add(double errorM, double halfStepM) {
+    constexpr int middle = kBins / 2;
     const double bin =
-        std::isfinite(errorM) ? std::floor(errorM / halfStepM * kBinsOfHalfStep) + kBins / 2 : 0;
+        std::isfinite(errorM) ? middle + std::floor(errorM / halfStepM * kBinsOfHalfStep) : 0;
     ++counts_[static_cast<std::size_t>(std::clamp(bin, 0.0, kBins - 1.0))];
 }
 

@@ -177,7 +177,8 @@ std::string errorChart(const ReportData& data, const ref::Verdict& verdict, Erro
         for (int bin = 0; bin < ErrorBins::kBins; ++bin) {
             if (bins.count(bin) == 0)
                 continue;
-            const double leftMm = (bin - ErrorBins::kBins / 2) * binMm;
+            const int fromMiddle = bin - ErrorBins::kBins / 2;
+            const double leftMm = fromMiddle * binMm;
             const double height = std::max(1.0, barHeight * static_cast<double>(bins.count(bin)) /
                                                     static_cast<double>(bins.most()));
             const bool beyond = std::min(std::abs(leftMm), std::abs(leftMm + binMm)) >= ownMm;
@@ -223,12 +224,12 @@ std::string delayChart(const ReportData& data, double medianS, double ninetyNine
         y.log = true;
         y.low = least * 0.7;
         y.high = most * 1.3;
-        for (double decade = std::pow(10, std::floor(std::log10(y.low))); decade < y.high;
-             decade *= 10)
+        const int last = static_cast<int>(std::floor(std::log10(y.high)));
+        for (int decade = static_cast<int>(std::floor(std::log10(y.low))); decade <= last; ++decade)
             for (const double factor : {1.0, 2.0, 5.0})
-                if (factor * decade > y.low && factor * decade < y.high &&
-                    (factor == 1 || y.high / y.low < 300))
-                    ticks.push_back(factor * decade);
+                if (const double tick = factor * std::pow(10, decade);
+                    tick > y.low && tick < y.high && (factor == 1 || y.high / y.low < 300))
+                    ticks.push_back(tick);
     } else {
         const double step = niceStep(y.high, 5);
         for (int i = 0; i * step <= y.high; ++i)
@@ -244,8 +245,8 @@ std::string delayChart(const ReportData& data, double medianS, double ninetyNine
     out += svgText(0, 12, "", y.log ? "delay, ms (logarithmic)" : "delay, ms");
     const double step = std::max(1.0, niceStep(epochs, 4));
     out += svgText(x.from, y.from + 20, "mid", "1");
-    for (double e = step; e <= epochs; e += step)
-        if (x.at(e) > x.from + 20)
+    for (int i = 1; i * step <= epochs; ++i)
+        if (const double e = i * step; x.at(e) > x.from + 20)
             out += svgText(x.at(e), y.from + 20, "mid",
                            grouped(static_cast<std::uint64_t>(std::lround(e))));
     out += svgText(x.to, y.from + 38, "end", "epoch");

@@ -114,8 +114,8 @@ Kepler elements(const Shell& s, int id, double toeTotal) {
         k.perigee = wrapped(s.lonDeg * kDegree - node - k.m0);
         k.node = wrapped(node + rate * toe.sow);
     } else {
-        const double start = stays ? s.lonDeg * kDegree - node - k.perigee
-                                   : kTurn * (id - s.first) / s.count;
+        const double start =
+            stays ? s.lonDeg * kDegree - node - k.perigee : kTurn * (id - s.first) / s.count;
         k.m0 = wrapped(start + (motion + k.deltaN) * toeTotal);
         k.node = wrapped(node + k.nodeDot * toeTotal + rate * (toe.sow - toeTotal));
     }

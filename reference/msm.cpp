@@ -216,8 +216,8 @@ Msm readOverfullMsm(const Bytes& bytes) {
     }
     if (bits > kMostPairs) {
         const std::size_t perSat = f.rates ? 36 : 18;
-        const auto perCell =
-            static_cast<std::size_t>(f.range + f.phase + f.lock + 1 + f.cnr + (f.rates ? 15 : 0));
+        const int cellBits = f.range + f.phase + f.lock + 1 + f.cnr + (f.rates ? 15 : 0);
+        const auto perCell = static_cast<std::size_t>(cellBits);
         const std::size_t left = io.left() - std::min(io.left(), perSat * sats.size());
         while (m.cells.size() < left / perCell)
             m.cells.push_back(blankCell(m.system, m.sats.back(), ""));

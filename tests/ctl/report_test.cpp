@@ -66,10 +66,10 @@ std::string wrongTag(const std::string& page) {
 
 TEST(Labels, OfACrowdedSkyCoverNeitherEachOtherNorAMark) {
     std::mt19937 random(7);
-    std::vector<Label> labels;
-    for (int i = 0; i < 40; ++i) // in a quarter of the drawing, some on top of others
-        labels.push_back({60.0 + static_cast<double>(random() % 140),
-                          60.0 + static_cast<double>(random() % 140), 4, 26, 12.5});
+    std::vector<Label> labels(40);
+    for (Label& l : labels) // in a quarter of the drawing, some on top of others
+        l = {60.0 + static_cast<double>(random() % 140), 60.0 + static_cast<double>(random() % 140),
+             4, 26, 12.5};
     labels[1].x = labels[0].x;
     labels[1].y = labels[0].y;
     const Box bounds{0, 0, 328, 328};
