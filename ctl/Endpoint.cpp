@@ -17,6 +17,7 @@ constexpr double kPatienceS = 2.0; // for something owed
 constexpr double kStallS = 0.15;
 constexpr double kSlowReaderS = 0.4;
 constexpr std::size_t kLargestRandomBlock = 1500;
+constexpr std::size_t kTidyFrom = 1 << 20; // bytes
 
 FileDescriptor listenOn(const std::string& host, int port) {
     const auto fail = [&](const char* what) {
@@ -66,10 +67,10 @@ Endpoint::Endpoint(const std::string& host, int port, ref::Expectation expectati
     : judge(std::move(expectation)), plan(std::move(faults)), listener_(listenOn(host, port)),
       split_(split) {}
 
-bool Endpoint::accept() {
+void Endpoint::accept() {
     const int fd = ::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0)
-        return false;
+        return;
     FileDescriptor fresh(fd);
     if (connection_.open())
         read(); // what the earlier connection still holds
@@ -80,7 +81,6 @@ bool Endpoint::accept() {
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     ++connections;
     greeted = false;
-    return true;
 }
 
 void Endpoint::queue(const ref::Bytes& bytes) {
@@ -157,8 +157,9 @@ void Endpoint::write() {
             writeFrom_ = now + kStallS;
         }
     }
-    if (!pending()) {
-        out_.clear();
+    if (!pending() || sent_ > kTidyFrom) { // what is sent is not kept
+        out_.erase(out_.begin(), out_.begin() + static_cast<std::ptrdiff_t>(sent_));
+        pauseAt_ = pauseAt_ > sent_ ? pauseAt_ - sent_ : 0;
         sent_ = 0;
     }
 }

@@ -44,8 +44,8 @@ public:
     int listener() const { return listener_.get(); }
     int connection() const { return connection_.get(); }
     bool connected() const { return connection_.open() && !ended_; }
-    /// A service is there: takes it in place of an earlier one. False where none was.
-    bool accept();
+    /// Takes the service that is there in place of an earlier one.
+    void accept();
 
     void queue(const ref::Bytes& bytes);
     /// The epoch, with what goes wrong in it.

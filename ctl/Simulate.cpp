@@ -73,7 +73,7 @@ std::vector<double> numbers(const std::string& list) {
 double numberOf(const char* option, const std::string& given, double least, double most) {
     const std::vector<double> n = numbers(given);
     if (n.size() != 1 || n[0] < least || n[0] > most)
-        refuse(option, given, text("a number from %g to %g", least, most));
+        refuse(option, given, text("a number from %.10g to %.10g", least, most));
     return n[0];
 }
 
@@ -333,7 +333,7 @@ void addSimulate(CLI::App& app, int& status) {
     c->add_option("--speed", w->speed, "simulated seconds a second, or max: the next epoch once the last is answered")->capture_default_str();
     c->add_option("--duration", w->duration, "simulated seconds; 0 = until stopped")->capture_default_str();
     c->add_option("--seed", w->seed, "of everything random; the same seed sends the same bytes")
-        ->check(CLI::NonNegativeNumber)->capture_default_str();
+        ->check([](const std::string& n) { return n.starts_with('-') ? "\"" + n + "\": a whole number from 0 on" : std::string(); })->capture_default_str();
     c->add_flag("--noise", w->noise, "add noise to ranges and phases");
     c->add_option("--ephemerides", w->ephemerides, "before the observations, interleaved with them, or late")
         ->check(CLI::IsMember({"before", "interleaved", "late"}))->capture_default_str();

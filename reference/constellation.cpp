@@ -170,10 +170,6 @@ void setDate(Glonass& g, double moscowTotal) {
 
 } // namespace
 
-double refreshS(char system) {
-    return refreshOf(system).everyS;
-}
-
 std::vector<std::string> Constellation::satellites(std::string_view systems) {
     std::vector<std::string> names;
     for (const char system : systems) {

@@ -51,7 +51,4 @@ private:
     std::map<std::pair<std::string, int>, Glonass> integrated_; // by set
 };
 
-/// How long a set of ephemerides stands, s.
-double refreshS(char system);
-
 } // namespace ref
