@@ -139,7 +139,7 @@ std::string trouble(const Totals& t) {
 
 std::string systemKey(const ReportData& d) {
     std::string out = "<ul class=\"key\">";
-    for (const char system : kSystems)
+    for (const char system : kSimulatedSystems)
         if (std::any_of(d.satellites.begin(), d.satellites.end(),
                         [&](const auto& s) { return s.first[0] == system; }))
             out += "<li class=\"" + std::string(1, system) + "\"><b>" + system + "</b> " +
@@ -174,7 +174,7 @@ std::string fateRow(const ReportData& d, ref::Fate fate) {
         return "";
     std::string out = "<tr><th>" + fateIcon(fate) + escaped(ref::name(fate)) +
                       " <span class=\"soft\">" + count(satellites) + "</span></th><td>";
-    for (const char system : kSystems)
+    for (const char system : kSimulatedSystems)
         if (lines.contains(system))
             out += "<div>" + escaped(lines[system]) + "</div>";
     return out + "</td></tr>\n";
@@ -276,7 +276,7 @@ void Report::epoch(const ref::EpochResult& result) {
     const bool kept = data_.epochs % data_.skyStride == 0;
     for (const auto& s : result.satellites) {
         const ref::Direction& d = s.expected.direction;
-        SatelliteRecord& record = data_.satellites[s.expected.sat];
+        ShownSatellite& record = data_.satellites[s.expected.sat];
         ++record.epochs[s.expected.fate];
         // a place unknown stands as zeros
         const SkySample sample{data_.epochs, s.expected.fate,

@@ -16,7 +16,7 @@ struct SkySample {
     double changeM = 0; // of the range; 0 where it was not needed
 };
 
-struct SatelliteRecord {
+struct ShownSatellite {
     std::map<ref::Fate, long> epochs; // with each fate
     std::vector<SkySample> track;     // thinned out
     SkySample last;                   // with a known place, where there was one
@@ -46,7 +46,7 @@ struct ReportData {
     ref::Vec3 siteM{};
     ref::GpsTime first, last;
     long epochs = 0;
-    std::map<std::string, SatelliteRecord> satellites;
+    std::map<std::string, ShownSatellite> satellites;
     long skyStride = 1; // every so many epochs are kept
     std::map<char, ErrorBins> range, phase;
     std::vector<DelaySample> delays;

@@ -158,7 +158,7 @@ std::string errorChart(const ReportData& data, const ref::Verdict& verdict, Erro
     const double rows = rowHeight * static_cast<double>(systems.size());
     std::string out = svgStart(rows + 44, range ? "errors of range" : "errors of phase");
     double top = 0;
-    for (const char system : kSystems) {
+    for (const char system : kSimulatedSystems) {
         const auto it = systems.find(system);
         if (it == systems.end())
             continue;

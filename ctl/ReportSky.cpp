@@ -35,7 +35,7 @@ std::string pair(double x, double y) {
 }
 
 // Solid while it is answered, dotted while not; a gap where it was out of sight.
-std::string track(const SatelliteRecord& record, long stride) {
+std::string track(const ShownSatellite& record, long stride) {
     std::string answered;
     std::string other;
     const SkySample* before = nullptr;
@@ -143,10 +143,10 @@ std::string fateIcon(ref::Fate fate) {
 
 std::string skyPlot(const ReportData& data) {
     std::vector<Label> labels;
-    std::vector<const std::pair<const std::string, SatelliteRecord>*> shown;
+    std::vector<const std::pair<const std::string, ShownSatellite>*> shown;
     std::string marks;
     for (const auto& entry : data.satellites) {
-        const SatelliteRecord& record = entry.second;
+        const ShownSatellite& record = entry.second;
         if (!record.last.placed)
             continue;
         const Point p = at(record.last.direction);

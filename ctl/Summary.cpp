@@ -97,7 +97,7 @@ void Progress::epoch(const ref::EpochResult& result, const ref::Verdict& soFar) 
         if (s.expected.fate == ref::Fate::answered)
             ++answered[s.expected.sat[0]];
     std::string systems;
-    for (const char system : kSystems)
+    for (const char system : kSimulatedSystems)
         if (answered.contains(system))
             systems += text(" %c%d", system, answered[system]);
     const std::string delay = milliseconds(result.delayS);
@@ -167,7 +167,7 @@ std::string summaryText(const Totals& t) {
             out +=
                 text("%s %s %d", &fate == &v.fates.begin()->first ? "" : ",", ref::name(fate), n);
         out += "\n";
-        for (const char system : kSystems)
+        for (const char system : kSimulatedSystems)
             if (const auto w = v.worst.find(system); w != v.worst.end())
                 out += text("  %-12s %d cells; at most %.2f mm of range and %.3f mm of phase from "
                             "the truth\n",

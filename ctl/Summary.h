@@ -44,7 +44,7 @@ Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const F
                 long epochs, bool values);
 
 /// Systems that a reply can hold.
-inline constexpr std::string_view kSystems = "GRECJ";
+inline constexpr std::string_view kSimulatedSystems = "GRECJ";
 const char* systemName(char system);
 
 /// For a person; for a program (one JSON object).

@@ -11,10 +11,13 @@ bool counting = false;
 int allocations = 0;
 } // namespace
 
-[[gnu::noinline]] void* operator new(std::size_t size) {
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     if (counting)
         ++allocations;
-    if (void* const p = std::malloc(size ? size : 1))
+    return std::malloc(size ? size : 1);
+}
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    if (void* const p = operator new(size, std::nothrow))
         return p;
     throw std::bad_alloc();
 }

@@ -18,8 +18,8 @@ ref::EpochResult crowdedEpoch(int number) {
     r.delayS = 1e-3 * (1 + number % 7);
     for (int i = 0; i < 60; ++i) {
         auto& s = r.satellites.emplace_back();
-        s.expected.sat =
-            std::string(1, kSystems[static_cast<std::size_t>(i % 5)]) + std::to_string(10 + i / 5);
+        s.expected.sat = std::string(1, kSimulatedSystems[static_cast<std::size_t>(i % 5)]) +
+                         std::to_string(10 + i / 5);
         s.expected.fate = static_cast<ref::Fate>((i + number) % 6);
         s.expected.direction = {4.0 + i, 6.0 * i};
         s.expected.changeM = 250 - 8 * i;
