@@ -1,0 +1,1 @@
+#include "app/datapack.h"

@@ -1,0 +1,1 @@
+#include "models/Tropo_vmf1.h"
