@@ -113,6 +113,7 @@ void Predictor::message(const Frame& f, std::vector<Expected>& out) {
         if (expectation.values)
             for (const auto& [sat, columns] : epoch_)
                 reply.satellites.push_back(satellite(sat, columns));
+        reply.observed = std::move(epoch_);
         out.push_back(std::move(reply));
         startAfresh();
     }
@@ -120,7 +121,7 @@ void Predictor::message(const Frame& f, std::vector<Expected>& out) {
 
 // After whatever it passes on, the service decodes as if nothing had been before.
 void Predictor::forward(const Frame& f, std::vector<Expected>& out) {
-    out.push_back({0, f.type, f.bytes, {}, {}});
+    out.push_back({0, f.type, f.bytes, {}, {}, {}});
     startAfresh();
 }
 

@@ -54,6 +54,9 @@ struct ExpectedSatellite {
     std::map<std::string, ExpectedCell> cells; ///< by signal
 };
 
+/// Observations of a satellite by band digit: of two on one carrier the one that is kept.
+using Columns = std::map<char, Cell>;
+
 /// One frame that must come back.
 struct Expected {
     std::uint64_t end = 0; ///< bytes of the stream up to the end of the frame that asks for it
@@ -61,6 +64,7 @@ struct Expected {
     Bytes frame;           ///< forwarded
     GpsTime time;          ///< of the epoch
     std::vector<ExpectedSatellite> satellites;
+    std::map<std::string, Columns> observed; ///< what the epoch's own messages carried
 };
 
 class Predictor {
@@ -75,8 +79,6 @@ public:
     const Vec3 virtualAt;
 
 private:
-    using Columns = std::map<char, Cell>; // of a satellite, by band digit
-
     void message(const Frame& f, std::vector<Expected>& out);
     bool otherStation(const Frame& f);
     void forward(const Frame& f, std::vector<Expected>& out);

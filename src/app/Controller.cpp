@@ -7,7 +7,6 @@
 #include "intake/StreamObs.h"
 #include "net/ysocket.h"
 #include "orbit/Rnxeph.h"
-#include "rinex/Rnxobs.h"
 #include "vrs/VrsMain.h"
 
 #include <algorithm>
@@ -41,10 +40,8 @@ void Initialize(int argc, char** argv) {
     DLY.currentMjd = DLY.startMjd;
     DLY.currentSod = DLY.startSod;
     DLY.counters = {};
-    DLY.stationEpochs.resize(DLY.stations.size());
+    DLY.stationEpochs.assign(DLY.stations.size(), {});
     Rnxeph_initial();
-    for (StationEpoch& epoch : DLY.stationEpochs)
-        Rnxobs_initial(epoch);
 }
 
 void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
@@ -80,9 +77,11 @@ void serveOnce() {
 }
 
 void serve(int argc, char** argv) {
-    // A service manager sees each line at once; a peer that is gone never ends the process.
+    // A service manager sees each line at once; neither a peer that is gone nor a file at its
+    // greatest size ends the process.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     print("Kestrune v2.5\n");
     onrtcm = onrtcm0;
     Initialize(argc, argv);

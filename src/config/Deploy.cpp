@@ -49,8 +49,6 @@ void sayWhatIsIgnored() {
         if (given)
             print("***WARN(Deploy): %s is not supported yet and has no effect\n", option);
     };
-    say(DLY.rawSave, "-rawsav");
-    say(DLY.vrsSave, "-vrssav");
     say(DLY.post, "-post");
 }
 

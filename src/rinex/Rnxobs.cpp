@@ -1,9 +1,202 @@
 #include "rinex/Rnxobs.h"
 
-void Rnxobs_initial(StationEpoch& state) {
-    state.name.clear();
-    state.mjd = 0;
-    state.sod = 0.0;
-    state.obs.clear();
-    state.glonassChannels = {};
+#include "common/ComText.h"
+#include "common/ComTime.h"
+#include "common/DeployConfig.h"
+#include "common/Findings.h"
+#include "common/Print.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr double kVersion = 3.1;
+constexpr double kLowestVersion = 3.0;
+
+/// Types by system, in column order. Deliberate: Galileo has no band 7, and QZSS, SBAS and IRNSS
+/// have no columns at all.
+constexpr std::array<std::string_view, 20> kBdsTypes{"C1", "L1", "D1", "S1", "C2", "L2", "D2",
+                                                     "S2", "C6", "L6", "D6", "S6", "C7", "L7",
+                                                     "D7", "S7", "C8", "L8", "D8", "S8"};
+constexpr std::array<std::string_view, 12> kGpsTypes{"C1", "L1", "D1", "S1", "C2", "L2",
+                                                     "D2", "S2", "C5", "L5", "D5", "S5"};
+constexpr std::array<std::string_view, 8> kGlonassTypes{"C1", "L1", "D1", "S1",
+                                                        "C2", "L2", "D2", "S2"};
+constexpr std::array<std::string_view, 16> kGalileoTypes{
+    "C1", "L1", "D1", "S1", "C6", "L6", "D6", "S6", "C8", "L8", "D8", "S8", "C5", "L5", "D5", "S5"};
+constexpr std::size_t kMostColumns = kBdsTypes.size();
+
+/// Type and band of an observation type: "L1" of "L1C"; empty for an empty slot.
+std::string_view bandOf(const ObsType& type) {
+    return type.view().substr(0, 2);
+}
+
+std::size_t systemOf(std::size_t satellite) {
+    return static_cast<std::size_t>(index_string(kSystems, DLY.satelliteNames[satellite].front()));
+}
+
+/// Adds printf-style text of at most 63 characters.
+[[gnu::format(printf, 2, 3)]] void add(std::string& out, const char* format, ...) {
+    std::array<char, 64> piece{};
+    std::va_list args;
+    va_start(args, format);
+    std::vsnprintf(piece.data(), piece.size(), format, args);
+    va_end(args);
+    out += piece.data();
+}
+
+/// One satellite's line: its values in the columns of its system, 0 where there is none.
+void addSatellite(std::string& out, std::size_t satellite, const SatelliteObs& obs) {
+    const std::string& name = DLY.satelliteNames[satellite];
+    const std::span<const std::string_view> types = Rnxobs_m_initObsType(name.front());
+    std::array<double, kMostColumns> row{};
+    const auto put = [&](std::string_view type, double value) {
+        if (const int at = pointer_string_obstyp(types, type); at >= 0)
+            row[static_cast<std::size_t>(at)] = value;
+    };
+    for (std::size_t f = 0; f < DLY.stationFrequencies[systemOf(satellite)].size(); ++f) {
+        put(bandOf(obs.phaseType[f]), obs.phase[f]);
+        const std::string_view range = bandOf(obs.rangeType[f]);
+        put(range, obs.range[f]);
+        if (range.size() < 2)
+            continue;
+        const std::array doppler{'D', range[1]};
+        const std::array quality{'S', range[1]};
+        put({doppler.data(), doppler.size()}, obs.doppler[f]);
+        put({quality.data(), quality.size()}, obs.cn0[f]);
+    }
+    out += name;
+    for (std::size_t i = 0; i < types.size(); ++i)
+        add(out, "%14.3lf  ", row[i]);
+    out += " \n";
+}
+
+/// The epoch record, as long as `count` satellites have observations.
+std::string recordOf(const RinexWriter& writer, int mjd, double sod, int count) {
+    const DateTime t = mjd2date(mjd, sod);
+    std::string out;
+    add(out, "> %4d %2d %2d %2d %2d %10.7lf%3d%3d\n", t.year, t.month, t.day, t.hour, t.minute,
+        t.second, 0, count);
+    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i)
+        if (existobs((*writer.obs)[i]))
+            addSatellite(out, i, (*writer.obs)[i]);
+    return out;
+}
+
+int satellitesOf(const RinexWriter& writer) {
+    int count = 0;
+    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i)
+        count += existobs((*writer.obs)[i]) ? 1 : 0;
+    return count;
+}
+
+/// A file that is closed with its scope.
+class OutFile {
+public:
+    explicit OutFile(const std::string& name)
+        : fd_(open(name.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666)) {}
+    ~OutFile() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    OutFile(const OutFile&) = delete;
+    OutFile& operator=(const OutFile&) = delete;
+
+    bool isOpen() const { return fd_ >= 0; }
+    /// Appends a record and forces it to the disk, or leaves the file as it was; the reason, empty
+    /// where all went well.
+    std::string append(const std::string& record) const {
+        struct stat before {};
+        if (fstat(fd_, &before) != 0)
+            return std::strerror(errno);
+        const ssize_t n = write(fd_, record.data(), record.size());
+        const bool whole = n == static_cast<ssize_t>(record.size());
+        if (whole && fsync(fd_) == 0)
+            return {};
+        std::string reason =
+            n < 0 || whole ? std::strerror(errno) : text("no room for more than %zd bytes", n);
+        if (n > 0 && ftruncate(fd_, before.st_size) != 0)
+            reason += text(",%zd bytes of it could not be taken back", n);
+        return reason;
+    }
+
+private:
+    int fd_;
+};
+
+} // namespace
+
+void Rnxobs_initial(RinexWriter& writer) {
+    writer = {};
+}
+
+int Rnxobs_v_outFileObs(RinexWriter& writer, int mjd, double sod) {
+    if (mjd != writer.mjd) {
+        writer.mjd = mjd;
+        Rnxobs_v_openOutFile(writer, text("%d:%d", mjd, static_cast<int>(sod)), kVersion);
+    }
+    if (writer.version < kLowestVersion) {
+        print(" don't support Rinex v2 !");
+        return -1;
+    }
+    return Rnxobs_m_outputObs_v3x(mjd, writer, sod);
+}
+
+void Rnxobs_v_openOutFile(RinexWriter& writer, std::string_view time, double version) {
+    int mjd = 0;
+    TextScanner(time.substr(0, time.find(':'))).integer(mjd);
+    const YearDoy day = mjd2doy(mjd);
+    writer.fileName = text("%s/%4s%03d0.%02do", DLY.outputPath.c_str(),
+                           toLower(writer.station).c_str(), day.doy, day.year - 2000);
+    print("outfile: %s\n", writer.fileName.c_str());
+    writer.version = version;
+    Rnxobs_v_outFileHeader(writer);
+}
+
+void Rnxobs_v_outFileHeader(const RinexWriter& writer) {
+    if (writer.version < kLowestVersion)
+        print(" NOT SUPPORT!");
+}
+
+int Rnxobs_m_outputObs_v3x(int mjd, RinexWriter& writer, double sod) {
+    const OutFile file(writer.fileName);
+    if (!file.isOpen())
+        fatal("****ERROR(Rnxobs): file = %s,can't access out file", writer.fileName.c_str());
+    const int count = satellitesOf(writer);
+    if (!writer.written && count == 0)
+        return 0;
+    writer.written = true;
+    const std::string reason = file.append(recordOf(writer, mjd, sod, count));
+    if (!reason.empty())
+        print("***WARN(Rnxobs): file = %s,epoch is not written,%s\n", writer.fileName.c_str(),
+              reason.c_str());
+    return reason.empty() ? 0 : -1;
+}
+
+std::span<const std::string_view> Rnxobs_m_initObsType(char system) {
+    switch (system) {
+    case 'C':
+        return kBdsTypes;
+    case 'G':
+        return kGpsTypes;
+    case 'R':
+        return kGlonassTypes;
+    case 'E':
+        return kGalileoTypes;
+    default:
+        return {};
+    }
+}
+
+int pointer_string_obstyp(std::span<const std::string_view> types, std::string_view name) {
+    const auto it = std::find(types.begin(), types.end(), name);
+    return name.empty() || it == types.end() ? -1 : static_cast<int>(it - types.begin());
 }

@@ -1,0 +1,90 @@
+#include "rinex/Rnxobs.h"
+
+#include "common/check.h"
+#include "process.h"
+
+namespace {
+
+constexpr int kDay = 60314; // 5 January 2024
+
+/// A station and what it observes of four satellites.
+struct Station : check::Scratch {
+    Station() {
+        DLY.outputPath = path.substr(0, path.size() - 1);
+        DLY.satelliteNames = {"G05", "E11", "J02", "C01"};
+        DLY.stationFrequencies = {
+            {{"L1", "L2", "L5"}, {}, {"L1", "L7"}, {"L2"}, {}, {}, {"L1"}, {}}};
+        put(0, 0, "1C", 110000000.1234, 21000000.5678, 45.25, -1234.5674);
+        put(0, 1, "2W", 90000000.5, 21000003.25, 40.0, -961.9);
+        put(0, 3, "1L", 7.0, 7.0, 7.0, 7.0); // beyond the configured carriers
+        put(1, 0, "1X", 130000000.0, 24000000.0, 50.0, 1.0);
+        put(1, 1, "7Q", 99000000.0, 24000001.0, 50.0, 1.0); // deliberate: no such column
+        put(2, 0, "1C", 170000000.0, 33000000.0, 50.0, 1.0);
+        put(3, 0, "2I", 0.0, 37000000.0, 50.0, 1.0); // without phase: not observed
+    }
+    void put(std::size_t satellite, std::size_t slot, const std::string& code, double phase,
+             double range, double cn0, double doppler) {
+        SatelliteObs& row = obs.row(satellite);
+        row.phase[slot] = phase;
+        row.range[slot] = range;
+        row.cn0[slot] = cn0;
+        row.doppler[slot] = doppler;
+        ("L" + code).copy(row.phaseType[slot].name.data(), 3);
+        ("C" + code).copy(row.rangeType[slot].name.data(), 3);
+    }
+    int write(RinexWriter writer, double sod) {
+        writer.obs = &obs;
+        testing::internal::CaptureStdout();
+        const int result = Rnxobs_v_outFileObs(writer, kDay, sod);
+        printed = testing::internal::GetCapturedStdout();
+        return result;
+    }
+    std::string file(const std::string& name) const { return readFile(path + name); }
+
+    EpochObs obs;
+    std::string printed;
+};
+
+} // namespace
+
+TEST(ObservationFile, HoldsRecordsInTheirColumns) {
+    Station s;
+    const auto blanks = [](int n) {
+        std::string out;
+        while (n-- > 0)
+            out += "         0.000  ";
+        return out + " \n";
+    };
+    const std::string record =
+        "> 2024  1  5  8 20 30.0000000  0  3\n"
+        "G05  21000000.568   110000000.123       -1234.567          45.250  "
+        "  21000003.250    90000000.500        -961.900          40.000  " +
+        blanks(4) + "E11  24000000.000   130000000.000           1.000          50.000  " +
+        blanks(12) + "J02 \n";
+    EXPECT_EQ(s.write({.station = "ABCD"}, 30030.0), 0);
+    EXPECT_EQ(s.printed, "outfile: " + s.path + "abcd0050.24o\n");
+    EXPECT_EQ(s.file("abcd0050.24o"), record);
+    s.obs.clear(); // nothing observed: nothing is added
+    EXPECT_EQ(s.write({.station = "ABCD"}, 30031.0), 0);
+    EXPECT_EQ(s.file("abcd0050.24o"), record);
+}
+
+TEST(ObservationFile, SaysWhyARecordIsNotWritten) {
+    Station s;
+    std::filesystem::create_symlink("/dev/full", s.path + "abcd0050.24o");
+    EXPECT_EQ(s.write({.station = "ABCD"}, 0.0), -1);
+    EXPECT_TRUE(s.printed.ends_with("***WARN(Rnxobs): file = " + s.path +
+                                    "abcd0050.24o,epoch is not written,No space left on device\n"))
+        << s.printed;
+    DLY.outputPath = s.path + "none";
+    RinexWriter writer{.station = "ABC", .obs = &s.obs}; // right-aligned in four characters
+    check::expectFatal([&] { Rnxobs_v_outFileObs(writer, kDay, 0.0); },
+                       "outfile: " + s.path + "none/ abc0050.24o\n****ERROR(Rnxobs): file = " +
+                           s.path + "none/ abc0050.24o,can't access out file\n");
+}
+
+TEST(ObservationFile, IsNotWrittenForOlderVersions) {
+    Station s;
+    EXPECT_EQ(s.write({.mjd = kDay}, 0.0), -1); // taken for opened, still at version 2.11
+    EXPECT_EQ(s.printed, " don't support Rinex v2 !");
+}

@@ -1,0 +1,184 @@
+/// The real program against a peer of the tests.
+#pragma once
+
+#include "process.h"
+#include "session.h"
+
+#include "reference/predict.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace fs = std::filesystem;
+
+/// Frames, forwarded or replies, that are there from the first to the last byte. Their lengths
+/// stand in their heads; what they hold is judged later.
+inline int wholeFrames(const ref::Bytes& received) {
+    int count = 0;
+    for (std::size_t at = 0; at + 3 <= received.size(); ++count) {
+        const bool reply = received[at] == 0xDA;
+        const std::size_t field = 256U * received[at + 1] + received[at + 2];
+        at += reply ? field + 7 : (field & 0x3FF) + 6;
+        if (at > received.size())
+            break;
+    }
+    return count;
+}
+
+/// A listener on loopback that the service connects to.
+class Peer {
+public:
+    Peer() : listener_(boundSocket(port)) {}
+    ~Peer() {
+        drop();
+        close(listener_);
+    }
+    Peer(const Peer&) = delete;
+    Peer& operator=(const Peer&) = delete;
+
+    /// Waits for the service; false after 20 s.
+    bool accept() {
+        listen(listener_, 1);
+        pollfd p{listener_, POLLIN, 0};
+        const bool waiting = poll(&p, 1, 20000) == 1;
+        drop(); // a half-closed connection stands until the next one comes
+        if (waiting)
+            connection_ = ::accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        return connection_ >= 0;
+    }
+    /// Sends everything in blocks and takes in what comes, until that many frames are there or
+    /// 20 s pass without any.
+    ref::Bytes exchange(const ref::Bytes& stream, std::size_t block, int frames) {
+        ref::Bytes received;
+        std::size_t sent = 0;
+        while (sent < stream.size() || wholeFrames(received) < frames) {
+            pollfd p{connection_,
+                     static_cast<short>(sent < stream.size() ? POLLIN | POLLOUT : POLLIN), 0};
+            if (poll(&p, 1, 20000) <= 0)
+                break;
+            if (p.revents & POLLOUT) {
+                const auto n = send(connection_, stream.data() + sent,
+                                    std::min(block, stream.size() - sent), MSG_NOSIGNAL);
+                sent += n > 0 ? static_cast<std::size_t>(n) : 0;
+            }
+            if (p.revents & (POLLIN | POLLHUP)) {
+                std::array<std::uint8_t, 65536> in{};
+                const auto n = recv(connection_, in.data(), in.size(), 0);
+                if (n <= 0)
+                    break;
+                received.insert(received.end(), in.begin(), in.begin() + n);
+            }
+        }
+        return received;
+    }
+    void drop() {
+        if (connection_ >= 0)
+            close(connection_);
+        connection_ = -1;
+    }
+    void reset() {
+        const linger hard{1, 0};
+        setsockopt(connection_, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+        drop();
+    }
+    void halfClose() { shutdown(connection_, SHUT_WR); }
+
+    int port = 0;
+
+private:
+    int listener_;
+    int connection_ = -1;
+};
+
+struct ServiceOptions {
+    std::string example = "canberra";
+    std::vector<std::string> switches;
+    rlim_t largestFile = RLIM_INFINITY; // bytes
+};
+
+/// The running program with the worked example's configuration, at another port and clock, and
+/// with a folder of its own for what it writes.
+class Service {
+public:
+    Service(int port, const std::string& clock, const ServiceOptions& options = {}) {
+        const fs::path source = fs::path(KESTRUNE_SOURCE_DIR) / "examples" / options.example;
+        std::string deployment = readFile(source / "vrs.json");
+        deployment = replaced(deployment, "127.0.0.1 2101", "127.0.0.1 " + std::to_string(port));
+        deployment = replaced(deployment, "2018-07-12 23:37:11", clock);
+        deployment = replaced(deployment, "data/out", out());
+        fs::create_directories(out());
+        std::ofstream(folder / "vrs.json") << deployment;
+        process_ = fork();
+        if (process_ == 0)
+            run(options);
+    }
+    ~Service() {
+        if (process_ > 0) {
+            kill(process_, SIGKILL);
+            waitpid(process_, nullptr, 0);
+        }
+        fs::remove_all(folder);
+    }
+    /// Waits for the process to end; its exit status.
+    int end() {
+        int status = 0;
+        waitpid(std::exchange(process_, 0), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    fs::path out() const { return folder / "out"; }
+
+    const fs::path folder =
+        fs::path(testing::TempDir()) / ("kestrune_service_" + std::to_string(getpid()));
+
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+    std::string log() const { return readFile(folder / "log"); }
+    /// The descriptors of the process that are sockets.
+    std::vector<std::string> sockets() const {
+        std::vector<std::string> out;
+        for (const auto& e : fs::directory_iterator("/proc/" + std::to_string(process_) + "/fd"))
+            if (std::error_code error; fs::read_symlink(e, error).string().starts_with("socket:"))
+                out.push_back(e.path().filename().string() + fs::read_symlink(e).string());
+        return out;
+    }
+
+private:
+    [[noreturn]] void run(const ServiceOptions& options) const {
+        const int log = open((folder / "log").c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0644);
+        dup2(log, STDOUT_FILENO);
+        const rlimit limit{options.largestFile, options.largestFile};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const std::string deployment = folder / "vrs.json";
+        std::vector<const char*> arguments{"Kestrune", "-mode", "vrs", deployment.c_str()};
+        for (const std::string& option : options.switches)
+            arguments.push_back(option.c_str());
+        arguments.push_back(nullptr);
+        if (chdir(KESTRUNE_SOURCE_DIR) == 0)
+            execv(KESTRUNE_PROGRAM, const_cast<char* const*>(arguments.data()));
+        _exit(127);
+    }
+
+    pid_t process_ = -1;
+};
+
+inline ref::Expectation expectation() {
+    ref::Expectation e;
+    e.siteM = kSite;
+    e.near = {2009, 430650};
+    constexpr std::array channels{1,  -4, 5, 6,  1, -4, 5, 6, -2, -7, 0, -1,
+                                  -2, -7, 0, -1, 4, -3, 3, 2, 4,  -3, 3, 2};
+    for (std::size_t i = 0; i < channels.size(); ++i)
+        e.channels[static_cast<int>(i) + 1] = channels[i];
+    for (const auto& [system, count] :
+         std::map<char, int>{{'G', 32}, {'R', 24}, {'E', 36}, {'C', 37}, {'J', 4}})
+        for (int id = 1; id <= count; ++id)
+            e.satellites.insert(ref::satName(system, id));
+    return e;
+}
