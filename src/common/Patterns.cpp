@@ -1,1 +1,143 @@
 #include "common/Patterns.h"
+
+#include "common/ComText.h"
+#include "common/ComTime.h"
+#include "common/DeployConfig.h"
+#include "common/LineReader.h"
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <utility>
+
+std::vector<Pattern> PATTERNS;
+
+namespace {
+
+constexpr std::size_t kShown = 32; // of a word that is too long, characters
+
+/// Keyword and template of a line; false after a finding about what has no room.
+bool readPattern(std::string_view line, const LineReader& file, Pattern& pattern,
+                 Findings& findings) {
+    const std::string& path = DLY.tables.vrnfln;
+    const auto refuse = [&](std::string_view value, const char* why) {
+        findings.fatal(path, file.lineNumber(),
+                       text("file = %s,line = %d,value = %s,%s", path.c_str(), file.lineNumber(),
+                            std::string(value.substr(0, kShown)).c_str(), why));
+        return false;
+    };
+    if (file.cut())
+        return refuse(line, "line is longer than 1024 bytes");
+    TextScanner scan(line);
+    if (scan.word(pattern.keyword))
+        scan.word(pattern.text);
+    if (pattern.keyword.size() > kLongestPattern)
+        return refuse(pattern.keyword, "keyword is longer than 255 characters");
+    if (pattern.text.size() > kLongestPattern)
+        return refuse(pattern.text, "template is longer than 255 characters");
+    return true;
+}
+
+/// The definitions of the date; a short word takes the first that begins with it.
+std::array<std::string, 10> dateDefinitions(int year, int month, int day, int hour) {
+    const int mjd = md_julday(year, month, day);
+    const WeekDay gps = gpsweek(year, month, day);
+    return {text("Y=%1.1d", year % 10),   text("YY=%2.2d", year % 100),
+            text("YYYY=%4.4d", year),     text("DDD=%3.3d", mjd2doy(mjd).doy),
+            text("HH=%2.2d", hour),       text("WWWW=%4.4d", gps.week),
+            text("GPSW=%4.4d", gps.week), text("WWWWD=%5.5d", 10 * gps.week + gps.day),
+            text("MJD=%5.5d", mjd),       text("MM=%2.2d", month)};
+}
+
+/// The first definition that begins with the word, or null.
+const std::string* findDefinition(std::span<const std::string> definitions, std::string_view word) {
+    // Deliberate: "YYY" finds "YYYY=", "D" finds "DDD=".
+    const auto it = std::find_if(definitions.begin(), definitions.end(), [&](const std::string& d) {
+        return d.starts_with(word) && contains(d, "=");
+    });
+    return it == definitions.end() ? nullptr : &*it;
+}
+
+/// Appends what the words of a template stand for; returns the word that nothing defines, or an
+/// empty text.
+std::string expand(std::string_view pattern, std::span<const std::string> definitions,
+                   std::string& out) {
+    const std::vector<std::string> words = split_string(EmptyFields::keep, pattern, ' ', ' ', '-');
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const std::string word = trim(words[i]); // trailing blanks are zeros now, blanks alone none
+        if (word.empty())
+            continue;
+        if (i % 2 == 0) {
+            out += word;
+            continue;
+        }
+        const std::string* const definition = findDefinition(definitions, word);
+        if (!definition)
+            return word;
+        out += definition->substr(definition->find('=') + 1);
+    }
+    return {};
+}
+
+} // namespace
+
+bool Patterns_readFile(Findings& findings) {
+    PATTERNS.clear();
+    const std::string& path = DLY.tables.vrnfln;
+    LineReader file(path);
+    if (!file.isOpen()) {
+        findings.fatal(path, 0, text("file = %s,can't access vrnfln file", path.c_str()));
+        return false;
+    }
+    std::string_view line;
+    while (file.next(line)) {
+        if (PATTERNS.size() == kMaxPatterns) {
+            findings.fatal(path, file.lineNumber(),
+                           text("nfile = %d,too many files defined in varno_file_name",
+                                static_cast<int>(PATTERNS.size()) + 1));
+            return false;
+        }
+        Pattern pattern;
+        if (!readPattern(line, file, pattern, findings))
+            return false;
+        PATTERNS.push_back(std::move(pattern));
+    }
+    return true;
+}
+
+bool Patterns_m_getPatternName(PatternMode mode, std::string_view keyword,
+                               std::string_view variables, int year, int month, int day, int hour,
+                               std::string& out, Findings& findings) {
+    const std::string name(keyword);
+    std::string file; // of the template, where it has one
+    int line = 0;
+    const auto refuse = [&](std::string complaint) {
+        findings.fatal(file, line, std::move(complaint));
+        return false;
+    };
+    std::string pattern = out;
+    if (mode == PatternMode::named) {
+        file = DLY.tables.vrnfln;
+        const auto it = std::find_if(PATTERNS.begin(), PATTERNS.end(),
+                                     [&](const Pattern& p) { return p.keyword == keyword; });
+        if (it == PATTERNS.end())
+            return refuse(
+                text("keyword = %s,keyword not defined in varno_file_name", name.c_str()));
+        pattern = it->text;
+        line = static_cast<int>(it - PATTERNS.begin()) + 1; // every line is an entry
+    }
+    if (!validDate(year, month, day))
+        return refuse(
+            text("iyear = %d,imonth = %d,iday = %d,incorrect argument", year, month, day));
+    std::vector<std::string> definitions =
+        split_string(EmptyFields::drop, variables, ' ', ' ', ':');
+    for (std::string& definition : dateDefinitions(year, month, day, hour))
+        definitions.push_back(std::move(definition));
+
+    out.clear();
+    const std::string undefined = expand(pattern, definitions, out);
+    if (!undefined.empty())
+        return refuse(text("word = %s,keyword = %s,word is not defined in keyword",
+                           undefined.c_str(), name.c_str()));
+    return true;
+}
