@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/AntennaRecord.h"
 #include "common/ComCoord.h"
 #include "common/EpochObs.h"
 #include "common/GTime.h"
@@ -61,6 +62,10 @@ struct SatelliteRecord {
     std::array<CarrierPair, kMaxSlots> pairs;
     /// f1^2 / f^2 per carrier slot, formed when first needed; 0 = not formed.
     std::array<double, kMaxSlots> ionosphereFactor{};
+    // With "-post":
+    SatelliteInfo info;
+    AntennaRecord calibration;
+    SatellitePco pco{}; // of its antenna, by slot, m
 };
 
 struct StationRecord {
@@ -68,7 +73,7 @@ struct StationRecord {
     std::string coordinateMode; // "F..." = fixed
     std::array<std::string, 2> texts;
     std::array<double, 15> numbers{}; // the last is an angle, rad
-    std::string text;
+    std::string text; // with "-post" a template of a file name, expanded
     std::array<double, 20> moreNumbers{};
     Vector3 xyz{};   // m
     Vector3 sigma{}; // of xyz, m
@@ -76,6 +81,12 @@ struct StationRecord {
     Vector3 enu{};   // antenna reference point, m
     std::string antenna;
     std::string antennaWithRadome;
+    // With "-post":
+    std::string obsFile, logFile; // paths
+    Vector3 blh{};                // rad, rad, m
+    Matrix3 fromLocal{};          // east-north-up to Earth-centred axes
+    AntennaRecord calibration;
+    SitePco pco{}; // of its antenna, m
 };
 
 /// A virtual station: one per element of "reqs".

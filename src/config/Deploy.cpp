@@ -1,5 +1,7 @@
 #include "config/Deploy.h"
 
+#include "config/PostMode.h"
+
 #include "common/Clock.h"
 #include "common/ComText.h"
 #include "common/ComTime.h"
@@ -42,14 +44,6 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         }
     }
     return line;
-}
-
-void sayWhatIsIgnored() {
-    const auto say = [](bool given, const char* option) {
-        if (given)
-            print("***WARN(Deploy): %s is not supported yet and has no effect\n", option);
-    };
-    say(DLY.post, "-post");
 }
 
 /// A value as it stands in its document; empty for none.
@@ -304,7 +298,6 @@ void usage() {
 void m_readJsonFile(int argc, const char* const* argv) {
     DLY = {};
     const CommandLine line = parseCommandLine(argc, argv);
-    sayWhatIsIgnored();
     const Findings findings = readDeployment(line.file);
     for (const Finding& finding : findings.list()) {
         if (finding.severity == Severity::fatal)
@@ -342,9 +335,13 @@ Findings readDeployment(const std::string& path) {
     for (const char* const section : {"common", "reqs", "vrs"})
         m_readJsonItem(document, section, findings);
     readObjectFile(findings);
+    if (DLY.modeNumber == 2 || DLY.modeNumber == 3 || (DLY.modeNumber == 4 && DLY.post))
+        Deploy_m_readBaselines(findings);
     struct stat status {};
     if (stat(tablesFile.c_str(), &status) == 0)
         DLY.tablesFileTime = status.st_mtime;
+    if (!DLY.post)
+        Deploy_m_checkRtConfigures();
     checkLeapSeconds(findings);
     return findings;
 }

@@ -3,6 +3,7 @@
 #include "common/LineReader.h"
 #include "common/SiteFile.h"
 #include "config/Deploy.h"
+#include "config/PostMode.h"
 
 #include <algorithm>
 #include <cmath>
@@ -94,6 +95,8 @@ void acceptSatellite(const ObjectReader& in, SatelliteRecord satellite) {
     if (!contains(DLY.systems, name.substr(0, 1)))
         DLY.systems += name[0];
     DLY.satelliteNames.push_back(name);
+    if (DLY.post)
+        resolveSatellite(satellite, in.findings);
     DLY.satellites.push_back(std::move(satellite));
 }
 
@@ -129,7 +132,10 @@ void readSatellites(const ObjectReader& in) {
     DLY.indexSatellites();
     setFrequencies(in.findings);
     orderSystems();
-    DLY.useNumbers.fill(1);
+    for (std::size_t i = 0; i < kSystemCount; ++i)
+        DLY.useNumbers[i] = contains(DLY.processMode, "RAW")
+                                ? static_cast<int>(DLY.stationFrequencies[i].size())
+                                : 1;
 }
 
 StationRecord parseStation(std::string_view line) {
@@ -151,6 +157,8 @@ void acceptStation(const ObjectReader& in, StationRecord station) {
         return in.badValue(station.name, "station name is longer than 4 characters");
     if (!read_siteinfo(station, in.findings))
         return in.fatal(text("station = %s,read coordinate error!", station.name.c_str()));
+    if (DLY.post && resolveStation(station, in.findings) == Resolved::dropped)
+        return;
     DLY.stationNames.push_back(toUpper(station.name));
     DLY.stations.push_back(std::move(station));
 }

@@ -1,0 +1,125 @@
+#include "config/PostMode.h"
+
+#include "common/ComFreq.h"
+#include "common/ComText.h"
+#include "common/ComTime.h"
+#include "common/LineReader.h"
+#include "common/Patterns.h"
+#include "models/Antatx.h"
+
+#include <array>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+namespace {
+
+constexpr double kSecondsOfDay = 86400.0;
+
+double startMjd() {
+    return DLY.startMjd + DLY.startSod / kSecondsOfDay;
+}
+double endMjd() {
+    return DLY.endMjd + DLY.endSod / kSecondsOfDay;
+}
+
+/// A template expanded for the start of the session.
+bool expand(PatternMode mode, std::string_view keyword, const std::string& variables,
+            std::string& out, Findings& findings) {
+    const DateTime t = mjd2date(DLY.startMjd, DLY.startSod);
+    return Patterns_m_getPatternName(mode, keyword, variables, t.year, t.month, t.day, t.hour, out,
+                                     findings);
+}
+
+/// The station's own template, and the paths of its observation and log files.
+bool nameFiles(StationRecord& station, Findings& findings) {
+    const std::string variables = "STANAM=" + toLower(station.name);
+    std::string observations;
+    std::string log;
+    if (!Patterns_readFile(findings) ||
+        !expand(PatternMode::inPlace, "", "", station.text, findings) ||
+        !expand(PatternMode::named, "rnxo", variables, observations, findings) ||
+        !expand(PatternMode::named, "log", variables, log, findings))
+        return false;
+    station.name = toUpper(station.name);
+    station.obsFile = DLY.obsPath + "/" + observations;
+    station.logFile = DLY.logPath + "/" + log;
+    std::error_code ignored;
+    if (!std::filesystem::exists(station.obsFile, ignored))
+        findings.note(DLY.tables.object, 0,
+                      text("file = %s,can't find obs file", station.obsFile.c_str()));
+    return true;
+}
+
+bool resolveStationAntenna(StationRecord& station, Findings& findings) {
+    std::string type;
+    if (!Antatx_s_antnam(station.name, station.antennaWithRadome, type, findings))
+        return false;
+    SatellitePco none{};
+    if (Antatx_m_getAnt(station.calibration, "SITE", DLY.stationFrequencies, type, "", none,
+                        station.pco, startMjd(), endMjd(), findings))
+        return true;
+    findings.fatal(DLY.tables.antpcv, 0,
+                   text("ant = %s,sitename = %s,station antenna is not found in atx file",
+                        type.c_str(), station.name.c_str()));
+    return false;
+}
+
+} // namespace
+
+bool resolveSatellite(SatelliteRecord& satellite, Findings& findings) {
+    if (!Antatx_s_rdSvnav(satellite.cprn, startMjd(), satellite.info, findings))
+        return false;
+    satellite.texts[0] = satellite.info.block; // the antenna type
+    // The object file's channel comes first.
+    if (satellite.cprn.front() == 'R' && satellite.glonassChannel == kUnknownChannel &&
+        validChannel(satellite.info.channel))
+        satellite.glonassChannel = satellite.info.channel;
+    const auto system = static_cast<std::size_t>(index_string(kSystems, satellite.cprn.front()));
+    for (const FrequencyTable* const table : {&DLY.stationFrequencies, &DLY.satelliteFrequencies})
+        if (!get_freq(satellite, "RAW", (*table)[system], findings))
+            return false;
+    SitePco none{};
+    if (Antatx_m_getAnt(satellite.calibration, satellite.cprn, DLY.satelliteFrequencies,
+                        satellite.texts[0], satellite.cprn, satellite.pco, none, startMjd(),
+                        endMjd(), findings))
+        return true;
+    findings.fatal(DLY.tables.antpcv, 0,
+                   text("ant = %s,cprn = %s,satellite antenna is not found in atx file",
+                        satellite.texts[0].c_str(), satellite.cprn.c_str()));
+    return false;
+}
+
+Resolved resolveStation(StationRecord& station, Findings& findings) {
+    if (!nameFiles(station, findings))
+        return Resolved::failed;
+    const Vector3& xyz = station.xyz;
+    if (xyz[0] * xyz[1] * xyz[2] != 0.0) {
+        station.blh = xyzblh(xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
+        station.fromLocal = rot_enu2xyz(station.blh[0], station.blh[1]);
+    } else if (station.coordinateMode.starts_with('F')) {
+        findings.note(DLY.tables.stacoo, 0,
+                      text("station = %s,fix mode for no coordinate station,will continue",
+                           station.name.c_str()));
+        return Resolved::dropped;
+    }
+    return resolveStationAntenna(station, findings) ? Resolved::kept : Resolved::failed;
+}
+
+void Deploy_m_readBaselines(Findings& findings) {
+    const std::string& path = DLY.tables.baselines;
+    LineReader file(path);
+    if (!file.isOpen()) // deliberate: the line names another file's key
+        return findings.fatal(path, 0, text("file = %s,can't access satnav file", path.c_str()));
+    DLY.baselineNames.clear();
+    std::string_view line;
+    while (file.next(line)) {
+        if (line.size() <= 7 || line.front() != ' ')
+            continue;
+        std::array<std::string, 3> words;
+        TextScanner scan(line);
+        for (std::string& word : words)
+            scan.word(word);
+        DLY.baselineNames.push_back(words[0] + "-" + words[1] + "-" + words[2]);
+    }
+}
