@@ -1,10 +1,11 @@
 #include "common/ComFreq.h"
 
 #include "common/ComText.h"
-#include "common/Findings.h"
 #include "common/Print.h"
 
 #include <algorithm>
+#include <cmath>
+#include <utility>
 
 namespace {
 
@@ -29,6 +30,34 @@ const SystemCarriers* carriersOf(char system) {
     const auto it = std::find_if(kCarriers.begin(), kCarriers.end(),
                                  [&](const SystemCarriers& s) { return s.letter == system; });
     return it == kCarriers.end() ? nullptr : &*it;
+}
+
+double wavelength(double hz) {
+    return hz > 0.0 ? kSpeedOfLight / hz : 0.0;
+}
+
+/// Exchanges what stands in the wrong order, pair by pair: highest frequency first.
+void sortByFrequency(std::vector<CarrierSlot>& slots) {
+    for (std::size_t i = 0; i < slots.size(); ++i)
+        for (std::size_t j = i + 1; j < slots.size(); ++j)
+            if (slots[i].hz < slots[j].hz)
+                std::swap(slots[i], slots[j]);
+}
+
+/// Nothing where there are no two frequencies.
+std::optional<CombinationConstants> combine(std::span<const CarrierSlot> slots) {
+    if (slots.size() < 2 || slots[0].hz == slots[1].hz || slots[1].hz <= 0.0)
+        return std::nullopt;
+    const double f1 = slots[0].hz;
+    const double f2 = slots[1].hz;
+    const double g = f1 / f2;
+    const double g2 = g * g;
+    return CombinationConstants{g,
+                                g2,
+                                kSpeedOfLight / std::fabs(f1 - f2),
+                                kSpeedOfLight / std::fabs(f1 + f2),
+                                g2 / (g2 - 1.0),
+                                1.0 / (g2 - 1.0)};
 }
 
 } // namespace
@@ -80,6 +109,33 @@ double freqbytp(std::size_t satellite, std::string_view slot) {
     return validChannel(k) ? hz : 0.0;
 }
 
+bool get_freq(SatelliteRecord& satellite, std::string_view mode, std::span<const std::string> names,
+              Findings& findings) {
+    const auto refuse = [&](std::string complaint) {
+        findings.fatal(DLY.tables.object, 0, std::move(complaint));
+        return false;
+    };
+    if (names.empty())
+        return refuse(text("cprn = %s,nfreq = %d,frequency used for satellite is not selected!",
+                           satellite.cprn.c_str(), 0));
+    if (!contains(mode, "IF") && !contains(mode, "SF") && !contains(mode, "RAW"))
+        return refuse(text("type = %s,unknow observation type", std::string(mode).c_str()));
+    const char system = satellite.cprn.empty() ? '\0' : satellite.cprn.front();
+    const int k = satellite.glonassChannel;
+    satellite.slots.clear();
+    satellite.combination.reset();
+    for (const std::string& name : names) {
+        const std::optional<double> known = carrier(system, name, k);
+        if (!known)
+            return refuse(carrierComplaint(system, name));
+        const double hz = system == 'R' && !validChannel(k) ? 0.0 : *known;
+        satellite.slots.push_back({name, hz, wavelength(hz)});
+    }
+    sortByFrequency(satellite.slots);
+    satellite.combination = combine(satellite.slots);
+    return true;
+}
+
 int index_freq(std::span<const std::string> names, std::string_view slot) {
     return Map_index(names, slot);
 }
@@ -93,7 +149,7 @@ void updateSatfreq(SatelliteRecord& satellite) {
     satellite.slots.clear();
     for (const std::string& name : names) {
         const double hz = freqbytp(static_cast<std::size_t>(index), name);
-        satellite.slots.push_back({name, hz > 0.0 ? kSpeedOfLight / hz : 0.0});
+        satellite.slots.push_back({name, hz, wavelength(hz)});
     }
     const auto hzOf = [&](const std::string& name) {
         const int at = Map_index(names, name);

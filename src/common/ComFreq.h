@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/DeployConfig.h"
+#include "common/Findings.h"
 
 #include <optional>
 #include <span>
@@ -22,7 +23,12 @@ double freqbytp(std::size_t satellite, std::string_view slot);
 /// Channel of a configured GLONASS satellite from the object file or else from the stream;
 /// kUnknownChannel where neither knows.
 int glonassChannel(std::size_t satellite);
+/// Fills a satellite's slots from the names, the highest frequency first, and the constants of its
+/// combinations. The mode holds "IF", "SF" or "RAW". False after a fatal finding; a GLONASS
+/// satellite whose channel is unknown has slots with frequency 0.
+bool get_freq(SatelliteRecord& satellite, std::string_view mode, std::span<const std::string> names,
+              Findings& findings);
 /// Index of the first name that contains the slot name, or -1.
 int index_freq(std::span<const std::string> names, std::string_view slot);
-/// Refreshes slot names, wavelengths and pair wavelengths of an accepted satellite.
+/// Refreshes slots and pair wavelengths of an accepted satellite, in the configured order.
 void updateSatfreq(SatelliteRecord& satellite);

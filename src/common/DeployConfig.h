@@ -42,14 +42,25 @@ struct Connector {
 
 /// A carrier slot of an accepted satellite.
 struct CarrierSlot {
-    std::string name;         // "L1", ...
-    double wavelengthM = 0.0; // 0 = frequency unknown
+    std::string name; // "L1", ...
+    double hz = 0.0;
+    double wavelengthM = 0.0; // both 0 = frequency unknown
 };
 
 /// Wavelength of the difference of two carriers.
 struct CarrierPair {
     std::string name; // "L1_L2"
     double wavelengthM = 0.0;
+};
+
+/// Constants of the combinations of a satellite's two highest carriers f1 > f2.
+struct CombinationConstants {
+    double g = 0.0;               // f1 / f2
+    double g2 = 0.0;              // its square
+    double wideLaneM = 0.0;       // c / |f1 - f2|
+    double narrowLaneM = 0.0;     // c / |f1 + f2|
+    double ionosphereFree1 = 0.0; // g2 / (g2 - 1), of the first carrier
+    double ionosphereFree2 = 0.0; // 1 / (g2 - 1), of the second
 };
 
 struct SatelliteRecord {
@@ -60,6 +71,7 @@ struct SatelliteRecord {
     int glonassChannel = kUnknownChannel;
     std::vector<CarrierSlot> slots;
     std::array<CarrierPair, kMaxSlots> pairs;
+    std::optional<CombinationConstants> combination; // nothing with fewer than two carriers
     /// f1^2 / f^2 per carrier slot, formed when first needed; 0 = not formed.
     std::array<double, kMaxSlots> ionosphereFactor{};
     // With "-post":
