@@ -3,9 +3,12 @@
 #include "common/Print.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -38,6 +41,14 @@ void dissolve(int fd) {
     static_cast<void>(connect(fd, &none, sizeof none));
 }
 
+sockaddr_in addressOf(const char* host, std::uint32_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = inet_addr(host);
+    return address;
+}
+
 /// A connect to a local port that nobody listens on can meet itself; such a connection would stay
 /// established and silent for ever.
 bool connectedToItself(int fd) {
@@ -50,7 +61,26 @@ bool connectedToItself(int fd) {
            own.sin_port == peer.sin_port && own.sin_addr.s_addr == peer.sin_addr.s_addr;
 }
 
+/// Whether select finds the descriptor readable or writable in time: positive, 0 for a time-out,
+/// -1 for an error.
+int waitForEither(int fd, int seconds) {
+    fd_set reading;
+    FD_ZERO(&reading);
+    FD_SET(fd, &reading);
+    fd_set writing = reading;
+    timeval limit{seconds, 0};
+    return select(fd + 1, &reading, &writing, nullptr, &limit);
+}
+
 } // namespace
+
+int init_socket() {
+    return 0;
+}
+
+int socket_new(int domain, int type, int) {
+    return socket(domain, type | SOCK_CLOEXEC, 0); // deliberate: whatever the protocol
+}
 
 int socket_new_tcp() {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -69,10 +99,7 @@ int socket_new_tcp() {
 int socket_connect(int fd, const char* host, std::uint32_t port) {
     dissolve(fd); // a second connect on a used descriptor fails with EISCONN for ever
     setSendTimeout(fd, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = inet_addr(host);
+    const sockaddr_in address = addressOf(host, port);
     int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     if (result == 0 && connectedToItself(fd)) {
         dissolve(fd);
@@ -83,6 +110,27 @@ int socket_connect(int fd, const char* host, std::uint32_t port) {
     if (result == 0)
         setSendTimeout(fd, kSendTimeoutS);
     return result;
+}
+
+int socket_connect_timeout(int fd, const char* host, std::uint32_t port, int seconds) {
+    if (fd < 0 || fd >= FD_SETSIZE) { // no place in a set of descriptors
+        errno = EBADF;
+        return -1;
+    }
+    const sockaddr_in address = addressOf(host, port);
+    const int flags = fcntl(fd, F_GETFL);
+    static_cast<void>(fcntl(fd, F_SETFL, flags | O_NONBLOCK));
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == -1 &&
+        errno != EINPROGRESS && errno != EALREADY && errno != EISCONN)
+        return -1; // deliberate: the descriptor stays non-blocking
+    // Deliberate: an error of select counts as connected, and the outcome of connect is not asked.
+    if (waitForEither(fd, seconds) == 0) {
+        close(fd);
+        errno = ETIMEDOUT;
+        return -1;
+    }
+    static_cast<void>(fcntl(fd, F_SETFL, flags));
+    return 0;
 }
 
 int socket_isconnection(int fd) {
@@ -97,6 +145,10 @@ int socket_recv(int fd, std::span<std::uint8_t> buffer) {
     return static_cast<int>(recv(fd, buffer.data(), buffer.size(), 0));
 }
 
+int socket_recv_timeout(int fd, std::span<std::uint8_t> buffer) {
+    return socket_recv(fd, buffer); // deliberate: no time limit
+}
+
 int socket_send(int fd, std::span<const std::uint8_t> bytes) {
     const auto sent = send(fd, bytes.data(), bytes.size(), 0);
     if (sent != static_cast<ssize_t>(bytes.size()))
@@ -106,4 +158,8 @@ int socket_send(int fd, std::span<const std::uint8_t> bytes) {
 
 int closesocket(int fd) {
     return close(fd);
+}
+
+std::string socket_get_last_err() {
+    return errno == 0 ? std::string() : std::strerror(errno);
 }

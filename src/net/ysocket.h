@@ -3,19 +3,34 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 
 /// ysocket: the TCP socket of the service. Hosts are dotted IPv4 texts, ports are in host order;
 /// results are -1 on failure, with errno. One descriptor serves every connection of the process.
 
+/// Nothing to prepare on this platform; 0.
+int init_socket();
+/// Socket of the domain and type; the protocol is always the type's own.
+int socket_new(int domain, int type, int protocol);
 /// IPv4 stream socket that notices a vanished peer (keep-alive, user time-out).
 int socket_new_tcp();
 /// Dissolves what the descriptor was connected to, then connects; prints the outcome. 0 or -1.
 int socket_connect(int fd, const char* host, std::uint32_t port);
+/// Connects within that many seconds; 0 or -1. Time-out: the descriptor is closed. Refused at
+/// once: it stays non-blocking. A refusal that comes later counts as connected; socket_isconnection
+/// tells.
+int socket_connect_timeout(int fd, const char* host, std::uint32_t port, int seconds);
+/// Address of a host name as text, the last one of several; its length, or -1.
+int getHostByName(const std::string& name, std::string& out);
 /// 0 when the connection is established, else -1.
 int socket_isconnection(int fd);
 /// One receive: bytes, 0 at the end of the stream, or -1.
 int socket_recv(int fd, std::span<std::uint8_t> buffer);
+/// The same: there is no time limit.
+int socket_recv_timeout(int fd, std::span<std::uint8_t> buffer);
 /// One send; when the peer does not take it all, the connection is dissolved, so that it never
 /// sees half a frame followed by another. Bytes sent or -1.
 int socket_send(int fd, std::span<const std::uint8_t> bytes);
 int closesocket(int fd);
+/// Text of errno; empty when it is 0.
+std::string socket_get_last_err();

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+struct hostent;
+
+/// hosts: the addresses that a name resolves to.
+
+/// The last of the host's addresses (IPv4 or IPv6) as text; its length, or -1 with a line for an
+/// address of another kind.
+int lastAddress(const hostent& host, std::string& out);
