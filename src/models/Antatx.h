@@ -16,16 +16,14 @@ void Antatx_m_resetMem(AntennaRecord& record);
 /// else it is the satellite's name; `names` are the configured carriers; the calibration must be
 /// valid from `from` to `to` (MJD with fraction). False, with a finding, where there is none.
 bool Antatx_m_getAnt(AntennaRecord& record, std::string_view kind, const FrequencyTable& names,
-                     const std::string& type, const std::string& serial,
-                     SatellitePco& satellitePco, SitePco& sitePco, double from, double to,
-                     Findings& findings);
+                     const std::string& type, const std::string& serial, SatellitePco& satellitePco,
+                     SitePco& sitePco, double from, double to, Findings& findings);
 /// Reads the antenna of the record's type and serial from the ANTEX file into the record.
 bool Antatx_m_rdatx(AntennaRecord& record, const FrequencyTable& names, double from, double to,
                     Findings& findings);
 /// What is known of a satellite at an epoch (MJD with fraction); false, with a finding, where
 /// nothing is.
-bool Antatx_s_rdSvnav(const std::string& cprn, double mjd, SatelliteInfo& info,
-                      Findings& findings);
+bool Antatx_s_rdSvnav(const std::string& cprn, double mjd, SatelliteInfo& info, Findings& findings);
 /// The canonical name of an antenna; false, with a finding, where the file does not know it.
 bool Antatx_s_antnam(const std::string& siteName, const std::string& antenna,
                      std::string& canonical, Findings& findings);
