@@ -4,6 +4,7 @@
 #include "common/ComFreq.h"
 #include "common/ComText.h"
 #include "common/ComTime.h"
+#include "common/Print.h"
 
 #include <algorithm>
 #include <cmath>
@@ -30,9 +31,24 @@ const OrbitConstants& constantsOf(char system) {
     return kOtherConstants;
 }
 
+/// Whether a record has its semi-major axis by difference, as BDS-SIS-ICD-B1C has it.
+bool byDifference(const GPSEPH& record) {
+    return record.cprn.starts_with('C') && record.type > 6.0;
+}
+
+/// Reference axis of a BDS satellite, m: inclined and geostationary ones, or medium orbits.
+double referenceAxis(std::string_view cprn) {
+    int prn = 0;
+    satsys(satid2no(cprn), &prn);
+    const bool high = (prn >= 38 && prn <= 40) || (prn >= 59 && prn <= 63);
+    return high ? 42162200.0 : 27906100.0;
+}
+
 /// The group-delay term of BeiDou clocks, s: the broadcast clock is B3's, what is observed is the
 /// combination of the first two configured frequencies.
 double bdsGroupDelay(const GPSEPH& record) {
+    if (DLY.satelliteIndex[static_cast<std::size_t>(satid2no(record.cprn))] < 0)
+        print("*****ERRROR(RnxephUtils): isat == -1 ! eph->cprn = %s \n", record.cprn.c_str());
     const auto& names =
         DLY.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, 'C'))];
     if (names.size() < 2)
@@ -78,9 +94,28 @@ struct InPlane {
     Motion x, y, inclination;
 };
 
-InPlane inPlane(const GPSEPH& r, double a, double n, double tk) {
-    const double m = r.M0 + n * tk;
-    const double anomaly = eccentricAnomaly(m, r.e);
+/// Semi-major axis (m), mean anomaly (rad) and their rates.
+struct MeanMotion {
+    Motion axis, anomaly;
+};
+
+MeanMotion meanMotion(const GPSEPH& r, double gm, double tk) {
+    if (!byDifference(r)) {
+        const double a = r.sqrtA * r.sqrtA;
+        const double n = std::sqrt(gm / (a * a * a)) + r.deln;
+        return {{a, 0.0}, {r.M0 + n * tk, n}};
+    }
+    // Deliberate: the mean motion is that of the axis at the time, not of the axis at toe.
+    const double a = referenceAxis(r.cprn) + r.deltaA + r.Adot * tk;
+    const double n0 = std::sqrt(gm / (a * a * a));
+    const double n = n0 + r.deln + 0.5 * r.ndot * tk;
+    const double rate = n + tk * (0.5 * r.ndot - 1.5 * n0 / a * r.Adot);
+    return {{a, r.Adot}, {r.M0 + n * tk, rate}};
+}
+
+InPlane inPlane(const GPSEPH& r, const MeanMotion& mean, double tk) {
+    const double a = mean.axis.value;
+    const double anomaly = eccentricAnomaly(mean.anomaly.value, r.e);
     const double sinE = std::sin(anomaly);
     const double cosE = std::cos(anomaly);
     const double shape = 1.0 - r.e * cosE;
@@ -93,11 +128,11 @@ InPlane inPlane(const GPSEPH& r, double a, double n, double tk) {
     const double radius = a * shape + r.crs * sin2 + r.crc * cos2;
     const double inclination = r.i0 + r.idot * tk + r.cis * sin2 + r.cic * cos2;
 
-    const double rateE = n / shape;
+    const double rateE = mean.anomaly.rate / shape;
     const double ratePhi = root * rateE / shape;
     const double rateU = ratePhi * (1.0 + 2.0 * (r.cus * cos2 - r.cuc * sin2));
-    const double rateRadius =
-        a * r.e * sinE * rateE + 2.0 * ratePhi * (r.crs * cos2 - r.crc * sin2);
+    const double rateRadius = mean.axis.rate * shape + a * r.e * sinE * rateE +
+                              2.0 * ratePhi * (r.crs * cos2 - r.crc * sin2);
     const double rateInclination = r.idot + 2.0 * ratePhi * (r.cis * cos2 - r.cic * sin2);
 
     const double sinU = std::sin(u);
@@ -167,9 +202,7 @@ int BrdUtils_m_geph2xyz(const GPSEPH& r, std::string_view mode, int week, OrbitS
     if (contains(mode, "ynn"))
         return -1;
 
-    const double a = r.sqrtA * r.sqrtA;
-    const double n = std::sqrt(k.gm / (a * a * a)) + r.deln;
-    const InPlane plane = inPlane(r, a, n, tk);
+    const InPlane plane = inPlane(r, meanMotion(r, k.gm, tk), tk);
     if (usesGeoFrame(r.cprn)) {
         const Motion node{r.OMEGA0 + r.OMEGADOT * tk - k.omega * r.toe, r.OMEGADOT};
         position = fromGeoFrame(turned(plane, node), k.omega, tk);

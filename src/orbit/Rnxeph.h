@@ -27,8 +27,11 @@ struct GPSEPH {
     double accuracy = 0, health = 0, tgd1 = 0, tgd2 = 0;   // accuracy: index as received
     double iodc = 0;
     std::array<double, 6> spare{};
-    /// BDS: above 6.0 the record has a semi-major axis by difference; what the stream brings has 0.
+    /// BDS: above 6.0 the record has the three that follow in place of sqrtA; what the stream
+    /// brings has 0.
     double type = 0;
+    double deltaA = 0, Adot = 0; // m and m/s, against the reference axis of the satellite
+    double ndot = 0;             // rate of deln, rad/s^2
 };
 
 struct GLSEPH {

@@ -1,0 +1,152 @@
+#include "common/check.h"
+#include "orbit/RnxephUtils.h"
+#include "session.h"
+
+namespace {
+
+// Seven-parameter transformations from PZ-90 to WGS 84 as published: shift (m), difference of
+// scale, small turn (rad) of the position vector.
+TEST(Pz90, TurnsByThePublishedParametersOfEveryGroup) {
+    const struct {
+        const char* type;
+        int mjd;
+        std::array<double, 3> shiftM;
+        double scale;
+        std::array<double, 3> turn;
+    } cases[] = {{"MCC", 54361, {-0.47, -0.51, -1.56}, 22e-9, {-0.076e-6, -0.017e-6, 1.728e-6}},
+                 {"RUS", 54361, {-1.1, -0.3, -0.9}, -0.12e-6, {0, 0, 0.82e-6}},
+                 {"by LMU", 50000, {0, 0, 0}, 0, {0, 0, 1.6e-6}},
+                 {"MIT", 50000, {0, 2.5, 0}, 0, {0, 0, 1.9e-6}},
+                 {"MIT RUS", 50000, {-1.1, -0.3, -0.9}, -0.12e-6, {0, 0, 0.82e-6}}, // in this order
+                 {"none", 54362, {0.008, 0.001, 0.001}, 0, {0, 0, 0}}};             // of PZ-90.02
+    const std::array<double, 3> km{12345.678, -9876.543, 20123.456};
+    for (const auto& c : cases) {
+        OrbitState s{km[0], km[1], km[2], 1.0, 2.0, 3.0};
+        BrdUtils_pz902wgs84(c.mjd, 86399.5, s, c.type);
+        for (std::size_t i = 0; i < 3; ++i) {
+            const std::size_t j = (i + 1) % 3, k = (i + 2) % 3;
+            const double turnedM = (c.turn[j] * km[k] - c.turn[k] * km[j]) * 1000.0;
+            EXPECT_NEAR((s[i] - km[i]) * 1000.0, c.shiftM[i] + c.scale * km[i] * 1000.0 + turnedM,
+                        1e-5)
+                << c.type << i;
+            EXPECT_EQ(s[i + 3], 1.0 + static_cast<double>(i));
+        }
+    }
+    OrbitState s{};
+    check::expectFatal([&] { BrdUtils_pz902wgs84(54361, 0.0, s, "WGS"); },
+                       "***ERROR(pz902wgs84): unknown transformation type WGS!\n");
+}
+
+/// The same orbit as a record of the service and for the independent solver.
+GPSEPH record(const std::string& cprn) {
+    GPSEPH r;
+    r.cprn = cprn;
+    r.week = 2009;
+    r.toe = 345600;
+    r.tocMjd = 58311;
+    r.type = 7.0;
+    r.deltaA = -1234.5;
+    r.Adot = 0.05;
+    r.deln = 3e-9;
+    r.ndot = -2e-13;
+    r.M0 = 0.4;
+    r.e = 0.004;
+    r.omega = 0.7;
+    r.OMEGA0 = -1.1;
+    r.OMEGADOT = -7e-9;
+    r.i0 = 0.95;
+    r.idot = 2e-10;
+    r.crc = 150;
+    r.cus = 8e-6;
+    return r;
+}
+
+ref::Kepler independent(const GPSEPH& r, double axisM, double deltaN) {
+    ref::Kepler k;
+    k.system = r.cprn[0];
+    k.id = std::stoi(r.cprn.substr(1));
+    k.toe = r.toe;
+    k.sqrtA = std::sqrt(axisM);
+    k.deltaN = deltaN;
+    k.m0 = r.M0;
+    k.e = r.e;
+    k.perigee = r.omega;
+    k.node = r.OMEGA0;
+    k.nodeDot = r.OMEGADOT;
+    k.i0 = r.i0;
+    k.idot = r.idot;
+    k.crc = r.crc;
+    k.cus = r.cus;
+    return k;
+}
+
+OrbitState stateAt(const GPSEPH& r, double sow) {
+    OrbitState s{};
+    double clockS = 0.0;
+    EXPECT_EQ(BrdUtils_m_geph2xyz(r, "yyy", 2009, s, clockS, sow), 1);
+    return s;
+}
+
+double difference(const OrbitState& s, const ref::Kepler& k, double sow) {
+    const ref::GpsTime t{2009, sow + (k.system == 'C' ? 14.0 : 0.0)};
+    return norm(ref::position(k, t) - ref::Vec3{s[0], s[1], s[2]});
+}
+
+TEST(AxisByDifference, GivesTheOrbitOfTheWholeAxis) {
+    configure();
+    const struct {
+        const char* cprn;
+        double axisM;
+    } cases[] = {{"C37", 27906100.0}, {"C38", 42162200.0}, {"C40", 42162200.0},
+                 {"C41", 27906100.0}, {"C58", 27906100.0}, {"C59", 42162200.0},
+                 {"C63", 42162200.0}, {"C05", 27906100.0}};
+    testing::internal::CaptureStdout(); // C43 and above are not configured
+    for (const auto& c : cases) {
+        const GPSEPH r = record(c.cprn);
+        for (const double tk : {-1800.0, 0.0, 1800.0}) {
+            const double sow = r.toe + tk;
+            const OrbitState s = stateAt(r, sow);
+            // Deliberate: the mean motion, too, is that of the axis at tk.
+            const ref::Kepler k =
+                independent(r, c.axisM + r.deltaA + r.Adot * tk, r.deln + 0.5 * r.ndot * tk);
+            EXPECT_LT(difference(s, k, sow), 1e-3) << c.cprn << ' ' << tk;
+            const OrbitState before = stateAt(r, sow - 0.5), after = stateAt(r, sow + 0.5);
+            for (std::size_t i = 0; i < 3; ++i)
+                EXPECT_NEAR(s[i + 3], after[i] - before[i], 1e-4) << c.cprn << ' ' << tk;
+        }
+    }
+    testing::internal::GetCapturedStdout();
+}
+
+TEST(AxisByDifference, IsForBdsTypesAboveSixAlone) {
+    configure();
+    for (const auto& [cprn, type] : {std::pair{"C30", 6.0}, {"G30", 7.0}}) {
+        GPSEPH r = record(cprn);
+        r.type = type;
+        r.sqrtA = 5153.7;
+        const double sow = r.toe + 1800.0;
+        EXPECT_LT(difference(stateAt(r, sow), independent(r, 5153.7 * 5153.7, r.deln), sow), 1e-3)
+            << cprn;
+    }
+}
+
+TEST(BdsRecord, OfASatelliteThatIsNotConfiguredIsReported) {
+    configure({"C06", "G05"});
+    const double f1 = 1561.098e6, f2 = 1207.14e6; // B1, B2b
+    for (const char* const cprn : {"C06", "C07", "G07"}) {
+        GPSEPH r = record(cprn);
+        r.tgd1 = 1e-8;
+        double clockS = 0.0;
+        OrbitState s{};
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(BrdUtils_m_geph2xyz(r, "ynn", 2009, s, clockS, 0.0), -1);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  cprn == std::string("C07")
+                      ? "*****ERRROR(RnxephUtils): isat == -1 ! eph->cprn = C07 \n"
+                      : "");
+        const double delayS = cprn[0] == 'C' ? f1 * f1 / (f1 * f1 - f2 * f2) * 1e-8 : 0.0;
+        EXPECT_NEAR(clockS, -delayS, 1e-15) << cprn;
+    }
+}
+
+} // namespace
