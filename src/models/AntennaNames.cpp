@@ -32,7 +32,7 @@ bool Antatx_s_antnam(const std::string& siteName, const std::string& antenna,
             return true;
         }
     }
-    findings.note(
+    findings.fatal(
         path, file.lineNumber(),
         text("anttyp = %s,sitname = %s,antenna unknown", antenna.c_str(), siteName.c_str()));
     return false;

@@ -165,7 +165,7 @@ bool Antatx_s_rdSvnav(const std::string& cprn, double mjd, SatelliteInfo& info,
     const SvNavReader in{file, cprn, findings};
     std::string_view line;
     if (cprn.empty() || !in.readPart1(mjd, info, line)) {
-        findings.note(path, file.lineNumber(),
+        findings.fatal(path, file.lineNumber(),
                       text("cprn = %s,file = %s,satellite not found in svnav file", cprn.c_str(),
                            path.c_str()));
         return false;

@@ -78,6 +78,30 @@ TEST(Service, AnswersAGeneratedStreamOfAllSystems) {
     EXPECT_LT(v.worstPhaseM(), 0.00038);
 }
 
+TEST(Service, AnswersInPostMode) {
+    ref::Sky sky(kSite);
+    const ref::GpsTime t{2009, 430650};
+    Bytes stream;
+    for (const Bytes& f : sky.ephemerisFrames(t))
+        stream.insert(stream.end(), f.begin(), f.end());
+    for (const Bytes& f : sky.epochFrames(t, 4))
+        stream.insert(stream.end(), f.begin(), f.end());
+    ref::Expectation e = expectation();
+    e.satellites = {"G01", "G10", "G32", "R01", "R05", "R24", "E01",
+                    "E11", "C01", "C06", "C11", "C20", "J01"};
+    const std::vector<ref::Expected> owed = ref::Predictor(e).take(stream);
+    Peer peer;
+    const Service service(peer.port, "2018-07-12 23:37:11",
+                          {.example = "post", .switches = {"-post"}});
+    ASSERT_TRUE(peer.accept());
+    const ref::Verdict v =
+        judge(stream, peer.exchange(stream, 4096, static_cast<int>(owed.size())), e);
+    expectRight(v);
+    EXPECT_EQ(v.replies, 1);
+    EXPECT_GT(v.cells, 9);
+    EXPECT_TRUE(service.log().starts_with("Kestrune v2.5\nppppp:Success\n"));
+}
+
 TEST(Service, SendsSixtyThreeCellsOfMoreThanSixtyFour) {
     // 17 Galileo satellites of four signals, all on the orbit of one that stands high.
     const ref::GpsTime t{2009, 430650};
