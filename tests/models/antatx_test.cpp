@@ -171,6 +171,7 @@ TEST_F(Antex, SaysWhatIsWrong) {
         {"", "type =  ,", 0},
         {kHeader + kReceiver.substr(0, kReceiver.find("   G01")), "no definition for antenna", 7},
         {kHeader + entry(kType, g1, 2), "frequency not found", 12},
+        {kHeader + entry(kType, g1, 2) + kReceiver, "frequency not found", 12},
         {kHeader + entry(kType, "", 1), "frequency not found", 8},
         {kHeader + entry(kType, g1, -1), "frequency not found", 8},
         {one.substr(0, one.find("   NOAZI")), "pcv lost", 9},
@@ -202,10 +203,10 @@ TEST_F(Antex, SaysWhatIsWrong) {
     }
     file(one);
     const std::string path = ",atxfile = " + DLY.tables.antpcv;
-    for (const char* const type : {"", "  ", "TRM59800.80"})
-        EXPECT_EQ(Lookup("G01", type).said(),
-                  "antnam = " + std::string(type[0] == 'T' ? type : "") + ",antnum = G01" + path +
-                      ",no definition for antenna in atxfile");
+    const std::string unknown = path + ",no definition for antenna in atxfile";
+    EXPECT_EQ(Lookup("G01", kType).said(), "antnam = " + kType + ",antnum = G01" + unknown);
+    for (const char* const type : {"", "  "}) // not what every antenna contains
+        EXPECT_EQ(Lookup("SITE", type).said(), "antnam = ,antnum = " + unknown);
     file(changed(one, "A", "R"));
     EXPECT_EQ(Lookup("SITE").said(),
               "type = R" + path + ",should refer absolute antenna mode in atxfile");
