@@ -18,14 +18,15 @@ void Antatx_m_resetMem(AntennaRecord& record);
 bool Antatx_m_getAnt(AntennaRecord& record, std::string_view kind, const FrequencyTable& names,
                      const std::string& type, const std::string& serial, SatellitePco& satellitePco,
                      SitePco& sitePco, double from, double to, Findings& findings);
-/// Reads the antenna of the record's type and serial from the ANTEX file into the record.
+/// Reads the antenna of the record's type and serial from the ANTEX file into the record. An empty
+/// serial is any; a type is contained in the one of the file. What is missing or malformed in the
+/// entry (a row with too few values, a date that is none) refuses the antenna.
 bool Antatx_m_rdatx(AntennaRecord& record, const FrequencyTable& names, double from, double to,
                     Findings& findings);
-/// What is known of a satellite at an epoch (MJD with fraction); false, after a fatal
-/// finding, where nothing is.
+/// What is known of a satellite at an epoch (MJD with fraction); false, with a finding, where
+/// nothing is. Offsets that the file does not give are zero.
 bool Antatx_s_rdSvnav(const std::string& cprn, double mjd, SatelliteInfo& info, Findings& findings);
-/// The canonical name of an antenna; false, after a fatal finding, where the file does not know
-/// it.
+/// The canonical name of an antenna; false, with a finding, where the file does not know it.
 bool Antatx_s_antnam(const std::string& siteName, const std::string& antenna,
                      std::string& canonical, Findings& findings);
 /// Whether every conversion of a scanf format has an explicit width; reports the first that has
