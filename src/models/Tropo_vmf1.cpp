@@ -58,7 +58,8 @@ std::string takeLine(Gpt2Grid& grid, std::string_view line) {
     CellNumbers numbers{};
     if (const std::size_t bad = readNumbers(line, numbers); bad < kNumbers)
         return text("number %zu of %zu is missing or not finite", bad + 1, kNumbers);
-    const double latitude = 89.5 - static_cast<double>(cell / kGpt2Columns);
+    const std::size_t row = cell / kGpt2Columns;
+    const double latitude = 89.5 - static_cast<double>(row);
     const double longitude = 0.5 + static_cast<double>(cell % kGpt2Columns);
     if (std::abs(numbers[0] - latitude) > 1e-6 || std::abs(numbers[1] - longitude) > 1e-6)
         return text("value = %g %g,the cell at %g %g is expected", numbers[0], numbers[1], latitude,
@@ -115,7 +116,7 @@ using Neighbours = std::array<WeightedCell, 4>;
 std::size_t cellAt(int row, int column) {
     constexpr int columns = static_cast<int>(kGpt2Columns);
     const int east = (column - 1 + columns) % columns;
-    return static_cast<std::size_t>((row - 1) * columns + east);
+    return static_cast<std::size_t>(row - 1) * kGpt2Columns + static_cast<std::size_t>(east);
 }
 
 /// Polar distance 0 to 180, longitude 0 to 360, degrees.

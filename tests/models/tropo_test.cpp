@@ -125,7 +125,7 @@ TEST(Gpt2w, IsLoadedAndInterpolatedBetweenFourCells) {
         {48.3, 16, 0},        {0, 100, 9000},       {51.3, 0.2, 50},      {51.3, -0.2, 50},
         {51.3, 359.8, 50},    {51.3, 0, 50},        {51.3, 360, 50},      {-17.3, 179.7, 10},
         {-17.3, -179.7, 10},  {-17.3, 180, 10},     {-17.3, -180, 10},    {20.1, 735.3, 0},
-        {20.1, -1000.2, 0},   {89.4, 33.3, 5},      {-89.4, -0.1, 2800},  {89.7, 200.7, 5},
+        {20.1, -1079.8, 0},   {89.4, 33.3, 5},      {-89.4, -0.1, 2800},  {89.7, 200.7, 5},
         {90, 0, 5},           {-90, -0.25, 2800},   {-89.6, 359.9, 2800}, {90, 360, 0},
         {90 + 1e-8, 12.5, 0}, {-90 - 1e-8, 12.5, 0}};
     std::vector<Vector3> sites;
@@ -143,6 +143,7 @@ TEST(Gpt2w, IsLoadedAndInterpolatedBetweenFourCells) {
                     << places[i][0] << " " << places[i][1] << " at " << epoch.mjd << ", " << k;
         }
     }
+    EXPECT_TRUE(Tropo_vmf1_sign(-2, 0) == 2 && Tropo_vmf1_sign(2, -1) == -2);
     const double pole = 90 * kDegree, nan = std::numeric_limits<double>::quiet_NaN();
     const Vector3 nowhere[] = {{pole + 1e-6, 0, 0}, {-2, 0, 0}, {0, nan, 0}, {0, 0, HUGE_VAL}};
     for (const auto& value : Tropo_vmf1_gpt2_1w(grid, 56141, nowhere, Seasons::followed))
@@ -166,7 +167,8 @@ TEST(Gpt2w, IsRefusedWithTheLineThatIsWrong) {
         {good, "line = 3,the file ends after 2 of 64800 cells"},
         {good.substr(good.find('\n') + 1), "line = 2,value = 89.5 1.5,the cell at 89.5 0.5 is "
                                            "expected"},
-        {good + worldLine(360), "line = 4,value = 88.5 0.5,the cell at 89.5 2.5 is expected"},
+        {"header\n" + worldLine(64440),
+         "line = 2,value = -89.5 0.5,the cell at 89.5 0.5 is expected"},
         {good + fields, "line = 4,number 44 of 44 is missing or not finite"},
         {good + fields + " nan", "line = 4,number 44 of 44 is missing or not finite"},
         {good + " 89.5 2.5 1e999", "line = 4,number 3 of 44 is missing or not finite"},
