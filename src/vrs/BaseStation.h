@@ -27,3 +27,10 @@ int VrsBaseStation_m_outputObservation(const VrsObsPack& pack);
 /// there is one.
 int VrsBaseStation_v_readOrbit(std::size_t satellite, int mjd, OrbitState& position,
                                int& ephemerisIndex, double sod);
+/// Ranges, elevations and azimuths of the pack's observed satellites as its station sees them; 0
+/// where a satellite has none.
+void VrsBaseStation_m_gnssModel(VrsObsPack& pack);
+/// The system number that means GLONASS; every other one means the Keplerian systems together.
+inline constexpr int kCountGlonass = 1;
+/// Satellites of the store that have an ephemeris.
+int VrsBaseStation_CountSat(int system);

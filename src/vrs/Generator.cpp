@@ -4,6 +4,7 @@
 #include "common/ComText.h"
 #include "common/ComTime.h"
 #include "common/Print.h"
+#include "vrs/Sight.h"
 
 #include <cmath>
 #include <optional>
@@ -12,26 +13,11 @@ std::array<RangeHistory, kMaxSatellites> last_drleng;
 
 namespace {
 
-/// Earth rotation rate (7.2921151467e-5 rad/s) over the speed of light, 1/m.
-constexpr double kRotationPerMetre = 2.4323877909897254e-13;
-constexpr double kConvergedS = 1e-9;
-// No satellite is a second away; a longer light time comes from an orbit without sense.
-constexpr double kMaxLightTimeS = 1.0;
-constexpr int kPassesBeforeWarning = 10;
 constexpr double kElevationCutoffDeg = 5.0;
 constexpr double kHistoryAgeS = 30.0;
 constexpr double kMaxOffsetM = 5000.0;
 constexpr double kPresent = 1e-6;
 constexpr double kFactorUnset = 0.01;
-
-/// Geometric range in the frame of reception, with the Earth-rotation term, m.
-double rangeTo(const OrbitState& s, const Vector3& point, const Vector3& rotationPoint) {
-    const double dx = s[0] - point[0];
-    const double dy = s[1] - point[1];
-    const double dz = s[2] - point[2];
-    return std::sqrt(dx * dx + dy * dy + dz * dz) +
-           kRotationPerMetre * (s[0] * rotationPoint[1] - s[1] * rotationPoint[0]);
-}
 
 /// Two points and one satellite.
 struct Geometry {
@@ -40,47 +26,26 @@ struct Geometry {
     double referenceM = 0.0;
 };
 
-/// Iterates the light time of the virtual point; nothing where there is no orbit (its reader has
-/// said so) or no convergence.
-std::optional<Geometry> solveLightTime(std::size_t satellite, VrsObsPack& reference,
-                                       const Vector3& virtualXyz) {
+/// The satellite at the transmit time of the virtual point; nothing where there is no orbit (its
+/// reader has said so) or no convergence.
+std::optional<Geometry> geometryOf(std::size_t satellite, VrsObsPack& reference,
+                                   const Vector3& virtualXyz) {
     Geometry g;
-    double lightV = 0.0;
-    double lightR = 0.0;
-    double deltaV = 0.1;
-    double deltaR = 0.1;
-    int passes = 0;
-    bool more = true;
-    while (more && (std::fabs(deltaV) > kConvergedS || std::fabs(deltaR) > kConvergedS)) {
-        const MjdTime t = timinc(reference.mjd, reference.sod, -lightV);
-        if (!VrsBaseStation_v_readOrbit(satellite, t.mjd, g.satellite,
-                                        reference.ephemerisIndex[satellite], t.sod))
-            return std::nullopt;
-        g.virtualM = rangeTo(g.satellite, virtualXyz, virtualXyz);
-        deltaV = lightV - g.virtualM / kSpeedOfLight;
-        lightV = g.virtualM / kSpeedOfLight;
-        g.referenceM = rangeTo(g.satellite, DLY.stations[0].xyz, reference.xyz);
-        deltaR = lightR - g.referenceM / kSpeedOfLight;
-        lightR = g.referenceM / kSpeedOfLight;
-        more = passes++ <= kPassesBeforeWarning;
-        if (!(lightV < kMaxLightTimeS && lightR < kMaxLightTimeS)) { // also not a number
-            passes = kPassesBeforeWarning + 1;
-            break;
-        }
-    }
-    if (passes > kPassesBeforeWarning) {
+    std::array<SightPoint, 2> points{
+        {{virtualXyz, virtualXyz}, {DLY.stations[0].xyz, reference.xyz}}};
+    const LightTime result = solveLightTime(satellite, reference, points, g.satellite);
+    if (result == LightTime::notConverged)
         print("***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",
-              DLY.satelliteNames[satellite].c_str(), deltaV);
+              DLY.satelliteNames[satellite].c_str(), points[0].deltaS);
+    if (result != LightTime::found)
         return std::nullopt;
-    }
+    g.virtualM = points[0].rangeM;
+    g.referenceM = points[1].rangeM;
     return g;
 }
 
 double elevationDeg(const OrbitState& satellite, const Vector3& point, const Matrix3& fromLocal) {
-    const Vector3 sight{satellite[0] - point[0], satellite[1] - point[1], satellite[2] - point[2]};
-    const Vector3 local = matmpy<3, 3, 1>(transpose<3, 3>(fromLocal), sight);
-    const double horizontal = std::sqrt(local[0] * local[0] + local[1] * local[1]);
-    return std::atan(local[2] / horizontal) * 180.0 / kPi;
+    return elevationOf(localSight(satellite, point, fromLocal)) * 180.0 / kPi;
 }
 
 /// Name of carrier slot k: slots 4 to 7 repeat the names of slots 0 to 3, for a second set of
@@ -175,7 +140,7 @@ void VrsGenerator_s_genObservation_raw(VrsObsPack& out, VrsObsPack& reference,
                 history.drleng = 0.0;
             continue;
         }
-        const std::optional<Geometry> g = solveLightTime(i, reference, virtualStation.xyz);
+        const std::optional<Geometry> g = geometryOf(i, reference, virtualStation.xyz);
         if (!g)
             continue;
         reference.referenceRange[i] = g->referenceM;

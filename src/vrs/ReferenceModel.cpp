@@ -1,0 +1,58 @@
+#include "common/Print.h"
+#include "vrs/BaseStation.h"
+#include "vrs/Sight.h"
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+
+namespace {
+
+constexpr int kEphemerisWanted = -2; // marks a satellite whose ephemeris is to be chosen
+
+/// Range and direction of one observed satellite; range 0 where there are none.
+void modelSatellite(VrsObsPack& pack, std::size_t satellite, const Matrix3& fromLocal) {
+    pack.ephemerisIndex[satellite] = kEphemerisWanted;
+    SightPoint station{pack.xyz, pack.xyz};
+    OrbitState state{};
+    switch (solveLightTime(satellite, pack, std::span(&station, 1), state)) {
+    case LightTime::noOrbit:
+        return;
+    case LightTime::notConverged:
+        print("***WARN(BaseStation): %s position not convergence! ddelay=%14.13lf\n",
+              DLY.satelliteNames[satellite].c_str(), -station.deltaS);
+        return;
+    case LightTime::found:
+        break;
+    }
+    const Vector3 local = localSight(state, pack.xyz, fromLocal);
+    pack.referenceRange[satellite] = station.rangeM;
+    pack.azimuth[satellite] = std::atan2(local[0], local[1]);
+    pack.elevation[satellite] = elevationOf(local);
+}
+
+} // namespace
+
+void VrsBaseStation_m_gnssModel(VrsObsPack& pack) {
+    pack.elevation.fill(0.0);
+    pack.azimuth.fill(0.0);
+    pack.referenceRange.fill(0.0);
+    const Vector3 blh = xyzblh(pack.xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
+    const Matrix3 fromLocal = rot_enu2xyz(blh[0], blh[1]);
+    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i)
+        if (existobs(pack.obs[i]))
+            modelSatellite(pack, i, fromLocal);
+}
+
+int VrsBaseStation_CountSat(int system) {
+    const auto kepler =
+        std::span(BRDEPH.kepler).first(static_cast<std::size_t>(BRDEPH.keplerCount));
+    const auto glonass =
+        std::span(BRDEPH.glonass).first(static_cast<std::size_t>(BRDEPH.glonassCount));
+    const auto count = system == kCountGlonass
+                           ? std::count_if(glonass.begin(), glonass.end(),
+                                           [](const GLSEPH& r) { return r.mjd != 0; })
+                           : std::count_if(kepler.begin(), kepler.end(),
+                                           [](const GPSEPH& r) { return r.tocMjd != 0; });
+    return static_cast<int>(count);
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "common/ComCoord.h"
+#include "orbit/RnxephUtils.h"
+#include "vrs/VrsObsPack.h"
+
+#include <cstddef>
+#include <span>
+
+/// Sight: what a point on the ground sees of a satellite. Range in the frame of reception, with the
+/// Earth-rotation term; light time by iteration.
+
+/// A point that a satellite is seen from; the iteration fills in the rest.
+struct SightPoint {
+    Vector3 xyz{};      // m
+    Vector3 rotation{}; // the point in the Earth-rotation term, m
+    double rangeM = 0.0;
+    double lightTimeS = 0.0;
+    double deltaS = 0.1; // last light time minus this one
+};
+
+enum class LightTime { found, noOrbit, notConverged };
+/// Iterates until the light times to all points stand still. All see the satellite at the transmit
+/// time of the first one. An orbit's reader has said why there is none.
+LightTime solveLightTime(std::size_t satellite, VrsObsPack& pack, std::span<SightPoint> points,
+                         OrbitState& state);
+
+/// East, north and up of a satellite from a point, m; `fromLocal` turns local axes into
+/// Earth-centred ones.
+Vector3 localSight(const OrbitState& satellite, const Vector3& point, const Matrix3& fromLocal);
+/// Elevation of a local direction, rad.
+double elevationOf(const Vector3& local);
