@@ -203,7 +203,7 @@ int BrdUtils_m_geph2xyz(const GPSEPH& r, std::string_view mode, int week, OrbitS
         return -1;
 
     const InPlane plane = inPlane(r, meanMotion(r, k.gm, tk), tk);
-    if (usesGeoFrame(r.cprn)) {
+    if (system == 'C' && usesGeoFrame(r.cprn)) {
         const Motion node{r.OMEGA0 + r.OMEGADOT * tk - k.omega * r.toe, r.OMEGADOT};
         position = fromGeoFrame(turned(plane, node), k.omega, tk);
     } else {

@@ -3,7 +3,6 @@
 #include "common/ComTime.h"
 #include "vrs/BaseStation.h"
 
-#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -13,7 +12,8 @@ constexpr double kRotationPerMetre = 2.4323877909897254e-13;
 constexpr double kConvergedS = 1e-9;
 // No satellite is a second away; a longer light time comes from an orbit without sense.
 constexpr double kMaxLightTimeS = 1.0;
-constexpr int kPassesBeforeWarning = 10;
+constexpr int kMostPasses = 12;
+constexpr int kSuspectPasses = 11; // that many are not trusted, even if the last one stood still
 
 /// Geometric range in the frame of reception, with the Earth-rotation term, m.
 double rangeTo(const OrbitState& s, const Vector3& point, const Vector3& rotationPoint) {
@@ -28,25 +28,28 @@ double rangeTo(const OrbitState& s, const Vector3& point, const Vector3& rotatio
 
 LightTime solveLightTime(std::size_t satellite, VrsObsPack& pack, std::span<SightPoint> points,
                          OrbitState& state) {
-    const auto moving = [](const SightPoint& p) { return std::fabs(p.deltaS) > kConvergedS; };
-    const auto near = [](const SightPoint& p) { return p.lightTimeS < kMaxLightTimeS; };
     int passes = 0;
-    bool more = true;
-    while (more && std::any_of(points.begin(), points.end(), moving)) {
+    bool moving = true;
+    while (moving && passes < kMostPasses) {
         const MjdTime t = timinc(pack.mjd, pack.sod, -points[0].lightTimeS);
         if (!VrsBaseStation_v_readOrbit(satellite, t.mjd, state, pack.ephemerisIndex[satellite],
                                         t.sod))
             return LightTime::noOrbit;
+        moving = false;
+        bool near = true; // not so for not-a-number either
         for (SightPoint& p : points) {
             p.rangeM = rangeTo(state, p.xyz, p.rotation);
-            p.deltaS = p.lightTimeS - p.rangeM / kSpeedOfLight;
-            p.lightTimeS = p.rangeM / kSpeedOfLight;
+            const double lightTimeS = p.rangeM / kSpeedOfLight;
+            p.deltaS = p.lightTimeS - lightTimeS;
+            p.lightTimeS = lightTimeS;
+            moving = moving || std::fabs(p.deltaS) > kConvergedS;
+            near = near && lightTimeS < kMaxLightTimeS;
         }
-        more = passes++ <= kPassesBeforeWarning;
-        if (!std::all_of(points.begin(), points.end(), near)) // also not a number
+        if (!near)
             return LightTime::notConverged;
+        ++passes;
     }
-    return passes > kPassesBeforeWarning ? LightTime::notConverged : LightTime::found;
+    return passes < kSuspectPasses ? LightTime::found : LightTime::notConverged;
 }
 
 Vector3 localSight(const OrbitState& satellite, const Vector3& point, const Matrix3& fromLocal) {

@@ -16,12 +16,12 @@ struct SightPoint {
     Vector3 rotation{}; // the point in the Earth-rotation term, m
     double rangeM = 0.0;
     double lightTimeS = 0.0;
-    double deltaS = 0.1; // last light time minus this one
+    double deltaS = 0.0; // light time before the last pass minus the one after it
 };
 
 enum class LightTime { found, noOrbit, notConverged };
-/// Iterates until the light times to all points stand still. All see the satellite at the transmit
-/// time of the first one. An orbit's reader has said why there is none.
+/// Iterates until the light times to all points (one at least) stand still. All see the satellite
+/// at the transmit time of the first one. An orbit's reader has said why there is none.
 LightTime solveLightTime(std::size_t satellite, VrsObsPack& pack, std::span<SightPoint> points,
                          OrbitState& state);
 
