@@ -24,3 +24,7 @@ void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t lengt
 void serveOnce();
 /// Starts the service; does not return.
 [[noreturn]] void serve(int argc, char** argv);
+/// Gives back what DLY holds, for a program that stops the loop; nothing is served afterwards.
+void finish();
+/// Appends the value as a line to the file "log" in the working directory.
+void Write(int value);
