@@ -6,7 +6,8 @@
 #include "rtcm/Frame.h"
 
 #include <array>
-#include <cmath>
+#include <string>
+#include <utility>
 
 namespace {
 
@@ -114,14 +115,6 @@ bool readWithHead(Description& d, Frame frame, const Layout& layout, Record& rec
     return true;
 }
 
-/// Shortest time of lock that an indicator stands for, s: DF402; DF407 of MSM6 and MSM7.
-double lockSeconds(int indicator, const MsmForm& form) {
-    if (form.lock == 4)
-        return indicator == 0 ? 0.0 : std::ldexp(0.016, indicator);
-    const int k = std::max(0, indicator / 32 - 1);
-    return std::ldexp(indicator - 32 * k, k) * 1e-3;
-}
-
 Value orNone(double value) {
     return isNone(value) ? Value{} : Value{value};
 }
@@ -135,14 +128,14 @@ std::string signalName(const MsmSystem& system, int id) {
 void addCell(Description& d, const MsmMessage& m, const MsmForm& form, std::size_t satellite,
              std::size_t signal, const MsmCell& cell) {
     const MsmSatellite& s = m.satellites[satellite];
-    const double roughMs = s.rangeMs == 255 ? kNone : s.rangeMs + s.rangeFraction * pow2(-10);
+    const double roughMs = s.hasRange() ? s.roughMs() : kNone;
     std::vector<Value> row{(*d.satellites)[satellite], d.signals[signal],
                            orNone((roughMs + cell.rangeMs) * kRangeMs),
                            orNone((roughMs + cell.phaseMs) * kRangeMs)};
     if (form.rates)
         row.push_back(orNone(s.rateMps + cell.rateMps));
     row.emplace_back(std::int64_t{cell.lock});
-    row.emplace_back(lockSeconds(cell.lock, form));
+    row.emplace_back(static_cast<double>(lockMs(form, cell.lock)) * 1e-3);
     row.emplace_back(std::int64_t{cell.halfCycle});
     row.push_back(cell.cnrDb > 0.0 ? Value{cell.cnrDb} : Value{});
     d.rows.push_back(std::move(row));
@@ -156,7 +149,7 @@ void describeMsm(Description& d, Frame frame) {
         return;
     const SystemName& system = kSystemNames[row];
     const MsmSystem& table = msmSystem(d.type);
-    const MsmForm& form = kMsmForms[static_cast<std::size_t>(d.type % 10 - 4)];
+    const MsmForm& form = msmForm(d.type);
     d.station = m.head.staid;
     d.more = m.head.more != 0;
     d.time = table.system == kGlonass ? moscowText(m.head.epoch & 0x7FFFFFFU, m.head.epoch >> 27)
@@ -190,20 +183,22 @@ void describeMsm(Description& d, Frame frame) {
 /// L1 and L2 of a satellite. Without its ambiguity a range is known modulo one or two ms of light.
 void addLegacyRows(Description& d, const LegacySatellite& s, const LegacyForm& form,
                    const std::string& name) {
-    constexpr std::array gpsL2{"2X", "2P", "2D", "2W"};     // DF016
-    constexpr std::array glonassL2{"2C", "2P", "#2", "#3"}; // DF046
-    const double ambiguityM = s.ambiguity * (form.glonass ? 2.0 : 1.0) * kRangeMs;
-    const double rangeM = s.rangeM + ambiguityM;
-    const auto add = [&](const char* signal, double range, double phase, int lock, double cnr) {
-        std::vector<Value> row{name, signal, orNone(range), orNone(phase), std::int64_t{lock}};
+    const double rangeM = l1RangeM(s, form.glonass);
+    const auto add = [&](std::string signal, double range, double phase, int lock, double cnr) {
+        std::vector<Value> row{name, std::move(signal), orNone(range), orNone(phase),
+                               std::int64_t{lock}};
         if (form.extended)
             row.push_back(cnr > 0.0 ? Value{cnr} : Value{});
         d.rows.push_back(std::move(row));
     };
-    add(s.code1 ? "1P" : "1C", rangeM, rangeM + s.phase1M, s.lock1, s.cnr1Db);
-    const auto code2 = static_cast<std::size_t>(s.code2);
+    // by its value where it has none, "#2"
+    const auto signalOf = [](const IndicatedSignals& signals, int indicator) {
+        const std::string_view signal = signals[static_cast<std::size_t>(indicator)];
+        return signal.empty() ? text("#%d", indicator) : std::string(signal);
+    };
+    add(signalOf(kL1Signals, s.code1), rangeM, rangeM + s.phase1M, s.lock1, s.cnr1Db);
     if (form.l2)
-        add(form.glonass ? glonassL2[code2] : gpsL2[code2], rangeM + s.range2M, rangeM + s.phase2M,
+        add(signalOf(l2Signals(form.glonass), s.code2), rangeM + s.range2M, rangeM + s.phase2M,
             s.lock2, s.cnr2Db);
 }
 

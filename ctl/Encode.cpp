@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr double kSemicircle = 3.1415926535898; // rad, IS-GPS-200 20.3.3.4.3
-
 WireEph wireOf(const ref::Kepler& k) {
     WireEph w;
     w.id = k.id;
@@ -117,12 +115,11 @@ std::size_t signalIdOf(const MsmSystem& system, std::string_view signal) {
 MsmSatellite roughOf(std::span<const ref::Cell* const> cells) {
     MsmSatellite s;
     for (const ref::Cell* const c : cells) {
-        if (s.rangeMs == 255 && c->pseudorangeM) {
+        if (!s.hasRange() && c->pseudorangeM) {
             const double steps = roundHalfUp(*c->pseudorangeM / kRangeMs * 1024);
             if (!(steps >= 0 && steps < 255 * 1024))
                 throw std::out_of_range("a range beyond 255 ms");
-            s.rangeMs = static_cast<int>(steps) >> 10;
-            s.rangeFraction = static_cast<int>(steps) & 0x3FF;
+            s.setRange(static_cast<std::uint32_t>(steps));
         }
         if (isNone(s.rateMps) && c->rateMps)
             s.rateMps = roundHalfUp(*c->rateMps);
@@ -133,12 +130,10 @@ MsmSatellite roughOf(std::span<const ref::Cell* const> cells) {
 
 MsmCell fineOf(const ref::Cell& c, const MsmSatellite& rough) {
     MsmCell cell;
-    const double roughMs = rough.rangeMs + rough.rangeFraction * pow2(-10);
-    const bool hasRough = rough.rangeMs != 255;
-    if (c.pseudorangeM && hasRough)
-        cell.rangeMs = *c.pseudorangeM / kRangeMs - roughMs;
-    if (c.phaseRangeM && hasRough) // without a rough range a phase cannot be sent
-        cell.phaseMs = *c.phaseRangeM / kRangeMs - roughMs;
+    if (c.pseudorangeM && rough.hasRange())
+        cell.rangeMs = *c.pseudorangeM / kRangeMs - rough.roughMs();
+    if (c.phaseRangeM && rough.hasRange()) // without a rough range a phase cannot be sent
+        cell.phaseMs = *c.phaseRangeM / kRangeMs - rough.roughMs();
     if (c.rateMps)
         cell.rateMps = *c.rateMps - rough.rateMps;
     cell.lock = c.lock;
@@ -147,41 +142,17 @@ MsmCell fineOf(const ref::Cell& c, const MsmSatellite& rough) {
     return cell;
 }
 
-/// DF013, DF043: lock time in steps that grow from 1 s to 32 s.
-int legacyLock(double seconds) {
-    struct Range {
-        int below, offset, step; // s
-    };
-    constexpr std::array<Range, 6> ranges{
-        {{24, 0, 1}, {72, 24, 2}, {168, 120, 4}, {360, 408, 8}, {744, 1176, 16}, {937, 3096, 32}}};
-    for (const Range& r : ranges)
-        if (seconds < r.below)
-            return (static_cast<int>(seconds) + r.offset) / r.step;
-    return 127;
-}
-
-/// Value of the L2 code indicator (DF016, DF046); -1 = the message has no such signal.
-int l2Indicator(char system, std::string_view signal) {
-    constexpr std::array<std::string_view, 4> gps{"2X", "2P", "2D", "2W"};
-    constexpr std::array<std::string_view, 2> glonass{"2C", "2P"};
-    const auto find = [&](const auto& names) {
-        const auto it = std::find(names.begin(), names.end(), signal);
-        return it == names.end() ? -1 : static_cast<int>(it - names.begin());
-    };
-    return system == 'R' ? find(glonass) : find(gps);
-}
-
-/// L1 of a satellite; its range is in whole ms (GLONASS: 2 ms) and 2 cm.
+/// L1 of a satellite; the pseudorange as sent, m.
 double putL1(LegacySatellite& s, const ref::Cell& c) {
-    const double ambiguityM = kRangeMs * (c.system == 'R' ? 2 : 1);
+    const bool glonass = c.system == 'R';
     s.id = c.id;
-    s.code1 = c.signal == "1P" ? 1 : 0;
+    s.code1 = indicatorOf(kL1Signals, c.signal);
     s.channel = c.info;
-    s.ambiguity = static_cast<int>(*c.pseudorangeM / ambiguityM);
-    s.rangeM = 0.02 * roundHalfUp((*c.pseudorangeM - s.ambiguity * ambiguityM) / 0.02);
+    if (!splitL1Range(s, glonass, *c.pseudorangeM))
+        throw std::out_of_range("a range beyond the ambiguity field");
     s.lock1 = legacyLock(c.lockS);
     s.cnr1Db = c.cnr;
-    const double rangeM = s.rangeM + s.ambiguity * ambiguityM;
+    const double rangeM = l1RangeM(s, glonass);
     if (c.phaseRangeM)
         s.phase1M = *c.phaseRangeM - rangeM;
     return rangeM;
@@ -286,17 +257,18 @@ ref::Bytes legacyFrame(char system, int station, ref::GpsTime t, bool more,
     w.head.staid = station;
     w.head.epochMs = ref::epochField(system, t) & (system == 'R' ? 0x7FFFFFFU : ~0U);
     w.head.more = more ? 1 : 0;
-    double l1RangeM = 0;
+    const IndicatedSignals& secondSignals = l2Signals(system == 'R');
+    double firstRangeM = 0;
     int l1Id = 0;
     for (const ref::Cell& c : cells) {
         if (c.system != system)
             continue;
-        if ((c.signal == "1C" || c.signal == "1P") && c.id != l1Id && c.pseudorangeM &&
+        if (indicatorOf(kL1Signals, c.signal) >= 0 && c.id != l1Id && c.pseudorangeM &&
             w.head.satellites < mostSatellites) {
-            l1RangeM = putL1(w.satellites[static_cast<std::size_t>(w.head.satellites++)], c);
+            firstRangeM = putL1(w.satellites[static_cast<std::size_t>(w.head.satellites++)], c);
             l1Id = c.id;
         }
-        const int indicator = l2Indicator(system, c.signal);
+        const int indicator = indicatorOf(secondSignals, c.signal);
         if (indicator < 0 || c.id != l1Id)
             continue;
         LegacySatellite& s = w.satellites[static_cast<std::size_t>(w.head.satellites - 1)];
@@ -304,9 +276,9 @@ ref::Bytes legacyFrame(char system, int station, ref::GpsTime t, bool more,
             continue; // one signal a carrier
         s.code2 = indicator;
         if (c.pseudorangeM)
-            s.range2M = *c.pseudorangeM - l1RangeM;
+            s.range2M = *c.pseudorangeM - firstRangeM;
         if (c.phaseRangeM)
-            s.phase2M = *c.phaseRangeM - l1RangeM;
+            s.phase2M = *c.phaseRangeM - firstRangeM;
         s.lock2 = legacyLock(c.lockS);
         s.cnr2Db = c.cnr;
     }

@@ -15,6 +15,7 @@ ref::Bytes ephemerisFrame(const ref::Glonass& g);
 ref::Bytes msmFrame(const ref::Msm& m);
 
 /// 1004 (GPS) or 1012 (GLONASS) of the satellites that have a signal on L1; empty without any.
+/// std::out_of_range for a range that the fields cannot hold.
 ref::Bytes legacyFrame(char system, int station, ref::GpsTime t, bool more,
                        const std::vector<ref::Cell>& cells);
 

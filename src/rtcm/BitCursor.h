@@ -34,6 +34,9 @@ inline std::string_view view(const Descriptor& d) {
 /// Longest text that a message carries by the standard.
 inline constexpr std::size_t kMaxText = 31;
 
+/// One millisecond of range, m.
+inline constexpr double kRangeMs = 299792.458;
+
 constexpr double pow2(int exponent) {
     double value = 1.0;
     for (int i = 0; i < (exponent < 0 ? -exponent : exponent); ++i)

@@ -5,6 +5,9 @@
 /// EphemerisMessages: layouts of the broadcast ephemerides (RTCM 10403.x). A message is read into
 /// wire values (angles in semicircles, weeks as broadcast); what they mean is decided afterwards.
 
+/// Radians in a semicircle, as the interface documents fix it (IS-GPS-200 20.3.3.4.3).
+inline constexpr double kSemicircle = 3.1415926535898;
+
 /// Wire values of the Keplerian messages.
 struct WireEph {
     int id = 0; // satellite id of the system
@@ -121,8 +124,7 @@ inline constexpr auto layout1046 = [](auto& b, auto& m) {
 static_assert(bitsOf<WireEph>(layout1046) == 504);
 
 // BDS, fields DF488 to DF515; reference times are BDT. Type 63 is its forerunner.
-inline constexpr auto layout1042 = [](auto& b, auto& m) {
-    b.fixed(12, 1042);
+inline constexpr auto layoutBds = [](auto& b, auto& m) {
     b.u(6, m.id);
     b.u(13, m.week);
     b.u(4, m.sva);
@@ -151,6 +153,14 @@ inline constexpr auto layout1042 = [](auto& b, auto& m) {
     b.s(10, m.tgd, 1e-10);
     b.s(10, m.tgd2, 1e-10);
     b.u(1, m.svh);
+};
+inline constexpr auto layout1042 = [](auto& b, auto& m) {
+    b.fixed(12, 1042);
+    layoutBds(b, m);
+};
+inline constexpr auto layout63 = [](auto& b, auto& m) {
+    b.fixed(12, 63);
+    layoutBds(b, m);
 };
 static_assert(bitsOf<WireEph>(layout1042) == 511);
 

@@ -2,13 +2,15 @@
 
 #include "rtcm/BitCursor.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <span>
+#include <string_view>
 #include <type_traits>
 
 /// Legacy: layouts of the GPS messages 1001-1004 and the GLONASS messages 1009-1012
-/// (RTCM 10403.x), one for all eight.
+/// (RTCM 10403.x), one for all eight, and what their fields say: signals, ambiguity, lock time.
 
 struct LegacyForm {
     bool glonass;
@@ -79,6 +81,51 @@ inline constexpr auto layoutLegacySatellite = [](auto& b, auto& s, const LegacyF
             b.u(8, s.cnr2Db, 0.25); // DF050, DF020
     }
 };
+
+/// Signals by the values of the code indicators; empty = reserved.
+using IndicatedSignals = std::array<std::string_view, 4>;
+inline constexpr IndicatedSignals kL1Signals{"1C", "1P", "", ""};        // DF010, DF039
+inline constexpr IndicatedSignals kGpsL2Signals{"2X", "2P", "2D", "2W"}; // DF016
+inline constexpr IndicatedSignals kGlonassL2Signals{"2C", "2P", "", ""}; // DF046
+constexpr const IndicatedSignals& l2Signals(bool glonass) {
+    return glonass ? kGlonassL2Signals : kGpsL2Signals;
+}
+/// Value of the indicator for a signal; -1 = the message has no such signal.
+constexpr int indicatorOf(const IndicatedSignals& signals, std::string_view signal) {
+    const auto at = std::find(signals.begin(), signals.end(), signal);
+    return signal.empty() || at == signals.end() ? -1 : static_cast<int>(at - signals.begin());
+}
+
+/// Unit of the L1 ambiguity: the range of one or two ms, m.
+constexpr double ambiguityM(bool glonass) {
+    return kRangeMs * (glonass ? 2.0 : 1.0);
+}
+/// The L1 pseudorange as sent, m.
+inline double l1RangeM(const LegacySatellite& s, bool glonass) {
+    return s.rangeM + s.ambiguity * ambiguityM(glonass);
+}
+/// Splits an L1 pseudorange into ambiguity and remainder; false where the fields cannot hold it.
+inline bool splitL1Range(LegacySatellite& s, bool glonass, double rangeM) {
+    const double whole = std::floor(rangeM / ambiguityM(glonass));
+    if (!(whole >= 0.0 && whole < (glonass ? 128.0 : 256.0)))
+        return false;
+    s.ambiguity = static_cast<int>(whole);
+    s.rangeM = 0.02 * roundHalfUp((rangeM - whole * ambiguityM(glonass)) / 0.02);
+    return true;
+}
+
+/// DF013, DF019, DF043, DF049: lock time in steps that grow from 1 s to 32 s.
+constexpr int legacyLock(double seconds) {
+    struct Range {
+        int below, offset, step; // s
+    };
+    constexpr std::array<Range, 6> ranges{
+        {{24, 0, 1}, {72, 24, 2}, {168, 120, 4}, {360, 408, 8}, {744, 1176, 16}, {937, 3096, 32}}};
+    for (const Range& r : ranges)
+        if (seconds < r.below)
+            return (static_cast<int>(seconds) + r.offset) / r.step;
+    return 127;
+}
 
 /// Any of the eight messages, as sent: head.type says which, head.satellites how many rows.
 struct LegacyMessage {

@@ -19,9 +19,6 @@ inline constexpr std::size_t kMsmSatellites = 64;
 inline constexpr std::size_t kMsmSignals = 32;
 inline constexpr std::size_t kMsmCells = 64;
 
-/// One millisecond of range, m.
-inline constexpr double kRangeMs = 299792.458;
-
 /// Observation codes by signal id, 1 to 32; 0 = none.
 using SignalCodes = std::array<std::uint8_t, kMsmSignals + 1>;
 
@@ -82,6 +79,32 @@ inline constexpr std::array<MsmForm, 4> kMsmForms{{
     {20, 24, 10, 10, pow2(-29), pow2(-31), 0.0625, false}, // MSM6
     {20, 24, 10, 10, pow2(-29), pow2(-31), 0.0625, true},  // MSM7
 }};
+/// Form of an MSM type from MSM4 to MSM7.
+constexpr const MsmForm& msmForm(int type) {
+    return kMsmForms[static_cast<std::size_t>(type % 10 - 4)];
+}
+
+/// Shortest time of lock that an indicator stands for, ms: DF402 doubles from 32 ms on; DF407 is
+/// the time itself up to 64 ms, then 32 steps for every doubling.
+constexpr std::int64_t lockMs(const MsmForm& form, int indicator) {
+    if (form.lock == 4)
+        return indicator == 0 ? 0 : std::int64_t{16} << indicator;
+    const int doublings = std::max(0, indicator / 32 - 1);
+    return std::int64_t{indicator - 32 * doublings} << doublings;
+}
+/// The largest indicator that a time of lock reaches.
+constexpr int lockIndicator(const MsmForm& form, double seconds) {
+    int reached = 0;
+    int last = form.lock == 4 ? 15 : 704; // DF407: the rest is reserved
+    while (reached < last) {
+        const int middle = (reached + last + 1) / 2;
+        if (seconds >= static_cast<double>(lockMs(form, middle)) * 1e-3)
+            reached = middle;
+        else
+            last = middle - 1;
+    }
+    return reached;
+}
 
 struct MsmHead {
     int type = 0, staid = 0;
@@ -113,6 +136,14 @@ struct MsmSatellite {
     int rangeFraction = 0; // 2^-10 ms
     int extended = 0;
     double rateMps = kNone; // rough phase-range rate
+
+    bool hasRange() const { return rangeMs != 255; }
+    double roughMs() const { return rangeMs + rangeFraction * pow2(-10); }
+    /// The rough range in steps of 2^-10 ms, below 255 ms.
+    void setRange(std::uint32_t steps) {
+        rangeMs = static_cast<int>(steps >> 10);
+        rangeFraction = static_cast<int>(steps & 0x3FF);
+    }
 };
 
 inline constexpr auto layoutMsmSatellites = [](auto& b, auto& satellites, const MsmForm& f) {
@@ -185,7 +216,7 @@ constexpr const MsmSystem& msmSystem(int type) {
 
 /// What follows the head, whose counts are known and whose pairs are 64 at most where it is read.
 inline constexpr auto layoutMsmBody = [](auto& b, auto& m) {
-    const MsmForm& form = kMsmForms[static_cast<std::size_t>(m.head.type % 10 - 4)];
+    const MsmForm& form = msmForm(m.head.type);
     if (m.maskBits() > 0)
         b.u(static_cast<int>(m.maskBits()), m.cellMask); // DF396
     if constexpr (std::remove_reference_t<decltype(b)>::kReads)

@@ -8,9 +8,6 @@
 
 namespace {
 
-/// The ratio that the interface documents fix for semicircles.
-constexpr double kSemicircle = 3.1415926535898;
-
 template <class Wire, class Layout>
 bool readWire(const RtcmState& s, const Layout& layout, int type, Wire& wire) {
     BitReader in = messageOf(s);

@@ -6,9 +6,6 @@
 
 namespace {
 
-constexpr double kGpsAmbiguityM = kSpeedOfLight * 1e-3;
-constexpr double kGlonassAmbiguityM = 2.0 * kGpsAmbiguityM;
-
 /// Undoes a roll-over of the phase difference (cycles) against the signal's last one.
 double adjcp(RtcmState& s, int sat, std::size_t slot, double cp) {
     s.touch(sat);
@@ -28,7 +25,7 @@ struct LegacySignal {
     double phaseM; // phase range minus L1 range; kNone = none
     int lock;
     double cnrDb;
-    const char* code;
+    std::string_view code;
 };
 
 void storeSignal(RtcmState& s, ObsRecord& record, unsigned system, std::size_t slot, int channel,
@@ -47,13 +44,6 @@ void storeSignal(RtcmState& s, ObsRecord& record, unsigned system, std::size_t s
     record.LLI[slot] = lossoflock(s, record.sat, slot, signal.lock);
     record.SNR[slot] = snratio(signal.cnrDb);
     record.code[slot] = code;
-}
-
-const char* l2Code(bool glonass, int indicator) {
-    constexpr std::array<const char*, 4> gps{"2X", "2P", "2D", "2W"}; // DF016
-    constexpr std::array<const char*, 4> glo{"2C", "2P", "", ""};     // DF046; rest reserved
-    const auto i = static_cast<std::size_t>(indicator);
-    return glonass ? glo[i] : gps[i];
 }
 
 void storeSatellite(RtcmState& s, const LegacySatellite& w, const LegacyForm& f, int type) {
@@ -77,14 +67,13 @@ void storeSatellite(RtcmState& s, const LegacySatellite& w, const LegacyForm& f,
     const int channel = w.channel - 7;
     if (f.glonass)
         learnChannel(s, prn, channel);
-    const double l1RangeM =
-        w.rangeM + w.ambiguity * (f.glonass ? kGlonassAmbiguityM : kGpsAmbiguityM);
-    storeSignal(s, *record, system, 0, channel, l1RangeM,
-                {l1RangeM, w.phase1M, w.lock1, w.cnr1Db, w.code1 ? "1P" : "1C"});
+    const double rangeM = l1RangeM(w, f.glonass);
+    const std::string_view l1 = kL1Signals[static_cast<std::size_t>(w.code1)];
+    const std::string_view l2 = l2Signals(f.glonass)[static_cast<std::size_t>(w.code2)];
+    storeSignal(s, *record, system, 0, channel, rangeM, {rangeM, w.phase1M, w.lock1, w.cnr1Db, l1});
     if (f.l2)
-        storeSignal(
-            s, *record, system, 1, channel, l1RangeM,
-            {l1RangeM + w.range2M, w.phase2M, w.lock2, w.cnr2Db, l2Code(f.glonass, w.code2)});
+        storeSignal(s, *record, system, 1, channel, rangeM,
+                    {rangeM + w.range2M, w.phase2M, w.lock2, w.cnr2Db, l2});
 }
 
 bool resolveTime(RtcmState& s, const LegacyForm& f, std::uint32_t epochMs) {

@@ -147,8 +147,8 @@ Signals signalsOf(RtcmState& s, const Message& m, int type) {
 void storeCell(RtcmState& s, ObsRecord& record, const Signal& signal, double hz,
                const MsmSatellite& satellite, const MsmCell& cell) {
     const auto k = static_cast<std::size_t>(signal.slot);
-    const bool rough = satellite.rangeMs != 255;
-    const double roughMs = satellite.rangeMs + satellite.rangeFraction * pow2(-10);
+    const bool rough = satellite.hasRange();
+    const double roughMs = satellite.roughMs();
     if (rough && !isNone(cell.rangeMs))
         record.P[k] = (roughMs + cell.rangeMs) * kRangeMs;
     if (hz > 0.0 && rough && !isNone(cell.phaseMs))
