@@ -33,6 +33,16 @@ std::size_t frameSize(const RtcmState& s) {
 
 } // namespace
 
+void RtcmState::count(int type) {
+    std::size_t index = 0;
+    if (type > 1000 && type < 1300)
+        index = static_cast<std::size_t>(type - 1000);
+    else if (type > 4069 && type < 4100)
+        index = static_cast<std::size_t>(type - 3770);
+    ++nmsg3[index];
+    countedPages |= 1U << index / 16;
+}
+
 void init_rtcm(RtcmState& s) {
     clearTouched(s);
     s.staid = s.stah = s.seqno = s.outtype = 0;
@@ -87,6 +97,18 @@ int input_rtcm3_ex(RtcmState& s, std::uint8_t byte, int& framelen) {
 int input_rtcm3(RtcmState& s, std::uint8_t byte) {
     int framelen = 0;
     return input_rtcm3_ex(s, byte, framelen);
+}
+
+int input_rtcm3f(RtcmState& s, std::FILE* file) {
+    constexpr int most = 4096;
+    for (int i = 0; i < most; ++i) {
+        const int byte = std::fgetc(file);
+        if (byte == EOF)
+            return kEndOfFile;
+        if (const int status = input_rtcm3(s, static_cast<std::uint8_t>(byte)))
+            return status;
+    }
+    return kNothing;
 }
 
 int gen_rtcm3(RtcmState& s, int type, int subtype, int sync) {

@@ -8,6 +8,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <span>
 #include <string>
 
@@ -19,6 +20,7 @@ inline constexpr std::size_t kMaxObs = 96;  // records of an epoch
 
 /// Statuses of the decoders; an intake callback gets the positive ones.
 enum Status : int {
+    kEndOfFile = -2, // of input_rtcm3f alone
     kMalformed = -1,
     kNothing = 0,
     kEpoch = 1,
@@ -127,6 +129,8 @@ struct RtcmState {
 
     /// Records that something is held for this satellite, so that init_rtcm clears it.
     void touch(int sat) { touched.set(static_cast<std::size_t>(sat - 1)); }
+    /// Counts a message of a type.
+    void count(int type);
     std::bitset<kMaxSatNumber> touched;
     std::uint32_t countedPages = 0; // bit k: some of the 16 counters from 16 k on is not 0
 };
@@ -139,6 +143,10 @@ int input_rtcm3(RtcmState& state, std::uint8_t byte);
 /// The same; when a frame is complete, stores its whole length (check word included) even if the
 /// check word is wrong.
 int input_rtcm3_ex(RtcmState& state, std::uint8_t byte, int& framelen);
+
+/// Decodes up to 4096 bytes of a file: the first status other than 0, kEndOfFile where the file
+/// ends before that, else 0. What follows the byte of the status stays in the file.
+int input_rtcm3f(RtcmState& state, std::FILE* file);
 
 struct Taken {
     std::size_t bytes; // from the front of the block, at least 1 of a non-empty one

@@ -42,16 +42,6 @@ int dispatch(RtcmState& s, int type) {
     return kNothing;
 }
 
-void count(RtcmState& s, int type) {
-    std::size_t index = 0;
-    if (type > 1000 && type < 1300)
-        index = static_cast<std::size_t>(type - 1000);
-    else if (type > 4069 && type < 4100)
-        index = static_cast<std::size_t>(type - 3770);
-    ++s.nmsg3[index];
-    s.countedPages |= 1U << index / 16;
-}
-
 } // namespace
 
 int decode_rtcm3(RtcmState& s) {
@@ -64,7 +54,7 @@ int decode_rtcm3(RtcmState& s) {
     }
     const int status = dispatch(s, type);
     if (status >= 0)
-        count(s, type);
+        s.count(type);
     return status;
 }
 

@@ -116,7 +116,7 @@ TEST(EncodeMsm4, CarriesEverySystemsCells) {
         EXPECT_TRUE(ref::readMsm(encoded(*state, c.type).body).sats.empty());
         EXPECT_EQ(state->nmsg3[static_cast<std::size_t>(c.type - 1000)], 2U);
     }
-    EXPECT_EQ(gen_rtcm3(*newEpoch(), 1075, 0, 0), 0);
+    EXPECT_EQ(gen_rtcm3(*newEpoch(), 1073, 0, 0), 0);
     EXPECT_EQ(gen_rtcm3(*newEpoch(), 1013, 0, 0), 0);
 }
 

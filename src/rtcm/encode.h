@@ -1,0 +1,44 @@
+#pragma once
+
+#include "rtcm/rtcm.h"
+
+/// encode: the encoders of the messages and what they share. Each writes its message into buff
+/// from bit 24 on, leaves the bits written in nbit and returns 1; 0 where the state does not hold
+/// what the message is about.
+
+template <class Layout, class Record>
+int writeMessage(RtcmState& s, const Layout& layout, const Record& record) {
+    BitWriter out(s.buff, kMessageBit);
+    layout(out, record);
+    s.nbit = static_cast<int>(out.at());
+    return 1;
+}
+
+/// Moscow time of a GPS time.
+GTime moscowTime(GTime time);
+/// Time field of an observation message: ms of the system's week; GLONASS: day of the Moscow week
+/// above bit 27, ms of that day below.
+std::uint32_t epochField(System system, GTime time);
+
+/// Wavelength of a record's signal, m; 0 where the carrier is unknown.
+double wavelengthM(const RtcmState& s, System system, const ObsRecord& record, std::size_t slot);
+/// Lock time of a record's signal, s; starts anew where lock was lost.
+double lockTime(RtcmState& s, const ObsRecord& record, std::size_t slot, bool lost);
+
+int encodeMsm(RtcmState& s, int type, int sync);
+int encodeLegacy(RtcmState& s, int type, int sync);
+
+int encode_type1005(RtcmState& s);
+int encode_type1006(RtcmState& s);
+int encode_type1007(RtcmState& s);
+int encode_type1008(RtcmState& s);
+int encode_type1033(RtcmState& s);
+int encode_type1230(RtcmState& s);
+
+int encode_type1019(RtcmState& s);
+int encode_type1020(RtcmState& s);
+int encode_type1042(RtcmState& s);
+int encode_type63(RtcmState& s);
+int encode_type1044(RtcmState& s);
+int encode_type1045(RtcmState& s);
+int encode_type1046(RtcmState& s);
