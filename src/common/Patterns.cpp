@@ -16,25 +16,27 @@ namespace {
 
 constexpr std::size_t kShown = 32; // of a word that is too long, characters
 
+/// Adds a finding about a value of the line read last; false.
+bool refuse(const LineReader& file, std::string_view value, const char* why, Findings& findings) {
+    const std::string shown(value.substr(0, kShown));
+    findings.fatal(DLY.tables.vrnfln, file.lineNumber(),
+                   text("file = %s,line = %d,value = %s,%s", DLY.tables.vrnfln.c_str(),
+                        file.lineNumber(), shown.c_str(), why));
+    return false;
+}
+
 /// Keyword and template of a line; false after a finding about what has no room.
 bool readPattern(std::string_view line, const LineReader& file, Pattern& pattern,
                  Findings& findings) {
-    const std::string& path = DLY.tables.vrnfln;
-    const auto refuse = [&](std::string_view value, const char* why) {
-        findings.fatal(path, file.lineNumber(),
-                       text("file = %s,line = %d,value = %s,%s", path.c_str(), file.lineNumber(),
-                            std::string(value.substr(0, kShown)).c_str(), why));
-        return false;
-    };
     if (file.cut())
-        return refuse(line, "line is longer than 1024 bytes");
+        return refuse(file, line, "line is longer than 1024 bytes", findings);
     TextScanner scan(line);
     if (scan.word(pattern.keyword))
         scan.word(pattern.text);
     if (pattern.keyword.size() > kLongestPattern)
-        return refuse(pattern.keyword, "keyword is longer than 255 characters");
+        return refuse(file, pattern.keyword, "keyword is longer than 255 characters", findings);
     if (pattern.text.size() > kLongestPattern)
-        return refuse(pattern.text, "template is longer than 255 characters");
+        return refuse(file, pattern.text, "template is longer than 255 characters", findings);
     return true;
 }
 
@@ -64,7 +66,7 @@ std::string expand(std::string_view pattern, std::span<const std::string> defini
                    std::string& out) {
     const std::vector<std::string> words = split_string(EmptyFields::keep, pattern, ' ', ' ', '-');
     for (std::size_t i = 0; i < words.size(); ++i) {
-        const std::string word = trim(words[i]); // trailing blanks are zeros now, blanks alone none
+        std::string word = trim(words[i]); // trailing blanks are zeros now, blanks alone none
         if (word.empty())
             continue;
         if (i % 2 == 0) {
@@ -111,7 +113,7 @@ bool Patterns_m_getPatternName(PatternMode mode, std::string_view keyword,
     const std::string name(keyword);
     std::string file; // of the template, where it has one
     int line = 0;
-    const auto refuse = [&](std::string complaint) {
+    const auto complain = [&](std::string complaint) {
         findings.fatal(file, line, std::move(complaint));
         return false;
     };
@@ -121,13 +123,13 @@ bool Patterns_m_getPatternName(PatternMode mode, std::string_view keyword,
         const auto it = std::find_if(PATTERNS.begin(), PATTERNS.end(),
                                      [&](const Pattern& p) { return p.keyword == keyword; });
         if (it == PATTERNS.end())
-            return refuse(
+            return complain(
                 text("keyword = %s,keyword not defined in varno_file_name", name.c_str()));
         pattern = it->text;
         line = static_cast<int>(it - PATTERNS.begin()) + 1; // every line is an entry
     }
     if (!validDate(year, month, day))
-        return refuse(
+        return complain(
             text("iyear = %d,imonth = %d,iday = %d,incorrect argument", year, month, day));
     std::vector<std::string> definitions =
         split_string(EmptyFields::drop, variables, ' ', ' ', ':');
@@ -137,7 +139,7 @@ bool Patterns_m_getPatternName(PatternMode mode, std::string_view keyword,
     out.clear();
     const std::string undefined = expand(pattern, definitions, out);
     if (!undefined.empty())
-        return refuse(text("word = %s,keyword = %s,word is not defined in keyword",
-                           undefined.c_str(), name.c_str()));
+        return complain(text("word = %s,keyword = %s,word is not defined in keyword",
+                             undefined.c_str(), name.c_str()));
     return true;
 }
