@@ -222,16 +222,10 @@ TEST(Deployment, ReportsEveryFaultOfAReading) {
 
 TEST(CommandLine, FindsItsSwitchesAsPartsOfArguments) {
     const Deployment d("vrs.json", "@", "@");
-    const std::string json = d.path + "vrs.json",
-                      said = " is not supported yet and has no effect\n";
-    const char* const argv[] = {"-debug",   "x-rawsav-vrssavx", "-mode",
-                                "-pthread", json.c_str(),       "-post"};
-    testing::internal::CaptureStdout();
-    m_readJsonFile(6, argv);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "***WARN(Deploy): -rawsav" + said +
-                                                          "***WARN(Deploy): -vrssav" + said +
-                                                          "***WARN(Deploy): -post" + said);
-    EXPECT_TRUE(DLY.rawSave && DLY.vrsSave && DLY.post && !DLY.pthread && !DLY.debug);
+    const std::string json = d.path + "vrs.json";
+    const char* const argv[] = {"-debug", "x-rawsav-vrssavx", "-mode", "-pthread", json.c_str()};
+    m_readJsonFile(5, argv);
+    EXPECT_TRUE(DLY.rawSave && DLY.vrsSave && !DLY.post && !DLY.pthread && !DLY.debug);
     check::expectFatal([&] { m_readJsonFile(4, argv); },
                        "Welcome to Kestrune!\n"
                        "Example: Kestrune -mode vrs vrs.json -rawsav/vrssav(*)\nExample: where (*) "
