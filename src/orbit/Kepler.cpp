@@ -36,10 +36,15 @@ bool byDifference(const GPSEPH& record) {
     return record.cprn.starts_with('C') && record.type > 6.0;
 }
 
+/// The number in a name such as "C38"; 0 where there is none.
+int prnOf(std::string_view cprn) {
+    const auto digit = [&](std::size_t i) { return cprn[i] >= '0' && cprn[i] <= '9'; };
+    return cprn.size() == 3 && digit(1) && digit(2) ? 10 * (cprn[1] - '0') + cprn[2] - '0' : 0;
+}
+
 /// Reference axis of a BDS satellite, m: inclined and geostationary ones, or medium orbits.
 double referenceAxis(std::string_view cprn) {
-    int prn = 0;
-    satsys(satid2no(cprn), &prn);
+    const int prn = prnOf(cprn);
     const bool high = (prn >= 38 && prn <= 40) || (prn >= 59 && prn <= 63);
     return high ? 42162200.0 : 27906100.0;
 }
@@ -47,7 +52,7 @@ double referenceAxis(std::string_view cprn) {
 /// The group-delay term of BeiDou clocks, s: the broadcast clock is B3's, what is observed is the
 /// combination of the first two configured frequencies.
 double bdsGroupDelay(const GPSEPH& record) {
-    if (DLY.satelliteIndex[static_cast<std::size_t>(satid2no(record.cprn))] < 0)
+    if (DLY.satelliteIndex[static_cast<std::size_t>(satno(kBds, prnOf(record.cprn)))] < 0)
         print("*****ERRROR(RnxephUtils): isat == -1 ! eph->cprn = %s \n", record.cprn.c_str());
     const auto& names =
         DLY.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, 'C'))];
