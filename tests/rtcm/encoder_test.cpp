@@ -202,7 +202,7 @@ TEST(EncodeMsm, MarksRatesThatItCannotCarry) {
                  {"E02", -1000.0F, -1012.0F, true, false}, // 2 m/s from the rough rate
                  {"E03", 0.0F, -1000.0F, false, true},
                  {"E04", static_cast<float>(-8191.2 * perM), 0.0F, true, false},
-                 {"E05", static_cast<float>(8191.8 * perM), 0.0F, false, false}};
+                 {"E05", static_cast<float>(-8191.8 * perM), 0.0F, false, false}};
     for (const auto& c : cases)
         add(*state, c.satellite, {{"1C", 24e6}, {"5Q", 24e6}}).D = {c.firstHz, c.secondHz};
     const auto cells = ref::readMsm(encoded(*state, 1095).body).cells;
@@ -212,7 +212,7 @@ TEST(EncodeMsm, MarksRatesThatItCannotCarry) {
         EXPECT_EQ(cells[2 * i + 1].rateMps.has_value(), cases[i].second) << cases[i].satellite;
     }
     // A GLONASS satellite without a channel, and behind it one without a signal of the message.
-    add(*state, "R06", {{"1C", 22e6}});
+    add(*state, "R06", {{"1C", 22e6}}).P[0] = 0.0;
     add(*state, "R05", {{"1C", 22e6}}).code[0] = obs2code("3X");
     state->nav.glo_fcn[4] = 8;
     EXPECT_EQ(ref::readMsm(encoded(*state, 1085).body).cells.at(0).info, 15);

@@ -217,6 +217,19 @@ TEST(EncodedEphemerides, OfGlonassCountTheirDayFromTheirTimes) {
     EXPECT_EQ(state->nmsg3[20], 4U);
 }
 
+TEST(EncodedStation, IsTheOneThatWasRead) {
+    const ref::Station1005 position{
+        .type = 1006, .station = 77, .itrf = 14, .xyzM = kSite, .heightM = 1.2345};
+    const auto antenna = [](int type) {
+        return ref::BitString().u(12, type).u(12, 77).text("TRM59800.00     SCIS").u(8, 3);
+    };
+    std::vector<Frame> frames;
+    for (const Bytes& body : {ref::write1005(position), antenna(1007).bytes(),
+                              antenna(1008).text("5141354312").bytes()})
+        frames.push_back(ref::goodFrames(ref::frame(body)).at(0));
+    EXPECT_EQ(compareFrames(frames), 3);
+}
+
 TEST(EncodedStation, SendsBiasesOf1230ThatAreKnown) {
     const auto state = newState();
     state->staid = 77;
