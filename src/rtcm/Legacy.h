@@ -121,6 +121,8 @@ constexpr int legacyLock(double seconds) {
     };
     constexpr std::array<Range, 6> ranges{
         {{24, 0, 1}, {72, 24, 2}, {168, 120, 4}, {360, 408, 8}, {744, 1176, 16}, {937, 3096, 32}}};
+    if (!(seconds > 0.0))
+        return 0; // a clock that went back
     for (const Range& r : ranges)
         if (seconds < r.below)
             return (static_cast<int>(seconds) + r.offset) / r.step;
