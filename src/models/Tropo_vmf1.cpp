@@ -53,6 +53,8 @@ void addCell(Gpt2Grid& grid, const CellNumbers& numbers) {
 /// What is wrong with a line; empty where it has been taken.
 std::string takeLine(Gpt2Grid& grid, std::string_view line) {
     const std::size_t cell = grid.cells.size();
+    if (cell == kGpt2Cells && TextScanner(line).atEnd())
+        return {}; // blank lines may follow
     if (cell == kGpt2Cells)
         return text("a line beyond the %zu cells", kGpt2Cells);
     CellNumbers numbers{};

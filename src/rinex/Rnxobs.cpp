@@ -60,7 +60,7 @@ void addSatellite(std::string& out, std::size_t satellite, const SatelliteObs& o
     std::array<double, kMostColumns> row{};
     const auto put = [&](std::string_view type, double value) {
         if (const int at = pointer_string_obstyp(types, type); at >= 0)
-            row[static_cast<std::size_t>(at)] = value;
+            row[static_cast<std::size_t>(at)] = value + 0.0; // a minus zero loses its sign
     };
     for (std::size_t f = 0; f < DLY.stationFrequencies[systemOf(satellite)].size(); ++f) {
         put(bandOf(obs.phaseType[f]), obs.phase[f]);

@@ -107,8 +107,8 @@ int encodeLegacy(RtcmState& s, int type, int sync) {
     LegacyMessage m;
     m.head.type = type;
     m.head.staid = s.staid;
-    m.head.epochMs =
-        form.glonass ? epochField(kGlonass, s.time) & 0x7FFFFFFU : epochField(kGps, s.time);
+    m.head.epochMs = form.glonass ? epochField(kGlonass, s.time) & 0x7FFFFFFU
+                                  : epochField(kGps, s.time) % 604800000U; // DF004
     m.head.more = sync ? 1 : 0;
     for (int i = 0; i < s.obs.n; ++i) {
         LegacySatellite satellite;

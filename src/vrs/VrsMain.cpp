@@ -35,6 +35,8 @@ void VrsObsPack_Initial(VrsObsPack& pack) {
     pack.obs.clear();
     pack.xyz = {};
     pack.referenceRange.fill(0.0);
+    pack.elevation.fill(0.0);
+    pack.azimuth.fill(0.0);
     pack.ephemerisIndex.fill(-1);
     pack.reply.totalLength = pack.reply.frameLength = pack.reply.bits = 0;
     pack.reply.stationId = 0;

@@ -31,7 +31,7 @@ struct VrsObsPack {
     /// Geometric range from the reference antenna, m, by configured satellite; 0 = none.
     std::array<double, kMaxSatellites> referenceRange{};
     /// Directions from the station, rad, by configured satellite; the azimuth from north over east.
-    /// Of the reference model alone, which clears them; what empties a pack leaves them.
+    /// Of the reference model alone.
     std::array<double, kMaxSatellites> elevation{}, azimuth{};
     /// Store slot of the ephemeris chosen for a satellite; -1 = none yet.
     std::array<int, kMaxSatellites> ephemerisIndex{};

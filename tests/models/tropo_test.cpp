@@ -150,9 +150,11 @@ TEST(Gpt2w, IsLoadedAndInterpolatedBetweenFourCells) {
         EXPECT_FALSE(value.has_value());
     EXPECT_FALSE(Tropo_vmf1_gpt2_1w({}, 56141, sites, Seasons::followed)[0].has_value());
     EXPECT_FALSE(Tropo_vmf1_gpt2_1w(grid, nan, sites, Seasons::followed)[0].has_value());
-    std::ofstream(DLY.tables.gptgrd_w, std::ios::app) << "\n";
+    std::ofstream(DLY.tables.gptgrd_w, std::ios::app) << " \r\n";
+    Tropo_vmf1(grid);
+    std::ofstream(DLY.tables.gptgrd_w, std::ios::app) << "0\n";
     check::expectFatal([&] { Tropo_vmf1(grid); }, "file = " + DLY.tables.gptgrd_w +
-                                                      ",line = 64802,a line beyond the 64800 "
+                                                      ",line = 64803,a line beyond the 64800 "
                                                       "cells\n");
 }
 

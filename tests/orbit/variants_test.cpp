@@ -10,19 +10,21 @@ TEST(Pz90, TurnsByThePublishedParametersOfEveryGroup) {
     const struct {
         const char* type;
         int mjd;
+        double sod;
         std::array<double, 3> shiftM;
         double scale;
         std::array<double, 3> turn;
-    } cases[] = {{"MCC", 54361, {-0.47, -0.51, -1.56}, 22e-9, {-0.076e-6, -0.017e-6, 1.728e-6}},
-                 {"RUS", 54361, {-1.1, -0.3, -0.9}, -0.12e-6, {0, 0, 0.82e-6}},
-                 {"by LMU", 50000, {0, 0, 0}, 0, {0, 0, 1.6e-6}},
-                 {"MIT", 50000, {0, 2.5, 0}, 0, {0, 0, 1.9e-6}},
-                 {"MIT RUS", 50000, {-1.1, -0.3, -0.9}, -0.12e-6, {0, 0, 0.82e-6}}, // in this order
-                 {"none", 54362, {0.008, 0.001, 0.001}, 0, {0, 0, 0}}};             // of PZ-90.02
+    } cases[] = {
+        {"MCC", 54361, 86399.5, {-0.47, -0.51, -1.56}, 22e-9, {-0.076e-6, -0.017e-6, 1.728e-6}},
+        {"RUS", 54361, 86399.5, {-1.1, -0.3, -0.9}, -0.12e-6, {0, 0, 0.82e-6}},
+        {"by LMU", 50000, 86399.5, {0, 0, 0}, 0, {0, 0, 1.6e-6}},
+        {"MIT", 50000, 86399.5, {0, 2.5, 0}, 0, {0, 0, 1.9e-6}},
+        {"MIT RUS", 50000, 86399.5, {-1.1, -0.3, -0.9}, -0.12e-6, {0, 0, 0.82e-6}}, // in this order
+        {"none", 54362, 0.0, {0.008, 0.001, 0.001}, 0, {0, 0, 0}}};                 // of PZ-90.02
     const std::array<double, 3> km{12345.678, -9876.543, 20123.456};
     for (const auto& c : cases) {
         OrbitState s{km[0], km[1], km[2], 1.0, 2.0, 3.0};
-        BrdUtils_pz902wgs84(c.mjd, 86399.5, s, c.type);
+        BrdUtils_pz902wgs84(c.mjd, c.sod, s, c.type);
         for (std::size_t i = 0; i < 3; ++i) {
             const std::size_t j = (i + 1) % 3, k = (i + 2) % 3;
             const double turnedM = (c.turn[j] * km[k] - c.turn[k] * km[j]) * 1000.0;

@@ -16,9 +16,9 @@ struct Station : check::Scratch {
             {{"L1", "L2", "L5"}, {}, {"L1", "L7"}, {"L2"}, {}, {}, {"L1"}, {}}};
         put(0, 0, "1C", 110000000.1234, 21000000.5678, 45.25, -1234.5674);
         put(0, 1, "2W", 90000000.5, 21000003.25, 40.0, -961.9);
-        put(0, 3, "1L", 7.0, 7.0, 7.0, 7.0); // beyond the configured carriers
-        put(1, 0, "1X", 130000000.0, 24000000.0, 50.0, 1.0);
-        put(1, 1, "7Q", 99000000.0, 24000001.0, 50.0, 1.0); // deliberate: no such column
+        put(0, 3, "1L", 7.0, 7.0, 7.0, 7.0);                  // beyond the configured carriers
+        put(1, 0, "1X", 130000000.0, 24000000.0, 50.0, -0.0); // no Doppler, reversed
+        put(1, 1, "7Q", 99000000.0, 24000001.0, 50.0, 1.0);   // deliberate: no such column
         put(2, 0, "1C", 170000000.0, 33000000.0, 50.0, 1.0);
         put(3, 0, "2I", 0.0, 37000000.0, 50.0, 1.0); // without phase: not observed
     }
@@ -59,7 +59,7 @@ TEST(ObservationFile, HoldsRecordsInTheirColumns) {
         "> 2024  1  5  8 20 30.0000000  0  3\n"
         "G05  21000000.568   110000000.123       -1234.567          45.250  "
         "  21000003.250    90000000.500        -961.900          40.000  " +
-        blanks(4) + "E11  24000000.000   130000000.000           1.000          50.000  " +
+        blanks(4) + "E11  24000000.000   130000000.000           0.000          50.000  " +
         blanks(12) + "J02 \n";
     EXPECT_EQ(s.write({.station = "ABCD"}, 30030.0), 0);
     EXPECT_EQ(s.printed, "outfile: " + s.path + "abcd0050.24o\n");
