@@ -3,6 +3,8 @@
 #include "common/ComText.h"
 #include "common/LineReader.h"
 
+#include <algorithm>
+#include <cmath>
 #include <string>
 
 namespace {
@@ -78,7 +80,8 @@ bool read_siteinfo(StationRecord& station, Findings& findings) {
         numbersAfterKey(enu, station.enu);
     readDescriptors(station, line);
 
-    if (station.xyz[0] == 0.0 || station.xyz[1] == 0.0 || station.xyz[2] == 0.0)
+    if (std::any_of(station.xyz.begin(), station.xyz.end(),
+                    [](double x) { return x == 0.0 || !std::isfinite(x); }))
         findings.note(path, file.lineNumber(),
                       text("staname = %s,file = %s,no coordinate information for station in site "
                            "file",

@@ -96,7 +96,7 @@ void acceptSatellite(const ObjectReader& in, SatelliteRecord satellite) {
         DLY.systems += name[0];
     DLY.satelliteNames.push_back(name);
     if (DLY.post)
-        resolveSatellite(satellite, in.findings);
+        resolveSatellite(satellite, in.file.lineNumber(), in.findings);
     DLY.satellites.push_back(std::move(satellite));
 }
 
@@ -157,7 +157,7 @@ void acceptStation(const ObjectReader& in, StationRecord station) {
         return in.badValue(station.name, "station name is longer than 4 characters");
     if (!read_siteinfo(station, in.findings))
         return in.fatal(text("station = %s,read coordinate error!", station.name.c_str()));
-    if (DLY.post && resolveStation(station, in.findings) == Resolved::dropped)
+    if (DLY.post && resolveStation(station, in.file.lineNumber(), in.findings) == Resolved::dropped)
         return;
     DLY.stationNames.push_back(toUpper(station.name));
     DLY.stations.push_back(std::move(station));

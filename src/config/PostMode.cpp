@@ -8,6 +8,7 @@
 #include "models/Antatx.h"
 
 #include <array>
+#include <cmath>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -31,13 +32,21 @@ bool expand(PatternMode mode, std::string_view keyword, const std::string& varia
                                      findings);
 }
 
+/// The station's own template; what is wrong with it stands in the object file.
+bool expandOwn(StationRecord& station, int line, Findings& findings) {
+    Findings own;
+    const bool good = expand(PatternMode::inPlace, "", "", station.text, own);
+    for (const Finding& finding : own.list())
+        findings.fatal(DLY.tables.object, line, finding.text);
+    return good;
+}
+
 /// The station's own template, and the paths of its observation and log files.
-bool nameFiles(StationRecord& station, Findings& findings) {
+bool nameFiles(StationRecord& station, int line, Findings& findings) {
     const std::string variables = "STANAM=" + toLower(station.name);
     std::string observations;
     std::string log;
-    if (!Patterns_readFile(findings) ||
-        !expand(PatternMode::inPlace, "", "", station.text, findings) ||
+    if (!Patterns_readFile(findings) || !expandOwn(station, line, findings) ||
         !expand(PatternMode::named, "rnxo", variables, observations, findings) ||
         !expand(PatternMode::named, "log", variables, log, findings))
         return false;
@@ -46,12 +55,12 @@ bool nameFiles(StationRecord& station, Findings& findings) {
     station.logFile = DLY.logPath + "/" + log;
     std::error_code ignored;
     if (!std::filesystem::exists(station.obsFile, ignored))
-        findings.note(DLY.tables.object, 0,
+        findings.note(DLY.tables.object, line,
                       text("file = %s,can't find obs file", station.obsFile.c_str()));
     return true;
 }
 
-bool resolveStationAntenna(StationRecord& station, Findings& findings) {
+bool resolveStationAntenna(StationRecord& station, int line, Findings& findings) {
     std::string type;
     if (!Antatx_s_antnam(station.name, station.antennaWithRadome, type, findings))
         return false;
@@ -59,7 +68,7 @@ bool resolveStationAntenna(StationRecord& station, Findings& findings) {
     if (Antatx_m_getAnt(station.calibration, "SITE", DLY.stationFrequencies, type, "", none,
                         station.pco, startMjd(), endMjd(), findings))
         return true;
-    findings.fatal(DLY.tables.antpcv, 0,
+    findings.fatal(DLY.tables.object, line,
                    text("ant = %s,sitename = %s,station antenna is not found in atx file",
                         type.c_str(), station.name.c_str()));
     return false;
@@ -67,7 +76,7 @@ bool resolveStationAntenna(StationRecord& station, Findings& findings) {
 
 } // namespace
 
-bool resolveSatellite(SatelliteRecord& satellite, Findings& findings) {
+bool resolveSatellite(SatelliteRecord& satellite, int line, Findings& findings) {
     if (!Antatx_s_rdSvnav(satellite.cprn, startMjd(), satellite.info, findings))
         return false;
     satellite.texts[0] = satellite.info.block; // the antenna type
@@ -84,26 +93,27 @@ bool resolveSatellite(SatelliteRecord& satellite, Findings& findings) {
                         satellite.texts[0], satellite.cprn, satellite.pco, none, startMjd(),
                         endMjd(), findings))
         return true;
-    findings.fatal(DLY.tables.antpcv, 0,
+    findings.fatal(DLY.tables.object, line,
                    text("ant = %s,cprn = %s,satellite antenna is not found in atx file",
                         satellite.texts[0].c_str(), satellite.cprn.c_str()));
     return false;
 }
 
-Resolved resolveStation(StationRecord& station, Findings& findings) {
-    if (!nameFiles(station, findings))
+Resolved resolveStation(StationRecord& station, int line, Findings& findings) {
+    if (!nameFiles(station, line, findings))
         return Resolved::failed;
     const Vector3& xyz = station.xyz;
-    if (xyz[0] * xyz[1] * xyz[2] != 0.0) {
+    const double product = xyz[0] * xyz[1] * xyz[2];
+    if (product != 0.0 && std::isfinite(product)) {
         station.blh = xyzblh(xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
         station.fromLocal = rot_enu2xyz(station.blh[0], station.blh[1]);
     } else if (station.coordinateMode.starts_with('F')) {
-        findings.note(DLY.tables.stacoo, 0,
+        findings.note(DLY.tables.object, line,
                       text("station = %s,fix mode for no coordinate station,will continue",
                            station.name.c_str()));
         return Resolved::dropped;
     }
-    return resolveStationAntenna(station, findings) ? Resolved::kept : Resolved::failed;
+    return resolveStationAntenna(station, line, findings) ? Resolved::kept : Resolved::failed;
 }
 
 void Deploy_m_readBaselines(Findings& findings) {

@@ -4,15 +4,16 @@
 #include "common/Findings.h"
 
 /// PostMode: what "-post" resolves at start-up, beyond what a live session needs: satellite
-/// information, antennas of satellites and stations, names of files. Reports to the findings.
+/// information, antennas of satellites and stations, names of files. Reports to the findings; the
+/// line is that of the record in the object file.
 
 /// Fills a satellite's information, carriers and antenna; false after a fatal finding.
-bool resolveSatellite(SatelliteRecord& satellite, Findings& findings);
+bool resolveSatellite(SatelliteRecord& satellite, int line, Findings& findings);
 
 enum class Resolved { kept, dropped, failed };
 /// Fills a station's file names, local axes and antenna. A fixed station without coordinates is
 /// to be dropped; `failed` after a fatal finding.
-Resolved resolveStation(StationRecord& station, Findings& findings);
+Resolved resolveStation(StationRecord& station, int line, Findings& findings);
 
 /// Baseline names from the file that the tables name ("baselines") into DLY.
 void Deploy_m_readBaselines(Findings& findings);

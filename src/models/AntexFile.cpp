@@ -90,8 +90,10 @@ private:
     bool next() { return file_.next(line_); }
     bool at(std::string_view label) const { return contains(line_, label); }
     bool note(const std::string& line) const;
-    bool refuse(const char* why) const;
-    bool malformed(const char* label) const;
+    std::string complaint(const std::string& why) const;
+    bool refuse(const std::string& why) const;
+    std::string malformed(const char* label) const;
+    bool skip(const char* label);
     bool isWanted() const;
     void startEntry();
     bool readEntryLine();
@@ -107,6 +109,7 @@ private:
     Findings& findings_;
     std::string_view line_;
     std::size_t rows_ = 0, columns_ = 0;
+    Findings skipped_; // why entries of the antenna cannot be read
 };
 
 bool AntexReader::note(const std::string& line) const {
@@ -114,18 +117,27 @@ bool AntexReader::note(const std::string& line) const {
     return false;
 }
 
-/// Says what is wrong with the antenna; false, as the result of who refuses.
-bool AntexReader::refuse(const char* why) const {
-    return note(text("antnam = %s,antnum = %s,atxfile = %s,%s", record_.type.c_str(),
-                     record_.serial.c_str(), DLY.tables.antpcv.c_str(), why));
+/// What is wrong with the antenna.
+std::string AntexReader::complaint(const std::string& why) const {
+    return text("antnam = %s,antnum = %s,atxfile = %s,%s", record_.type.c_str(),
+                record_.serial.c_str(), DLY.tables.antpcv.c_str(), why.c_str());
+}
+
+/// Says it; false, as the result of who refuses.
+bool AntexReader::refuse(const std::string& why) const {
+    return note(complaint(why));
 }
 
 /// Quotes the line read last.
-bool AntexReader::malformed(const char* label) const {
+std::string AntexReader::malformed(const char* label) const {
     const std::string value(withoutTrailingSpace(line_.substr(0, 60)));
-    return refuse(
-        text("line = %d,value = %s,%s is malformed", file_.lineNumber(), value.c_str(), label)
-            .c_str());
+    return text("line = %d,value = %s,%s is malformed", file_.lineNumber(), value.c_str(), label);
+}
+
+/// Remembers what is wrong with the entry; another one may be right. False.
+bool AntexReader::skip(const char* label) {
+    skipped_.note(DLY.tables.antpcv, file_.lineNumber(), complaint(malformed(label)));
+    return false;
 }
 
 bool AntexReader::readHeader() {
@@ -155,24 +167,24 @@ void AntexReader::startEntry() {
     record_ = std::move(entry);
 }
 
-/// A line in front of the frequencies; false where it is malformed.
+/// A line in front of the frequencies; false where the entry cannot be read.
 bool AntexReader::readEntryLine() {
     if (at("COMMENT")) // may speak of anything
         return true;
     std::array<double, 3> zenith{};
     if (at("DAZI"))
-        return readNumbers(line_, {&record_.dazi, 1}) || malformed("DAZI");
+        return readNumbers(line_, {&record_.dazi, 1}) || skip("DAZI");
     if (at("ZEN1 / ZEN2 / DZEN")) {
         if (!readNumbers(line_, zenith))
-            return malformed("ZEN1 / ZEN2 / DZEN");
+            return skip("ZEN1 / ZEN2 / DZEN");
         record_.zen1 = zenith[0], record_.zen2 = zenith[1], record_.dzen = zenith[2];
     }
     if (at("VALID FROM"))
-        return readEpoch(line_, record_.validFrom) || malformed("VALID FROM");
+        return readEpoch(line_, record_.validFrom) || skip("VALID FROM");
     if (at("VALID UNTIL"))
-        return readEpoch(line_, record_.validUntil) || malformed("VALID UNTIL");
+        return readEpoch(line_, record_.validUntil) || skip("VALID UNTIL");
     if (at("# OF FREQUENCIES"))
-        return TextScanner(line_).integer(record_.frequencies) || malformed("# OF FREQUENCIES");
+        return TextScanner(line_).integer(record_.frequencies) || skip("# OF FREQUENCIES");
     return true;
 }
 
@@ -185,13 +197,17 @@ bool AntexReader::findEntry(double from, double to) {
         if (ends)
             inEntry = false;
         if (inEntry && !readEntryLine())
-            return false;
+            inEntry = false;
         if (at("TYPE / SERIAL NO") && isWanted()) {
             inEntry = true;
             startEntry();
         }
     }
-    return refuse("no definition for antenna in atxfile");
+    if (skipped_.list().empty())
+        return refuse("no definition for antenna in atxfile");
+    for (const Finding& finding : skipped_.list())
+        findings_.note(finding.file, finding.line, finding.text);
+    return false;
 }
 
 /// Rows and columns that the entry promises, within what there is room for.
@@ -203,8 +219,7 @@ bool AntexReader::measureTable() {
         r.zen2 < r.zen1 || rows > double{kMostRows} || columns > double{kMostColumns})
         return refuse(text("dazi = %g,zen1 = %g,zen2 = %g,dzen = %g,pcv table is not within %zu "
                            "rows and %zu columns",
-                           r.dazi, r.zen1, r.zen2, r.dzen, kMostRows, kMostColumns)
-                          .c_str());
+                           r.dazi, r.zen1, r.zen2, r.dzen, kMostRows, kMostColumns));
     rows_ = static_cast<std::size_t>(rows);
     columns_ = static_cast<std::size_t>(columns);
     return true;
@@ -257,7 +272,7 @@ bool AntexReader::readFrequency() {
         if (at("NORTH / EAST / UP")) {
             haveOffsets = readNumbers(line_, centre.pco);
             if (!haveOffsets)
-                return malformed("NORTH / EAST / UP");
+                return refuse(malformed("NORTH / EAST / UP"));
             for (double& value : centre.pco)
                 value *= kMetresPerMm;
         } else if (endsEntry(line_) || centre.rows == rows_ || !readVariations(centre)) {
@@ -269,7 +284,7 @@ bool AntexReader::readFrequency() {
     if (!at("END OF FREQUENCY") || centre.rows != rows_)
         return refuse("pcv lost");
     if (!haveOffsets)
-        return malformed("frequency without NORTH / EAST / UP");
+        return refuse("frequency without NORTH / EAST / UP");
     std::vector<PhaseCentre>& centres = record_.centres[slot->system];
     if (centres.size() <= slot->index)
         centres.resize(slot->index + 1);
@@ -278,8 +293,6 @@ bool AntexReader::readFrequency() {
 }
 
 bool AntexReader::readFrequencies() {
-    if (record_.frequencies < 1)
-        return refuse("frequency not found");
     for (int i = 0; i < record_.frequencies; ++i) {
         if (i > 0 && !nextFrequency())
             return refuse("frequency not found");

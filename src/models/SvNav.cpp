@@ -79,14 +79,14 @@ std::optional<OffsetLine> parsePart2(std::string_view line) {
     return l;
 }
 
-/// Year, number and piece of a launch such as "2011-036A"; nothing where it is none.
-std::optional<std::string> launchDesignator(std::string_view launch) {
+/// Year, number and piece of a launch such as "2011-036A"; empty where it is none.
+std::string launchDesignator(std::string_view launch) {
     constexpr std::size_t pieceAt = 8;
     int year = 0, number = 0;
     if (launch.size() <= pieceAt || !isUpperLetter(launch[pieceAt]) ||
         std::sscanf(std::string(launch).c_str(), "%4d%*c%3d", &year, &number) != 2 || year < 1900 ||
         number < 0)
-        return std::nullopt;
+        return {};
     year -= year > 2000 ? 2000 : 1900; // deliberate: 2000 becomes 100
     return text("%02d%03d%02d", year, number, launch[pieceAt] - 'A' + 1);
 }
@@ -116,16 +116,13 @@ struct SvNavReader {
     /// Takes the line where it applies; false where it does not.
     bool take(std::string_view line, double mjd, SatelliteInfo& info) const {
         const std::optional<SatelliteLine> l = parsePart1(line);
-        const auto designator = l ? launchDesignator(l->launch.data()) : std::nullopt;
-        if (!designator) {
+        if (!l)
             malformed(line);
-            return false;
-        }
-        if (!l->period.covers(mjd))
+        if (!l || !l->period.covers(mjd))
             return false;
         info.block = l->block.data();
         std::replace(info.block.begin(), info.block.end(), '~', ' ');
-        info.designator = *designator;
+        info.designator = launchDesignator(l->launch.data());
         info.massKg = l->massKg;
         info.channel = l->channel;
         return true;
@@ -166,8 +163,8 @@ bool Antatx_s_rdSvnav(const std::string& cprn, double mjd, SatelliteInfo& info,
     std::string_view line;
     if (cprn.empty() || !in.readPart1(mjd, info, line)) {
         findings.fatal(path, file.lineNumber(),
-                      text("cprn = %s,file = %s,satellite not found in svnav file", cprn.c_str(),
-                           path.c_str()));
+                       text("cprn = %s,file = %s,satellite not found in svnav file", cprn.c_str(),
+                            path.c_str()));
         return false;
     }
     in.readPart2(mjd, info, line);

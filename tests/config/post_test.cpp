@@ -82,17 +82,75 @@ TEST(PostMode, ResolvesSatellitesAntennasAndFiles) {
     EXPECT_EQ(DLY.stationNames, (std::vector<std::string>{"STR2", "TID1", "MOBS"}));
 }
 
+TEST(PostMode, TakesTheChannelOfTheObjectFileFirst) {
+    const struct {
+        const char *file, *from, *to, *satellite;
+        int channel;
+    } cases[] = {{"session.obj", "-       -     1", "-       -    -7", "R05", -7},
+                 {"session.obj", "-       -     1", "-       -     7", "R05", 1},
+                 {"satellites.nav", "1415.0     2", "1415.0     9", "R24", kUnknownChannel},
+                 {"satellites.nav", "1633.0     0", "1633.0     3", "G01", kUnknownChannel}};
+    for (const auto& c : cases) {
+        const Post p(c.file, c.from, c.to);
+        EXPECT_FALSE(p.read().anyFatal());
+        EXPECT_EQ(satellite(c.satellite).glonassChannel, c.channel) << c.to;
+    }
+}
+
+TEST(PostMode, AsksForTheWholeSession) {
+    // The session begins at 18:30 and lasts twelve hours; MJD 58311 is 12 July 2018.
+    const auto session = [](const std::string& file, const std::string& from,
+                            const std::string& to) {
+        const Post p(file, from, to);
+        p.write("vrs.json", replaced(readFile(p.path + "vrs.json"), "2018 7 12 0 0 0.0 86400.0",
+                                     "2018 7 12 18 30 0.0 43200.0"));
+        const Findings findings = p.read();
+        return findings.anyFatal() ? findings.list().back().text : "";
+    };
+    const std::string from =
+        "  2011     7    16     0     0    0.0000000                 VALID FROM";
+    const auto until = [&](const std::string& time) {
+        return from + "\n  2018     7    " + time + "    0.0000000                 VALID UNTIL";
+    };
+    EXPECT_EQ(session("antennas.atx", from, until("13     7     0")), "");
+    EXPECT_NE(session("antennas.atx", from, until("13     6     0")), ""); // ends at 6:30
+    EXPECT_EQ(session("antennas.atx", from,
+                      replaced(from, "2011     7    16     0", "2018     7    12    18")),
+              "");
+    EXPECT_NE(session("antennas.atx", from,
+                      replaced(from, "2011     7    16     0", "2018     7    12    19")),
+              "");
+    const std::string vehicle = "2011-07-16 00:00:00";
+    EXPECT_EQ(session("satellites.nav", vehicle, "2018-07-12 18:29:59"), "");
+    EXPECT_TRUE(contains(session("satellites.nav", vehicle, "2018-07-12 18:30:01"), "not found"));
+    EXPECT_EQ(session("names.tab", ".-YY-o", ".-HH-o"), "");
+    EXPECT_EQ(fs::path(DLY.stations.at(0).obsFile).filename(), "str21930.18o"); // of 18 hours
+}
+
+TEST(PostMode, NamesStationsInUpperCase) {
+    Post p("session.obj", "STR2", "str2");
+    p.write("site.crd", replaced(readFile(p.path + "site.crd"), "STR2", "str2"));
+    DLY.logPath = "logs";
+    EXPECT_FALSE(p.read().anyFatal());
+    EXPECT_EQ(DLY.stations.at(0).name, "STR2");
+    EXPECT_EQ(DLY.stations[0].logFile, "logs/str22018193.log");
+    EXPECT_NE(DLY.stations[0].xyz[0], 0.0);
+}
+
 TEST(PostMode, DropsAFixedStationWithoutCoordinates) {
-    const std::string nowhere = "2683011.9038";
-    const Post p("site.crd", nowhere, "0.0");
-    Findings findings = p.read();
-    EXPECT_FALSE(findings.anyFatal());
-    EXPECT_EQ(findings.list().back().text,
-              "station = STR2,fix mode for no coordinate station,will continue");
-    EXPECT_EQ(DLY.stationNames, (std::vector<std::string>{"TID1", "MOBS"}));
+    const std::string dropped = "station = STR2,fix mode for no coordinate station,will continue";
+    for (const char* const nowhere : {"nan", "0.0"}) {
+        const Post p("site.crd", "2683011.9038", nowhere);
+        const Findings findings = p.read();
+        EXPECT_FALSE(findings.anyFatal());
+        ASSERT_EQ(findings.list().size(), 2U) << nowhere; // the first is of the file
+        EXPECT_EQ(findings.list()[1].text, dropped);
+        EXPECT_EQ(DLY.stationNames, (std::vector<std::string>{"TID1", "MOBS"}));
+    }
+    const Post p("site.crd", "2683011.9038", "0.0");
     DLY = {};
     p.write("session.obj", replaced(readFile(p.path + "session.obj"), "STR2  F", "STR2  K"));
-    DLY.post = true;
+    DLY.post = true; // not a fixed one
     EXPECT_FALSE(p.read().anyFatal());
     EXPECT_EQ(DLY.stations.at(0).name, "STR2");
     EXPECT_EQ(DLY.stations[0].blh, Vector3{});

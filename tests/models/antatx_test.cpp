@@ -173,12 +173,11 @@ TEST_F(Antex, SaysWhatIsWrong) {
         {kHeader + entry(kType, g1, 2), "frequency not found", 12},
         {kHeader + entry(kType, g1, 2) + kReceiver, "frequency not found", 12},
         {kHeader + entry(kType, "", 1), "frequency not found", 8},
-        {kHeader + entry(kType, g1, -1), "frequency not found", 8},
         {one.substr(0, one.find("   NOAZI")), "pcv lost", 9},
         {changed(one, "    0.00\n", "\n"), "pcv lost", 10},
         {changed(one, "   -0.10", "    none"), "pcv lost", 10},
         {changed(one, "   NOAZI", "   NOAZI    1.00    1.00    1.00\n   NOAZI"), "pcv lost", 11},
-        {changed(one, offsetLine, ""), "without NORTH / EAST / UP is malformed", 10},
+        {changed(one, offsetLine, ""), "without NORTH / EAST / UP", 10},
         {changed(one, "2.00      3.00", "2.00      none"), "EAST / UP is malformed", 9},
         {with("VALID FROM", "  2018    13     1     0     0    0.0"), "FROM is malformed", 8},
         {with("VALID FROM", "2147483647     1     1     0     0    0.0"), "FROM is malformed", 8},
@@ -207,6 +206,12 @@ TEST_F(Antex, SaysWhatIsWrong) {
     EXPECT_EQ(Lookup("G01", kType).said(), "antnam = " + kType + ",antnum = G01" + unknown);
     for (const char* const type : {"", "  "}) // not what every antenna contains
         EXPECT_EQ(Lookup("SITE", type).said(), "antnam = ,antnum = " + unknown);
+    // An entry that cannot be read does not stand in front of one that can; one without
+    // frequencies has no offsets.
+    file(with("VALID UNTIL", "  2018     1     1") + entry(kType, carrier("G01", 7), 1));
+    EXPECT_NEAR(Lookup("SITE").site[0][0][0], 0.014, 1e-12);
+    file(kHeader + entry(kType, g1, 0));
+    EXPECT_TRUE(Lookup("SITE").found && Lookup("SITE").site == SitePco{});
     file(changed(one, "A", "R"));
     EXPECT_EQ(Lookup("SITE").said(),
               "type = R" + path + ",should refer absolute antenna mode in atxfile");
@@ -295,8 +300,7 @@ TEST_F(SvNav, TakesTheLineOfTheEpoch) {
 TEST_F(SvNav, NamesTheMalformedLine) {
     const std::string good = "G01  063  BLOCK~IIF             2011-036A  2011 07 16 00 00 00  "
                              "0000 00 00 00 00 00  1633.0     0\n";
-    for (const auto& [from, to] : {std::pair{"2011-036A", "2011-0361"},
-                                   {"2011 07", "2011 17"},
+    for (const auto& [from, to] : {std::pair{"2011 07", "2011 17"},
                                    {"1633.0", "   nan"},
                                    {"     0\n", "\n"},
                                    {"G01  ", "G01\n"}}) {
@@ -308,6 +312,12 @@ TEST_F(SvNav, NamesTheMalformedLine) {
         ASSERT_EQ(findings.list().size(), 1U) << to;
         EXPECT_TRUE(contains(findings.list()[0].text, "line = 8,value = G01")) << to;
     }
+    std::string unlaunched = good; // nothing but its designator is missing
+    file(unlaunched.replace(unlaunched.find("036A"), 4, "036 "), "");
+    SatelliteInfo info;
+    Findings findings;
+    EXPECT_TRUE(Antatx_s_rdSvnav("G01", 58311.0, info, findings) && findings.list().empty());
+    EXPECT_TRUE(info.massKg == 1633.0 && info.designator.empty());
 }
 
 TEST(AntennaName, IsTheMainNameInFrontOfTheMatch) {
