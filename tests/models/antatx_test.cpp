@@ -81,6 +81,7 @@ TEST_F(Antex, ChoosesTheCalibrationThatIsValidOverTheSession) {
         EXPECT_EQ(l.found, c.upM > 0.0) << c.from;
         EXPECT_NEAR(l.satellite[0][2], c.upM, 1e-12) << c.from;
         EXPECT_EQ(l.satellite[0], l.satellite[1]) << "a carrier without a code is as the first";
+        EXPECT_TRUE(!l.found || l.record.centres[0].at(1).code.empty());
     }
 }
 
@@ -210,6 +211,8 @@ TEST_F(Antex, SaysWhatIsWrong) {
     // frequencies has no offsets.
     file(with("VALID UNTIL", "  2018     1     1") + entry(kType, carrier("G01", 7), 1));
     EXPECT_NEAR(Lookup("SITE").site[0][0][0], 0.014, 1e-12);
+    file(with("ZEN1 / ZEN2 / DZEN", "5 15 5")); // three columns
+    EXPECT_TRUE(Lookup("SITE").found);
     file(kHeader + entry(kType, g1, 0));
     EXPECT_TRUE(Lookup("SITE").found && Lookup("SITE").site == SitePco{});
     file(changed(one, "A", "R"));

@@ -34,9 +34,11 @@ struct Narrow {
 TEST(ConnectWithATimeLimit, WorksOrClosesTheDescriptor) {
     const Narrow listener;
     const int client = socket_new(AF_INET, SOCK_STREAM, IPPROTO_UDP); // the protocol is not asked
-    for (int again = 0; again < 3; ++again)                           // the third meets EISCONN
+    fcntl(client, F_SETFL, O_APPEND);
+    for (int again = 0; again < 3; ++again) // the third meets EISCONN
         EXPECT_EQ(listener.connect(client, 20), 0);
     EXPECT_TRUE(socket_isconnection(client) == 0 && blocking(client));
+    EXPECT_NE(fcntl(client, F_GETFL) & O_APPEND, 0);
     // Deliberate: select refuses a negative limit, and its error counts as connected.
     const int negative = socket_new_tcp();
     EXPECT_EQ(listener.connect(negative, -1), 0);
