@@ -23,10 +23,11 @@ bool Antatx_m_getAnt(AntennaRecord& record, std::string_view kind, const Frequen
 /// entry (a row with too few values, a date that is none) refuses the antenna.
 bool Antatx_m_rdatx(AntennaRecord& record, const FrequencyTable& names, double from, double to,
                     Findings& findings);
-/// What is known of a satellite at an epoch (MJD with fraction); false, with a finding, where
-/// nothing is. Offsets that the file does not give are zero.
+/// What is known of a satellite at an epoch (MJD with fraction); false, after a fatal
+/// finding, where nothing is. Offsets that the file does not give are zero.
 bool Antatx_s_rdSvnav(const std::string& cprn, double mjd, SatelliteInfo& info, Findings& findings);
-/// The canonical name of an antenna; false, with a finding, where the file does not know it.
+/// The canonical name of an antenna; false, after a fatal finding, where the file does not know
+/// it.
 bool Antatx_s_antnam(const std::string& siteName, const std::string& antenna,
                      std::string& canonical, Findings& findings);
 /// Whether every conversion of a scanf format has an explicit width; reports the first that has
