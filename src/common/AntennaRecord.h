@@ -23,9 +23,9 @@ struct PhaseCentre {
 };
 
 struct AntennaRecord {
-    int frequencies = 0; // "# OF FREQUENCIES"
-    std::string type;    // 20 characters at most
-    std::string serial;  // satellites: the name, such as "G01"
+    int frequencies = 0;                                // "# OF FREQUENCIES"
+    std::string type;                                   // 20 characters at most
+    std::string serial;                                 // satellites: the name, such as "G01"
     double validFrom = 0.0, validUntil = 10000000000.0; // MJD
     double zen1 = 0.0, zen2 = 0.0, dzen = 0.0;          // degrees
     double dazi = 0.0;                                  // degrees; 0 = no azimuth rows

@@ -85,7 +85,7 @@ struct StationRecord {
     std::string coordinateMode; // "F..." = fixed
     std::array<std::string, 2> texts;
     std::array<double, 15> numbers{}; // the last is an angle, rad
-    std::string text; // with "-post" a template of a file name, expanded
+    std::string text;                 // with "-post" a template of a file name, expanded
     std::array<double, 20> moreNumbers{};
     Vector3 xyz{};   // m
     Vector3 sigma{}; // of xyz, m

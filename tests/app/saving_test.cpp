@@ -197,6 +197,17 @@ TEST(Saving, TakesAPartOfARecordBackAndGoesOn) {
                              ",epoch is not written,"));
 }
 
+TEST(Saving, OutlivesAFileAtItsGreatestSize) {
+    Peer peer;
+    const Service service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
+    const fs::path file = service.out() / "str21930.18o";
+    std::ofstream(file) << std::string(20000, '\n');
+    std::vector<ref::Expected> owed;
+    play(peer, generated(kStart, 3), owed);
+    EXPECT_EQ(fs::file_size(file), 20000U);
+    EXPECT_TRUE(contains(service.log(), ",epoch is not written,File too large\n"));
+}
+
 TEST(Saving, EndsTheProcessWhereTheFileCannotBeOpened) {
     Peer peer;
     Service service(peer.port, kClock, {.switches = {"-rawsav"}});
