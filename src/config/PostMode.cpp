@@ -6,6 +6,7 @@
 #include "common/LineReader.h"
 #include "common/Patterns.h"
 #include "models/Antatx.h"
+#include "models/ModelFile.h"
 
 #include <array>
 #include <cmath>
@@ -15,13 +16,11 @@
 
 namespace {
 
-constexpr double kSecondsOfDay = 86400.0;
-
 double startMjd() {
-    return DLY.startMjd + DLY.startSod / kSecondsOfDay;
+    return DLY.startMjd + DLY.startSod / kSecondsPerDay;
 }
 double endMjd() {
-    return DLY.endMjd + DLY.endSod / kSecondsOfDay;
+    return DLY.endMjd + DLY.endSod / kSecondsPerDay;
 }
 
 /// A template expanded for the start of the session.
@@ -119,8 +118,8 @@ Resolved resolveStation(StationRecord& station, int line, Findings& findings) {
 void Deploy_m_readBaselines(Findings& findings) {
     const std::string& path = DLY.tables.baselines;
     LineReader file(path);
-    if (!file.isOpen()) // deliberate: the line names another file's key
-        return findings.fatal(path, 0, text("file = %s,can't access satnav file", path.c_str()));
+    if (!opened(file, path, findings))
+        return;
     DLY.baselineNames.clear();
     std::string_view line;
     while (file.next(line)) {

@@ -7,11 +7,11 @@
 #include <string>
 #include <string_view>
 
-/// ModelFile: what the readers of antennas, their names and satellites share.
+/// ModelFile: what the readers of antennas, their names, satellites and baselines share.
 
 /// False, with a fatal finding, where the file could not be opened.
 inline bool opened(const LineReader& file, const std::string& path, Findings& findings) {
-    if (!file.isOpen()) // deliberate: each of the three is called the satnav file
+    if (!file.isOpen()) // deliberate: each of them is called the satnav file
         findings.fatal(path, 0, text("file = %s,can't access satnav file", path.c_str()));
     return file.isOpen();
 }
