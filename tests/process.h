@@ -2,6 +2,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -9,6 +10,10 @@
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
 
 inline std::string readFile(const std::filesystem::path& path) {
     std::ifstream file(path);
@@ -32,4 +37,51 @@ inline int boundSocket(int& port) {
     EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&a), &n), 0);
     port = ntohs(a.sin_port);
     return fd;
+}
+
+/// The words that start a program of the build: where it is for another processor the emulator
+/// stands in front, and hands it its name.
+inline std::vector<std::string> started(const std::string& program,
+                                        const std::vector<std::string>& arguments) {
+    const std::string emulator = KESTRUNE_EMULATOR;
+    std::vector<std::string> words{program};
+    if (!emulator.empty())
+        words = {emulator, "-0", std::filesystem::path(program).filename(), program};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+}
+
+/// This process, a child of the test, becomes that program.
+[[noreturn]] inline void become(const std::string& program,
+                                const std::vector<std::string>& arguments) {
+    std::vector<std::string> words = started(program, arguments);
+    const std::string file = std::exchange(words[0], std::filesystem::path(words[0]).filename());
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    execv(file.c_str(), argv.data());
+    _exit(127);
+}
+
+/// The program in a line of the shell, which may go on with arguments and redirections.
+inline std::string shellWords(const std::string& program) {
+    std::string line;
+    for (const std::string& word : started(program, {}))
+        line += "'" + word + "' ";
+    return line;
+}
+
+struct Ran {
+    int status; // of its exit; -1 where a signal ended it
+    std::string output;
+};
+/// Runs a program of the build through the shell, to its end.
+inline Ran runInShell(const std::string& program, const std::string& rest) {
+    FILE* const pipe = popen((shellWords(program) + rest).c_str(), "r");
+    std::string output;
+    for (int c = 0; (c = fgetc(pipe)) != EOF;)
+        output += static_cast<char>(c);
+    const int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }

@@ -155,14 +155,11 @@ private:
         dup2(log, STDOUT_FILENO);
         const rlimit limit{options.largestFile, options.largestFile};
         setrlimit(RLIMIT_FSIZE, &limit);
-        const std::string deployment = folder / "vrs.json";
-        std::vector<const char*> arguments{"Kestrune", "-mode", "vrs", deployment.c_str()};
-        for (const std::string& option : options.switches)
-            arguments.push_back(option.c_str());
-        arguments.push_back(nullptr);
-        if (chdir(KESTRUNE_SOURCE_DIR) == 0)
-            execv(KESTRUNE_PROGRAM, const_cast<char* const*>(arguments.data()));
-        _exit(127);
+        std::vector<std::string> arguments{"-mode", "vrs", folder / "vrs.json"};
+        arguments.insert(arguments.end(), options.switches.begin(), options.switches.end());
+        if (chdir(KESTRUNE_SOURCE_DIR) != 0)
+            _exit(127);
+        become(KESTRUNE_PROGRAM, arguments);
     }
 
     pid_t process_ = -1;

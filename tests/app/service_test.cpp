@@ -196,14 +196,10 @@ TEST(Service, RetriesWhileThePeerRefuses) {
 
 TEST(Service, ExplainsItselfWithoutArguments) {
     for (const std::string arguments : {"", " -mode vrs", " -debug -post -mode vrs"}) {
-        FILE* const pipe = popen((std::string(KESTRUNE_PROGRAM) + arguments).c_str(), "r");
-        std::array<char, 1024> text{};
-        const std::size_t n = fread(text.data(), 1, text.size() - 1, pipe);
-        const int status = pclose(pipe);
-        EXPECT_EQ(WEXITSTATUS(status), 1);
-        EXPECT_EQ(std::string(text.data(), n),
-                  "Kestrune v2.5\nWelcome to Kestrune!\n"
-                  "Example: Kestrune -mode vrs vrs.json -rawsav/vrssav(*)\n"
-                  "Example: where (*) denotes optional parameter.\n");
+        const Ran ran = runInShell(KESTRUNE_PROGRAM, arguments);
+        EXPECT_EQ(ran.status, 1);
+        EXPECT_EQ(ran.output, "Kestrune v2.5\nWelcome to Kestrune!\n"
+                              "Example: Kestrune -mode vrs vrs.json -rawsav/vrssav(*)\n"
+                              "Example: where (*) denotes optional parameter.\n");
     }
 }

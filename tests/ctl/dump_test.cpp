@@ -1,3 +1,4 @@
+#include "process.h"
 #include "session.h"
 
 #include "ctl/Dump.h"
@@ -6,13 +7,11 @@
 
 #include <cjson/cJSON.h>
 
-#include <arpa/inet.h>
 #include <csignal>
 #include <map>
 #include <random>
 #include <sstream>
 #include <sys/socket.h>
-#include <sys/wait.h>
 
 namespace {
 
@@ -416,23 +415,6 @@ TEST(DumpOfHostileInput, EndsAndStaysPrintable) {
     }
 }
 
-namespace {
-
-struct Ran {
-    int status;
-    std::string output; // both streams
-};
-Ran run(const std::string& arguments) {
-    FILE* const pipe =
-        popen((std::string(KESTRUNECTL_PROGRAM) + " " + arguments + " 2>&1").c_str(), "r");
-    std::string output;
-    for (int c = 0; (c = fgetc(pipe)) != EOF;)
-        output += static_cast<char>(c);
-    return {WEXITSTATUS(pclose(pipe)), output};
-}
-
-} // namespace
-
 TEST(Kestrunectl, TellsByItsStatusHowItWent) {
     const std::string good = testing::TempDir() + "kestrunectl_good:2101"; // a file wins
     const std::string bad = testing::TempDir() + "kestrunectl_bad";
@@ -451,7 +433,7 @@ TEST(Kestrunectl, TellsByItsStatusHowItWent) {
              {"dump " + good, 0, "good 1005"},
              {"dump - --json < " + good, 0, "\"type\":1005"},
              {"dump < " + bad, 1, "cut off"}}) {
-        const Ran ran = run(arguments);
+        const Ran ran = runInShell(KESTRUNECTL_PROGRAM, arguments + " 2>&1");
         EXPECT_EQ(ran.status, status) << arguments;
         EXPECT_NE(ran.output.find(part), std::string::npos) << arguments << "\n" << ran.output;
     }
@@ -466,10 +448,9 @@ TEST(Kestrunectl, ReadsALiveStreamByName) {
     ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&at), size), 0);
     ASSERT_EQ(listen(listener, 1), 0);
     getsockname(listener, reinterpret_cast<sockaddr*>(&at), &size);
-    FILE* const pipe = popen(("echo $$; exec " KESTRUNECTL_PROGRAM " dump localhost:" +
-                              std::to_string(ntohs(at.sin_port)))
-                                 .c_str(),
-                             "r");
+    const std::string command = "echo $$; exec " + shellWords(KESTRUNECTL_PROGRAM) +
+                                "dump localhost:" + std::to_string(ntohs(at.sin_port));
+    FILE* const pipe = popen(command.c_str(), "r");
     const auto line = [pipe] {
         char text[200] = "";
         return std::string(fgets(text, sizeof text, pipe) ? text : "");

@@ -3,7 +3,6 @@
 
 #include "reference/msm.h"
 
-#include <algorithm>
 #include <cjson/cJSON.h>
 #include <csignal>
 #include <fcntl.h>
@@ -25,18 +24,15 @@ namespace fs = std::filesystem;
 /// A child process; its output goes to a file.
 class Program {
 public:
-    Program(std::vector<std::string> arguments, const fs::path& output) {
+    Program(const std::string& program, const std::vector<std::string>& arguments,
+            const fs::path& output) {
         pid_ = fork();
         if (pid_ != 0)
             return;
         const int out = open(output.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0644);
         dup2(out, STDOUT_FILENO);
         dup2(out, STDERR_FILENO);
-        std::vector<char*> argv(arguments.size() + 1);
-        std::transform(arguments.begin(), arguments.end(), argv.begin(),
-                       [](std::string& a) { return a.data(); });
-        execv(argv[0], argv.data());
-        _exit(127);
+        become(program, arguments);
     }
     ~Program() {
         if (pid_ > 0) {
@@ -116,9 +112,9 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     close(boundSocket(simulatorPort));
     const int listener = boundSocket(proxyPort);
     listen(listener, 1);
-    options.insert(options.begin(), {KESTRUNECTL_PROGRAM, "simulate", "--json", "--port",
-                                     std::to_string(simulatorPort), "--write-deployment", folder});
-    Program simulator(options, folder.string() + ".out");
+    options.insert(options.begin(), {"simulate", "--json", "--port", std::to_string(simulatorPort),
+                                     "--write-deployment", folder});
+    Program simulator(KESTRUNECTL_PROGRAM, options, folder.string() + ".out");
     const fs::path deployment = folder / "vrs.json";
     for (int i = 0; i < 400 && readFile(folder / "leapsec.tab").empty(); ++i)
         sleepms(10);
@@ -126,7 +122,7 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     const std::string text =
         replaced(readFile(deployment), connector(simulatorPort), connector(proxyPort));
     std::ofstream(deployment) << text;
-    Program service({KESTRUNE_PROGRAM, "-mode", "vrs", deployment}, folder / "log");
+    Program service(KESTRUNE_PROGRAM, {"-mode", "vrs", deployment}, folder / "log");
     const int toService = accept(listener, nullptr, nullptr);
     const int toSimulator = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a{};
