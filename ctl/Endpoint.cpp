@@ -169,6 +169,8 @@ void Endpoint::read() {
     for (;;) {
         const auto n = recv(connection_.get(), in.data(), in.size(), 0);
         if (n > 0) {
+            if (replies)
+                replies->write(reinterpret_cast<const char*>(in.data()), n);
             const double now = lastMoved_ = monotonicS();
             judge.received({in.data(), static_cast<std::size_t>(n)}, now);
             continue;

@@ -67,6 +67,8 @@ public:
 
     /// What is sent goes here too, byte for byte.
     std::ostream* record = nullptr;
+    /// What comes back goes here too.
+    std::ostream* replies = nullptr;
 
     std::size_t backlog() const { return out_.size() - sent_; }
 

@@ -42,6 +42,7 @@ struct Words {
     std::string deployment;
     int stations = 1;
     std::string record;
+    std::string replies;
     std::string play;
     std::string report;
     std::vector<std::string> faults;
@@ -282,10 +283,12 @@ int simulate(const Words& w) {
     Endpoints endpoints = endpointsOf(run, w, satellites); // listening before anyone is told
     sayWhatIsThere(run, w, satellites, progress);
     std::ofstream record = opened(w.record);
+    std::ofstream replies = opened(w.replies);
     std::ofstream page = opened(w.report);
     Report report(run.station.siteM);
     Endpoint& first = *endpoints.front();
     first.record = w.record.empty() ? nullptr : &record;
+    first.replies = w.replies.empty() ? nullptr : &replies;
     first.judge.onEpoch = [&](const ref::EpochResult& r) {
         progress.epoch(r, first.judge.verdict());
         if (page.is_open())
@@ -307,6 +310,7 @@ int simulate(const Words& w) {
         page << report.page(totals);
     closeWritten(page, w.report);
     closeWritten(record, w.record);
+    closeWritten(replies, w.replies);
     std::cout << (w.json ? summaryJson(totals) : summaryText(totals)) << std::flush;
     if (!std::cout)
         throw std::runtime_error("standard output could not be written to its end");
@@ -341,6 +345,7 @@ void addSimulate(CLI::App& app, int& status) {
     c->add_option("--write-deployment", w->deployment, "write a configuration for this station into a directory");
     c->add_option("--stations", w->stations, "endpoints, on successive ports")->check(CLI::Range(1, 5000))->capture_default_str();
     c->add_option("--record", w->record, "write what is sent on the first endpoint to a file");
+    c->add_option("--replies", w->replies, "write what comes back there to a file");
     c->add_option("--play", w->play, "send a recorded stream; replies are checked for form, order and completeness")->check(CLI::ExistingFile);
     c->add_option("--report", w->report, "draw what the first endpoint showed as a web page in one file");
     c->add_option("--fault", w->faults, "what goes wrong, now and then or (NAME@N) at epoch N: " + faultNames())->delimiter(',');

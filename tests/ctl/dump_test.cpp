@@ -427,6 +427,7 @@ TEST(Kestrunectl, TellsByItsStatusHowItWent) {
              {"dump --help", 0, "--json"},
              {"", 2, "subcommand"},
              {"dump --nonsense", 2, "--nonsense"},
+             {"simulate --host 127.0.0.7 --replies /no/file", 2, "/no/file cannot be written"},
              {"dump /no/such/file", 2, "/no/such/file: No such file"},
              {"dump " + testing::TempDir(), 2, "directory"},
              {"dump 127.0.0.1:1", 2, "127.0.0.1:1: cannot connect"},

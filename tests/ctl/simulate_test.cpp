@@ -69,6 +69,7 @@ public:
         if (n <= 0)
             return false;
         if (!alter_) {
+            passed.append(in.begin(), in.begin() + n);
             send(to, in.data(), static_cast<std::size_t>(n), MSG_NOSIGNAL);
             return true;
         }
@@ -88,6 +89,8 @@ public:
         }
     }
 
+    std::string passed; // unaltered, byte for byte
+
 private:
     Alter alter_;
     Bytes held_;
@@ -99,6 +102,7 @@ struct Outcome {
     int status = -1;
     bool serviceRuns = false;
     std::string printed;
+    std::string passedBack; // unaltered
     double replies = 0, wrong = 0;
     std::string faults;
 };
@@ -149,6 +153,7 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     for (int i = 0; i < 1000 && o.status < 0; ++i, sleepms(10))
         o.status = simulator.ended().value_or(-1);
     o.printed = readFile(folder.string() + ".out");
+    o.passedBack = up.passed;
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> json(cJSON_Parse(o.printed.c_str()),
                                                                cJSON_Delete);
     if (json) {
@@ -216,14 +221,21 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
          "late", "--split", "100"},
         {"--start", "2026-03-01T12:00:00", "--duration", "30", "--rate", "10", "--fault",
          "garbage,bitflip,truncate,duplicate,reorder,burst,no-ephemerides,old-ephemerides"}};
+    const std::string file = testing::TempDir() + "kestrune_replies" + std::to_string(getpid());
     for (std::vector<std::string> options : cases) {
-        options.insert(options.end(), {"--speed", "max"});
+        options.insert(options.end(), {"--speed", "max", "--replies", file});
         const Outcome o = run(options, unaltered, unaltered);
         EXPECT_EQ(o.status, 0) << o.printed;
         EXPECT_EQ(o.wrong, 0) << o.faults;
         EXPECT_GE(o.replies, 8);
         EXPECT_TRUE(o.serviceRuns);
+        EXPECT_TRUE(readFile(file) == o.passedBack) << "--replies keeps what came back";
     }
+    fs::remove(file);
+    std::vector<std::string> full = kShortRun;
+    full.insert(full.end(), {"--replies", "/dev/full"});
+    const Outcome o = run(full, unaltered, unaltered);
+    EXPECT_TRUE(o.status == 2 && contains(o.printed, "/dev/full could not be written")) << o.status;
 }
 
 TEST(Simulator, FindsWhatIsAlteredOnTheWay) {

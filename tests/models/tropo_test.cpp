@@ -62,10 +62,12 @@ using Nine = std::array<double, 9>; // a Gpt2Values, field by field
 /// the site's meridian alone.
 double weightOf(std::size_t cell, double lat, double lon) {
     const double north = std::abs(lat - centreLat(cell));
+    if (north >= 1)
+        return 0;
     const double eastOf = std::remainder(lon - centreLon(cell), 360);
     if (std::abs(lat) >= 89.5)
-        return north < 1 && eastOf >= -0.5 && eastOf < 0.5 ? 1 : 0;
-    return std::max(0.0, 1 - north) * std::max(0.0, 1 - std::abs(eastOf));
+        return eastOf >= -0.5 && eastOf < 0.5 ? 1 : 0;
+    return (1 - north) * std::max(0.0, 1 - std::abs(eastOf));
 }
 
 /// The atmosphere of the world, all cells weighed; season: what the four terms are multiplied with.

@@ -48,10 +48,10 @@ TEST(Connection, NoticesAPeerThatVanishedOrStoppedReading) {
         return value;
     };
     const auto sendLimitS = [](int fd) {
-        timeval limit{-1, 0};
+        timeval limit{}; // the emulator of the 32-bit tests fills the lower half of the seconds
         socklen_t length = sizeof limit;
-        getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, &length);
-        return limit.tv_sec;
+        const bool told = getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, &length) == 0;
+        return told ? limit.tv_sec : -1;
     };
     Listener listener;
     const int client = socket_new_tcp();
