@@ -94,6 +94,18 @@ TEST(WeekCompletion, StaysWithinReachOfTheClock) {
     utcNow = systemClock;
 }
 
+TEST(ReplayClock, RunsOnFromItsInstantBeyond32BitTimes) {
+    const auto systemClock = utcNow;
+    EXPECT_GT(systemClock().time, epoch2time({2024, 1, 1, 0, 0, 0}).time);
+    startReplayClock({2147483647, 0.99}); // 2038-01-19 03:14:07.99
+    GTime now = utcNow(), last = now;
+    for (int i = 0; i < 20000 && now.time == 2147483647; ++i, last = std::exchange(now, utcNow()))
+        sleepms(1);
+    EXPECT_GE(now.time, 2147483648);
+    EXPECT_GE(timediff(now, last), 0.0);
+    utcNow = systemClock;
+}
+
 TEST(LeapSecondFile, GivesTheValueStrictlyBetweenTwoEntries) {
     const check::Scratch scratch;
     const auto lookUp = [](int mjd) { return [mjd] { return Taiutc_m_getTaiutc(mjd); }; };

@@ -142,6 +142,19 @@ TEST(Deployment, AcceptsWithANoteOrWithout) {
     }
 }
 
+// Seconds since 1970 by `date -u -d TIME +%s`.
+TEST(Deployment, SetsTheClockToAnyInstantOfTheCalendar) {
+    const std::pair<const char*, std::int64_t> cases[] = {
+        {"2016-12-31 23:59:59", 1483228799}, {"2019-04-06 23:59:42", 1554595182},
+        {"2038-01-19 03:14:07", 2147483647}, {"2038-01-19 03:14:08", 2147483648},
+        {"2099-12-31 23:59:59", 4102444799}, {"2100-01-01 00:00:00", 0}};
+    for (const auto& [clock, seconds] : cases) {
+        const Deployment d("vrs.json", "30\"", text("30\", \"clock\": \"%s\"", clock));
+        EXPECT_EQ(d.read().anyFatal(), seconds == 0) << clock;
+        EXPECT_TRUE(DLY.clock.value_or(GTime{}) == (GTime{seconds, 0})) << clock;
+    }
+}
+
 TEST(Deployment, EndsTheProcessWithTheLineOfItsFault) {
     const auto bad = [](const std::string& key, const std::string& value, const std::string& why) {
         return "file = @vrs.json,key = " + key + ",value = " + value + "," + why + "\n";

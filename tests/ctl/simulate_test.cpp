@@ -219,6 +219,10 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
          "random"},
         {"--start", "2026-03-01T20:59:50", "--duration", "20", "--msm", "legacy", "--ephemerides",
          "late", "--split", "100"},
+        // Across the roll-overs of the 10-bit week, and the end of 32-bit times.
+        {"--start", "2019-04-06T23:59:38", "--duration", "8"},
+        {"--start", "2038-01-19T03:14:04", "--duration", "8"},
+        {"--start", "2038-11-20T23:59:38", "--duration", "8"},
         {"--start", "2026-03-01T12:00:00", "--duration", "30", "--rate", "10", "--fault",
          "garbage,bitflip,truncate,duplicate,reorder,burst,no-ephemerides,old-ephemerides"}};
     const std::string file = testing::TempDir() + "kestrune_replies" + std::to_string(getpid());

@@ -144,6 +144,47 @@ TEST(Ephemerides, ArePlacedInTheWeekNearestToTheClock) {
     EXPECT_EQ(time2gpst(r.toc).week, 2010);
 }
 
+// Weeks as broadcast: modulo 1024 (1019, 1044), of Galileo, which began with GPS week 1024, of BDT,
+// which began with GPS week 1356 and is 14 s behind.
+TEST(Ephemerides, KeepTheirWeekAcrossTheRollOversOfTheGpsWeek) {
+    const struct {
+        ref::GpsTime clock;
+        int type, week;
+        double toe;
+        ref::GpsTime toeGps;
+    } cases[] = {// 6 April 2019, and 20 November 2038: both 23:59:41 UTC.
+                 {{2047, 604799}, 1019, 0, 7200, {2048, 7200}},
+                 {{2047, 604799}, 1019, 1023, 597600, {2047, 597600}},
+                 {{2048, 1}, 1044, 1023, 597600, {2047, 597600}},
+                 {{2047, 604799}, 1045, 1024, 7200, {2048, 7200}},
+                 {{2047, 604799}, 1042, 692, 7200, {2048, 7214}},
+                 {{3071, 604799}, 1019, 0, 7200, {3072, 7200}},
+                 {{3072, 1}, 1044, 1023, 597600, {3071, 597600}},
+                 {{3071, 604799}, 1046, 2048, 7200, {3072, 7200}},
+                 {{3071, 604799}, 1042, 1716, 7200, {3072, 7214}},
+                 // The week in which 32-bit times end.
+                 {{3028, 184465}, 1019, 3028 - 2048, 187200, {3028, 187200}},
+                 {{3028, 184465}, 1042, 3028 - 1356, 187200, {3028, 187214}}};
+    for (const auto& c : cases) {
+        const FixedClock clock(c.clock);
+        ref::Kepler k;
+        k.type = c.type;
+        k.system = std::map<int, char>{
+            {1019, 'G'}, {1042, 'C'}, {1044, 'J'}, {1045, 'E'}, {1046, 'E'}}[c.type];
+        k.id = 2;
+        k.week = c.week;
+        k.toe = k.toc = c.toe;
+        k.sqrtA = 5153.6;
+        const auto state = newState();
+        EXPECT_EQ(feed(*state, frame(ref::writeKepler(k))), std::vector<int>{kEphemeris});
+        const auto sat = static_cast<std::size_t>(satid2no(ref::satName(k.system, 2)));
+        const EphRecord& r = state->nav.eph.at(sat - 1);
+        // GPS time began 315964800 s after 1970.
+        EXPECT_EQ(r.toe.time, 315964800 + 604800LL * c.toeGps.week + std::lround(c.toeGps.sow))
+            << c.type << " " << c.week;
+    }
+}
+
 TEST(Ephemerides, OfGlonassTakeTheDayNearestToTheClock) {
     struct Case {
         CalendarTime utc;
@@ -153,7 +194,12 @@ TEST(Ephemerides, OfGlonassTakeTheDayNearestToTheClock) {
     for (const Case& c : {Case{{2018, 7, 12, 21, 0, 1}, 0, {2018, 7, 12, 21, 0, 0}},
                           Case{{2018, 7, 12, 20, 59, 0}, 0, {2018, 7, 12, 21, 0, 0}},
                           Case{{2018, 7, 12, 0, 5, 0}, 12, {2018, 7, 12, 0, 0, 0}},
-                          Case{{2018, 7, 12, 23, 50, 0}, 13, {2018, 7, 13, 0, 15, 0}}}) {
+                          Case{{2018, 7, 12, 23, 50, 0}, 13, {2018, 7, 13, 0, 15, 0}},
+                          // Before and after a leap second, the end of 32-bit times, of 2099.
+                          Case{{2016, 12, 31, 23, 59, 59}, 11, {2016, 12, 31, 23, 45, 0}},
+                          Case{{2016, 12, 31, 23, 59, 59}, 13, {2017, 1, 1, 0, 15, 0}},
+                          Case{{2038, 1, 19, 3, 14, 7}, 25, {2038, 1, 19, 3, 15, 0}},
+                          Case{{2099, 12, 31, 20, 59, 59}, 0, {2099, 12, 31, 21, 0, 0}}}) {
         const FixedClock clock(c.utc);
         ref::Glonass g;
         g.slot = 24;
