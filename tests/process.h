@@ -1,6 +1,7 @@
 /// What the tests that run whole programs share.
 #pragma once
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdio>
 #include <filesystem>
@@ -56,10 +57,9 @@ inline std::vector<std::string> started(const std::string& program,
                                 const std::vector<std::string>& arguments) {
     std::vector<std::string> words = started(program, arguments);
     const std::string file = std::exchange(words[0], std::filesystem::path(words[0]).filename());
-    std::vector<char*> argv;
-    for (std::string& word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
+    std::vector<char*> argv(words.size() + 1);
+    std::transform(words.begin(), words.end(), argv.begin(),
+                   [](auto& word) { return word.data(); });
     execv(file.c_str(), argv.data());
     _exit(127);
 }
