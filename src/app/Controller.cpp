@@ -3,8 +3,10 @@
 #include "common/Clock.h"
 #include "common/DeployConfig.h"
 #include "common/Print.h"
+#include "common/Signals.h"
 #include "config/Deploy.h"
 #include "intake/StreamObs.h"
+#include "net/Notify.h"
 #include "net/ysocket.h"
 #include "orbit/Rnxeph.h"
 #include "vrs/VrsMain.h"
@@ -22,7 +24,9 @@ int outputSocketID = -1;
 namespace {
 
 constexpr int kFewestArguments = 4; // with the program's name
-constexpr int kRetryMs = 3000;
+constexpr std::chrono::milliseconds kRetry{3000};
+// A stream has epochs more often than this.
+constexpr std::chrono::seconds kSilence{30};
 
 std::array<std::uint8_t, 10240> received;
 std::array<std::uint8_t, 8192> reply;
@@ -30,6 +34,21 @@ std::array<std::uint8_t, 8192> reply;
 /// Empties a list and gives its memory back.
 template <class List> void release(List& list) {
     list = List();
+}
+
+/// The service manager is told what the connection does, and of a silence when it began.
+void notifyConnection(const char* what) {
+    notifyStatus("%s %s:%d", what, DLY.input.host.c_str(), DLY.input.port);
+}
+
+void waitForData() {
+    if (socket_wait(inputSocketID, kSilence))
+        return;
+    const CalendarTime last = time2epoch(timeadd(utcNow(), -static_cast<double>(kSilence.count())));
+    notifyStatus("connected to %s:%d, no data since %02.0f:%02.0f UTC", DLY.input.host.c_str(),
+                 DLY.input.port, last[3], last[4]);
+    socket_wait(inputSocketID, kNoLimit);
+    notifyConnection("connected to");
 }
 
 } // namespace
@@ -66,22 +85,29 @@ void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t lengt
 void serveOnce() {
     if (socket_isconnection(inputSocketID) == -1) {
         StreamObs_m_restart();
-        if (socket_connect(inputSocketID, DLY.input.host.c_str(),
-                           static_cast<std::uint32_t>(DLY.input.port)) == -1) {
+        notifyConnection("connecting to");
+        const int connected = socket_connect(inputSocketID, DLY.input.host.c_str(),
+                                             static_cast<std::uint32_t>(DLY.input.port));
+        notifyReady();
+        if (connected == -1) {
             print("***WARN: Connect input failed, %s:%d\n", DLY.input.host.c_str(), DLY.input.port);
-            sleepms(kRetryMs);
+            notifyConnection("no connection, trying every 3 s to reach");
+            pauseTelling(kRetry);
             return;
         }
+        notifyConnection("connected to");
     }
     // The output is the input's descriptor: nothing is connected for it, its loss is only told.
     if (socket_isconnection(outputSocketID) == -1)
         print("***WARN: Connect output failed, %s:%d\n", DLY.output.host.c_str(), DLY.output.port);
+    waitForData();
     const int length = socket_recv(inputSocketID, received);
     print("recv len:%d\n", length);
     StreamReader(0, received.data(), length);
 }
 
 void serve(int argc, char** argv) {
+    endOnSignals();
     // A service manager sees each line at once; neither a peer that is gone nor a file at its
     // greatest size ends the process.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
@@ -90,6 +116,7 @@ void serve(int argc, char** argv) {
     print("Kestrune v2.5\n");
     onrtcm = onrtcm0;
     Initialize(argc, argv);
+    notifyInitial();
     inputSocketID = outputSocketID = socket_new_tcp();
     if (inputSocketID < 0)
         fatal("***ERROR: no socket, %s", std::strerror(errno));

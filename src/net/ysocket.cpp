@@ -1,6 +1,7 @@
 #include "net/ysocket.h"
 
 #include "common/Print.h"
+#include "net/Notify.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -8,6 +9,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -28,12 +30,6 @@ void setOption(int fd, int level, int name, int value) {
     static_cast<void>(setsockopt(fd, level, name, &value, sizeof value));
 }
 
-/// 0 = none; on Linux the limit would bound connect, too.
-void setSendTimeout(int fd, int seconds) {
-    const timeval limit{seconds, 0};
-    static_cast<void>(setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit));
-}
-
 /// Takes the descriptor back to "not connected"; a peer that is still there sees a reset.
 void dissolve(int fd) {
     sockaddr none{};
@@ -47,6 +43,24 @@ sockaddr_in addressOf(const char* host, std::uint32_t port) {
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     address.sin_addr.s_addr = inet_addr(host);
     return address;
+}
+
+/// A connect that blocks may wait for minutes; here poll waits instead. The second call then ends
+/// the first one, with the result that one would have had.
+int connectTelling(int fd, const sockaddr_in& address) {
+    const auto attempt = [&] {
+        return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    };
+    const int flags = fcntl(fd, F_GETFL);
+    static_cast<void>(fcntl(fd, F_SETFL, flags | O_NONBLOCK));
+    int result = attempt();
+    const bool pending = result == -1 && errno == EINPROGRESS;
+    if (pending)
+        waitTelling(fd, POLLOUT, kNoLimit);
+    static_cast<void>(fcntl(fd, F_SETFL, flags));
+    if (pending)
+        result = attempt();
+    return result;
 }
 
 /// A connect to a local port that nobody listens on can meet itself; such a connection would stay
@@ -93,22 +107,20 @@ int socket_new_tcp() {
     setOption(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, kUserTimeoutMs);
     // A reply leaves at once, also behind a forwarded frame that is not yet acknowledged.
     setOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    const timeval sendLimit{kSendTimeoutS, 0};
+    static_cast<void>(setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &sendLimit, sizeof sendLimit));
     return fd;
 }
 
 int socket_connect(int fd, const char* host, std::uint32_t port) {
     dissolve(fd); // a second connect on a used descriptor fails with EISCONN for ever
-    setSendTimeout(fd, 0);
-    const sockaddr_in address = addressOf(host, port);
-    int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    int result = connectTelling(fd, addressOf(host, port));
     if (result == 0 && connectedToItself(fd)) {
         dissolve(fd);
         result = -1;
     }
     // Deliberate: the text of the result, not of errno.
     print("ppppp:%s\n", std::strerror(result));
-    if (result == 0)
-        setSendTimeout(fd, kSendTimeoutS);
     return result;
 }
 
@@ -139,6 +151,10 @@ int socket_isconnection(int fd) {
     if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &length) != 0)
         return -1;
     return info.tcpi_state == TCP_ESTABLISHED ? 0 : -1;
+}
+
+bool socket_wait(int fd, std::chrono::milliseconds limit) {
+    return waitTelling(fd, POLLIN, limit);
 }
 
 int socket_recv(int fd, std::span<std::uint8_t> buffer) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -14,7 +15,8 @@ int init_socket();
 int socket_new(int domain, int type, int protocol);
 /// IPv4 stream socket that notices a vanished peer (keep-alive, user time-out).
 int socket_new_tcp();
-/// Dissolves what the descriptor was connected to, then connects; prints the outcome. 0 or -1.
+/// Dissolves what the descriptor was connected to, then connects, however long the answer takes;
+/// prints the outcome. 0 or -1.
 int socket_connect(int fd, const char* host, std::uint32_t port);
 /// Connects within that many seconds; 0 or -1. Time-out: the descriptor is closed. Refused at
 /// once: it stays non-blocking. A refusal that comes later counts as connected; socket_isconnection
@@ -24,6 +26,8 @@ int socket_connect_timeout(int fd, const char* host, std::uint32_t port, int sec
 int getHostByName(const std::string& name, std::string& out);
 /// 0 when the connection is established, else -1.
 int socket_isconnection(int fd);
+/// Waits until a receive would return at once; false where the limit passes first.
+bool socket_wait(int fd, std::chrono::milliseconds limit);
 /// One receive: bytes, 0 at the end of the stream, or -1.
 int socket_recv(int fd, std::span<std::uint8_t> buffer);
 /// The same: there is no time limit.

@@ -5,6 +5,7 @@
 #include "common/DeployConfig.h"
 #include "common/Findings.h"
 #include "common/Print.h"
+#include "common/Signals.h"
 
 #include <algorithm>
 #include <array>
@@ -112,23 +113,34 @@ public:
 
     bool isOpen() const { return fd_ >= 0; }
     /// Appends a record and forces it to the disk, or leaves the file as it was; the reason, empty
-    /// where all went well.
+    /// where all went well. A signal that ends the process waits until the record is whole or gone,
+    /// but not for the disk.
     std::string append(const std::string& record) const {
         struct stat before {};
         if (fstat(fd_, &before) != 0)
             return std::strerror(errno);
-        const ssize_t n = write(fd_, record.data(), record.size());
-        const bool whole = n == static_cast<ssize_t>(record.size());
-        if (whole && fsync(fd_) == 0)
+        {
+            const SignalsHeld untilWholeOrGone;
+            const ssize_t n = write(fd_, record.data(), record.size());
+            if (n < 0)
+                return std::strerror(errno);
+            if (n != static_cast<ssize_t>(record.size()))
+                return text("no room for more than %zd bytes", n) + takeBack(before.st_size, n);
+        }
+        if (fsync(fd_) == 0)
             return {};
-        std::string reason =
-            n < 0 || whole ? std::strerror(errno) : text("no room for more than %zd bytes", n);
-        if (n > 0 && ftruncate(fd_, before.st_size) != 0)
-            reason += text(",%zd bytes of it could not be taken back", n);
-        return reason;
+        const std::string reason = std::strerror(errno);
+        return reason + takeBack(before.st_size, static_cast<ssize_t>(record.size()));
     }
 
 private:
+    /// Cuts the file back to its length before; what to say where that fails.
+    std::string takeBack(off_t length, ssize_t added) const {
+        if (added <= 0 || ftruncate(fd_, length) == 0)
+            return {};
+        return text(",%zd bytes of it could not be taken back", added);
+    }
+
     int fd_;
 };
 
