@@ -10,8 +10,10 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -43,9 +45,10 @@ public:
     Peer(const Peer&) = delete;
     Peer& operator=(const Peer&) = delete;
 
+    void listen() const { ::listen(listener_, 1); }
     /// Waits for the service; false after 20 s.
     bool accept() {
-        listen(listener_, 1);
+        listen();
         pollfd p{listener_, POLLIN, 0};
         const bool waiting = poll(&p, 1, 20000) == 1;
         drop(); // a half-closed connection stands until the next one comes
@@ -99,8 +102,10 @@ private:
 
 struct ServiceOptions {
     std::string example = "canberra";
-    std::vector<std::string> switches;
-    rlim_t largestFile = RLIM_INFINITY; // bytes
+    std::vector<std::string> switches{};
+    rlim_t largestFile = RLIM_INFINITY;     // bytes
+    std::vector<std::string> environment{}; // NAME=value
+    int namespaces = 0;                     // CLONE_NEW...
 };
 
 /// The running program with the worked example's configuration, at another port and clock, and
@@ -115,7 +120,10 @@ public:
         deployment = replaced(deployment, "data/out", out());
         fs::create_directories(out());
         std::ofstream(folder / "vrs.json") << deployment;
-        process_ = fork();
+        process_ =
+            options.namespaces == 0
+                ? fork()
+                : static_cast<pid_t>(syscall(SYS_clone, options.namespaces | SIGCHLD, 0, 0, 0, 0));
         if (process_ == 0)
             run(options);
     }
@@ -126,11 +134,13 @@ public:
         }
         fs::remove_all(folder);
     }
-    /// Waits for the process to end; its exit status.
+    bool started() const { return process_ > 0; }
+    void signal(int number) const { kill(process_, number); }
+    /// Waits for the process to end; its exit status, or minus the signal that ended it.
     int end() {
         int status = 0;
         waitpid(std::exchange(process_, 0), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
     fs::path out() const { return folder / "out"; }
 
@@ -155,6 +165,8 @@ private:
         dup2(log, STDOUT_FILENO);
         const rlimit limit{options.largestFile, options.largestFile};
         setrlimit(RLIMIT_FSIZE, &limit);
+        for (const std::string& variable : options.environment)
+            putenv(const_cast<char*>(variable.c_str()));
         std::vector<std::string> arguments{"-mode", "vrs", folder / "vrs.json"};
         arguments.insert(arguments.end(), options.switches.begin(), options.switches.end());
         if (chdir(KESTRUNE_SOURCE_DIR) != 0)

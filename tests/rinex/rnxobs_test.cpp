@@ -1,7 +1,14 @@
 #include "rinex/Rnxobs.h"
 
+#include "common/Signals.h"
 #include "common/check.h"
 #include "process.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 
 namespace {
 
@@ -45,6 +52,33 @@ struct Station : check::Scratch {
     std::string printed;
 };
 
+/// Writes a record in a process of its own that gets SIGTERM at its n-th stop, before and after
+/// each system call; its wait status. Files of the process end at 300 bytes.
+int writeAndEnd(const Station& s, int stop) {
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+        const rlimit limit{300, 300};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        std::signal(SIGXFSZ, SIG_IGN);
+        endOnSignals();
+        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
+            _exit(77);
+        raise(SIGSTOP);
+        RinexWriter writer{.station = "ABCD", .obs = &s.obs};
+        Rnxobs_v_outFileObs(writer, kDay, 0.0);
+        _exit(0);
+    }
+    int status = 0;
+    for (waitpid(child, &status, 0); WIFSTOPPED(status); waitpid(child, &status, 0)) {
+        if (stop-- == 0)
+            kill(child, SIGTERM);
+        const int got = WSTOPSIG(status);
+        ptrace(PTRACE_SYSCALL, child, nullptr, got == SIGTERM ? got : 0);
+    }
+    return status;
+}
+
 } // namespace
 
 TEST(ObservationFile, HoldsRecordsInTheirColumns) {
@@ -87,4 +121,20 @@ TEST(ObservationFile, IsNotWrittenForOlderVersions) {
     Station s;
     EXPECT_EQ(s.write({.mjd = kDay}, 0.0), -1); // taken for opened, still at version 2.11
     EXPECT_EQ(s.printed, " don't support Rinex v2 !");
+}
+
+TEST(ObservationFile, IsAsItWasWhereverASignalEndsACutRecord) {
+    Station s;
+    std::ofstream(s.path + "abcd0050.24o") << "whole\n";
+    int ended = 0;
+    for (int status = 0, stop = 1;; ++stop) {
+        status = writeAndEnd(s, stop);
+        if (WIFEXITED(status) && WEXITSTATUS(status) == 77)
+            GTEST_SKIP() << "a process cannot be traced here";
+        EXPECT_EQ(s.file("abcd0050.24o"), "whole\n") << "stop " << stop;
+        if (!WIFSIGNALED(status)) // it was through before the stop
+            break;
+        ++ended;
+    }
+    EXPECT_GE(ended, 12); // open, fstat, hold, write, ftruncate, let go
 }
