@@ -46,6 +46,15 @@ public:
     Peer& operator=(const Peer&) = delete;
 
     void listen() const { ::listen(listener_, 1); }
+    /// Answers no further connect until accept: its queue, of one, is taken.
+    void stayBusy() {
+        ::listen(listener_, 0);
+        sockaddr_in a{};
+        socklen_t n = sizeof a;
+        getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &n);
+        connection_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(connect(connection_, reinterpret_cast<sockaddr*>(&a), n), 0);
+    }
     /// Waits for the service; false after 20 s.
     bool accept() {
         listen();
