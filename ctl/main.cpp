@@ -1,3 +1,4 @@
+#include "ctl/Check.h"
 #include "ctl/Dump.h"
 #include "ctl/Simulate.h"
 
@@ -17,6 +18,7 @@ int run(int argc, char** argv) {
     int status = 0;
     addSimulate(app, status);
     addDump(app, status);
+    addCheck(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

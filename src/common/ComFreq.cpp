@@ -112,7 +112,7 @@ double freqbytp(std::size_t satellite, std::string_view slot) {
 bool get_freq(SatelliteRecord& satellite, std::string_view mode, std::span<const std::string> names,
               Findings& findings) {
     const auto refuse = [&](std::string complaint) {
-        findings.fatal(DLY.tables.object, 0, std::move(complaint));
+        findings.fatalKey(DLY.file, "common/freqused", std::move(complaint));
         return false;
     };
     if (names.empty())

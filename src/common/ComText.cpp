@@ -134,6 +134,11 @@ bool TextScanner::atEnd() {
     return !skipSpace();
 }
 
+std::string_view TextScanner::rest() {
+    skipSpace();
+    return text_.substr(at_);
+}
+
 bool TextScanner::word(std::string& out) {
     if (!skipSpace()) {
         failed_ = true;

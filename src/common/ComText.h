@@ -73,6 +73,8 @@ public:
     bool skip(std::size_t n);
     /// Only white space is left.
     bool atEnd();
+    /// What is left, without white space in front.
+    std::string_view rest();
 
 private:
     bool skipSpace();

@@ -127,6 +127,8 @@ struct DeployConfig {
     bool vrsSave = false;
     bool rawSave = false;
 
+    std::string file; // path of the deployment file
+
     // Time window and current epoch; MJD and GPS seconds of day.
     std::int64_t tablesFileTime = 0; // seconds since 1970
     int currentMjd = 0;

@@ -24,7 +24,8 @@ bool LineReader::fill() {
         n = read(fd_, block_.data(), block_.size());
     } while (n < 0 && errno == EINTR);
     at_ = 0;
-    held_ = n > 0 ? static_cast<std::size_t>(n) : 0;
+    held_ = n > 0 && taken_ < kLongestFile ? static_cast<std::size_t>(n) : 0;
+    taken_ += held_;
     return held_ > 0;
 }
 

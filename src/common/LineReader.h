@@ -7,9 +7,11 @@
 
 /// LineReader: the lines of a file, one after another, without heap memory. A line is given
 /// without its end (LF or CR LF) and cut at kLongestLine bytes; what is beyond is passed over.
+/// A file ends at kLongestFile bytes, so that a device in its place has an end.
 class LineReader {
 public:
     static constexpr std::size_t kLongestLine = 1024;
+    static constexpr std::size_t kLongestFile = std::size_t{256} << 20;
 
     explicit LineReader(const std::string& path);
     ~LineReader();
@@ -32,6 +34,7 @@ private:
     bool cut_ = false;
     std::size_t at_ = 0;
     std::size_t held_ = 0;
+    std::size_t taken_ = 0; // of the file
     std::array<char, 4096> block_{};
     std::array<char, kLongestLine + 1> line_{}; // with room for a carriage return
 };

@@ -30,6 +30,23 @@ void readDescriptors(StationRecord& station, std::string_view line) {
         station.antennaWithRadome = std::string(line.substr(0, 16)) + "NONE";
 }
 
+/// Remarks on a station whose coordinates are no place that people reach.
+void remarkOnPlace(const StationRecord& station, int line, Findings& findings) {
+    constexpr double lowestM = -1000.0;
+    constexpr double highestM = 10000.0;
+    const double heightM = xyzblh(station.xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0)[2];
+    if (!(heightM >= lowestM && heightM <= highestM))
+        findings.remark({Severity::warning,
+                         DLY.tables.stacoo,
+                         line,
+                         {},
+                         text("station %s is not near the Earth's surface: %.1f km from its "
+                              "centre",
+                              station.name.c_str(), distance(station.xyz, Vector3{}) / 1000.0),
+                         "X, Y and Z are metres, Earth-centred and Earth-fixed: is one missing, "
+                         "or are they kilometres or degrees?"});
+}
+
 bool malformed(const StationRecord& station, const LineReader& file, Findings& findings) {
     const std::string& path = DLY.tables.stacoo;
     findings.note(
@@ -61,10 +78,12 @@ bool read_siteinfo(StationRecord& station, Findings& findings) {
                            path.c_str()));
         return false;
     }
+    const int posLine = file.lineNumber();
     std::string word;
     TextScanner pos(line);
     if (pos.word(word))
         numbersAfterKey(pos, station.xyz);
+    const std::string rest(pos.rest().substr(0, 40));
 
     if (!file.next(line) || !contains(line, station.name + "_SIG"))
         return malformed(station, file, findings);
@@ -82,9 +101,16 @@ bool read_siteinfo(StationRecord& station, Findings& findings) {
 
     if (std::any_of(station.xyz.begin(), station.xyz.end(),
                     [](double x) { return x == 0.0 || !std::isfinite(x); }))
-        findings.note(path, file.lineNumber(),
-                      text("staname = %s,file = %s,no coordinate information for station in site "
-                           "file",
-                           name, path.c_str()));
+        findings
+            .warning(path, posLine,
+                     text("staname = %s,file = %s,no coordinate information for station in site "
+                          "file",
+                          name, path.c_str()))
+            .advice = text("reads X = %.4f, Y = %.4f, Z = %.4f%s%s: write all three in metres, "
+                           "Earth-centred; without them no epoch is answered",
+                           station.xyz[0], station.xyz[1], station.xyz[2],
+                           rest.empty() ? "" : ", and stops at ", rest.c_str());
+    else
+        remarkOnPlace(station, posLine, findings);
     return true;
 }

@@ -10,34 +10,60 @@
 
 namespace {
 
-struct LeapEntry {
-    int mjd;
-    int taiMinusUtc;
-};
 /// Room for every leap second since 1972 and a good many to come; rows beyond it are not read.
 struct LeapTable {
     std::array<LeapEntry, 128> entries;
     std::size_t count;
+    int passedOver;
+    bool ended;
 };
 LeapTable taiutc;
 
+/// A row that is neither empty nor marked as a comment.
+bool speaks(std::string_view line) {
+    const std::size_t at = line.find_first_not_of(" \t");
+    return at != std::string_view::npos && line[at] != '*' && line[at] != '#';
+}
+
+void readRow(std::string_view line, int number) {
+    LeapEntry entry{};
+    TextScanner scan(line);
+    if (scan.integer(entry.mjd) && scan.integer(entry.taiMinusUtc)) {
+        entry.line = number;
+        taiutc.entries[taiutc.count++] = entry;
+    } else if (taiutc.passedOver == 0 && speaks(line)) {
+        taiutc.passedOver = number;
+    }
+}
+
 } // namespace
 
-void Taiutc_m_rdUtcFile() {
+bool Taiutc_m_load() {
     LineReader file(DLY.tables.leapsc);
     if (!file.isOpen())
-        fatal("***ERROR(readCommFil):file_table not exist leapsc item ");
+        return false;
     taiutc.count = 0;
+    taiutc.passedOver = 0;
+    taiutc.ended = false;
     std::string_view line;
     while (file.next(line) && !contains(line, "+leap sec")) {
     }
-    while (taiutc.count < taiutc.entries.size() && file.next(line) &&
-           !contains(line, "-leap sec")) {
-        LeapEntry entry{};
-        TextScanner scan(line);
-        if (scan.integer(entry.mjd) && scan.integer(entry.taiMinusUtc))
-            taiutc.entries[taiutc.count++] = entry;
+    while (taiutc.count < taiutc.entries.size() && file.next(line)) {
+        taiutc.ended = contains(line, "-leap sec");
+        if (taiutc.ended)
+            break;
+        readRow(line, file.lineNumber());
     }
+    return true;
+}
+
+LeapFile Taiutc_m_file() {
+    return {std::span(taiutc.entries).first(taiutc.count), taiutc.passedOver, taiutc.ended};
+}
+
+void Taiutc_m_rdUtcFile() {
+    if (!Taiutc_m_load())
+        fatal("***ERROR(readCommFil):file_table not exist leapsc item ");
 }
 
 int Taiutc_m_getTaiutc(int mjd) {

@@ -1,6 +1,7 @@
 #include "config/Deploy.h"
 
 #include "config/PostMode.h"
+#include "config/Section.h"
 
 #include "common/Clock.h"
 #include "common/ComText.h"
@@ -12,10 +13,7 @@
 
 #include <array>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
-#include <functional>
-#include <memory>
 #include <sys/stat.h>
 
 namespace {
@@ -29,14 +27,8 @@ struct CommandLine {
 CommandLine parseCommandLine(int argc, const char* const* argv) {
     CommandLine line;
     for (int i = 1; i < argc; ++i) {
-        const std::string_view arg = argv[i];
-        const auto has = [&](std::string_view option) { return contains(arg, option); };
-        DLY.post = DLY.post || has("-post");
-        DLY.pthread = DLY.pthread || has("-pthread");
-        DLY.debug = DLY.debug || has("-debug");
-        DLY.vrsSave = DLY.vrsSave || has("-vrssav");
-        DLY.rawSave = DLY.rawSave || has("-rawsav");
-        if (has("-mode")) {
+        Deploy_m_readSwitch(argv[i]);
+        if (contains(argv[i], "-mode")) {
             if (i + 2 >= argc)
                 usage();
             line.mode = argv[++i];
@@ -45,79 +37,6 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     }
     return line;
 }
-
-/// A value as it stands in its document; empty for none.
-std::string shown(const cJSON* item) {
-    const std::unique_ptr<char, decltype(&cJSON_free)> printed(
-        item ? cJSON_PrintUnformatted(item) : nullptr, cJSON_free);
-    return printed ? printed.get() : "";
-}
-
-/// One section of a document; every value it gives has passed excludeAnnoValue.
-class Section {
-public:
-    Section(const JsonDocument& document, std::string name, Findings& findings)
-        : document_(document), name_(std::move(name)), findings_(findings) {}
-
-    std::string path(const char* key) const { return name_ + "/" + key; }
-
-    /// Reports a value that cannot be used: file, key, value and what is expected instead.
-    void bad(const char* key, const std::string& value, const std::string& expected) const {
-        findings_.fatalKey(document_.file, path(key),
-                           text("file = %s,key = %s,value = %s,%s", document_.file.c_str(),
-                                path(key).c_str(), value.c_str(), expected.c_str()));
-    }
-
-    bool has(const char* key) const {
-        return cJSON_GetChildValue(document_.root, name_.c_str(), key) != nullptr;
-    }
-
-    /// The text of a key into `out`; false with a finding where there is none.
-    bool value(const char* key, std::string& out) const {
-        const cJSON* const item = cJSON_GetChildValue(document_.root, name_.c_str(), key);
-        if (!item) {
-            bad(key, "", "key is missing");
-            return false;
-        }
-        if (!cJSON_IsString(item)) {
-            bad(key, shown(item), "value is not a string");
-            return false;
-        }
-        out = excludeAnnoValue(item->valuestring);
-        return true;
-    }
-
-    /// A value read by `read`; where that fails, a finding that shows the expected format.
-    bool scan(const char* key, const char* format,
-              const std::function<bool(TextScanner&)>& read) const {
-        std::string v;
-        if (!value(key, v))
-            return false;
-        TextScanner scanner(v);
-        const bool good = read(scanner);
-        if (!good)
-            bad(key, v, text("expected \"%s\"", format));
-        return good;
-    }
-
-    void integer(const char* key, int& out) const {
-        scan(key, "%d", [&](TextScanner& s) { return s.integer(out); });
-    }
-    void number(const char* key, double& out) const {
-        scan(key, "%lf", [&](TextScanner& s) { return s.number(out) && std::isfinite(out); });
-    }
-    void connector(const char* key, Connector& out) const {
-        const bool read = scan(
-            key, "%s %d", [&](TextScanner& s) { return s.word(out.host) && s.integer(out.port); });
-        if (read && (out.port < 1 || out.port > 65535))
-            bad(key, out.host + " " + std::to_string(out.port), "port is not in 1..65535");
-    }
-
-private:
-    const JsonDocument& document_;
-    std::string name_;
-    Findings& findings_;
-};
 
 // Seconds that a time window may span or start at; keeps the day arithmetic in range.
 constexpr double kMostSeconds = 1e9;
@@ -183,9 +102,9 @@ void readCommon(const JsonDocument& document, Findings& findings) {
                                date.month, date.day));
     common.number("interval", DLY.intervalS);
     std::string value;
-    if (common.value("freqused", value) &&
-        m_parseFrequency(DLY.stationFrequencies, value, document.file, "common/freqused", findings))
-        DLY.satelliteFrequencies = DLY.stationFrequencies;
+    if (common.value("freqused", value))
+        m_parseFrequency(DLY.stationFrequencies, value, document.file, "common/freqused", findings);
+    DLY.satelliteFrequencies = DLY.stationFrequencies;
     common.integer("threads", DLY.threads);
     common.integer("tracelevel", DLY.traceLevel);
     if (common.has("clock") && common.value("clock", value)) {
@@ -197,7 +116,7 @@ void readCommon(const JsonDocument& document, Findings& findings) {
 
 void readRequests(const JsonDocument& document, Findings& findings) {
     constexpr std::size_t nameLength = 7;
-    const cJSON* const reqs = cJSON_GetObjectItem(document.root, "reqs");
+    const cJSON* const reqs = document.member("reqs");
     const int count = cJSON_IsArray(reqs) ? cJSON_GetArraySize(reqs) : 0;
     const auto bad = [&](const std::string& key, const cJSON* value, const char* why) {
         findings.fatalKey(document.file, key,
@@ -213,7 +132,14 @@ void readRequests(const JsonDocument& document, Findings& findings) {
             continue;
         }
         RequestRecord request;
-        request.name = excludeAnnoValue(item->valuestring).substr(0, nameLength);
+        const std::string key = text("reqs/%d", i);
+        const std::string name = valueOf(*item, document, key, findings);
+        request.name = name.substr(0, nameLength);
+        if (name.size() > nameLength)
+            findings.remark(
+                {Severity::note, document.file, 0, key,
+                 text("reads \"%s\", written %s", request.name.c_str(), shown(item).c_str()),
+                 "a name has at most 7 characters"});
         request.requestWord = ~i % 20000;
         DLY.requests.push_back(request);
     }
@@ -226,38 +152,22 @@ void readConnections(const JsonDocument& document, Findings& findings) {
     vrs.value("input-protocol", DLY.inputProtocol);
 }
 
-using JsonRoot = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
-
-/// Loads and parses a file; null with findings where that fails.
-JsonRoot loadJson(const std::string& path, Findings& findings) {
-    const std::size_t before = findings.list().size();
-    const std::string content = json_loader(path, findings);
-    if (findings.list().size() > before)
-        return {nullptr, cJSON_Delete};
-    JsonRoot root(cJSON_Parse(content.c_str()), cJSON_Delete);
-    if (!root) {
-        const char* const at = cJSON_GetErrorPtr();
-        findings.note(path, 0, text("Error before: [%s]", at ? at : ""));
-        findings.fatal(path, 0,
-                       text("file = %s,key = ,value = ,not a JSON document", path.c_str()));
-    }
-    return root;
-}
+/// Systems as "freqused" names them; the first name of a letter is the usual one.
+struct SystemName {
+    std::string_view part;
+    char letter;
+};
+constexpr std::array<SystemName, 7> kSystemNames{{{"GPS", 'G'},
+                                                  {"GLS", 'R'},
+                                                  {"GAL", 'E'},
+                                                  {"BDS", 'C'},
+                                                  {"CPS", 'C'},
+                                                  {"CMS", 'C'},
+                                                  {"QZS", 'J'}}};
 
 /// A system named in "freqused", by substring.
 char systemLetter(std::string_view name) {
-    struct Name {
-        std::string_view part;
-        char letter;
-    };
-    constexpr std::array<Name, 7> names{{{"GPS", 'G'},
-                                         {"GLS", 'R'},
-                                         {"GAL", 'E'},
-                                         {"BDS", 'C'},
-                                         {"CPS", 'C'},
-                                         {"CMS", 'C'},
-                                         {"QZS", 'J'}}};
-    for (const Name& n : names)
+    for (const SystemName& n : kSystemNames)
         if (contains(name, n.part))
             return n.letter;
     return 0;
@@ -286,13 +196,68 @@ std::string slotName(const std::string& band) {
     return band;
 }
 
+/// One "SYSTEM:NAME_NAME..." into the table; false with a finding where it makes no sense.
+bool parseCarriers(FrequencyTable& table, const std::string& item, const std::string& file,
+                   const std::string& key, Findings& findings) {
+    const std::size_t colon = item.find(':');
+    const char letter = systemLetter(std::string_view(item).substr(0, colon));
+    if (!letter) {
+        findings.fatalKey(file, key, text("freq = %s: unknown GNSS system", item.c_str()));
+        return false;
+    }
+    if (colon == std::string::npos) {
+        findings.fatalKey(file, key,
+                          text("file = %s,key = %s,value = %s,expected SYSTEM:NAME_NAME...",
+                               file.c_str(), key.c_str(), item.c_str()));
+        return false;
+    }
+    auto& names = table[static_cast<std::size_t>(index_string(kSystems, letter))];
+    if (!names.empty())
+        findings.remark({Severity::warning, file, 0, key,
+                         text("%s names a system a second time", item.c_str()),
+                         "the last one counts: put all its carriers together"});
+    names.clear();
+    const std::string_view bands = std::string_view(item).substr(colon + 1);
+    for (const std::string& band : split_string(EmptyFields::drop, bands, ' ', ' ', '_'))
+        if (names.size() < kMaxFrequencies)
+            names.push_back(slotName(band));
+        else
+            findings.remark({Severity::warning, file, 0, key,
+                             text("%s: %s is left out", item.c_str(), band.c_str()),
+                             "a system has at most 4 carriers"});
+    return true;
+}
+
 } // namespace
+
+std::string_view Deploy_m_systemName(char letter) {
+    for (const SystemName& n : kSystemNames)
+        if (n.letter == letter)
+            return n.part;
+    return {};
+}
 
 void usage() {
     print("Welcome to Kestrune!\n"
           "Example: Kestrune -mode vrs vrs.json -rawsav/vrssav(*)\n"
           "Example: where (*) denotes optional parameter.\n");
     std::exit(EXIT_FAILURE);
+}
+
+bool Deploy_m_readSwitch(std::string_view argument) {
+    struct Switch {
+        std::string_view name;
+        bool& flag;
+    };
+    bool any = false;
+    for (const Switch& s :
+         {Switch{"-post", DLY.post}, Switch{"-pthread", DLY.pthread}, Switch{"-debug", DLY.debug},
+          Switch{"-vrssav", DLY.vrsSave}, Switch{"-rawsav", DLY.rawSave}}) {
+        const bool there = contains(argument, s.name);
+        s.flag = s.flag || there;
+        any = any || there;
+    }
+    return any;
 }
 
 void m_readJsonFile(int argc, const char* const* argv) {
@@ -311,10 +276,10 @@ void m_readJsonFile(int argc, const char* const* argv) {
 Findings readDeployment(const std::string& path) {
     Findings findings;
     strinit(DLY.stream);
-    const JsonRoot root = loadJson(path, findings);
-    if (!root)
+    DLY.file = path;
+    const JsonDocument document(path, findings);
+    if (!document.root)
         return findings;
-    const JsonDocument document{root.get(), path};
 
     const Section paths(document, "path", findings);
     paths.value("broad", DLY.broadPath);
@@ -322,9 +287,9 @@ Findings readDeployment(const std::string& path) {
     paths.value("output", DLY.outputPath);
 
     std::string tablesFile;
-    const cJSON* const files = cJSON_GetObjectItem(root.get(), "files");
+    const cJSON* const files = document.member("files");
     if (cJSON_IsString(files)) {
-        tablesFile = excludeAnnoValue(files->valuestring);
+        tablesFile = valueOf(*files, document, "files", findings);
         m_parseTablesConfigures(tablesFile, findings);
     } else {
         findings.fatalKey(path, "files",
@@ -334,6 +299,7 @@ Findings readDeployment(const std::string& path) {
     }
     for (const char* const section : {"common", "reqs", "vrs"})
         m_readJsonItem(document, section, findings);
+    remarkOnKeys(document, findings);
     readObjectFile(findings);
     if (DLY.modeNumber == 2 || DLY.modeNumber == 3 || (DLY.modeNumber == 4 && DLY.post))
         Deploy_m_readBaselines(findings);
@@ -356,10 +322,9 @@ void m_readJsonItem(const JsonDocument& document, std::string_view section, Find
 }
 
 void m_parseTablesConfigures(const std::string& path, Findings& findings) {
-    const JsonRoot root = loadJson(path, findings);
-    if (!root)
+    const JsonDocument document(path, findings);
+    if (!document.root)
         return;
-    const JsonDocument document{root.get(), path};
     const Section files(document, "files", findings);
     TablePaths& t = DLY.tables;
     struct Entry {
@@ -376,49 +341,13 @@ void m_parseTablesConfigures(const std::string& path, Findings& findings) {
              {"subnet", t.subnet},        {"baselines", t.baselines}, {"rtconfigs", t.rtconfigs},
              {"corrStaDCB", t.corrStaDCB}})
         files.value(entry.key, entry.path);
+    remarkOnKeys(document, findings);
 }
 
 bool m_parseFrequency(FrequencyTable& table, std::string_view value, const std::string& file,
                       const std::string& key, Findings& findings) {
-    for (const std::string& item : split_string(EmptyFields::drop, value, ' ', ' ', ' ')) {
-        const std::size_t colon = item.find(':');
-        const char letter = systemLetter(std::string_view(item).substr(0, colon));
-        if (!letter) {
-            findings.fatalKey(file, key, text("freq = %s: unknown GNSS system", item.c_str()));
-            return false;
-        }
-        if (colon == std::string::npos) {
-            findings.fatalKey(file, key,
-                              text("file = %s,key = %s,value = %s,expected SYSTEM:NAME_NAME...",
-                                   file.c_str(), key.c_str(), item.c_str()));
-            return false;
-        }
-        auto& names = table[static_cast<std::size_t>(index_string(kSystems, letter))];
-        names.clear();
-        const std::string_view bands = std::string_view(item).substr(colon + 1);
-        for (const std::string& band : split_string(EmptyFields::drop, bands, ' ', ' ', '_'))
-            if (names.size() < kMaxFrequencies)
-                names.push_back(slotName(band));
-    }
-    return true;
-}
-
-std::string json_loader(const std::string& path, Findings& findings) {
-    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rb"),
-                                                                  std::fclose);
-    std::string content;
-    std::array<char, 4096> block{};
-    while (file)
-        if (const std::size_t n = std::fread(block.data(), 1, block.size(), file.get()))
-            content.append(block.data(), n);
-        else
-            break;
-    if (!file || std::ferror(file.get()))
-        findings.fatal(path, 0,
-                       text("****ERROR(Deploy): file = %s,can't access json file", path.c_str()));
-    return content;
-}
-
-const cJSON* cJSON_GetChildValue(const cJSON* root, const char* section, const char* key) {
-    return cJSON_GetObjectItem(cJSON_GetObjectItem(root, section), key);
+    bool good = true;
+    for (const std::string& item : split_string(EmptyFields::drop, value, ' ', ' ', ' '))
+        good = parseCarriers(table, item, file, key, findings) && good;
+    return good;
 }

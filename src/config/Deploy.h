@@ -2,11 +2,10 @@
 
 #include "common/DeployConfig.h"
 #include "common/Findings.h"
+#include "config/JsonDocument.h"
 
 #include <string>
 #include <string_view>
-
-struct cJSON;
 
 /// Deploy: turns the command line, the deployment file, the tables file and the object file into
 /// `DLY`. Every reader reports what it finds and reads on; m_readJsonFile alone prints, and ends
@@ -20,12 +19,11 @@ void m_readJsonFile(int argc, const char* const* argv);
 
 /// Reads the deployment file and all it names into DLY without printing.
 Findings readDeployment(const std::string& path);
+/// Sets the switches that an argument contains; false where it contains none.
+bool Deploy_m_readSwitch(std::string_view argument);
+/// A system as "freqused" names it; empty where it has no such name.
+std::string_view Deploy_m_systemName(char letter);
 
-/// A JSON document with the file it came from.
-struct JsonDocument {
-    const cJSON* root;
-    std::string file;
-};
 /// Reads the keys of one section ("common", "reqs" or "vrs") into DLY.
 void m_readJsonItem(const JsonDocument& document, std::string_view section, Findings& findings);
 /// Reads the tables file into DLY.tables.
@@ -34,11 +32,6 @@ void m_parseTablesConfigures(const std::string& path, Findings& findings);
 /// the place given where it makes no sense.
 bool m_parseFrequency(FrequencyTable& table, std::string_view value, const std::string& file,
                       const std::string& key, Findings& findings);
-/// A whole file; empty with a fatal finding when it cannot be read.
-std::string json_loader(const std::string& path, Findings& findings);
-/// Member `key` of the object member `section`, or null.
-const cJSON* cJSON_GetChildValue(const cJSON* root, const char* section, const char* key);
-
 /// ObjectFile: satellites and stations from the file at DLY.tables.object into DLY.
 void readObjectFile(Findings& findings);
 void Station_initial(StationRecord& record);

@@ -4,6 +4,7 @@
 #include "common/SiteFile.h"
 #include "config/Deploy.h"
 #include "config/PostMode.h"
+#include "config/RecordRemarks.h"
 
 #include <algorithm>
 #include <cmath>
@@ -21,7 +22,10 @@ struct ObjectReader {
     Findings& findings;
 
     const std::string& path() const { return DLY.tables.object; }
-    void note(const std::string& line) const { findings.note(path(), file.lineNumber(), line); }
+    RecordPlace place() const { return {path(), file.lineNumber()}; }
+    void warning(const std::string& line) const {
+        findings.warning(path(), file.lineNumber(), line);
+    }
     void fatal(const std::string& line) const { findings.fatal(path(), file.lineNumber(), line); }
     /// Reports the value of the line read last.
     void badValue(const std::string& value, const char* why) const {
@@ -32,8 +36,12 @@ struct ObjectReader {
     /// that holds `end` or at the end of the file.
     bool nextRecord(std::string_view end, std::string_view& line) const {
         while (file.next(line) && !contains(line, end)) {
-            if (line.empty() || line.front() != ' ' || TextScanner(line).atEnd())
+            if (TextScanner(line).atEnd())
                 continue;
+            if (line.front() != ' ') {
+                remarkOnComment(line, place(), findings);
+                continue;
+            }
             if (file.cut()) {
                 badValue(std::string(line.substr(0, 16)), "line is longer than 1024 bytes");
                 continue;
@@ -57,7 +65,7 @@ std::size_t readNumbers(TextScanner& scan, std::span<double> numbers) {
     return n;
 }
 
-SatelliteRecord parseSatellite(std::string_view line) {
+SatelliteRecord parseSatellite(const ObjectReader& in, std::string_view line) {
     SatelliteRecord satellite;
     Satellite_initial(satellite);
     TextScanner scan(line);
@@ -72,6 +80,7 @@ SatelliteRecord parseSatellite(std::string_view line) {
     for (std::size_t i = 2; i < 8; ++i)
         satellite.numbers[i] /= 1000.0; // mm to m
     satellite.used = true;
+    remarkOnSatellite(satellite, count, scan.rest(), in.place(), in.findings);
     return satellite;
 }
 
@@ -80,7 +89,7 @@ void acceptSatellite(const ObjectReader& in, SatelliteRecord satellite) {
     if (name.size() > kSatelliteNameLength)
         return in.badValue(name, "satellite name is longer than 3 characters");
     if (pointer_string(DLY.satelliteNames, name) >= 0)
-        return in.note(text("cprn = %s,exist the same satellite", name.c_str()));
+        return in.warning(text("cprn = %s,exist the same satellite", name.c_str()));
     if (!contains(kSystems, name.substr(0, 1)))
         return in.fatal(text("system = %c,do not support system", name.front()));
     const auto glonass = std::count_if(DLY.satelliteNames.begin(), DLY.satelliteNames.end(),
@@ -111,14 +120,24 @@ void orderSystems() {
         DLY.primarySystem = index_string(kSystems, DLY.systems[0]);
 }
 
+/// Carriers of a system that do not exist; true where there are none of these.
+bool allCarriersExist(char letter, Findings& findings) {
+    bool all = true;
+    for (const std::string& name :
+         DLY.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, letter))])
+        if (!carrier(letter, name, 0)) {
+            findings.fatalKey(DLY.file, "common/freqused", carrierComplaint(letter, name));
+            all = false;
+        }
+    return all;
+}
+
 void setFrequencies(Findings& findings) {
-    for (const SatelliteRecord& satellite : DLY.satellites) {
-        const char letter = satellite.cprn[0];
-        const auto system = static_cast<std::size_t>(index_string(kSystems, letter));
-        for (const std::string& name : DLY.satelliteFrequencies[system])
-            if (!carrier(letter, name, 0))
-                return findings.fatal(DLY.tables.object, 0, carrierComplaint(letter, name));
-    }
+    bool good = true;
+    for (const char letter : DLY.systems) // in the order of their first satellites
+        good = allCarriersExist(letter, findings) && good;
+    if (!good)
+        return;
     for (SatelliteRecord& satellite : DLY.satellites)
         updateSatfreq(satellite);
 }
@@ -126,9 +145,9 @@ void setFrequencies(Findings& findings) {
 void readSatellites(const ObjectReader& in) {
     std::string_view line;
     while (in.nextRecord("-Satellite used", line))
-        acceptSatellite(in, parseSatellite(line));
+        acceptSatellite(in, parseSatellite(in, line));
     if (DLY.satellites.empty())
-        in.note(text("nrpn = %d,no selected satellite!", 0));
+        in.warning(text("nrpn = %d,no selected satellite!", 0));
     DLY.indexSatellites();
     setFrequencies(in.findings);
     orderSystems();
@@ -138,7 +157,7 @@ void readSatellites(const ObjectReader& in) {
                                 : 1;
 }
 
-StationRecord parseStation(std::string_view line) {
+StationRecord parseStation(const ObjectReader& in, std::string_view line) {
     StationRecord station;
     Station_initial(station);
     TextScanner scan(line);
@@ -149,6 +168,7 @@ StationRecord parseStation(std::string_view line) {
     station.numbers.back() = station.numbers.back() * kPi / 180.0;
     scan.word(station.text);
     readNumbers(scan, station.moreNumbers);
+    remarkOnStation(station, DLY.stations.empty(), scan.rest(), in.place(), in.findings);
     return station;
 }
 
@@ -171,7 +191,7 @@ void readStations(const ObjectReader& in) {
     if (!found)
         return in.fatal("no records for stations");
     while (in.nextRecord("-Station used", line))
-        acceptStation(in, parseStation(line));
+        acceptStation(in, parseStation(in, line));
     if (DLY.stations.empty() && DLY.modeNumber != 5)
         in.fatal(text("nsit = %d,no stations is selected", 0));
 }

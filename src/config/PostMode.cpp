@@ -54,8 +54,8 @@ bool nameFiles(StationRecord& station, int line, Findings& findings) {
     station.logFile = DLY.logPath + "/" + log;
     std::error_code ignored;
     if (!std::filesystem::exists(station.obsFile, ignored))
-        findings.note(DLY.tables.object, line,
-                      text("file = %s,can't find obs file", station.obsFile.c_str()));
+        findings.warning(DLY.tables.object, line,
+                         text("file = %s,can't find obs file", station.obsFile.c_str()));
     return true;
 }
 
@@ -107,9 +107,9 @@ Resolved resolveStation(StationRecord& station, int line, Findings& findings) {
         station.blh = xyzblh(xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
         station.fromLocal = rot_enu2xyz(station.blh[0], station.blh[1]);
     } else if (station.coordinateMode.starts_with('F')) {
-        findings.note(DLY.tables.object, line,
-                      text("station = %s,fix mode for no coordinate station,will continue",
-                           station.name.c_str()));
+        findings.warning(DLY.tables.object, line,
+                         text("station = %s,fix mode for no coordinate station,will continue",
+                              station.name.c_str()));
         return Resolved::dropped;
     }
     return resolveStationAntenna(station, line, findings) ? Resolved::kept : Resolved::failed;

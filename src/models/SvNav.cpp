@@ -108,10 +108,10 @@ struct SvNavReader {
     }
     void malformed(std::string_view line) const {
         const std::string& path = DLY.tables.satnav;
-        findings.note(path, file.lineNumber(),
-                      text("cprn = %s,file = %s,line = %d,value = %s,malformed line", cprn.c_str(),
-                           path.c_str(), file.lineNumber(),
-                           std::string(line.substr(0, 80)).c_str()));
+        findings.warning(path, file.lineNumber(),
+                         text("cprn = %s,file = %s,line = %d,value = %s,malformed line",
+                              cprn.c_str(), path.c_str(), file.lineNumber(),
+                              std::string(line.substr(0, 80)).c_str()));
     }
     /// Takes the line where it applies; false where it does not.
     bool take(std::string_view line, double mjd, SatelliteInfo& info) const {

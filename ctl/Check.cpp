@@ -1,0 +1,181 @@
+#include "ctl/Check.h"
+
+#include "common/ComText.h"
+#include "config/Deploy.h"
+#include "ctl/Advice.h"
+#include "ctl/Examine.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+namespace {
+
+/// What is said at a place, without the satellite that it is said of.
+std::string gist(const Finding& f) {
+    const std::size_t comma = f.text.find(',');
+    const bool ofSatellite = f.text.starts_with("cprn = ") && comma != std::string::npos;
+    return text("%s:%d:%s:%d:", f.file.c_str(), f.line, f.key.c_str(),
+                static_cast<int>(f.severity)) +
+           (ofSatellite ? f.text.substr(comma) : f.text);
+}
+
+class Collection {
+public:
+    /// What the service says: a note stands in front of the fault that it explains. Left out is
+    /// what only follows from a fault that is reported itself.
+    void take(const std::vector<Finding>& list) {
+        std::vector<Finding> notes;
+        for (const Finding& f : list) {
+            const bool alone = notes.empty();
+            if (f.text.starts_with("Error before: "))
+                continue; // in the advice of the fault behind it
+            if (f.severity == Severity::note) {
+                notes.push_back(f);
+                continue;
+            }
+            const bool pathless = f.file.empty() && !faults_.empty();
+            if (!pathless && !(alone && contains(f.text, "read coordinate error!")))
+                place({f, std::move(notes)});
+            notes.clear();
+        }
+        for (Finding& f : notes)
+            place({std::move(f), {}});
+    }
+    void place(Fault fault) {
+        const std::string words = gist(fault.finding);
+        const auto same = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& other) {
+            return gist(other.finding) == words;
+        });
+        if (same == faults_.end())
+            faults_.push_back(std::move(fault));
+        else
+            ++same->times;
+    }
+    /// Files in the order in which they first appear, places in the order of their lines.
+    std::vector<Fault> sorted(const std::string& first) && {
+        std::vector<std::string> files{first};
+        for (const Fault& f : faults_)
+            if (pointer_string(files, f.finding.file) < 0)
+                files.push_back(f.finding.file);
+        const auto rank = [&](const Fault& f) {
+            return std::pair(pointer_string(files, f.finding.file), f.finding.line);
+        };
+        std::stable_sort(faults_.begin(), faults_.end(),
+                         [&](const Fault& a, const Fault& b) { return rank(a) < rank(b); });
+        return std::move(faults_);
+    }
+
+private:
+    std::vector<Fault> faults_;
+};
+
+/// Text without control characters, which a file may hold and a terminal would obey.
+std::string printable(const std::string& line) {
+    std::string out;
+    for (const char c : line)
+        if (const auto byte = static_cast<unsigned char>(c); byte < 0x20 || byte == 0x7F)
+            out += text("\\x%02X", static_cast<unsigned>(byte));
+        else
+            out += c;
+    return out;
+}
+
+const char* nameOf(Severity severity) {
+    switch (severity) {
+    case Severity::fatal:
+        return "error";
+    case Severity::warning:
+        return "warning";
+    default:
+        return "note";
+    }
+}
+
+void printFinding(const Finding& f, int times, std::ostream& out) {
+    std::string line = f.file.empty() ? "\"\"" : f.file;
+    if (f.line > 0)
+        line += ":" + std::to_string(f.line);
+    if (!f.key.empty())
+        line += ": " + f.key;
+    line += text(": %s: ", nameOf(f.severity)) + messageOf(f);
+    if (times > 1)
+        line += text(" (and %d more like it)", times - 1);
+    out << printable(line) << '\n';
+    if (const std::string advice = adviceOn(f); !advice.empty())
+        out << "    " << printable(advice) << '\n';
+}
+
+std::string counted(int n, const char* what) {
+    return text("%d %s%s", n, what, n == 1 ? "" : "s");
+}
+
+std::string verdict(const CheckResult& result) {
+    std::string line;
+    for (const Severity s : {Severity::fatal, Severity::warning, Severity::note})
+        if (const int n = result.count(s); n > 0)
+            line += (line.empty() ? "" : ", ") + counted(n, nameOf(s));
+    if (line.empty())
+        return "no findings";
+    return line + (result.count(Severity::fatal) > 0 ? ": the service would stop" : "");
+}
+
+int runCheck(const std::string& file, const std::vector<std::string>& switches) {
+    for (const std::string& argument : switches)
+        if (!Deploy_m_readSwitch(argument)) {
+            std::cerr << "kestrunectl check: " << argument
+                      << " is no switch of the service (-post -rawsav -vrssav -pthread -debug)\n";
+            return 2;
+        }
+    const CheckResult result = checkDeployment(file, switches);
+    printCheck(result, std::cout);
+    return result.count(Severity::fatal) > 0 ? 1 : 0;
+}
+
+} // namespace
+
+int CheckResult::count(Severity severity) const {
+    return static_cast<int>(std::count_if(faults.begin(), faults.end(), [&](const Fault& f) {
+        return f.finding.severity == severity;
+    }));
+}
+
+CheckResult checkDeployment(const std::string& file, std::span<const std::string> switches) {
+    DLY = {};
+    for (const std::string& argument : switches)
+        Deploy_m_readSwitch(argument);
+    Findings findings = readDeployment(file);
+    examineSession(findings);
+    Collection collection;
+    for (const Finding& f : findings.remarks())
+        collection.place({f, {}});
+    collection.take(findings.list());
+    CheckResult result{file, std::move(collection).sorted(file), {}};
+    if (result.count(Severity::fatal) == 0)
+        result.outline = outlineOfSession();
+    return result;
+}
+
+void printCheck(const CheckResult& result, std::ostream& out) {
+    for (const Fault& fault : result.faults) {
+        printFinding(fault.finding, fault.times, out);
+        for (const Finding& note : fault.notes)
+            printFinding(note, 1, out);
+    }
+    for (const std::string& line : result.outline)
+        out << "    " << printable(line) << '\n';
+    out << printable(result.file) << ": " << verdict(result) << '\n';
+}
+
+void addCheck(CLI::App& app, int& status) {
+    const auto file = std::make_shared<std::string>();
+    CLI::App* const check =
+        app.add_subcommand("check", "Find everything that is wrong with a configuration.");
+    check->add_option("file", *file, "the deployment file")->required();
+    check->allow_extras();
+    check->footer("Behind the file stand switches of the service: -post -rawsav -vrssav -pthread\n"
+                  "-debug. Ends with 0; 1 where the service would stop; 2 for wrong arguments.");
+    check->callback([file, check, &status] { status = runCheck(*file, check->remaining()); });
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "common/Findings.h"
+
+#include <iosfwd>
+#include <span>
+#include <string>
+#include <vector>
+
+/// Check: `kestrunectl check`, everything that is wrong with a configuration, without starting the
+/// service. The service's own readers read it; what they see is examined further.
+
+namespace CLI {
+class App;
+}
+
+/// A fault, and the notes that explain it.
+struct Fault {
+    Finding finding;
+    std::vector<Finding> notes;
+    int times = 1; // with the same words at the same place
+};
+
+struct CheckResult {
+    std::string file;
+    std::vector<Fault> faults;        // by file and line
+    std::vector<std::string> outline; // what the service would do; empty where it would stop
+    int count(Severity severity) const;
+};
+
+/// Reads and examines a deployment with these switches of the service.
+CheckResult checkDeployment(const std::string& file, std::span<const std::string> switches);
+void printCheck(const CheckResult& result, std::ostream& out);
+
+/// Adds the subcommand; running it writes the exit status: 0, 1 where the service would stop.
+void addCheck(CLI::App& app, int& status);

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "common/Findings.h"
+
+#include <string>
+#include <vector>
+
+/// Examine: what the readers of a configuration take as it stands and the service cannot use as it
+/// is likely meant. Looks at the record that they filled.
+
+/// Adds remarks on all of it.
+void examineSession(Findings& findings);
+/// Adds remarks on the leap-second file, where GLONASS needs it.
+void examineLeapSeconds(Findings& findings);
+/// What the service would do with it, a few lines.
+std::vector<std::string> outlineOfSession();
+
+/// The day on which the service would start: UTC, modified Julian day.
+int dayOfStart();
+/// "2030-01-01"
+std::string dateText(int mjd);
+/// TAI - UTC of the leap-second file and how long it holds; empty where it is not needed.
+std::string outlineOfLeapSeconds();

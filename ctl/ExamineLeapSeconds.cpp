@@ -1,0 +1,144 @@
+#include "ctl/Examine.h"
+
+#include "common/Clock.h"
+#include "common/ComText.h"
+#include "common/ComTime.h"
+#include "common/DeployConfig.h"
+#include "common/Taiutc.h"
+
+#include <cstdlib>
+
+namespace {
+
+constexpr int kSoonDays = 60;
+// The last leap second so far (IERS Bulletin C 52): TAI - UTC is 37 s from 2017-01-01 on.
+constexpr int kLastKnownMjd = 57754;
+constexpr int kLastKnownS = 37;
+constexpr int kMostPlausibleS = kLastKnownS + 5;
+
+struct Examination {
+    LeapFile file;
+    Findings& findings;
+
+    void tell(Severity severity, int line, std::string what, std::string advice) const {
+        findings.remark(
+            {severity, DLY.tables.leapsc, line, {}, std::move(what), std::move(advice)});
+    }
+    void rows() const;
+    void steps() const;
+    void validity(int day) const;
+    void value(int day) const;
+};
+
+/// The row that holds on a day, or null.
+const LeapEntry* inForce(const LeapFile& file, int day) {
+    const LeapEntry* found = nullptr;
+    for (const LeapEntry& entry : file.entries)
+        if (entry.mjd < day)
+            found = &entry;
+    return found;
+}
+
+/// What was read and what was not.
+void Examination::rows() const {
+    if (file.passedOver > 0)
+        tell(Severity::warning, file.passedOver, "is no row of the table and passed over",
+             "write the MJD and TAI - UTC in seconds, such as 57754 37");
+    if (file.entries.empty())
+        tell(Severity::warning, 0, "no leap seconds: TAI - UTC is taken for 0",
+             "write rows of an MJD and TAI - UTC in seconds between +leap sec and -leap sec");
+    else if (!file.ended)
+        tell(Severity::warning, 0,
+             text("no -leap sec behind the %zu rows that are read", file.entries.size()),
+             "are rows missing at the end? At most 128 are read");
+}
+
+void Examination::steps() const {
+    for (std::size_t i = 1; i < file.entries.size(); ++i) {
+        const LeapEntry& before = file.entries[i - 1];
+        const LeapEntry& entry = file.entries[i];
+        if (entry.mjd <= before.mjd)
+            tell(Severity::warning, entry.line,
+                 text("MJD %d does not follow %d", entry.mjd, before.mjd),
+                 "rows stand in the order of their days");
+        // The last row only ends the validity.
+        else if (i + 1 < file.entries.size() &&
+                 std::abs(entry.taiMinusUtc - before.taiMinusUtc) != 1)
+            tell(Severity::warning, entry.line,
+                 text("TAI - UTC goes from %d s to %d s", before.taiMinusUtc, entry.taiMinusUtc),
+                 "a leap second changes it by 1 s: is a row missing?");
+    }
+}
+
+void Examination::validity(int day) const {
+    const LeapEntry& first = file.entries.front();
+    const LeapEntry& last = file.entries.back();
+    constexpr const char* fate = "the service ends at the first GLONASS ephemeris: ";
+    if (day <= first.mjd)
+        tell(Severity::fatal, first.line,
+             text("the table begins on %s, and the clock stands at %s", dateText(first.mjd).c_str(),
+                  dateText(day).c_str()),
+             std::string(fate) + "add the rows before, or correct the clock");
+    else if (day >= last.mjd)
+        tell(Severity::fatal, last.line,
+             text("the table has ended on %s, and the clock stands at %s",
+                  dateText(last.mjd).c_str(), dateText(day).c_str()),
+             std::string(fate) + "put an MJD of the future into the last row");
+    else if (last.mjd - day <= kSoonDays)
+        tell(Severity::warning, last.line,
+             text("the table ends on %s, in %d days", dateText(last.mjd).c_str(), last.mjd - day),
+             "then the service ends: put a later MJD into the last row");
+}
+
+void Examination::value(int day) const {
+    const LeapEntry* const now = inForce(file, day);
+    if (!now || day <= kLastKnownMjd)
+        return;
+    const bool lastKnown = now->mjd <= kLastKnownMjd;
+    if (lastKnown ? now->taiMinusUtc != kLastKnownS
+                  : now->taiMinusUtc < kLastKnownS - 1 || now->taiMinusUtc > kMostPlausibleS)
+        tell(Severity::warning, now->line,
+             text("TAI - UTC is %d s on %s", now->taiMinusUtc, dateText(day).c_str()),
+             "it is 37 s since 2017-01-01: add the row 57754 37");
+}
+
+bool needed() {
+    return contains(DLY.systems, "R") && Taiutc_m_load();
+}
+
+} // namespace
+
+void examineLeapSeconds(Findings& findings) {
+    if (!needed())
+        return;
+    const Examination examination{Taiutc_m_file(), findings};
+    examination.rows();
+    if (examination.file.entries.empty())
+        return;
+    examination.steps();
+    examination.validity(dayOfStart());
+    examination.value(dayOfStart());
+}
+
+std::string outlineOfLeapSeconds() {
+    if (!needed())
+        return {};
+    const LeapFile file = Taiutc_m_file();
+    const LeapEntry* const now = inForce(file, dayOfStart());
+    return now ? text("TAI - UTC is %d s; the leap-second file ends on %s", now->taiMinusUtc,
+                      dateText(file.entries.back().mjd).c_str())
+               : "";
+}
+
+int dayOfStart() {
+    return time2mjd((DLY.clock ? *DLY.clock : utcNow()).time).mjd;
+}
+
+std::string dateText(int mjd) {
+    // Rows of a file may hold any number.
+    constexpr int last = 2973483; // 9999-12-31
+    if (mjd < 0 || mjd > last)
+        return text("MJD %d", mjd);
+    const DateTime t = mjd2date(mjd, 0.0);
+    return text("%04d-%02d-%02d", t.year, t.month, t.day);
+}

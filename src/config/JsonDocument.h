@@ -1,0 +1,43 @@
+#pragma once
+
+#include "common/Findings.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+struct cJSON;
+
+/// JsonDocument: the deployment file or the tables file. It keeps account of the keys that its
+/// readers ask for; what is left over is a key that nobody knows.
+
+/// A whole file of at most kLargestJson bytes; empty with a fatal finding when it cannot be read.
+std::string json_loader(const std::string& path, Findings& findings);
+inline constexpr std::size_t kLargestJson = std::size_t{4} << 20;
+
+/// Member `key` of the object member `section`, or null.
+const cJSON* cJSON_GetChildValue(const cJSON* root, const char* section, const char* key);
+
+/// A value as it stands in its document; empty for none.
+std::string shown(const cJSON* item);
+
+struct JsonDocument {
+    /// Loads and parses the file; `root` is null, with findings, where that fails.
+    JsonDocument(std::string path, Findings& findings);
+
+    /// A member of the root, or of its object member `section`; null where there is none.
+    const cJSON* member(const std::string& key) const;
+    const cJSON* member(const std::string& section, const std::string& key) const;
+
+    std::string file;
+    std::unique_ptr<cJSON, void (*)(cJSON*)> root;
+    mutable std::vector<std::string> asked; // paths of the keys that readers asked for
+};
+
+/// The text of a string item, as every value is read (excludeAnnoValue); remarks on what that
+/// changes beyond taking a comment off.
+std::string valueOf(const cJSON& item, const JsonDocument& document, const std::string& key,
+                    Findings& findings);
+/// Remarks on the members that no reader asked for, with the key that is likely meant, and on
+/// those that stand twice. Names are compared as the library does it, whatever their case.
+void remarkOnKeys(const JsonDocument& document, Findings& findings);

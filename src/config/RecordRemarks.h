@@ -1,0 +1,24 @@
+#pragma once
+
+#include "common/DeployConfig.h"
+#include "common/Findings.h"
+
+#include <string>
+#include <string_view>
+
+/// RecordRemarks: lines of the object file that are likely not read as they are meant. The service
+/// takes them as they stand.
+
+struct RecordPlace {
+    std::string file;
+    int line; // 1-based
+};
+
+/// A line that is passed over because it does not begin with a blank, but looks like a record.
+void remarkOnComment(std::string_view line, const RecordPlace& place, Findings& findings);
+/// A satellite with `numbers` of its numbers read, in front of `rest`.
+void remarkOnSatellite(const SatelliteRecord& satellite, std::size_t numbers, std::string_view rest,
+                       const RecordPlace& place, Findings& findings);
+/// A station in front of `rest`; the first one is served.
+void remarkOnStation(const StationRecord& station, bool first, std::string_view rest,
+                     const RecordPlace& place, Findings& findings);
