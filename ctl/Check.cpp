@@ -37,7 +37,9 @@ public:
                 continue;
             }
             const bool pathless = f.file.empty() && !faults_.empty();
-            if (!pathless && !(alone && contains(f.text, "read coordinate error!")))
+            const bool told = alone && contains(f.text, "read coordinate error!");
+            const bool noStationLeft = f.text.starts_with("nsit = 0") && stationRefused();
+            if (!pathless && !told && !noStationLeft)
                 place({f, std::move(notes)});
             notes.clear();
         }
@@ -69,6 +71,14 @@ public:
     }
 
 private:
+    bool stationRefused() const {
+        return std::any_of(faults_.begin(), faults_.end(), [](const Fault& f) {
+            const std::string& line = f.finding.text;
+            return f.finding.severity == Severity::fatal &&
+                   (contains(line, "station") || contains(line, "site file"));
+        });
+    }
+
     std::vector<Fault> faults_;
 };
 

@@ -32,6 +32,12 @@ bool refused(const Findings& findings, std::string_view key) {
     });
 }
 
+bool fatalIn(const Findings& findings, std::string_view file) {
+    return std::any_of(findings.list().begin(), findings.list().end(), [&](const Finding& f) {
+        return f.severity == Severity::fatal && f.file == file;
+    });
+}
+
 /// The address as the socket layer reads the text; empty where it is none.
 std::string addressOf(const std::string& host) {
     in_addr address{};
@@ -98,6 +104,7 @@ void examineCarriers(std::size_t system, Findings& findings) {
 void examineFrequencies(Findings& findings) {
     if (refused(findings, kFreqUsed))
         return;
+    const bool allAccepted = !fatalIn(findings, DLY.tables.object);
     for (std::size_t system = 0; system < kSystemCount; ++system) {
         const char letter = kSystems[system];
         const bool carriers = !DLY.satelliteFrequencies[system].empty();
@@ -106,7 +113,7 @@ void examineFrequencies(Findings& findings) {
             tell(findings, Severity::warning, kFreqUsed,
                  text("satellites of %c are configured, and no carrier of theirs", letter),
                  "nothing of them is answered: give them carriers, or remove the satellites");
-        if (carriers && !hasSatellites(letter) && !DLY.satellites.empty())
+        if (carriers && !hasSatellites(letter) && !DLY.satellites.empty() && allAccepted)
             tell(findings, Severity::note, kFreqUsed,
                  text("carriers of %s are configured, and no satellite of it",
                       std::string(Deploy_m_systemName(letter)).c_str()),

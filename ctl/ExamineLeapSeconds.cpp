@@ -86,7 +86,8 @@ void Examination::validity(int day) const {
              std::string(fate) + "put an MJD of the future into the last row");
     else if (last.mjd - day <= kSoonDays)
         tell(Severity::warning, last.line,
-             text("the table ends on %s, in %d days", dateText(last.mjd).c_str(), last.mjd - day),
+             text("the table ends on %s, in %d day%s", dateText(last.mjd).c_str(), last.mjd - day,
+                  last.mjd - day == 1 ? "" : "s"),
              "then the service ends: put a later MJD into the last row");
 }
 

@@ -63,6 +63,16 @@ bool readTimeWindow(TextScanner& s, MonthDay& date, int& year) {
     return true;
 }
 
+/// Every month takes up to 31 days; month 0 stands for a day of year.
+void remarkOnDate(const JsonDocument& document, MonthDay date, int year, Findings& findings) {
+    const DateTime t = mjd2date(DLY.startMjd, 0.0);
+    if (date.month != 0 && DLY.startMjd != 0 && (t.month != date.month || t.day != date.day))
+        findings.remark({Severity::warning, document.file, 0, "common/time",
+                         text("%d-%02d-%02d is read as %d-%02d-%02d", year, date.month, date.day,
+                              t.year, t.month, t.day),
+                         "write a date of the calendar"});
+}
+
 /// "YYYY-MM-DD hh:mm:ss", UTC.
 std::optional<GTime> parseClock(const std::string& value) {
     constexpr std::string_view form = "dddd-dd-dd dd:dd:dd";
@@ -100,6 +110,8 @@ void readCommon(const JsonDocument& document, Findings& findings) {
         findings.fatalKey(document.file, "common/time",
                           text("iyear = %d,imonth = %d,iday = %d,incorrect argument", year,
                                date.month, date.day));
+    else
+        remarkOnDate(document, date, year, findings);
     common.number("interval", DLY.intervalS);
     std::string value;
     if (common.value("freqused", value))

@@ -73,7 +73,8 @@ void remarkOnComment(std::string_view line, const RecordPlace& place, Findings& 
 void remarkOnSatellite(const SatelliteRecord& satellite, std::size_t numbers, std::string_view rest,
                        const RecordPlace& place, Findings& findings) {
     const std::string& name = satellite.cprn;
-    if (!isSatellite(name))
+    const bool refused = name.size() > 3 || !contains(kSystems, name.substr(0, 1));
+    if (!refused && !isSatellite(name))
         warn(place, text("%s is no satellite that a stream can carry", name.c_str()),
              "a name is the letter of the system (G R E C J) and two digits, such as G05",
              findings);

@@ -1,0 +1,254 @@
+#include "common/check.h"
+#include "ctl/Check.h"
+#include "process.h"
+
+#include <algorithm>
+#include <csignal>
+#include <random>
+#include <set>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kBroken = fs::path(KESTRUNE_SOURCE_DIR) / "tests/data/broken";
+
+std::string quoted(const char* program) {
+    return std::string("'") + program + "' ";
+}
+
+struct Told {
+    std::string place, text, advice; // place and severity: "vrs.json: files: error"
+};
+
+/// A line "PLACE: SEVERITY: TEXT"; false for any other.
+bool parseFinding(const std::string& line, Told& told) {
+    for (const std::string severity : {": error: ", ": warning: ", ": note: "})
+        if (const std::size_t at = line.find(severity); at != std::string::npos) {
+            const std::size_t end = at + severity.size();
+            told = {line.substr(0, end - 2), line.substr(end), {}};
+            return true;
+        }
+    return false;
+}
+
+std::vector<std::string> linesOf(const std::string& content) {
+    std::vector<std::string> lines;
+    std::istringstream in(content);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+/// The findings of an output or of an expectation; the line below one is its advice.
+std::vector<Told> findingsOf(const std::vector<std::string>& lines) {
+    std::vector<Told> out;
+    bool below = false;
+    for (const std::string& line : lines) {
+        Told told;
+        if (below && line.starts_with("    "))
+            out.back().advice = line.substr(4);
+        below = !line.starts_with("    ") && parseFinding(line, told);
+        if (below)
+            out.push_back(told);
+    }
+    return out;
+}
+
+/// What must come of a configuration: the file `expected` of its folder. "status CHECK SERVICE",
+/// where a service that starts has 0; "switches ..."; "service LINE" for every line that it prints;
+/// the rest are findings, with a part of their text and of their advice.
+struct Expected {
+    int check = -1, service = -1;
+    std::string switches, printed = "Kestrune v2.5\n";
+    std::vector<Told> findings;
+};
+
+Expected readExpected(const fs::path& file) {
+    Expected e;
+    std::vector<std::string> rest;
+    for (const std::string& line : linesOf(readFile(file)))
+        if (line.starts_with("status "))
+            std::istringstream(line.substr(7)) >> e.check >> e.service;
+        else if (line.starts_with("switches "))
+            e.switches = line.substr(9);
+        else if (line.starts_with("service "))
+            e.printed += line.substr(8) + "\n";
+        else
+            rest.push_back(line);
+    e.findings = findingsOf(rest);
+    EXPECT_FALSE(e.check == -1 || e.service == -1) << file;
+    EXPECT_EQ(e.check, std::any_of(e.findings.begin(), e.findings.end(),
+                                   [](const Told& t) { return t.place.ends_with(": error"); })
+                           ? 1
+                           : 0)
+        << file;
+    return e;
+}
+
+/// The good configuration with the files of a case over it.
+void lay(const fs::path& folder, const std::string& name) {
+    const fs::path post = fs::path(KESTRUNE_SOURCE_DIR) / "examples/post";
+    for (const char* file : {"antennas.atx", "antennas.nam", "names.tab", "satellites.nav", "obs"})
+        fs::copy(post / file, folder / file, fs::copy_options::recursive);
+    for (const fs::path& source : {kBroken / "good", kBroken / name})
+        fs::copy(source, folder,
+                 fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+}
+
+struct Ended {
+    int status;
+    std::string output;
+};
+
+/// Runs the service until it has ended, or has tried to connect: then the status is 0.
+Ended runService(const fs::path& folder, const std::string& switches) {
+    const std::string command = "cd '" + folder.string() + "'; echo $$; exec " +
+                                quoted(KESTRUNE_PROGRAM) + "-mode vrs vrs.json " + switches;
+    FILE* const pipe = popen(command.c_str(), "r");
+    std::string output, line;
+    pid_t process = 0;
+    bool tried = false;
+    for (int c = 0; !tried && (c = fgetc(pipe)) != EOF;) {
+        line += static_cast<char>(c);
+        if (c != '\n')
+            continue;
+        if (process == 0)
+            process = std::stoi(line);
+        else if (tried = line.starts_with("ppppp:"); !tried)
+            output += line;
+        line.clear();
+    }
+    if (tried)
+        kill(process, SIGKILL);
+    const int status = pclose(pipe);
+    return {tried ? 0 : WEXITSTATUS(status), output + line};
+}
+
+Ended runCheck(const fs::path& folder, const std::string& switches) {
+    const std::string command = "cd '" + folder.string() + "'; " + quoted(KESTRUNECTL_PROGRAM) +
+                                "check vrs.json " + switches + " 2>&1";
+    FILE* const pipe = popen(command.c_str(), "r");
+    std::string output;
+    for (int c = 0; (c = fgetc(pipe)) != EOF;)
+        output += static_cast<char>(c);
+    return {WEXITSTATUS(pclose(pipe)), output};
+}
+
+/// Every finding that is expected is there, once, and no other.
+void compare(const std::vector<Told>& expected, std::vector<Told> found,
+             const std::string& output) {
+    for (const Told& e : expected) {
+        const auto it = std::find_if(found.begin(), found.end(), [&](const Told& f) {
+            return f.place == e.place && f.text.find(e.text) != std::string::npos &&
+                   f.advice.find(e.advice) != std::string::npos;
+        });
+        EXPECT_TRUE(it != found.end())
+            << "lacks " << e.place << ": " << e.text << "\n    " << e.advice << "\n"
+            << output;
+        if (it != found.end())
+            found.erase(it);
+    }
+    for (const Told& f : found)
+        ADD_FAILURE() << "not expected: " << f.place << ": " << f.text;
+}
+
+TEST(BrokenConfigurations, HaveTheirFindingsAndTheirLinesOfTheService) {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(kBroken))
+        names.insert(entry.path().filename());
+    EXPECT_GE(names.size(), 35U);
+    for (const std::string& name : names) {
+        SCOPED_TRACE(name);
+        const check::Scratch scratch;
+        lay(scratch.path, name);
+        const Expected expected = readExpected(kBroken / name / "expected");
+        const Ended checked = runCheck(scratch.path, expected.switches);
+        EXPECT_EQ(checked.status, expected.check) << checked.output;
+        compare(expected.findings, findingsOf(linesOf(checked.output)), checked.output);
+        const Ended served = runService(scratch.path, expected.switches);
+        EXPECT_EQ(served.status, expected.service);
+        EXPECT_EQ(served.output, expected.printed);
+    }
+}
+
+TEST(Check, SaysWhatTheServiceWouldDoWhereNothingIsWrong) {
+    const check::Scratch scratch;
+    lay(scratch.path, "good");
+    const Ended checked = runCheck(scratch.path, "-rawsav");
+    EXPECT_EQ(checked.output, "    connects to 127.0.0.1:1\n"
+                              "    station STR2 at 35.31617 S, 149.01015 E, height 802.6 m\n"
+                              "    6 satellites: G2 R1 E1 C1 J1\n"
+                              "    TAI - UTC is 37 s; the leap-second file ends on 2030-01-01\n"
+                              "    saves epochs in .\n"
+                              "    its clock starts on 2018-07-12, for a recording of that day\n"
+                              "vrs.json: no findings\n");
+}
+
+TEST(Check, TellsWrongArgumentsByItsStatus) {
+    const check::Scratch scratch;
+    const struct {
+        std::string arguments;
+        int status;
+    } cases[] = {{"check", 2}, {"check vrs.json -quick", 2}, {"check vrs.json", 1}};
+    for (const auto& c : cases) {
+        const std::string command = "cd '" + scratch.path + "'; " + quoted(KESTRUNECTL_PROGRAM) +
+                                    c.arguments + " >/dev/null 2>&1";
+        EXPECT_EQ(WEXITSTATUS(system(command.c_str())), c.status) << c.arguments;
+    }
+}
+
+/// Bytes changed, taken out or doubled, in a file of the good configuration.
+std::string spoiled(std::string content, std::mt19937& random) {
+    const auto below = [&](std::size_t n) { return random() % std::max<std::size_t>(n, 1); };
+    constexpr std::string_view often = "\"#!:, \n\t-9\0{}[]\\\x1b\xff";
+    for (std::size_t i = 1 + below(8); i > 0 && !content.empty(); --i) {
+        const std::size_t at = below(content.size());
+        switch (below(4)) {
+        case 0:
+            content[at] = static_cast<char>(below(256));
+            break;
+        case 1:
+            content[at] = often[below(often.size())];
+            break;
+        case 2:
+            content.erase(at, below(40));
+            break;
+        default:
+            content.insert(at, content.substr(below(content.size()), below(60)));
+        }
+    }
+    return content;
+}
+
+TEST(CheckOfSpoiledFiles, EndsAndStaysPrintable) {
+    const check::Scratch scratch;
+    lay(scratch.path, "good");
+    const fs::path before = fs::current_path();
+    fs::current_path(scratch.path);
+    std::mt19937 random(5);
+    const char* const files[] = {"vrs.json",    "tables.json",  "session.obj",    "site.crd",
+                                 "leapsec.tab", "antennas.nam", "satellites.nav", "names.tab"};
+    int refused = 0;
+    for (int i = 0; i < 600; ++i) {
+        const std::string file = files[static_cast<std::size_t>(i) % std::size(files)];
+        const std::string good = readFile(file);
+        scratch.write(file, spoiled(good, random));
+        const std::vector<std::string> switches{i % 3 ? "-post" : "-rawsav"};
+        const CheckResult result = checkDeployment("vrs.json", switches);
+        std::ostringstream out;
+        printCheck(result, out);
+        const std::string printed = out.str();
+        EXPECT_TRUE(std::none_of(printed.begin(), printed.end(), [](char c) {
+            return (static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7f;
+        })) << printed;
+        refused += result.count(Severity::fatal) > 0 ? 1 : 0;
+        scratch.write(file, good);
+    }
+    fs::current_path(before);
+    EXPECT_TRUE(refused > 100 && refused < 600) << refused;
+}
+
+} // namespace
