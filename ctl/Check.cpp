@@ -8,10 +8,14 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <array>
 #include <iostream>
+#include <map>
 #include <memory>
 
 namespace {
+
+constexpr std::size_t kMostShown = 100; // findings
 
 /// What is said at a place, without the satellite that it is said of.
 std::string gist(const Finding& f) {
@@ -47,21 +51,22 @@ public:
             place({std::move(f), {}});
     }
     void place(Fault fault) {
-        const std::string words = gist(fault.finding);
-        const auto same = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& other) {
-            return gist(other.finding) == words;
-        });
-        if (same == faults_.end())
+        const auto [at, added] = byGist_.try_emplace(gist(fault.finding), faults_.size());
+        if (added)
             faults_.push_back(std::move(fault));
         else
-            ++same->times;
+            ++faults_[at->second].times;
     }
-    /// Files in the order in which they first appear, places in the order of their lines.
+    /// Files in the order in which they are read, places in the order of their lines.
     std::vector<Fault> sorted(const std::string& first) && {
+        const TablePaths& t = DLY.tables;
+        const std::array named{t.object, t.satnav, t.antpcv, t.vrnfln,
+                               t.stacoo, t.antnam, t.leapsc};
         std::vector<std::string> files{first};
-        for (const Fault& f : faults_)
-            if (pointer_string(files, f.finding.file) < 0)
+        for (const Fault& f : faults_) // the tables file comes second
+            if (pointer_string(named, f.finding.file) < 0)
                 files.push_back(f.finding.file);
+        files.insert(files.end(), named.begin(), named.end());
         const auto rank = [&](const Fault& f) {
             return std::pair(pointer_string(files, f.finding.file), f.finding.line);
         };
@@ -80,6 +85,7 @@ private:
     }
 
     std::vector<Fault> faults_;
+    std::map<std::string, std::size_t> byGist_; // into faults_
 };
 
 /// Text without control characters, which a file may hold and a terminal would obey.
@@ -169,11 +175,15 @@ CheckResult checkDeployment(const std::string& file, std::span<const std::string
 }
 
 void printCheck(const CheckResult& result, std::ostream& out) {
-    for (const Fault& fault : result.faults) {
+    const std::size_t shown = std::min(result.faults.size(), kMostShown);
+    for (const Fault& fault : std::span(result.faults).first(shown)) {
         printFinding(fault.finding, fault.times, out);
         for (const Finding& note : fault.notes)
             printFinding(note, 1, out);
     }
+    if (shown < result.faults.size())
+        out << printable(result.file) << ": note: " << result.faults.size() - shown
+            << " further findings are not shown\n";
     for (const std::string& line : result.outline)
         out << "    " << printable(line) << '\n';
     out << printable(result.file) << ": " << verdict(result) << '\n';

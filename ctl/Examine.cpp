@@ -167,6 +167,10 @@ void examineSaving(Findings& findings) {
 }
 
 std::string placeOf(const StationRecord& station) {
+    const bool usable = std::all_of(station.xyz.begin(), station.xyz.end(),
+                                    [](double x) { return std::isfinite(x) && x != 0.0; });
+    if (!usable)
+        return "no usable coordinates: no epoch is answered";
     const Vector3 blh = xyzblh(station.xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
     const double lat = blh[0] * 180.0 / kPi;
     const double lon = blh[1] * 180.0 / kPi;

@@ -28,7 +28,8 @@ void reportSyntax(const std::string& path, const std::string& content, Findings&
         .advice =
         after.empty()
             ? "the file ends too early: is it empty, or a bracket or quotation mark not closed?"
-            : text("the fault is just before or at: %s", after.substr(0, 40).c_str());
+            : text("the fault is just before or at: %s",
+                   after.substr(0, std::min<std::size_t>(after.find('\n'), 40)).c_str());
 }
 
 /// What stands behind the document's last bracket is not read.
