@@ -30,6 +30,20 @@ void readDescriptors(StationRecord& station, std::string_view line) {
         station.antennaWithRadome = std::string(line.substr(0, 16)) + "NONE";
 }
 
+/// Remarks on a third coordinate that something is stuck to.
+void remarkOnRest(const StationRecord& station, std::string_view line, std::string_view rest,
+                  int lineNumber, Findings& findings) {
+    const char before = rest.size() < line.size() ? line[line.size() - rest.size() - 1] : ' ';
+    if (!rest.empty() && before != ' ' && before != '\t' && station.xyz[2] != 0.0)
+        findings.remark({Severity::warning,
+                         DLY.tables.stacoo,
+                         lineNumber,
+                         {},
+                         text("station %s: Z is read as %.4f, in front of %s", station.name.c_str(),
+                              station.xyz[2], std::string(rest.substr(0, 40)).c_str()),
+                         "write X, Y and Z in metres, blanks between"});
+}
+
 /// Remarks on a station whose coordinates are no place that people reach.
 void remarkOnPlace(const StationRecord& station, int line, Findings& findings) {
     constexpr double lowestM = -1000.0;
@@ -84,6 +98,7 @@ bool read_siteinfo(StationRecord& station, Findings& findings) {
     if (pos.word(word))
         numbersAfterKey(pos, station.xyz);
     const std::string rest(pos.rest().substr(0, 40));
+    remarkOnRest(station, line, pos.rest(), posLine, findings);
 
     if (!file.next(line) || !contains(line, station.name + "_SIG"))
         return malformed(station, file, findings);
