@@ -6,6 +6,7 @@
 #include "ctl/Examine.h"
 
 #include <CLI/CLI.hpp>
+#include <cjson/cJSON.h>
 
 #include <algorithm>
 #include <array>
@@ -138,15 +139,32 @@ std::string verdict(const CheckResult& result) {
     return line + (result.count(Severity::fatal) > 0 ? ": the service would stop" : "");
 }
 
-int runCheck(const std::string& file, const std::vector<std::string>& switches) {
+cJSON* jsonOf(const Finding& f, int times) {
+    cJSON* const o = cJSON_CreateObject();
+    cJSON_AddStringToObject(o, "severity", nameOf(f.severity));
+    cJSON_AddStringToObject(o, "file", f.file.c_str());
+    cJSON_AddNumberToObject(o, "line", f.line);
+    cJSON_AddStringToObject(o, "key", f.key.c_str());
+    cJSON_AddStringToObject(o, "text", messageOf(f).c_str());
+    cJSON_AddStringToObject(o, "advice", adviceOn(f).c_str());
+    cJSON_AddNumberToObject(o, "times", times);
+    return o;
+}
+
+struct Arguments {
+    std::string file;
+    bool json = false;
+};
+
+int runCheck(const Arguments& arguments, const std::vector<std::string>& switches) {
     for (const std::string& argument : switches)
         if (!Deploy_m_readSwitch(argument)) {
             std::cerr << "kestrunectl check: " << argument
                       << " is no switch of the service (-post -rawsav -vrssav -pthread -debug)\n";
             return 2;
         }
-    const CheckResult result = checkDeployment(file, switches);
-    printCheck(result, std::cout);
+    const CheckResult result = checkDeployment(arguments.file, switches);
+    (arguments.json ? printCheckJson : printCheck)(result, std::cout);
     return result.count(Severity::fatal) > 0 ? 1 : 0;
 }
 
@@ -189,13 +207,31 @@ void printCheck(const CheckResult& result, std::ostream& out) {
     out << printable(result.file) << ": " << verdict(result) << '\n';
 }
 
+void printCheckJson(const CheckResult& result, std::ostream& out) {
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(cJSON_CreateObject(), cJSON_Delete);
+    cJSON_AddStringToObject(root.get(), "file", result.file.c_str());
+    cJSON_AddNumberToObject(root.get(), "errors", result.count(Severity::fatal));
+    cJSON_AddNumberToObject(root.get(), "warnings", result.count(Severity::warning));
+    cJSON* const list = cJSON_AddArrayToObject(root.get(), "findings");
+    for (const Fault& fault : result.faults) {
+        cJSON_AddItemToArray(list, jsonOf(fault.finding, fault.times));
+        for (const Finding& note : fault.notes) // behind what it explains
+            cJSON_AddItemToArray(list, jsonOf(note, 1));
+    }
+    const std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(root.get()),
+                                                               cJSON_free);
+    out << printed.get() << '\n';
+}
+
 void addCheck(CLI::App& app, int& status) {
-    const auto file = std::make_shared<std::string>();
+    const auto arguments = std::make_shared<Arguments>();
     CLI::App* const check =
         app.add_subcommand("check", "Find everything that is wrong with a configuration.");
-    check->add_option("file", *file, "the deployment file")->required();
+    check->add_option("file", arguments->file, "the deployment file")->required();
+    check->add_flag("--json", arguments->json, "the findings as one JSON object");
     check->allow_extras();
     check->footer("Behind the file stand switches of the service: -post -rawsav -vrssav -pthread\n"
                   "-debug. Ends with 0; 1 where the service would stop; 2 for wrong arguments.");
-    check->callback([file, check, &status] { status = runCheck(*file, check->remaining()); });
+    check->callback(
+        [arguments, check, &status] { status = runCheck(*arguments, check->remaining()); });
 }

@@ -31,6 +31,8 @@ struct CheckResult {
 /// Reads and examines a deployment with these switches of the service.
 CheckResult checkDeployment(const std::string& file, std::span<const std::string> switches);
 void printCheck(const CheckResult& result, std::ostream& out);
+/// The same as one JSON object.
+void printCheckJson(const CheckResult& result, std::ostream& out);
 
 /// Adds the subcommand; running it writes the exit status: 0, 1 where the service would stop.
 void addCheck(CLI::App& app, int& status);

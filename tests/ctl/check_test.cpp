@@ -2,22 +2,20 @@
 #include "ctl/Check.h"
 #include "process.h"
 
+#include <cjson/cJSON.h>
+
 #include <algorithm>
 #include <csignal>
+#include <memory>
 #include <random>
 #include <set>
 #include <sstream>
-#include <sys/wait.h>
 
 namespace {
 
 namespace fs = std::filesystem;
 
 const fs::path kBroken = fs::path(KESTRUNE_SOURCE_DIR) / "tests/data/broken";
-
-std::string quoted(const char* program) {
-    return std::string("'") + program + "' ";
-}
 
 struct Told {
     std::string place, text, advice; // place and severity: "vrs.json: files: error"
@@ -98,15 +96,14 @@ void lay(const fs::path& folder, const std::string& name) {
                  fs::copy_options::recursive | fs::copy_options::overwrite_existing);
 }
 
-struct Ended {
-    int status;
-    std::string output;
-};
+std::string inFolder(const fs::path& folder) {
+    return "cd '" + folder.string() + "'; ";
+}
 
 /// Runs the service until it has ended, or has tried to connect: then the status is 0.
-Ended runService(const fs::path& folder, const std::string& switches) {
-    const std::string command = "cd '" + folder.string() + "'; echo $$; exec " +
-                                quoted(KESTRUNE_PROGRAM) + "-mode vrs vrs.json " + switches;
+Ran runService(const fs::path& folder, const std::string& switches) {
+    const std::string command = inFolder(folder) + "echo $$; exec " + shellWords(KESTRUNE_PROGRAM) +
+                                "-mode vrs vrs.json " + switches;
     FILE* const pipe = popen(command.c_str(), "r");
     std::string output, line;
     pid_t process = 0;
@@ -127,14 +124,13 @@ Ended runService(const fs::path& folder, const std::string& switches) {
     return {tried ? 0 : WEXITSTATUS(status), output + line};
 }
 
-Ended runCheck(const fs::path& folder, const std::string& switches) {
-    const std::string command = "cd '" + folder.string() + "'; " + quoted(KESTRUNECTL_PROGRAM) +
-                                "check vrs.json " + switches + " 2>&1";
-    FILE* const pipe = popen(command.c_str(), "r");
-    std::string output;
-    for (int c = 0; (c = fgetc(pipe)) != EOF;)
-        output += static_cast<char>(c);
-    return {WEXITSTATUS(pclose(pipe)), output};
+/// Runs `kestrunectl`; both streams.
+Ran runTool(const fs::path& folder, const std::string& arguments) {
+    const fs::path before = fs::current_path();
+    fs::current_path(folder);
+    Ran ran = runInShell(KESTRUNECTL_PROGRAM, arguments + " 2>&1");
+    fs::current_path(before);
+    return ran;
 }
 
 /// Every finding that is expected is there, once, and no other.
@@ -165,10 +161,10 @@ TEST(BrokenConfigurations, HaveTheirFindingsAndTheirLinesOfTheService) {
         const check::Scratch scratch;
         lay(scratch.path, name);
         const Expected expected = readExpected(kBroken / name / "expected");
-        const Ended checked = runCheck(scratch.path, expected.switches);
+        const Ran checked = runTool(scratch.path, "check vrs.json " + expected.switches);
         EXPECT_EQ(checked.status, expected.check) << checked.output;
         compare(expected.findings, findingsOf(linesOf(checked.output)), checked.output);
-        const Ended served = runService(scratch.path, expected.switches);
+        const Ran served = runService(scratch.path, expected.switches);
         EXPECT_EQ(served.status, expected.service);
         EXPECT_EQ(served.output, expected.printed);
     }
@@ -177,7 +173,7 @@ TEST(BrokenConfigurations, HaveTheirFindingsAndTheirLinesOfTheService) {
 TEST(Check, SaysWhatTheServiceWouldDoWhereNothingIsWrong) {
     const check::Scratch scratch;
     lay(scratch.path, "good");
-    const Ended checked = runCheck(scratch.path, "-rawsav");
+    const Ran checked = runTool(scratch.path, "check vrs.json -rawsav");
     EXPECT_EQ(checked.output, "    connects to 127.0.0.1:1\n"
                               "    station STR2 at 35.31617 S, 149.01015 E, height 802.6 m\n"
                               "    6 satellites: G2 R1 E1 C1 J1\n"
@@ -187,17 +183,34 @@ TEST(Check, SaysWhatTheServiceWouldDoWhereNothingIsWrong) {
                               "vrs.json: no findings\n");
 }
 
+TEST(Check, WritesItsFindingsAsJson) {
+    const check::Scratch scratch;
+    lay(scratch.path, "station-without-coordinates");
+    const Ran ran = runTool(scratch.path, "check vrs.json --json");
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(cJSON_Parse(ran.output.c_str()),
+                                                               cJSON_Delete);
+    const auto textOf = [](const cJSON* o, const char* key) {
+        const char* const value = cJSON_GetStringValue(cJSON_GetObjectItem(o, key));
+        return std::string(value ? value : "");
+    };
+    EXPECT_EQ(cJSON_GetNumberValue(cJSON_GetObjectItem(root.get(), "errors")), 1.0) << ran.output;
+    const cJSON* const list = cJSON_GetObjectItem(root.get(), "findings");
+    ASSERT_EQ(cJSON_GetArraySize(list), 2) << ran.output;
+    const cJSON* const error = cJSON_GetArrayItem(list, 0);
+    EXPECT_EQ(textOf(error, "severity") + " " + textOf(error, "file") + " " + textOf(error, "text"),
+              "error session.obj station = ABCD,read coordinate error!");
+    EXPECT_EQ(cJSON_GetNumberValue(cJSON_GetObjectItem(error, "line")), 11.0);
+    EXPECT_EQ(textOf(cJSON_GetArrayItem(list, 1), "file"), "site.crd");
+}
+
 TEST(Check, TellsWrongArgumentsByItsStatus) {
     const check::Scratch scratch;
     const struct {
         std::string arguments;
         int status;
     } cases[] = {{"check", 2}, {"check vrs.json -quick", 2}, {"check vrs.json", 1}};
-    for (const auto& c : cases) {
-        const std::string command = "cd '" + scratch.path + "'; " + quoted(KESTRUNECTL_PROGRAM) +
-                                    c.arguments + " >/dev/null 2>&1";
-        EXPECT_EQ(WEXITSTATUS(system(command.c_str())), c.status) << c.arguments;
-    }
+    for (const auto& c : cases)
+        EXPECT_EQ(runTool(scratch.path, c.arguments).status, c.status) << c.arguments;
 }
 
 /// Bytes changed, taken out or doubled, in a file of the good configuration.
