@@ -119,7 +119,7 @@ const cJSON* JsonDocument::member(const std::string& section, const std::string&
 std::string valueOf(const cJSON& item, const JsonDocument& document, const std::string& key,
                     Findings& findings) {
     const std::string written = item.valuestring;
-    const std::string value = excludeAnnoValue(written);
+    std::string value = excludeAnnoValue(written);
     const std::string tight = tightened(written);
     const auto remark = [&](std::string advice) {
         findings.remark({Severity::warning, document.file, 0, key,

@@ -64,7 +64,7 @@ private:
     /// What `part` takes of the first key asked for where that is the same name, whatever the case.
     std::string known(const std::string& name, std::string (*part)(const std::string&)) const {
         for (const std::string& path : document_.asked)
-            if (const std::string p = part(path); !p.empty() && toLower(p) == toLower(name))
+            if (std::string p = part(path); !p.empty() && toLower(p) == toLower(name))
                 return p;
         return {};
     }
