@@ -35,6 +35,8 @@ install(FILES packaging/completion/kestrunectl
 install(FILES packaging/completion/kestrunectl RENAME Kestrune
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES packaging/debian/copyright DESTINATION ${doc_dir})
+install(FILES packaging/debian/lintian-overrides RENAME kestrune
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides)
 install(DIRECTORY examples DESTINATION ${doc_dir}
         FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 install(DIRECTORY DESTINATION /etc/kestrune)
