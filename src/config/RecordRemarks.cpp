@@ -60,8 +60,8 @@ void remarkOnComment(std::string_view line, const RecordPlace& place, Findings& 
     std::string word;
     if (!scan.word(word))
         return;
-    const bool record = line.front() == '\t' || (marked && line.front() == ' ') ||
-                        isSatellite(word) || (word.size() == 4 && isName(word));
+    const bool record =
+        (marked && line.front() == ' ') || isSatellite(word) || (word.size() == 4 && isName(word));
     if (record)
         warn(place,
              text("is passed over as a comment: %s", std::string(line.substr(0, kShown)).c_str()),
