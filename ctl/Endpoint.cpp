@@ -1,5 +1,7 @@
 #include "ctl/Endpoint.h"
 
+#include "common/Clock.h"
+
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
@@ -44,8 +46,7 @@ FileDescriptor listenOn(const std::string& host, int port) {
 } // namespace
 
 double monotonicS() {
-    using namespace std::chrono;
-    return duration<double>(steady_clock::now().time_since_epoch()).count();
+    return std::chrono::duration<double>(monotonicNow()).count();
 }
 
 FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {

@@ -5,10 +5,16 @@
 
 namespace {
 
+// clock_gettime, because the clocks of <chrono> read 32 bits of seconds on 32-bit ARM.
+timespec now(clockid_t id) {
+    timespec time{};
+    clock_gettime(id, &time);
+    return time;
+}
+
 GTime read(clockid_t id) {
-    timespec now{};
-    clock_gettime(id, &now);
-    return {now.tv_sec, static_cast<double>(now.tv_nsec) * 1e-9};
+    const timespec time = now(id);
+    return {time.tv_sec, static_cast<double>(time.tv_nsec) * 1e-9};
 }
 
 GTime systemUtc() {
@@ -32,6 +38,11 @@ GTime (*utcNow)() = systemUtc;
 void startReplayClock(GTime utc) {
     replay = {utc, read(CLOCK_MONOTONIC)};
     utcNow = replayUtc;
+}
+
+std::chrono::nanoseconds monotonicNow() {
+    const timespec time = now(CLOCK_MONOTONIC);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 void sleepms(int milliseconds) {

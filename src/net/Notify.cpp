@@ -1,5 +1,7 @@
 #include "net/Notify.h"
 
+#include "common/Clock.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -18,8 +20,8 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+using Instant = std::chrono::nanoseconds; // of the monotonic clock
 
 constexpr milliseconds kNewsSpacing{1000};
 constexpr milliseconds kShortestPeriod{10};
@@ -29,10 +31,10 @@ struct Manager {
     int fd = -1; // -1: there is none
     sockaddr_un address{};
     socklen_t addressLength = 0;
-    milliseconds period{};        // between signs of life; zero: none are wanted
-    Clock::time_point aliveDue{}; // the next one
-    Clock::time_point newsDue{};  // not before, unless it is the news of being ready
-    bool ready = false;           // to be told
+    milliseconds period{}; // between signs of life; zero: none are wanted
+    Instant aliveDue{};    // the next one
+    Instant newsDue{};     // not before, unless it is the news of being ready
+    bool ready = false;    // to be told
     bool readyTold = false;
     std::string status; // to be told
 
@@ -61,7 +63,7 @@ bool send(const std::string& message) {
 }
 
 /// News that the manager does not take stay due; of a sign of life the next one makes up for it.
-void tellNews(Clock::time_point now) {
+void tellNews(Instant now) {
     const std::string status = manager.status.empty() ? "" : "STATUS=" + manager.status + "\n";
     if (send((manager.ready ? "READY=1\n" : "") + status)) {
         manager.readyTold |= manager.ready;
@@ -75,8 +77,8 @@ void tellNews(Clock::time_point now) {
 milliseconds tell() {
     if (manager.fd < 0)
         return kLongestWait;
-    const Clock::time_point now = Clock::now();
-    Clock::time_point next = now + kLongestWait;
+    const Instant now = monotonicNow();
+    Instant next = now + kLongestWait;
     if (manager.hasNews() && now >= manager.newsDue)
         tellNews(now);
     if (manager.hasNews())
@@ -139,11 +141,11 @@ void notifyStatus(const char* format, ...) {
 }
 
 bool waitTelling(int fd, short events, milliseconds limit) {
-    const Clock::time_point end = Clock::now() + limit;
+    const Instant end = monotonicNow() + limit;
     pollfd p{fd, events, 0};
     for (;;) {
         const milliseconds due = tell();
-        const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+        const auto left = std::chrono::ceil<milliseconds>(end - monotonicNow());
         const milliseconds slice = std::max(std::min(due, left), milliseconds(0));
         const int n = poll(&p, 1, static_cast<int>(slice.count()));
         if (n > 0 || (n < 0 && errno != EINTR))
