@@ -80,6 +80,7 @@ void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t lengt
     }
     if (!out.empty() && socket_isconnection(outputSocketID) == 0)
         static_cast<void>(socket_send(outputSocketID, out)); // a lost reply is not repeated
+    notifyDue(); // one block may hold many epochs, each with seconds of a slow card or peer
 }
 
 void serveOnce() {

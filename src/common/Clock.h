@@ -17,4 +17,5 @@ void startReplayClock(GTime utc);
 /// Time since a start of no meaning, which setting the clock does not move.
 std::chrono::nanoseconds monotonicNow();
 
+/// Sleeps; the service itself waits where its manager hears of it (net/Notify).
 void sleepms(int milliseconds);

@@ -140,6 +140,10 @@ void notifyStatus(const char* format, ...) {
     manager.status = line.data();
 }
 
+void notifyDue() {
+    static_cast<void>(tell());
+}
+
 bool waitTelling(int fd, short events, milliseconds limit) {
     const Instant end = monotonicNow() + limit;
     pollfd p{fd, events, 0};

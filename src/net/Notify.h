@@ -15,6 +15,9 @@ void notifyReady();
 /// often than once a second.
 [[gnu::format(printf, 1, 2)]] void notifyStatus(const char* format, ...);
 
+/// Tells what is due, without waiting: for work that goes on for long between two waits.
+void notifyDue();
+
 /// Longer than any process lives, and short enough for sums of nanoseconds.
 inline constexpr std::chrono::milliseconds kNoLimit = std::chrono::hours(24 * 365 * 100);
 /// Waits until poll finds the descriptor ready (or in error), and tells meanwhile what is due;
