@@ -6,6 +6,7 @@
 #include "common/DeployConfig.h"
 #include "config/Deploy.h"
 #include "ctl/Advice.h"
+#include "rtcm/Msm.h"
 #include "vrs/VrsEncoder.h"
 
 #include <algorithm>
@@ -69,12 +70,21 @@ void examineConnectors(Findings& findings) {
              "replies leave on the input connection: write the same as in vrs/input-connector");
 }
 
+/// Whether a message of the system can hold the signal: a reply asks for some that none can.
+bool inMessages(std::size_t system, std::string_view code) {
+    const unsigned flag = satsys(satid2no(std::string(1, kSystems[system]) + "01"));
+    return std::any_of(kMsmSystems.begin(), kMsmSystems.end(), [&](const MsmSystem& s) {
+        return s.system == flag &&
+               std::find(s.codes.begin(), s.codes.end(), obs2code(code)) != s.codes.end();
+    });
+}
+
 /// The signals of a reply for a system, such as "1C 2W 5Q"; with a slot only those on it.
 std::string signalsOf(std::size_t system, std::string_view slot = {}) {
     std::string out;
     for (const std::string_view code : obscodes)
         if (!code.empty() && (slot.empty() || code.front() == slot[1]) &&
-            index_mask(system, "L" + std::string(code)) > 0)
+            index_mask(system, "L" + std::string(code)) > 0 && inMessages(system, code))
             out += (out.empty() ? "" : " ") + std::string(code);
     return out;
 }
