@@ -11,6 +11,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdlib>
@@ -208,6 +209,34 @@ std::string slotName(const std::string& band) {
     return band;
 }
 
+/// A key, and where its remarks go.
+struct RemarkAt {
+    const std::string& file;
+    const std::string& key;
+    Findings& findings;
+
+    void warn(std::string what, std::string advice) const {
+        findings.remark({Severity::warning, file, 0, key, std::move(what), std::move(advice)});
+    }
+};
+
+/// Remarks on a band that is likely not read as it is meant: bands are found by substring, so that
+/// of several with another separator between one is left.
+void remarkOnBand(const std::string& item, const std::string& band,
+                  const std::vector<std::string>& before, const RemarkAt& at) {
+    const std::string slot = slotName(band);
+    const bool plain = std::all_of(band.begin(), band.end(), [](char c) {
+        return isUpperLetter(c) || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+    });
+    if (!plain)
+        at.warn(
+            text("\"%s\" is read as %s", band.c_str(), slot == band ? "one carrier" : slot.c_str()),
+            "put _ between carriers and a blank between systems");
+    if (pointer_string(before, slot) >= 0)
+        at.warn(text("%s: %s stands twice", item.c_str(), slot.c_str()),
+                "name every carrier once: is another one meant?");
+}
+
 /// One "SYSTEM:NAME_NAME..." into the table; false with a finding where it makes no sense.
 bool parseCarriers(FrequencyTable& table, const std::string& item, const std::string& file,
                    const std::string& key, Findings& findings) {
@@ -224,19 +253,20 @@ bool parseCarriers(FrequencyTable& table, const std::string& item, const std::st
         return false;
     }
     auto& names = table[static_cast<std::size_t>(index_string(kSystems, letter))];
+    const RemarkAt at{file, key, findings};
     if (!names.empty())
-        findings.remark({Severity::warning, file, 0, key,
-                         text("%s names a system a second time", item.c_str()),
-                         "the last one counts: put all its carriers together"});
+        at.warn(text("%s names a system a second time", item.c_str()),
+                "the last one counts: put all its carriers together");
     names.clear();
     const std::string_view bands = std::string_view(item).substr(colon + 1);
-    for (const std::string& band : split_string(EmptyFields::drop, bands, ' ', ' ', '_'))
+    for (const std::string& band : split_string(EmptyFields::drop, bands, ' ', ' ', '_')) {
+        remarkOnBand(item, band, names, at);
         if (names.size() < kMaxFrequencies)
             names.push_back(slotName(band));
         else
-            findings.remark({Severity::warning, file, 0, key,
-                             text("%s: %s is left out", item.c_str(), band.c_str()),
-                             "a system has at most 4 carriers"});
+            at.warn(text("%s: %s is left out", item.c_str(), band.c_str()),
+                    "a system has at most 4 carriers");
+    }
     return true;
 }
 
