@@ -4,6 +4,7 @@
 #include "common/ComFreq.h"
 #include "common/ComText.h"
 #include "common/DeployConfig.h"
+#include "common/LineReader.h"
 #include "config/Deploy.h"
 #include "ctl/Advice.h"
 #include "rtcm/Msm.h"
@@ -37,6 +38,33 @@ bool fatalIn(const Findings& findings, std::string_view file) {
     return std::any_of(findings.list().begin(), findings.list().end(), [&](const Finding& f) {
         return f.severity == Severity::fatal && f.file == file;
     });
+}
+
+/// Files that the readers did not reach because of a fault in front of them: those that cannot be
+/// opened, with the lines that would come of them in the next run.
+void examineFiles(Findings& findings) {
+    if (!findings.anyFatal())
+        return;
+    const TablePaths& t = DLY.tables;
+    const auto expect = [&](const std::string& path, std::string line) {
+        const bool told =
+            std::any_of(findings.list().begin(), findings.list().end(),
+                        [&](const Finding& f) { return f.file == path && f.text == line; });
+        if (!told && !LineReader(path).isOpen())
+            findings.fatal(path, 0, std::move(line));
+    };
+    // Without satellites, the carriers tell whether GLONASS is meant.
+    const bool unread = fatalIn(findings, t.object) && DLY.satellites.empty();
+    if (unread && !DLY.satelliteFrequencies[kSystems.find('R')].empty())
+        expect(t.leapsc, "***ERROR(readCommFil):file_table not exist leapsc item ");
+    expect(t.stacoo, text("file = %s,can't access site file", t.stacoo.c_str()));
+    if (!DLY.post)
+        return;
+    expect(t.vrnfln, text("file = %s,can't access vrnfln file", t.vrnfln.c_str()));
+    for (const std::string& path : {t.antnam, t.antpcv})
+        expect(path, text("file = %s,can't access satnav file", path.c_str()));
+    if (unread)
+        expect(t.satnav, text("file = %s,can't access satnav file", t.satnav.c_str()));
 }
 
 /// The address as the socket layer reads the text; empty where it is none.
@@ -203,6 +231,7 @@ std::string satelliteCounts() {
 } // namespace
 
 void examineSession(Findings& findings) {
+    examineFiles(findings);
     examineConnectors(findings);
     if (DLY.requests.size() > 1)
         tell(findings, Severity::warning, "reqs",
