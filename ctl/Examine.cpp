@@ -139,15 +139,22 @@ void examineCarriers(std::size_t system, Findings& findings) {
     }
 }
 
+/// Carriers of some system that could not be read: any may be the one that has none.
+bool carriersUnread(const Findings& findings) {
+    return std::any_of(findings.list().begin(), findings.list().end(), [](const Finding& f) {
+        return f.severity == Severity::fatal && f.key == kFreqUsed &&
+               !contains(f.text, "unknow frequency");
+    });
+}
+
 void examineFrequencies(Findings& findings) {
-    if (refused(findings, kFreqUsed))
-        return;
+    const bool allRead = !carriersUnread(findings);
     const bool allAccepted = !fatalIn(findings, DLY.tables.object);
     for (std::size_t system = 0; system < kSystemCount; ++system) {
         const char letter = kSystems[system];
         const bool carriers = !DLY.satelliteFrequencies[system].empty();
         examineCarriers(system, findings);
-        if (hasSatellites(letter) && !carriers)
+        if (hasSatellites(letter) && !carriers && allRead)
             tell(findings, Severity::warning, kFreqUsed,
                  text("satellites of %c are configured, and no carrier of theirs", letter),
                  "nothing of them is answered: give them carriers, or remove the satellites");
