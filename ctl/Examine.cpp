@@ -77,22 +77,30 @@ std::string addressOf(const std::string& host) {
     return shown.data();
 }
 
-void examineConnectors(Findings& findings) {
-    const Connector& in = DLY.input;
-    const Connector& out = DLY.output;
-    const std::string address = addressOf(in.host);
-    constexpr const char* key = "vrs/input-connector";
-    if (in.host.empty() || refused(findings, key))
+void examineHost(const char* key, const Connector& in, Findings& findings) {
+    // Where no port was read, it may be stuck to the host.
+    const std::string host = in.port == 0 ? in.host.substr(0, in.host.find(':')) : in.host;
+    const std::string address = addressOf(host);
+    if (host.empty())
         return;
     if (address.empty())
         tell(findings, Severity::warning, key,
-             text("%s is no IPv4 address: no connection will come about", in.host.c_str()),
+             text("%s is no IPv4 address: no connection will come about", host.c_str()),
              "names are not resolved: write an address such as 127.0.0.1");
-    else if (address != in.host)
+    else if (address != host)
         tell(findings, Severity::warning, key,
-             text("%s is read as %s", in.host.c_str(), address.c_str()),
+             text("%s is read as %s", host.c_str(), address.c_str()),
              "write four decimal numbers without leading zeros");
-    if (!refused(findings, "vrs/output-connector") && (in.host != out.host || in.port != out.port))
+}
+
+void examineConnectors(Findings& findings) {
+    const Connector& in = DLY.input;
+    const Connector& out = DLY.output;
+    constexpr const char* key = "vrs/input-connector";
+    examineHost(key, in, findings);
+    if (in.host.empty() || refused(findings, key) || refused(findings, "vrs/output-connector"))
+        return;
+    if (in.host != out.host || in.port != out.port)
         tell(findings, Severity::warning, "vrs/output-connector",
              text("%s %d is not connected", out.host.c_str(), out.port),
              "replies leave on the input connection: write the same as in vrs/input-connector");
