@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr std::size_t kShown = 40; // of a line, characters
+
 /// Numbers that follow the key word of a line; those that are missing stay 0.
 bool numbersAfterKey(TextScanner& scan, Vector3& out) {
     for (double& value : out)
@@ -30,18 +32,45 @@ void readDescriptors(StationRecord& station, std::string_view line) {
         station.antennaWithRadome = std::string(line.substr(0, 16)) + "NONE";
 }
 
+void warn(int line, std::string what, std::string advice, Findings& findings) {
+    findings.remark(
+        {Severity::warning, DLY.tables.stacoo, line, {}, std::move(what), std::move(advice)});
+}
+
+/// Remarks on a line that was found by its key, which need not stand at its beginning.
+void remarkOnKey(const StationRecord& station, const std::string& key, const std::string& word,
+                 int line, Findings& findings) {
+    if (!word.starts_with(key))
+        warn(line,
+             text("station %s: %s is taken for %s", station.name.c_str(),
+                  word.substr(0, kShown).c_str(), key.c_str()),
+             text("the first line that holds %s counts: begin it with that, and put it in front of "
+                  "stations whose names end the same",
+                  key.c_str()),
+             findings);
+}
+
+/// Remarks on a further block of a station, behind the one that was read.
+void remarkOnSecondBlock(const StationRecord& station, const std::string& key, LineReader& file,
+                         Findings& findings) {
+    std::string_view line;
+    std::string word;
+    while (file.next(line))
+        if (TextScanner(line).word(word) && word == key)
+            return warn(file.lineNumber(),
+                        text("station %s: this block is not read", station.name.c_str()),
+                        text("the first line that holds %s counts", key.c_str()), findings);
+}
+
 /// Remarks on a third coordinate that something is stuck to.
 void remarkOnRest(const StationRecord& station, std::string_view line, std::string_view rest,
                   int lineNumber, Findings& findings) {
     const char before = rest.size() < line.size() ? line[line.size() - rest.size() - 1] : ' ';
     if (!rest.empty() && before != ' ' && before != '\t' && station.xyz[2] != 0.0)
-        findings.remark({Severity::warning,
-                         DLY.tables.stacoo,
-                         lineNumber,
-                         {},
-                         text("station %s: Z is read as %.4f, in front of %s", station.name.c_str(),
-                              station.xyz[2], std::string(rest.substr(0, 40)).c_str()),
-                         "write X, Y and Z in metres, blanks between"});
+        warn(lineNumber,
+             text("station %s: Z is read as %.4f, in front of %s", station.name.c_str(),
+                  station.xyz[2], std::string(rest.substr(0, kShown)).c_str()),
+             "write X, Y and Z in metres, blanks between", findings);
 }
 
 /// Remarks on a station whose coordinates are no place that people reach.
@@ -50,15 +79,12 @@ void remarkOnPlace(const StationRecord& station, int line, Findings& findings) {
     constexpr double highestM = 10000.0;
     const double heightM = xyzblh(station.xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0)[2];
     if (!(heightM >= lowestM && heightM <= highestM))
-        findings.remark({Severity::warning,
-                         DLY.tables.stacoo,
-                         line,
-                         {},
-                         text("station %s is not near the Earth's surface: %.1f km from its "
-                              "centre",
-                              station.name.c_str(), distance(station.xyz, Vector3{}) / 1000.0),
-                         "X, Y and Z are metres, Earth-centred and Earth-fixed: is one missing, "
-                         "or are they kilometres or degrees?"});
+        warn(line,
+             text("station %s is not near the Earth's surface: %.1f km from its centre",
+                  station.name.c_str(), distance(station.xyz, Vector3{}) / 1000.0),
+             "X, Y and Z are metres, Earth-centred and Earth-fixed: is one missing, or are they "
+             "kilometres or degrees?",
+             findings);
 }
 
 bool malformed(const StationRecord& station, const LineReader& file, Findings& findings) {
@@ -97,7 +123,8 @@ bool read_siteinfo(StationRecord& station, Findings& findings) {
     TextScanner pos(line);
     if (pos.word(word))
         numbersAfterKey(pos, station.xyz);
-    const std::string rest(pos.rest().substr(0, 40));
+    remarkOnKey(station, key, word, posLine, findings);
+    const std::string rest(pos.rest().substr(0, kShown));
     remarkOnRest(station, line, pos.rest(), posLine, findings);
 
     if (!file.next(line) || !contains(line, station.name + "_SIG"))
@@ -127,5 +154,6 @@ bool read_siteinfo(StationRecord& station, Findings& findings) {
                            rest.empty() ? "" : ", and stops at ", rest.c_str());
     else
         remarkOnPlace(station, posLine, findings);
+    remarkOnSecondBlock(station, key, file, findings);
     return true;
 }
