@@ -6,6 +6,7 @@
 #include "common/DeployConfig.h"
 #include "common/LineReader.h"
 #include "config/Deploy.h"
+#include "config/RecordRemarks.h"
 #include "ctl/Advice.h"
 #include "rtcm/Msm.h"
 #include "vrs/VrsEncoder.h"
@@ -178,7 +179,7 @@ void examineChannels(Findings& findings) {
     std::string names;
     int count = 0;
     for (const SatelliteRecord& s : DLY.satellites)
-        if (s.cprn.starts_with('R') && s.glonassChannel == kUnknownChannel) {
+        if (s.cprn.starts_with('R') && isSatellite(s.cprn) && s.glonassChannel == kUnknownChannel) {
             names += " " + s.cprn;
             ++count;
         }

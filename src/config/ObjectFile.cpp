@@ -33,13 +33,14 @@ struct ObjectReader {
                    value.c_str(), why));
     }
     /// Next record, that is a line that starts with a blank and holds more; false at the line
-    /// that holds `end` or at the end of the file.
-    bool nextRecord(std::string_view end, std::string_view& line) const {
+    /// that ends the section or at the end of the file.
+    bool nextRecord(RecordKind kind, std::string_view& line) const {
+        const char* const end = kind == RecordKind::satellite ? "-Satellite used" : "-Station used";
         while (file.next(line) && !contains(line, end)) {
             if (TextScanner(line).atEnd())
                 continue;
             if (line.front() != ' ') {
-                remarkOnComment(line, place(), findings);
+                remarkOnComment(line, kind, place(), findings);
                 continue;
             }
             if (file.cut()) {
@@ -144,7 +145,7 @@ void setFrequencies(Findings& findings) {
 
 void readSatellites(const ObjectReader& in) {
     std::string_view line;
-    while (in.nextRecord("-Satellite used", line))
+    while (in.nextRecord(RecordKind::satellite, line))
         acceptSatellite(in, parseSatellite(in, line));
     if (DLY.satellites.empty())
         in.warning(text("nrpn = %d,no selected satellite!", 0));
@@ -190,7 +191,7 @@ void readStations(const ObjectReader& in) {
         found = contains(line, "+Station used");
     if (!found)
         return in.fatal("no records for stations");
-    while (in.nextRecord("-Station used", line))
+    while (in.nextRecord(RecordKind::station, line))
         acceptStation(in, parseStation(in, line));
     if (DLY.stations.empty() && DLY.modeNumber != 5)
         in.fatal(text("nsit = %d,no stations is selected", 0));

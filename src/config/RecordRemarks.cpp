@@ -19,12 +19,6 @@ bool isName(std::string_view word) {
                        [](char c) { return isUpperLetter(c) || (c >= '0' && c <= '9'); });
 }
 
-/// Whether the stream can carry a satellite of that name.
-bool isSatellite(const std::string& name) {
-    const int sat = satid2no(name);
-    return sat > 0 && satno2id(sat) == name;
-}
-
 /// A GLONASS channel that stands among the words, because one of them is missing.
 bool channelIsAWord(const SatelliteRecord& satellite) {
     const auto last = std::find_if(satellite.texts.rbegin(), satellite.texts.rend(),
@@ -51,7 +45,13 @@ void remarkOnChannel(const SatelliteRecord& satellite, std::size_t numbers,
 
 } // namespace
 
-void remarkOnComment(std::string_view line, const RecordPlace& place, Findings& findings) {
+bool isSatellite(const std::string& name) {
+    const int sat = satid2no(name);
+    return sat > 0 && satno2id(sat) == name;
+}
+
+void remarkOnComment(std::string_view line, RecordKind expected, const RecordPlace& place,
+                     Findings& findings) {
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
     const bool marked = line.starts_with(byteOrderMark);
     if (marked)
@@ -60,9 +60,9 @@ void remarkOnComment(std::string_view line, const RecordPlace& place, Findings& 
     std::string word;
     if (!scan.word(word))
         return;
-    const bool record =
-        (marked && line.front() == ' ') || isSatellite(word) || (word.size() == 4 && isName(word));
-    if (record)
+    // Names of stations are like words; in front of the stations they are words.
+    const bool station = expected == RecordKind::station && word.size() == 4 && isName(word);
+    if ((marked && line.front() == ' ') || isSatellite(word) || station)
         warn(place,
              text("is passed over as a comment: %s", std::string(line.substr(0, kShown)).c_str()),
              marked ? "the file begins with a byte order mark: save it without"

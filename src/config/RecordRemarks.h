@@ -14,8 +14,15 @@ struct RecordPlace {
     int line; // 1-based
 };
 
-/// A line that is passed over because it does not begin with a blank, but looks like a record.
-void remarkOnComment(std::string_view line, const RecordPlace& place, Findings& findings);
+enum class RecordKind { satellite, station };
+
+/// Whether the stream can carry a satellite of that name.
+bool isSatellite(const std::string& name);
+
+/// A line that is passed over because it does not begin with a blank, but looks like a record;
+/// `expected` are those of the section that it stands in.
+void remarkOnComment(std::string_view line, RecordKind expected, const RecordPlace& place,
+                     Findings& findings);
 /// A satellite with `numbers` of its numbers read, in front of `rest`.
 void remarkOnSatellite(const SatelliteRecord& satellite, std::size_t numbers, std::string_view rest,
                        const RecordPlace& place, Findings& findings);
