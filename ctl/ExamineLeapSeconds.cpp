@@ -44,6 +44,12 @@ void Examination::rows() const {
     if (file.passedOver > 0)
         tell(Severity::warning, file.passedOver, "is no row of the table and passed over",
              "write the MJD and TAI - UTC in seconds, such as 57754 37");
+    for (const LeapEntry& entry : file.entries)
+        if (entry.stuck)
+            tell(Severity::warning, entry.line,
+                 text("is read as MJD %d and TAI - UTC %d s, and something is stuck to a number",
+                      entry.mjd, entry.taiMinusUtc),
+                 "write the MJD and TAI - UTC in whole seconds, blanks between, such as 57754 37");
     if (file.entries.empty())
         tell(Severity::warning, 0, "no leap seconds: TAI - UTC is taken for 0",
              "write rows of an MJD and TAI - UTC in seconds between +leap sec and -leap sec");

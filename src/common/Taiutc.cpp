@@ -25,10 +25,21 @@ bool speaks(std::string_view line) {
     return at != std::string_view::npos && line[at] != '*' && line[at] != '#';
 }
 
+/// Whether something is stuck to the number behind which `rest` of the line is left.
+bool stuckTo(std::string_view line, std::string_view rest) {
+    return rest.size() < line.size() && speaks(rest) &&
+           !contains(" \t", line.substr(line.size() - rest.size() - 1, 1));
+}
+
 void readRow(std::string_view line, int number) {
     LeapEntry entry{};
     TextScanner scan(line);
-    if (scan.integer(entry.mjd) && scan.integer(entry.taiMinusUtc)) {
+    const auto integer = [&](int& out) {
+        const bool read = scan.integer(out);
+        entry.stuck = entry.stuck || (read && stuckTo(line, scan.rest()));
+        return read;
+    };
+    if (integer(entry.mjd) && integer(entry.taiMinusUtc)) {
         entry.line = number;
         taiutc.entries[taiutc.count++] = entry;
     } else if (taiutc.passedOver == 0 && speaks(line)) {

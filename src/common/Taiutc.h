@@ -10,6 +10,7 @@ struct LeapEntry {
     int mjd;
     int taiMinusUtc; // s
     int line;        // of the file
+    bool stuck;      // something other than a blank or a comment follows one of the numbers
 };
 /// The file as it was read last.
 struct LeapFile {
