@@ -68,10 +68,11 @@ bool readTimeWindow(TextScanner& s, MonthDay& date, int& year) {
 void remarkOnDate(const JsonDocument& document, MonthDay date, int year, Findings& findings) {
     const DateTime t = mjd2date(DLY.startMjd, 0.0);
     if (date.month != 0 && DLY.startMjd != 0 && (t.month != date.month || t.day != date.day))
-        findings.remark({Severity::warning, document.file, 0, "common/time",
-                         text("%d-%02d-%02d is read as %d-%02d-%02d", year, date.month, date.day,
-                              t.year, t.month, t.day),
-                         "write a date of the calendar"});
+        findings.remark(
+            {Severity::warning, document.file, 0, "common/time",
+             text("%d-%02d-%02d is read as %d-%02d-%02d", year, date.month, date.day, t.year,
+                  t.month, t.day),
+             year < 1000 ? "write the year with four digits" : "write a date of the calendar"});
 }
 
 /// "YYYY-MM-DD hh:mm:ss", UTC.
