@@ -4,6 +4,7 @@
 #include "config/Deploy.h"
 #include "ctl/Advice.h"
 #include "ctl/Examine.h"
+#include "ctl/Fields.h"
 
 #include <CLI/CLI.hpp>
 #include <cjson/cJSON.h>
@@ -13,6 +14,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <stdexcept>
 
 namespace {
 
@@ -139,14 +141,22 @@ std::string verdict(const CheckResult& result) {
     return line + (result.count(Severity::fatal) > 0 ? ": the service would stop" : "");
 }
 
+/// As printed, and '?' for bytes that are no UTF-8, which a reader of JSON would refuse.
+std::string wellFormed(const std::string& line) {
+    return clean(printable(line));
+}
+
 cJSON* jsonOf(const Finding& f, int times) {
     cJSON* const o = cJSON_CreateObject();
-    cJSON_AddStringToObject(o, "severity", nameOf(f.severity));
-    cJSON_AddStringToObject(o, "file", f.file.c_str());
+    const auto string = [&](const char* name, const std::string& value) {
+        cJSON_AddStringToObject(o, name, wellFormed(value).c_str());
+    };
+    string("severity", nameOf(f.severity));
+    string("file", f.file);
     cJSON_AddNumberToObject(o, "line", f.line);
-    cJSON_AddStringToObject(o, "key", f.key.c_str());
-    cJSON_AddStringToObject(o, "text", messageOf(f).c_str());
-    cJSON_AddStringToObject(o, "advice", adviceOn(f).c_str());
+    string("key", f.key);
+    string("text", messageOf(f));
+    string("advice", adviceOn(f));
     cJSON_AddNumberToObject(o, "times", times);
     return o;
 }
@@ -165,6 +175,8 @@ int runCheck(const Arguments& arguments, const std::vector<std::string>& switche
         }
     const CheckResult result = checkDeployment(arguments.file, switches);
     (arguments.json ? printCheckJson : printCheck)(result, std::cout);
+    if (!std::cout.flush())
+        throw std::runtime_error("standard output could not be written to its end");
     return result.count(Severity::fatal) > 0 ? 1 : 0;
 }
 
@@ -209,7 +221,7 @@ void printCheck(const CheckResult& result, std::ostream& out) {
 
 void printCheckJson(const CheckResult& result, std::ostream& out) {
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(cJSON_CreateObject(), cJSON_Delete);
-    cJSON_AddStringToObject(root.get(), "file", result.file.c_str());
+    cJSON_AddStringToObject(root.get(), "file", wellFormed(result.file).c_str());
     cJSON_AddNumberToObject(root.get(), "errors", result.count(Severity::fatal));
     cJSON_AddNumberToObject(root.get(), "warnings", result.count(Severity::warning));
     cJSON* const list = cJSON_AddArrayToObject(root.get(), "findings");

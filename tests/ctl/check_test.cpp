@@ -203,12 +203,23 @@ TEST(Check, WritesItsFindingsAsJson) {
     EXPECT_EQ(textOf(cJSON_GetArrayItem(list, 1), "file"), "site.crd");
 }
 
+TEST(Check, WritesJsonAsUtf8WhateverTheFileHolds) {
+    const check::Scratch scratch;
+    scratch.write("vrs.json", "{\"M\xfcnchen\": 1}");
+    const std::string output = runTool(scratch.path, "check vrs.json --json").output;
+    EXPECT_NE(output.find("M?nchen"), std::string::npos) << output;
+    EXPECT_EQ(output.find('\xfc'), std::string::npos);
+}
+
 TEST(Check, TellsWrongArgumentsByItsStatus) {
     const check::Scratch scratch;
     const struct {
         std::string arguments;
         int status;
-    } cases[] = {{"check", 2}, {"check vrs.json -quick", 2}, {"check vrs.json", 1}};
+    } cases[] = {{"check", 2},
+                 {"check vrs.json -quick", 2},
+                 {"check vrs.json", 1},
+                 {"check vrs.json >/dev/full", 2}};
     for (const auto& c : cases)
         EXPECT_EQ(runTool(scratch.path, c.arguments).status, c.status) << c.arguments;
 }
