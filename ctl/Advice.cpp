@@ -1,7 +1,6 @@
 #include "ctl/Advice.h"
 
 #include "common/ComText.h"
-#include "config/JsonDocument.h"
 
 #include <cerrno>
 #include <cstring>
@@ -80,6 +79,13 @@ constexpr Unreadable kUnreadable[] = {
     {"can't access satnav file", "files/satnav, files/antnam or files/antpcv"},
 };
 
+const Unreadable* unreadable(const Finding& finding) {
+    for (const Unreadable& u : kUnreadable)
+        if (contains(finding.text, u.part))
+            return &u;
+    return nullptr;
+}
+
 std::string whyUnreadable(const std::string& path) {
     if (path.empty())
         return "the path is empty";
@@ -90,8 +96,6 @@ std::string whyUnreadable(const std::string& path) {
         return "is a directory";
     if (access(path.c_str(), R_OK) != 0)
         return std::strerror(errno);
-    if (status.st_size > static_cast<off_t>(kLargestJson))
-        return text("is larger than %zu MiB", kLargestJson >> 20);
     return "cannot be read as a file";
 }
 
@@ -122,14 +126,19 @@ std::string messageOf(const Finding& finding) {
     return line;
 }
 
+bool saysUnreadable(const Finding& finding) {
+    return unreadable(finding) != nullptr;
+}
+
 std::string adviceOn(const Finding& finding) {
-    if (!finding.advice.empty())
+    // A reader knows the format alone; the words for it stand above.
+    const bool format = finding.advice.starts_with("expected \"%");
+    if (!finding.advice.empty() && !format)
         return finding.advice;
-    for (const Unreadable& u : kUnreadable)
-        if (contains(finding.text, u.part))
-            return (u.key ? text("named by %s: ", u.key) : "") + whyUnreadable(finding.file);
+    if (const Unreadable* const u = unreadable(finding))
+        return (u->key ? text("named by %s: ", u->key) : "") + whyUnreadable(finding.file);
     for (const Advice& a : kAdvice)
-        if (contains(finding.text, a.part))
+        if (contains(format ? finding.advice : finding.text, a.part))
             return a.advice;
     return {};
 }

@@ -10,5 +10,7 @@
 std::string messageOf(const Finding& finding);
 /// The reason, and for a relative path the folder that it is taken from.
 std::string reasonWith(const std::string& path, std::string reason);
+/// Whether it says that its file cannot be read.
+bool saysUnreadable(const Finding& finding);
 /// What to write instead; empty where there is nothing to say.
 std::string adviceOn(const Finding& finding);

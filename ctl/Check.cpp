@@ -91,6 +91,14 @@ private:
     std::map<std::string, std::size_t> byGist_; // into faults_
 };
 
+/// A line of the findings that says that a path of the configuration leads nowhere, with the
+/// reminder that the path may have been written longer.
+Finding withCut(Finding f, const Findings& findings) {
+    if (pointer_string(findings.cutPaths(), f.file) >= 0 && saysUnreadable(f))
+        f.advice = adviceOn(f) + "; the value that names it ends at a # or !";
+    return f;
+}
+
 /// Text without control characters, which a file may hold and a terminal would obey.
 std::string printable(const std::string& line) {
     std::string out;
@@ -197,7 +205,10 @@ CheckResult checkDeployment(const std::string& file, std::span<const std::string
     Collection collection;
     for (const Finding& f : findings.remarks())
         collection.place({f, {}});
-    collection.take(findings.list());
+    std::vector<Finding> told;
+    for (const Finding& f : findings.list())
+        told.push_back(withCut(f, findings));
+    collection.take(told);
     CheckResult result{file, std::move(collection).sorted(file), {}};
     if (result.count(Severity::fatal) == 0)
         result.outline = outlineOfSession();

@@ -50,11 +50,16 @@ public:
     bool full() const { return remarks_.size() >= 1000; }
     const std::vector<Finding>& remarks() const { return remarks_; }
 
+    /// Paths that a comment character ended: what is behind it may be meant as a part of them.
+    void cutPath(std::string path) { cutPaths_.push_back(std::move(path)); }
+    const std::vector<std::string>& cutPaths() const { return cutPaths_; }
+
 private:
     Finding& add(Finding finding) { return list_.emplace_back(std::move(finding)); }
 
     std::vector<Finding> list_;
     std::vector<Finding> remarks_;
+    std::vector<std::string> cutPaths_;
 };
 
 /// A std::string formatted printf style.

@@ -19,17 +19,69 @@ int lineOf(const std::string& content, std::size_t at) {
     return 1 + static_cast<int>(std::count(content.begin(), end, '\n'));
 }
 
+/// The line around a place, without its indent and at most some 80 characters of it.
+std::string_view lineAround(std::string_view content, std::size_t at) {
+    constexpr std::size_t reach = 40; // to either side
+    const std::size_t before = at == 0 ? std::string_view::npos : content.rfind('\n', at - 1);
+    const std::size_t begin = std::max(before + 1, at - std::min(at, reach)); // npos + 1 is 0
+    const std::size_t end = std::min({content.find('\n', at), content.size(), at + reach});
+    const std::string_view line = content.substr(begin, end - begin);
+    const std::size_t first = std::min(line.find_first_not_of(kSpace), line.size());
+    return line.substr(first, line.find_last_not_of(kSpace) + 1 - first);
+}
+
+/// That line, and where it holds brackets alone also the one above.
+std::string surroundings(std::string_view content, std::size_t at) {
+    std::string line(lineAround(content, at));
+    if (line.find_first_not_of(" \t{}[],") != std::string::npos)
+        return line;
+    const std::size_t start = at == 0 ? std::string_view::npos : content.rfind('\n', at - 1);
+    const std::size_t above = content.find_last_not_of(" \t\v\f\r\n{}[],", std::min(at, start));
+    if (start == std::string_view::npos || above == std::string_view::npos)
+        return line;
+    return std::string(lineAround(content, above)) + " " + line;
+}
+
+/// Where a comma stands in front of the closing bracket at a place or just before it, which is
+/// where the library stops; npos where there is none.
+std::size_t commaBeforeBracket(std::string_view content, std::size_t at) {
+    const auto closes = [&](std::size_t i) {
+        return i < content.size() && (content[i] == '}' || content[i] == ']');
+    };
+    const std::size_t bracket = closes(at) || at == 0 ? at : at - 1;
+    if (!closes(bracket) || bracket == 0)
+        return std::string_view::npos;
+    const std::size_t last = content.find_last_not_of(kSpace, bracket - 1);
+    return last != std::string_view::npos && content[last] == ',' ? last : std::string_view::npos;
+}
+
+struct SyntaxFault {
+    std::size_t at;
+    std::string advice;
+};
+
+SyntaxFault syntaxFault(std::string_view content, std::size_t at) {
+    if (content.starts_with("\xFF\xFE") || content.starts_with("\xFE\xFF"))
+        return {0, "the file is UTF-16: save it as UTF-8"};
+    if (at >= content.size())
+        return {at,
+                "the file ends too early: is it empty, or a bracket or quotation mark not closed?"};
+    if (content[at] == '\0')
+        return {at, "a zero byte ends the text: remove it, or save the file as UTF-8"};
+    if (const std::size_t comma = commaBeforeBracket(content, at); comma != std::string_view::npos)
+        return {comma, "no comma may stand before a closing bracket: remove it from: " +
+                           surroundings(content, comma)};
+    return {at, "the fault is just before or at: " + surroundings(content, at)};
+}
+
 void reportSyntax(const std::string& path, const std::string& content, Findings& findings) {
-    const char* const at = cJSON_GetErrorPtr();
-    const std::string after = at ? at : "";
-    const int line = lineOf(content, content.size() - std::min(content.size(), after.size()));
-    findings.note(path, line, text("Error before: [%s]", after.c_str()));
+    const char* const stop = cJSON_GetErrorPtr(); // into the content
+    const auto [at, advice] =
+        syntaxFault(content, stop ? static_cast<std::size_t>(stop - content.c_str()) : 0);
+    const int line = lineOf(content, at);
+    findings.note(path, line, text("Error before: [%s]", stop ? stop : ""));
     findings.fatal(path, line, text("file = %s,key = ,value = ,not a JSON document", path.c_str()))
-        .advice =
-        after.empty()
-            ? "the file ends too early: is it empty, or a bracket or quotation mark not closed?"
-            : text("the fault is just before or at: %s",
-                   after.substr(0, std::min<std::size_t>(after.find('\n'), 40)).c_str());
+        .advice = advice;
 }
 
 /// What stands behind the document's last bracket is not read.
@@ -46,14 +98,20 @@ void remarkOnRest(const std::string& path, const std::string& content, std::size
              "what is behind it is not read: is a bracket closed too early?"});
 }
 
-/// Whether what a '#' or '!' cut off looks like the rest of a path and not like a comment.
+/// Keys whose values are paths.
+bool namesPath(std::string_view key) {
+    return key == "files" || key.starts_with("files/") || key.starts_with("path/");
+}
+
+/// Whether what a '#' or '!' cut off a path looks like its rest and not like a comment.
 bool cutsAPath(std::string_view written) {
     const std::size_t at = written.find_first_of("#!");
-    if (at == std::string_view::npos)
+    if (at == std::string_view::npos || at + 1 == written.size())
         return false;
-    const std::string_view behind = written.substr(at + 1);
-    return (at > 0 && written[at - 1] == '/') ||
-           (contains(behind, "/") && behind.find_first_of(kSpace) == std::string_view::npos);
+    if (at == 0) // nothing but a comment, as it seems
+        return contains(written, "/") && written.find_first_of(kSpace) == std::string_view::npos;
+    return written[at - 1] == '/' ||
+           written.find_first_of(kSpace, at + 1) == std::string_view::npos;
 }
 
 /// The text with no white space in front of its comment or its end.
@@ -76,9 +134,13 @@ std::string json_loader(const std::string& path, Findings& findings) {
             content.append(block.data(), n);
         else
             break;
-    if (!file || std::ferror(file.get()) || content.size() > kLargestJson)
-        findings.fatal(path, 0,
-                       text("****ERROR(Deploy): file = %s,can't access json file", path.c_str()));
+    const bool tooLarge = content.size() > kLargestJson;
+    if (!file || std::ferror(file.get()) || tooLarge) {
+        Finding& fault = findings.fatal(
+            path, 0, text("****ERROR(Deploy): file = %s,can't access json file", path.c_str()));
+        if (tooLarge)
+            fault.advice = text("is larger than %zu MiB", kLargestJson >> 20);
+    }
     return content;
 }
 
@@ -126,10 +188,12 @@ std::string valueOf(const cJSON& item, const JsonDocument& document, const std::
                          text("reads \"%s\", written %s", value.c_str(), shown(&item).c_str()),
                          std::move(advice)});
     };
+    if (namesPath(key) && written.find_first_of("#!") != std::string::npos)
+        findings.cutPath(value);
     if (excludeAnnoValue(tight) != value)
         remark(text("each blank before a comment or at the end turns into a 0: write \"%s\"",
                     tight.c_str()));
-    else if (cutsAPath(written))
+    else if (namesPath(key) && cutsAPath(written))
         remark("a # or ! ends a value: a path cannot hold one");
     return value;
 }
