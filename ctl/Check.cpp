@@ -36,6 +36,7 @@ public:
     void take(const std::vector<Finding>& list) {
         std::vector<Finding> notes;
         for (const Finding& f : list) {
+            stationRefused_ = stationRefused_ || refusesStation(f);
             const bool alone = notes.empty();
             if (f.text.starts_with("Error before: "))
                 continue; // in the advice of the fault behind it
@@ -43,10 +44,10 @@ public:
                 notes.push_back(f);
                 continue;
             }
-            const bool pathless = f.file.empty() && !faults_.empty();
+            const bool pathless = f.file.empty() && anyFatal();
             const bool told = alone && contains(f.text, "read coordinate error!");
-            const bool noStationLeft = f.text.starts_with("nsit = 0") && stationRefused();
-            if (!pathless && !told && !noStationLeft)
+            const bool noStationLeft = f.text.starts_with("nsit = 0") && stationRefused_;
+            if (!pathless && !told && !noStationLeft && !ofReportedSection(f))
                 place({f, std::move(notes)});
             notes.clear();
         }
@@ -79,14 +80,27 @@ public:
     }
 
 private:
-    bool stationRefused() const {
-        return std::any_of(faults_.begin(), faults_.end(), [](const Fault& f) {
-            const std::string& line = f.finding.text;
-            return f.finding.severity == Severity::fatal &&
-                   (contains(line, "station") || contains(line, "site file"));
-        });
+    bool anyFatal() const {
+        return std::any_of(faults_.begin(), faults_.end(),
+                           [](const Fault& f) { return f.finding.severity == Severity::fatal; });
+    }
+    /// Whether a line of the object file names a station that cannot be taken.
+    static bool refusesStation(const Finding& f) {
+        return f.severity == Severity::fatal && f.file == DLY.tables.object && f.line > 0 &&
+               (contains(f.text, "read coordinate error!") ||
+                contains(f.text, "station name is longer"));
+    }
+    /// A missing key of a section that is missing as a whole, or is none.
+    bool ofReportedSection(const Finding& f) const {
+        const std::string section = f.key.substr(0, f.key.find('/'));
+        return contains(f.text, "key is missing") && section != f.key &&
+               std::any_of(faults_.begin(), faults_.end(), [&](const Fault& other) {
+                   return other.finding.severity == Severity::fatal &&
+                          other.finding.file == f.file && other.finding.key == section;
+               });
     }
 
+    bool stationRefused_ = false;
     std::vector<Fault> faults_;
     std::map<std::string, std::size_t> byGist_; // into faults_
 };

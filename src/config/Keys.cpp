@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 namespace {
 
@@ -13,6 +14,9 @@ constexpr std::size_t kLongestName = 64; // of a key that is shown or compared
 
 std::string leafOf(const std::string& path) {
     return path.substr(path.find('/') + 1); // npos + 1 is 0
+}
+std::string wholeOf(const std::string& path) {
+    return path;
 }
 std::string sectionOf(const std::string& path) {
     const std::size_t slash = path.find('/');
@@ -42,11 +46,14 @@ public:
         : document_(document), findings_(findings) {}
 
     void check() {
+        checkSections();
         const cJSON* member = nullptr;
         cJSON_ArrayForEach(member, document_.root.get()) {
             const std::string name = nameOf(*member);
             const std::string section = known(name, &sectionOf);
-            if (section.empty()) {
+            if (section.empty() && pointer_string(meant_, name) >= 0) {
+                continue; // told with the section that is missing
+            } else if (section.empty()) {
                 judge(name);
             } else if (counts(section, name)) {
                 const cJSON* child = nullptr;
@@ -69,6 +76,69 @@ private:
         return {};
     }
 
+    /// Sections that readers asked for and that are not there, or are no objects. The readers have
+    /// told of every key of theirs already, in the lines of the service.
+    void checkSections() {
+        std::string before;
+        for (const std::string& path : document_.asked) {
+            const std::string section = sectionOf(path);
+            if (section == std::exchange(before, section) || section.empty())
+                continue;
+            const cJSON* const item = cJSON_GetObjectItem(document_.root.get(), section.c_str());
+            if (!item)
+                tellMissing(section);
+            else if (!cJSON_IsObject(item))
+                tell(section, "is no section",
+                     text("write its keys in braces: \"%s\": {...}", section.c_str()));
+        }
+    }
+
+    void tellMissing(const std::string& section) {
+        const std::string meant = meantFor(section);
+        tell(section, "section is missing",
+             meant.empty() ? "add it, with all its keys"
+                           : text("is %s meant? Write %s", meant.c_str(), section.c_str()));
+        if (!meant.empty())
+            meant_.push_back(meant);
+    }
+
+    void tell(const std::string& section, std::string what, std::string advice) {
+        findings_.remark(
+            {Severity::fatal, document_.file, 0, section, std::move(what), std::move(advice)});
+    }
+
+    /// The unknown object that stands for a section: one with a similar name, or with its keys.
+    std::string meantFor(const std::string& section) const {
+        const cJSON* member = nullptr;
+        std::string withKeys;
+        cJSON_ArrayForEach(member, document_.root.get()) {
+            std::string name = nameOf(*member);
+            if (!cJSON_IsObject(member) || !known(name, &sectionOf).empty() ||
+                !known(name, &wholeOf).empty())
+                continue;
+            if (editDistance(toLower(section), toLower(name)) < tolerance(section))
+                return name;
+            if (withKeys.empty() && holdsKeyOf(*member, section))
+                withKeys = name;
+        }
+        return withKeys;
+    }
+
+    bool holdsKeyOf(const cJSON& object, const std::string& section) const {
+        return std::any_of(document_.asked.begin(), document_.asked.end(),
+                           [&](const std::string& path) {
+                               return sectionOf(path) == section &&
+                                      cJSON_HasObjectItem(&object, leafOf(path).c_str());
+                           });
+    }
+
+    bool anyMissing() const {
+        return std::any_of(findings_.list().begin(), findings_.list().end(), [&](const Finding& f) {
+            return f.severity == Severity::fatal && f.file == document_.file &&
+                   contains(f.text, ",value = ,");
+        });
+    }
+
     void warn(const std::string& path, std::string what, std::string advice) {
         findings_.remark(
             {Severity::warning, document_.file, 0, path, std::move(what), std::move(advice)});
@@ -88,17 +158,21 @@ private:
     void judge(const std::string& path) {
         if (findings_.full())
             return;
-        const auto whole = [](const std::string& p) { return p; };
-        const std::string same = known(path, whole);
+        const std::string same = known(path, &wholeOf);
         if (!same.empty())
             counts(same, path);
         else if (const std::string elsewhere = known(leafOf(path), &leafOf); !elsewhere.empty())
             warn(path, "key is not known here",
                  text("is %s meant?", pathWithLeaf(elsewhere).c_str()));
+        else if (!known(leafOf(path), &sectionOf).empty())
+            warn(path, "key is not known here",
+                 "a section stands in the outermost braces: is one closed too late?");
         else if (const std::string near = nearest(path); !near.empty())
             warn(path, "key is not known", text("is %s meant?", near.c_str()));
         else
-            warn(path, "key is not known", "it is passed over: remove it");
+            warn(path, "key is not known",
+                 anyMissing() ? "nothing reads it: is one of the missing keys meant?"
+                              : "it is passed over: remove it");
     }
 
     std::string pathWithLeaf(const std::string& leaf) const {
@@ -106,25 +180,39 @@ private:
                              [&](const std::string& p) { return leafOf(p) == leaf; });
     }
 
-    /// The key asked for that takes the fewest changes; one of the same section is preferred.
+    /// The changes that make another name of it.
+    static std::size_t tolerance(const std::string& name) {
+        return 1 + std::max<std::size_t>(name.size() / 3, 1);
+    }
+
+    /// The key asked for that takes the fewest changes; one of the same section is preferred. A
+    /// name of the outermost braces may also be that of a section.
     std::string nearest(const std::string& path) const {
         const std::string leaf = toLower(leafOf(path));
-        std::size_t best = 1 + std::max<std::size_t>(leaf.size() / 3, 1);
+        std::size_t best = tolerance(leaf);
         std::string found;
-        for (const bool sameSection : {true, false})
-            for (const std::string& p : document_.asked) {
-                const std::size_t d = editDistance(leaf, toLower(leafOf(p)));
-                if ((sectionOf(p) == sectionOf(path)) == sameSection && d < best) {
-                    best = d;
-                    found = p;
-                }
+        const auto take = [&](const std::string& p) {
+            const std::size_t d = editDistance(leaf, toLower(leafOf(p)));
+            if (d < best) {
+                best = d;
+                found = p;
             }
+        };
+        if (sectionOf(path).empty())
+            for (const std::string& p : document_.asked)
+                if (p != leafOf(p))
+                    take(sectionOf(p));
+        for (const bool sameSection : {true, false})
+            for (const std::string& p : document_.asked)
+                if ((sectionOf(p) == sectionOf(path)) == sameSection)
+                    take(p);
         return found;
     }
 
     const JsonDocument& document_;
     Findings& findings_;
-    std::vector<std::string> seen_; // keys and sections that were found
+    std::vector<std::string> seen_;  // keys and sections that were found
+    std::vector<std::string> meant_; // unknown members that a missing section has claimed
 };
 
 } // namespace
