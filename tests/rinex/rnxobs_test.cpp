@@ -127,7 +127,7 @@ TEST(ObservationFile, IsAsItWasWhereverASignalEndsACutRecord) {
     for (int status = SIGTERM; WIFSIGNALED(status); ++ended) {
         status = writeAndEnd(s, ended + 1);
         if (WIFEXITED(status) && WEXITSTATUS(status) == 77)
-            GTEST_SKIP() << "a process cannot be traced here";
+            GTEST_SKIP() << "no process may be traced here; under an emulator never";
         EXPECT_EQ(s.file("cut"), "whole\n") << "stop " << ended;
     }
     EXPECT_GT(ended, 12);
