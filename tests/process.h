@@ -1,6 +1,8 @@
 /// What the tests that run whole programs share.
 #pragma once
 
+#include "paths.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstdio>
@@ -44,7 +46,7 @@ inline int boundSocket(int& port) {
 /// stands in front, and hands it its name.
 inline std::vector<std::string> started(const std::string& program,
                                         const std::vector<std::string>& arguments) {
-    const std::string emulator = KESTRUNE_EMULATOR;
+    const std::string emulator = kEmulator;
     std::vector<std::string> words{program};
     if (!emulator.empty())
         words = {emulator, "-0", std::filesystem::path(program).filename(), program};

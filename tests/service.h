@@ -122,7 +122,7 @@ struct ServiceOptions {
 class Service {
 public:
     Service(int port, const std::string& clock, const ServiceOptions& options = {}) {
-        const fs::path source = fs::path(KESTRUNE_SOURCE_DIR) / "examples" / options.example;
+        const fs::path source = fs::path(kSourceFolder) / "examples" / options.example;
         std::string deployment = readFile(source / "vrs.json");
         deployment = replaced(deployment, "127.0.0.1 2101", "127.0.0.1 " + std::to_string(port));
         deployment = replaced(deployment, "2018-07-12 23:37:11", clock);
@@ -178,9 +178,9 @@ private:
             putenv(const_cast<char*>(variable.c_str()));
         std::vector<std::string> arguments{"-mode", "vrs", folder / "vrs.json"};
         arguments.insert(arguments.end(), options.switches.begin(), options.switches.end());
-        if (chdir(KESTRUNE_SOURCE_DIR) != 0)
+        if (chdir(kSourceFolder) != 0)
             _exit(127);
-        become(KESTRUNE_PROGRAM, arguments);
+        become(kServiceProgram, arguments);
     }
 
     pid_t process_ = -1;

@@ -196,7 +196,7 @@ TEST(Service, RetriesWhileThePeerRefuses) {
 
 TEST(Service, ExplainsItselfWithoutArguments) {
     for (const std::string arguments : {"", " -mode vrs", " -debug -post -mode vrs"}) {
-        const Ran ran = runInShell(KESTRUNE_PROGRAM, arguments);
+        const Ran ran = runInShell(kServiceProgram, arguments);
         EXPECT_EQ(ran.status, 1);
         EXPECT_EQ(ran.output, "Kestrune v2.5\nWelcome to Kestrune!\n"
                               "Example: Kestrune -mode vrs vrs.json -rawsav/vrssav(*)\n"

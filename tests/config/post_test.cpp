@@ -15,7 +15,7 @@ struct Post : check::Scratch {
     /// An empty `from` stands for the whole file.
     explicit Post(const std::string& file = "vrs.json", const std::string& from = "vrs",
                   const std::string& to = "vrs") {
-        const fs::path source = fs::path(KESTRUNE_SOURCE_DIR) / "examples";
+        const fs::path source = fs::path(kSourceFolder) / "examples";
         for (const fs::path example :
              {"vrs.json", "tables.json", "session.obj", "site.crd", "names.tab", "antennas.atx",
               "antennas.nam", "satellites.nav"}) {

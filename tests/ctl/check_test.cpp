@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kBroken = fs::path(KESTRUNE_SOURCE_DIR) / "tests/data/broken";
+const fs::path kBroken = fs::path(kSourceFolder) / "tests/data/broken";
 
 struct Told {
     std::string place, text, advice; // place and severity: "vrs.json: files: error"
@@ -88,7 +88,7 @@ Expected readExpected(const fs::path& file) {
 
 /// The good configuration with the files of a case over it.
 void lay(const fs::path& folder, const std::string& name) {
-    const fs::path post = fs::path(KESTRUNE_SOURCE_DIR) / "examples/post";
+    const fs::path post = fs::path(kSourceFolder) / "examples/post";
     for (const char* file : {"antennas.atx", "antennas.nam", "names.tab", "satellites.nav", "obs"})
         fs::copy(post / file, folder / file, fs::copy_options::recursive);
     for (const fs::path& source : {kBroken / "good", kBroken / name})
@@ -102,7 +102,7 @@ std::string inFolder(const fs::path& folder) {
 
 /// Runs the service until it has ended, or has tried to connect: then the status is 0.
 Ran runService(const fs::path& folder, const std::string& switches) {
-    const std::string command = inFolder(folder) + "echo $$; exec " + shellWords(KESTRUNE_PROGRAM) +
+    const std::string command = inFolder(folder) + "echo $$; exec " + shellWords(kServiceProgram) +
                                 "-mode vrs vrs.json " + switches;
     FILE* const pipe = popen(command.c_str(), "r");
     std::string output, line;
@@ -128,7 +128,7 @@ Ran runService(const fs::path& folder, const std::string& switches) {
 Ran runTool(const fs::path& folder, const std::string& arguments) {
     const fs::path before = fs::current_path();
     fs::current_path(folder);
-    Ran ran = runInShell(KESTRUNECTL_PROGRAM, arguments + " 2>&1");
+    Ran ran = runInShell(kCtlProgram, arguments + " 2>&1");
     fs::current_path(before);
     return ran;
 }

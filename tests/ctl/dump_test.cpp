@@ -434,7 +434,7 @@ TEST(Kestrunectl, TellsByItsStatusHowItWent) {
              {"dump " + good, 0, "good 1005"},
              {"dump - --json < " + good, 0, "\"type\":1005"},
              {"dump < " + bad, 1, "cut off"}}) {
-        const Ran ran = runInShell(KESTRUNECTL_PROGRAM, arguments + " 2>&1");
+        const Ran ran = runInShell(kCtlProgram, arguments + " 2>&1");
         EXPECT_EQ(ran.status, status) << arguments;
         EXPECT_NE(ran.output.find(part), std::string::npos) << arguments << "\n" << ran.output;
     }
@@ -449,7 +449,7 @@ TEST(Kestrunectl, ReadsALiveStreamByName) {
     ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&at), size), 0);
     ASSERT_EQ(listen(listener, 1), 0);
     getsockname(listener, reinterpret_cast<sockaddr*>(&at), &size);
-    const std::string command = "echo $$; exec " + shellWords(KESTRUNECTL_PROGRAM) +
+    const std::string command = "echo $$; exec " + shellWords(kCtlProgram) +
                                 "dump localhost:" + std::to_string(ntohs(at.sin_port));
     FILE* const pipe = popen(command.c_str(), "r");
     const auto line = [pipe] {

@@ -118,7 +118,7 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     listen(listener, 1);
     options.insert(options.begin(), {"simulate", "--json", "--port", std::to_string(simulatorPort),
                                      "--write-deployment", folder});
-    Program simulator(KESTRUNECTL_PROGRAM, options, folder.string() + ".out");
+    Program simulator(kCtlProgram, options, folder.string() + ".out");
     const fs::path deployment = folder / "vrs.json";
     for (int i = 0; i < 400 && readFile(folder / "leapsec.tab").empty(); ++i)
         sleepms(10);
@@ -126,7 +126,7 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     const std::string text =
         replaced(readFile(deployment), connector(simulatorPort), connector(proxyPort));
     std::ofstream(deployment) << text;
-    Program service(KESTRUNE_PROGRAM, {"-mode", "vrs", deployment}, folder / "log");
+    Program service(kServiceProgram, {"-mode", "vrs", deployment}, folder / "log");
     const int toService = accept(listener, nullptr, nullptr);
     const int toSimulator = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a{};

@@ -1,6 +1,7 @@
 #include "common/ComText.h"
 #include "common/check.h"
 #include "models/Antatx.h"
+#include "paths.h"
 
 #include <cstring>
 #include <iterator>
@@ -364,7 +365,7 @@ TEST(FormatWidths, AreAskedForOfEveryConversion) {
 
 TEST(ExampleOfPostMode, HasWhatItsDayAsksFor) {
     DLY = {};
-    const std::string folder = KESTRUNE_SOURCE_DIR "/examples/post/";
+    const std::string folder = std::string(kSourceFolder) + "/examples/post/";
     DLY.tables.antpcv = folder + "antennas.atx";
     DLY.tables.antnam = folder + "antennas.nam";
     DLY.tables.satnav = folder + "satellites.nav";
