@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace ctl::check {
+
 namespace {
 
 constexpr const char* kCarriers =
@@ -142,3 +144,5 @@ std::string adviceOn(const Finding& finding) {
             return a.advice;
     return {};
 }
+
+} // namespace ctl::check

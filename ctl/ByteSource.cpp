@@ -11,6 +11,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+namespace ctl::dump {
+
 namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
@@ -111,3 +113,5 @@ std::size_t ByteSource::read(std::span<std::uint8_t> block) {
             fail(name_, std::string("cannot be read: ") + std::strerror(errno));
     }
 }
+
+} // namespace ctl::dump

@@ -5,6 +5,8 @@
 #include <span>
 #include <string>
 
+namespace ctl::dump {
+
 /// ByteSource: bytes of a file, of standard input ("-"), or of a TCP connection (HOST:PORT); a file
 /// of that name wins. Failures are std::runtime_error that names the source.
 class ByteSource {
@@ -21,3 +23,5 @@ private:
     std::string name_;
     int fd_ = -1;
 };
+
+} // namespace ctl::dump

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <cstdio>
 
+namespace ctl::simulate {
+
 namespace {
 
 using namespace std::chrono;
@@ -53,3 +55,5 @@ std::optional<ref::GpsTime> parseUtc(const std::string& given) {
 int utcMjd(ref::GpsTime t) {
     return 44244 + static_cast<int>((t - ref::GpsTime{} - ref::kLeapS) / 86400);
 }
+
+} // namespace ctl::simulate

@@ -7,6 +7,8 @@
 
 /// Calendar: UTC texts of GPS times, from 2017 on (18 leap seconds).
 
+namespace ctl::simulate {
+
 /// "2018-07-12 23:37:11", with milliseconds where asked for.
 enum class Fraction { none, milliseconds };
 std::string utcText(ref::GpsTime t, Fraction fraction);
@@ -15,3 +17,5 @@ std::string utcText(ref::GpsTime t, Fraction fraction);
 std::optional<ref::GpsTime> parseUtc(const std::string& text);
 /// Modified Julian Date of the UTC day.
 int utcMjd(ref::GpsTime t);
+
+} // namespace ctl::simulate

@@ -16,6 +16,8 @@
 #include <memory>
 #include <stdexcept>
 
+namespace ctl::check {
+
 namespace {
 
 constexpr std::size_t kMostShown = 100; // findings
@@ -165,7 +167,7 @@ std::string verdict(const CheckResult& result) {
 
 /// As printed, and '?' for bytes that are no UTF-8, which a reader of JSON would refuse.
 std::string wellFormed(const std::string& line) {
-    return clean(printable(line));
+    return dump::clean(printable(line));
 }
 
 cJSON* jsonOf(const Finding& f, int times) {
@@ -272,3 +274,5 @@ void addCheck(CLI::App& app, int& status) {
     check->callback(
         [arguments, check, &status] { status = runCheck(*arguments, check->remaining()); });
 }
+
+} // namespace ctl::check

@@ -14,6 +14,8 @@ namespace CLI {
 class App;
 }
 
+namespace ctl::check {
+
 /// A fault, and the notes that explain it.
 struct Fault {
     Finding finding;
@@ -36,3 +38,5 @@ void printCheckJson(const CheckResult& result, std::ostream& out);
 
 /// Adds the subcommand; running it writes the exit status: 0, 1 where the service would stop.
 void addCheck(CLI::App& app, int& status);
+
+} // namespace ctl::check

@@ -9,6 +9,8 @@
 #include <iterator>
 #include <stdexcept>
 
+namespace ctl::simulate {
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -151,3 +153,5 @@ std::vector<fs::path> writeDeployment(const fs::path& directory, const Deploymen
     write(folder / "leapsec.tab", leapSecondFile(d));
     return paths;
 }
+
+} // namespace ctl::simulate

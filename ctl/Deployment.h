@@ -9,6 +9,8 @@
 
 /// Deployment: a complete configuration with which a service connects to the simulator.
 
+namespace ctl::simulate {
+
 struct Deployment {
     std::string host;
     int port = 0; // of the first endpoint; the others follow
@@ -26,3 +28,5 @@ std::vector<std::string> satellitesOfRecordings();
 /// cannot be written, or one is there that this program did not write.
 std::vector<std::filesystem::path> writeDeployment(const std::filesystem::path& directory,
                                                    const Deployment& deployment);
+
+} // namespace ctl::simulate

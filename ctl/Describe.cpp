@@ -9,6 +9,8 @@
 #include <string>
 #include <utility>
 
+namespace ctl::dump {
+
 namespace {
 
 using Frame = std::span<const std::uint8_t>;
@@ -407,3 +409,5 @@ bool isObservation(int type) {
 bool isEphemeris(int type) {
     return type == 1019 || type == 1020 || type == 63 || (type >= 1041 && type <= 1046);
 }
+
+} // namespace ctl::dump

@@ -8,6 +8,8 @@
 
 /// Describe: what an RTCM 3 message says, for people and for JSON.
 
+namespace ctl::dump {
+
 struct Column {
     const char* title; // with its unit
     const char* key;   // JSON
@@ -42,3 +44,5 @@ Description describe(std::span<const std::uint8_t> frame);
 /// Kinds of messages that a receiver needs.
 bool isObservation(int type);
 bool isEphemeris(int type);
+
+} // namespace ctl::dump

@@ -11,6 +11,8 @@
 #include <iostream>
 #include <stdexcept>
 
+namespace ctl::dump {
+
 Dump::Dump(DumpOptions options, std::ostream& out)
     : report_(options.json ? jsonReport(out, options.verbose) : textReport(out, options.verbose)) {}
 
@@ -119,3 +121,5 @@ void addDump(CLI::App& app, int& status) {
     dump->callback(
         [arguments, &status] { status = runDump(arguments->source, arguments->options); });
 }
+
+} // namespace ctl::dump

@@ -14,6 +14,8 @@ namespace CLI {
 class App;
 }
 
+namespace ctl::dump {
+
 struct DumpOptions {
     bool verbose = false; // every field
     bool json = false;    // one object a line
@@ -42,3 +44,5 @@ private:
 
 /// Adds the subcommand; running it writes the exit status: 0, 1 as Dump::status, 2 unreadable.
 void addDump(CLI::App& app, int& status);
+
+} // namespace ctl::dump

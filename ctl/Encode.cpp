@@ -13,6 +13,8 @@
 #include <cmath>
 #include <stdexcept>
 
+namespace ctl::simulate {
+
 namespace {
 
 WireEph wireOf(const ref::Kepler& k) {
@@ -311,3 +313,5 @@ ref::Bytes stationFrame(int type, int station, const ref::Vec3& siteM, ref::GpsT
         throw std::out_of_range("no station message " + std::to_string(type));
     }
 }
+
+} // namespace ctl::simulate

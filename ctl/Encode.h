@@ -7,6 +7,8 @@
 
 /// Encode: what the simulated sky says, as frames in the message layouts of rtcm/.
 
+namespace ctl::simulate {
+
 /// 1019, 1042, 1044, 1045 or 1046 by its type; 1020.
 ref::Bytes ephemerisFrame(const ref::Kepler& k);
 ref::Bytes ephemerisFrame(const ref::Glonass& g);
@@ -21,3 +23,5 @@ ref::Bytes legacyFrame(char system, int station, ref::GpsTime t, bool more,
 
 /// A station's descriptions of itself: 1005, 1006, 1007, 1008, 1013, 1033, 1230.
 ref::Bytes stationFrame(int type, int station, const ref::Vec3& siteM, ref::GpsTime t);
+
+} // namespace ctl::simulate

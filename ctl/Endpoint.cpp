@@ -13,6 +13,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+namespace ctl::simulate {
+
 namespace {
 
 constexpr double kPatienceS = 2.0; // for something owed
@@ -223,3 +225,5 @@ void Endpoint::finish() {
     connection_.reset();
     listener_.reset();
 }
+
+} // namespace ctl::simulate

@@ -11,6 +11,8 @@
 /// Endpoint: one TCP endpoint that a service connects to: what is sent goes to the judge first,
 /// what comes back after it. Times are seconds of the monotonic clock.
 
+namespace ctl::simulate {
+
 double monotonicS();
 
 /// A file descriptor that closes itself.
@@ -99,3 +101,5 @@ private:
     End end_ = End::none;
     bool ended_ = false; // this side has ended, the other not yet
 };
+
+} // namespace ctl::simulate

@@ -20,6 +20,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace ctl::check {
+
 namespace {
 
 constexpr const char* kFreqUsed = "common/freqused";
@@ -275,3 +277,5 @@ std::vector<std::string> outlineOfSession() {
                              dateText(dayOfStart()).c_str()));
     return lines;
 }
+
+} // namespace ctl::check

@@ -8,6 +8,8 @@
 /// Examine: what the readers of a configuration take as it stands and the service cannot use as it
 /// is likely meant. Looks at the record that they filled.
 
+namespace ctl::check {
+
 /// Adds remarks on all of it.
 void examineSession(Findings& findings);
 /// Adds remarks on the leap-second file, where GLONASS needs it.
@@ -21,3 +23,5 @@ int dayOfStart();
 std::string dateText(int mjd);
 /// TAI - UTC of the leap-second file and how long it holds; empty where it is not needed.
 std::string outlineOfLeapSeconds();
+
+} // namespace ctl::check

@@ -8,6 +8,8 @@
 
 #include <cstdlib>
 
+namespace ctl::check {
+
 namespace {
 
 constexpr int kSoonDays = 60;
@@ -149,3 +151,5 @@ std::string dateText(int mjd) {
     const DateTime t = mjd2date(mjd, 0.0);
     return text("%04d-%02d-%02d", t.year, t.month, t.day);
 }
+
+} // namespace ctl::check

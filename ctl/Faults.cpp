@@ -4,6 +4,8 @@
 #include <charconv>
 #include <stdexcept>
 
+namespace ctl::simulate {
+
 namespace {
 
 constexpr std::size_t kOnceIn = 60; // epochs, for faults that come now and then
@@ -97,3 +99,5 @@ ref::Bytes spoiled(std::vector<ref::Bytes> frames, FaultPlan& plan, long epoch) 
     }
     return out;
 }
+
+} // namespace ctl::simulate

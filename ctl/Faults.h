@@ -12,6 +12,8 @@
 
 /// Faults: what a simulated station and its connection do wrong, and when.
 
+namespace ctl::simulate {
+
 enum class Fault {
     close,             // the connection ends in mid-epoch
     reset,             // the same, hard
@@ -72,3 +74,5 @@ private:
 
 /// The epoch's bytes with the faults of contents that are due.
 ref::Bytes spoiled(std::vector<ref::Bytes> frames, FaultPlan& plan, long epoch);
+
+} // namespace ctl::simulate

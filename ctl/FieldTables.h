@@ -11,7 +11,7 @@
 /// FieldTables: the names of the fields of every layout in rtcm/, in its order, with the DF numbers
 /// of RTCM 10403.x.
 
-namespace fields {
+namespace ctl::dump::fields {
 
 template <std::size_t... sizes>
 constexpr auto joined(const std::array<FieldName, sizes>&... parts) {
@@ -168,4 +168,4 @@ constexpr auto legacyHead(bool glonass) {
 static_assert(fieldsOf<LegacyHead>(layoutLegacyHead) == legacyHead(false).size());
 // clang-format on
 
-} // namespace fields
+} // namespace ctl::dump::fields

@@ -2,6 +2,8 @@
 
 #include "common/Findings.h"
 
+namespace ctl::dump {
+
 std::string textOf(const Value& value) {
     struct Visitor {
         std::string operator()(std::monostate) const { return "-"; }
@@ -51,3 +53,5 @@ std::string clean(std::string_view in) {
     }
     return out;
 }
+
+} // namespace ctl::dump

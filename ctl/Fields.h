@@ -11,6 +11,8 @@
 /// Fields: the fields of a message by name. FieldReader runs over a layout of rtcm/ like BitReader
 /// and keeps every value with its name, DF number and unit (RTCM 10403.x).
 
+namespace ctl::dump {
+
 struct FieldName {
     const char* name;
     int df;                // 0 = none of its own
@@ -110,3 +112,5 @@ template <class Record, class Layout> constexpr std::size_t fieldsOf(const Layou
 /// Text from a message made fit for a terminal and for JSON: well-formed UTF-8 without control
 /// characters, '?' in place of the rest.
 std::string clean(std::string_view text);
+
+} // namespace ctl::dump

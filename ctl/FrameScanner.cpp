@@ -3,6 +3,8 @@
 #include "common/bits.h"
 #include "rtcm/Frame.h"
 
+namespace ctl::dump {
+
 namespace {
 
 constexpr std::uint8_t kReplyStart = 0xDA;
@@ -87,3 +89,5 @@ std::optional<Found> FrameScanner::next() {
         return take(kind, *length, good);
     }
 }
+
+} // namespace ctl::dump

@@ -10,6 +10,8 @@
 /// of any origin. Reply frame: 0xDA; 16 bits, the bytes before the check word minus 3; 0x68; the
 /// request word; 0x0006; RTCM 3 frames; the CRC-24Q of all before, in 32 bits.
 
+namespace ctl::dump {
+
 inline constexpr std::size_t kReplyHead = 10;    // bytes before the messages
 inline constexpr std::size_t kReplyCheck = 4;    // bytes of the check word
 inline constexpr std::size_t kMaxReply = 4096;   // bytes of a whole reply frame
@@ -51,3 +53,5 @@ private:
     std::size_t at_ = 0;    // not yet looked at
     bool ended_ = false;
 };
+
+} // namespace ctl::dump

@@ -7,6 +7,8 @@
 #include <numeric>
 #include <utility>
 
+namespace ctl::report {
+
 namespace {
 
 constexpr double kGap = 1.5;       // between a mark and its label
@@ -156,3 +158,5 @@ std::vector<std::optional<PlacedLabel>> placeLabels(const std::vector<Label>& la
     }
     return best;
 }
+
+} // namespace ctl::report

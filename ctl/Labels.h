@@ -7,6 +7,8 @@
 /// Labels: finds places for the labels of a drawing so that none covers another or a mark. Lengths
 /// are in the units of the drawing, y points down.
 
+namespace ctl::report {
+
 struct Box {
     double x = 0, y = 0, width = 0, height = 0; // x, y: upper left corner
     bool overlaps(const Box& b) const {
@@ -37,3 +39,5 @@ struct PlacedLabel {
 std::vector<std::optional<PlacedLabel>> placeLabels(const std::vector<Label>& labels,
                                                     std::vector<Box> obstacles, const Box& bounds,
                                                     double mostDistance);
+
+} // namespace ctl::report

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <ostream>
 
+namespace ctl::dump {
+
 namespace {
 
 constexpr int kReplyKind = 6;
@@ -191,3 +193,5 @@ std::vector<std::string> remarks(const Counts& counts) {
 std::unique_ptr<Report> textReport(std::ostream& out, bool verbose) {
     return std::make_unique<TextReport>(out, verbose);
 }
+
+} // namespace ctl::dump

@@ -12,6 +12,8 @@
 
 /// Render: the pieces of a dumped stream as lines of text or of JSON.
 
+namespace ctl::dump {
+
 struct Counts {
     std::map<int, std::uint64_t> messages; // with a right check word, by type
     std::uint64_t replies = 0;
@@ -37,3 +39,5 @@ public:
 
 std::unique_ptr<Report> textReport(std::ostream& out, bool verbose);
 std::unique_ptr<Report> jsonReport(std::ostream& out, bool verbose);
+
+} // namespace ctl::dump

@@ -6,6 +6,8 @@
 
 #include <ostream>
 
+namespace ctl::dump {
+
 namespace {
 
 struct Deleter {
@@ -156,3 +158,5 @@ private:
 std::unique_ptr<Report> jsonReport(std::ostream& out, bool verbose) {
     return std::make_unique<JsonReport>(out, verbose);
 }
+
+} // namespace ctl::dump

@@ -10,6 +10,8 @@
 #include <cmath>
 #include <numbers>
 
+namespace ctl::report {
+
 namespace {
 
 constexpr std::size_t kMostSkySamples = 6000;
@@ -43,7 +45,8 @@ std::string siteText(const ref::Vec3& siteM) {
 }
 
 std::string barName(int type) {
-    return type == 0 ? "reply frame around them" : text("%d %s", type, messageName(type).c_str());
+    return type == 0 ? "reply frame around them"
+                     : text("%d %s", type, dump::messageName(type).c_str());
 }
 
 std::string figure(const std::string& name, const std::string& value, const std::string& small) {
@@ -81,21 +84,23 @@ std::string verdictText(const ref::Verdict& v) {
            "</h1>\n";
 }
 
-std::string headline(const ReportData& d, const Totals& t) {
+std::string headline(const ReportData& d, const simulate::Totals& t) {
     const ref::Verdict& v = t.verdict;
     std::string out = "<header>\n<p class=\"over\">Kestrune at work</p>\n" + verdictText(v);
-    out += "<p>A " + std::string(t.values ? "simulated" : "recorded") + " reference station at " +
-           escaped(siteText(d.siteM)) + " sent " + count(t.given) +
-           (t.given == 1 ? " epoch" : " epochs") +
-           (t.connections > 1 ? " on " + count(t.connections) + " connections" : "") +
-           (d.epochs > 0 ? ", the first of " + escaped(utcText(d.first, Fraction::none)) + " UTC"
-                         : "") +
-           ". " +
-           (t.values ? "Everything that came back was compared with what an independent "
-                       "computation says about it."
-                     : "The true values of a recording are not known: form, order and completeness "
-                       "of the replies were checked.") +
-           "</p>\n<dl class=\"figures\">\n";
+    out +=
+        "<p>A " + std::string(t.values ? "simulated" : "recorded") + " reference station at " +
+        escaped(siteText(d.siteM)) + " sent " + count(t.given) +
+        (t.given == 1 ? " epoch" : " epochs") +
+        (t.connections > 1 ? " on " + count(t.connections) + " connections" : "") +
+        (d.epochs > 0 ? ", the first of " +
+                            escaped(simulate::utcText(d.first, simulate::Fraction::none)) + " UTC"
+                      : "") +
+        ". " +
+        (t.values ? "Everything that came back was compared with what an independent "
+                    "computation says about it."
+                  : "The true values of a recording are not known: form, order and completeness "
+                    "of the replies were checked.") +
+        "</p>\n<dl class=\"figures\">\n";
     std::uint64_t received = 0;
     for (const auto& [type, n] : v.bytes)
         received += n;
@@ -106,14 +111,15 @@ std::string headline(const ReportData& d, const Totals& t) {
     if (t.values)
         out += worstFigure(v, ErrorOf::range) + worstFigure(v, ErrorOf::phase);
     if (!v.delaysS.empty()) {
-        out += figure("median delay", milliseconds(delayAt(v.delaysS, 0.5)), "of a reply");
-        out += figure("99 of 100 within", milliseconds(delayAt(v.delaysS, 0.99)), "");
-        out += figure("slowest reply", milliseconds(delayAt(v.delaysS, 1.0)), "");
+        out +=
+            figure("median delay", milliseconds(simulate::delayAt(v.delaysS, 0.5)), "of a reply");
+        out += figure("99 of 100 within", milliseconds(simulate::delayAt(v.delaysS, 0.99)), "");
+        out += figure("slowest reply", milliseconds(simulate::delayAt(v.delaysS, 1.0)), "");
     }
     return out + "</dl>\n</header>\n";
 }
 
-std::string trouble(const Totals& t) {
+std::string trouble(const simulate::Totals& t) {
     const ref::Verdict& v = t.verdict;
     std::string out;
     if (!v.faults.empty()) {
@@ -139,11 +145,11 @@ std::string trouble(const Totals& t) {
 
 std::string systemKey(const ReportData& d) {
     std::string out = "<ul class=\"key\">";
-    for (const char system : kSimulatedSystems)
+    for (const char system : simulate::kSimulatedSystems)
         if (std::any_of(d.satellites.begin(), d.satellites.end(),
                         [&](const auto& s) { return s.first[0] == system; }))
             out += "<li class=\"" + std::string(1, system) + "\"><b>" + system + "</b> " +
-                   systemName(system) + "</li>";
+                   simulate::systemName(system) + "</li>";
     return out + "</ul>\n";
 }
 
@@ -174,7 +180,7 @@ std::string fateRow(const ReportData& d, ref::Fate fate) {
         return "";
     std::string out = "<tr><th>" + fateIcon(fate) + escaped(ref::name(fate)) +
                       " <span class=\"soft\">" + count(satellites) + "</span></th><td>";
-    for (const char system : kSimulatedSystems)
+    for (const char system : simulate::kSimulatedSystems)
         if (lines.contains(system))
             out += "<div>" + escaped(lines[system]) + "</div>";
     return out + "</td></tr>\n";
@@ -211,7 +217,7 @@ std::string skySection(const ReportData& d) {
     return out + "</table>\n</section>\n";
 }
 
-std::string errorSection(const ReportData& d, const Totals& t) {
+std::string errorSection(const ReportData& d, const simulate::Totals& t) {
     std::string out =
         "<section class=\"wide\">\n<h2>Difference from the truth</h2>\n<p class=\"note\">How often "
         "each difference came, by system. The messages have steps of 17.87 mm of range and 0.559 "
@@ -226,10 +232,11 @@ std::string errorSection(const ReportData& d, const Totals& t) {
            "</div>\n</div>\n</section>\n";
 }
 
-std::string delaySection(const ReportData& d, const Totals& t) {
+std::string delaySection(const ReportData& d, const simulate::Totals& t) {
     return "<section>\n<h2>Delay of the replies</h2>\n<p class=\"note\">From the last byte of an "
            "epoch sent to the first byte of its reply received.</p>\n" +
-           delayChart(d, delayAt(t.verdict.delaysS, 0.5), delayAt(t.verdict.delaysS, 0.99)) +
+           delayChart(d, simulate::delayAt(t.verdict.delaysS, 0.5),
+                      simulate::delayAt(t.verdict.delaysS, 0.99)) +
            "</section>\n";
 }
 
@@ -325,7 +332,7 @@ void Report::thinOut() {
     }
 }
 
-std::string Report::page(const Totals& t) const {
+std::string Report::page(const simulate::Totals& t) const {
     std::string out = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
                       "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
                       "<title>Kestrune at work</title>\n<style>";
@@ -347,3 +354,5 @@ std::string Report::page(const Totals& t) const {
         out += typeSection(t.verdict);
     return out + "</div>\n</main>\n</body>\n</html>\n";
 }
+
+} // namespace ctl::report

@@ -7,6 +7,8 @@
 /// Report: what a simulation showed, as one HTML page that needs nothing else. However long a run
 /// is, a few thousand samples are kept of it.
 
+namespace ctl::report {
+
 /// A satellite at an epoch.
 struct SkySample {
     long epoch = 0;
@@ -58,7 +60,7 @@ public:
     explicit Report(const ref::Vec3& siteM) { data_.siteM = siteM; }
     /// An epoch of the first endpoint.
     void epoch(const ref::EpochResult& result);
-    std::string page(const Totals& totals) const;
+    std::string page(const simulate::Totals& totals) const;
     const ReportData& data() const { return data_; }
 
 private:
@@ -68,3 +70,5 @@ private:
     ReportData data_;
     std::size_t samples_ = 0; // in all tracks
 };
+
+} // namespace ctl::report

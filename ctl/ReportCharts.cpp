@@ -6,6 +6,8 @@
 #include <cmath>
 #include <numbers>
 
+namespace ctl::report {
+
 namespace {
 
 constexpr double kMiddle = kChartWidth / 2;
@@ -158,7 +160,7 @@ std::string errorChart(const ReportData& data, const ref::Verdict& verdict, Erro
     const double rows = rowHeight * static_cast<double>(systems.size());
     std::string out = svgStart(rows + 44, range ? "errors of range" : "errors of phase");
     double top = 0;
-    for (const char system : kSimulatedSystems) {
+    for (const char system : simulate::kSimulatedSystems) {
         const auto it = systems.find(system);
         if (it == systems.end())
             continue;
@@ -170,7 +172,7 @@ std::string errorChart(const ReportData& data, const ref::Verdict& verdict, Erro
                                    ? 0
                                    : (range ? worst->second.rangeM : worst->second.phaseM) * 1e3;
         out += "<g class=\"" + std::string(1, system) + "\">\n";
-        out += svgText(0, top + 14, "own strong", systemName(system));
+        out += svgText(0, top + 14, "own strong", simulate::systemName(system));
         out += svgText(
             kChartWidth, top + 14, worstMm > ownMm ? "end bad" : "end",
             text(range ? "worst %.2f of %.2f mm" : "worst %.3f of %.3f mm", worstMm, ownMm));
@@ -269,3 +271,5 @@ std::string delayChart(const ReportData& data, double medianS, double ninetyNine
     out += svgText(x.to + 5, highY + 4 - apart, "", "99 %");
     return out + "</svg>\n";
 }
+
+} // namespace ctl::report

@@ -8,6 +8,8 @@
 /// ReportCharts: the drawings of a report, as SVG. They are 328 units wide, which is what a small
 /// phone has room for: one unit is then one pixel, and no text is smaller than 12.
 
+namespace ctl::report {
+
 inline constexpr double kChartWidth = 328;
 
 /// Text for HTML, in an attribute too.
@@ -30,3 +32,5 @@ std::string rangeChangeChart(const ReportData& data);
 enum class ErrorOf { range, phase };
 std::string errorChart(const ReportData& data, const ref::Verdict& verdict, ErrorOf what);
 std::string delayChart(const ReportData& data, double medianS, double ninetyNineS);
+
+} // namespace ctl::report

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <numbers>
 
+namespace ctl::report {
+
 namespace {
 
 constexpr double kMiddle = kChartWidth / 2;
@@ -182,3 +184,5 @@ std::string skyPlot(const ReportData& data) {
     return svgStart(kChartWidth + (nameless > 0 ? 20 : 0), "the satellites in the sky") + out +
            "</svg>\n";
 }
+
+} // namespace ctl::report

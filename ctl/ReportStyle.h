@@ -5,6 +5,8 @@
 /// ReportStyle: how a report looks. The colours of the systems differ in lightness as well as in
 /// hue, and every satellite has its name beside it.
 
+namespace ctl::report {
+
 inline constexpr std::string_view kReportStyle = R"(
 :root { color-scheme: light dark;
   --page: #fbfaf8; --ink: #1d2226; --soft: #5c656c; --hair: #e1dfda; --axis: #a9aba9;
@@ -81,3 +83,5 @@ ul.wrong { padding-left: 1.2rem; margin: 0; overflow-wrap: anywhere; }
   .types { columns: 2; column-gap: 4rem; }
   .pair { display: grid; grid-template-columns: minmax(0, 1fr) minmax(0, 1fr); column-gap: 4rem; } }
 )";
+
+} // namespace ctl::report

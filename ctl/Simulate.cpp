@@ -14,6 +14,8 @@
 #include <iostream>
 #include <unistd.h>
 
+namespace ctl::simulate {
+
 namespace {
 
 constexpr std::size_t kMostJudgedByValue = 16; // endpoints
@@ -285,14 +287,14 @@ int simulate(const Words& w) {
     std::ofstream record = opened(w.record);
     std::ofstream replies = opened(w.replies);
     std::ofstream page = opened(w.report);
-    Report report(run.station.siteM);
+    report::Report drawing(run.station.siteM);
     Endpoint& first = *endpoints.front();
     first.record = w.record.empty() ? nullptr : &record;
     first.replies = w.replies.empty() ? nullptr : &replies;
     first.judge.onEpoch = [&](const ref::EpochResult& r) {
         progress.epoch(r, first.judge.verdict());
         if (page.is_open())
-            report.epoch(r);
+            drawing.epoch(r);
     };
     Simulator simulator(*source, endpoints, run.pace, run.faults);
     simulator.onWaiting = [&] {
@@ -307,7 +309,7 @@ int simulate(const Words& w) {
     progress.end();
     const Totals totals = totalsOf(endpoints, simulator.faults, simulator.epochs(), run.values);
     if (page.is_open())
-        page << report.page(totals);
+        page << drawing.page(totals);
     closeWritten(page, w.report);
     closeWritten(record, w.record);
     closeWritten(replies, w.replies);
@@ -364,3 +366,5 @@ void addSimulate(CLI::App& app, int& status) {
         }
     });
 }
+
+} // namespace ctl::simulate

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <poll.h>
 
+namespace ctl::simulate {
+
 namespace {
 
 constexpr double kUnixToGpsS = 315964800;     // 1970-01-01 to 1980-01-06
@@ -155,3 +157,5 @@ void Simulator::run(const volatile std::sig_atomic_t& stop) {
     for (const auto& e : endpoints_)
         e->finish();
 }
+
+} // namespace ctl::simulate

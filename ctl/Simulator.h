@@ -9,6 +9,8 @@
 
 /// Simulator: paces the epochs of a source and gives them to the endpoints.
 
+namespace ctl::simulate {
+
 struct Pace {
     double speed = 1; // simulated seconds a second; 0: each epoch as soon as the last is answered
     bool followClock = false; // every epoch goes out at its own time of the system clock
@@ -59,3 +61,5 @@ private:
     double anchorS_ = 0; // monotonic time of anchorTime_
     ref::GpsTime anchorTime_;
 };
+
+} // namespace ctl::simulate

@@ -13,6 +13,8 @@
 #include <stdexcept>
 #include <utility>
 
+namespace ctl::simulate {
+
 namespace {
 
 constexpr double kStationMessagesS = 10;      // 1006, 1033
@@ -244,3 +246,5 @@ std::optional<EpochFrames> Recording::next() {
 std::optional<ref::GpsTime> Recording::nextTime() const {
     return at_ == epochs_.size() ? std::nullopt : std::optional(epochs_[at_].time);
 }
+
+} // namespace ctl::simulate

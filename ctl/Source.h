@@ -8,6 +8,8 @@
 
 /// Source: where the stream comes from: a simulated station, or a recording.
 
+namespace ctl::simulate {
+
 /// What is sent for one epoch: frames in order, the observation messages last.
 struct EpochFrames {
     ref::GpsTime time;
@@ -95,3 +97,5 @@ private:
     std::vector<EpochFrames> epochs_;
     std::size_t at_ = 0;
 };
+
+} // namespace ctl::simulate

@@ -9,6 +9,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+namespace ctl::simulate {
+
 namespace {
 
 constexpr std::size_t kMostFaultsShown = 20;
@@ -253,3 +255,5 @@ std::string summaryJson(const Totals& t) {
                                                                cJSON_free);
     return printed ? std::string(printed.get()) + "\n" : "";
 }
+
+} // namespace ctl::simulate

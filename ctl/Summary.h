@@ -8,6 +8,8 @@
 
 /// Summary: what a simulation shows while it runs and at its end.
 
+namespace ctl::simulate {
+
 /// One line an epoch of the first endpoint, or on a terminal one that moves.
 class Progress {
 public:
@@ -53,3 +55,5 @@ std::string summaryJson(const Totals& t);
 
 /// The delay that a part (0..1) of the replies did not exceed, s; 0 without any.
 double delayAt(std::vector<float> delaysS, double part);
+
+} // namespace ctl::simulate

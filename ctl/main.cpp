@@ -16,9 +16,9 @@ int run(int argc, char** argv) {
     app.set_version_flag("--version", "kestrunectl " KESTRUNE_VERSION);
     app.require_subcommand(1);
     int status = 0;
-    addSimulate(app, status);
-    addDump(app, status);
-    addCheck(app, status);
+    ctl::simulate::addSimulate(app, status);
+    ctl::dump::addDump(app, status);
+    ctl::check::addCheck(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

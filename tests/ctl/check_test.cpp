@@ -11,6 +11,8 @@
 #include <set>
 #include <sstream>
 
+using namespace ctl::check;
+
 namespace {
 
 namespace fs = std::filesystem;

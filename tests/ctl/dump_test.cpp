@@ -13,6 +13,8 @@
 #include <sstream>
 #include <sys/socket.h>
 
+using namespace ctl::dump;
+
 namespace {
 
 using ref::BitString;

@@ -3,6 +3,8 @@
 #include "ctl/Encode.h"
 #include "reference/legacy.h"
 
+using namespace ctl::simulate;
+
 // The frames of the simulator, against the independent writers and readers.
 
 using ref::Bytes;

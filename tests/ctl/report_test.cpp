@@ -6,6 +6,9 @@
 #include <limits>
 #include <random>
 
+using namespace ctl::report;
+using namespace ctl::simulate;
+
 namespace {
 
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
