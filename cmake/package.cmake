@@ -22,6 +22,7 @@ file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/documents)
 install_compressed(packaging/man/Kestrune.8 ${CMAKE_INSTALL_MANDIR}/man8 Kestrune.8)
 install_compressed(packaging/man/kestrunectl.1 ${CMAKE_INSTALL_MANDIR}/man1 kestrunectl.1)
 install_compressed(packaging/man/kestrune.json.5 ${CMAKE_INSTALL_MANDIR}/man5 kestrune.json.5)
+install_compressed(packaging/man/kestrune-log.7 ${CMAKE_INSTALL_MANDIR}/man7 kestrune-log.7)
 install_compressed(packaging/debian/changelog ${doc_dir} changelog)
 install_compressed(README.md ${doc_dir} README.md)
 
