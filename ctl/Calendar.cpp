@@ -1,7 +1,7 @@
 #include "ctl/Calendar.h"
 
 #include "common/Findings.h"
-#include "reference/orbit.h"
+#include "reference/standard/orbit.h"
 
 #include <chrono>
 #include <cmath>

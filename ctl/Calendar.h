@@ -1,6 +1,6 @@
 #pragma once
 
-#include "reference/geometry.h"
+#include "reference/standard/geometry.h"
 
 #include <optional>
 #include <string>

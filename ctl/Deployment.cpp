@@ -2,8 +2,8 @@
 
 #include "common/Findings.h"
 #include "ctl/Calendar.h"
-#include "reference/constellation.h"
-#include "reference/msm.h"
+#include "reference/standard/constellation.h"
+#include "reference/standard/msm.h"
 
 #include <fstream>
 #include <iterator>

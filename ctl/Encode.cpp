@@ -1,7 +1,7 @@
 #include "ctl/Encode.h"
 
 #include "common/gnsscmn.h"
-#include "reference/orbit.h"
+#include "reference/standard/orbit.h"
 #include "rtcm/EphemerisMessages.h"
 #include "rtcm/Frame.h"
 #include "rtcm/Legacy.h"

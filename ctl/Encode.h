@@ -1,7 +1,7 @@
 #pragma once
 
-#include "reference/ephemeris.h"
-#include "reference/msm.h"
+#include "reference/standard/ephemeris.h"
+#include "reference/standard/msm.h"
 
 #include <vector>
 

@@ -2,7 +2,7 @@
 
 #include "ctl/Faults.h"
 #include "ctl/Source.h"
-#include "reference/judge.h"
+#include "reference/service/judge.h"
 
 #include <ostream>
 #include <string>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "reference/bits.h"
+#include "reference/standard/bits.h"
 
 #include <array>
 #include <cstdint>

@@ -1,9 +1,9 @@
 #include "ctl/Source.h"
 
 #include "ctl/Encode.h"
-#include "reference/kinds.h"
-#include "reference/legacy.h"
-#include "reference/predict.h"
+#include "reference/service/predict.h"
+#include "reference/standard/kinds.h"
+#include "reference/standard/legacy.h"
 
 #include <algorithm>
 #include <array>

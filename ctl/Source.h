@@ -1,8 +1,8 @@
 #pragma once
 
 #include "ctl/Faults.h"
-#include "reference/frame.h"
-#include "reference/sky.h"
+#include "reference/standard/frame.h"
+#include "reference/standard/sky.h"
 
 #include <optional>
 

@@ -4,7 +4,7 @@
 #include "process.h"
 #include "session.h"
 
-#include "reference/predict.h"
+#include "reference/service/predict.h"
 
 #include <csignal>
 #include <fcntl.h>

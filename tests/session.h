@@ -8,10 +8,10 @@
 #include "common/DeployConfig.h"
 #include "config/Deploy.h"
 #include "orbit/Rnxeph.h"
-#include "reference/frame.h"
-#include "reference/geometry.h"
-#include "reference/orbit.h"
-#include "reference/sky.h"
+#include "reference/service/framing.h"
+#include "reference/standard/geometry.h"
+#include "reference/standard/orbit.h"
+#include "reference/standard/sky.h"
 #include "rtcm/rtcm.h"
 
 #include <gtest/gtest.h>

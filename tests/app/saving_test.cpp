@@ -1,6 +1,6 @@
 #include "service.h"
 
-#include "reference/judge.h"
+#include "reference/service/judge.h"
 
 #include <chrono>
 #include <sstream>

@@ -1,6 +1,6 @@
 #include "service.h"
 
-#include "reference/judge.h"
+#include "reference/service/judge.h"
 
 // The real program against a peer: recorded or generated stream in, every byte of the replies out.
 

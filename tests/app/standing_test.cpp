@@ -1,7 +1,7 @@
 #include "service.h"
 
 #include "net/Notify.h"
-#include "reference/kinds.h"
+#include "reference/standard/kinds.h"
 
 #include <cstddef>
 #include <sys/un.h>

@@ -1,7 +1,7 @@
 #include "common/ComFreq.h"
 #include "common/bits.h"
 #include "common/check.h"
-#include "reference/frame.h"
+#include "reference/standard/frame.h"
 
 #include <algorithm>
 #include <random>

@@ -2,8 +2,8 @@
 #include "session.h"
 
 #include "ctl/Dump.h"
-#include "reference/ephemeris.h"
-#include "reference/msm.h"
+#include "reference/standard/ephemeris.h"
+#include "reference/standard/msm.h"
 
 #include <cjson/cJSON.h>
 

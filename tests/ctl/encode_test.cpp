@@ -1,7 +1,7 @@
 #include "session.h"
 
 #include "ctl/Encode.h"
-#include "reference/legacy.h"
+#include "reference/standard/legacy.h"
 
 using namespace ctl::simulate;
 

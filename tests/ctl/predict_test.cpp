@@ -1,8 +1,8 @@
 #include "session.h"
 
 #include "intake/StreamObs.h"
-#include "reference/msm.h"
-#include "reference/predict.h"
+#include "reference/service/predict.h"
+#include "reference/standard/msm.h"
 
 #include <random>
 

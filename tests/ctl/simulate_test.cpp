@@ -1,7 +1,7 @@
 #include "process.h"
 #include "session.h"
 
-#include "reference/msm.h"
+#include "reference/standard/msm.h"
 
 #include <cjson/cJSON.h>
 #include <csignal>

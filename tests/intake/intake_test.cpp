@@ -1,7 +1,7 @@
 #include "session.h"
 
 #include "intake/StreamObs.h"
-#include "reference/msm.h"
+#include "reference/standard/msm.h"
 
 #include <cmath>
 

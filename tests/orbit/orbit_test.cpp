@@ -2,7 +2,7 @@
 
 #include "intake/StreamObs.h"
 #include "orbit/RnxephUtils.h"
-#include "reference/msm.h"
+#include "reference/standard/msm.h"
 #include "vrs/BaseStation.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "session.h"
 
-#include "reference/legacy.h"
+#include "reference/standard/legacy.h"
 
 #include <cmath>
 #include <map>

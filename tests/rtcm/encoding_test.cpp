@@ -1,9 +1,10 @@
 #include "session.h"
 
-#include "reference/ephemeris.h"
-#include "reference/kinds.h"
-#include "reference/legacy.h"
-#include "reference/msm.h"
+#include "reference/service/predict.h"
+#include "reference/standard/ephemeris.h"
+#include "reference/standard/kinds.h"
+#include "reference/standard/legacy.h"
+#include "reference/standard/msm.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,7 +2,7 @@
 
 #include "app/Controller.h"
 #include "intake/StreamObs.h"
-#include "reference/msm.h"
+#include "reference/standard/msm.h"
 
 #include <random>
 

@@ -1,6 +1,6 @@
 #include "session.h"
 
-#include "reference/msm.h"
+#include "reference/standard/msm.h"
 
 #include <cmath>
 #include <map>

@@ -1,7 +1,7 @@
 #include "session.h"
 
-#include "reference/ephemeris.h"
-#include "reference/msm.h"
+#include "reference/standard/ephemeris.h"
+#include "reference/standard/msm.h"
 #include "rtcm/EphemerisMessages.h"
 #include "rtcm/Legacy.h"
 #include "rtcm/Msm.h"

@@ -1,7 +1,8 @@
 #include "session.h"
 
 #include "intake/StreamObs.h"
-#include "reference/msm.h"
+#include "reference/service/predict.h"
+#include "reference/standard/msm.h"
 #include "vrs/BaseStation.h"
 #include "vrs/Generator.h"
 #include "vrs/VrsEncoder.h"

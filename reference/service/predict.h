@@ -1,11 +1,12 @@
 /// What a service owes for a stream: every forwarded frame, and for every epoch the satellites,
 /// signals and values of the reply. From the bytes as they were sent, by the framing rules, with
-/// the readers, orbits and geometry of this folder.
+/// the readers, orbits and geometry of reference/standard.
 #pragma once
 
-#include "frame.h"
-#include "msm.h"
-#include "orbit.h"
+#include "framing.h"
+
+#include "reference/standard/msm.h"
+#include "reference/standard/orbit.h"
 
 #include <map>
 #include <set>
@@ -13,6 +14,14 @@
 #include <vector>
 
 namespace ref {
+
+/// The virtual station: 4.7088369190215936e-05 rad of latitude north of the reference.
+Vec3 virtualPoint(const Vec3& reference);
+
+/// Station messages that the service passes on.
+constexpr bool isStation(int type) {
+    return (type >= 1005 && type <= 1008) || type == 1033 || type == 1230;
+}
 
 struct Expectation {
     Vec3 siteM{};

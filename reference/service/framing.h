@@ -1,24 +1,11 @@
-/// RTCM 3 frames (RTCM 10403.x, transport layer) and the reply frame that carries them.
+/// Which frames of a stream the service accepts, and the reply frame that carries its messages.
 #pragma once
 
-#include "bits.h"
+#include "reference/standard/frame.h"
 
 namespace ref {
 
-/// CRC-24Q as the remainder of a long division, bit by bit.
-std::uint32_t crc24q(std::span<const std::uint8_t> bytes);
-
-/// Preamble, length, body and check word; std::length_error above 1023 bytes.
-Bytes frame(const Bytes& body);
-
-struct Frame {
-    std::size_t offset = 0; ///< of the preamble in the bytes read
-    Bytes bytes;            ///< preamble to check word
-    int type = 0;           ///< DF002, 0 for a body of less than two bytes
-    Bytes body;
-};
-
-/// The frames a receiver accepts: bytes before a preamble are skipped; a frame with a wrong check
+/// The frames the service accepts: bytes before a preamble are skipped; a frame with a wrong check
 /// word is dropped as a whole, without a search inside it; an unfinished one at the end is not
 /// seen.
 std::vector<Frame> goodFrames(std::span<const std::uint8_t> stream);

@@ -1,7 +1,7 @@
 #include "predict.h"
 
-#include "kinds.h"
-#include "legacy.h"
+#include "reference/standard/kinds.h"
+#include "reference/standard/legacy.h"
 #include "slots.h"
 
 #include <algorithm>
@@ -38,6 +38,12 @@ bool possibleTime(const Msm& m) {
 }
 
 } // namespace
+
+Vec3 virtualPoint(const Vec3& reference) {
+    Geodetic g = toGeodetic(reference);
+    g.lat += 4.7088369190215936e-05;
+    return toXyz(g);
+}
 
 const char* name(Fate fate) {
     static constexpr std::array names{"answered",          "below 5 degrees", "no ephemeris",

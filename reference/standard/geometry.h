@@ -42,9 +42,6 @@ struct Geodetic {
 Geodetic toGeodetic(const Vec3& xyz);
 Vec3 toXyz(const Geodetic& g);
 
-/// The virtual station: 4.7088369190215936e-05 rad of latitude north of the reference.
-Vec3 virtualPoint(const Vec3& reference);
-
 struct Direction {
     double elevationDeg = 0, azimuthDeg = 0; ///< azimuth in 0..360
 };

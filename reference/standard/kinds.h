@@ -1,4 +1,4 @@
-/// Kinds of RTCM 10403.x messages, as a service treats them.
+/// Kinds of RTCM 10403.x messages.
 #pragma once
 
 namespace ref {
@@ -12,9 +12,6 @@ constexpr bool isLegacy(int type) { ///< observations of GPS and GLONASS
 constexpr bool isEphemeris(int type) { ///< 63 is the forerunner of 1042
     return type == 63 || type == 1019 || type == 1020 || type == 1042 ||
            (type >= 1044 && type <= 1046);
-}
-constexpr bool isStation(int type) {
-    return (type >= 1005 && type <= 1008) || type == 1033 || type == 1230;
 }
 
 } // namespace ref

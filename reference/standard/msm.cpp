@@ -15,7 +15,7 @@ constexpr std::size_t kMostPairs = 64;      // bits of a cell mask
 
 // clang-format off
 // MSM systems in order of their message numbers 107x, 108x, ...; their signals from id 1 on, "--"
-// unassigned. The ids of C are this system's own.
+// unassigned. From id 17 on those of C are not the standard's: a service has a table of its own.
 constexpr std::string_view kSystems = "GRESJCI";
 constexpr std::string_view kSignals[] = {
     "--1C1P1W------2C2P2W--------2S2L2X--------5I5Q5X----------1S1L1X",

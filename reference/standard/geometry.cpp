@@ -61,12 +61,6 @@ Vec3 toXyz(const Geodetic& g) {
             kMinorM * std::sin(beta) + g.heightM * std::sin(g.lat)};
 }
 
-Vec3 virtualPoint(const Vec3& reference) {
-    Geodetic g = toGeodetic(reference);
-    g.lat += 4.7088369190215936e-05;
-    return toXyz(g);
-}
-
 Direction direction(const Vec3& from, const Vec3& to) {
     const Geodetic g = toGeodetic(from);
     const Vec3 e{-std::sin(g.lon), std::cos(g.lon), 0};
