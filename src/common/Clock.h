@@ -14,8 +14,8 @@ extern GTime (*utcNow)();
 /// recording can be replayed on any day.
 void startReplayClock(GTime utc);
 
-/// Time since a start of no meaning, which setting the clock does not move.
+/// Time since an arbitrary start. Setting the clock does not change it.
 std::chrono::nanoseconds monotonicNow();
 
-/// Sleeps; the service itself waits where its manager hears of it (net/Notify).
+/// Sleeps. The service itself waits with net/Notify, so that its manager hears from it.
 void sleepms(int milliseconds);

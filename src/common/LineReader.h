@@ -6,8 +6,8 @@
 #include <string_view>
 
 /// LineReader: the lines of a file, one after another, without heap memory. A line is given
-/// without its end (LF or CR LF) and cut at kLongestLine bytes; what is beyond is passed over.
-/// A file ends at kLongestFile bytes, so that a device in its place has an end.
+/// without its end (LF or CR LF) and cut at kLongestLine bytes; the rest of it is ignored.
+/// Reading stops at kLongestFile bytes, so that it ends on a device, too.
 class LineReader {
 public:
     static constexpr std::size_t kLongestLine = 1024;

@@ -8,8 +8,8 @@
 
 struct cJSON;
 
-/// JsonDocument: the deployment file or the tables file. It keeps account of the keys that its
-/// readers ask for; what is left over is a key that nobody knows.
+/// JsonDocument: the deployment file or the tables file. It records the keys that its readers ask
+/// for; any other key is unknown.
 
 /// A whole file of at most kLargestJson bytes; empty with a fatal finding when it cannot be read.
 std::string json_loader(const std::string& path, Findings& findings);

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-/// RecordRemarks: lines of the object file that are likely not read as they are meant. The service
-/// takes them as they stand.
+/// RecordRemarks: lines of the object file that are probably not meant as they are read. The
+/// service uses them as they are.
 
 struct RecordPlace {
     std::string file;

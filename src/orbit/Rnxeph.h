@@ -58,7 +58,7 @@ struct EphemerisStore {
 };
 extern EphemerisStore BRDEPH;
 
-/// Lays the store out for the configured satellites, empty.
+/// Lays out an empty store for the configured satellites.
 void Rnxeph_initial();
 void Rnxeph_GPSEPH_initial(GPSEPH& record);
 void Rnxeph_GLSEPH_initial(GLSEPH& record);

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-/// Rnxobs: appends the epochs of a station to a file a day, as epoch records of RINEX 3 (phases in
+/// Rnxobs: saves the epochs of a station, one file for each day, as RINEX 3 records (phases in
 /// cycles, ranges in m, Doppler in Hz, C/N0 in dB-Hz; GPS time). The files have no header.
 
 /// The writer; one lives for one epoch.
@@ -19,9 +19,9 @@ struct RinexWriter {
     const EpochObs* obs = nullptr; // of the epoch, by configured satellite
 };
 
-/// Takes a writer to its start.
+/// Resets a writer.
 void Rnxobs_initial(RinexWriter& writer);
-/// Writes the epoch of the writer. 0, or -1 where it did not get into the file.
+/// Writes the epoch of the writer. 0, or -1 when the file does not have it.
 int Rnxobs_v_outFileObs(RinexWriter& writer, int mjd, double sod);
 /// Names the file of a time ("MJD:seconds of day") and sets the version.
 void Rnxobs_v_openOutFile(RinexWriter& writer, std::string_view time, double version);

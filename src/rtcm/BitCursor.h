@@ -81,7 +81,7 @@ public:
         const std::int64_t raw = takeSigned(width);
         value = raw == -(std::int64_t{1} << (width - 1)) ? kNone : static_cast<double>(raw) * unit;
     }
-    /// Keeps what fits; the rest of a longer text is passed over.
+    /// Keeps what fits and skips the rest of a longer text.
     void text(Descriptor& value) {
         value.fill('\0');
         const auto n = static_cast<std::size_t>(take(8));

@@ -3,8 +3,8 @@
 #include "rtcm/rtcm.h"
 
 /// encode: the encoders of the messages and what they share. Each writes its message into buff
-/// from bit 24 on, leaves the bits written in nbit and returns 1; 0 where the state does not hold
-/// what the message is about.
+/// from bit 24 on, leaves the number of bits in nbit and returns 1. It returns 0 when the state
+/// lacks what the message needs.
 
 template <class Layout, class Record>
 int writeMessage(RtcmState& s, const Layout& layout, const Record& record) {
@@ -22,7 +22,7 @@ std::uint32_t epochField(System system, GTime time);
 
 /// Wavelength of a record's signal, m; 0 where the carrier is unknown.
 double wavelengthM(const RtcmState& s, System system, const ObsRecord& record, std::size_t slot);
-/// Lock time of a record's signal, s; starts anew where lock was lost.
+/// Lock time of a record's signal, s; starts again when lock was lost.
 double lockTime(RtcmState& s, const ObsRecord& record, std::size_t slot, bool lost);
 
 int encodeMsm(RtcmState& s, int type, int sync);

@@ -20,8 +20,8 @@ struct SightPoint {
 };
 
 enum class LightTime { found, noOrbit, notConverged };
-/// Iterates until the light times to all points (one at least) stand still. All see the satellite
-/// at the transmit time of the first one. An orbit's reader has said why there is none.
+/// Iterates until the light times to all points (at least one) no longer change. All see the
+/// satellite at the transmit time of the first one. Without an orbit, its reader has printed why.
 LightTime solveLightTime(std::size_t satellite, VrsObsPack& pack, std::span<SightPoint> points,
                          OrbitState& state);
 
