@@ -12,7 +12,6 @@ namespace ctl::check {
 
 namespace {
 
-constexpr int kSoonDays = 60;
 // The last leap second so far (IERS Bulletin C 52): TAI - UTC is 37 s from 2017-01-01 on.
 constexpr int kLastKnownMjd = 57754;
 constexpr int kLastKnownS = 37;
@@ -92,7 +91,7 @@ void Examination::validity(int day) const {
              text("the table has ended on %s, and the clock stands at %s",
                   dateText(last.mjd).c_str(), dateText(day).c_str()),
              std::string(fate) + "put an MJD of the future into the last row");
-    else if (last.mjd - day <= kSoonDays)
+    else if (last.mjd - day <= kLeapTableEndsSoonDays)
         tell(Severity::warning, last.line,
              text("the table ends on %s, in %d day%s", dateText(last.mjd).c_str(), last.mjd - day,
                   last.mjd - day == 1 ? "" : "s"),

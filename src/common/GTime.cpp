@@ -11,30 +11,6 @@ namespace {
 constexpr std::int64_t kGpsEpoch = 315964800;
 constexpr std::int64_t kBdtEpoch = 1136073600;
 
-/// UTC minus GPS time from that UTC date on, newest first (IERS Bulletin C).
-struct LeapRow {
-    CalendarTime date;
-    double utcMinusGps;
-};
-constexpr std::array<LeapRow, 18> leaps{{{{2017, 1, 1, 0, 0, 0}, -18},
-                                         {{2015, 7, 1, 0, 0, 0}, -17},
-                                         {{2012, 7, 1, 0, 0, 0}, -16},
-                                         {{2009, 1, 1, 0, 0, 0}, -15},
-                                         {{2006, 1, 1, 0, 0, 0}, -14},
-                                         {{1999, 1, 1, 0, 0, 0}, -13},
-                                         {{1997, 7, 1, 0, 0, 0}, -12},
-                                         {{1996, 1, 1, 0, 0, 0}, -11},
-                                         {{1994, 7, 1, 0, 0, 0}, -10},
-                                         {{1993, 7, 1, 0, 0, 0}, -9},
-                                         {{1992, 7, 1, 0, 0, 0}, -8},
-                                         {{1991, 1, 1, 0, 0, 0}, -7},
-                                         {{1990, 1, 1, 0, 0, 0}, -6},
-                                         {{1988, 1, 1, 0, 0, 0}, -5},
-                                         {{1985, 7, 1, 0, 0, 0}, -4},
-                                         {{1983, 7, 1, 0, 0, 0}, -3},
-                                         {{1982, 7, 1, 0, 0, 0}, -2},
-                                         {{1981, 7, 1, 0, 0, 0}, -1}}};
-
 constexpr std::array<int, 12> kDayOfYearStart{1,   32,  60,  91,  121, 152,
                                               182, 213, 244, 274, 305, 335};
 
@@ -109,22 +85,6 @@ GTime timeadd(GTime t, double seconds) {
 
 double timediff(GTime a, GTime b) {
     return static_cast<double>(a.time - b.time) + a.sec - b.sec;
-}
-
-GTime gpst2utc(GTime t) {
-    for (const LeapRow& row : leaps) {
-        const GTime utc = timeadd(t, row.utcMinusGps);
-        if (timediff(utc, epoch2time(row.date)) >= 0.0)
-            return utc;
-    }
-    return t;
-}
-
-GTime utc2gpst(GTime t) {
-    for (const LeapRow& row : leaps)
-        if (timediff(t, epoch2time(row.date)) >= 0.0)
-            return timeadd(t, -row.utcMinusGps);
-    return t;
 }
 
 int adjgpsweek(int week) {

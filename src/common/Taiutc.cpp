@@ -1,23 +1,41 @@
 #include "common/Taiutc.h"
 
 #include "common/ComText.h"
+#include "common/ComTime.h"
 #include "common/DeployConfig.h"
+#include "common/Leaps.h"
 #include "common/LineReader.h"
 #include "common/Print.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <string>
+#include <sys/stat.h>
+#include <utility>
 
 namespace {
 
 /// Room for every leap second since 1972 and a good many to come; rows beyond it are not read.
 struct LeapTable {
     std::array<LeapEntry, 128> entries;
-    std::size_t count;
-    int passedOver;
-    bool ended;
+    std::size_t count = 0;
+    int passedOver = 0;
+    bool ended = false;
+
+    std::span<const LeapEntry> rows() const { return std::span(entries).first(count); }
 };
-LeapTable taiutc;
+
+/// The file of one path, and what was said of it.
+struct LeapSeconds {
+    std::string path;
+    bool read = false;    // `table` is in force
+    bool regular = false; // so was the file that it came from
+    LeapTable table;
+    bool told = false; // that a later reading was not whole
+    int lookedDay = 0; // MJD of the last daily look
+};
+LeapSeconds taiutc;
 
 /// A row that is neither empty nor marked as a comment.
 bool speaks(std::string_view line) {
@@ -31,7 +49,7 @@ bool stuckTo(std::string_view line, std::string_view rest) {
            !contains(" \t", line.substr(line.size() - rest.size() - 1, 1));
 }
 
-void readRow(std::string_view line, int number) {
+void readRow(LeapTable& table, std::string_view line, int number) {
     LeapEntry entry{};
     TextScanner scan(line);
     const auto integer = [&](int& out) {
@@ -41,35 +59,119 @@ void readRow(std::string_view line, int number) {
     };
     if (integer(entry.mjd) && integer(entry.taiMinusUtc)) {
         entry.line = number;
-        taiutc.entries[taiutc.count++] = entry;
-    } else if (taiutc.passedOver == 0 && speaks(line)) {
-        taiutc.passedOver = number;
+        table.entries[table.count++] = entry;
+    } else if (table.passedOver == 0 && speaks(line)) {
+        table.passedOver = number;
     }
+}
+
+bool readTable(LeapTable& table) {
+    LineReader file(taiutc.path);
+    std::string_view line;
+    while (file.next(line) && !contains(line, "+leap sec")) {
+    }
+    while (table.count < table.entries.size() && file.next(line)) {
+        table.ended = contains(line, "-leap sec");
+        if (table.ended)
+            break;
+        readRow(table, line, file.lineNumber());
+    }
+    return file.isOpen();
+}
+
+bool sameValues(const LeapTable& a, const LeapTable& b) {
+    return a.ended == b.ended && std::ranges::equal(a.rows(), b.rows(), [](auto& x, auto& y) {
+               return x.mjd == y.mjd && x.taiMinusUtc == y.taiMinusUtc;
+           });
+}
+
+enum class Kind { regular, other, missing };
+Kind kindOfFile() {
+    struct stat status {};
+    if (stat(taiutc.path.c_str(), &status) != 0)
+        return Kind::missing;
+    return S_ISREG(status.st_mode) ? Kind::regular : Kind::other;
+}
+
+/// Reads the file once more; why the reading cannot take the place of the table in force, or null.
+const char* readAnew(LeapTable& table) {
+    // A pipe must not even be opened: that would wait for a writer. Where the table came from no
+    // regular file, such as a device, it stays so.
+    if (taiutc.regular && kindOfFile() == Kind::other)
+        return "is not a regular file";
+    if (!readTable(table))
+        return "cannot be read";
+    if (sameValues(table, taiutc.table))
+        return nullptr;
+    if (!table.ended)
+        return "has no -leap sec";
+    return table.count == 0 ? "has no rows" : nullptr;
+}
+
+void putInForce(const LeapTable& table) {
+    taiutc.read = true;
+    taiutc.regular = kindOfFile() == Kind::regular;
+    taiutc.table = table;
+    taiutc.told = false;
+    // The last row only ends the validity.
+    extendLeaps(table.rows().first(table.count > 0 ? table.count - 1 : 0));
+}
+
+/// Another file starts from nothing.
+void followPath() {
+    if (taiutc.path == DLY.tables.leapsc)
+        return;
+    taiutc = {};
+    taiutc.path = DLY.tables.leapsc;
+}
+
+/// Tells when the table ends, where that is near and matters.
+void tellEnd(int day) {
+    if (taiutc.table.count == 0 || !contains(DLY.systems, "R"))
+        return;
+    const int last = taiutc.table.rows().back().mjd;
+    // A file may hold any number; days before MJD 0 have no date here.
+    if (last < 0 || last - day > kLeapTableEndsSoonDays)
+        return;
+    const DateTime end = mjd2date(last, 0.0);
+    print("***WARN(Taiutc): file = %s,table ends on %04d-%02d-%02d,days left = %d,a GLONASS "
+          "ephemeris after that ends the service!\n",
+          taiutc.path.c_str(), end.year, end.month, end.day, last - day);
 }
 
 } // namespace
 
 bool Taiutc_m_load() {
-    LineReader file(DLY.tables.leapsc);
-    if (!file.isOpen())
-        return false;
-    taiutc.count = 0;
-    taiutc.passedOver = 0;
-    taiutc.ended = false;
-    std::string_view line;
-    while (file.next(line) && !contains(line, "+leap sec")) {
+    followPath();
+    LeapTable table;
+    if (!taiutc.read) {
+        if (!readTable(table))
+            return false;
+        putInForce(table);
+        return true;
     }
-    while (taiutc.count < taiutc.entries.size() && file.next(line)) {
-        taiutc.ended = contains(line, "-leap sec");
-        if (taiutc.ended)
-            break;
-        readRow(line, file.lineNumber());
-    }
+    const char* const fault = readAnew(table);
+    if (!fault)
+        putInForce(table);
+    else if (!std::exchange(taiutc.told, true))
+        print("***WARN(Taiutc): file = %s,%s,the table read before stays in force!\n",
+              taiutc.path.c_str(), fault);
     return true;
 }
 
+void Taiutc_m_lookDaily(GTime utc) {
+    followPath();
+    const int day = time2mjd(utc.time).mjd;
+    // A clock that is set back over midnight does not bring the day a second time.
+    if (day == taiutc.lookedDay || day + 1 == taiutc.lookedDay)
+        return;
+    taiutc.lookedDay = day;
+    if ((taiutc.read || kindOfFile() == Kind::regular) && Taiutc_m_load())
+        tellEnd(day);
+}
+
 LeapFile Taiutc_m_file() {
-    return {std::span(taiutc.entries).first(taiutc.count), taiutc.passedOver, taiutc.ended};
+    return {taiutc.table.rows(), taiutc.table.passedOver, taiutc.table.ended};
 }
 
 void Taiutc_m_rdUtcFile() {
@@ -79,16 +181,17 @@ void Taiutc_m_rdUtcFile() {
 
 int Taiutc_m_getTaiutc(int mjd) {
     Taiutc_m_rdUtcFile();
-    if (taiutc.count == 0)
+    const std::span<const LeapEntry> rows = taiutc.table.rows();
+    if (rows.empty())
         return 0;
-    const int first = taiutc.entries[0].mjd;
-    const int last = taiutc.entries[taiutc.count - 1].mjd;
+    const int first = rows.front().mjd;
+    const int last = rows.back().mjd;
     if (mjd < first)
         fatal("mjd = %d,mjde = %d,epoch before table start", mjd, first);
     if (mjd > last)
         fatal("mjd = %d,mjde = %d,epoch after table start", mjd, last);
-    for (std::size_t i = 0; i + 1 < taiutc.count; ++i)
-        if (taiutc.entries[i].mjd < mjd && mjd < taiutc.entries[i + 1].mjd)
-            return taiutc.entries[i].taiMinusUtc;
+    for (std::size_t i = 0; i + 1 < rows.size(); ++i)
+        if (rows[i].mjd < mjd && mjd < rows[i + 1].mjd)
+            return rows[i].taiMinusUtc;
     return 0;
 }

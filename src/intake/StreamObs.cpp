@@ -1,9 +1,11 @@
 #include "intake/StreamObs.h"
 
+#include "common/Clock.h"
 #include "common/ComText.h"
 #include "common/ComTime.h"
 #include "common/DeployConfig.h"
 #include "common/Print.h"
+#include "common/Taiutc.h"
 #include "orbit/Rnxeph.h"
 
 #include <algorithm>
@@ -150,6 +152,7 @@ int StreamReader(std::size_t station, const std::uint8_t* buffer, int length) {
     }
     if (length <= 0)
         return 0;
+    Taiutc_m_lookDaily(utcNow());
     int framelen = 0;
     for (std::span left(buffer, static_cast<std::size_t>(length)); !left.empty();) {
         const Taken taken = input_rtcm3_block(Decoder, left, framelen);

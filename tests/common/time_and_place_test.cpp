@@ -6,6 +6,9 @@
 #include "common/check.h"
 
 #include <chrono>
+#include <filesystem>
+#include <functional>
+#include <sys/stat.h>
 
 namespace {
 
@@ -139,10 +142,117 @@ TEST(LeapSecondFile, GivesTheValueStrictlyBetweenTwoEntries) {
     }
     scratch.write("leap", "+leap sec\n59000 10\n59050 11\n62000 12\n-leap sec\n");
     EXPECT_EQ(lookUp(59099)(), 11) << "it is read anew for every lookup";
-    scratch.write("leap", "59000 10\n62000 12\n");
+    DLY.tables.leapsc = scratch.write("none", "59000 10\n62000 12\n");
     EXPECT_EQ(lookUp(40000)(), 0) << "no table, no range";
     DLY.tables.leapsc = "/no";
     check::expectFatal(lookUp(1), "***ERROR(readCommFil):file_table not exist leapsc item \n");
+}
+
+std::string printed(const auto& call) {
+    testing::internal::CaptureStdout();
+    call();
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST(LeapSecondFile, KeepsItsLastWholeTableUntilTheNextWholeOne) {
+    namespace fs = std::filesystem;
+    const check::Scratch scratch;
+    const std::string path = scratch.path + "leap";
+    const auto write = [&](const char* content) {
+        fs::remove_all(path);
+        scratch.write("leap", content);
+    };
+    DLY.tables.leapsc = path;
+    write("+leap sec\n59000 10\n"); // cut at the first reading: taken as it is
+    EXPECT_EQ(printed([] { EXPECT_EQ(Taiutc_m_getTaiutc(59000), 0); }), "");
+    int value = 10;
+    const auto whole = [&] {
+        write(text("+leap sec\n59000 %d\n62000 12\n-leap sec\n", ++value).c_str());
+        EXPECT_EQ(printed([&] { EXPECT_EQ(Taiutc_m_getTaiutc(59001), value); }), "");
+    };
+    const struct {
+        std::function<void()> damage;
+        const char* fault;
+    } cases[] = {{[&] { write(""); }, "has no -leap sec"},
+                 {[&] { write("+leap sec\n59000 10\n620"); }, "has no -leap sec"},
+                 {[&] { write("+leap sec\n-leap sec\n"); }, "has no rows"},
+                 {[&] { fs::remove(path); }, "cannot be read"},
+                 {[&] { fs::remove(path), fs::create_directory(path); }, "is not a regular file"},
+                 {[&] { fs::remove(path), mkfifo(path.c_str(), 0600); }, "is not a regular file"}};
+    for (const auto& c : cases) {
+        whole();
+        c.damage();
+        const std::string lines = printed([&] {
+            for (int reading = 0; reading < 3; ++reading)
+                EXPECT_EQ(Taiutc_m_getTaiutc(59001), value) << c.fault;
+        });
+        EXPECT_EQ(lines, "***WARN(Taiutc): file = " + path + "," + c.fault +
+                             ",the table read before stays in force!\n");
+        check::expectFatal([] { Taiutc_m_getTaiutc(62001); },
+                           "mjd = 62001,mjde = 62000,epoch after table start\n");
+    }
+    whole();
+}
+
+TEST(LeapSecondFile, ExtendsTheBuiltInTable) {
+    const check::Scratch scratch;
+    const auto load = [&](const std::string& rows) {
+        DLY.tables.leapsc = scratch.write("leap", "+leap sec\n" + rows + "-leap sec\n");
+        ASSERT_TRUE(Taiutc_m_load());
+    };
+    const auto expectSteps = [](GTime from, int before, int after) {
+        // Where a second is taken out, the last one of the day does not exist.
+        const GTime last = timeadd(from, after < before ? -1.25 : -0.25);
+        for (const auto& [utc, seconds] : {std::pair{last, before}, std::pair{from, after}}) {
+            EXPECT_EQ(timediff(utc2gpst(utc), utc), seconds);
+            EXPECT_EQ(gpst2utc(utc2gpst(utc)), utc);
+        }
+    };
+    const GTime y2029 = epoch2time({2029, 1, 1, 0, 0, 0}),
+                y2030 = epoch2time({2030, 1, 1, 0, 0, 0});
+    // 62137 is 2029-01-01, 62502 is 2030-01-01; the last row only ends the validity.
+    load("57204 36\n57754 37\n62137 38\n62502 37\n63232 50\n");
+    expectSteps(y2029, 18, 19);
+    expectSteps(y2030, 19, 18); // a second can be taken out, too
+    load("57754 37\n62137 37\n62502 38\n63232 38\n");
+    expectSteps(y2029, 18, 18);
+    expectSteps(y2030, 18, 19);
+    // What is no leap second, or no time of its own, changes nothing.
+    for (const char* const rows :
+         {"57754 37\n62502 38\n", "57754 19\n62137 20\n63232 20\n",
+          "57754 37\n62137 39\n62502 38\n63232 39\n",
+          "62137 -2147483648\n62502 2147483647\n63232 1\n", "57754 36\n57000 38\n63232 40\n"}) {
+        load(rows);
+        expectSteps(y2029, 18, 18);
+        expectSteps(y2030, 18, 18);
+    }
+}
+
+TEST(LeapSecondFile, IsToldToEndOnEachOfItsLastSixtyDays) {
+    const check::Scratch scratch;
+    DLY.systems = "GR";
+    DLY.tables.leapsc = scratch.write("leap", "+leap sec\n57754 37\n62502 37\n-leap sec\n");
+    const auto look = [](int mjd, double sod = 0.0) {
+        return printed([&] { Taiutc_m_lookDaily({mjd2time(mjd, sod), 0.0}); });
+    };
+    const auto line = [](int days) {
+        return text("***WARN(Taiutc): file = %s,table ends on 2030-01-01,days left = %d,a GLONASS "
+                    "ephemeris after that ends the service!\n",
+                    DLY.tables.leapsc.c_str(), days);
+    };
+    EXPECT_EQ(look(62441, 86399.0), "");
+    EXPECT_EQ(look(62442), line(60));
+    EXPECT_EQ(look(62442, 86399.0), "");
+    EXPECT_EQ(look(62443), line(59));
+    EXPECT_EQ(look(62442, 86399.0) + look(62443), "") << "the clock was set back a second";
+    EXPECT_EQ(look(62504), line(-2));
+    DLY.systems = "GE";
+    EXPECT_EQ(look(62505), "") << "nothing reads the file for its end";
+    DLY.systems = "GR";
+    scratch.write("leap", "+leap sec\n57754 37\n62600 37\n-leap sec\n");
+    EXPECT_EQ(look(62506), "") << "the new end is read on the same day";
+    scratch.write("leap", "+leap sec\n57754 37\n-2147483648 37\n-leap sec\n");
+    EXPECT_EQ(look(62507), "");
 }
 
 // First row: the example of IOGP Publication 373-7-2, 4.1.1. The others: closed formula, evaluated

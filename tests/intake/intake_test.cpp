@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "common/Leaps.h"
 #include "intake/StreamObs.h"
 #include "reference/standard/msm.h"
 
@@ -125,6 +126,28 @@ TEST_F(Intake, ForgetsFrameAndEpochOfALostConnection) {
     ASSERT_EQ(replies.size(), 1U);
     EXPECT_EQ(row("G03").range[0], 0.0);
     EXPECT_NE(row("E03").range[0], 0.0);
+}
+
+TEST_F(Intake, KeepsTheSystemsOfAnEpochTogetherAfterTheNextLeapSecond) {
+    // Since the start of 2018, as the file says, GPS time is 19 s ahead of UTC, not 18 s.
+    const std::string path = leapSecondFile() + "_next";
+    std::ofstream(path) << "+leap sec\n 57754 37\n 58119 38\n 62502 38\n-leap sec\n";
+    DLY.tables.leapsc = path;
+    ref::Msm glonass;
+    glonass.system = 'R';
+    glonass.epochField = 9431000U; // ms of the Moscow day; a second less than in `epoch`
+    ref::Cell cell;
+    cell.system = 'R';
+    cell.id = 7;
+    cell.signal = "1C";
+    cell.pseudorangeM = 21e6;
+    glonass.cells = {cell};
+    read({epoch(1074, {{"1C", 21e6}}, true), ref::frame(ref::writeMsm(glonass))});
+    EXPECT_NE(row("R07").range[0], 0.0);
+    EXPECT_NE(row("G03").range[0], 0.0);
+    EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
+    std::remove(path.c_str());
+    extendLeaps({});
 }
 
 TEST_F(Intake, StoresBdsEphemeridesInBdtAndReplacesWhole) {
