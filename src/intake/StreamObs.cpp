@@ -6,6 +6,7 @@
 #include "common/DeployConfig.h"
 #include "common/Print.h"
 #include "common/Taiutc.h"
+#include "intake/Contradictions.h"
 #include "orbit/Rnxeph.h"
 
 #include <algorithm>
@@ -17,6 +18,7 @@ namespace {
 
 RtcmState Decoder;
 bool decoderReady = false;
+Contradictions contradictions;
 
 /// Carrier slot of a band digit for a system: the first frequency name with that digit, -1 if
 /// none is configured.
@@ -46,9 +48,37 @@ void storeEpoch(std::size_t station) {
     StreamObs_m_setObsData(Decoder.obs, station);
 }
 
+/// Channels that the stream has stated so far, against those of the object file.
+void compareChannels(Contradictions::Instant now) {
+    for (int slot = 1; slot <= kGlonassSlots; ++slot) {
+        const int index = DLY.satelliteIndex[static_cast<std::size_t>(satno(kGlonass, slot))];
+        if (index >= 0)
+            contradictions.channel(
+                slot, Decoder.nav.glo_fcn[static_cast<std::size_t>(slot - 1)] - 8,
+                DLY.satellites[static_cast<std::size_t>(index)].glonassChannel, now);
+    }
+}
+
+/// Tells what in the message contradicts what is known otherwise.
+void compare(int status, std::size_t station, Contradictions::Instant now) {
+    const auto type = static_cast<int>(getbitu(Decoder.buff, kMessageBit, 12));
+    if (status == kStation && (type == 1005 || type == 1006)) {
+        const StationRecord& configured = DLY.stations[station];
+        contradictions.position(type, Decoder.sta.pos, configured.name, configured.xyz, now);
+    }
+    if (status == kEphemeris && type != 1020 &&
+        DLY.satelliteIndex[static_cast<std::size_t>(Decoder.ephsat)] >= 0)
+        contradictions.ephemeris(
+            satno2id(Decoder.ephsat),
+            Decoder.nav.eph[static_cast<std::size_t>(Decoder.ephsat - 1)].stated,
+            utc2gpst(utcNow()), now);
+    if (status == kEpoch || type == 1020)
+        compareChannels(now);
+}
+
 /// What the message brought goes to its place, then to the callback; then the decoder starts
 /// afresh, so that nothing survives from message to message but an unfinished epoch.
-void take(int status, std::size_t station, int framelen) {
+void take(int status, std::size_t station, int framelen, Contradictions::Instant now) {
     if (status == kStation) {
         print("***WARN(StreamObs): Not support antenna!\n");
     } else if (status == kEpoch) {
@@ -58,6 +88,7 @@ void take(int status, std::size_t station, int framelen) {
               satno2id(Decoder.ephsat).c_str());
         StreamObs_m_setEphData(Decoder.nav, Decoder.ephsat);
     }
+    compare(status, station, now);
     if (onrtcm)
         onrtcm(static_cast<std::uint32_t>(status), Decoder.buff.data(), framelen);
     init_rtcm(Decoder);
@@ -153,11 +184,14 @@ int StreamReader(std::size_t station, const std::uint8_t* buffer, int length) {
     if (length <= 0)
         return 0;
     Taiutc_m_lookDaily(utcNow());
+    const Contradictions::Instant now = monotonicNow();
     int framelen = 0;
     for (std::span left(buffer, static_cast<std::size_t>(length)); !left.empty();) {
         const Taken taken = input_rtcm3_block(Decoder, left, framelen);
+        if (Decoder.statedId >= 0)
+            contradictions.stationId(Decoder.statedId, now);
         if (taken.status > 0)
-            take(taken.status, station, framelen);
+            take(taken.status, station, framelen, now);
         left = left.subspan(taken.bytes);
     }
     return 0;
@@ -165,6 +199,7 @@ int StreamReader(std::size_t station, const std::uint8_t* buffer, int length) {
 
 void StreamObs_m_restart() {
     init_rtcm(Decoder);
+    contradictions.newConnection();
 }
 
 int StreamObs_m_setObsData(const ObsSet& obs, std::size_t station) {

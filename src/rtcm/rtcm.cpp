@@ -46,6 +46,7 @@ void RtcmState::count(int type) {
 void init_rtcm(RtcmState& s) {
     clearTouched(s);
     s.staid = s.stah = s.seqno = s.outtype = 0;
+    s.statedId = -1;
     s.time = {};
     s.obs.n = 0;
     s.sta = {};

@@ -52,6 +52,7 @@ struct EphRecord {
     int sva = 0; // URA or SISA index
     int svh = 0;
     int week = 0; // full
+    GTime stated; // toe in the week that the message names; `week` may be the one beside it
     int code = 0; // codes on L2, or data sources
     int flag = 0; // L2 P data flag
     GTime toe, toc, ttr;
@@ -107,6 +108,8 @@ struct SignalTrack {
 
 struct RtcmState {
     int staid = 0; // 0 = not yet known
+    /// Id in the last message that has one, also in one that was refused because of it; -1 = none.
+    int statedId = -1;
     int stah = 0;
     int seqno = 0;   // issue of data station
     int outtype = 0; // non-zero: each message writes its label into msgtype

@@ -59,6 +59,7 @@ int decode_rtcm3(RtcmState& s) {
 }
 
 bool test_staid(RtcmState& s, int staid) {
+    s.statedId = staid;
     if (!s.opt.empty())
         if (const std::size_t at = s.opt.find("-STA="); at != std::string::npos)
             if (std::atoi(s.opt.c_str() + at + 5) != staid)

@@ -56,7 +56,8 @@ EphRecord recordOf(const WireEph& w, int sat) {
 /// half a week of `time`: strictly earlier than -302400 s, or +302400 s and later (deliberate).
 void resolveWeek(RtcmState& s, EphRecord& r, int week, double toc) {
     needTime(s);
-    const double ahead = timediff(gpst2time(week, r.toes), s.time);
+    r.stated = gpst2time(week, r.toes);
+    const double ahead = timediff(r.stated, s.time);
     if (ahead < -kHalfWeek)
         ++week;
     else if (ahead >= kHalfWeek)
@@ -153,7 +154,7 @@ int decode_type1042(RtcmState& s) {
     EphRecord r = recordOf(w, sat);
     needTime(s);
     r.week = adjbdtweek(w.week);
-    r.toe = timeadd(bdt2time(r.week, w.toe), kBdtOffset);
+    r.toe = r.stated = timeadd(bdt2time(r.week, w.toe), kBdtOffset);
     r.toc = timeadd(bdt2time(r.week, w.toc), kBdtOffset);
     r.ttr = s.time;
     return store(s, r);
