@@ -28,7 +28,7 @@ void Dump::finish() {
 }
 
 int Dump::status() const {
-    return counts_.badFrames > 0 || counts_.skippedBytes > 0 ? 1 : 0;
+    return counts_.faults > 0 || !anyGood(counts_) ? 1 : 0;
 }
 
 void Dump::tell() {
@@ -52,13 +52,16 @@ void Dump::tellMessage(const Found& found, Depth depth) {
     } else { // what it says cannot be believed; its number is a hint
         d.type = messageType(found.bytes);
         d.name = messageName(d.type);
-        ++counts_.badFrames;
+        countBad(found);
     }
     report_->message(found, d, depth);
 }
 
 void Dump::tellReply(const Found& found) {
-    ++(found.good ? counts_.replies : counts_.badFrames);
+    if (found.good)
+        ++counts_.replies;
+    else
+        countBad(found);
     const auto word = getbitu(found.bytes, 32, 32);
     const auto kind = static_cast<int>(getbitu(found.bytes, 64, 16));
     report_->reply(found, word, kind);
@@ -77,7 +80,23 @@ void Dump::tellReply(const Found& found) {
 
 void Dump::tellSkipped(const Found& found, Depth depth) {
     counts_.skippedBytes += found.bytes.size();
+    if (found.cut && depth == Depth::kStream)
+        counts_.cutBytes += found.bytes.size();
+    else
+        countFault(found);
     report_->skipped(found, depth);
+}
+
+void Dump::countBad(const Found& found) {
+    ++counts_.badFrames;
+    countFault(found);
+}
+
+void Dump::countFault(const Found& found) {
+    if (anyGood(counts_))
+        ++counts_.faults;
+    else
+        counts_.leadingBytes += found.bytes.size();
 }
 
 namespace {
@@ -116,8 +135,11 @@ void addDump(CLI::App& app, int& status) {
                      "a file, - for standard input (the default), or HOST:PORT to connect to");
     dump->add_flag("-v,--verbose", arguments->options.verbose, "every field of every message");
     dump->add_flag("--json", arguments->options.json, "one JSON object for each message");
-    dump->footer("Ends with 0; 1 where a check word was wrong or bytes were skipped; 2 where the\n"
-                 "source cannot be read. An interrupt ends a live stream with its counts.");
+    dump->footer(
+        "Ends with 0; 1 where a check word was wrong or bytes were skipped, or where there\n"
+        "was no good frame; 2 where the source cannot be read. Bytes before the first good\n"
+        "frame and a last frame that the end cuts off are no faults. An interrupt ends a\n"
+        "live stream with its counts.");
     dump->callback(
         [arguments, &status] { status = runDump(arguments->source, arguments->options); });
 }

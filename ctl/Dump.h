@@ -28,7 +28,8 @@ public:
     void take(std::span<const std::uint8_t> bytes);
     /// The rest, and the counts.
     void finish();
-    /// 1 where a check word was wrong or bytes were skipped, else 0.
+    /// 1 where a check word was wrong or bytes were skipped behind the first good frame, but for a
+    /// frame that the end cuts off, and where there was no good frame; else 0.
     int status() const;
 
 private:
@@ -36,6 +37,8 @@ private:
     void tellMessage(const Found& found, Depth depth);
     void tellReply(const Found& found);
     void tellSkipped(const Found& found, Depth depth);
+    void countBad(const Found& found);
+    void countFault(const Found& found);
 
     FrameScanner scanner_;
     std::unique_ptr<Report> report_;

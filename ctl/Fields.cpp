@@ -32,6 +32,16 @@ void FieldReader::addMask(int width, std::uint64_t bits) {
     add(::text("0x%0*llX", width / 4, static_cast<unsigned long long>(bits)));
 }
 
+namespace {
+
+/// Characters that turn the direction of a line, or break it.
+bool directional(unsigned point) {
+    return point == 0x061C || point == 0x200E || point == 0x200F ||
+           (point >= 0x2028 && point <= 0x202E) || (point >= 0x2066 && point <= 0x2069);
+}
+
+} // namespace
+
 std::string clean(std::string_view in) {
     std::string out;
     for (std::size_t i = 0; i < in.size();) {
@@ -48,7 +58,12 @@ std::string clean(std::string_view in) {
         }
         good = good && point >= least[n] && point != 0x7F && point <= 0x10FFFF &&
                (point < 0xD800 || point > 0xDFFF);
-        out += good ? in.substr(i, n) : "?";
+        if (!good)
+            out += '?';
+        else if (directional(point))
+            out += ::text("\\u%04X", point);
+        else
+            out += in.substr(i, n);
         i += good ? n : 1;
     }
     return out;

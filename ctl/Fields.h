@@ -110,7 +110,7 @@ template <class Record, class Layout> constexpr std::size_t fieldsOf(const Layou
 }
 
 /// Text from a message made fit for a terminal and for JSON: well-formed UTF-8 without control
-/// characters, '?' in place of the rest.
+/// characters, '?' in place of the rest. What turns the direction of a line stands as \u202E.
 std::string clean(std::string_view text);
 
 } // namespace ctl::dump

@@ -59,7 +59,8 @@ std::optional<Found> FrameScanner::next() {
         if (skipped == kMaxSkipped || (exhausted && ended_ && skipped > 0)) {
             const auto announced = frameAt(first_);
             Found found = take(Found::kSkipped, skipped, false);
-            found.cut = exhausted && ended_ && announced.value_or(kMaxReply) > skipped;
+            found.cut =
+                exhausted && ended_ && (inCutReply_ || announced.value_or(kMaxReply) > skipped);
             return found;
         }
         if (exhausted)
@@ -71,7 +72,8 @@ std::optional<Found> FrameScanner::next() {
         if (!length || *length > left) {
             if (!ended_)
                 return std::nullopt;
-            continue; // cut off; a whole frame may hide in it
+            behindCut_ = true; // a whole frame may hide in it
+            continue;
         }
         const auto frame = std::span(buff_).subspan(at_, *length);
         const Found::Kind kind = buff_[at_] == kPreamble ? Found::kMessage : Found::kReply;
@@ -80,11 +82,18 @@ std::optional<Found> FrameScanner::next() {
             // What follows decides whether this was a frame at all.
             if (*length == left && !ended_)
                 return std::nullopt;
-            if (*length < left && !startByte(buff_[at_ + *length]))
+            if (behindCut_ || (*length < left && !startByte(buff_[at_ + *length])))
                 continue;
         }
-        if (skipped > 0)
-            return take(Found::kSkipped, skipped, false);
+        if (skipped > 0) {
+            const bool reply = buff_[first_] == kReplyStart;
+            const auto announced = frameAt(first_);
+            Found found = take(Found::kSkipped, skipped, false);
+            // The messages of a reply whose end is missing are whole frames.
+            inCutReply_ = inCutReply_ || (behindCut_ && reply && announced > skipped + left);
+            found.cut = inCutReply_;
+            return found;
+        }
         at_ += *length;
         return take(kind, *length, good);
     }

@@ -28,7 +28,8 @@ struct Found {
 };
 
 /// A frame whose check word is wrong is taken whole where another start byte or the end of the
-/// stream follows it; elsewhere its first byte alone is skipped.
+/// stream follows it; elsewhere its first byte alone is skipped. In what may be a frame that the
+/// end of the stream cuts off, only whole frames with a right check word are taken.
 class FrameScanner {
 public:
     enum class Replies { kLookFor, kIgnore };
@@ -52,6 +53,8 @@ private:
     std::size_t first_ = 0; // not yet told
     std::size_t at_ = 0;    // not yet looked at
     bool ended_ = false;
+    bool behindCut_ = false;  // a frame that the end cuts off may have begun
+    bool inCutReply_ = false; // that frame is a reply
 };
 
 } // namespace ctl::dump

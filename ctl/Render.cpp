@@ -168,6 +168,10 @@ private:
 
 } // namespace
 
+bool anyGood(const Counts& counts) {
+    return !counts.messages.empty() || counts.replies > 0;
+}
+
 std::vector<std::string> remarks(const Counts& counts) {
     const auto any = [&](auto is) {
         return std::any_of(counts.messages.begin(), counts.messages.end(),
@@ -187,6 +191,13 @@ std::vector<std::string> remarks(const Counts& counts) {
     if (counts.tooShort > 0)
         out.push_back(text("%llu messages end before their fields do",
                            static_cast<Unsigned>(counts.tooShort)));
+    if (counts.leadingBytes > 0)
+        out.push_back(text("the first %llu bytes are of no good frame: no fault, a stream may be "
+                           "joined anywhere",
+                           static_cast<Unsigned>(counts.leadingBytes)));
+    if (counts.cutBytes > 0)
+        out.push_back(text("the end cuts a frame off after %llu bytes: no fault",
+                           static_cast<Unsigned>(counts.cutBytes)));
     return out;
 }
 

@@ -19,11 +19,16 @@ struct Counts {
     std::uint64_t replies = 0;
     std::uint64_t badFrames = 0;
     std::uint64_t skippedBytes = 0;
-    std::uint64_t tooShort = 0; // messages that end before their fields do
-    std::uint64_t epochs = 0;   // observation messages that say they are the last of their epoch
+    std::uint64_t leadingBytes = 0; // of those skipped, and of bad frames, before any good frame
+    std::uint64_t cutBytes = 0;     // of those skipped: of a frame that the end cuts off
+    std::uint64_t faults = 0;       // bad frames and pieces skipped elsewhere
+    std::uint64_t tooShort = 0;     // messages that end before their fields do
+    std::uint64_t epochs = 0; // observation messages that say they are the last of their epoch
 };
 
-/// What a receiver behind this stream would miss.
+/// Whether a good frame has come.
+bool anyGood(const Counts& counts);
+/// What a receiver behind this stream would miss, and where the stream was joined and left.
 std::vector<std::string> remarks(const Counts& counts);
 
 enum class Depth { kStream, kReply };

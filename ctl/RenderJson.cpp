@@ -115,6 +115,9 @@ public:
         addNumber(o, "replies", counts.replies);
         addNumber(o, "bad_frames", counts.badFrames);
         addNumber(o, "skipped_bytes", counts.skippedBytes);
+        addNumber(o, "leading_bytes", counts.leadingBytes);
+        addNumber(o, "cut_bytes", counts.cutBytes);
+        addNumber(o, "faults", counts.faults);
         addWords(o, "notes", remarks(counts));
         line(o);
     }
