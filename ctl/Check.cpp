@@ -1,20 +1,26 @@
 #include "ctl/Check.h"
 
 #include "common/ComText.h"
+#include "common/EditDistance.h"
 #include "config/Deploy.h"
+#include "config/Switches.h"
 #include "ctl/Advice.h"
 #include "ctl/Examine.h"
 #include "ctl/Fields.h"
+#include "ctl/Unit.h"
 
 #include <CLI/CLI.hpp>
 #include <cjson/cJSON.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace ctl::check {
 
@@ -115,6 +121,28 @@ Finding withCut(Finding f, const Findings& findings) {
     return f;
 }
 
+/// Arguments that the service takes for a switch and that are none as they stand.
+void remarkOnSwitches(std::span<const std::string> arguments, Findings& findings) {
+    for (const std::string& argument : arguments)
+        for (const std::string_view known : kSwitches)
+            if (contains(argument, known) && argument != known)
+                findings.remark({Severity::warning, DLY.file, 0, argument,
+                                 text("is read as %s", std::string(known).c_str()),
+                                 "the service looks for its switches inside of every argument"});
+}
+
+/// The switch that is likely meant; empty where none is like it.
+std::string_view nearestSwitch(const std::string& argument) {
+    std::size_t best = 4; // changes, or more
+    std::string_view found;
+    for (const std::string_view known : kSwitches)
+        if (const std::size_t d = editDistance(toLower(argument), known); d < best) {
+            best = d;
+            found = known;
+        }
+    return found;
+}
+
 /// Text without control characters, which a file may hold and a terminal would obey.
 std::string printable(const std::string& line) {
     std::string out;
@@ -162,7 +190,7 @@ std::string verdict(const CheckResult& result) {
             line += (line.empty() ? "" : ", ") + counted(n, nameOf(s));
     if (line.empty())
         return "no findings";
-    return line + (result.count(Severity::fatal) > 0 ? ": the service would stop" : "");
+    return line + (result.count(Severity::fatal) > 0 ? ": it cannot work" : "");
 }
 
 /// As printed, and '?' for bytes that are no UTF-8, which a reader of JSON would refuse.
@@ -187,17 +215,38 @@ cJSON* jsonOf(const Finding& f, int times) {
 
 struct Arguments {
     std::string file;
+    std::string unit;
     bool json = false;
 };
 
-int runCheck(const Arguments& arguments, const std::vector<std::string>& switches) {
+/// What the arguments name; throws where that is nothing.
+void resolveUnit(Arguments& arguments, std::vector<std::string>& switches) {
+    if (arguments.unit.empty() == arguments.file.empty())
+        throw std::runtime_error("give a deployment file, or --unit NAME");
+    if (arguments.unit.empty())
+        return;
+    const std::string name = unitName(arguments.unit);
+    if (name.empty())
+        throw std::runtime_error(arguments.unit + " is no name of a unit");
+    arguments.unit = name;
+    arguments.file = deploymentOf(name);
+    if (chdir(kUnitFolder) != 0)
+        throw std::runtime_error(text("%s: %s", kUnitFolder, std::strerror(errno)));
+    const std::vector<std::string> own = optionsOfUnit(name);
+    switches.insert(switches.end(), own.begin(), own.end());
+}
+
+int runCheck(Arguments arguments, std::vector<std::string> switches) {
+    resolveUnit(arguments, switches);
     for (const std::string& argument : switches)
         if (!Deploy_m_readSwitch(argument)) {
+            const std::string_view near = nearestSwitch(argument);
             std::cerr << "kestrunectl check: " << argument
-                      << " is no switch of the service (-post -rawsav -vrssav -pthread -debug)\n";
+                      << " is no switch of the service (-post -rawsav -vrssav -pthread -debug)"
+                      << (near.empty() ? "" : ": is " + std::string(near) + " meant?") << '\n';
             return 2;
         }
-    const CheckResult result = checkDeployment(arguments.file, switches);
+    const CheckResult result = checkDeployment(arguments.file, switches, arguments.unit);
     (arguments.json ? printCheckJson : printCheck)(result, std::cout);
     if (!std::cout.flush())
         throw std::runtime_error("standard output could not be written to its end");
@@ -212,12 +261,14 @@ int CheckResult::count(Severity severity) const {
     }));
 }
 
-CheckResult checkDeployment(const std::string& file, std::span<const std::string> switches) {
+CheckResult checkDeployment(const std::string& file, std::span<const std::string> switches,
+                            const std::string& unit) {
     DLY = {};
     for (const std::string& argument : switches)
         Deploy_m_readSwitch(argument);
     Findings findings = readDeployment(file);
-    examineSession(findings);
+    examineSession(unit, findings);
+    remarkOnSwitches(switches, findings);
     Collection collection;
     for (const Finding& f : findings.remarks())
         collection.place({f, {}});
@@ -257,6 +308,9 @@ void printCheckJson(const CheckResult& result, std::ostream& out) {
         for (const Finding& note : fault.notes) // behind what it explains
             cJSON_AddItemToArray(list, jsonOf(note, 1));
     }
+    cJSON* const outline = cJSON_AddArrayToObject(root.get(), "outline");
+    for (const std::string& line : result.outline)
+        cJSON_AddItemToArray(outline, cJSON_CreateString(wellFormed(line).c_str()));
     const std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(root.get()),
                                                                cJSON_free);
     out << printed.get() << '\n';
@@ -266,11 +320,18 @@ void addCheck(CLI::App& app, int& status) {
     const auto arguments = std::make_shared<Arguments>();
     CLI::App* const check =
         app.add_subcommand("check", "Find everything that is wrong with a configuration.");
-    check->add_option("file", arguments->file, "the deployment file")->required();
+    check->add_option("file", arguments->file, "the deployment file");
+    check
+        ->add_option("--unit", arguments->unit,
+                     "examine /etc/kestrune/NAME.json as the unit kestrune@NAME does, with its "
+                     "folder and its switches")
+        ->type_name("NAME");
     check->add_flag("--json", arguments->json, "the findings as one JSON object");
     check->allow_extras();
-    check->footer("Behind the file stand switches of the service: -post -rawsav -vrssav -pthread\n"
-                  "-debug. Ends with 0; 1 where the service would stop; 2 for wrong arguments.");
+    check->footer(
+        "Behind the file stand switches of the service: -post -rawsav -vrssav -pthread\n"
+        "-debug. Ends with 0, with or without warnings; 1 where the configuration cannot\n"
+        "work; 2 for wrong arguments.");
     check->callback(
         [arguments, check, &status] { status = runCheck(*arguments, check->remaining()); });
 }

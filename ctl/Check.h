@@ -30,13 +30,14 @@ struct CheckResult {
     int count(Severity severity) const;
 };
 
-/// Reads and examines a deployment with these switches of the service.
-CheckResult checkDeployment(const std::string& file, std::span<const std::string> switches);
+/// Reads and examines a deployment with these switches of the service, for a unit where it has one.
+CheckResult checkDeployment(const std::string& file, std::span<const std::string> switches,
+                            const std::string& unit = {});
 void printCheck(const CheckResult& result, std::ostream& out);
 /// The same as one JSON object.
 void printCheckJson(const CheckResult& result, std::ostream& out);
 
-/// Adds the subcommand; running it writes the exit status: 0, 1 where the service would stop.
+/// Adds the subcommand; running it writes the exit status: 0, 1 where it cannot work.
 void addCheck(CLI::App& app, int& status);
 
 } // namespace ctl::check

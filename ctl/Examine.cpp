@@ -1,13 +1,15 @@
 #include "ctl/Examine.h"
 
-#include "common/ComCoord.h"
 #include "common/ComFreq.h"
 #include "common/ComText.h"
 #include "common/DeployConfig.h"
 #include "common/LineReader.h"
+#include "common/Place.h"
 #include "config/Deploy.h"
 #include "config/RecordRemarks.h"
+#include "ctl/Access.h"
 #include "ctl/Advice.h"
+#include "ctl/Unit.h"
 #include "rtcm/Msm.h"
 #include "vrs/VrsEncoder.h"
 
@@ -25,6 +27,7 @@ namespace ctl::check {
 namespace {
 
 constexpr const char* kFreqUsed = "common/freqused";
+constexpr std::uint32_t kFirstOfMany = 0xE0000000U; // 224.0.0.0: multicast, reserved, broadcast
 
 void tell(Findings& findings, Severity severity, const char* key, std::string what,
           std::string advice) {
@@ -87,9 +90,13 @@ void examineHost(const char* key, const Connector& in, Findings& findings) {
     if (host.empty())
         return;
     if (address.empty())
-        tell(findings, Severity::warning, key,
+        tell(findings, Severity::fatal, key,
              text("%s is no IPv4 address: no connection will come about", host.c_str()),
              "names are not resolved: write an address such as 127.0.0.1");
+    else if (ntohl(inet_addr(host.c_str())) >= kFirstOfMany)
+        tell(findings, Severity::fatal, key,
+             text("%s is no address of one host: no connection will come about", host.c_str()),
+             "write the address of the station, such as 192.0.2.10");
     else if (address != host)
         tell(findings, Severity::warning, key,
              text("%s is read as %s", host.c_str(), address.c_str()),
@@ -109,6 +116,33 @@ void examineConnectors(Findings& findings) {
              "replies leave on the input connection: write the same as in vrs/input-connector");
 }
 
+/// A clock replays a recording, which is played on this machine.
+void examineClock(Findings& findings) {
+    const std::string address = addressOf(DLY.input.host);
+    if (DLY.clock && !address.empty() && !address.starts_with("127.") && address != "0.0.0.0")
+        tell(findings, Severity::warning, "common/clock",
+             text("the clock starts on %s, and the stream comes from %s",
+                  dateText(dayOfStart()).c_str(), address.c_str()),
+             "a clock is for a recording that is played on this machine: remove it for a live "
+             "stream");
+}
+
+/// Letters and digits, in capitals.
+std::string bare(const std::string& name) {
+    std::string out;
+    for (const char c : toUpper(name))
+        if (isUpperLetter(c) || (c >= '0' && c <= '9'))
+            out += c;
+    return out;
+}
+
+void examineProtocol(Findings& findings) {
+    if (!DLY.inputProtocol.empty() && !bare(DLY.inputProtocol).starts_with("RTCM3"))
+        tell(findings, Severity::warning, "vrs/input-protocol",
+             text("%s is not known: the stream is read as RTCM 3", DLY.inputProtocol.c_str()),
+             "write RTCM3; what else the station sends is passed over");
+}
+
 /// Whether a message of the system can hold the signal: a reply asks for some that none can.
 bool inMessages(std::size_t system, std::string_view code) {
     const unsigned flag = satsys(satid2no(std::string(1, kSystems[system]) + "01"));
@@ -118,13 +152,27 @@ bool inMessages(std::size_t system, std::string_view code) {
     });
 }
 
+/// Whether a reply holds the signal.
+bool carries(std::size_t system, std::string_view code) {
+    return index_mask(system, "L" + std::string(code)) > 0 && inMessages(system, code);
+}
+
 /// The signals of a reply for a system, such as "1C 2W 5Q"; with a slot only those on it.
 std::string signalsOf(std::size_t system, std::string_view slot = {}) {
     std::string out;
     for (const std::string_view code : obscodes)
-        if (!code.empty() && (slot.empty() || code.front() == slot[1]) &&
-            index_mask(system, "L" + std::string(code)) > 0 && inMessages(system, code))
+        if (!code.empty() && (slot.empty() || code.front() == slot[1]) && carries(system, code))
             out += (out.empty() ? "" : " ") + std::string(code);
+    return out;
+}
+
+/// The other signals of a carrier that a stream can bring.
+std::string signalsLost(std::size_t system, std::string_view slot) {
+    std::string out;
+    for (const std::string_view code : obscodes)
+        if (!code.empty() && code.front() == slot[1] && inMessages(system, code) &&
+            !carries(system, code))
+            out += " " + std::string(code);
     return out;
 }
 
@@ -148,6 +196,28 @@ void examineCarriers(std::size_t system, Findings& findings) {
                       name.c_str(), signalsOf(system).c_str()));
         }
     }
+}
+
+/// A configuration whose replies are empty, whatever the stream brings.
+void examineAnswer(Findings& findings) {
+    bool any = false;
+    for (std::size_t system = 0; system < kSystemCount; ++system)
+        for (const std::string& slot : DLY.satelliteFrequencies[system])
+            any = any || (hasSatellites(kSystems[system]) && slot.size() > 1 &&
+                          !signalsOf(system, slot).empty());
+    if (findings.anyFatal())
+        return;
+    if (DLY.satellites.empty())
+        findings.remark({Severity::fatal,
+                         DLY.tables.object,
+                         0,
+                         {},
+                         "no satellite is configured: no epoch is answered with an observation",
+                         "list satellites in front of the line -Satellite used"});
+    else if (!any)
+        tell(findings, Severity::fatal, kFreqUsed,
+             "no reply can carry a signal of the configured satellites: no epoch is answered",
+             "configure satellites and carriers of the same system, such as GPS:L1_L2");
 }
 
 /// Carriers of some system that could not be read: any may be the one that has none.
@@ -195,7 +265,7 @@ void examineChannels(Findings& findings) {
                          "the stream tells it; until then there is no phase"});
 }
 
-void examineSaving(Findings& findings) {
+void examineSaving(const std::string& unit, Findings& findings) {
     constexpr const char* key = "path/output";
     if (DLY.rawSave && DLY.vrsSave)
         return tell(findings, Severity::warning, key, "-rawsav and -vrssav: nothing is saved",
@@ -207,6 +277,13 @@ void examineSaving(Findings& findings) {
              "virtual epochs cannot be saved: give -rawsav");
     if (refused(findings, key))
         return;
+    if (!unit.empty()) {
+        if (const std::string own = stateFolder(unit); !isOrIn(DLY.outputPath, own))
+            tell(findings, Severity::fatal, key,
+                 text("the unit cannot write in %s", DLY.outputPath.c_str()),
+                 text("write %s, which it makes", own.c_str()));
+        return;
+    }
     struct stat status {};
     const char* const folder = DLY.outputPath.c_str();
     std::string why;
@@ -222,16 +299,43 @@ void examineSaving(Findings& findings) {
              "the service ends at the first epoch: create the folder, and let it write there");
 }
 
-std::string placeOf(const StationRecord& station) {
-    const bool usable = std::all_of(station.xyz.begin(), station.xyz.end(),
-                                    [](double x) { return std::isfinite(x) && x != 0.0; });
-    if (!usable)
-        return "no usable coordinates: no epoch is answered";
-    const Vector3 blh = xyzblh(station.xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
-    const double lat = blh[0] * 180.0 / kPi;
-    const double lon = blh[1] * 180.0 / kPi;
-    return text("%.5f %c, %.5f %c, height %.1f m", std::fabs(lat), lat < 0.0 ? 'S' : 'N',
-                std::fabs(lon), lon < 0.0 ? 'W' : 'E', blh[2]);
+/// Geostationary satellites of these numbers are turned like the others, which they are not.
+void examineLateGeostationary(Findings& findings) {
+    constexpr std::array names{"C59", "C60", "C61", "C62", "C63"};
+    std::string found;
+    for (const char* const name : names)
+        if (pointer_string(DLY.satelliteNames, name) >= 0)
+            found += (found.empty() ? "" : " ") + std::string(name);
+    if (!found.empty())
+        findings.remark({Severity::warning,
+                         DLY.tables.object,
+                         0,
+                         {},
+                         text("%s: geostationary satellites of these numbers are computed as "
+                              "others, metres off",
+                              found.c_str()),
+                         "remove them: the service knows C01 to C05 as geostationary"});
+}
+
+/// "GPS: replies carry 1C 2W, not 2S 2L", for each system that has satellites.
+std::vector<std::string> signalLines() {
+    std::vector<std::string> lines;
+    for (std::size_t system = 0; system < kSystemCount; ++system) {
+        std::string carried;
+        std::string lost;
+        for (const std::string& slot : DLY.satelliteFrequencies[system]) {
+            if (slot.size() < 2 || !hasSatellites(kSystems[system]))
+                continue;
+            if (const std::string some = signalsOf(system, slot); !some.empty())
+                carried += " " + some;
+            lost += signalsLost(system, slot);
+        }
+        if (!carried.empty())
+            lines.push_back(text("%s: replies carry%s%s%s",
+                                 std::string(Deploy_m_systemName(kSystems[system])).c_str(),
+                                 carried.c_str(), lost.empty() ? "" : ", not", lost.c_str()));
+    }
+    return lines;
 }
 
 /// How many satellites there are, by system.
@@ -248,26 +352,41 @@ std::string satelliteCounts() {
 
 } // namespace
 
-void examineSession(Findings& findings) {
+bool repliesCarry(char system, std::string_view code) {
+    const std::size_t row = kSystems.find(system);
+    return row != std::string_view::npos && carries(row, code);
+}
+
+void examineSession(const std::string& unit, Findings& findings) {
     examineFiles(findings);
     examineConnectors(findings);
+    examineClock(findings);
+    examineProtocol(findings);
     if (DLY.requests.size() > 1)
         tell(findings, Severity::warning, "reqs",
              text("%zu requests, and the first one is answered", DLY.requests.size()),
              "give every further one a deployment of its own");
     examineFrequencies(findings);
+    examineAnswer(findings);
     examineChannels(findings);
-    examineSaving(findings);
+    examineLateGeostationary(findings);
+    examineSaving(unit, findings);
     examineLeapSeconds(findings);
+    if (geteuid() == 0)
+        examineAccess(unit.empty() ? Severity::warning : Severity::fatal, findings);
+    if (!unit.empty())
+        examineHidden(findings);
 }
 
 std::vector<std::string> outlineOfSession() {
     std::vector<std::string> lines{
         text("connects to %s:%d", DLY.input.host.c_str(), DLY.input.port)};
     if (!DLY.stations.empty())
-        lines.push_back(text("station %s at %s", DLY.stations[0].name.c_str(),
-                             placeOf(DLY.stations[0]).c_str()));
+        lines.push_back(text("station %s lands at %s", DLY.stations[0].name.c_str(),
+                             longText(placeOf(DLY.stations[0].xyz)).c_str()));
     lines.push_back(text("%zu satellites:%s", DLY.satellites.size(), satelliteCounts().c_str()));
+    for (std::string& line : signalLines())
+        lines.push_back(std::move(line));
     if (const std::string leap = outlineOfLeapSeconds(); !leap.empty())
         lines.push_back(leap);
     if (DLY.rawSave != DLY.vrsSave)

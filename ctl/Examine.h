@@ -3,6 +3,7 @@
 #include "common/Findings.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Examine: what the readers of a configuration take as it stands and the service cannot use as it
@@ -10,12 +11,15 @@
 
 namespace ctl::check {
 
-/// Adds remarks on all of it.
-void examineSession(Findings& findings);
+/// Adds remarks on all of it; with the name of a unit as what that unit would meet.
+void examineSession(const std::string& unit, Findings& findings);
 /// Adds remarks on the leap-second file, where GLONASS needs it.
 void examineLeapSeconds(Findings& findings);
 /// What the service would do with it, a few lines.
 std::vector<std::string> outlineOfSession();
+
+/// Whether a reply can hold the signal, such as 'G' and "2W", where its carrier is configured.
+bool repliesCarry(char system, std::string_view code);
 
 /// The day on which the service would start: UTC, modified Julian day.
 int dayOfStart();

@@ -2,6 +2,7 @@
 
 #include "common/ComText.h"
 #include "common/LineReader.h"
+#include "common/Place.h"
 
 #include <algorithm>
 #include <cmath>
@@ -73,17 +74,42 @@ void remarkOnRest(const StationRecord& station, std::string_view line, std::stri
              "write X, Y and Z in metres, blanks between", findings);
 }
 
-/// Remarks on a station whose coordinates are no place that people reach.
+/// Remarks on where the coordinates lie. The first station is the reference: without a place on
+/// the Earth's surface no epoch of it can be answered.
 void remarkOnPlace(const StationRecord& station, int line, Findings& findings) {
-    constexpr double lowestM = -1000.0;
-    constexpr double highestM = 10000.0;
-    const double heightM = xyzblh(station.xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0)[2];
-    if (!(heightM >= lowestM && heightM <= highestM))
+    const Severity worst = DLY.stations.empty() ? Severity::fatal : Severity::warning;
+    const auto remark = [&](Severity severity, std::string what, std::string advice) {
+        findings.remark(
+            {severity, DLY.tables.stacoo, line, {}, std::move(what), std::move(advice)});
+    };
+    const char* const name = station.name.c_str();
+    if (!usable(station.xyz))
+        return remark(worst, text("station %s has no usable coordinates", name),
+                      "no epoch is answered without them");
+    const Place place = placeOf(station.xyz);
+    const std::string mended = usuallyThere(place) ? "" : mendedToSurface(station.xyz);
+    if (!onSurface(place))
+        remark(worst,
+               text("station %s is not on the Earth's surface: height %.1f m above the ellipsoid",
+                    name, place.heightM),
+               "X, Y and Z are metres, Earth-centred and Earth-fixed: " +
+                   (mended.empty() ? "is one missing, or mistyped?" : mended));
+    else if (!mended.empty())
+        remark(Severity::warning,
+               text("station %s lands at %s, %.1f m above the ellipsoid", name,
+                    shortText(place).c_str(), place.heightM),
+               mended);
+}
+
+/// Remarks on offsets, which nothing reads.
+void remarkOnOffsets(const StationRecord& station, int line, Findings& findings) {
+    const Vector3& enu = station.enu;
+    if (enu != Vector3{})
         warn(line,
-             text("station %s is not near the Earth's surface: %.1f km from its centre",
-                  station.name.c_str(), distance(station.xyz, Vector3{}) / 1000.0),
-             "X, Y and Z are metres, Earth-centred and Earth-fixed: is one missing, or are they "
-             "kilometres or degrees?",
+             text("station %s: the offsets %.4f %.4f %.4f (east, north, up) are recorded, not "
+                  "applied",
+                  station.name.c_str(), enu[0], enu[1], enu[2]),
+             "X, Y and Z must be those of the antenna reference point; then write offsets of 0",
              findings);
 }
 
@@ -139,10 +165,10 @@ bool read_siteinfo(StationRecord& station, Findings& findings) {
     TextScanner enu(line);
     if (enu.word(word))
         numbersAfterKey(enu, station.enu);
+    remarkOnOffsets(station, file.lineNumber(), findings);
     readDescriptors(station, line);
 
-    if (std::any_of(station.xyz.begin(), station.xyz.end(),
-                    [](double x) { return x == 0.0 || !std::isfinite(x); }))
+    if (!usable(station.xyz))
         findings
             .warning(path, posLine,
                      text("staname = %s,file = %s,no coordinate information for station in site "
@@ -152,8 +178,7 @@ bool read_siteinfo(StationRecord& station, Findings& findings) {
                            "Earth-centred; without them no epoch is answered",
                            station.xyz[0], station.xyz[1], station.xyz[2],
                            rest.empty() ? "" : ", and stops at ", rest.c_str());
-    else
-        remarkOnPlace(station, posLine, findings);
+    remarkOnPlace(station, posLine, findings);
     remarkOnSecondBlock(station, key, file, findings);
     return true;
 }

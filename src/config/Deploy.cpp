@@ -2,6 +2,7 @@
 
 #include "config/PostMode.h"
 #include "config/Section.h"
+#include "config/Switches.h"
 
 #include "common/Clock.h"
 #include "common/ComText.h"
@@ -288,18 +289,12 @@ void usage() {
 }
 
 bool Deploy_m_readSwitch(std::string_view argument) {
-    struct Switch {
-        std::string_view name;
-        bool& flag;
-    };
     bool any = false;
-    for (const Switch& s :
-         {Switch{"-post", DLY.post}, Switch{"-pthread", DLY.pthread}, Switch{"-debug", DLY.debug},
-          Switch{"-vrssav", DLY.vrsSave}, Switch{"-rawsav", DLY.rawSave}}) {
-        const bool there = contains(argument, s.name);
-        s.flag = s.flag || there;
-        any = any || there;
-    }
+    const std::array<bool*, kSwitches.size()> flags{&DLY.post, &DLY.rawSave, &DLY.vrsSave,
+                                                    &DLY.pthread, &DLY.debug};
+    for (std::size_t i = 0; i < flags.size(); ++i)
+        if (contains(argument, kSwitches[i]))
+            any = *flags[i] = true;
     return any;
 }
 

@@ -1,11 +1,11 @@
 #include "config/JsonDocument.h"
 
 #include "common/ComText.h"
+#include "common/EditDistance.h"
 
 #include <cjson/cJSON.h>
 
 #include <algorithm>
-#include <numeric>
 #include <utility>
 
 namespace {
@@ -21,22 +21,6 @@ std::string wholeOf(const std::string& path) {
 std::string sectionOf(const std::string& path) {
     const std::size_t slash = path.find('/');
     return slash == std::string::npos ? std::string() : path.substr(0, slash);
-}
-
-/// Insertions, deletions and substitutions that turn one name into the other (Levenshtein).
-std::size_t editDistance(const std::string& a, const std::string& b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (std::size_t j = 0; j < b.size(); ++j) {
-            const std::size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({row[j] + 1, row[j + 1] + 1, changed});
-        }
-    }
-    return row[b.size()];
 }
 
 /// The members of one document against the keys that were asked for.

@@ -1,5 +1,8 @@
+#include "common/Place.h"
 #include "common/check.h"
+#include "ctl/Access.h"
 #include "ctl/Check.h"
+#include "ctl/Unit.h"
 #include "process.h"
 
 #include <cjson/cJSON.h>
@@ -90,6 +93,7 @@ Expected readExpected(const fs::path& file) {
 
 /// The good configuration with the files of a case over it.
 void lay(const fs::path& folder, const std::string& name) {
+    fs::permissions(folder, fs::perms::owner_all | fs::perms(055)); // what others may read
     const fs::path post = fs::path(kSourceFolder) / "examples/post";
     for (const char* file : {"antennas.atx", "antennas.nam", "names.tab", "satellites.nav", "obs"})
         fs::copy(post / file, folder / file, fs::copy_options::recursive);
@@ -177,8 +181,15 @@ TEST(Check, SaysWhatTheServiceWouldDoWhereNothingIsWrong) {
     lay(scratch.path, "good");
     const Ran checked = runTool(scratch.path, "check vrs.json -rawsav");
     EXPECT_EQ(checked.output, "    connects to 127.0.0.1:1\n"
-                              "    station STR2 at 35.31617 S, 149.01015 E, height 802.6 m\n"
+                              "    station STR2 lands at 35.31617 S, 149.01015 E, height 802.6 m\n"
                               "    6 satellites: G2 R1 E1 C1 J1\n"
+                              "    GPS: replies carry 1C 2W 5Q, not 1P 1W 1S 1L 1X 2C 2S 2L 2X 2P "
+                              "5I 5X\n"
+                              "    GLS: replies carry 1P 2P, not 1C 2C\n"
+                              "    GAL: replies carry 1X 5X 7X 6X, not 1C 1A 1B 1Z 5I 5Q 7I 7Q 6A "
+                              "6B 6C 6Z\n"
+                              "    BDS: replies carry 2I 7I 6I, not 2X 2Q 7Q 7X 6X 6Q\n"
+                              "    QZS: replies carry 1C 2X 5Q, not 1S 1L 1X 2S 2L 5I 5X\n"
                               "    TAI - UTC is 37 s; the leap-second file ends on 2030-01-01\n"
                               "    saves epochs in .\n"
                               "    its clock starts on 2018-07-12, for a recording of that day\n"
@@ -218,12 +229,83 @@ TEST(Check, TellsWrongArgumentsByItsStatus) {
     const struct {
         std::string arguments;
         int status;
-    } cases[] = {{"check", 2},
-                 {"check vrs.json -quick", 2},
-                 {"check vrs.json", 1},
-                 {"check vrs.json >/dev/full", 2}};
-    for (const auto& c : cases)
-        EXPECT_EQ(runTool(scratch.path, c.arguments).status, c.status) << c.arguments;
+        std::string part;
+    } cases[] = {{"check", 2, "--unit NAME"},
+                 {"check vrs.json --unit STR2", 2, "--unit NAME"},
+                 {"check --unit ../STR2", 2, "no name of a unit"},
+                 {"check vrs.json -quick", 2, "no switch of the service"},
+                 {"check vrs.json -rawsv", 2, "is -rawsav meant?"},
+                 {"check vrs.json -rawsaved", 1, "-rawsaved: warning: is read as -rawsav"},
+                 {"check vrs.json", 1, "vrs.json: error"},
+                 {"check vrs.json >/dev/full", 2, ""}};
+    for (const auto& c : cases) {
+        const Ran ran = runTool(scratch.path, c.arguments);
+        EXPECT_EQ(ran.status, c.status) << c.arguments;
+        EXPECT_NE(ran.output.find(c.part), std::string::npos) << c.arguments << ran.output;
+    }
+}
+
+TEST(Check, FindsWhatTheUserOfTheUnitCannotRead) {
+    const check::Scratch scratch;
+    lay(scratch.path, "good");
+    const fs::path inner = fs::path(scratch.path) / "inner";
+    fs::create_directory(inner);
+    const std::string file = scratch.write("inner/site.crd", "");
+    fs::create_symlink(file, scratch.path + "link");
+    const auto closed = [](const std::string& path) {
+        const auto found = ctl::check::closedToOthers(path);
+        return found ? (found->folder ? "enter " : "read ") +
+                           fs::path(found->path).filename().string()
+                     : "open";
+    };
+    EXPECT_EQ(closed(file) + closed(scratch.path + "none"), "openopen");
+    fs::permissions(file, fs::perms(0640));
+    EXPECT_EQ(closed(file) + closed(scratch.path + "link"), "read site.crdread link");
+    fs::permissions(file, fs::perms(0644));
+    fs::permissions(inner, fs::perms(0750));
+    EXPECT_EQ(closed(file) + closed(scratch.path + "link"), "enter innerenter inner");
+    if (geteuid() != 0)
+        return; // the check itself speaks where root would not notice
+    fs::permissions(scratch.path + "session.obj", fs::perms(0600));
+    const Ran ran = runTool(scratch.path, "check vrs.json");
+    EXPECT_EQ(ran.status, 0);
+    EXPECT_NE(
+        ran.output.find("session.obj: warning: the user of the unit cannot read it (mode 0600)"),
+        std::string::npos)
+        << ran.output;
+}
+
+TEST(Check, TakesTheSwitchesOfAUnit) {
+    const struct {
+        const char* dropIn;
+        std::vector<std::string> options;
+    } cases[] = {{"[Service]\nEnvironment=KESTRUNE_OPTIONS=-rawsav\n", {"-rawsav"}},
+                 {"Environment=A=b \"KESTRUNE_OPTIONS=-rawsav -post\" C=d\n", {"-rawsav", "-post"}},
+                 {"Environment=KESTRUNE_OPTIONS=-post\nEnvironment=KESTRUNE_OPTIONS=\n", {}},
+                 {"# Environment=KESTRUNE_OPTIONS=-post\nEnvironment=OTHER=1\n", {"before"}}};
+    for (const auto& c : cases) {
+        std::vector<std::string> options{"before"};
+        ctl::check::optionsIn(c.dropIn, options);
+        EXPECT_EQ(options, c.options) << c.dropIn;
+    }
+    EXPECT_EQ(ctl::check::unitName("kestrune@STR2.service"), "STR2");
+    EXPECT_EQ(ctl::check::unitName("a/b"), "");
+    EXPECT_TRUE(
+        ctl::check::isOrIn("../../var/lib/kestrune/STR2/raw", ctl::check::stateFolder("STR2")));
+    EXPECT_FALSE(ctl::check::isOrIn("/var/lib/kestrune/STR21", ctl::check::stateFolder("STR2")));
+}
+
+TEST(Place, IsToldWithTheSidesOfItsCountry) {
+    // by the closed formula: 39.73915 N, 104.98470 W, 1600 m on WGS 84
+    const Vector3 denver{-1270182.5, -4745454.1, 4056779.4};
+    EXPECT_EQ(shortText(placeOf(denver)), "39.7 N 105.0 W");
+    const Vector3 canberra{-4467074.3577, 2683011.9038, -3667008.2845};
+    const auto mended = [&](const Vector3& written) { return mendedTowards(written, canberra); };
+    EXPECT_EQ(mended({canberra[0], canberra[1], -canberra[2]}), "the sign of Z turned");
+    EXPECT_EQ(mended({canberra[1], canberra[0], canberra[2]}), "X and Y exchanged");
+    EXPECT_EQ(mended({-canberra[1], -canberra[0], canberra[2]}),
+              "X and Y exchanged, and the signs of X and Y turned");
+    EXPECT_EQ(mended(canberra) + mended(denver), "");
 }
 
 /// Bytes changed, taken out or doubled, in a file of the good configuration.
