@@ -10,21 +10,23 @@ namespace ref {
 namespace {
 
 constexpr int kStationId = 4095;
-constexpr std::size_t kMostFaultsInWords = 100;
-constexpr std::size_t kMostCells = 64; // of a message; the one with this number is without values
+constexpr int kMostInWords = 5;          // of a kind
+constexpr double kPositionBoundM = 2e-4; // steps of 1005 are 1e-4
+constexpr std::size_t kMostCells = 64;   // of a message; the one with this number is without values
 // A fine phase range field ends at 1171 m; the rough range is within 147 m of the range. Nearer
 // than this a phase is sent with all its cycles.
 constexpr double kAllCyclesM = 1000;
 
-std::string when(GpsTime t) {
+std::string seconds(double s) {
     std::ostringstream out;
-    out << t.week << "/" << std::fixed << std::setprecision(3) << t.sow; // GPS week and second
+    out << std::fixed << std::setprecision(3) << s;
     return out.str();
 }
 
-std::string describe(const Expected& e) {
-    return e.type != 0 ? "the forwarded frame of type " + std::to_string(e.type)
-                       : "the reply to epoch " + when(e.time);
+std::string coordinates(const Vec3& xyzM) {
+    std::ostringstream out;
+    out << std::fixed << std::setprecision(4) << xyzM[0] << " " << xyzM[1] << " " << xyzM[2];
+    return out.str();
 }
 
 // Messages of a reply in order: 'B' is the second message of BeiDou.
@@ -41,6 +43,12 @@ bool withinMask(const Msm& m, int id, const std::string& signal) {
     const std::size_t pair =
         static_cast<std::size_t>(sat) * m.signals.size() + static_cast<std::size_t>(column);
     return pair < kMostCells;
+}
+
+// By how much the epoch of a message is later than a time, as far as its own day or week tells.
+double lateS(const Msm& m, GpsTime t) {
+    const std::uint32_t want = epochField(m.system, t);
+    return (static_cast<double>(m.epochField) - static_cast<double>(want)) * 1e-3;
 }
 
 // Whole steps of dB-Hz; halves may go either way, since they pass through steps of 0.001.
@@ -64,9 +72,31 @@ double Verdict::worstPhaseM() const {
     return most;
 }
 
-template <class... Parts> void Judge::fault(const Parts&... parts) {
+int Verdict::observations() const {
+    int sum = 0;
+    for (const auto& [signal, n] : signals)
+        sum += n;
+    return sum;
+}
+
+Judge::Judge(Expectation e) : predictor_(std::move(e)) {
+    verdict_.position.dueM = predictor_.virtualAt;
+}
+
+// GPS week and second; the second alone where the week is not known.
+std::string Judge::when(GpsTime t) const {
+    const bool week = predictor_.expectation.dayKnown;
+    return (week ? std::to_string(t.week) + "/" : "second ") + seconds(t.sow);
+}
+
+std::string Judge::describe(const Expected& e) const {
+    return e.type != 0 ? "the forwarded frame of type " + std::to_string(e.type)
+                       : "the reply to epoch " + when(e.time);
+}
+
+template <class... Parts> void Judge::fault(Trouble what, const Parts&... parts) {
     ++verdict_.wrong;
-    if (verdict_.faults.size() >= kMostFaultsInWords)
+    if (++verdict_.troubles[what] > kMostInWords)
         return;
     std::ostringstream line;
     (line << ... << parts);
@@ -74,8 +104,12 @@ template <class... Parts> void Judge::fault(const Parts&... parts) {
 }
 
 void Judge::sent(std::span<const std::uint8_t> piece) {
-    for (Expected& e : predictor_.take(piece))
+    for (Expected& e : predictor_.take(piece)) {
+        verdict_.due += e.type == 0 ? 1 : 0;
         owed_.push_back({std::move(e)});
+    }
+    census_.take(piece);
+    verdict_.ended = predictor_.ended();
 }
 
 void Judge::left(std::uint64_t total, double nowS) {
@@ -96,7 +130,7 @@ void Judge::received(std::span<const std::uint8_t> piece, double nowS) {
                 std::find_if(held_.begin() + static_cast<std::ptrdiff_t>(at), held_.end(),
                              [](std::uint8_t b) { return b == 0xDA || b == 0xD3; });
             const auto n = static_cast<std::size_t>(next - held_.begin()) - at;
-            fault(n, " bytes received that begin no frame");
+            fault(Trouble::noFrame, n, " bytes received that begin no frame");
             at += n;
             continue;
         }
@@ -123,8 +157,12 @@ void Judge::frame(std::span<const std::uint8_t> bytes) {
 // The frames owed before the one that came have not come.
 void Judge::skip(std::size_t count) {
     for (; count > 0; --count) {
-        fault(describe(owed_.front().expected), " is missing");
+        const Expected& e = owed_.front().expected;
+        fault(e.type == 0 ? Trouble::missingReply : Trouble::missingFrame, describe(e),
+              " is missing");
         ++verdict_.missing;
+        if (e.type != 0)
+            ++verdict_.missingTypes[e.type];
         owed_.pop_front();
     }
 }
@@ -144,7 +182,8 @@ void Judge::forwarded(std::span<const std::uint8_t> bytes) {
     }
     // A wrong check word: what was owed was altered on the way. A right one: nobody asked for it.
     const bool altered = crc24q(bytes) != 0;
-    fault("a frame of type ", type, altered ? " came back altered" : " came unasked");
+    fault(altered ? Trouble::altered : Trouble::unasked, "a frame of type ", type,
+          altered ? " came back altered" : " came unasked");
     if (altered && !owed_.empty() && owed_.front().expected.frame.size() == bytes.size())
         owed_.pop_front();
 }
@@ -160,7 +199,8 @@ void Judge::reply(std::span<const std::uint8_t> bytes) {
         if (opened.messages.size() > 2)
             first = readOverfullMsm(opened.messages[2].body);
     } catch (const std::exception& e) {
-        fault(e.what(), owed_.empty() ? "" : ", next is " + describe(owed_.front().expected));
+        fault(Trouble::brokenReply, e.what(),
+              owed_.empty() ? "" : ", next is " + describe(owed_.front().expected));
         result.right = false;
     }
     std::size_t around = bytes.size();
@@ -174,7 +214,7 @@ void Judge::reply(std::span<const std::uint8_t> bytes) {
         return o.expected.type == 0 && (!first || sameEpoch(*first, o.expected.time));
     });
     if (due == owed_.end())
-        return fault("a reply came unasked");
+        return unaskedReply(first);
     skip(static_cast<std::size_t>(due - owed_.begin()));
     const Owed answered = std::move(owed_.front());
     owed_.pop_front();
@@ -186,6 +226,16 @@ void Judge::reply(std::span<const std::uint8_t> bytes) {
         result.right = compare(opened, answered.expected, result);
     if (onEpoch)
         onEpoch(result);
+}
+
+void Judge::unaskedReply(const std::optional<Msm>& first) {
+    const auto next = std::find_if(owed_.begin(), owed_.end(),
+                                   [](const Owed& o) { return o.expected.type == 0; });
+    if (!first || next == owed_.end())
+        return fault(Trouble::unaskedReply, "a reply came unasked");
+    fault(Trouble::unaskedReply, "a reply came unasked: its epoch is ",
+          seconds(lateS(*first, next->expected.time)), " s later than ", when(next->expected.time),
+          ", which is due");
 }
 
 bool Judge::sameEpoch(const Msm& m, GpsTime t) const {
@@ -200,46 +250,83 @@ bool Judge::compare(const Reply& reply, const Expected& expected, EpochResult& r
     const bool values = predictor_.expectation.values;
     try {
         if (reply.word != 0xFFFFFFFF || reply.messages.size() < 2)
-            fault("head of the reply at ", when(expected.time));
+            fault(Trouble::messages, "head of the reply at ", when(expected.time));
         const Bytes& body = reply.messages.at(0).body;
         const Station1005 station = read1005(body);
-        const Station1005 plain{.station = kStationId, .xyzM = station.xyzM};
-        if (body != write1005(plain) ||
-            (values && norm(station.xyzM - predictor_.virtualAt) > 2e-4))
-            fault("station message 1005 at ", when(expected.time));
+        if (body != write1005({.station = kStationId, .xyzM = station.xyzM}))
+            fault(Trouble::messages, "station message 1005 at ", when(expected.time));
+        comparePosition(station, expected.time);
         static const Bytes descriptors =
             write1033({kStationId, "GPPNULLANTENNA", 0, "", "", "", "KRV VRS"});
         if (reply.messages.at(1).body != descriptors)
-            fault("station message 1033 at ", when(expected.time));
+            fault(Trouble::descriptors, "station message 1033 at ", when(expected.time));
         std::vector<Msm> messages;
         for (std::size_t i = 2; i < reply.messages.size(); ++i) {
             messages.push_back(readOverfullMsm(reply.messages[i].body));
             if (!messages.back().exact)
-                fault("reserved or padding bits of ", reply.messages[i].type);
+                fault(Trouble::messages, "reserved or padding bits of ", reply.messages[i].type);
         }
+        countCells(messages);
         compareMessages(messages, expected);
         if (values)
             compareCells(messages, expected, result);
     } catch (const std::exception& e) {
-        fault("a message of the reply at ", when(expected.time), ": ", e.what());
+        fault(Trouble::brokenReply, "a message of the reply at ", when(expected.time), ": ",
+              e.what());
     }
     return verdict_.wrong == before;
+}
+
+// Where values are not known a distance is kept, and nothing is wrong with it.
+void Judge::comparePosition(const Station1005& station, GpsTime time) {
+    if (!predictor_.expectation.siteKnown)
+        return;
+    const double awayM = norm(station.xyzM - predictor_.virtualAt);
+    PositionTally& p = verdict_.position;
+    if (awayM >= p.awayM) {
+        p.awayM = awayM;
+        p.cameM = station.xyzM;
+    }
+    if (!predictor_.expectation.values || awayM <= kPositionBoundM)
+        return;
+    ++p.wrong;
+    fault(Trouble::position, "1005 at ", when(time), " says ", coordinates(station.xyzM),
+          " instead of ", coordinates(predictor_.virtualAt), ", ", seconds(awayM), " m away");
+}
+
+void Judge::countCells(const std::vector<Msm>& messages) {
+    for (const Msm& m : messages)
+        for (const Cell& c : m.cells)
+            if (!c.signal.empty() && c.pseudorangeM && c.phaseRangeM)
+                ++verdict_.signals[m.system + c.signal];
+}
+
+void Judge::compareHead(const Msm& m, GpsTime time) {
+    if (m.msm != 4 || m.station != kStationId || m.iods != 0)
+        fault(Trouble::messages, "head of ", m.type, " at ", when(time));
+    if (sameEpoch(m, time))
+        return;
+    auto& [times, offS] = verdict_.otherEpoch[m.type];
+    ++times;
+    offS = lateS(m, time);
+    fault(Trouble::messages, "head of ", m.type, " at ", when(time), ": its epoch is ",
+          seconds(offS), " s later");
 }
 
 void Judge::compareMessages(const std::vector<Msm>& messages, const Expected& expected) {
     std::string came;
     for (const Msm& m : messages) {
         if (m.more != (&m != &messages.back()))
-            fault("multiple-message bit of ", m.type, " at ", when(expected.time));
-        if (m.msm != 4 || m.station != kStationId || m.iods != 0 || !sameEpoch(m, expected.time))
-            fault("head of ", m.type, " at ", when(expected.time));
+            fault(Trouble::messages, "multiple-message bit of ", m.type, " at ",
+                  when(expected.time));
+        compareHead(m, expected.time);
         // of an empty message of BeiDou only its place tells whether it is the second one
         const bool second = m.system == 'C' && came.find_first_of("CB") != std::string::npos;
         came += m.sats.empty() ? (second ? 'B' : m.system) : group(satName(m.system, m.sats[0]));
         for (const int id : m.sats)
             if (group(satName(m.system, id)) != came.back())
-                fault(satName(m.system, id), " is in the wrong message of ", m.type, " at ",
-                      when(expected.time));
+                fault(Trouble::messages, satName(m.system, id), " is in the wrong message of ",
+                      m.type, " at ", when(expected.time));
     }
     std::string owed;
     for (const char g : kSendingOrder) {
@@ -261,7 +348,8 @@ void Judge::compareMessages(const std::vector<Msm>& messages, const Expected& ex
                 owed += g;
     }
     if (came != owed)
-        fault("messages of ", came, " instead of ", owed, " at ", when(expected.time));
+        fault(Trouble::messages, "messages of ", came, " instead of ", owed, " at ",
+              when(expected.time));
 }
 
 void Judge::compareCells(const std::vector<Msm>& messages, const Expected& expected,
@@ -280,20 +368,43 @@ void Judge::compareCells(const std::vector<Msm>& messages, const Expected& expec
                 const auto m = messageOf.find(group(s.sat));
                 const bool reached = m == messageOf.end() ||
                                      withinMask(*m->second, std::stoi(s.sat.substr(1)), signal);
-                if (!s.uncertain && reached)
-                    fault(s.sat, " ", signal, " is missing at ", when(expected.time));
+                if (!s.uncertain && reached) {
+                    fault(Trouble::cellMissing, s.sat, " ", signal, " is missing at ",
+                          when(expected.time));
+                    cellFault(Trouble::cellMissing, s.sat);
+                }
                 continue;
             }
             const Cell& got = *it->second.cell;
             if (it->second.number < kMostCells)
                 compareCell(expected.time, signal, cell, got, r);
             else if (got.pseudorangeM || got.phaseRangeM)
-                fault(s.sat, " ", signal, " has values in the 64th cell at ", when(expected.time));
+                fault(Trouble::messages, s.sat, " ", signal, " has values in the 64th cell at ",
+                      when(expected.time));
             came.erase(it);
         }
     }
-    for (const auto& [key, c] : came)
-        fault(key, " must not be there at ", when(expected.time));
+    for (const auto& [key, c] : came) {
+        fault(Trouble::cellUnasked, key, " must not be there at ", when(expected.time));
+        cellFault(Trouble::cellUnasked, c.cell->sat);
+    }
+    countSatellites(expected);
+}
+
+void Judge::cellFault(Trouble what, const std::string& sat, double rangeM, double phaseM) {
+    inEpoch_.emplace(sat, what);
+    SatelliteTally::Wrong& w = verdict_.satellites[sat].wrong[what];
+    w.rangeM = std::max(w.rangeM, rangeM);
+    w.phaseM = std::max(w.phaseM, phaseM);
+}
+
+void Judge::countSatellites(const Expected& expected) {
+    for (const ExpectedSatellite& s : expected.satellites)
+        if (s.fate == Fate::answered && !s.uncertain)
+            ++verdict_.satellites[s.sat].due;
+    for (const auto& [sat, what] : inEpoch_)
+        ++verdict_.satellites[sat].wrong[what].epochs;
+    inEpoch_.clear();
 }
 
 void Judge::takeCells(const Msm& m, GpsTime time, std::map<std::string, Came>& came,
@@ -301,21 +412,24 @@ void Judge::takeCells(const Msm& m, GpsTime time, std::map<std::string, Came>& c
     for (std::size_t i = 0; i < m.cells.size(); ++i) {
         const Cell& c = m.cells[i];
         if (!c.signal.empty() && !came.try_emplace(c.sat + " " + c.signal, Came{&c, i + 1}).second)
-            fault(c.sat, " ", c.signal, " comes twice at ", when(time));
+            fault(Trouble::messages, c.sat, " ", c.signal, " comes twice at ", when(time));
     }
     for (const int id : m.sats) {
         messageOf[group(satName(m.system, id))] = &m;
         const bool observed =
             std::any_of(m.cells.begin(), m.cells.end(), [id](const Cell& c) { return c.id == id; });
         if (!observed && withinMask(m, id, m.signals.back()))
-            fault(satName(m.system, id), " comes without a signal at ", when(time));
+            fault(Trouble::messages, satName(m.system, id), " comes without a signal at ",
+                  when(time));
     }
 }
 
 void Judge::compareCell(GpsTime time, const std::string& signal, const ExpectedCell& expected,
                         const Cell& got, EpochResult::Satellite& result) {
-    if (!got.pseudorangeM || !got.phaseRangeM)
-        return fault(got.sat, " ", signal, " has no values at ", when(time));
+    if (!got.pseudorangeM || !got.phaseRangeM) {
+        cellFault(Trouble::cellMissing, got.sat);
+        return fault(Trouble::cellMissing, got.sat, " ", signal, " has no values at ", when(time));
+    }
     const double rangeM = *got.pseudorangeM - expected.pseudorangeM;
     double phaseM = *got.phaseRangeM - expected.phaseRangeM;
     // a phase far from the range is taken back by whole cycles
@@ -323,18 +437,24 @@ void Judge::compareCell(GpsTime time, const std::string& signal, const ExpectedC
         phaseM = std::remainder(phaseM, expected.wavelengthM);
     const char system = got.system;
     const double more = system == 'J' ? kQzssBoundM : 0;
-    if (!(std::abs(rangeM) <= kRangeBoundM + more) || !(std::abs(phaseM) <= kPhaseBoundM + more))
-        fault(got.sat, " ", signal, " is off by ", rangeM, " m of range and ", phaseM,
-              " m of phase at ", when(time));
-    if (got.lock != 0 || got.half || !sameCnr(expected.cnr, got.cnr))
-        fault(got.sat, " ", signal, " has a wrong lock time, half-cycle flag or CNR at ",
-              when(time));
+    const bool rangeOff = !(std::abs(rangeM) <= kRangeBoundM + more);
+    const bool phaseOff = !(std::abs(phaseM) <= kPhaseBoundM + more);
+    if (rangeOff || phaseOff) {
+        fault(Trouble::cellValues, got.sat, " ", signal, " is off by ", rangeM, " m of range and ",
+              phaseM, " m of phase at ", when(time));
+        cellFault(Trouble::cellValues, got.sat, rangeOff ? std::abs(rangeM) : 0,
+                  phaseOff ? std::abs(phaseM) : 0);
+    }
+    if (got.lock != 0 || got.half || !sameCnr(expected.cnr, got.cnr)) {
+        fault(Trouble::cellQualities, got.sat, " ", signal,
+              " has a wrong lock time, half-cycle flag or CNR at ", when(time));
+        cellFault(Trouble::cellQualities, got.sat);
+    }
     Worst& w = verdict_.worst[system];
     w.rangeM = std::max(w.rangeM, std::abs(rangeM));
     w.phaseM = std::max(w.phaseM, std::abs(phaseM));
     ++w.cells;
     ++verdict_.cells;
-    ++verdict_.signals[system + signal];
     result.cells.push_back({rangeM, phaseM});
     if (std::abs(rangeM) > std::abs(result.rangeErrorM))
         result.rangeErrorM = rangeM;
@@ -346,13 +466,17 @@ void Judge::restart() {
     skip(owed_.size());
     held_.clear();
     predictor_.restart();
+    census_.breakOff();
+    verdict_.stream = census_.counts();
 }
 
 void Judge::finish() {
     skip(owed_.size());
     if (!held_.empty())
-        fault(held_.size(), " bytes of an unfinished frame received");
+        fault(Trouble::noFrame, held_.size(), " bytes of an unfinished frame received");
     held_.clear();
+    census_.breakOff();
+    verdict_.stream = census_.counts();
 }
 
 Verdict judge(const Bytes& sent, const Bytes& received, const Expectation& expectation) {

@@ -3,6 +3,8 @@
 
 #include "predict.h"
 
+#include "reference/standard/census.h"
+
 #include <deque>
 #include <functional>
 
@@ -41,24 +43,70 @@ struct Worst {
     int cells = 0;
 };
 
+/// What can be wrong with what comes back.
+enum class Trouble {
+    noFrame,       ///< bytes that begin none, or one that does not end
+    altered,       ///< a forwarded frame with a wrong check word
+    unasked,       ///< a forwarded frame that nobody asked for
+    missingFrame,  ///< a forwarded frame that did not come
+    missingReply,  ///< no reply to an epoch
+    unaskedReply,  ///< a reply to another epoch than those due
+    brokenReply,   ///< a reply that cannot be taken apart
+    position,      ///< 1005
+    descriptors,   ///< 1033
+    messages,      ///< heads, order and reserved bits of the observation messages
+    cellMissing,   ///< an observation that is due
+    cellUnasked,   ///< an observation that must not be there
+    cellValues,    ///< range and phase
+    cellQualities, ///< lock time, half-cycle flag, CNR
+};
+
+/// How one satellite fared in the replies.
+struct SatelliteTally {
+    struct Wrong {
+        int epochs = 0;
+        double rangeM = 0, phaseM = 0; ///< the largest differences of those beyond the bounds
+    };
+    int due = 0; ///< epochs that had to carry it
+    std::map<Trouble, Wrong> wrong;
+};
+
+/// The positions that the replies' 1005 said.
+struct PositionTally {
+    int wrong = 0;    ///< replies
+    double awayM = 0; ///< the largest distance from where it belongs
+    Vec3 cameM{}, dueM{};
+};
+
 struct Verdict {
-    int replies = 0, forwarded = 0; ///< that came
-    int missing = 0;                ///< frames that did not come
-    int cells = 0;
-    std::map<std::string, int> signals; ///< cells by system and signal, such as "G1C"
+    StreamCounts stream;                ///< what was sent
+    long ended = 0;                     ///< epochs that end in the frames a service accepts
+    long due = 0;                       ///< replies asked for
+    int replies = 0, forwarded = 0;     ///< that came
+    int missing = 0;                    ///< frames that did not come
+    int cells = 0;                      ///< observations compared with the truth
+    std::map<std::string, int> signals; ///< observations that came, such as "G1C"
     std::map<char, Worst> worst;        ///< by system
     std::map<Fate, int> fates;          ///< satellites of all epochs
-    std::map<int, std::uint64_t> bytes; ///< received by message type, 0 = frames around messages
+    std::map<int, std::uint64_t> bytes; ///< received by message type, 0 = around messages
     std::vector<float> delaysS;         ///< of every reply whose sending time is known
     int wrong = 0;                      ///< faults, all
-    std::vector<std::string> faults;    ///< the first of them in words
+    std::map<Trouble, int> troubles;    ///< the same by kind
+    std::map<std::string, SatelliteTally> satellites;
+    /// Messages of replies with another epoch than the reply's: how many, and by how much (s) the
+    /// last of them, by type.
+    std::map<int, std::pair<int, double>> otherEpoch;
+    std::map<int, int> missingTypes; ///< forwarded frames that did not come, by type
+    PositionTally position;
+    std::vector<std::string> faults; ///< the first of each kind in words
     double worstRangeM() const;
     double worstPhaseM() const;
+    int observations() const; ///< that came
 };
 
 class Judge {
 public:
-    explicit Judge(Expectation e) : predictor_(std::move(e)) {}
+    explicit Judge(Expectation e);
 
     std::function<void(const EpochResult&)> onEpoch; ///< optional
 
@@ -87,12 +135,18 @@ private:
         std::size_t number;
     };
 
-    template <class... Parts> void fault(const Parts&... parts);
+    template <class... Parts> void fault(Trouble what, const Parts&... parts);
+    std::string when(GpsTime t) const;
+    std::string describe(const Expected& e) const;
     void frame(std::span<const std::uint8_t> bytes);
     void forwarded(std::span<const std::uint8_t> bytes);
     void reply(std::span<const std::uint8_t> bytes);
     void skip(std::size_t count);
+    void unaskedReply(const std::optional<Msm>& first);
     bool compare(const Reply& reply, const Expected& expected, EpochResult& result);
+    void comparePosition(const Station1005& station, GpsTime time);
+    void countCells(const std::vector<Msm>& messages);
+    void compareHead(const Msm& m, GpsTime time);
     void compareMessages(const std::vector<Msm>& messages, const Expected& expected);
     void takeCells(const Msm& m, GpsTime time, std::map<std::string, Came>& came,
                    std::map<char, const Msm*>& messageOf);
@@ -100,13 +154,17 @@ private:
                       EpochResult& result);
     void compareCell(GpsTime time, const std::string& signal, const ExpectedCell& expected,
                      const Cell& got, EpochResult::Satellite& result);
+    void cellFault(Trouble what, const std::string& sat, double rangeM = 0, double phaseM = 0);
+    void countSatellites(const Expected& expected);
     bool sameEpoch(const Msm& m, GpsTime t) const;
 
     Predictor predictor_;
+    Census census_;
     std::deque<Owed> owed_;
     Bytes held_;
     double heldSinceS_ = 0;
     Verdict verdict_;
+    std::set<std::pair<std::string, Trouble>> inEpoch_; // satellites in trouble in this reply
 };
 
 /// All at once.

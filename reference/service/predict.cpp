@@ -1,5 +1,6 @@
 #include "predict.h"
 
+#include "reference/standard/census.h"
 #include "reference/standard/kinds.h"
 #include "reference/standard/legacy.h"
 #include "slots.h"
@@ -37,6 +38,27 @@ bool possibleTime(const Msm& m) {
     return m.system == 'R' ? (m.epochField & 0x7FFFFFF) < 86401000 : m.epochField < 604800000;
 }
 
+// A station message to its end; std::out_of_range where the message is shorter.
+void readStationMessage(const Frame& f) {
+    BitSource in(f.body);
+    std::string text;
+    in.u(24); // DF002, DF003
+    if (f.type <= 1006) {
+        read1005(f.body);
+    } else if (f.type == 1033) {
+        read1033(f.body);
+    } else if (f.type == 1230) {
+        in.u(4);
+        for (auto mask = in.u(4); mask != 0; mask &= mask - 1) // DF422: a bias for each bit
+            in.u(16);
+    } else { // 1007, 1008
+        in.text(text);
+        in.u(8);
+        if (f.type == 1008)
+            in.text(text);
+    }
+}
+
 } // namespace
 
 Vec3 virtualPoint(const Vec3& reference) {
@@ -67,6 +89,8 @@ std::vector<Expected> Predictor::take(std::span<const std::uint8_t> piece) {
     std::vector<Expected> out;
     for (const Frame& f : cutter_.take(piece)) {
         const std::size_t before = out.size();
+        if (const auto head = observationHead(f); head && !head->more)
+            ++ended_;
         try {
             message(f, out);
         } catch (const std::exception&) {
@@ -105,6 +129,7 @@ void Predictor::message(const Frame& f, std::vector<Expected>& out) {
         orbits_[sat] = navigation_.satellite(sat);
         forward(f, out);
     } else if (isStation(f.type)) {
+        readStationMessage(f);
         if (!otherStation(f))
             forward(f, out);
     } else if (isMsm(f.type) || isLegacy(f.type)) {

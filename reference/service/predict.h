@@ -39,6 +39,8 @@ struct Expectation {
                                                   {'J', {"1C", "2X", "5Q"}}};
     /// Without it only the form of replies is expected: their epochs, order and frames.
     bool values = true;
+    bool dayKnown = true;  ///< false: `near` has the time of the stream, not its week
+    bool siteKnown = true; ///< false: siteM is not the station's
 };
 
 /// Epoch of an observation message, where it is nearest to a time: within half a week, GLONASS half
@@ -83,6 +85,8 @@ public:
     std::vector<Expected> take(std::span<const std::uint8_t> piece);
     /// A new connection: unfinished frame and epoch are forgotten.
     void restart();
+    /// Epochs with an end mark in the frames that the service accepts, answered or not.
+    long ended() const { return ended_; }
 
     const Expectation expectation;
     const Vec3 virtualAt;
@@ -103,6 +107,7 @@ private:
     std::map<std::string, Columns> epoch_;
     GpsTime time_;
     int station_ = 0; // of the epoch being collected; 0 = none yet
+    long ended_ = 0;
 };
 
 } // namespace ref

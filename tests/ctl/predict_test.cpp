@@ -1,7 +1,7 @@
 #include "session.h"
 
 #include "intake/StreamObs.h"
-#include "reference/service/predict.h"
+#include "reference/service/judge.h"
 #include "reference/standard/msm.h"
 
 #include <random>
@@ -76,6 +76,21 @@ Bytes msm(char system, const char* signal, bool more, std::uint32_t epochMs = 43
     return ref::frame(ref::writeMsm(m));
 }
 
+/// A station message whose text, or whose biases, the message ends within; whole with `missing` 0.
+Bytes cutStation(int type, std::size_t missing) {
+    ref::BitString b;
+    b.u(12, type).u(12, 5);
+    if (type == 1230)
+        b.u(4, 0).u(4, 15).s(16, 1).s(16, 2).s(16, 3).s(16, 4);
+    else
+        b.text("ANTENNA").u(8, 1);
+    for (int texts = type == 1033 ? 4 : type == 1008 ? 1 : 0; texts > 0; --texts)
+        b.text("TEXT");
+    Bytes body = b.bytes();
+    body.resize(body.size() - missing);
+    return ref::frame(body);
+}
+
 Bytes ephemeris(int type, char system, int id) {
     ref::Kepler k;
     k.type = type;
@@ -102,6 +117,11 @@ TEST_F(Predictions, AreRightForMessagesThatTheSimulatorDoesNotSend) {
         {{msm('G', "1C", true), ref::frame(ref::write1005({.station = 9, .xyzM = kSite})),
           ref::frame(ref::write1005({.station = 9, .xyzM = kSite}))},
          {1005}},
+        // a text or a bias that runs past the end
+        {{cutStation(1007, 0), cutStation(1007, 2), cutStation(1008, 0), cutStation(1008, 1),
+          cutStation(1033, 0), cutStation(1033, 1), cutStation(1230, 0), cutStation(1230, 1),
+          cutStation(1230, 2)},
+         {1007, 1008, 1033, 1230}},
         {{msm('E', "1X", false, 604800000), msm('E', "1X", false, 604799999)}, {0}}};
     for (const auto& [frames, expected] : cases) {
         Bytes stream;
@@ -140,4 +160,30 @@ TEST_F(Predictions, AreRightForRecordedStreamsHoweverBroken) {
         }
     }
     EXPECT_GT(compared, 2000U);
+}
+
+TEST_F(Predictions, LeaveEpochsOfTheStreamThatNobodyAnswersToTheCensus) {
+    const Bytes hidden = msm('E', "1X", false);
+    ref::BitString longer; // begins like a frame of 300 bytes
+    longer.u(8, 0xD3).u(16, 300);
+    Bytes stream;
+    for (const Bytes& f :
+         {msm('G', "1C", true), msm('C', "2I", true, 430636000), // lost its end
+          msm('G', "1C", true, 430651000), msm('E', "1X", false, 430651000), msm('G', "1C", true),
+          legacy(1004, 9, false), // its end: another station's
+          longer.bytes(), hidden, Bytes(300, 0), msm('G', "1C", true, 430653000)})
+        stream.insert(stream.end(), f.begin(), f.end());
+    ref::Expectation e;
+    e.values = false;
+    e.near = {2009, 430650};
+    ref::Judge judge(e);
+    judge.sent(stream);
+    judge.finish();
+    const ref::Verdict& v = judge.verdict();
+    EXPECT_EQ(v.stream.ended, 3);
+    EXPECT_EQ(v.stream.unended, 2);
+    EXPECT_EQ(v.ended, 2);
+    EXPECT_EQ(v.due, 1);
+    EXPECT_EQ(v.stream.cells.at("G1C"), 5); // one of them in 1004
+    EXPECT_EQ(v.stream.cells.at("E1X"), 2);
 }
