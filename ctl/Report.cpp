@@ -88,7 +88,7 @@ std::string headline(const ReportData& d, const simulate::Totals& t) {
     const ref::Verdict& v = t.verdict;
     std::string out = "<header>\n<p class=\"over\">Kestrune at work</p>\n" + verdictText(v);
     out +=
-        "<p>A " + std::string(t.values ? "simulated" : "recorded") + " reference station at " +
+        "<p>A " + std::string(t.known.values ? "simulated" : "recorded") + " reference station at " +
         escaped(siteText(d.siteM)) + " sent " + count(t.given) +
         (t.given == 1 ? " epoch" : " epochs") +
         (t.connections > 1 ? " on " + count(t.connections) + " connections" : "") +
@@ -96,7 +96,7 @@ std::string headline(const ReportData& d, const simulate::Totals& t) {
                             escaped(simulate::utcText(d.first, simulate::Fraction::none)) + " UTC"
                       : "") +
         ". " +
-        (t.values ? "Everything that came back was compared with what an independent "
+        (t.known.values ? "Everything that came back was compared with what an independent "
                     "computation says about it."
                   : "The true values of a recording are not known: form, order and completeness "
                     "of the replies were checked.") +
@@ -104,11 +104,11 @@ std::string headline(const ReportData& d, const simulate::Totals& t) {
     std::uint64_t received = 0;
     for (const auto& [type, n] : v.bytes)
         received += n;
-    out += figure("replies", count(v.replies), t.values ? count(v.cells) + " signals in them" : "");
+    out += figure("replies", count(v.replies), t.known.values ? count(v.cells) + " signals in them" : "");
     out += figure("forwarded frames", count(v.forwarded),
                   v.missing == 0 ? "nothing is missing" : count(v.missing) + " frames missing");
     out += figure("sent, received", sizeText(t.bytesSent), sizeText(received) + " came back");
-    if (t.values)
+    if (t.known.values)
         out += worstFigure(v, ErrorOf::range) + worstFigure(v, ErrorOf::phase);
     if (!v.delaysS.empty()) {
         out +=

@@ -3,6 +3,7 @@
 #include "common/Findings.h"
 #include "ctl/Calendar.h"
 #include "ctl/Deployment.h"
+#include "ctl/Judgement.h"
 #include "ctl/Report.h"
 #include "ctl/Simulator.h"
 #include "ctl/Summary.h"
@@ -159,7 +160,7 @@ struct Run {
     Pace pace;
     Split split;
     std::optional<ref::GpsTime> clock; // where the service's clock is to start
-    bool values = true;
+    Known known;
 };
 
 void plan(Run& run, const Words& w) {
@@ -196,7 +197,9 @@ ref::Expectation expectationOf(const Run& run, const std::vector<std::string>& s
     ref::Expectation e;
     e.siteM = run.station.siteM;
     e.near = run.station.start;
-    e.values = run.values && endpoint < kMostJudgedByValue;
+    e.values = run.known.values && endpoint < kMostJudgedByValue;
+    e.dayKnown = run.known.day;
+    e.siteKnown = run.known.site;
     e.satellites.insert(satellites.begin(), satellites.end());
     for (const std::string& sat : satellites)
         if (sat[0] == 'R')
@@ -208,7 +211,8 @@ std::unique_ptr<Source> sourceOf(Run& run, const Words& w) {
     if (w.play.empty())
         return std::make_unique<SimulatedStation>(run.station);
     auto recording = std::make_unique<Recording>(w.play, run.station.start);
-    run.values = false;
+    run.known = {
+        .values = false, .day = run.clock.has_value(), .site = recording->siteM.has_value()};
     if (recording->siteM)
         run.station.siteM = *recording->siteM;
     return recording;
@@ -280,7 +284,7 @@ int simulate(const Words& w) {
                       : isatty(STDOUT_FILENO) != 0 ? Progress::Kind::moving
                                                    : Progress::Kind::lines;
     const std::unique_ptr<Source> source = sourceOf(run, w);
-    Progress progress(std::cout, kind, run.values);
+    Progress progress(std::cout, kind, run.known);
     const std::vector<std::string> satellites = satellitesOf(run, w);
     Endpoints endpoints = endpointsOf(run, w, satellites); // listening before anyone is told
     sayWhatIsThere(run, w, satellites, progress);
@@ -307,7 +311,7 @@ int simulate(const Words& w) {
         std::signal(signal, [](int) { stopAsked = 1; });
     simulator.run(stopAsked);
     progress.end();
-    const Totals totals = totalsOf(endpoints, simulator.faults, simulator.epochs(), run.values);
+    const Totals totals = totalsOf(endpoints, simulator.faults, simulator.epochs(), run.known);
     if (page.is_open())
         page << drawing.page(totals);
     closeWritten(page, w.report);
@@ -316,7 +320,7 @@ int simulate(const Words& w) {
     std::cout << (w.json ? summaryJson(totals) : summaryText(totals)) << std::flush;
     if (!std::cout)
         throw std::runtime_error("standard output could not be written to its end");
-    return totals.verdict.wrong == 0 && totals.verdict.replies > 0 ? 0 : 1;
+    return exitStatus(judgementOf(totals).answer);
 }
 
 } // namespace

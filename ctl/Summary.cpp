@@ -2,6 +2,7 @@
 
 #include "common/Findings.h"
 #include "ctl/Calendar.h"
+#include "ctl/Judgement.h"
 
 #include <algorithm>
 #include <cjson/cJSON.h>
@@ -14,19 +15,52 @@ namespace ctl::simulate {
 namespace {
 
 constexpr std::size_t kMostFaultsShown = 20;
+constexpr std::size_t kDateLength = 11; // "2026-03-01 "
+
+template <class Map> void addCounts(Map& sum, const Map& counts) {
+    for (const auto& [key, n] : counts)
+        sum[key] += n;
+}
+
+void addSatellite(ref::SatelliteTally& sum, const ref::SatelliteTally& s) {
+    sum.due += s.due;
+    for (const auto& [what, w] : s.wrong) {
+        ref::SatelliteTally::Wrong& to = sum.wrong[what];
+        to.epochs += w.epochs;
+        to.rangeM = std::max(to.rangeM, w.rangeM);
+        to.phaseM = std::max(to.phaseM, w.phaseM);
+    }
+}
+
+void addPosition(ref::PositionTally& sum, const ref::PositionTally& p) {
+    const int wrong = sum.wrong + p.wrong;
+    if (p.awayM >= sum.awayM)
+        sum = p;
+    sum.wrong = wrong;
+}
 
 void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
+    sum.stream.ended += v.stream.ended;
+    sum.stream.unended += v.stream.unended;
+    sum.stream.ephemerides += v.stream.ephemerides;
+    addCounts(sum.stream.cells, v.stream.cells);
+    sum.ended += v.ended;
+    sum.due += v.due;
     sum.replies += v.replies;
     sum.forwarded += v.forwarded;
     sum.missing += v.missing;
     sum.cells += v.cells;
     sum.wrong += v.wrong;
-    for (const auto& [signal, n] : v.signals)
-        sum.signals[signal] += n;
-    for (const auto& [fate, n] : v.fates)
-        sum.fates[fate] += n;
-    for (const auto& [type, n] : v.bytes)
-        sum.bytes[type] += n;
+    addCounts(sum.signals, v.signals);
+    addCounts(sum.fates, v.fates);
+    addCounts(sum.bytes, v.bytes);
+    addCounts(sum.troubles, v.troubles);
+    addCounts(sum.missingTypes, v.missingTypes);
+    for (const auto& [type, e] : v.otherEpoch)
+        sum.otherEpoch[type] = {sum.otherEpoch[type].first + e.first, e.second};
+    addPosition(sum.position, v.position);
+    for (const auto& [sat, tally] : v.satellites)
+        addSatellite(sum.satellites[sat], tally);
     for (const auto& [system, w] : v.worst) {
         ref::Worst& s = sum.worst[system];
         s.rangeM = std::max(s.rangeM, w.rangeM);
@@ -35,6 +69,13 @@ void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
     }
     sum.delaysS.insert(sum.delaysS.end(), v.delaysS.begin(), v.delaysS.end());
     sum.faults.insert(sum.faults.end(), v.faults.begin(), v.faults.end());
+}
+
+long observationsSent(const ref::Verdict& v) {
+    long sum = 0;
+    for (const auto& [signal, n] : v.stream.cells)
+        sum += n;
+    return sum;
 }
 
 std::uint64_t bytesReceived(const ref::Verdict& v) {
@@ -106,17 +147,20 @@ void Progress::epoch(const ref::EpochResult& result, const ref::Verdict& soFar) 
     std::string line;
     if (kind_ == Kind::lines) {
         line = text("%s %s  reply %zu bytes after %s",
-                    utcText(result.time, Fraction::milliseconds).c_str(), systems.c_str(),
-                    result.bytes, delay.c_str());
-        if (values_)
+                    utcText(result.time, Fraction::milliseconds)
+                        .substr(known_.day ? 0 : kDateLength)
+                        .c_str(),
+                    systems.c_str(), result.bytes, delay.c_str());
+        if (known_.values)
             line += text("  worst so far %.1f mm range, %.2f mm phase", soFar.worstRangeM() * 1e3,
                          soFar.worstPhaseM() * 1e3);
         out_ << line << (soFar.wrong > 0 ? "  WRONG" : "") << "\n";
         return;
     }
-    line = text("%s%s  %zu B after %s", utcText(result.time, Fraction::none).substr(11).c_str(),
-                systems.c_str(), result.bytes, delay.c_str());
-    if (values_)
+    line = text("%s%s  %zu B after %s",
+                utcText(result.time, Fraction::none).substr(kDateLength).c_str(), systems.c_str(),
+                result.bytes, delay.c_str());
+    if (known_.values)
         line +=
             text("  worst %.1f mm, %.2f mm", soFar.worstRangeM() * 1e3, soFar.worstPhaseM() * 1e3);
     if (soFar.wrong > 0)
@@ -139,16 +183,19 @@ void Progress::end() {
 }
 
 Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const FaultPlan& station,
-                long epochs, bool values) {
+                long epochs, Known known) {
     Totals t;
     t.epochs = epochs;
-    t.values = values;
+    t.known = known;
+    t.endpoints = static_cast<int>(endpoints.size());
     t.faults = station.done;
     for (const auto& e : endpoints) {
         t.given += e->epochs;
         t.connections += e->connections;
         t.bytesSent += e->bytesSent;
-        addVerdict(t.verdict, e->judge.verdict());
+        const ref::Verdict& v = e->judge.verdict();
+        addVerdict(t.verdict, v);
+        t.silent += v.observations() == 0 ? 1 : 0;
         for (const auto& [fault, n] : e->plan.done)
             t.faults[fault] += n;
     }
@@ -157,13 +204,16 @@ Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const F
 
 std::string summaryText(const Totals& t) {
     const ref::Verdict& v = t.verdict;
+    const Judgement judgement = judgementOf(t);
     std::string out = text("\n%ld epochs made, %ld sent on %d connection%s, %llu bytes\n", t.epochs,
                            t.given, t.connections, t.connections == 1 ? "" : "s",
                            static_cast<unsigned long long>(t.bytesSent));
     out +=
         text("  came back    %d replies and %d forwarded frames, %llu bytes; %d missing\n",
              v.replies, v.forwarded, static_cast<unsigned long long>(bytesReceived(v)), v.missing);
-    if (t.values) {
+    out += text("  stream       %ld epochs, %ld observations; %d observations in the replies\n",
+                v.stream.ended + v.stream.unended, observationsSent(v), v.observations());
+    if (t.known.values) {
         out += "  satellites  ";
         for (const auto& [fate, n] : v.fates)
             out +=
@@ -195,23 +245,32 @@ std::string summaryText(const Totals& t) {
             out += text(" %s %d", std::string(name(fault)).c_str(), n);
         out += "\n";
     }
-    for (std::size_t i = 0; i < std::min(v.faults.size(), kMostFaultsShown); ++i)
+    for (const std::string& remark : judgement.remarks)
+        out += "  note: " + remark + "\n";
+    for (const std::string& cause : judgement.causes)
+        out += "  CAUSE: " + cause + "\n";
+    const std::size_t shown = std::min(v.faults.size(), kMostFaultsShown);
+    for (std::size_t i = 0; i < shown; ++i)
         out += "  WRONG: " + v.faults[i] + "\n";
-    if (v.wrong > static_cast<int>(kMostFaultsShown))
-        out += text("  and %d more\n", v.wrong - static_cast<int>(kMostFaultsShown));
-    if (v.replies == 0)
-        out += "NO REPLY CAME\n";
-    else if (v.wrong == 0 && t.values && v.cells == 0)
-        out += "nothing was wrong; no reply carried an observation\n";
-    else
-        out += v.wrong == 0 ? "everything was right\n" : text("%d WRONG\n", v.wrong);
-    return out;
+    if (v.wrong > static_cast<int>(shown))
+        out += text("  and %d more\n", v.wrong - static_cast<int>(shown));
+    return out + judgement.words + "\n";
 }
 
 std::string summaryJson(const Totals& t) {
     const ref::Verdict& v = t.verdict;
+    const Judgement judgement = judgementOf(t);
     const Json root(cJSON_CreateObject(), cJSON_Delete);
     cJSON* const o = root.get();
+    const auto lines = [o](const char* key, const std::vector<std::string>& words) {
+        cJSON* const list = cJSON_AddArrayToObject(o, key);
+        for (const std::string& w : words)
+            cJSON_AddItemToArray(list, cJSON_CreateString(w.c_str()));
+    };
+    cJSON_AddStringToObject(o, "answer", name(judgement.answer));
+    cJSON_AddStringToObject(o, "words", judgement.words.c_str());
+    lines("causes", judgement.causes);
+    lines("remarks", judgement.remarks);
     const auto number = [](cJSON* to, const std::string& key, double value) {
         cJSON_AddNumberToObject(to, key.c_str(), value);
     };
@@ -223,8 +282,18 @@ std::string summaryJson(const Totals& t) {
     number(o, "replies", v.replies);
     number(o, "forwarded", v.forwarded);
     number(o, "missing", v.missing);
-    number(o, "wrong", v.wrong);
-    cJSON_AddBoolToObject(o, "valuesChecked", t.values);
+    number(o, "wrong", static_cast<double>(judgement.wrong));
+    cJSON_AddBoolToObject(o, "valuesChecked", t.known.values);
+    cJSON* const stream = child(o, "stream");
+    number(stream, "epochs", static_cast<double>(v.stream.ended + v.stream.unended));
+    number(stream, "epochsWithoutEnd", static_cast<double>(v.stream.unended));
+    number(stream, "repliesDue", static_cast<double>(v.due));
+    number(stream, "ephemerides", static_cast<double>(v.stream.ephemerides));
+    number(stream, "observations", static_cast<double>(observationsSent(v)));
+    cJSON* const sent = child(stream, "cells");
+    for (const auto& [signal, n] : v.stream.cells)
+        number(sent, signal, static_cast<double>(n));
+    number(o, "observations", v.observations());
     cJSON* const systems = child(o, "systems");
     for (const auto& [system, w] : v.worst) {
         cJSON* const s = child(systems, systemName(system));
@@ -248,9 +317,7 @@ std::string summaryJson(const Totals& t) {
     cJSON* const faults = child(o, "faultsMade");
     for (const auto& [fault, n] : t.faults)
         number(faults, std::string(name(fault)), n);
-    cJSON* const words = cJSON_AddArrayToObject(o, "faultsFound");
-    for (const std::string& f : v.faults)
-        cJSON_AddItemToArray(words, cJSON_CreateString(f.c_str()));
+    lines("faultsFound", v.faults);
     const std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(o),
                                                                cJSON_free);
     return printed ? std::string(printed.get()) + "\n" : "";

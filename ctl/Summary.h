@@ -10,12 +10,17 @@
 
 namespace ctl::simulate {
 
+/// What is known of the stream: the values of right replies (else they are checked for form, order
+/// and completeness), its day, the station's position.
+struct Known {
+    bool values = true, day = true, site = true;
+};
+
 /// One line an epoch of the first endpoint, or on a terminal one that moves.
 class Progress {
 public:
     enum class Kind { none, lines, moving };
-    /// Values: differences are known and shown.
-    Progress(std::ostream& out, Kind kind, bool values) : out_(out), kind_(kind), values_(values) {}
+    Progress(std::ostream& out, Kind kind, Known known) : out_(out), kind_(kind), known_(known) {}
     ~Progress() { end(); }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -28,7 +33,7 @@ public:
 private:
     std::ostream& out_;
     Kind kind_;
-    bool values_;
+    Known known_;
     bool open_ = false;
 };
 
@@ -40,10 +45,12 @@ struct Totals {
     std::uint64_t bytesSent = 0;
     ref::Verdict verdict; // of all together
     std::map<Fault, int> faults;
-    bool values = true; // false: replies were checked for form, order and completeness only
+    Known known;
+    int endpoints = 1;
+    int silent = 0; // endpoints with replies that carried no observation
 };
 Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const FaultPlan& station,
-                long epochs, bool values);
+                long epochs, Known known);
 
 /// Systems that a reply can hold.
 inline constexpr std::string_view kSimulatedSystems = "GRECJ";

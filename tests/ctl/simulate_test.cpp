@@ -104,11 +104,21 @@ struct Outcome {
     std::string printed;
     std::string passedBack; // unaltered
     double replies = 0, wrong = 0;
-    std::string faults;
+    std::string answer, causes, faults;
 };
 
+/// Changes the deployment before the service reads it.
+using Tamper = std::function<void(const fs::path& folder)>;
+
+void change(const fs::path& file, const std::string& old, const std::string& by) {
+    const std::string text = readFile(file);
+    EXPECT_TRUE(contains(text, old)) << file;
+    std::ofstream(file) << replaced(text, old, by);
+}
+
 /// Runs both programs with the proxy between them.
-Outcome run(std::vector<std::string> options, const Alter& replies, const Alter& stream) {
+Outcome run(std::vector<std::string> options, const Alter& replies, const Alter& stream,
+            const Tamper& tamper = {}) {
     const fs::path folder =
         fs::path(testing::TempDir()) / ("kestrune_sim_" + std::to_string(getpid()));
     int simulatorPort = 0;
@@ -123,9 +133,9 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     for (int i = 0; i < 400 && readFile(folder / "leapsec.tab").empty(); ++i)
         sleepms(10);
     const auto connector = [](int port) { return " " + std::to_string(port) + "#"; };
-    const std::string text =
-        replaced(readFile(deployment), connector(simulatorPort), connector(proxyPort));
-    std::ofstream(deployment) << text;
+    change(deployment, connector(simulatorPort), connector(proxyPort));
+    if (tamper)
+        tamper(folder);
     Program service(kServiceProgram, {"-mode", "vrs", deployment}, folder / "log");
     const int toService = accept(listener, nullptr, nullptr);
     const int toSimulator = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -159,9 +169,16 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     if (json) {
         o.replies = cJSON_GetNumberValue(cJSON_GetObjectItem(json.get(), "replies"));
         o.wrong = cJSON_GetNumberValue(cJSON_GetObjectItem(json.get(), "wrong"));
-        const cJSON* fault = nullptr;
-        cJSON_ArrayForEach(fault, cJSON_GetObjectItem(json.get(), "faultsFound")) o.faults +=
-            std::string(cJSON_GetStringValue(fault)) + "\n";
+        o.answer = cJSON_GetStringValue(cJSON_GetObjectItem(json.get(), "answer"));
+        const auto lines = [&](const char* key) {
+            std::string all;
+            const cJSON* line = nullptr;
+            cJSON_ArrayForEach(line, cJSON_GetObjectItem(json.get(), key)) all +=
+                std::string(cJSON_GetStringValue(line)) + "\n";
+            return all;
+        };
+        o.causes = lines("causes");
+        o.faults = lines("faultsFound");
     }
     fs::remove_all(folder);
     fs::remove(folder.string() + ".out");
@@ -210,6 +227,15 @@ std::function<void(ref::Reply&)> firstMessage(const std::function<void(ref::Msm&
     };
 }
 
+/// A reply that keeps its 1005 and 1033 alone.
+std::vector<Bytes> withoutObservations(Bytes f) {
+    if (f[0] != 0xDA)
+        return {f};
+    ref::Reply r = ref::openReply(f);
+    r.messages.resize(2);
+    return {replyOf(r)};
+}
+
 } // namespace
 
 TEST(Simulator, FindsNothingWrongWithTheService) {
@@ -230,6 +256,7 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
         options.insert(options.end(), {"--speed", "max", "--replies", file});
         const Outcome o = run(options, unaltered, unaltered);
         EXPECT_EQ(o.status, 0) << o.printed;
+        EXPECT_EQ(o.answer, "right");
         EXPECT_EQ(o.wrong, 0) << o.faults;
         EXPECT_GE(o.replies, 8);
         EXPECT_TRUE(o.serviceRuns);
@@ -343,4 +370,107 @@ TEST(Simulator, FindsWhatIsAlteredOnTheWay) {
         EXPECT_TRUE(contains(o.faults, c.found)) << c.what << ": " << o.faults;
         EXPECT_TRUE(o.serviceRuns) << c.what;
     }
+}
+
+TEST(Simulator, NamesTheCauseOfWhatIsWrongEverywhere) {
+    const auto file = [](const char* name, const char* old, const char* by) -> Tamper {
+        return [=](const fs::path& folder) { change(folder / name, old, by); };
+    };
+    const struct {
+        const char* what;
+        Tamper tamper;
+        Alter replies;
+        std::vector<const char*> causes;
+    } cases[] = {
+        {"a position 10 km away",
+         file("site.crd", "-4460962", "-4450962"),
+         unaltered,
+         {"satellites, all epochs: ranges off by up to 0.",
+          " m, 1005 is 10.0 km away: is this the station's position?", "1005 says -4451111."}},
+        {"one satellite that is not configured",
+         file("session.obj", " G07 ", "*G07 "),
+         unaltered,
+         {"G07, all epochs: missing: is it in the configuration?"}},
+        {"a system that is not configured",
+         [](const fs::path& folder) {
+             for (int slot = 1; slot <= 24; ++slot)
+                 change(folder / "session.obj", text(" R%02d ", slot), text("*R%02d ", slot));
+         },
+         unaltered,
+         {" of GLONASS, all epochs: missing"}},
+        {"GLONASS a leap second off",
+         {},
+         [](Bytes f) -> std::vector<Bytes> {
+             if (f[0] != 0xDA)
+                 return {f};
+             ref::Reply r = ref::openReply(f);
+             for (ref::Frame& m : r.messages)
+                 if (m.type == 1084) {
+                     ref::Msm late = ref::readMsm(m.body);
+                     late.epochField += 1000;
+                     m.bytes = ref::frame(ref::writeMsm(late));
+                 }
+             return {replyOf(r)};
+         },
+         {"1084, 8 times: its epoch is 1.000 s after that of the reply"}},
+        {"replies without observations",
+         {},
+         withoutObservations,
+         {"satellites, all epochs: missing; no reply carries an observation"}},
+        {"replies that all come one too late",
+         {},
+         [last = Bytes()](Bytes f) mutable -> std::vector<Bytes> {
+             if (f[0] != 0xDA)
+                 return {f};
+             const Bytes before = std::exchange(last, std::move(f));
+             return before.empty() ? std::vector<Bytes>{} : std::vector<Bytes>{before};
+         },
+         {"epochs were not answered"}},
+        {"every other reply lost",
+         {},
+         [n = 0](Bytes f) mutable -> std::vector<Bytes> {
+             if (f[0] == 0xDA && n++ % 2 == 1)
+                 return {};
+             return {f};
+         },
+         {"4 of 8 epochs were not answered"}},
+    };
+    for (const auto& c : cases) {
+        const Outcome o = run(kShortRun, c.replies, unaltered, c.tamper);
+        EXPECT_EQ(o.status, 1) << c.what;
+        EXPECT_EQ(o.answer, "wrong") << c.what;
+        for (const char* const cause : c.causes)
+            EXPECT_TRUE(contains(o.causes, cause)) << c.what << ": " << o.causes;
+    }
+}
+
+TEST(Simulator, KnowsTheFormOfARecordingAndNothingOfEmptyReplies) {
+    const std::string file = testing::TempDir() + "kestrune_recording" + std::to_string(getpid());
+    std::vector<std::string> record = kShortRun;
+    record.insert(record.end(), {"--record", file});
+    ASSERT_EQ(run(record, unaltered, unaltered).status, 0);
+    const std::vector<std::string> play{"--play",  file, "--start", "2026-03-01T12:00:00",
+                                        "--speed", "max"};
+    const struct {
+        const char* what;
+        Alter replies;
+        const char* answer;
+        int status;
+    } cases[] = {
+        {"as it is", unaltered, "form right", 0},
+        {"replies without observations", withoutObservations, "nothing to judge", 1},
+        {"a reply lost",
+         [n = 0](Bytes f) mutable -> std::vector<Bytes> {
+             if (f[0] == 0xDA && ++n == 3)
+                 return {};
+             return {f};
+         },
+         "wrong", 1},
+    };
+    for (const auto& c : cases) {
+        const Outcome o = run(play, c.replies, unaltered);
+        EXPECT_EQ(o.answer, c.answer) << c.what << o.printed;
+        EXPECT_EQ(o.status, c.status) << c.what;
+    }
+    fs::remove(file);
 }
