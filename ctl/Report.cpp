@@ -3,8 +3,10 @@
 #include "common/Findings.h"
 #include "ctl/Calendar.h"
 #include "ctl/Describe.h"
+#include "ctl/Judgement.h"
 #include "ctl/ReportCharts.h"
 #include "ctl/ReportStyle.h"
+#include "ctl/ReportTables.h"
 
 #include <algorithm>
 #include <cmath>
@@ -37,13 +39,6 @@ std::string sizeText(std::uint64_t bytes) {
     return kilo < 1000 ? text("%.1f kB", kilo) : text("%.1f MB", kilo / 1e3);
 }
 
-std::string siteText(const ref::Vec3& siteM) {
-    const ref::Geodetic g = ref::toGeodetic(siteM);
-    constexpr double degrees = 180 / std::numbers::pi;
-    return text("%.4f\u00B0 %c, %.4f\u00B0 %c, %.0f m", std::abs(g.lat) * degrees,
-                g.lat < 0 ? 'S' : 'N', std::abs(g.lon) * degrees, g.lon < 0 ? 'W' : 'E', g.heightM);
-}
-
 std::string barName(int type) {
     return type == 0 ? "reply frame around them"
                      : text("%d %s", type, dump::messageName(type).c_str());
@@ -74,41 +69,45 @@ std::string worstFigure(const ref::Verdict& v, ErrorOf what) {
                   text(range ? "%.2f mm allowed" : "%.3f mm allowed", boundM * 1e3));
 }
 
-std::string verdictText(const ref::Verdict& v) {
-    const bool good = v.replies > 0 && v.wrong == 0;
-    const std::string words = v.replies == 0 ? "No reply came"
-                              : good         ? "Every reply was right"
-                              : v.wrong == 1 ? "One thing was wrong"
-                                             : count(v.wrong) + " things were wrong";
-    return std::string("<h1 class=\"") + (good ? "good" : "bad") + "\">" + escaped(words) +
-           "</h1>\n";
+std::string verdictText(const simulate::Judgement& j) {
+    const bool wrong = j.answer == simulate::Answer::wrong;
+    std::string words = !wrong         ? j.words
+                        : j.wrong == 1 ? "one thing was wrong"
+                                       : count(j.wrong) + " things were wrong";
+    if (words[0] >= 'a' && words[0] <= 'z')
+        words[0] = static_cast<char>(words[0] - 'a' + 'A');
+    const char* const look = exitStatus(j.answer) == 0 ? "good" : wrong ? "bad" : "open";
+    return std::string("<h1 class=\"") + look + "\">" + escaped(words) + "</h1>\n";
 }
 
-std::string headline(const ReportData& d, const simulate::Totals& t) {
+std::string headline(const ReportData& d, const simulate::Totals& t, const simulate::Judgement& j) {
     const ref::Verdict& v = t.verdict;
-    std::string out = "<header>\n<p class=\"over\">Kestrune at work</p>\n" + verdictText(v);
-    out +=
-        "<p>A " + std::string(t.known.values ? "simulated" : "recorded") + " reference station at " +
-        escaped(siteText(d.siteM)) + " sent " + count(t.given) +
-        (t.given == 1 ? " epoch" : " epochs") +
-        (t.connections > 1 ? " on " + count(t.connections) + " connections" : "") +
-        (d.epochs > 0 ? ", the first of " +
-                            escaped(simulate::utcText(d.first, simulate::Fraction::none)) + " UTC"
-                      : "") +
-        ". " +
-        (t.known.values ? "Everything that came back was compared with what an independent "
-                    "computation says about it."
-                  : "The true values of a recording are not known: form, order and completeness "
-                    "of the replies were checked.") +
-        "</p>\n<dl class=\"figures\">\n";
+    const bool values = t.known.values;
+    std::string out = "<header>\n<p class=\"over\">Kestrune at work</p>\n" + verdictText(j);
+    out += "<p>A " + std::string(values ? "simulated" : "recorded") + " reference station sent " +
+           count(t.given) + (t.given == 1 ? " epoch" : " epochs") +
+           (t.connections > 1 ? " on " + count(t.connections) + " connections" : "") +
+           (d.epochs > 0 && t.known.day
+                ? ", the first of " +
+                      escaped(simulate::utcText(d.first, simulate::Fraction::none)) + " UTC"
+                : "") +
+           ". " +
+           (values ? "Everything that came back was compared with what an independent "
+                     "computation says about it."
+                   : "The true values of a recording are not known: form, order and completeness "
+                     "of the replies were checked.") +
+           "</p>\n";
+    for (const std::string& remark : j.remarks)
+        out += "<p class=\"note\">" + escaped(remark) + "</p>\n";
+    out += placesTable(d, t) + "<dl class=\"figures\">\n";
     std::uint64_t received = 0;
     for (const auto& [type, n] : v.bytes)
         received += n;
-    out += figure("replies", count(v.replies), t.known.values ? count(v.cells) + " signals in them" : "");
+    out += figure("replies", count(v.replies), count(v.observations()) + " observations in them");
     out += figure("forwarded frames", count(v.forwarded),
                   v.missing == 0 ? "nothing is missing" : count(v.missing) + " frames missing");
     out += figure("sent, received", sizeText(t.bytesSent), sizeText(received) + " came back");
-    if (t.known.values)
+    if (values)
         out += worstFigure(v, ErrorOf::range) + worstFigure(v, ErrorOf::phase);
     if (!v.delaysS.empty()) {
         out +=
@@ -119,17 +118,20 @@ std::string headline(const ReportData& d, const simulate::Totals& t) {
     return out + "</dl>\n</header>\n";
 }
 
-std::string trouble(const simulate::Totals& t) {
+std::string trouble(const simulate::Totals& t, const simulate::Judgement& j) {
     const ref::Verdict& v = t.verdict;
     std::string out;
-    if (!v.faults.empty()) {
+    if (j.answer == simulate::Answer::wrong) {
         out += "<section class=\"wide\">\n<h2>What was wrong</h2>\n<ul class=\"wrong\">\n";
-        for (std::size_t i = 0; i < std::min(v.faults.size(), kMostFaultsShown); ++i)
+        for (const std::string& cause : j.causes)
+            out += "<li><b>" + escaped(cause) + "</b></li>\n";
+        const std::size_t shown = std::min(v.faults.size(), kMostFaultsShown);
+        for (std::size_t i = 0; i < shown; ++i)
             out += "<li>" + escaped(v.faults[i]) + "</li>\n";
         out += "</ul>\n";
-        if (v.wrong > static_cast<int>(kMostFaultsShown))
-            out += "<p class=\"note\">and " + count(v.wrong - static_cast<int>(kMostFaultsShown)) +
-                   " more</p>\n";
+        if (v.wrong > static_cast<int>(shown))
+            out +=
+                "<p class=\"note\">and " + count(v.wrong - static_cast<int>(shown)) + " more</p>\n";
         out += "</section>\n";
     }
     if (!t.faults.empty()) {
@@ -148,8 +150,7 @@ std::string systemKey(const ReportData& d) {
     for (const char system : simulate::kSimulatedSystems)
         if (std::any_of(d.satellites.begin(), d.satellites.end(),
                         [&](const auto& s) { return s.first[0] == system; }))
-            out += "<li class=\"" + std::string(1, system) + "\"><b>" + system + "</b> " +
-                   simulate::systemName(system) + "</li>";
+            out += "<li>" + systemIcon(system) + simulate::systemName(system) + "</li>";
     return out + "</ul>\n";
 }
 
@@ -192,8 +193,8 @@ std::string skySection(const ReportData& d) {
     });
     std::string out = "<section>\n<h2>The sky</h2>\n<p class=\"note\">Seen from the virtual "
                       "station: the zenith in the middle, the horizon outside, the limit of "
-                      "5\u00B0 dotted. A mark stands where a satellite was last";
-    out += gone ? "; those out of sight since are pale.</p>\n" : ".</p>\n";
+                      "5\u00B0 dashed. A mark stands where a satellite was last";
+    out += gone ? "; those out of sight since are small.</p>\n" : ".</p>\n";
     out += skyPlot(d) + systemKey(d) + fateKey(d);
     std::string unplaced;
     bool several = false;
@@ -208,8 +209,9 @@ std::string skySection(const ReportData& d) {
             "Not drawn, since nobody knows their place without an ephemeris: " + escaped(unplaced) +
             "</p>\n";
     if (several)
-        out += "<p class=\"note\">A mark inside another one: its fate changed during the run; the "
-               "inner one, a dot where it was answered, is the last.</p>\n";
+        out += "<p class=\"note\">A second outline: what became of the satellite changed during "
+               "the run; the mark inside is the last.</p>\n";
+    out += skyTable(d);
     out += "</section>\n<section>\n<h2>What became of the satellites</h2>\n<p class=\"note\">In "
            "brackets the number of epochs, where it was not all of them.</p>\n<table>\n";
     for (const ref::Fate fate : kFates)
@@ -228,8 +230,8 @@ std::string errorSection(const ReportData& d, const simulate::Totals& t) {
     out += ". A satellite that hardly moves in a short run has the same difference again and "
            "again: a peak.</p>\n";
     return out + "<div class=\"pair\">\n<div>" + errorChart(d, t.verdict, ErrorOf::range) +
-           "</div>\n<div>" + errorChart(d, t.verdict, ErrorOf::phase) +
-           "</div>\n</div>\n</section>\n";
+           "</div>\n<div>" + errorChart(d, t.verdict, ErrorOf::phase) + "</div>\n</div>\n" +
+           errorTable(d, t.verdict) + "</section>\n";
 }
 
 std::string delaySection(const ReportData& d, const simulate::Totals& t) {
@@ -237,7 +239,13 @@ std::string delaySection(const ReportData& d, const simulate::Totals& t) {
            "epoch sent to the first byte of its reply received.</p>\n" +
            delayChart(d, simulate::delayAt(t.verdict.delaysS, 0.5),
                       simulate::delayAt(t.verdict.delaysS, 0.99)) +
-           "</section>\n";
+           delayTable(d) + "</section>\n";
+}
+
+std::string signalSection(const ref::Verdict& v) {
+    return "<section class=\"wide\">\n<h2>Signals in and out</h2>\n<p class=\"note\">Observations "
+           "of the stream by signal, and how many of them came back.</p>\n" +
+           signalsTable(v) + "</section>\n";
 }
 
 std::string typeSection(const ref::Verdict& v) {
@@ -333,12 +341,13 @@ void Report::thinOut() {
 }
 
 std::string Report::page(const simulate::Totals& t) const {
+    const simulate::Judgement judgement = judgementOf(t);
     std::string out = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
                       "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
                       "<title>Kestrune at work</title>\n<style>";
     out += kReportStyle;
-    out += "</style>\n</head>\n<body>\n<main>\n" + headline(data_, t) +
-           "<div class=\"columns\">\n" + trouble(t);
+    out += "</style>\n</head>\n<body>\n<main>\n" + headline(data_, t, judgement) +
+           "<div class=\"columns\">\n" + trouble(t, judgement);
     if (!data_.satellites.empty())
         out += skySection(data_);
     if (!data_.range.empty())
@@ -347,9 +356,12 @@ std::string Report::page(const simulate::Totals& t) const {
         out += "<section>\n<h2>Change of range</h2>\n<p class=\"note\">What each satellite's "
                "observations were shifted by, 300 m to the north. The dotted lines are the most "
                "that is possible at an elevation.</p>\n" +
-               rangeChangeChart(data_) + systemKey(data_) + "</section>\n";
+               rangeChangeChart(data_) + systemKey(data_) +
+               "<p class=\"note\">The numbers are in the table of the sky.</p>\n</section>\n";
     if (!t.verdict.delaysS.empty() && !data_.delays.empty())
         out += delaySection(data_, t);
+    if (!t.verdict.stream.cells.empty())
+        out += signalSection(t.verdict);
     if (!t.verdict.bytes.empty())
         out += typeSection(t.verdict);
     return out + "</div>\n</main>\n</body>\n</html>\n";

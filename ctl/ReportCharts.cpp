@@ -139,8 +139,8 @@ std::string rangeChangeChart(const ReportData& data) {
         if (path.empty())
             continue;
         out += std::string("<g class=\"") + sat[0] + "\"><path d=\"" + path +
-               "\" class=\"curve\"/>" + fateMark(ref::Fate::answered, beforeX, beforeY, 2.8) +
-               "</g>\n";
+               "\" class=\"curve\"/>" +
+               satelliteMark(sat[0], ref::Fate::answered, beforeX, beforeY, 2.8) + "</g>\n";
     }
     return out + "</svg>\n";
 }

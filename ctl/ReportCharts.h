@@ -22,9 +22,13 @@ std::string svgStart(double height, const std::string& title);
 std::string svgText(double x, double y, const char* classes, const std::string& plain);
 std::string svgLine(double x1, double y1, double x2, double y2, const char* classes);
 
-/// The mark of a fate; `radius` is that of a dot.
-std::string fateMark(ref::Fate fate, double x, double y, double radius);
-/// A small drawing of it for the running text.
+/// A satellite: its system by colour and shape, its fate by what is inside. `radius` is that of a
+/// filled dot.
+std::string satelliteMark(char system, ref::Fate fate, double x, double y, double radius);
+/// How far a mark reaches from its middle.
+double markReach(ref::Fate fate, double radius);
+/// Small drawings for the running text.
+std::string systemIcon(char system);
 std::string fateIcon(ref::Fate fate);
 
 std::string skyPlot(const ReportData& data);

@@ -4,6 +4,7 @@
 #include "common/Findings.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -14,7 +15,12 @@ namespace {
 constexpr double kMiddle = kChartWidth / 2;
 constexpr double kRadius = 142; // of the horizon
 constexpr double kDot = 3.4;
-constexpr double kLabelHeight = 11; // of capitals and digits, with some air
+constexpr double kGoneDot = 2.4;    // of a satellite out of sight
+constexpr double kHollow = 1.3;     // a hollow mark against a filled one
+constexpr double kFarCorner = 1.35; // of a mark of radius 1
+constexpr double kHalfStroke = 0.75;
+constexpr double kSecondOutline = 2.6; // behind the first one
+constexpr double kLabelHeight = 11;    // of capitals and digits, with some air
 constexpr double kLabelWidth = 26;
 
 struct Point {
@@ -34,6 +40,33 @@ Point at(const ref::Direction& d) {
 
 std::string pair(double x, double y) {
     return coordinate(x) + " " + coordinate(y);
+}
+
+// Corners of a mark of radius 1, about as large as the circle of that radius, which is the shape of
+// all other systems.
+struct Shape {
+    char system;
+    std::size_t count;
+    std::array<Point, 4> corners;
+};
+constexpr Shape kShapes[] = {
+    {'R', 4, {{{-0.9, -0.9}, {0.9, -0.9}, {0.9, 0.9}, {-0.9, 0.9}}}},
+    {'E', 3, {{{0, -1.3}, {1.2, 0.9}, {-1.2, 0.9}}}},
+    {'C', 4, {{{0, -kFarCorner}, {kFarCorner, 0}, {0, kFarCorner}, {-kFarCorner, 0}}}},
+    {'J', 3, {{{0, 1.3}, {1.2, -0.9}, {-1.2, -0.9}}}},
+};
+
+std::string outline(char system, double x, double y, double r, const char* classes) {
+    for (const Shape& s : kShapes) {
+        if (s.system != system)
+            continue;
+        std::string path;
+        for (std::size_t i = 0; i < s.count; ++i)
+            path += (i == 0 ? "M" : "L") + pair(x + r * s.corners[i].x, y + r * s.corners[i].y);
+        return "<path d=\"" + path + "Z\" class=\"" + classes + "\"/>";
+    }
+    return "<circle cx=\"" + coordinate(x) + "\" cy=\"" + coordinate(y) + "\" r=\"" +
+           coordinate(r) + "\" class=\"" + classes + "\"/>";
 }
 
 // Solid while it is answered, dotted while not; a gap where it was out of sight.
@@ -102,6 +135,13 @@ std::string rings(const std::vector<Label>& marks, std::vector<Box>& texts) {
     return out;
 }
 
+// Apart from rising, which is nothing odd.
+bool fateChanged(const ShownSatellite& record) {
+    return std::any_of(record.epochs.begin(), record.epochs.end(), [&](const auto& e) {
+        return e.first != record.last.fate && e.first != ref::Fate::low;
+    });
+}
+
 std::string labelText(const std::string& sat, const PlacedLabel& p) {
     std::string out;
     if (p.leader)
@@ -112,35 +152,44 @@ std::string labelText(const std::string& sat, const PlacedLabel& p) {
 
 } // namespace
 
-std::string fateMark(ref::Fate fate, double x, double y, double radius) {
-    const double r = radius * 1.25;
+std::string satelliteMark(char system, ref::Fate fate, double x, double y, double radius) {
+    if (fate == ref::Fate::answered)
+        return outline(system, x, y, radius, "dot");
+    const double r = radius * kHollow;
+    const double in = r * 0.5;
     const auto path = [](const std::string& d) { return "<path d=\"" + d + "\" class=\"mark\"/>"; };
+    const std::string hollow = outline(system, x, y, r, "mark");
     switch (fate) {
     case ref::Fate::answered:
-        return "<circle cx=\"" + coordinate(x) + "\" cy=\"" + coordinate(y) + "\" r=\"" +
-               coordinate(radius) + "\" class=\"dot\"/>";
     case ref::Fate::low:
-        return "<circle cx=\"" + coordinate(x) + "\" cy=\"" + coordinate(y) + "\" r=\"" +
-               coordinate(radius * 1.1) + "\" class=\"mark\"/>";
+        break;
     case ref::Fate::noEphemeris:
-        return path("M" + pair(x - r, y - r) + "L" + pair(x + r, y + r) + "M" + pair(x - r, y + r) +
-                    "L" + pair(x + r, y - r));
+        return hollow + path("M" + pair(x - in, y - in) + "L" + pair(x + in, y + in) + "M" +
+                             pair(x - in, y + in) + "L" + pair(x + in, y - in));
     case ref::Fate::oldEphemeris:
-        return path("M" + pair(x, y - 1.3 * r) + "L" + pair(x + 1.3 * r, y) + "L" +
-                    pair(x, y + 1.3 * r) + "L" + pair(x - 1.3 * r, y) + "Z");
+        return hollow + "<circle cx=\"" + coordinate(x) + "\" cy=\"" + coordinate(y) +
+               "\" r=\"1.4\" class=\"dot\"/>";
     case ref::Fate::noPhase:
-        return path("M" + pair(x, y - 1.2 * r) + "L" + pair(x + 1.2 * r, y + 0.9 * r) + "L" +
-                    pair(x - 1.2 * r, y + 0.9 * r) + "Z");
+        return hollow + path("M" + pair(x - r, y) + "H" + coordinate(x + r));
     case ref::Fate::noSignal:
-        return path("M" + pair(x - r, y - r) + "H" + coordinate(x + r) + "V" + coordinate(y + r) +
-                    "H" + coordinate(x - r) + "Z");
+        return hollow + path("M" + pair(x, y - r) + "V" + coordinate(y + r));
     }
-    return "";
+    return hollow;
+}
+
+double markReach(ref::Fate fate, double radius) {
+    return kFarCorner * radius * (fate == ref::Fate::answered ? 1 : kHollow) + kHalfStroke;
+}
+
+std::string systemIcon(char system) {
+    return "<svg class=\"icon " + std::string(1, system) +
+           "\" viewBox=\"0 0 14 14\" aria-hidden=\"true\">" +
+           satelliteMark(system, ref::Fate::answered, 7, 7, kDot + 0.6) + "</svg>";
 }
 
 std::string fateIcon(ref::Fate fate) {
     return "<svg class=\"icon\" viewBox=\"0 0 14 14\" aria-hidden=\"true\">" +
-           fateMark(fate, 7, 7, kDot + 0.4) + "</svg>";
+           satelliteMark('G', fate, 7, 7, kDot + 0.6) + "</svg>";
 }
 
 std::string skyPlot(const ReportData& data) {
@@ -152,20 +201,18 @@ std::string skyPlot(const ReportData& data) {
         if (!record.last.placed)
             continue;
         const Point p = at(record.last.direction);
+        const char system = entry.first[0];
         const bool gone = record.last.epoch + 1 < data.epochs;
-        marks += "<g class=\"" + entry.first.substr(0, 1) + (gone ? " gone" : "") + "\">" +
-                 track(record, data.skyStride);
-        // its last fate, and around it, larger, what else it met
-        marks += fateMark(record.last.fate, p.x, p.y, kDot);
-        double radius = kDot;
-        for (const auto& [fate, n] : record.epochs)
-            if (fate != record.last.fate && fate != ref::Fate::low) { // it has risen: nothing odd
-                radius += 2;
-                marks +=
-                    fateMark(fate, p.x, p.y, fate == ref::Fate::answered ? kDot - 1.4 : radius);
-            }
+        const double dot = gone ? kGoneDot : kDot;
+        double reach = markReach(record.last.fate, dot);
+        marks += "<g class=\"" + std::string(1, system) + "\">" + track(record, data.skyStride) +
+                 satelliteMark(system, record.last.fate, p.x, p.y, dot);
+        if (fateChanged(record)) {
+            reach += kSecondOutline * kFarCorner;
+            marks += outline(system, p.x, p.y, reach / kFarCorner, "mark");
+        }
         marks += "</g>\n";
-        labels.push_back({p.x, p.y, radius * 1.1 + 0.4, kLabelWidth, kLabelHeight, gone});
+        labels.push_back({p.x, p.y, reach, kLabelWidth, kLabelHeight, gone});
         shown.push_back(&entry);
     }
     std::vector<Box> texts;

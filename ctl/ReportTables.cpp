@@ -1,0 +1,178 @@
+#include "ctl/ReportTables.h"
+
+#include "common/Findings.h"
+#include "ctl/ReportCharts.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <set>
+
+namespace ctl::report {
+
+namespace {
+
+using Heads = std::initializer_list<const char*>;
+using Cells = std::initializer_list<std::string>;
+
+constexpr std::size_t kDelayRows = 10;
+
+std::string count(long n) {
+    return grouped(static_cast<std::uint64_t>(std::max(n, 0L)));
+}
+
+std::string row(Cells cells) {
+    std::string out = "<tr>";
+    const char* tag = "th"; // the first names the row
+    for (const std::string& cell : cells) {
+        out += std::string("<") + tag + ">" + escaped(cell) + "</" + tag + ">";
+        tag = "td";
+    }
+    return out + "</tr>\n";
+}
+
+std::string table(Heads heads, const std::string& rows) {
+    std::string out = "<div class=\"scroll\"><table class=\"numbers\">\n<thead><tr>";
+    for (const char* const head : heads)
+        out += "<th>" + escaped(head) + "</th>";
+    return out + "</tr></thead>\n<tbody>" + rows + "</tbody></table></div>\n";
+}
+
+std::string behindChart(Heads heads, const std::string& rows) {
+    return "<details><summary>The chart as a table</summary>\n" + table(heads, rows) +
+           "</details>\n";
+}
+
+std::string degrees(double deg) {
+    return std::isfinite(deg) ? text("%.1f\u00B0", deg) : "";
+}
+
+std::string placeRow(const char* who, const ref::Vec3& xyzM) {
+    const ref::Geodetic g = ref::toGeodetic(xyzM);
+    constexpr double toDegrees = 180 / std::numbers::pi;
+    return row(
+        {who,
+         text("%.6f\u00B0 %c, %.6f\u00B0 %c, %.2f m", std::abs(g.lat) * toDegrees,
+              g.lat < 0 ? 'S' : 'N', std::abs(g.lon) * toDegrees, g.lon < 0 ? 'W' : 'E', g.heightM),
+         text("%.4f, %.4f, %.4f", xyzM[0], xyzM[1], xyzM[2])});
+}
+
+// Why a signal of the stream is not in the replies, as far as the signal itself tells.
+std::string whyLost(const std::string& signal, long lost) {
+    const ref::Expectation usual;
+    const auto carried = usual.carried.find(signal[0]);
+    if (carried == usual.carried.end())
+        return "no reply carries this system";
+    if (!carried->second.contains(signal.substr(1)))
+        return "no reply carries this signal";
+    return lost > 0 ? "satellites without an answer, or another signal of the carrier kept" : "";
+}
+
+// The error that a part (0..1) of them does not exceed, to the width of a bin, m.
+double errorOfPart(const ErrorBins& bins, double part, double halfStepM) {
+    constexpr int half = ErrorBins::kBins / 2;
+    long all = 0;
+    for (int bin = 0; bin < ErrorBins::kBins; ++bin)
+        all += bins.count(bin);
+    long within = 0;
+    for (int out = 1; out <= half; ++out) {
+        within += bins.count(half - out) + bins.count(half + out - 1);
+        if (static_cast<double>(within) >= part * static_cast<double>(all))
+            return out * halfStepM / ErrorBins::kBinsOfHalfStep;
+    }
+    return 0;
+}
+
+} // namespace
+
+std::string placesTable(const ReportData& d, const simulate::Totals& t) {
+    if (!t.known.site)
+        return "<p class=\"note\">The recording does not say where its station stands.</p>\n";
+    const ref::Vec3 virtualM = ref::virtualPoint(d.siteM);
+    std::string rows =
+        placeRow("reference station", d.siteM) + placeRow("virtual station", virtualM);
+    if (norm(t.verdict.position.cameM) > 0)
+        rows += placeRow("1005 of the replies", t.verdict.position.cameM);
+    return table({"", "latitude, longitude, height", "X, Y, Z in m"}, rows) + "<p class=\"note\">" +
+           escaped(text("The virtual station stands %.2f m north of the reference station.",
+                        norm(virtualM - d.siteM))) +
+           "</p>\n";
+}
+
+std::string signalsTable(const ref::Verdict& v) {
+    std::set<std::string> names;
+    for (const auto& [signal, n] : v.stream.cells)
+        names.insert(signal);
+    for (const auto& [signal, n] : v.signals)
+        names.insert(signal);
+    const auto of = [](const auto& counts, const std::string& name) {
+        const auto it = counts.find(name);
+        return it == counts.end() ? 0L : static_cast<long>(it->second);
+    };
+    std::string rows;
+    for (const char system : std::string_view("GRECJSI"))
+        for (const std::string& signal : names) {
+            if (signal[0] != system)
+                continue;
+            const long in = of(v.stream.cells, signal);
+            const long out = of(v.signals, signal);
+            rows += row({std::string(simulate::systemName(system)) + " " +
+                             (signal.size() > 1 ? signal.substr(1) : "unassigned"),
+                         count(in), count(out), count(in - out), whyLost(signal, in - out)});
+        }
+    return table({"signal", "in the stream", "in the replies", "lost", "why"}, rows);
+}
+
+std::string skyTable(const ReportData& d) {
+    std::string rows;
+    for (const char system : simulate::kSimulatedSystems)
+        for (const auto& [sat, record] : d.satellites) {
+            const SkySample& last = record.last;
+            if (sat[0] != system || !last.placed)
+                continue;
+            const bool changed = std::isfinite(last.changeM) && last.changeM != 0;
+            rows +=
+                row({sat, degrees(last.direction.azimuthDeg), degrees(last.direction.elevationDeg),
+                     changed ? text("%+.2f m", last.changeM) : "", ref::name(last.fate)});
+        }
+    return behindChart({"satellite", "azimuth", "elevation", "change of range", "at last"}, rows);
+}
+
+std::string errorTable(const ReportData& d, const ref::Verdict& v) {
+    std::string rows;
+    for (const char system : simulate::kSimulatedSystems) {
+        const auto range = d.range.find(system);
+        const auto phase = d.phase.find(system);
+        const auto worst = v.worst.find(system);
+        if (range == d.range.end() || phase == d.phase.end() || worst == v.worst.end())
+            continue;
+        const auto mm = [](const char* form, double m) { return text(form, m * 1e3); };
+        const double more = system == 'J' ? ref::kQzssBoundM : 0;
+        rows += row({simulate::systemName(system), count(worst->second.cells),
+                     mm("%.1f", errorOfPart(range->second, 0.5, ref::kRangeHalfStepM)),
+                     mm("%.2f", worst->second.rangeM), mm("%.2f", ref::kRangeBoundM + more),
+                     mm("%.2f", errorOfPart(phase->second, 0.5, ref::kPhaseHalfStepM)),
+                     mm("%.3f", worst->second.phaseM), mm("%.3f", ref::kPhaseBoundM + more)});
+    }
+    return behindChart({"system", "observations", "range, mm: half within", "worst", "allowed",
+                        "phase, mm: half within", "worst", "allowed"},
+                       rows);
+}
+
+std::string delayTable(const ReportData& d) {
+    std::string rows;
+    const std::size_t step = (d.delays.size() + kDelayRows - 1) / kDelayRows;
+    for (std::size_t from = 0; from < d.delays.size(); from += step) {
+        const std::size_t to = std::min(from + step, d.delays.size());
+        DelaySample all = d.delays[from];
+        for (std::size_t i = from; i < to; ++i)
+            all = {std::min(all.least, d.delays[i].least), std::max(all.most, d.delays[i].most)};
+        const long first = static_cast<long>(from) * d.delayStride + 1;
+        const long last = std::min(static_cast<long>(to) * d.delayStride, d.epochs);
+        rows += row({count(first) + " to " + count(last), text("%.2f", all.least * 1e3),
+                     text("%.2f", all.most * 1e3)});
+    }
+    return behindChart({"epochs", "least, ms", "most, ms"}, rows);
+}
+
+} // namespace ctl::report
