@@ -70,7 +70,7 @@ td { font-variant-numeric: tabular-nums; }
 td div { padding-left: 1.3em; text-indent: -1.3em; }
 .numbers { width: auto; } .numbers th { width: auto; white-space: nowrap; }
 .numbers th, .numbers td { display: table-cell; border-top: 1px solid var(--line); padding: .3rem 1.2rem .3rem 0; }
-.numbers thead th { border: 0; color: var(--soft); font-weight: 400; }
+.numbers thead th { border: 0; color: var(--soft); font-weight: 400; white-space: normal; }
 .scroll { overflow-x: auto; margin: 0 0 .9rem; }
 details { font-size: .9rem; } summary { color: var(--soft); cursor: pointer; }
 .types { margin: .8rem 0 0; font-size: .9rem; }
@@ -90,9 +90,9 @@ ul.wrong { padding-left: 1.2rem; margin: 0; overflow-wrap: anywhere; }
   main { padding: 0; max-width: none; }
   .columns, .pair { display: block; }
   section { padding: .8rem 0; }
-  svg, tr, li, .key, .figures div { break-inside: avoid; }
+  svg, tr, li, h2 + p, .key, .figures div { break-inside: avoid; }
   h1, h2, h2 + p, thead, summary { break-after: avoid; }
-  .numbers th, .numbers td { padding: .1rem 1.2rem .1rem 0; }
+  .numbers th, .numbers td { padding: .1rem .9rem .1rem 0; }
   details::details-content { content-visibility: visible; }
   svg { max-width: 24rem; } }
 )";

@@ -54,7 +54,7 @@ std::string placeRow(const char* who, const ref::Vec3& xyzM) {
         {who,
          text("%.6f\u00B0 %c, %.6f\u00B0 %c, %.2f m", std::abs(g.lat) * toDegrees,
               g.lat < 0 ? 'S' : 'N', std::abs(g.lon) * toDegrees, g.lon < 0 ? 'W' : 'E', g.heightM),
-         text("%.4f, %.4f, %.4f", xyzM[0], xyzM[1], xyzM[2])});
+         text("X %.4f, Y %.4f, Z %.4f m", xyzM[0], xyzM[1], xyzM[2])});
 }
 
 // Why a signal of the stream is not in the replies, as far as the signal itself tells.
@@ -93,7 +93,7 @@ std::string placesTable(const ReportData& d, const simulate::Totals& t) {
         placeRow("reference station", d.siteM) + placeRow("virtual station", virtualM);
     if (norm(t.verdict.position.cameM) > 0)
         rows += placeRow("1005 of the replies", t.verdict.position.cameM);
-    return table({"", "latitude, longitude, height", "X, Y, Z in m"}, rows) + "<p class=\"note\">" +
+    return "<table>\n" + rows + "</table>\n<p class=\"note\">" +
            escaped(text("The virtual station stands %.2f m north of the reference station.",
                         norm(virtualM - d.siteM))) +
            "</p>\n";
