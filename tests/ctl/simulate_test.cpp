@@ -426,14 +426,6 @@ TEST(Simulator, NamesTheCauseOfWhatIsWrongEverywhere) {
              return before.empty() ? std::vector<Bytes>{} : std::vector<Bytes>{before};
          },
          {"epochs were not answered"}},
-        {"every other reply lost",
-         {},
-         [n = 0](Bytes f) mutable -> std::vector<Bytes> {
-             if (f[0] == 0xDA && n++ % 2 == 1)
-                 return {};
-             return {f};
-         },
-         {"4 of 8 epochs were not answered"}},
     };
     for (const auto& c : cases) {
         const Outcome o = run(kShortRun, c.replies, unaltered, c.tamper);
