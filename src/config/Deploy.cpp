@@ -282,9 +282,9 @@ std::string_view Deploy_m_systemName(char letter) {
 }
 
 void usage() {
-    print("Welcome to Kestrune!\n"
-          "Example: Kestrune -mode vrs vrs.json -rawsav/vrssav(*)\n"
-          "Example: where (*) denotes optional parameter.\n");
+    print(Level::error, "Welcome to Kestrune!\n"
+                        "Example: Kestrune -mode vrs vrs.json -rawsav/vrssav(*)\n"
+                        "Example: where (*) denotes optional parameter.\n");
     std::exit(EXIT_FAILURE);
 }
 
@@ -305,7 +305,8 @@ void m_readJsonFile(int argc, const char* const* argv) {
     for (const Finding& finding : findings.list()) {
         if (finding.severity == Severity::fatal)
             fatal("%s", finding.text.c_str());
-        print("%s\n", finding.text.c_str());
+        print(finding.severity == Severity::warning ? Level::warning : Level::notice, "%s\n",
+              finding.text.c_str());
     }
     if (DLY.clock)
         startReplayClock(*DLY.clock);

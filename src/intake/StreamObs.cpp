@@ -38,7 +38,7 @@ ObsType typeName(char letter, std::string_view code) {
 }
 
 void storeEpoch(std::size_t station) {
-    print("***INFO(StreamObs): Got observation data\n");
+    print(Level::debug, "***INFO(StreamObs): Got observation data\n");
     StationEpoch& epoch = DLY.stationEpochs[station];
     const WeekTime t = time2gpst(Decoder.time);
     const MjdTime day = wksow2mjd(t.week, t.sow);
@@ -159,9 +159,11 @@ GPSEPH keplerRecord(const EphRecord& from, const std::string& name) {
 }
 
 /// Replaces the record that carries the name, or says that the store has none.
-template <class Record> void replace(std::span<Record> records, int slot, const Record& record) {
+template <class Record>
+void replace(std::span<Record> records, int slot, int sat, const Record& record) {
     if (slot < 0) {
-        print("***WARN(StreamObs): %s is not used in session.obj!\n", record.cprn.c_str());
+        print(Lasting{Cause::ephemerisNotStored, static_cast<std::size_t>(sat)},
+              "***WARN(StreamObs): %s is not used in session.obj!\n", record.cprn.c_str());
         return;
     }
     print("***INFO(StreamObs): %s eph is got!\n", record.cprn.c_str());
@@ -244,7 +246,7 @@ char StreamObs_m_setEphData(NavData& nav, int sat) {
         const GLSEPH record = glonassRecord(nav.geph[static_cast<std::size_t>(slot - 1)], name);
         const std::span records(BRDEPH.glonass.data(),
                                 static_cast<std::size_t>(BRDEPH.glonassCount));
-        replace(records, map_glseph_find(records, name), record);
+        replace(records, map_glseph_find(records, name), sat, record);
         return name[0];
     }
     EphRecord& from = nav.eph[static_cast<std::size_t>(sat - 1)];
@@ -254,6 +256,6 @@ char StreamObs_m_setEphData(NavData& nav, int sat) {
     }
     const GPSEPH record = keplerRecord(from, name);
     const std::span records(BRDEPH.kepler.data(), static_cast<std::size_t>(BRDEPH.keplerCount));
-    replace(records, map_gpseph_find(records, name), record);
+    replace(records, map_gpseph_find(records, name), sat, record);
     return name[0];
 }

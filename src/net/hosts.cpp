@@ -11,7 +11,7 @@
 
 int lastAddress(const hostent& host, std::string& out) {
     if (host.h_addrtype != AF_INET && host.h_addrtype != AF_INET6) {
-        print("unknown address type\n");
+        print(Level::warning, "unknown address type\n");
         return -1;
     }
     std::array<char, INET6_ADDRSTRLEN> shown{};

@@ -7,9 +7,11 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -120,7 +122,7 @@ int socket_connect(int fd, const char* host, std::uint32_t port) {
         result = -1;
     }
     // Deliberate: the text of the result, not of errno.
-    print("ppppp:%s\n", std::strerror(result));
+    print(result == 0 ? Level::notice : Level::debug, "ppppp:%s\n", std::strerror(result));
     return result;
 }
 
@@ -167,9 +169,21 @@ int socket_recv_timeout(int fd, std::span<std::uint8_t> buffer) {
 
 int socket_send(int fd, std::span<const std::uint8_t> bytes) {
     const auto sent = send(fd, bytes.data(), bytes.size(), 0);
-    if (sent != static_cast<ssize_t>(bytes.size()))
+    if (sent != static_cast<ssize_t>(bytes.size())) {
+        const int error = errno;
         dissolve(fd);
+        errno = error;
+    }
     return static_cast<int>(sent);
+}
+
+int socket_send_now(int fd, std::string_view text) {
+    return static_cast<int>(send(fd, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
+}
+
+int socket_unsent(int fd) {
+    int bytes = 0;
+    return ioctl(fd, SIOCOUTQNSD, &bytes) == 0 ? bytes : 0;
 }
 
 int closesocket(int fd) {

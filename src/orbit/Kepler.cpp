@@ -52,8 +52,10 @@ double referenceAxis(std::string_view cprn) {
 /// The group-delay term of BeiDou clocks, s: the broadcast clock is B3's, what is observed is the
 /// combination of the first two configured frequencies.
 double bdsGroupDelay(const GPSEPH& record) {
-    if (DLY.satelliteIndex[static_cast<std::size_t>(satno(kBds, prnOf(record.cprn)))] < 0)
-        print("*****ERRROR(RnxephUtils): isat == -1 ! eph->cprn = %s \n", record.cprn.c_str());
+    const auto satellite = static_cast<std::size_t>(satno(kBds, prnOf(record.cprn)));
+    if (DLY.satelliteIndex[satellite] < 0)
+        print(Lasting{Cause::bdsNotConfigured, satellite},
+              "*****ERRROR(RnxephUtils): isat == -1 ! eph->cprn = %s \n", record.cprn.c_str());
     const auto& names =
         DLY.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, 'C'))];
     if (names.size() < 2)

@@ -14,25 +14,29 @@ const Record* select(std::span<const Record> records, std::size_t satellite, int
     const char* const name = DLY.satelliteNames[satellite].c_str();
     ephemerisIndex = BRDEPH.slotOf[satellite];
     if (ephemerisIndex < 0) {
-        print("***WARN(RnxephUtils): %s is not used in session.obj!\n", name);
+        print(Lasting{Cause::noRecord, satellite},
+              "***WARN(RnxephUtils): %s is not used in session.obj!\n", name);
         return nullptr;
     }
     const Record& record = records[static_cast<std::size_t>(ephemerisIndex)];
     if (record.*mjd == 0) {
-        print("***WARN(RnxephUtils): %s doesn't have ephemeris!\n", name);
+        print(Lasting{Cause::noEphemeris, satellite},
+              "***WARN(RnxephUtils): %s doesn't have ephemeris!\n", name);
         return nullptr;
     }
     const double age = std::fabs(timdif(record.*mjd, DLY.currentMjd, record.*sod, DLY.currentSod));
     if (age > kMaxEphemerisAgeS) {
-        print("***WARN(RnxephUtils): %s eph too old!\n", record.cprn.c_str());
+        print(Lasting{Cause::oldEphemeris, satellite}, "***WARN(RnxephUtils): %s eph too old!\n",
+              record.cprn.c_str());
         return nullptr;
     }
     return &record;
 }
 
-int report(int result, const std::string& cprn) {
+int report(int result, std::size_t satellite, const std::string& cprn) {
     if (result == -1)
-        print("***WARN(RnxephUtils): Something was wrong with %s!\n", cprn.c_str());
+        print(Lasting{Cause::noOrbit, satellite},
+              "***WARN(RnxephUtils): Something was wrong with %s!\n", cprn.c_str());
     return result == -1 ? 0 : 1;
 }
 
@@ -43,7 +47,7 @@ int BrdUtils_m_brd2xyz(std::string_view mode, std::size_t satellite, int week, O
     const GPSEPH* const record =
         select<GPSEPH>(BRDEPH.kepler, satellite, &GPSEPH::tocMjd, &GPSEPH::tocSod, ephemerisIndex);
     return record ? report(BrdUtils_m_geph2xyz(*record, mode, week, position, clock, secondOfWeek),
-                           record->cprn)
+                           satellite, record->cprn)
                   : 0;
 }
 
@@ -54,5 +58,6 @@ int BrdUtils_m_gls2xyz(std::string_view mode, std::size_t satellite, int week, O
     if (!record)
         return 0;
     const MjdTime t = wksow2mjd(week, secondOfWeek);
-    return report(BrdUtils_m_reph2xyz(*record, mode, t.mjd, position, clock, t.sod), record->cprn);
+    return report(BrdUtils_m_reph2xyz(*record, mode, t.mjd, position, clock, t.sod), satellite,
+                  record->cprn);
 }

@@ -35,7 +35,8 @@ std::optional<Geometry> geometryOf(std::size_t satellite, VrsObsPack& reference,
         {{virtualXyz, virtualXyz}, {DLY.stations[0].xyz, reference.xyz}}};
     const LightTime result = solveLightTime(satellite, reference, points, g.satellite);
     if (result == LightTime::notConverged)
-        print("***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",
+        print(Lasting{Cause::noConvergence, satellite},
+              "***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",
               DLY.satelliteNames[satellite].c_str(), points[0].deltaS);
     if (result != LightTime::found)
         return std::nullopt;
@@ -109,7 +110,8 @@ VrsObsPack& VrsGenerator_s_genVirtualObs(VrsObsPack& out, const VrsBaseStation& 
     std::array<std::uint8_t, kMaxSatellites> flags;
     flags.fill(2);
     if (virtualStation.distanceM > kMaxOffsetM && !DLY.post) {
-        print("***WARN: VRS offset distance(%14.3lf) too long, using raw obs!\n",
+        print(Lasting{Cause::farOffset},
+              "***WARN: VRS offset distance(%14.3lf) too long, using raw obs!\n",
               virtualStation.distanceM);
         copyRaw(out, base, reference, virtualStation);
     } else {

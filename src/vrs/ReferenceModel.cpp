@@ -19,7 +19,8 @@ void modelSatellite(VrsObsPack& pack, std::size_t satellite, const Matrix3& from
     case LightTime::noOrbit:
         return;
     case LightTime::notConverged:
-        print("***WARN(BaseStation): %s position not convergence! ddelay=%14.13lf\n",
+        print(Lasting{Cause::noConvergence, satellite},
+              "***WARN(BaseStation): %s position not convergence! ddelay=%14.13lf\n",
               DLY.satelliteNames[satellite].c_str(), -station.deltaS);
         return;
     case LightTime::found:

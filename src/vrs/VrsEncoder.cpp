@@ -153,7 +153,7 @@ int VrsEncoder_m_encodeRtcm_ex(VrsObsPack& pack, int& bits) {
     Block block{std::span(pack.reply.buffer).subspan(start)};
     addMessages(block, counts);
     if (block.length > block.room.size()) {
-        print("nbyte = %d,buff size is large than the allocated %lu",
+        print(Lasting{Cause::longReply}, "nbyte = %d,buff size is large than the allocated %lu",
               static_cast<int>(block.length), static_cast<unsigned long>(kReplyBytes));
         return 0;
     }
