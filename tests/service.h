@@ -37,7 +37,11 @@ inline int wholeFrames(const ref::Bytes& received) {
 /// A listener on loopback that the service connects to.
 class Peer {
 public:
-    Peer() : listener_(boundSocket(port)) {}
+    /// With a receive buffer of that many bytes, where one is wanted.
+    explicit Peer(int room = 0) : listener_(boundSocket(port)) {
+        if (room > 0)
+            setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+    }
     ~Peer() {
         drop();
         close(listener_);
@@ -66,9 +70,9 @@ public:
         return connection_ >= 0;
     }
     /// Sends everything in blocks and takes in what comes, until that many frames are there or
-    /// 20 s pass without any.
-    ref::Bytes exchange(const ref::Bytes& stream, std::size_t block, int frames) {
-        ref::Bytes received;
+    /// 20 s pass without any. `received` is what came before.
+    ref::Bytes exchange(const ref::Bytes& stream, std::size_t block, int frames,
+                        ref::Bytes received = {}) {
         std::size_t sent = 0;
         while (sent < stream.size() || wholeFrames(received) < frames) {
             pollfd p{connection_,
@@ -89,6 +93,18 @@ public:
             }
         }
         return received;
+    }
+    /// Sends everything and takes nothing in.
+    bool sendOnly(const ref::Bytes& stream) const {
+        std::size_t sent = 0;
+        for (pollfd p{connection_, POLLOUT, 0}; sent < stream.size() && poll(&p, 1, 20000) > 0;) {
+            const auto n =
+                send(connection_, stream.data() + sent, stream.size() - sent, MSG_NOSIGNAL);
+            if (n <= 0)
+                break;
+            sent += static_cast<std::size_t>(n);
+        }
+        return sent == stream.size();
     }
     void drop() {
         if (connection_ >= 0)
@@ -115,6 +131,9 @@ struct ServiceOptions {
     rlim_t largestFile = RLIM_INFINITY;     // bytes
     std::vector<std::string> environment{}; // NAME=value
     int namespaces = 0;                     // CLONE_NEW...
+    int output = kLogFile;                  // a descriptor, or -1: closed
+
+    static constexpr int kLogFile = -2;
 };
 
 /// The running program with the worked example's configuration, at another port and clock, and
@@ -170,8 +189,13 @@ public:
 
 private:
     [[noreturn]] void run(const ServiceOptions& options) const {
-        const int log = open((folder / "log").c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0644);
-        dup2(log, STDOUT_FILENO);
+        if (options.output == ServiceOptions::kLogFile)
+            dup2(open((folder / "log").c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0644),
+                 STDOUT_FILENO);
+        else if (options.output >= 0)
+            dup2(options.output, STDOUT_FILENO);
+        else
+            close(STDOUT_FILENO);
         const rlimit limit{options.largestFile, options.largestFile};
         setrlimit(RLIMIT_FSIZE, &limit);
         for (const std::string& variable : options.environment)

@@ -1,11 +1,13 @@
 #include "app/Controller.h"
 
+#include "app/PeerLink.h"
 #include "common/Clock.h"
 #include "common/DeployConfig.h"
 #include "common/Print.h"
 #include "common/Signals.h"
 #include "config/Deploy.h"
 #include "intake/StreamObs.h"
+#include "net/Log.h"
 #include "net/Notify.h"
 #include "net/ysocket.h"
 #include "orbit/Rnxeph.h"
@@ -15,7 +17,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
 ControlRecord CTRL;
 int inputSocketID = -1;
@@ -28,6 +32,7 @@ constexpr std::chrono::milliseconds kRetry{3000};
 // A stream has epochs more often than this.
 constexpr std::chrono::seconds kSilence{30};
 
+PeerLink peer;
 std::array<std::uint8_t, 10240> received;
 std::array<std::uint8_t, 8192> reply;
 
@@ -69,52 +74,66 @@ void Initialize(int argc, char** argv) {
 }
 
 void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
-    std::span<const std::uint8_t> out;
     if (status == kEpoch) {
         const int size = VrsMain(0, reply);
-        print("***INFO: Get a return buff, size=%d\n", size);
-        out = std::span(reply).first(static_cast<std::size_t>(size));
+        print(Level::debug, "***INFO: Get a return buff, size=%d\n", size);
+        if (size > 0 && socket_isconnection(outputSocketID) == 0)
+            peer.sendReply(outputSocketID, std::span(reply).first(static_cast<std::size_t>(size)),
+                           DLY.currentMjd * kSecondsPerDay + DLY.currentSod);
+        printEpochEnd();
     } else {
-        print("***INFO: Copy raw buff, size=%d\n", length);
-        out = {frame, static_cast<std::size_t>(length)};
+        print(Level::debug, "***INFO: Copy raw buff, size=%d\n", length);
+        if (length > 0 && socket_isconnection(outputSocketID) == 0)
+            peer.sendFrame(outputSocketID, {frame, static_cast<std::size_t>(length)});
     }
-    if (!out.empty() && socket_isconnection(outputSocketID) == 0)
-        static_cast<void>(socket_send(outputSocketID, out)); // a lost reply is not repeated
     notifyDue(); // one block may hold many epochs, each with seconds of a slow card or peer
 }
 
 void serveOnce() {
     if (socket_isconnection(inputSocketID) == -1) {
         StreamObs_m_restart();
+        if (const auto left = peer.untilNextConnect(); left.count() > 0) {
+            notifyConnection("connection was lost at once, waiting 3 s to reach");
+            pauseTelling(left);
+        }
         notifyConnection("connecting to");
         const int connected = socket_connect(inputSocketID, DLY.input.host.c_str(),
                                              static_cast<std::uint32_t>(DLY.input.port));
         notifyReady();
         if (connected == -1) {
-            print("***WARN: Connect input failed, %s:%d\n", DLY.input.host.c_str(), DLY.input.port);
+            print(Lasting{Cause::noConnection}, "***WARN: Connect input failed, %s:%d\n",
+                  DLY.input.host.c_str(), DLY.input.port);
             notifyConnection("no connection, trying every 3 s to reach");
             pauseTelling(kRetry);
             return;
         }
+        peer.made();
+        printEnded(Cause::noConnection);
+        printEnded(Cause::outputLost);
         notifyConnection("connected to");
     }
     // The output is the input's descriptor: nothing is connected for it, its loss is only told.
     if (socket_isconnection(outputSocketID) == -1)
-        print("***WARN: Connect output failed, %s:%d\n", DLY.output.host.c_str(), DLY.output.port);
+        print(Lasting{Cause::outputLost}, "***WARN: Connect output failed, %s:%d\n",
+              DLY.output.host.c_str(), DLY.output.port);
     waitForData();
     const int length = socket_recv(inputSocketID, received);
-    print("recv len:%d\n", length);
+    const int error = errno;
+    print(Level::debug, "recv len:%d\n", length);
+    if (length == -1)
+        peer.receiveFailed(error);
     StreamReader(0, received.data(), length);
 }
 
 void serve(int argc, char** argv) {
+    openStandardDescriptors();
     endOnSignals();
-    // A service manager sees each line at once; neither a peer that is gone nor a file at its
-    // greatest size ends the process.
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
-    print("Kestrune v2.5\n");
+    // Neither a terminal or peer that is gone nor a file at its greatest size ends the process.
+    for (const int signal : {SIGHUP, SIGPIPE, SIGXFSZ})
+        static_cast<void>(std::signal(signal, SIG_IGN));
+    Log log(STDOUT_FILENO, std::getenv("JOURNAL_STREAM"));
+    printTarget = &log;
+    print(Level::notice, "Kestrune v2.5\n");
     onrtcm = onrtcm0;
     Initialize(argc, argv);
     notifyInitial();

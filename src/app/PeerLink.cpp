@@ -1,0 +1,123 @@
+#include "app/PeerLink.h"
+
+#include "common/Clock.h"
+#include "common/DeployConfig.h"
+#include "common/Print.h"
+#include "net/Notify.h"
+#include "net/ysocket.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kShortConnection{3000};
+constexpr std::chrono::duration<double> kMostPatience{1.0};
+constexpr double kPatienceRegained = 0.1; // of the time that passes
+constexpr int kMostUnsentBeforeFrame = 32768;
+// The path is told to be free again behind that many replies, so that one with room for every
+// second reply does not give two lines for each.
+constexpr int kEnoughInRow = 10;
+
+void tellCut(const char* why) {
+    print(Level::warning, "***WARN: Connection cut, %s:%d, %s!\n", DLY.input.host.c_str(),
+          DLY.input.port, why);
+}
+
+/// Errors with which the kernel gives a path up. That the peer ended the connection is no cut.
+bool isCut(int error) {
+    return error == ETIMEDOUT || error == EHOSTUNREACH || error == ENETUNREACH;
+}
+
+void send(int fd, std::span<const std::uint8_t> bytes) {
+    const int sent = socket_send(fd, bytes);
+    if (sent == -1 && isCut(errno))
+        tellCut(std::strerror(errno));
+    else if (sent != static_cast<int>(bytes.size()) && (sent >= 0 || errno == EAGAIN))
+        tellCut("it takes no more data");
+}
+
+} // namespace
+
+void PeerLink::made() {
+    madeAt_ = monotonicNow();
+    lastAt_ = {};
+    patience_ = kMostPatience;
+}
+
+milliseconds PeerLink::untilNextConnect() const {
+    if (madeAt_.count() == 0)
+        return {};
+    const auto left = std::chrono::ceil<milliseconds>(madeAt_ + kShortConnection - monotonicNow());
+    return std::max(left, milliseconds(0));
+}
+
+void PeerLink::receiveFailed(int error) const {
+    if (isCut(error))
+        tellCut(std::strerror(error));
+}
+
+void PeerLink::sendReply(int fd, std::span<const std::uint8_t> reply, double epochS) {
+    const Instant now = monotonicNow();
+    // An epoch that comes sooner behind the last one than its time says is of a recording that is
+    // played fast: until it is due, waiting makes nothing older. A live stream is never ahead.
+    Seconds ahead = kMostPatience;
+    if (lastAt_.count() != 0)
+        ahead = Seconds(epochS - lastEpochS_) - (now - lastAt_);
+    const bool fits = leavesRoom(fd, 0, ahead);
+    lastAt_ = monotonicNow();
+    lastEpochS_ = epochS;
+    if (!fits) {
+        count(replies_);
+        return;
+    }
+    send(fd, reply);
+    replyLeft();
+}
+
+void PeerLink::sendFrame(int fd, std::span<const std::uint8_t> frame) {
+    if (leavesRoom(fd, kMostUnsentBeforeFrame, kMostPatience))
+        send(fd, frame);
+    else
+        count(frames_);
+}
+
+/// Whether no more than that many bytes are waiting, now or within the time. Waiting takes from a
+/// patience that comes back slowly, so that a path that is always slow holds nothing up. What is
+/// unsent cannot be polled for.
+bool PeerLink::leavesRoom(int fd, int mostUnsent, Seconds longest) {
+    if (socket_unsent(fd) <= mostUnsent)
+        return true;
+    const Instant start = monotonicNow();
+    patience_ =
+        std::min<Seconds>(kMostPatience, patience_ + kPatienceRegained * (start - waitedAt_));
+    const Seconds limit = std::min(longest, patience_);
+    bool fits = false;
+    while (!fits && monotonicNow() - start < limit) {
+        pauseTelling(milliseconds(1));
+        fits = socket_unsent(fd) <= mostUnsent;
+    }
+    waitedAt_ = monotonicNow();
+    patience_ -= waitedAt_ - start;
+    return fits;
+}
+
+void PeerLink::count(int& dropped) {
+    if (replies_ + frames_ == 0)
+        print(Level::warning, "***WARN: Path to %s:%d is slow, replies are dropped!\n",
+              DLY.input.host.c_str(), DLY.input.port);
+    ++dropped;
+    leftInRow_ = 0;
+}
+
+void PeerLink::replyLeft() {
+    if (replies_ + frames_ == 0 || ++leftInRow_ < kEnoughInRow)
+        return;
+    print(Level::notice,
+          "***INFO: Path to %s:%d is free again, %d replies and %d frames were dropped!\n",
+          DLY.input.host.c_str(), DLY.input.port, replies_, frames_);
+    replies_ = frames_ = leftInRow_ = 0;
+}

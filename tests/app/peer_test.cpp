@@ -1,0 +1,136 @@
+#include "service.h"
+
+#include "reference/service/judge.h"
+
+#include <chrono>
+
+// The real program beside a peer, a log and terminals that do not do their part.
+
+namespace {
+
+using ref::Bytes;
+
+const char* const kClock = "2018-07-12 23:37:11";
+const ref::GpsTime kStart{2009, 430650};
+
+/// The ephemerides, and epochs once a second.
+struct Generated {
+    Bytes ephemerides;
+    std::vector<Bytes> epochs;
+    int frames = 0; // ephemerides
+};
+Generated generated(int epochs) {
+    ref::Sky sky(kSite);
+    Generated out;
+    for (const Bytes& f : sky.ephemerisFrames(kStart)) {
+        out.ephemerides.insert(out.ephemerides.end(), f.begin(), f.end());
+        ++out.frames;
+    }
+    for (int i = 0; i < epochs; ++i) {
+        Bytes& epoch = out.epochs.emplace_back();
+        for (const Bytes& f : sky.epochFrames(kStart + 1.0 * i, 4))
+            epoch.insert(epoch.end(), f.begin(), f.end());
+    }
+    return out;
+}
+
+bool waitForLine(const Service& service, const std::string& line) {
+    for (int i = 0; i < 1000 && !contains(service.log(), line); ++i)
+        sleepms(20);
+    return contains(service.log(), line);
+}
+
+/// A stream is answered whole.
+void expectAnswers(Peer& peer) {
+    const Generated s = generated(2);
+    Bytes stream = s.ephemerides;
+    for (const Bytes& e : s.epochs)
+        stream.insert(stream.end(), e.begin(), e.end());
+    const ref::Verdict v =
+        ref::judge(stream, peer.exchange(stream, 4096, s.frames + 2), expectation());
+    EXPECT_EQ(v.wrong, 0);
+    EXPECT_EQ(v.replies, 2);
+    EXPECT_EQ(v.forwarded, s.frames);
+}
+
+} // namespace
+
+TEST(PeerThatHangsUp, IsConnectedAgainThreeSecondsBehindTheLastConnect) {
+    Peer peer;
+    peer.listen();
+    const Service service(peer.port, kClock);
+    ASSERT_TRUE(peer.accept());
+    auto last = std::chrono::steady_clock::now();
+    for (int i = 0; i < 2; ++i) {
+        peer.drop();
+        ASSERT_TRUE(peer.accept());
+        const auto now = std::chrono::steady_clock::now();
+        EXPECT_GT(now - last, std::chrono::milliseconds(2500));
+        last = now;
+    }
+    expectAnswers(peer);
+}
+
+TEST(SlowPath, HasRepliesDroppedWholeAndTold) {
+    Peer peer(2048);
+    peer.listen();
+    const Service service(peer.port, kClock);
+    ASSERT_TRUE(peer.accept());
+    const Generated s = generated(60);
+    const std::string place = "127.0.0.1:" + std::to_string(peer.port);
+    peer.exchange(s.ephemerides, 4096, s.frames);
+    std::size_t sent = 0;
+    for (; sent < 40; ++sent) // nobody reads, and few fit
+        ASSERT_TRUE(peer.sendOnly(s.epochs[sent]));
+    ASSERT_TRUE(
+        waitForLine(service, "***WARN: Path to " + place + " is slow, replies are dropped!\n"));
+    Bytes got = peer.exchange({}, 1, 1);
+    for (; sent < 60; ++sent)
+        got = peer.exchange(s.epochs[sent], 4096, wholeFrames(got) + 1, got);
+    const std::string free = "***INFO: Path to " + place + " is free again, ";
+    ASSERT_TRUE(waitForLine(service, free));
+    const std::string log = service.log();
+    int dropped = 0;
+    int frames = -1;
+    ASSERT_EQ(std::sscanf(log.c_str() + log.find(free) + free.size(),
+                          "%d replies and %d frames were dropped!", &dropped, &frames),
+              2);
+    EXPECT_GT(dropped, 20);
+    EXPECT_EQ(frames, 0);
+    got = peer.exchange({}, 1, 60 - dropped, got);
+    EXPECT_EQ(wholeFrames(got), 60 - dropped);
+}
+
+TEST(LogThatNobodyReads, HoldsNoReplyUp) {
+    int pipe[2];
+    ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+    while (fcntl(pipe[1], F_SETFL, O_NONBLOCK) == 0 && write(pipe[1], "x", 1) == 1) {
+    }
+    fcntl(pipe[1], F_SETFL, 0);
+    Peer peer;
+    peer.listen();
+    {
+        const Service service(peer.port, kClock, {.output = pipe[1]});
+        ASSERT_TRUE(peer.accept());
+        expectAnswers(peer);
+    }
+    close(pipe[0]);
+    close(pipe[1]);
+}
+
+TEST(StandardDescriptors, ThatAreClosedLeadNoLogToThePeer) {
+    Peer peer;
+    peer.listen();
+    const Service service(peer.port, kClock, {.output = -1});
+    ASSERT_TRUE(peer.accept());
+    expectAnswers(peer);
+}
+
+TEST(Signals, OfATerminalThatIsGoneEndNothing) {
+    Peer peer;
+    peer.listen();
+    const Service service(peer.port, kClock);
+    ASSERT_TRUE(peer.accept());
+    service.signal(SIGHUP);
+    expectAnswers(peer);
+}
