@@ -156,6 +156,7 @@ struct DeployConfig {
     std::string obsPath;
     std::string broadPath;
     std::string outputPath;
+    bool outputUsed = false; // a file in it has been opened
     TablePaths tables;
     Connector input;
     Connector output;

@@ -99,11 +99,11 @@ int satellitesOf(const RinexWriter& writer) {
     return count;
 }
 
-/// A file that is closed with its scope.
+/// A file that is closed with its scope. A link is refused: it could lead out of the folder.
 class OutFile {
 public:
     explicit OutFile(const std::string& name)
-        : fd_(open(name.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666)) {}
+        : fd_(open(name.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666)) {}
     ~OutFile() {
         if (fd_ >= 0)
             close(fd_);
@@ -144,6 +144,12 @@ private:
     int fd_;
 };
 
+int notWritten(const RinexWriter& writer, const std::string& reason) {
+    print(Lasting{Cause::recordNotWritten}, "***WARN(Rnxobs): file = %s,epoch is not written,%s\n",
+          writer.fileName.c_str(), reason.c_str());
+    return -1;
+}
+
 } // namespace
 
 void Rnxobs_initial(RinexWriter& writer) {
@@ -168,7 +174,7 @@ void Rnxobs_v_openOutFile(RinexWriter& writer, std::string_view time, double ver
     const YearDoy day = mjd2doy(mjd);
     writer.fileName = text("%s/%4s%03d0.%02do", DLY.outputPath.c_str(),
                            toLower(writer.station).c_str(), day.doy, day.year - 2000);
-    print("outfile: %s\n", writer.fileName.c_str());
+    print(Level::debug, "outfile: %s\n", writer.fileName.c_str());
     writer.version = version;
     Rnxobs_v_outFileHeader(writer);
 }
@@ -180,17 +186,17 @@ void Rnxobs_v_outFileHeader(const RinexWriter& writer) {
 
 int Rnxobs_m_outputObs_v3x(int mjd, RinexWriter& writer, double sod) {
     const OutFile file(writer.fileName);
-    if (!file.isOpen())
+    if (!file.isOpen() && !DLY.outputUsed)
         fatal("****ERROR(Rnxobs): file = %s,can't access out file", writer.fileName.c_str());
+    if (!file.isOpen())
+        return notWritten(writer, std::strerror(errno));
+    DLY.outputUsed = true;
     const int count = satellitesOf(writer);
     if (!writer.written && count == 0)
         return 0;
     writer.written = true;
     const std::string reason = file.append(recordOf(writer, mjd, sod, count));
-    if (!reason.empty())
-        print("***WARN(Rnxobs): file = %s,epoch is not written,%s\n", writer.fileName.c_str(),
-              reason.c_str());
-    return reason.empty() ? 0 : -1;
+    return reason.empty() ? 0 : notWritten(writer, reason);
 }
 
 std::span<const std::string_view> Rnxobs_m_initObsType(char system) {

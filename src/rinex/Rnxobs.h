@@ -27,8 +27,8 @@ int Rnxobs_v_outFileObs(RinexWriter& writer, int mjd, double sod);
 void Rnxobs_v_openOutFile(RinexWriter& writer, std::string_view time, double version);
 /// There is no header; below version 3.0 a line says so.
 void Rnxobs_v_outFileHeader(const RinexWriter& writer);
-/// Appends one epoch record: the whole of it or nothing. A file that cannot be opened ends the
-/// process; one that cannot be written gives a line.
+/// Appends one epoch record: the whole of it or nothing, which gives a line. A file that cannot be
+/// opened ends the process as long as none could be.
 int Rnxobs_m_outputObs_v3x(int mjd, RinexWriter& writer, double sod);
 
 /// The columns of a system's records, such as "C1", "L1", "D1", "S1"; none for B, S, J and I.

@@ -12,19 +12,20 @@ namespace {
 /// Workspace of the virtual epoch; the reply frame is built in it.
 VrsObsPack virtualPack;
 
-/// Saves the reference epoch where the command line asks for it.
-void save(const VrsObsPack& reference) {
+} // namespace
+
+void VrsBaseStation_m_save(const VrsObsPack& reference) {
     if (DLY.vrsSave && DLY.rawSave) {
-        print("***WARN(BaseStation): Can't save vrs and raw obs at the same time!\n");
+        print(Lasting{Cause::savingSwitches},
+              "***WARN(BaseStation): Can't save vrs and raw obs at the same time!\n");
         return;
     }
     if (DLY.vrsSave) // deliberate: never the virtual epoch
-        print("***ERROR(BaseStation): Not support output vrs, now use -rawsav\n");
+        print(Lasting{Cause::savingSwitches},
+              "***ERROR(BaseStation): Not support output vrs, now use -rawsav\n");
     if (DLY.vrsSave || DLY.rawSave)
         VrsBaseStation_m_outputObservation(reference);
 }
-
-} // namespace
 
 void VrsBaseStation_Initial(VrsBaseStation& base) {
     base = {};
@@ -33,7 +34,7 @@ void VrsBaseStation_Initial(VrsBaseStation& base) {
 void VrsBaseStation_m_process(VrsBaseStation& base, VrsObsPack& reference,
                               const RequestRecord& request) {
     VrsGenerator_s_genVirtualObs(virtualPack, base, reference, request);
-    save(reference);
+    VrsBaseStation_m_save(reference);
     base.reply = VrsEncoder_m_encodeReply(virtualPack, request.requestWord);
 }
 

@@ -21,6 +21,8 @@ void VrsBaseStation_Initial(VrsBaseStation& base);
 /// valid until the next call.
 void VrsBaseStation_m_process(VrsBaseStation& base, VrsObsPack& reference,
                               const RequestRecord& request);
+/// Saves a reference epoch where the command line asks for it.
+void VrsBaseStation_m_save(const VrsObsPack& reference);
 /// Appends the epoch of a pack to the day's observation file. 0, or -1 when the file lacks it.
 int VrsBaseStation_m_outputObservation(const VrsObsPack& pack);
 /// Position of a configured satellite at a transmit time (MJD, GPS seconds of day). Non-zero when

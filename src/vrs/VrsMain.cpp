@@ -58,8 +58,10 @@ int VrsMain(std::size_t station, std::span<std::uint8_t> reply) {
 
     const StationRecord& reference = DLY.stations[station];
     if (!usable(reference.xyz)) {
-        print("***WARN: %s has no usable coordinates, epoch is not answered!\n",
+        print(Lasting{Cause::noCoordinates},
+              "***WARN: %s has no usable coordinates, epoch is not answered!\n",
               reference.name.c_str());
+        VrsBaseStation_m_save(referencePack);
         return 0;
     }
     VrsBaseStation base;
@@ -71,7 +73,7 @@ int VrsMain(std::size_t station, std::span<std::uint8_t> reply) {
     referencePack.xyz = reference.xyz;
     VrsBaseStation_m_process(base, referencePack, request);
 
-    print("***INFO: Create a buff, size=%d\n", static_cast<int>(base.reply.size()));
+    print(Level::debug, "***INFO: Create a buff, size=%d\n", static_cast<int>(base.reply.size()));
     std::copy(base.reply.begin(), base.reply.end(), reply.begin());
     return static_cast<int>(base.reply.size());
 }

@@ -208,6 +208,18 @@ TEST(Saving, OutlivesAFileAtItsGreatestSize) {
     EXPECT_TRUE(contains(service.log(), ",epoch is not written,File too large\n"));
 }
 
+TEST(Saving, GoesOnWithoutTheFolderOnceItCouldBeUsed) {
+    Peer peer;
+    const Service service(peer.port, kClock, {.switches = {"-rawsav"}});
+    std::vector<ref::Expected> owed;
+    play(peer, generated(kStart, 2), owed);
+    fs::remove_all(service.out());
+    const Bytes more = generated(kStart + 2.0, 2);
+    peer.exchange(more, 4096, static_cast<int>(owed.size()));
+    EXPECT_FALSE(fs::exists(service.out()));
+    EXPECT_TRUE(contains(service.log(), ",epoch is not written,No such file or directory\n"));
+}
+
 TEST(Saving, EndsTheProcessWhereTheFileCannotBeOpened) {
     Peer peer;
     Service service(peer.port, kClock, {.switches = {"-rawsav"}});

@@ -102,11 +102,19 @@ TEST(ObservationFile, HoldsRecordsInTheirColumns) {
 
 TEST(ObservationFile, SaysWhyARecordIsNotWritten) {
     Station s;
-    std::filesystem::create_symlink("/dev/full", s.path + "abcd0050.24o");
-    EXPECT_EQ(s.write({.station = "ABCD"}, 0.0), -1);
-    EXPECT_TRUE(s.printed.ends_with("***WARN(Rnxobs): file = " + s.path +
-                                    "abcd0050.24o,epoch is not written,No space left on device\n"))
-        << s.printed;
+    EXPECT_EQ(s.write({.station = "ABCE"}, 0.0), 0); // the folder can be used
+    std::filesystem::create_symlink("elsewhere", s.path + "abcd0050.24o");
+    const std::string path = DLY.outputPath;
+    for (const auto& [folder, reason] : {std::pair{path, "Too many levels of symbolic links"},
+                                         std::pair{path + "/none", "No such file or directory"}}) {
+        DLY.outputPath = folder;
+        EXPECT_EQ(s.write({.station = "ABCD"}, 0.0), -1);
+        EXPECT_TRUE(s.printed.ends_with("***WARN(Rnxobs): file = " + folder +
+                                        "/abcd0050.24o,epoch is not written," + reason + "\n"))
+            << s.printed;
+    }
+    EXPECT_FALSE(std::filesystem::exists(s.path + "elsewhere"));
+    DLY.outputUsed = false;
     DLY.outputPath = s.path + "none";
     RinexWriter writer{.station = "ABC", .obs = &s.obs}; // right-aligned in four characters
     check::expectFatal([&] { Rnxobs_v_outFileObs(writer, kDay, 0.0); },

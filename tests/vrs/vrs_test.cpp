@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 
 namespace {
 
@@ -240,17 +241,29 @@ TEST_F(Virtual, StationStandsItsFixedOffsetNorth) {
     EXPECT_EQ(t.setup, 0);
 }
 
-TEST_F(Virtual, StationWithoutUsableReferenceCoordinatesIsNotAnswered) {
+TEST_F(Virtual, StationWithoutUsableReferenceCoordinatesIsNotAnsweredButSaved) {
+    DLY.rawSave = true;
+    DLY.outputPath = testing::TempDir();
+    setEpoch(kNow);
+    const std::string file = DLY.outputPath + "/str21930.18o";
+    std::filesystem::remove(file);
+    std::uintmax_t size = 0;
     for (const double bad : {0.0, std::nan(""), HUGE_VAL}) {
         DLY.stations[0].xyz[1] = bad;
         DLY.stationEpochs[0].obs.row(0).phase[0] = 1e8;
+        DLY.stationEpochs[0].name = "STR2";
         std::array<std::uint8_t, kReplyBytes> reply{};
         testing::internal::CaptureStdout();
         EXPECT_EQ(VrsMain(0, reply), 0);
         EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  "***WARN: STR2 has no usable coordinates, epoch is not answered!\n");
+                  "***WARN: STR2 has no usable coordinates, epoch is not answered!\n"
+                  "outfile: " +
+                      file + "\n");
+        EXPECT_GT(std::filesystem::file_size(file), size);
+        size = std::filesystem::file_size(file);
         EXPECT_TRUE(DLY.stationEpochs[0].obs.written().empty());
     }
+    std::filesystem::remove(file);
 }
 
 namespace {
