@@ -22,6 +22,7 @@ enum class Cause : std::uint8_t {
     noConvergence,      // of a satellite
     bdsNotConfigured,   // a satellite
     ephemerisNotStored, // of a satellite
+    messageRefused,     // of a message number
     noCoordinates,
     farOffset,
     longReply,

@@ -134,7 +134,8 @@ void tellEnd(int day) {
     if (last < 0 || last - day > kLeapTableEndsSoonDays)
         return;
     const DateTime end = mjd2date(last, 0.0);
-    print("***WARN(Taiutc): file = %s,table ends on %04d-%02d-%02d,days left = %d,a GLONASS "
+    print(Level::warning,
+          "***WARN(Taiutc): file = %s,table ends on %04d-%02d-%02d,days left = %d,a GLONASS "
           "ephemeris after that ends the service!\n",
           taiutc.path.c_str(), end.year, end.month, end.day, last - day);
 }
@@ -154,7 +155,8 @@ bool Taiutc_m_load() {
     if (!fault)
         putInForce(table);
     else if (!std::exchange(taiutc.told, true))
-        print("***WARN(Taiutc): file = %s,%s,the table read before stays in force!\n",
+        print(Level::warning,
+              "***WARN(Taiutc): file = %s,%s,the table read before stays in force!\n",
               taiutc.path.c_str(), fault);
     return true;
 }

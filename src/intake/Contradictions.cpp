@@ -54,7 +54,8 @@ void Contradictions::stationId(int id, Instant now) {
     const int before = std::exchange(id_, id);
     const bool changes = before >= 0 && before != id;
     if (ids_.begins(changes && changed_ && now - changedAt_ <= kTogether, now))
-        print("***WARN(StreamObs): stations %d and %d on one stream, replies may mix two places!\n",
+        print(Level::warning,
+              "***WARN(StreamObs): stations %d and %d on one stream, replies may mix two places!\n",
               std::min(before, id), std::max(before, id));
     if (changes) {
         changed_ = true;
@@ -66,7 +67,8 @@ void Contradictions::position(int type, const Vector3& stated, std::string_view 
                               const Vector3& configured, Instant now) {
     const double apartM = distance(stated, configured);
     if (position_.begins(!(apartM <= kSamePlaceM), now))
-        print("***WARN(StreamObs): %d says X = %.4f, Y = %.4f, Z = %.4f, %.*s is configured at "
+        print(Level::warning,
+              "***WARN(StreamObs): %d says X = %.4f, Y = %.4f, Z = %.4f, %.*s is configured at "
               "X = %.4f, Y = %.4f, Z = %.4f, distance(%.1f)!\n",
               type, stated[0], stated[1], stated[2], static_cast<int>(station.size()),
               station.data(), configured[0], configured[1], configured[2], apartM);
@@ -81,7 +83,7 @@ void Contradictions::ephemeris(std::string_view satellite, GTime stated, GTime c
         stated = nearestCycle(stated, clock);
     const bool otherWeek = std::fabs(timediff(stated, clock)) > kHalfWeek;
     if (ephemerides_[static_cast<std::size_t>(system)].begins(otherWeek, now))
-        print("***WARN(StreamObs): %.*s eph is of %s, the clock says %s!\n",
+        print(Level::warning, "***WARN(StreamObs): %.*s eph is of %s, the clock says %s!\n",
               static_cast<int>(satellite.size()), satellite.data(), DateText(stated).text.data(),
               DateText(clock).text.data());
 }
@@ -90,6 +92,7 @@ void Contradictions::channel(int slot, int stated, int configured, Instant now) 
     if (slot < 1 || slot > kGlonassSlots || !validChannel(stated) || !validChannel(configured))
         return;
     if (channels_[static_cast<std::size_t>(slot - 1)].begins(stated != configured, now))
-        print("***WARN(StreamObs): R%02d has channel %d in session.obj, %d in the stream!\n", slot,
+        print(Level::warning,
+              "***WARN(StreamObs): R%02d has channel %d in session.obj, %d in the stream!\n", slot,
               configured, stated);
 }
