@@ -224,7 +224,7 @@ Recording::Recording(const std::string& path, ref::GpsTime near) {
         const std::optional<ref::Msm> m = observationsOf(f);
         if (!m)
             continue;
-        time = ref::timeNear(*m, time);
+        time = ref::timeNear(*m, time).value_or(time);
         ++epoch.observations;
         if (m->more)
             continue;

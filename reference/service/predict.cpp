@@ -33,9 +33,14 @@ std::string nameOf(char system, int id) {
     throw std::out_of_range("no such satellite");
 }
 
-// A time that a week, or a Moscow day with its leap second, can have.
-bool possibleTime(const Msm& m) {
-    return m.system == 'R' ? (m.epochField & 0x7FFFFFF) < 86401000 : m.epochField < 604800000;
+// The epoch field of a system other than GLONASS, s of its week. The last 20 s of the field's range
+// stand for times below zero; nothing for others beyond a week.
+std::optional<double> secondsOfWeek(std::uint32_t field) {
+    const double s = field * 1e-3;
+    constexpr double rangeS = 1073741.824; // 2^30 ms
+    if (s > kWeekS && s < rangeS - 20 - 1e-4)
+        return std::nullopt;
+    return s > kWeekS ? s - rangeS : s;
 }
 
 // A station message to its end; std::out_of_range where the message is shorter.
@@ -73,12 +78,15 @@ const char* name(Fate fate) {
     return names[static_cast<std::size_t>(fate)];
 }
 
-GpsTime timeNear(const Msm& m, GpsTime near) {
-    const double s = m.epochField * 1e-3;
-    if (m.system != 'R')
-        return nearest(GpsTime{} + (s + (m.system == 'C' ? kBdtLagS : 0)), near, kWeekS);
-    const double tod = m.msm == 0 ? s : (m.epochField & 0x7FFFFFF) * 1e-3;
-    return nearest(GpsTime{} + (tod - kMoscowS + kLeapS), near, 86400);
+std::optional<GpsTime> timeNear(const Msm& m, GpsTime near) {
+    if (m.system == 'R') {
+        const double tod = (m.epochField & 0x7FFFFFF) * 1e-3; // without the day of week
+        return nearest(GpsTime{} + (tod - kMoscowS + kLeapS), near, 86400);
+    }
+    const std::optional<double> s = secondsOfWeek(m.epochField);
+    if (!s)
+        return std::nullopt;
+    return nearest(GpsTime{} + (*s + (m.system == 'C' ? kBdtLagS : 0)), near, kWeekS);
 }
 
 Predictor::Predictor(Expectation e)
@@ -134,9 +142,10 @@ void Predictor::message(const Frame& f, std::vector<Expected>& out) {
             forward(f, out);
     } else if (isMsm(f.type) || isLegacy(f.type)) {
         const Msm m = isMsm(f.type) ? readMsm(f.body) : readLegacy(f.body);
-        if (!possibleTime(m) || otherStation(f))
+        const std::optional<GpsTime> t = timeNear(m, time_);
+        if (!t || otherStation(f))
             return;
-        collect(m);
+        collect(m, *t);
         if (m.more)
             return;
         Expected reply;
@@ -161,8 +170,7 @@ void Predictor::startAfresh() {
     station_ = 0;
 }
 
-void Predictor::collect(const Msm& m) {
-    const GpsTime t = timeNear(m, time_);
+void Predictor::collect(const Msm& m, GpsTime t) {
     if (std::abs(t - time_) > 1e-9)
         epoch_.clear();
     time_ = t;

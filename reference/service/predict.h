@@ -9,6 +9,7 @@
 #include "reference/standard/orbit.h"
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -44,8 +45,8 @@ struct Expectation {
 };
 
 /// Epoch of an observation message, where it is nearest to a time: within half a week, GLONASS half
-/// a day.
-GpsTime timeNear(const Msm& m, GpsTime near);
+/// a day. Nothing for an epoch that no week has.
+std::optional<GpsTime> timeNear(const Msm& m, GpsTime near);
 
 /// What becomes of a satellite of the epoch.
 enum class Fate { answered, low, noEphemeris, oldEphemeris, noPhase, noSignal };
@@ -96,7 +97,7 @@ private:
     bool otherStation(const Frame& f);
     void forward(const Frame& f, std::vector<Expected>& out);
     void startAfresh();
-    void collect(const Msm& m);
+    void collect(const Msm& m, GpsTime t);
     void store(const Cell& c, const std::vector<std::string>& order);
     ExpectedSatellite satellite(const std::string& sat, const Columns& columns) const;
     double ageS(const std::string& sat) const;

@@ -2,6 +2,7 @@
 
 #include "rtcm/rtcm.h"
 
+#include <optional>
 #include <string_view>
 
 /// decode: the handlers of the messages and what they share. All return a Status.
@@ -19,13 +20,23 @@ bool test_staid(RtcmState& s, int staid);
 
 /// Sets `time` from the system clock while it is unknown.
 void needTime(RtcmState& s);
-/// Resolves a time of week (s, GPS) against `time`; the result becomes `time`.
-void adjweek(RtcmState& s, double tow);
-/// Resolves a Moscow time of day (s) against `time`; the result becomes `time`.
-void adjday_glot(RtcmState& s, double tod);
-/// A time of day moved by a day where that brings it within half a day of the reference.
+/// A time of day moved by whole days to within half a day of the reference.
 double nearestDay(double tod, double reference);
 
+/// What the head of an observation message says of its epoch.
+struct EpochMessage {
+    int type;
+    System system;
+    int staid;
+    std::uint32_t field;       // epoch time as sent
+    bool more;                 // further messages of the epoch follow
+    std::optional<GTime> time; // resolved against `time` of the state
+};
+
+/// Resolves the time of a message and checks its station; false where either is refused.
+bool admit(RtcmState& s, EpochMessage& m);
+/// Takes a whole message into the epoch of its time, which becomes `time`.
+void join(RtcmState& s, const EpochMessage& m);
 /// Record of a satellite in the epoch that `time` names; an epoch of another time, or one that is
 /// complete, makes room. Null when the set is full.
 ObsRecord* epochRecord(RtcmState& s, int sat);

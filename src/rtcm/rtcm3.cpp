@@ -74,65 +74,6 @@ bool test_staid(RtcmState& s, int staid) {
     return true;
 }
 
-void needTime(RtcmState& s) {
-    if (s.time.unknown())
-        s.time = utc2gpst(utcNow());
-}
-
-void adjweek(RtcmState& s, double tow) {
-    needTime(s);
-    const WeekTime reference = time2gpst(s.time);
-    if (tow < reference.sow - kHalfWeek)
-        tow += kSecondsPerWeek;
-    else if (tow > reference.sow + kHalfWeek)
-        tow -= kSecondsPerWeek;
-    s.time = gpst2time(reference.week, tow);
-}
-
-double nearestDay(double tod, double reference) {
-    if (tod < reference - kSecondsPerDay / 2)
-        return tod + kSecondsPerDay;
-    if (tod > reference + kSecondsPerDay / 2)
-        return tod - kSecondsPerDay;
-    return tod;
-}
-
-void adjday_glot(RtcmState& s, double tod) {
-    needTime(s);
-    const WeekTime moscow = time2gpst(timeadd(gpst2utc(s.time), 10800.0));
-    const double reference = std::fmod(moscow.sow, kSecondsPerDay);
-    const double day = moscow.sow - reference;
-    const GTime t = gpst2time(moscow.week, day + nearestDay(tod, reference));
-    s.time = utc2gpst(timeadd(t, -10800.0));
-}
-
-namespace {
-
-bool sameEpoch(const RtcmState& s) {
-    return std::fabs(timediff(s.obs.data[0].time, s.time)) <= 1e-9;
-}
-
-} // namespace
-
-ObsRecord* epochRecord(RtcmState& s, int sat) {
-    if (s.obsflag || (s.obs.n > 0 && !sameEpoch(s))) {
-        s.obs.n = 0;
-        s.obsflag = 0;
-    }
-    const int index = obsindex(s.obs, s.time, sat);
-    return index < 0 ? nullptr : &s.obs.data[static_cast<std::size_t>(index)];
-}
-
-Status endOfMessage(RtcmState& s, bool more) {
-    s.obsflag = more ? 0 : 1;
-    if (more)
-        return kNothing;
-    // A last message without satellites must not pass off an older, unfinished epoch as its own.
-    if (s.obs.n > 0 && !sameEpoch(s))
-        s.obs.n = 0;
-    return kEpoch;
-}
-
 std::uint8_t lossoflock(RtcmState& s, int sat, std::size_t slot, int lock) {
     s.touch(sat);
     SignalTrack& track = s.tracks[static_cast<std::size_t>(sat - 1)][slot];

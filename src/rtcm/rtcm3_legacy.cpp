@@ -76,16 +76,6 @@ void storeSatellite(RtcmState& s, const LegacySatellite& w, const LegacyForm& f,
                     {rangeM + w.range2M, w.phase2M, w.lock2, w.cnr2Db, l2});
 }
 
-bool resolveTime(RtcmState& s, const LegacyForm& f, std::uint32_t epochMs) {
-    if (epochMs >= (f.glonass ? 86401000U : 604800000U))
-        return false;
-    if (f.glonass)
-        adjday_glot(s, epochMs * 0.001);
-    else
-        adjweek(s, epochMs * 0.001);
-    return true;
-}
-
 } // namespace
 
 int decodeLegacy(RtcmState& s, int type) {
@@ -98,11 +88,9 @@ int decodeLegacy(RtcmState& s, int type) {
         trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
         return kMalformed;
     }
-    if (!resolveTime(s, form, head.epochMs)) {
-        trace(2, "rtcm3 %d epoch time error: %u\n", type, head.epochMs);
-        return kMalformed;
-    }
-    if (!test_staid(s, head.staid))
+    EpochMessage m{type, form.glonass ? kGlonass : kGps, head.staid, head.epochMs, head.more != 0,
+                   {}};
+    if (!admit(s, m))
         return kMalformed;
     // The length is judged once for all satellites, before any of them is stored.
     layoutLegacyBody(in, message);
@@ -110,7 +98,8 @@ int decodeLegacy(RtcmState& s, int type) {
         trace(2, "rtcm3 %d length error: len=%d nsat=%d\n", type, s.len, head.satellites);
         return kMalformed;
     }
+    join(s, m);
     for (int i = 0; i < head.satellites; ++i)
         storeSatellite(s, message.satellites[static_cast<std::size_t>(i)], form, type);
-    return endOfMessage(s, head.more != 0);
+    return endOfMessage(s, m.more);
 }

@@ -27,48 +27,28 @@ struct Signal {
 };
 using Signals = std::array<Signal, kMsmSignals>;
 
-/// Epoch times that no clock can show are refused: a week, or a day with its leap second.
-bool resolveTime(RtcmState& s, System system, std::uint32_t epoch) {
-    constexpr std::uint32_t weekMs = 604800000;
-    constexpr std::uint32_t dayMs = 86401000;
-    if (system == kGlonass) {
-        const std::uint32_t ms = epoch & 0x7FFFFFFU; // the day of week is not needed
-        if (ms < dayMs)
-            adjday_glot(s, ms * 0.001);
-        return ms < dayMs;
-    }
-    if (epoch < weekMs)
-        adjweek(s, epoch * 0.001 + (system == kBds ? kBdtOffset : 0.0));
-    return epoch < weekMs;
-}
-
-/// The head. kMalformed, or kNothing when the body may follow.
-int decode_msm_head(RtcmState& s, BitReader& in, Message& m, int type) {
-    layoutMsmHead(in, m.head);
-    if (!in.ok()) {
-        trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
-        return kMalformed;
-    }
-    if (!resolveTime(s, m.system.system, m.head.epoch)) {
-        trace(2, "rtcm3 %d epoch time error: %u\n", type, m.head.epoch);
-        return kMalformed;
-    }
-    if (!test_staid(s, m.head.staid))
-        return kMalformed;
+/// The masks and the body; false where they do not fit each other or the frame.
+bool readBody(const RtcmState& s, BitReader& in, Message& m, int type) {
     m.countHead();
     listBits(m.head.satellites, m.ids);
     listBits(m.head.signals, m.signalIds);
+    const auto satellites = static_cast<int>(m.satelliteCount);
+    const auto signals = static_cast<int>(m.signalCount);
     if (m.pairs() > kMsmCells) {
-        trace(2, "rtcm3 %d number of sats and sigs error: nsat=%d nsig=%d\n", type,
-              static_cast<int>(m.satelliteCount), static_cast<int>(m.signalCount));
-        return kMalformed;
+        trace(2, "rtcm3 %d number of sats and sigs error: nsat=%d nsig=%d\n", type, satellites,
+              signals);
+        return false;
     }
     if (in.left() < m.pairs()) {
-        trace(2, "rtcm3 %d length error: len=%d nsat=%d nsig=%d\n", type, s.len,
-              static_cast<int>(m.satelliteCount), static_cast<int>(m.signalCount));
-        return kMalformed;
+        trace(2, "rtcm3 %d length error: len=%d nsat=%d nsig=%d\n", type, s.len, satellites,
+              signals);
+        return false;
     }
-    return kNothing;
+    layoutMsmBody(in, m);
+    if (!in.ok())
+        trace(2, "rtcm3 %d length error: nsat=%d ncell=%d len=%d\n", type, satellites,
+              static_cast<int>(m.cellCount), s.len);
+    return in.ok();
 }
 
 /// Gives every signal its slot: the best priority of a main slot holds it, the first of the
@@ -199,14 +179,15 @@ int decodeMsm(RtcmState& s, int type) {
         return kNothing;
     Message m(type);
     BitReader in = messageOf(s);
-    if (decode_msm_head(s, in, m, type) == kMalformed)
-        return kMalformed;
-    layoutMsmBody(in, m);
+    layoutMsmHead(in, m.head);
     if (!in.ok()) {
-        trace(2, "rtcm3 %d length error: nsat=%d ncell=%d len=%d\n", type,
-              static_cast<int>(m.satelliteCount), static_cast<int>(m.cellCount), s.len);
+        trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
         return kMalformed;
     }
+    EpochMessage e{type, m.system.system, m.head.staid, m.head.epoch, m.head.more != 0, {}};
+    if (!admit(s, e) || !readBody(s, in, m, type))
+        return kMalformed;
+    join(s, e);
     save_msm_obs(s, m, type);
-    return endOfMessage(s, m.head.more != 0);
+    return endOfMessage(s, e.more);
 }

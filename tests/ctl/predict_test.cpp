@@ -122,7 +122,7 @@ TEST_F(Predictions, AreRightForMessagesThatTheSimulatorDoesNotSend) {
           cutStation(1033, 0), cutStation(1033, 1), cutStation(1230, 0), cutStation(1230, 1),
           cutStation(1230, 2)},
          {1007, 1008, 1033, 1230}},
-        {{msm('E', "1X", false, 604800000), msm('E', "1X", false, 604799999)}, {0}}};
+        {{msm('E', "1X", false, 604800001), msm('E', "1X", false, 604800000)}, {0}}};
     for (const auto& [frames, expected] : cases) {
         Bytes stream;
         for (const Bytes& f : frames)

@@ -1,0 +1,104 @@
+#include "rtcm/decode.h"
+
+#include "common/Clock.h"
+#include "common/Print.h"
+
+#include <cmath>
+#include <utility>
+
+namespace {
+
+bool sameTime(GTime a, GTime b) {
+    return std::fabs(timediff(a, b)) <= 1e-9;
+}
+
+/// Seconds of week of a 30-bit epoch time. Nothing for a time that no week has.
+std::optional<double> secondsOfWeek(std::uint32_t field) {
+    constexpr std::uint32_t weekMs = 604800000; // itself: the first instant of the next week
+    constexpr std::uint32_t fieldEnd = 1U << 30;
+    constexpr std::uint32_t mostBelowZeroMs = 20000;
+    // Some receivers subtract the 14 s of BDT from the first seconds of a GPS week and send the
+    // negative number in the unsigned field.
+    if (field >= fieldEnd - mostBelowZeroMs)
+        return -((fieldEnd - field) * 0.001);
+    if (field <= weekMs)
+        return field * 0.001;
+    return std::nullopt;
+}
+
+/// The time of a week (s, GPS) that is nearest to a reference.
+GTime adjweek(GTime near, double tow) {
+    const WeekTime reference = time2gpst(near);
+    if (tow < reference.sow - kHalfWeek)
+        tow += kSecondsPerWeek;
+    else if (tow > reference.sow + kHalfWeek)
+        tow -= kSecondsPerWeek;
+    return gpst2time(reference.week, tow);
+}
+
+/// The time of a Moscow day (s) that is nearest to a reference.
+GTime adjday_glot(GTime near, double tod) {
+    const WeekTime moscow = time2gpst(timeadd(gpst2utc(near), 10800.0));
+    const double reference = std::fmod(moscow.sow, kSecondsPerDay);
+    const double day = moscow.sow - reference;
+    const GTime t = gpst2time(moscow.week, day + nearestDay(tod, reference));
+    return utc2gpst(timeadd(t, -10800.0));
+}
+
+/// The epoch time of a message. Nothing where no clock can show it.
+std::optional<GTime> epochTime(RtcmState& s, const EpochMessage& m) {
+    needTime(s);
+    if (m.system == kGlonass) // the day of week of an MSM is not needed
+        return adjday_glot(s.time, (m.field & 0x7FFFFFFU) * 0.001);
+    const std::optional<double> tow = secondsOfWeek(m.field);
+    if (!tow)
+        return std::nullopt;
+    return adjweek(s.time, *tow + (m.system == kBds ? kBdtOffset : 0.0));
+}
+
+} // namespace
+
+double nearestDay(double tod, double reference) {
+    while (tod < reference - kSecondsPerDay / 2)
+        tod += kSecondsPerDay;
+    while (tod > reference + kSecondsPerDay / 2)
+        tod -= kSecondsPerDay;
+    return tod;
+}
+
+void needTime(RtcmState& s) {
+    if (s.time.unknown())
+        s.time = utc2gpst(utcNow());
+}
+
+bool admit(RtcmState& s, EpochMessage& m) {
+    m.time = epochTime(s, m);
+    if (!m.time) {
+        trace(2, "rtcm3 %d epoch time error: %u\n", m.type, m.field);
+        return false;
+    }
+    return test_staid(s, m.staid);
+}
+
+void join(RtcmState& s, const EpochMessage& m) {
+    s.time = *m.time;
+}
+
+ObsRecord* epochRecord(RtcmState& s, int sat) {
+    if (s.obsflag || (s.obs.n > 0 && !sameTime(s.obs.data[0].time, s.time))) {
+        s.obs.n = 0;
+        s.obsflag = 0;
+    }
+    const int index = obsindex(s.obs, s.time, sat);
+    return index < 0 ? nullptr : &s.obs.data[static_cast<std::size_t>(index)];
+}
+
+Status endOfMessage(RtcmState& s, bool more) {
+    s.obsflag = more ? 0 : 1;
+    if (more)
+        return kNothing;
+    // A last message without satellites must not pass off an older, unfinished epoch as its own.
+    if (s.obs.n > 0 && !sameTime(s.obs.data[0].time, s.time))
+        s.obs.n = 0;
+    return kEpoch;
+}
