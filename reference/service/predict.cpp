@@ -33,6 +33,19 @@ std::string nameOf(char system, int id) {
     throw std::out_of_range("no such satellite");
 }
 
+// The whole message; nothing where its contents do not fit.
+std::optional<Msm> contentsOf(const Frame& f) {
+    try {
+        return isMsm(f.type) ? readMsm(f.body) : readLegacy(f.body);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+bool sameTime(GpsTime a, GpsTime b) {
+    return std::abs(a - b) <= 1e-9;
+}
+
 // The epoch field of a system other than GLONASS, s of its week. The last 20 s of the field's range
 // stand for times below zero; nothing for others beyond a week.
 std::optional<double> secondsOfWeek(std::uint32_t field) {
@@ -76,6 +89,25 @@ const char* name(Fate fate) {
     static constexpr std::array names{"answered",          "below 5 degrees", "no ephemeris",
                                       "ephemeris too old", "no phase",        "no signal to carry"};
     return names[static_cast<std::size_t>(fate)];
+}
+
+std::optional<Msm> headOf(const Frame& f) {
+    if (!isMsm(f.type) && !isLegacy(f.type))
+        return std::nullopt;
+    Msm m;
+    m.type = f.type;
+    m.msm = isMsm(f.type) ? f.type % 10 : 0;
+    m.system = isMsm(f.type) ? "GRESJCI"[f.type / 10 - 107] : f.type >= 1009 ? 'R' : 'G';
+    const std::size_t timeBits = f.type >= 1009 && f.type <= 1012 ? 27 : 30;
+    const std::size_t bits = isMsm(f.type) ? 169 : timeBits + 34;
+    BitSource b(f.body);
+    if (b.left() < bits)
+        return std::nullopt;
+    b.u(12);
+    b.u(12, m.station);
+    b.u(static_cast<int>(timeBits), m.epochField);
+    b.flag(m.more);
+    return m;
 }
 
 std::optional<GpsTime> timeNear(const Msm& m, GpsTime near) {
@@ -141,15 +173,10 @@ void Predictor::message(const Frame& f, std::vector<Expected>& out) {
         if (!otherStation(f))
             forward(f, out);
     } else if (isMsm(f.type) || isLegacy(f.type)) {
-        const Msm m = isMsm(f.type) ? readMsm(f.body) : readLegacy(f.body);
-        const std::optional<GpsTime> t = timeNear(m, time_);
-        if (!t || otherStation(f))
-            return;
-        collect(m, *t);
-        if (m.more)
+        if (!observations(f))
             return;
         Expected reply;
-        reply.time = time_;
+        reply.time = *collecting_;
         if (expectation.values)
             for (const auto& [sat, columns] : epoch_)
                 reply.satellites.push_back(satellite(sat, columns));
@@ -159,6 +186,26 @@ void Predictor::message(const Frame& f, std::vector<Expected>& out) {
     }
 }
 
+// Whether the message ends an epoch that is to be answered. One that is refused does so, too;
+// unless its time says that it belongs to another epoch, which leaves that of the same station
+// without end.
+bool Predictor::observations(const Frame& f) {
+    const std::optional<Msm> head = headOf(f);
+    if (!head)
+        return false; // what it says of its epoch is not known
+    const std::optional<GpsTime> t = timeNear(*head, time_);
+    const bool other = t && otherStation(f);
+    const std::optional<Msm> m = t && !other ? contentsOf(f) : std::nullopt;
+    if (m) {
+        collect(*m, *t);
+    } else if (collecting_ && t && datesEpochs(head->system) && !sameTime(*t, *collecting_)) {
+        if (!other)
+            forgetEpoch();
+        return false;
+    }
+    return collecting_ && !head->more;
+}
+
 // After whatever it passes on, the service decodes as if nothing had been before.
 void Predictor::forward(const Frame& f, std::vector<Expected>& out) {
     out.push_back({0, f.type, f.bytes, {}, {}, {}});
@@ -166,14 +213,26 @@ void Predictor::forward(const Frame& f, std::vector<Expected>& out) {
 }
 
 void Predictor::startAfresh() {
-    epoch_.clear();
+    forgetEpoch();
     station_ = 0;
 }
 
+void Predictor::forgetEpoch() {
+    epoch_.clear();
+    collecting_.reset();
+    dated_ = false;
+}
+
 void Predictor::collect(const Msm& m, GpsTime t) {
-    if (std::abs(t - time_) > 1e-9)
+    if (!datesEpochs(m.system)) {
+        if (!dated_)
+            collecting_ = t;
+        return; // a service may keep such observations, but sends none
+    }
+    if (collecting_ && !sameTime(t, *collecting_))
         epoch_.clear();
-    time_ = t;
+    collecting_ = time_ = t;
+    dated_ = true;
     std::vector<std::string> signals = m.signals;
     if (m.msm == 0) // two places, taken as they come
         for (const Cell& c : m.cells)

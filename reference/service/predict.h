@@ -44,9 +44,19 @@ struct Expectation {
     bool siteKnown = true; ///< false: siteM is not the station's
 };
 
+/// What the head of an observation message says: type, system, station, epoch field, multiple-
+/// message bit. Nothing for other messages, and where the head is not whole.
+std::optional<Msm> headOf(const Frame& f);
+
 /// Epoch of an observation message, where it is nearest to a time: within half a week, GLONASS half
 /// a day. Nothing for an epoch that no week has.
 std::optional<GpsTime> timeNear(const Msm& m, GpsTime near);
+
+/// Whether the time of a system's messages counts. Of SBAS and NavIC, which no reply carries, only
+/// the end of the epoch does; their time does where an epoch holds nothing else.
+constexpr bool datesEpochs(char system) {
+    return system != 'S' && system != 'I';
+}
 
 /// What becomes of a satellite of the epoch.
 enum class Fate { answered, low, noEphemeris, oldEphemeris, noPhase, noSignal };
@@ -94,9 +104,11 @@ public:
 
 private:
     void message(const Frame& f, std::vector<Expected>& out);
+    bool observations(const Frame& f);
     bool otherStation(const Frame& f);
     void forward(const Frame& f, std::vector<Expected>& out);
     void startAfresh();
+    void forgetEpoch();
     void collect(const Msm& m, GpsTime t);
     void store(const Cell& c, const std::vector<std::string>& order);
     ExpectedSatellite satellite(const std::string& sat, const Columns& columns) const;
@@ -106,8 +118,10 @@ private:
     Navigation navigation_;
     std::map<std::string, SatFn> orbits_;
     std::map<std::string, Columns> epoch_;
-    GpsTime time_;
-    int station_ = 0; // of the epoch being collected; 0 = none yet
+    GpsTime time_;                      // of the last message; the next ones are near it
+    std::optional<GpsTime> collecting_; // of the epoch being collected
+    bool dated_ = false;                // by a system that dates epochs
+    int station_ = 0;                   // of the epoch being collected; 0 = none yet
     long ended_ = 0;
 };
 

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 ReplyCallback onrtcm = nullptr;
 
@@ -92,6 +93,11 @@ void take(int status, std::size_t station, int framelen, Contradictions::Instant
     if (onrtcm)
         onrtcm(static_cast<std::uint32_t>(status), Decoder.buff.data(), framelen);
     init_rtcm(Decoder);
+}
+
+void tellRefused() {
+    if (const RefusedMessage m = std::exchange(Decoder.refused, {}); m.type != 0)
+        print("***WARN(StreamObs): message %d refused, epoch time %u!\n", m.type, m.epoch);
 }
 
 MjdTime mjdOf(GTime t) {
@@ -192,6 +198,7 @@ int StreamReader(std::size_t station, const std::uint8_t* buffer, int length) {
         const Taken taken = input_rtcm3_block(Decoder, left, framelen);
         if (Decoder.statedId >= 0)
             contradictions.stationId(Decoder.statedId, now);
+        tellRefused();
         if (taken.status > 0)
             take(taken.status, station, framelen, now);
         left = left.subspan(taken.bytes);

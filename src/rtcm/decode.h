@@ -31,15 +31,21 @@ struct EpochMessage {
     std::uint32_t field;       // epoch time as sent
     bool more;                 // further messages of the epoch follow
     std::optional<GTime> time; // resolved against `time` of the state
+    bool otherStation = false; // refused by test_staid
 };
 
 /// Resolves the time of a message and checks its station; false where either is refused.
 bool admit(RtcmState& s, EpochMessage& m);
-/// Takes a whole message into the epoch of its time, which becomes `time`.
+/// Takes a whole message into the epoch of its time, which becomes `time`. The time of a system
+/// that no reply carries counts only while nothing else is in the epoch.
 void join(RtcmState& s, const EpochMessage& m);
-/// Record of a satellite in the epoch that `time` names; an epoch of another time, or one that is
-/// complete, makes room. Null when the set is full.
-ObsRecord* epochRecord(RtcmState& s, int sat);
+/// A message that is refused although its head is whole brings nothing, but it ends the epoch that
+/// is being collected where it is the last one of it: then kEpoch, else kMalformed.
+Status refuse(RtcmState& s, const EpochMessage& m);
+/// Record of a satellite in the epoch of the message that was taken into it; an epoch of another
+/// time, or one that is complete, makes room. Null when the set is full, or when the epoch keeps a
+/// time that is not the message's.
+ObsRecord* epochRecord(RtcmState& s, const EpochMessage& m, int sat);
 /// Ends a message of the epoch: kNothing while more follow, kEpoch after the last one.
 Status endOfMessage(RtcmState& s, bool more);
 /// 1 when the lock indicator is 0 or smaller than the last one of the signal.

@@ -55,6 +55,9 @@ void init_rtcm(RtcmState& s) {
     for (auto& list : s.msmtype)
         list[0] = '\0';
     s.obsflag = s.ephsat = 0;
+    s.epoch = {};
+    s.dated = false;
+    s.refused = {};
     s.nbyte = s.nbit = s.len = 0;
     s.opt.clear();
 }

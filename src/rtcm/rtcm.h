@@ -106,6 +106,12 @@ struct SignalTrack {
     GTime lltime;           // encoder: start of lock
 };
 
+/// An observation message whose time, station or contents were refused.
+struct RefusedMessage {
+    int type = 0;            // 0 = none
+    std::uint32_t epoch = 0; // its epoch time as sent
+};
+
 struct RtcmState {
     int staid = 0; // 0 = not yet known
     /// Id in the last message that has one, also in one that was refused because of it; -1 = none.
@@ -121,7 +127,10 @@ struct RtcmState {
     std::string msgtype;                            // label of the last message
     std::array<std::array<char, 128>, 6> msmtype{}; // signals last seen: G R E J S C
     int obsflag = 0;                                // 1: obs holds a completed epoch
-    int ephsat = 0;                                 // satellite of the last stored ephemeris
+    GTime epoch;            // of the epoch being collected; unknown = none of its messages has come
+    bool dated = false;     // `epoch` is from a system that replies carry
+    RefusedMessage refused; // the last one since somebody took it from here
+    int ephsat = 0;         // satellite of the last stored ephemeris
     std::array<std::array<SignalTrack, kObsSlots>, kMaxSatNumber> tracks; // row sat - 1
     int nbyte = 0;                                                        // bytes held in buff
     int nbit = 0;                                                         // bits written

@@ -12,6 +12,12 @@ bool sameTime(GTime a, GTime b) {
     return std::fabs(timediff(a, b)) <= 1e-9;
 }
 
+/// Whether replies carry the system. The times of others are not relied on: a receiver in use sends
+/// the time of day for SBAS.
+bool carried(System system) {
+    return system != kSbas && system != kIrnss;
+}
+
 /// Seconds of week of a 30-bit epoch time. Nothing for a time that no week has.
 std::optional<double> secondsOfWeek(std::uint32_t field) {
     constexpr std::uint32_t weekMs = 604800000; // itself: the first instant of the next week
@@ -77,19 +83,45 @@ bool admit(RtcmState& s, EpochMessage& m) {
         trace(2, "rtcm3 %d epoch time error: %u\n", m.type, m.field);
         return false;
     }
-    return test_staid(s, m.staid);
+    m.otherStation = !test_staid(s, m.staid);
+    return !m.otherStation;
 }
 
 void join(RtcmState& s, const EpochMessage& m) {
-    s.time = *m.time;
+    if (carried(m.system)) {
+        s.time = s.epoch = *m.time;
+        s.dated = true;
+    } else if (!s.dated) {
+        s.epoch = *m.time; // `time` stays the reference for the messages to come
+    }
 }
 
-ObsRecord* epochRecord(RtcmState& s, int sat) {
-    if (s.obsflag || (s.obs.n > 0 && !sameTime(s.obs.data[0].time, s.time))) {
+Status refuse(RtcmState& s, const EpochMessage& m) {
+    if (m.otherStation && hasOption(s, "-STA="))
+        return kMalformed; // a station that the options leave out
+    s.refused = {m.type, m.field};
+    if (s.epoch.unknown())
+        return kMalformed;
+    if (m.time && carried(m.system) && !sameTime(*m.time, s.epoch)) {
+        // Of another epoch. If it is this station's, then the one being collected has no end.
+        if (!m.otherStation) {
+            s.obs.n = 0;
+            s.epoch = {};
+            s.dated = false;
+        }
+        return kMalformed;
+    }
+    return m.more ? kMalformed : endOfMessage(s, /*more=*/false);
+}
+
+ObsRecord* epochRecord(RtcmState& s, const EpochMessage& m, int sat) {
+    if (!sameTime(*m.time, s.epoch))
+        return nullptr;
+    if (s.obsflag || (s.obs.n > 0 && !sameTime(s.obs.data[0].time, s.epoch))) {
         s.obs.n = 0;
         s.obsflag = 0;
     }
-    const int index = obsindex(s.obs, s.time, sat);
+    const int index = obsindex(s.obs, s.epoch, sat);
     return index < 0 ? nullptr : &s.obs.data[static_cast<std::size_t>(index)];
 }
 
@@ -97,6 +129,8 @@ Status endOfMessage(RtcmState& s, bool more) {
     s.obsflag = more ? 0 : 1;
     if (more)
         return kNothing;
+    s.time = std::exchange(s.epoch, {});
+    s.dated = false;
     // A last message without satellites must not pass off an older, unfinished epoch as its own.
     if (s.obs.n > 0 && !sameTime(s.obs.data[0].time, s.time))
         s.obs.n = 0;

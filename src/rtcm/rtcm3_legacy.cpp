@@ -46,7 +46,8 @@ void storeSignal(RtcmState& s, ObsRecord& record, unsigned system, std::size_t s
     record.code[slot] = code;
 }
 
-void storeSatellite(RtcmState& s, const LegacySatellite& w, const LegacyForm& f, int type) {
+void storeSatellite(RtcmState& s, const LegacySatellite& w, const LegacyForm& f,
+                    const EpochMessage& m) {
     unsigned system = f.glonass ? kGlonass : kGps;
     int prn = w.id;
     if (!f.glonass && prn > 39) {
@@ -56,12 +57,12 @@ void storeSatellite(RtcmState& s, const LegacySatellite& w, const LegacyForm& f,
     const int sat = satno(system, prn);
     if (sat == 0) {
         if (f.l2)
-            trace(2, "rtcm3 %d satellite number error: sys=%u prn=%d\n", type, system, prn);
+            trace(2, "rtcm3 %d satellite number error: sys=%u prn=%d\n", m.type, system, prn);
         else
-            trace(2, "rtcm3 %d satellite number error: prn=%d\n", type, prn);
+            trace(2, "rtcm3 %d satellite number error: prn=%d\n", m.type, prn);
         return;
     }
-    ObsRecord* const record = epochRecord(s, sat);
+    ObsRecord* const record = epochRecord(s, m, sat);
     if (!record)
         return;
     const int channel = w.channel - 7;
@@ -74,6 +75,13 @@ void storeSatellite(RtcmState& s, const LegacySatellite& w, const LegacyForm& f,
     if (f.l2)
         storeSignal(s, *record, system, 1, channel, rangeM,
                     {rangeM + w.range2M, w.phase2M, w.lock2, w.cnr2Db, l2});
+}
+
+bool readBody(const RtcmState& s, BitReader& in, LegacyMessage& m) {
+    layoutLegacyBody(in, m);
+    if (!in.ok())
+        trace(2, "rtcm3 %d length error: len=%d nsat=%d\n", m.head.type, s.len, m.head.satellites);
+    return in.ok();
 }
 
 } // namespace
@@ -90,16 +98,11 @@ int decodeLegacy(RtcmState& s, int type) {
     }
     EpochMessage m{type, form.glonass ? kGlonass : kGps, head.staid, head.epochMs, head.more != 0,
                    {}};
-    if (!admit(s, m))
-        return kMalformed;
     // The length is judged once for all satellites, before any of them is stored.
-    layoutLegacyBody(in, message);
-    if (!in.ok()) {
-        trace(2, "rtcm3 %d length error: len=%d nsat=%d\n", type, s.len, head.satellites);
-        return kMalformed;
-    }
+    if (!admit(s, m) || !readBody(s, in, message))
+        return refuse(s, m);
     join(s, m);
     for (int i = 0; i < head.satellites; ++i)
-        storeSatellite(s, message.satellites[static_cast<std::size_t>(i)], form, type);
+        storeSatellite(s, message.satellites[static_cast<std::size_t>(i)], form, m);
     return endOfMessage(s, m.more);
 }

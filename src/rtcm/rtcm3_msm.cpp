@@ -142,17 +142,17 @@ void storeCell(RtcmState& s, ObsRecord& record, const Signal& signal, double hz,
 }
 
 /// Puts the cells of a whole message into the records of its epoch.
-void save_msm_obs(RtcmState& s, const Message& m, int type) {
-    const Signals signals = signalsOf(s, m, type);
+void save_msm_obs(RtcmState& s, const Message& m, const EpochMessage& e) {
+    const Signals signals = signalsOf(s, m, e.type);
     std::size_t cell = 0;
     for (std::size_t i = 0; i < m.satelliteCount; ++i) {
         const int prn = m.ids[i] + m.system.firstPrn - 1;
         const int sat = satno(m.system.system, prn);
         ObsRecord* record = nullptr;
         if (sat == 0)
-            trace(2, "rtcm3 %d satellite error: prn=%d\n", type, prn);
+            trace(2, "rtcm3 %d satellite error: prn=%d\n", e.type, prn);
         else
-            record = epochRecord(s, sat);
+            record = epochRecord(s, e, sat);
         int channel = kUnknownChannel;
         if (m.system.system == kGlonass && sat != 0)
             if (const int fcn = fcn_glo(sat, s); fcn >= 0)
@@ -186,8 +186,8 @@ int decodeMsm(RtcmState& s, int type) {
     }
     EpochMessage e{type, m.system.system, m.head.staid, m.head.epoch, m.head.more != 0, {}};
     if (!admit(s, e) || !readBody(s, in, m, type))
-        return kMalformed;
+        return refuse(s, e);
     join(s, e);
-    save_msm_obs(s, m, type);
+    save_msm_obs(s, m, e);
     return endOfMessage(s, e.more);
 }

@@ -40,6 +40,13 @@ protected:
             types.push_back(x.type);
         return types;
     }
+    static void expectBoth(const std::vector<Bytes>& frames, const std::vector<int>& expected) {
+        Bytes stream;
+        for (const Bytes& f : frames)
+            stream.insert(stream.end(), f.begin(), f.end());
+        EXPECT_EQ(byIntake(stream), expected);
+        EXPECT_EQ(predicted(stream), expected);
+    }
     const FixedClock clock{ref::GpsTime{2009, 430650}};
 };
 
@@ -61,10 +68,11 @@ Bytes legacy(int type, int station, bool more) {
     return ref::frame(b.bytes());
 }
 
-Bytes msm(char system, const char* signal, bool more, std::uint32_t epochMs = 430650000) {
+Bytes msm(char system, const char* signal, bool more, std::uint32_t epochMs = 430650000,
+          int station = 5) {
     ref::Msm m;
     m.system = system;
-    m.station = 5;
+    m.station = station;
     m.epochField = epochMs;
     m.more = more;
     ref::Cell c;
@@ -91,6 +99,19 @@ Bytes cutStation(int type, std::size_t missing) {
     return ref::frame(body);
 }
 
+/// A message of 8 satellites with 9 signals, which no cell mask can hold.
+Bytes overfull(bool more, std::uint32_t epochMs = 430650000) {
+    ref::BitString b;
+    b.u(12, 1094).u(12, 5).u(30, epochMs).flag(more).u(18, 0).u(64, 0xFF).u(32, 0x1FF);
+    return ref::frame(b.u(64, 0).u(64, 0).bytes());
+}
+
+/// The head ends within the signal mask.
+Bytes headless() {
+    return ref::frame(
+        ref::BitString().u(12, 1124).u(12, 5).u(30, 430650000).u(51, 0).u(56, 0).bytes());
+}
+
 Bytes ephemeris(int type, char system, int id) {
     ref::Kepler k;
     k.type = type;
@@ -113,7 +134,7 @@ TEST_F(Predictions, AreRightForMessagesThatTheSimulatorDoesNotSend) {
          {63, 1042}},
         {{ref::frame(ref::BitString().u(12, 1041).u(6, 3).u(30, 0).bytes())}, {}},
         // another station while an epoch is collected; the next message is taken again
-        {{msm('G', "1C", true), legacy(1004, 9, false), legacy(1004, 9, false)}, {0}},
+        {{msm('G', "1C", true), legacy(1004, 9, true), legacy(1004, 9, false)}, {0}},
         {{msm('G', "1C", true), ref::frame(ref::write1005({.station = 9, .xyzM = kSite})),
           ref::frame(ref::write1005({.station = 9, .xyzM = kSite}))},
          {1005}},
@@ -123,13 +144,43 @@ TEST_F(Predictions, AreRightForMessagesThatTheSimulatorDoesNotSend) {
           cutStation(1230, 2)},
          {1007, 1008, 1033, 1230}},
         {{msm('E', "1X", false, 604800001), msm('E', "1X", false, 604800000)}, {0}}};
-    for (const auto& [frames, expected] : cases) {
-        Bytes stream;
-        for (const Bytes& f : frames)
-            stream.insert(stream.end(), f.begin(), f.end());
-        EXPECT_EQ(byIntake(stream), expected);
-        EXPECT_EQ(predicted(stream), expected);
-    }
+    for (const auto& [frames, expected] : cases)
+        expectBoth(frames, expected);
+}
+
+TEST_F(Predictions, AreRightForRefusedMessages) {
+    const auto g = [](bool more, std::uint32_t ms = 430650000) { return msm('G', "1C", more, ms); };
+    constexpr bool more = true;
+    constexpr bool last = false;
+    constexpr std::uint32_t never = 700000000; // ms: no week has it
+    const Bytes station = ref::frame(ref::write1005({.station = 5, .xyzM = kSite}));
+    const std::pair<std::vector<Bytes>, std::vector<int>> cases[] = {
+        // what is refused ends the epoch of the others, whatever the reason
+        {{g(more), msm('C', "2I", last, never)}, {0}},
+        {{g(more), overfull(last)}, {0}},
+        {{g(more), msm('E', "1X", last, 430650000, 9)}, {0}},
+        {{legacy(1012, 5, more), msm('E', "1X", last, never)}, {0}},
+        // in the middle, or in front, it only brings nothing
+        {{g(more), msm('C', "2I", more, never), msm('E', "1X", last)}, {0}},
+        {{overfull(more), g(more), msm('E', "1X", last)}, {0}},
+        // alone it ends nothing, nor does it end twice
+        {{msm('C', "2I", more, never), overfull(last), msm('C', "2I", last, never)}, {}},
+        {{g(last), msm('C', "2I", last, never), g(more), overfull(last), overfull(last)}, {0, 0}},
+        // an unfinished epoch is not answered at the end of another one
+        {{g(more), overfull(last, 430651000)}, {}},
+        {{g(more), overfull(more, 430651000), msm('C', "2I", last, never)}, {}},
+        // ... of this station; another one may be at another time
+        {{g(more), msm('E', "1X", last, 430651000, 9), overfull(last)}, {0}},
+        {{g(more), station, overfull(last)}, {1005}},
+        // SBAS, with the time of day, ends an epoch of others, which it neither opens nor dates
+        {{g(more), msm('S', "1C", last, 85050000)}, {0}},
+        {{g(more), msm('S', "1C", more, 85050000), msm('E', "1X", last)}, {0}},
+        {{msm('S', "1C", more, never), msm('I', "5A", more, 7), g(more), overfull(last)}, {0}},
+        {{g(more), msm('I', "5A", last, never), msm('S', "1C", last, 85050000)}, {0, 0}},
+        // a bit that is not there says nothing
+        {{g(more), headless(), g(last)}, {0}}};
+    for (const auto& [frames, expected] : cases)
+        expectBoth(frames, expected);
 }
 
 TEST_F(Predictions, AreRightForRecordedStreamsHoweverBroken) {
@@ -169,8 +220,8 @@ TEST_F(Predictions, LeaveEpochsOfTheStreamThatNobodyAnswersToTheCensus) {
     Bytes stream;
     for (const Bytes& f :
          {msm('G', "1C", true), msm('C', "2I", true, 430636000), // lost its end
-          msm('G', "1C", true, 430651000), msm('E', "1X", false, 430651000), msm('G', "1C", true),
-          legacy(1004, 9, false), // its end: another station's
+          msm('G', "1C", true, 430651000), msm('E', "1X", false, 430651000), legacy(1004, 5, true),
+          msm('C', "2I", false, 430650000, 9), // another station's end, at another time
           longer.bytes(), hidden, Bytes(300, 0), msm('G', "1C", true, 430653000)})
         stream.insert(stream.end(), f.begin(), f.end());
     ref::Expectation e;
@@ -184,6 +235,6 @@ TEST_F(Predictions, LeaveEpochsOfTheStreamThatNobodyAnswersToTheCensus) {
     EXPECT_EQ(v.stream.unended, 2);
     EXPECT_EQ(v.ended, 2);
     EXPECT_EQ(v.due, 1);
-    EXPECT_EQ(v.stream.cells.at("G1C"), 5); // one of them in 1004
+    EXPECT_EQ(v.stream.cells.at("G1C"), 4); // one of them in 1004
     EXPECT_EQ(v.stream.cells.at("E1X"), 2);
 }

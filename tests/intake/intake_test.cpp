@@ -44,11 +44,12 @@ protected:
             .obs[static_cast<std::size_t>(pointer_string(DLY.satelliteNames, name))];
     }
     static Bytes epoch(int type, const std::vector<std::pair<const char*, double>>& signals,
-                       bool more = false, int id = 3) {
+                       bool more = false, int id = 3,
+                       std::optional<std::uint32_t> field = std::nullopt) {
         ref::Msm m;
         m.system = std::string("GRESJCI").at(static_cast<std::size_t>((type - 1070) / 10));
         m.msm = type % 10;
-        m.epochField = m.system == 'R' ? 5U << 27 | 9432000U : 430650000U;
+        m.epochField = field.value_or(m.system == 'R' ? 5U << 27 | 9432000U : 430650000U);
         m.more = more;
         for (const auto& [signal, rangeM] : signals) {
             ref::Cell c;
@@ -148,6 +149,59 @@ TEST_F(Intake, KeepsTheSystemsOfAnEpochTogetherAfterTheNextLeapSecond) {
     EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
     std::remove(path.c_str());
     extendLeaps({});
+}
+
+TEST_F(Intake, TellsOfARefusedMessageAndAnswersWhatTheOthersBrought) {
+    const Bytes first = epoch(1074, {{"1C", 21e6}}, true);
+    const Bytes refused = epoch(1127, {{"2I", 25e6}}, false, 3, 700000000);
+    const Bytes inTheMiddle = epoch(1097, {{"1X", 25e6}}, true, 3, 699999999);
+    for (const bool byBytes : {false, true}) {
+        replies.clear();
+        DLY.stationEpochs[0].obs.clear();
+        std::vector<Bytes> blocks{first, inTheMiddle, refused};
+        std::string printed;
+        if (!byBytes)
+            printed = read(blocks);
+        for (const Bytes& block : byBytes ? blocks : std::vector<Bytes>{})
+            for (const std::uint8_t byte : block)
+                printed += read({Bytes{byte}});
+        EXPECT_TRUE(
+            printed.ends_with("***WARN(StreamObs): message 1097 refused, epoch time 699999999!\n"
+                              "***WARN(StreamObs): message 1127 refused, epoch time 700000000!\n"
+                              "***INFO(StreamObs): Got observation data\n"))
+            << printed;
+        ASSERT_EQ(replies.size(), 1U);
+        EXPECT_EQ(replies[0].status, 1U);
+        EXPECT_EQ(replies[0].frame, refused);
+        EXPECT_NE(row("G03").range[0], 0.0);
+        EXPECT_EQ(DLY.stationEpochs[0].obs.written().size(), 1U);
+        EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
+    }
+}
+
+TEST_F(Intake, TakesFromSbasAndNavicTheEndOfAnEpochAlone) {
+    // The time of day for the time of week: on Thursday it names the next Sunday.
+    const auto sbas = [](bool more) {
+        return epoch(1104, {{"1C", 38e6}}, more, 3, 430650000 - 4 * 86400000);
+    };
+    const auto navic = [](bool more) { return epoch(1134, {{"5A", 38e6}}, more, 3, 1); };
+    const auto glonass = [](bool more) { return epoch(1084, {{"1C", 20e6}}, more); };
+    const auto gps = [](bool more) { return epoch(1074, {{"1C", 21e6}}, more); };
+    for (const auto& frames : {std::vector{sbas(true), navic(true), glonass(true), gps(false)},
+                               std::vector{glonass(true), sbas(true), gps(true), navic(false)},
+                               std::vector{glonass(true), gps(true), navic(true), sbas(false)}}) {
+        replies.clear();
+        DLY.stationEpochs[0].obs.clear();
+        read(frames);
+        EXPECT_EQ(replies.size(), 1U);
+        EXPECT_NE(row("G03").range[0], 0.0);
+        EXPECT_NE(row("R03").range[0], 0.0);
+        EXPECT_EQ(DLY.currentMjd, 58311); // 2018-07-12
+        EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
+    }
+    read({sbas(false)}); // nothing else is in it
+    EXPECT_EQ(DLY.currentMjd, 58311 + 3);
+    EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
 }
 
 TEST_F(Intake, StoresBdsEphemeridesInBdtAndReplacesWhole) {

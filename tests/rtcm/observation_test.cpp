@@ -278,6 +278,17 @@ TEST(Epochs, HoldWhatTheirOwnMessagesCarried) {
     feed(*state, msm(1074, 430652000, {cell(4, "1C")}, true));
     EXPECT_EQ(feed(*state, msm(1094, 430653000, {cell(5, "1X")})), std::vector<int>{kEpoch});
     EXPECT_TRUE(!recordOf(*state, "G04") && recordOf(*state, "E05"));
+    // SBAS is kept where its time is the epoch's, and makes room for other systems where not.
+    for (const std::uint32_t time : {430654000U, 85054000U}) {
+        feed(*state, msm(1074, 430654000, {cell(1, "1C")}, true));
+        EXPECT_EQ(feed(*state, msm(1104, time, {cell(3, "1C")})), std::vector<int>{kEpoch});
+        EXPECT_TRUE(recordOf(*state, "G01"));
+        EXPECT_EQ(recordOf(*state, "S22") != nullptr, time == 430654000U);
+        feed(*state, msm(1104, time, {cell(3, "1C")}, true));
+        EXPECT_EQ(feed(*state, msm(1074, 430654000, {cell(1, "1C")})), std::vector<int>{kEpoch});
+        EXPECT_TRUE(recordOf(*state, "G01"));
+        EXPECT_EQ(recordOf(*state, "S22") != nullptr, time == 430654000U);
+    }
 }
 
 TEST(MsmDecoding, RefusesMasksThatDoNotFit) {
