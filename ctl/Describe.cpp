@@ -66,16 +66,19 @@ std::string clockText(std::uint32_t ms) {
                 ms % 1000U);
 }
 
+/// The last 20 s of the field stand for times below zero, as the service reads them.
 std::string towText(const char* scale, std::uint32_t ms) {
+    constexpr std::uint32_t fieldEnd = 1U << 30;
+    if (ms >= fieldEnd - 20000)
+        return text("%s tow -%u.%03u", scale, (fieldEnd - ms) / 1000U, (fieldEnd - ms) % 1000U);
     return text("%s tow %u.%03u%s", scale, ms / 1000U, ms % 1000U,
-                ms < 604800000U ? "" : " (no time)");
+                ms <= 604800000U ? "" : " (no time)");
 }
 
 /// Day of week as DF416: 0 = Sunday, 7 = unknown.
 std::string moscowText(std::uint32_t ms, std::uint32_t day) {
     constexpr std::array days{"Sun ", "Mon ", "Tue ", "Wed ", "Thu ", "Fri ", "Sat ", ""};
-    return text("Moscow %s%s%s", days[day & 7U], clockText(ms).c_str(),
-                ms < 86401000U ? "" : " (no time)");
+    return text("Moscow %s%s", days[day & 7U], clockText(ms).c_str());
 }
 
 std::string utcText(int mjd, int secondsOfDay) {

@@ -251,13 +251,13 @@ ref::Bytes msmFrame(const ref::Msm& m) {
     return frameOf(layoutMsm, w);
 }
 
-ref::Bytes legacyFrame(char system, int station, ref::GpsTime t, bool more,
+ref::Bytes legacyFrame(char system, int station, std::uint32_t epochField, bool more,
                        const std::vector<ref::Cell>& cells) {
     constexpr int mostSatellites = 31; // the count has five bits
     LegacyMessage w;
     w.head.type = system == 'R' ? 1012 : 1004;
     w.head.staid = station;
-    w.head.epochMs = ref::epochField(system, t) & (system == 'R' ? 0x7FFFFFFU : ~0U);
+    w.head.epochMs = epochField & (system == 'R' ? 0x7FFFFFFU : ~0U);
     w.head.more = more ? 1 : 0;
     const IndicatedSignals& secondSignals = l2Signals(system == 'R');
     double firstRangeM = 0;

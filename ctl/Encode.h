@@ -17,8 +17,9 @@ ref::Bytes ephemerisFrame(const ref::Glonass& g);
 ref::Bytes msmFrame(const ref::Msm& m);
 
 /// 1004 (GPS) or 1012 (GLONASS) of the satellites that have a signal on L1; empty without any.
-/// std::out_of_range for a range that the fields cannot hold.
-ref::Bytes legacyFrame(char system, int station, ref::GpsTime t, bool more,
+/// The epoch field may be that of an MSM. std::out_of_range for a range that the fields cannot
+/// hold.
+ref::Bytes legacyFrame(char system, int station, std::uint32_t epochField, bool more,
                        const std::vector<ref::Cell>& cells);
 
 /// A station's descriptions of itself: 1005, 1006, 1007, 1008, 1013, 1033, 1230.

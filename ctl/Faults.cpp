@@ -1,5 +1,8 @@
 #include "ctl/Faults.h"
 
+#include "reference/service/framing.h"
+#include "reference/standard/kinds.h"
+
 #include <algorithm>
 #include <charconv>
 #include <stdexcept>
@@ -28,6 +31,43 @@ ref::Bytes garbage(FaultPlan& plan) {
     if (plan.pick(3) == 0)
         bytes.insert(bytes.end(), {0xD3, 0x00, static_cast<std::uint8_t>(plan.pick(256))});
     return bytes;
+}
+
+void setBits(ref::Bytes& body, std::size_t at, std::size_t width, std::uint64_t value) {
+    for (std::size_t i = at + width; i-- > at; value >>= 1) {
+        const auto bit = static_cast<std::uint8_t>(0x80U >> i % 8);
+        body.at(i / 8) = static_cast<std::uint8_t>((body.at(i / 8) & ~bit) | (value & 1 ? bit : 0));
+    }
+}
+
+/// An observation message as a service has to refuse it; its check word is right.
+ref::Bytes refusable(const ref::Frame& message, std::size_t kind) {
+    constexpr std::uint64_t never = 700000000; // ms, beyond a week
+    constexpr std::uint64_t otherStation = 4000;
+    ref::Bytes body = message.body;
+    const bool legacy = ref::isLegacy(message.type);
+    const bool glonass = message.type / 10 == 108 || (legacy && message.type >= 1009);
+    if (kind == 0)
+        setBits(body, 12, 12, otherStation);
+    else if (kind == 1 && !glonass) // whose every time of day can be placed
+        setBits(body, 24, 30, never);
+    else if (legacy)
+        setBits(body, glonass ? 52 : 55, 5, 31); // more satellites than there are
+    else
+        setBits(body, 105, 64, ~std::uint64_t{}); // 32 satellites, 32 signals
+    return ref::frame(body);
+}
+
+void refuseOne(std::vector<ref::Bytes>& frames, FaultPlan& plan) {
+    std::vector<std::pair<ref::Bytes*, ref::Frame>> messages;
+    for (ref::Bytes& bytes : frames)
+        for (const ref::Frame& f : ref::goodFrames(bytes))
+            if (f.bytes == bytes && (ref::isMsm(f.type) || ref::isLegacy(f.type)))
+                messages.emplace_back(&bytes, f);
+    if (messages.empty())
+        return;
+    const auto& [bytes, message] = messages[plan.pick(messages.size())];
+    *bytes = refusable(message, plan.pick(3));
 }
 
 } // namespace
@@ -71,6 +111,8 @@ ref::Bytes spoiled(std::vector<ref::Bytes> frames, FaultPlan& plan, long epoch) 
     const auto any = [&]() -> ref::Bytes& { return frames[plan.pick(frames.size())]; };
     if (frames.empty())
         return {};
+    if (plan.due(Fault::refusedMessage, epoch))
+        refuseOne(frames, plan);
     if (plan.due(Fault::reorder, epoch) && frames.size() > 1) {
         const std::size_t i = plan.pick(frames.size() - 1);
         std::swap(frames[i], frames[i + 1]);

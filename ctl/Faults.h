@@ -29,15 +29,17 @@ enum class Fault {
     noEphemerides,     // none are sent for a while
     oldEphemerides,    // sets that are hours old
     receiverClockJump, // by a millisecond
+    refusedMessage,    // an observation message whose time, station or counts are wrong
 };
-inline constexpr std::array<std::string_view, 14> kFaultNames{
+inline constexpr std::array<std::string_view, 15> kFaultNames{
     "close",           "reset",
     "half-close",      "stall",
     "garbage",         "bitflip",
     "truncate",        "duplicate",
     "reorder",         "burst",
     "slow-reader",     "no-ephemerides",
-    "old-ephemerides", "receiver-clock-jump"};
+    "old-ephemerides", "receiver-clock-jump",
+    "refused-message"};
 inline std::string_view name(Fault f) {
     return kFaultNames[static_cast<std::size_t>(f)];
 }

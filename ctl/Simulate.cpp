@@ -49,6 +49,7 @@ struct Words {
     std::string play;
     std::string report;
     std::vector<std::string> faults;
+    std::vector<std::string> quirks;
     bool json = false;
 };
 
@@ -153,6 +154,14 @@ FaultPlan faultsOf(const Words& w) {
     }
 }
 
+Quirks quirksOf(const Words& w) {
+    try {
+        return Quirks(w.quirks);
+    } catch (const std::invalid_argument& e) {
+        throw CLI::ValidationError("--quirk", e.what());
+    }
+}
+
 /// The command line understood.
 struct Run {
     StationOptions station;
@@ -172,6 +181,7 @@ void plan(Run& run, const Words& w) {
     run.station.seed = w.seed;
     run.station.noise = w.noise;
     run.station.ephemerides = orderOf(w.ephemerides);
+    run.station.quirks = quirksOf(w);
     run.faults = faultsOf(w);
     run.station.silentAtStart = run.faults.asked(Fault::noEphemerides);
     run.split = splitOf(w.split);
@@ -355,6 +365,7 @@ void addSimulate(CLI::App& app, int& status) {
     c->add_option("--play", w->play, "send a recorded stream; replies are checked for form, order and completeness")->check(CLI::ExistingFile);
     c->add_option("--report", w->report, "draw what the first endpoint showed as a web page in one file");
     c->add_option("--fault", w->faults, "what goes wrong, now and then or (NAME@N) at epoch N: " + faultNames())->delimiter(',');
+    c->add_option("--quirk", w->quirks, "how the receiver writes times, as some in use do: " + quirkNames())->delimiter(',');
     c->add_flag("--json", w->json, "print the summary as JSON, and nothing else");
     // clang-format on
     c->callback([w, &status] {

@@ -2,8 +2,6 @@
 
 #include "ctl/Encode.h"
 #include "reference/service/predict.h"
-#include "reference/standard/kinds.h"
-#include "reference/standard/legacy.h"
 
 #include <algorithm>
 #include <array>
@@ -28,18 +26,6 @@ constexpr long kMisbehaviour = 25; // epochs
 
 bool everyS(ref::GpsTime t, double periodS) {
     return std::remainder(t.sow, periodS) > -5e-4 && std::remainder(t.sow, periodS) < 5e-4;
-}
-
-/// The observation message of a frame, if it is one.
-std::optional<ref::Msm> observationsOf(const ref::Frame& f) {
-    try {
-        if (ref::isMsm(f.type))
-            return ref::readMsm(f.body);
-        if (ref::isLegacy(f.type))
-            return ref::readLegacy(f.body);
-    } catch (const std::exception&) { // not what its number says: sent, without an epoch
-    }
-    return std::nullopt;
 }
 
 std::optional<ref::Vec3> referencePoint(const ref::Frame& f) {
@@ -164,15 +150,20 @@ std::vector<ref::Bytes> SimulatedStation::observations(ref::GpsTime t) {
                 seen.push_back(c.sat);
     };
     if (options_.msm != 0) {
-        for (const ref::Msm& m : sky_.epoch(t, options_.msm)) {
+        for (ref::Msm& m : sky_.epoch(t, options_.msm)) {
+            m.epochField = options_.quirks.epochField(m.system, t);
             see(m.cells);
             out.push_back(msmFrame(m));
         }
     } else {
         const std::vector<ref::Cell> cells = sky_.observe(t, false);
         see(cells);
-        const ref::Bytes glonass = legacyFrame('R', sky_.station, t, false, cells);
-        const ref::Bytes gps = legacyFrame('G', sky_.station, t, !glonass.empty(), cells);
+        const auto frameOf = [&](char system, bool more) {
+            const std::uint32_t epoch = options_.quirks.epochField(system, t);
+            return legacyFrame(system, sky_.station, epoch, more, cells);
+        };
+        const ref::Bytes glonass = frameOf('R', false);
+        const ref::Bytes gps = frameOf('G', !glonass.empty());
         for (const ref::Bytes& f : {gps, glonass})
             if (!f.empty())
                 out.push_back(f);
@@ -221,12 +212,13 @@ Recording::Recording(const std::string& path, ref::GpsTime near) {
         from = to;
         if (!siteM)
             siteM = referencePoint(f);
-        const std::optional<ref::Msm> m = observationsOf(f);
-        if (!m)
+        const std::optional<ref::Msm> head = ref::headOf(f);
+        if (!head)
             continue;
-        time = ref::timeNear(*m, time).value_or(time);
+        if (ref::datesEpochs(head->system))
+            time = ref::timeNear(*head, time).value_or(time);
         ++epoch.observations;
-        if (m->more)
+        if (head->more)
             continue;
         epoch.time = time;
         epochs_.push_back(std::exchange(epoch, {}));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ctl/Faults.h"
+#include "ctl/Quirks.h"
 #include "reference/standard/frame.h"
 #include "reference/standard/sky.h"
 
@@ -49,6 +50,7 @@ struct StationOptions {
     EphemerisOrder ephemerides = EphemerisOrder::before;
     ref::GpsTime start;         // first epoch
     bool silentAtStart = false; // no ephemerides at first
+    Quirks quirks;
 };
 
 class SimulatedStation : public Source {

@@ -65,7 +65,7 @@ TEST(SimulatedFrames, OfLegacyMessagesCarryTheObservations) {
     sky.signals['R'] = {"1P", "2P"};
     const std::vector<ref::Cell> cells = sky.observe(t, false);
     for (const char system : {'G', 'R'}) {
-        const Bytes f = legacyFrame(system, 3, t, system == 'G', cells);
+        const Bytes f = legacyFrame(system, 3, ref::epochField(system, t), system == 'G', cells);
         const ref::Msm m = ref::readLegacy(ref::goodFrames(f).at(0).body);
         EXPECT_EQ(m.more, system == 'G');
         EXPECT_EQ(m.station, 3);

@@ -242,7 +242,7 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
     const std::vector<std::vector<std::string>> cases{
         {"--start", "2026-02-28T23:59:38", "--duration", "8", "--msm", "7", "--tracking",
          "combined", "--systems", "GRECJS", "--noise", "--ephemerides", "interleaved", "--split",
-         "random"},
+         "random", "--quirk", "bds-week,week-end,glonass-day,sbas-day"},
         {"--start", "2026-03-01T20:59:50", "--duration", "20", "--msm", "legacy", "--ephemerides",
          "late", "--split", "100"},
         // Across the roll-overs of the 10-bit week, and the end of 32-bit times.
@@ -250,7 +250,8 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
         {"--start", "2038-01-19T03:14:04", "--duration", "8"},
         {"--start", "2038-11-20T23:59:38", "--duration", "8"},
         {"--start", "2026-03-01T12:00:00", "--duration", "30", "--rate", "10", "--fault",
-         "garbage,bitflip,truncate,duplicate,reorder,burst,no-ephemerides,old-ephemerides"}};
+         "garbage,bitflip,truncate,duplicate,reorder,burst,no-ephemerides,old-ephemerides,"
+         "refused-message"}};
     const std::string file = testing::TempDir() + "kestrune_replies" + std::to_string(getpid());
     for (std::vector<std::string> options : cases) {
         options.insert(options.end(), {"--speed", "max", "--replies", file});
