@@ -1,3 +1,4 @@
+#include "recordings.h"
 #include "service.h"
 
 #include "reference/service/judge.h"
@@ -76,6 +77,34 @@ TEST(Service, AnswersAGeneratedStreamOfAllSystems) {
     for (const char* const signal : {"G1C", "G2W", "G5Q", "R1P", "R2P", "E1X", "E6X", "C2I", "J2X"})
         EXPECT_GT(v.signals.count(signal), 0U) << signal;
     EXPECT_LT(v.worstPhaseM(), 0.00038);
+}
+
+TEST(Service, AnswersEveryEpochOfReceiversWithTheirQuirks) {
+    const struct {
+        const char* file;
+        std::map<char, int> leastCells; // by system
+    } cases[] = {
+        {"week-start-msm.rtcm3", {{'G', 500}, {'R', 300}, {'E', 500}, {'C', 500}, {'J', 80}}},
+        {"week-start-legacy.rtcm3", {{'G', 200}, {'R', 200}}}};
+    for (const auto& c : cases) {
+        const Bytes stream = recording(c.file);
+        ref::Expectation e = expectation();
+        e.near = {2407, 604788};
+        const std::vector<ref::Expected> owed = ref::Predictor(e).take(stream);
+        Peer peer;
+        const Service service(peer.port, "2026-02-28 23:59:30");
+        ASSERT_TRUE(peer.accept());
+        const ref::Verdict v =
+            judge(stream, peer.exchange(stream, 700, static_cast<int>(owed.size())), e);
+        expectRight(v);
+        EXPECT_EQ(v.replies, 40) << c.file;
+        std::map<char, int> cells;
+        for (const auto& [signal, count] : v.signals)
+            cells[signal[0]] += count;
+        for (const auto& [system, least] : c.leastCells)
+            EXPECT_GE(cells[system], least) << c.file << " " << system;
+        EXPECT_TRUE(contains(service.log(), " refused, epoch time "));
+    }
 }
 
 TEST(Service, AnswersInPostMode) {
