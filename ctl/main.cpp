@@ -1,3 +1,4 @@
+#include "ctl/Alive.h"
 #include "ctl/Check.h"
 #include "ctl/Dump.h"
 #include "ctl/Simulate.h"
@@ -19,6 +20,7 @@ int run(int argc, char** argv) {
     ctl::simulate::addSimulate(app, status);
     ctl::dump::addDump(app, status);
     ctl::check::addCheck(app, status);
+    ctl::alive::addAlive(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -8,10 +8,12 @@ import ts from "typescript";
 import { parseAllDocuments } from "yaml";
 import * as v1 from "kubernetes-models/v1";
 import * as appsV1 from "kubernetes-models/apps/v1";
+import * as networkingV1 from "kubernetes-models/networking.k8s.io/v1";
 
 const groups = {
     "v1": { models: v1, module: "kubernetes-models/v1" },
     "apps/v1": { models: appsV1, module: "kubernetes-models/apps/v1" },
+    "networking.k8s.io/v1": { models: networkingV1, module: "kubernetes-models/networking.k8s.io/v1" },
 };
 const findings = [];
 

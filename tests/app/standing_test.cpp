@@ -1,5 +1,6 @@
 #include "service.h"
 
+#include "ctl/Alive.h"
 #include "net/Notify.h"
 #include "reference/standard/kinds.h"
 
@@ -144,6 +145,22 @@ TEST(ServiceManager, DoesNoHarmWhereItIsAbsentOrDoesNotListen) {
         EXPECT_EQ(deaf.next(), "x");
     deaf.until("READY=1\n");  // once it listens again
     EXPECT_EQ(deaf.lives, 0); // nobody asked for it
+}
+
+TEST(LivenessProbe, HearsTheServiceAndMissesOneThatHangs) {
+    const std::string name = "@kestrune-alive" + std::to_string(getpid());
+    const std::chrono::milliseconds brief{60}, ample{20000};
+    EXPECT_FALSE(ctl::alive::hearsSignOfLife(name, brief)); // nobody is there
+    Peer peer;
+    peer.listen();
+    const Service service(peer.port, kClock, {.environment = {"NOTIFY_SOCKET=" + name, kWatchdog}});
+    EXPECT_TRUE(ctl::alive::hearsSignOfLife(name, ample)); // while it connects
+    ASSERT_TRUE(peer.accept());
+    EXPECT_TRUE(ctl::alive::hearsSignOfLife(name, ample));
+    service.signal(SIGSTOP);
+    EXPECT_FALSE(ctl::alive::hearsSignOfLife(name, 5 * brief)); // six signs of life are due
+    service.signal(SIGCONT);
+    EXPECT_TRUE(ctl::alive::hearsSignOfLife(name, ample));
 }
 
 TEST(Watchdog, IsFedFourTimesInItsLimit) {
