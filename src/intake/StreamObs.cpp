@@ -97,7 +97,8 @@ void take(int status, std::size_t station, int framelen, Contradictions::Instant
 
 void tellRefused() {
     if (const RefusedMessage m = std::exchange(Decoder.refused, {}); m.type != 0)
-        print("***WARN(StreamObs): message %d refused, epoch time %u!\n", m.type, m.epoch);
+        print(Lasting{Cause::messageRefused, static_cast<std::size_t>(m.type)},
+              "***WARN(StreamObs): message %d refused, epoch time %u!\n", m.type, m.epoch);
 }
 
 MjdTime mjdOf(GTime t) {
