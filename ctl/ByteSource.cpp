@@ -1,5 +1,7 @@
 #include "ctl/ByteSource.h"
 
+#include "common/Clock.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -9,11 +11,14 @@
 #include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace ctl::dump {
 
 namespace {
+
+constexpr int kConnectMs = 10000;
 
 volatile std::sig_atomic_t interrupted = 0;
 
@@ -39,6 +44,21 @@ void catchInterrupts() {
     throw std::runtime_error(name + ": " + why);
 }
 
+/// Connects, without blocking for longer than the limit; 0, or the error.
+int connectInTime(int fd, const addrinfo& to) {
+    if (connect(fd, to.ai_addr, to.ai_addrlen) == 0)
+        return 0;
+    if (errno != EINPROGRESS)
+        return errno;
+    pollfd ready{fd, POLLOUT, 0};
+    if (poll(&ready, 1, kConnectMs) != 1)
+        return ETIMEDOUT;
+    int error = 0;
+    socklen_t size = sizeof error;
+    getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
+    return error;
+}
+
 /// A descriptor connected to HOST:PORT or [HOST]:PORT.
 int connectTo(const std::string& name, std::size_t colon) {
     std::string host = name.substr(0, colon);
@@ -53,10 +73,11 @@ int connectTo(const std::string& name, std::size_t colon) {
     const std::unique_ptr<addrinfo, void (*)(addrinfo*)> list(found, freeaddrinfo);
     int error = 0;
     for (const addrinfo* a = found; a; a = a->ai_next) {
-        const int fd = socket(a->ai_family, a->ai_socktype | SOCK_CLOEXEC, a->ai_protocol);
-        if (fd >= 0 && connect(fd, a->ai_addr, a->ai_addrlen) == 0)
+        const int fd =
+            socket(a->ai_family, a->ai_socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, a->ai_protocol);
+        error = fd < 0 ? errno : connectInTime(fd, *a);
+        if (fd >= 0 && error == 0)
             return fd;
-        error = errno;
         if (fd >= 0)
             close(fd);
     }
@@ -90,6 +111,8 @@ ByteSource::ByteSource(const std::string& name) : name_(name == "-" ? "standard 
             fail(name, std::strerror(error) +
                            std::string(error == ENOENT ? ", nor is it HOST:PORT" : ""));
     }
+    struct stat status {};
+    live_ = fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode);
     catchInterrupts();
 }
 
@@ -98,17 +121,28 @@ ByteSource::~ByteSource() {
         close(fd_);
 }
 
-std::size_t ByteSource::read(std::span<std::uint8_t> block) {
+std::size_t ByteSource::read(std::span<std::uint8_t> block,
+                             std::optional<std::chrono::nanoseconds> until) {
     sigset_t waiting;
     sigemptyset(&waiting);
     for (;;) {
+        timespec left{};
+        if (until) {
+            const std::chrono::nanoseconds n = *until - monotonicNow();
+            if (n.count() <= 0)
+                return none(End::time);
+            left.tv_sec = static_cast<std::time_t>(n / std::chrono::seconds(1));
+            left.tv_nsec = static_cast<std::int32_t>((n % std::chrono::seconds(1)).count());
+        }
         pollfd ready{fd_, POLLIN, 0};
-        const bool woken = ppoll(&ready, 1, nullptr, &waiting) >= 0;
+        const int woken = ppoll(&ready, 1, until ? &left : nullptr, &waiting);
         if (interrupted)
-            return 0;
-        if (woken)
+            return none(End::interrupt);
+        if (woken == 0)
+            continue; // the time is over
+        if (woken > 0)
             if (const ssize_t n = ::read(fd_, block.data(), block.size()); n >= 0)
-                return static_cast<std::size_t>(n);
+                return n > 0 ? static_cast<std::size_t>(n) : none(End::end);
         if (errno != EINTR && errno != EAGAIN)
             fail(name_, std::string("cannot be read: ") + std::strerror(errno));
     }
