@@ -66,6 +66,10 @@ void Initialize(int argc, char** argv) {
     if (argc < kFewestArguments)
         usage();
     m_readJsonFile(argc, argv);
+    prepareSession();
+}
+
+void prepareSession() {
     DLY.currentMjd = DLY.startMjd;
     DLY.currentSod = DLY.startSod;
     DLY.counters = {};

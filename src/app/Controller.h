@@ -18,6 +18,8 @@ extern int outputSocketID;
 
 /// Reads command line and configuration and sizes the buffers; ends the process on a fault.
 void Initialize(int argc, char** argv);
+/// Readies the record, the buffers and the ephemeris store of a configuration for its first byte.
+void prepareSession();
 /// Reply callback: an epoch is answered by the virtual station, every other frame is forwarded.
 void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t length);
 /// One pass of the loop: keep the connection up, receive a block, decode it.
