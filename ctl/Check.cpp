@@ -1,12 +1,15 @@
 #include "ctl/Check.h"
 
+#include "common/Clock.h"
 #include "common/ComText.h"
 #include "common/EditDistance.h"
 #include "config/Deploy.h"
 #include "config/Switches.h"
 #include "ctl/Advice.h"
+#include "ctl/ByteSource.h"
 #include "ctl/Examine.h"
 #include "ctl/Fields.h"
+#include "ctl/TrialReport.h"
 #include "ctl/Unit.h"
 
 #include <CLI/CLI.hpp>
@@ -216,8 +219,47 @@ cJSON* jsonOf(const Finding& f, int times) {
 struct Arguments {
     std::string file;
     std::string unit;
+    std::string stream;
+    int seconds = 60; // of the stream
     bool json = false;
 };
+
+/// Runs the road of the service on the stream; how its reading ended.
+std::string feed(Trial& trial, dump::ByteSource& source, int seconds) {
+    const auto until = monotonicNow() + std::chrono::seconds(seconds);
+    std::array<std::uint8_t, 4096> block{};
+    bool any = false;
+    while (!trial.enough()) {
+        const std::size_t n = source.read(block, until);
+        if (n == 0)
+            break;
+        any = true;
+        trial.take(std::span(block).first(n));
+    }
+    trial.finish();
+    if (source.end() == dump::ByteSource::End::interrupt)
+        return "interrupted";
+    if (source.end() == dump::ByteSource::End::end && source.live())
+        return "its peer ended it";
+    return any || !source.live() ? "" : text("nothing came for %d s", seconds);
+}
+
+/// What the service would do with the stream; the exit status.
+int tryStream(const Arguments& arguments, cJSON* json) {
+    dump::ByteSource source(arguments.stream);
+    if (!json)
+        std::cout << "    reads " << printable(arguments.stream) << ", up to " << arguments.seconds
+                  << " s" << std::endl;
+    if (DLY.clock)
+        startReplayClock(*DLY.clock);
+    Trial trial(arguments.seconds);
+    const TrialSource origin{arguments.stream, feed(trial, source, arguments.seconds)};
+    if (json)
+        cJSON_AddItemToObject(json, "stream", jsonOfTrial(origin, trial.result()));
+    else
+        printTrial(origin, trial.result(), std::cout);
+    return trial.result().answered > 0 ? 0 : 1;
+}
 
 /// What the arguments name; throws where that is nothing.
 void resolveUnit(Arguments& arguments, std::vector<std::string>& switches) {
@@ -247,10 +289,21 @@ int runCheck(Arguments arguments, std::vector<std::string> switches) {
             return 2;
         }
     const CheckResult result = checkDeployment(arguments.file, switches, arguments.unit);
-    (arguments.json ? printCheckJson : printCheck)(result, std::cout);
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> json(
+        arguments.json ? jsonOfCheck(result) : nullptr, cJSON_Delete);
+    if (!json)
+        printCheck(result, std::cout);
+    int status = result.count(Severity::fatal) > 0 ? 1 : 0;
+    if (status == 0 && !arguments.stream.empty())
+        status = tryStream(arguments, json.get());
+    if (json) {
+        const std::unique_ptr<char, decltype(&cJSON_free)> printed(
+            cJSON_PrintUnformatted(json.get()), cJSON_free);
+        std::cout << printed.get() << '\n';
+    }
     if (!std::cout.flush())
         throw std::runtime_error("standard output could not be written to its end");
-    return result.count(Severity::fatal) > 0 ? 1 : 0;
+    return status;
 }
 
 } // namespace
@@ -297,23 +350,21 @@ void printCheck(const CheckResult& result, std::ostream& out) {
     out << printable(result.file) << ": " << verdict(result) << '\n';
 }
 
-void printCheckJson(const CheckResult& result, std::ostream& out) {
-    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(cJSON_CreateObject(), cJSON_Delete);
-    cJSON_AddStringToObject(root.get(), "file", wellFormed(result.file).c_str());
-    cJSON_AddNumberToObject(root.get(), "errors", result.count(Severity::fatal));
-    cJSON_AddNumberToObject(root.get(), "warnings", result.count(Severity::warning));
-    cJSON* const list = cJSON_AddArrayToObject(root.get(), "findings");
+cJSON* jsonOfCheck(const CheckResult& result) {
+    cJSON* const root = cJSON_CreateObject();
+    cJSON_AddStringToObject(root, "file", wellFormed(result.file).c_str());
+    cJSON_AddNumberToObject(root, "errors", result.count(Severity::fatal));
+    cJSON_AddNumberToObject(root, "warnings", result.count(Severity::warning));
+    cJSON* const list = cJSON_AddArrayToObject(root, "findings");
     for (const Fault& fault : result.faults) {
         cJSON_AddItemToArray(list, jsonOf(fault.finding, fault.times));
         for (const Finding& note : fault.notes) // behind what it explains
             cJSON_AddItemToArray(list, jsonOf(note, 1));
     }
-    cJSON* const outline = cJSON_AddArrayToObject(root.get(), "outline");
+    cJSON* const outline = cJSON_AddArrayToObject(root, "outline");
     for (const std::string& line : result.outline)
         cJSON_AddItemToArray(outline, cJSON_CreateString(wellFormed(line).c_str()));
-    const std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(root.get()),
-                                                               cJSON_free);
-    out << printed.get() << '\n';
+    return root;
 }
 
 void addCheck(CLI::App& app, int& status) {
@@ -326,7 +377,16 @@ void addCheck(CLI::App& app, int& status) {
                      "examine /etc/kestrune/NAME.json as the unit kestrune@NAME does, with its "
                      "folder and its switches")
         ->type_name("NAME");
-    check->add_flag("--json", arguments->json, "the findings as one JSON object");
+    check
+        ->add_option("--stream", arguments->stream,
+                     "read a piece of this stream, too, and say what the service would do with "
+                     "it: a file, - for standard input, or HOST:PORT to connect to")
+        ->type_name("FILE|HOST:PORT");
+    check->add_option("--seconds", arguments->seconds, "how much of the stream at most")
+        ->type_name("S")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str();
+    check->add_flag("--json", arguments->json, "everything as one JSON object");
     check->allow_extras();
     check->footer(
         "Behind the file stand switches of the service: -post -rawsav -vrssav -pthread\n"

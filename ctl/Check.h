@@ -13,6 +13,7 @@
 namespace CLI {
 class App;
 }
+struct cJSON;
 
 namespace ctl::check {
 
@@ -34,8 +35,8 @@ struct CheckResult {
 CheckResult checkDeployment(const std::string& file, std::span<const std::string> switches,
                             const std::string& unit = {});
 void printCheck(const CheckResult& result, std::ostream& out);
-/// The same as one JSON object.
-void printCheckJson(const CheckResult& result, std::ostream& out);
+/// The same as a JSON object, which the caller deletes.
+cJSON* jsonOfCheck(const CheckResult& result);
 
 /// Adds the subcommand; running it writes the exit status: 0, 1 where it cannot work.
 void addCheck(CLI::App& app, int& status);
