@@ -158,7 +158,7 @@ std::string satelliteMark(char system, ref::Fate fate, double x, double y, doubl
     const double r = radius * kHollow;
     const double in = r * 0.5;
     const auto path = [](const std::string& d) { return "<path d=\"" + d + "\" class=\"mark\"/>"; };
-    const std::string hollow = outline(system, x, y, r, "mark");
+    std::string hollow = outline(system, x, y, r, "mark");
     switch (fate) {
     case ref::Fate::answered:
     case ref::Fate::low:
