@@ -33,6 +33,15 @@ GTime nearestCycle(GTime t, GTime clock) {
     return timediff(clock, t) > cycleS / 2 ? timeadd(t, cycleS) : t;
 }
 
+/// Whether an ephemeris of that week fits the clock. Around the change of weeks those of both are
+/// in use, and the week of a message may be that of its transmission or of its toe.
+bool weekOfClock(int week, WeekTime clock) {
+    constexpr double bothInUseS = 6 * 3600.0;
+    return week == clock.week ||
+           (week == clock.week + 1 && clock.sow > kSecondsPerWeek - bothInUseS) ||
+           (week == clock.week - 1 && clock.sow < bothInUseS);
+}
+
 } // namespace
 
 bool Contradictions::Standing::begins(bool contradicts, Instant now) {
@@ -81,7 +90,7 @@ void Contradictions::ephemeris(std::string_view satellite, GTime stated, GTime c
         return;
     if (contains("GJ", satellite.substr(0, 1)))
         stated = nearestCycle(stated, clock);
-    const bool otherWeek = std::fabs(timediff(stated, clock)) > kHalfWeek;
+    const bool otherWeek = !weekOfClock(time2gpst(stated).week, time2gpst(clock));
     if (ephemerides_[static_cast<std::size_t>(system)].begins(otherWeek, now))
         print(Level::warning, "***WARN(StreamObs): %.*s eph is of %s, the clock says %s!\n",
               static_cast<int>(satellite.size()), satellite.data(), DateText(stated).text.data(),

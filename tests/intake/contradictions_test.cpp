@@ -59,9 +59,25 @@ TEST(Contradiction, IsToldAgainOnlyAfterAnHourWithoutIt) {
     EXPECT_EQ(printed([&] { c.channel(8, 1, 2, 9h); }),
               "***WARN(StreamObs): R08 has channel 2 in session.obj, 1 in the stream!\n");
     EXPECT_EQ(printed([&] { c.ephemeris("C05", old, clock, 9h); }).size(), weekLine.size());
-    // Half a week off is as far as a stream's times can be placed by the clock.
-    EXPECT_EQ(printed([&] { c.ephemeris("E05", timeadd(clock, -302400.0), clock, 9h); }), "");
-    EXPECT_NE(printed([&] { c.ephemeris("E05", timeadd(clock, 302401.0), clock, 9h); }), "");
+    // A Saturday night, a Sunday morning and a Wednesday: with toe at midnight before Sunday a
+    // message may carry the week that ends or the one that begins.
+    const GTime thisWeek = epoch2time({2026, 11, 15, 0, 0, 0});
+    const GTime nextWeek = epoch2time({2026, 11, 22, 0, 0, 0});
+    const GTime sunday = epoch2time({2026, 11, 22, 0, 30, 0});
+    const struct {
+        GTime stated, clock;
+        bool told;
+    } weeks[] = {{thisWeek, clock, false},
+                 {nextWeek, clock, false},
+                 {timeadd(nextWeek, -16.0), sunday, false},
+                 {timeadd(nextWeek, 604784.0), sunday, false},
+                 {thisWeek, sunday, false},
+                 {nextWeek, epoch2time({2026, 11, 18, 12, 0, 0}), true},
+                 {timeadd(nextWeek, kSecondsPerWeek), sunday, true}};
+    for (const auto& w : weeks) {
+        Contradictions fresh;
+        EXPECT_EQ(!printed([&] { fresh.ephemeris("E05", w.stated, w.clock, 9h); }).empty(), w.told);
+    }
     // A GPS week comes modulo 1024: completed to 2007, it is that of a clock three weeks behind.
     EXPECT_EQ(printed([&] {
                   c.ephemeris("J01", timeadd(clock, (3 - 1024) * kSecondsPerWeek), clock, 9h);
