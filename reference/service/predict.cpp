@@ -187,20 +187,20 @@ void Predictor::message(const Frame& f, std::vector<Expected>& out) {
 }
 
 // Whether the message ends an epoch that is to be answered. One that is refused does so, too;
-// unless its time says that it belongs to another epoch, which leaves that of the same station
-// without end.
+// unless it is another station's, or its time says that it belongs to another epoch, which leaves
+// the one being collected without end.
 bool Predictor::observations(const Frame& f) {
     const std::optional<Msm> head = headOf(f);
     if (!head)
         return false; // what it says of its epoch is not known
     const std::optional<GpsTime> t = timeNear(*head, time_);
-    const bool other = t && otherStation(f);
-    const std::optional<Msm> m = t && !other ? contentsOf(f) : std::nullopt;
+    if (t && otherStation(f))
+        return false;
+    const std::optional<Msm> m = t ? contentsOf(f) : std::nullopt;
     if (m) {
         collect(*m, *t);
     } else if (collecting_ && t && datesEpochs(head->system) && !sameTime(*t, *collecting_)) {
-        if (!other)
-            forgetEpoch();
+        forgetEpoch();
         return false;
     }
     return collecting_ && !head->more;

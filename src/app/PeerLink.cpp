@@ -16,6 +16,8 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kShortConnection{3000};
 constexpr std::chrono::duration<double> kMostPatience{1.0};
+// Two stations on one stream have epochs of the same time, one behind the other.
+constexpr std::chrono::duration<double> kLeastPatience{0.01};
 constexpr double kPatienceRegained = 0.1; // of the time that passes
 constexpr int kMostUnsentBeforeFrame = 32768;
 // The path is told to be free again behind that many replies, so that one with room for every
@@ -66,7 +68,7 @@ void PeerLink::sendReply(int fd, std::span<const std::uint8_t> reply, double epo
     // played fast: until it is due, waiting makes nothing older. A live stream is never ahead.
     Seconds ahead = kMostPatience;
     if (lastAt_.count() != 0)
-        ahead = Seconds(epochS - lastEpochS_) - (now - lastAt_);
+        ahead = std::max<Seconds>(Seconds(epochS - lastEpochS_) - (now - lastAt_), kLeastPatience);
     const bool fits = leavesRoom(fd, 0, ahead);
     lastAt_ = monotonicNow();
     lastEpochS_ = epochS;

@@ -100,15 +100,14 @@ Status refuse(RtcmState& s, const EpochMessage& m) {
     if (m.otherStation && hasOption(s, "-STA="))
         return kMalformed; // a station that the options leave out
     s.refused = {m.type, m.field};
-    if (s.epoch.unknown())
+    // What another station sends ends that station's epoch, not the one being collected.
+    if (m.otherStation || s.epoch.unknown())
         return kMalformed;
     if (m.time && carried(m.system) && !sameTime(*m.time, s.epoch)) {
-        // Of another epoch. If it is this station's, then the one being collected has no end.
-        if (!m.otherStation) {
-            s.obs.n = 0;
-            s.epoch = {};
-            s.dated = false;
-        }
+        // The station is at another epoch: the one being collected has no end.
+        s.obs.n = 0;
+        s.epoch = {};
+        s.dated = false;
         return kMalformed;
     }
     return m.more ? kMalformed : endOfMessage(s, /*more=*/false);

@@ -82,10 +82,11 @@ TEST(Service, AnswersAGeneratedStreamOfAllSystems) {
 TEST(Service, AnswersEveryEpochOfReceiversWithTheirQuirks) {
     const struct {
         const char* file;
+        int replies; // of 40; in the others the last message is not of the first one's station
         std::map<char, int> leastCells; // by system
     } cases[] = {
-        {"week-start-msm.rtcm3", {{'G', 500}, {'R', 300}, {'E', 500}, {'C', 500}, {'J', 80}}},
-        {"week-start-legacy.rtcm3", {{'G', 200}, {'R', 200}}}};
+        {"week-start-msm.rtcm3", 39, {{'G', 500}, {'R', 300}, {'E', 500}, {'C', 500}, {'J', 80}}},
+        {"week-start-legacy.rtcm3", 38, {{'G', 200}, {'R', 200}}}};
     for (const auto& c : cases) {
         const Bytes stream = recording(c.file);
         ref::Expectation e = expectation();
@@ -97,7 +98,7 @@ TEST(Service, AnswersEveryEpochOfReceiversWithTheirQuirks) {
         const ref::Verdict v =
             judge(stream, peer.exchange(stream, 700, static_cast<int>(owed.size())), e);
         expectRight(v);
-        EXPECT_EQ(v.replies, 40) << c.file;
+        EXPECT_EQ(v.replies, c.replies) << c.file;
         std::map<char, int> cells;
         for (const auto& [signal, count] : v.signals)
             cells[signal[0]] += count;

@@ -158,7 +158,9 @@ TEST_F(Predictions, AreRightForRefusedMessages) {
         // what is refused ends the epoch of the others, whatever the reason
         {{g(more), msm('C', "2I", last, never)}, {0}},
         {{g(more), overfull(last)}, {0}},
-        {{g(more), msm('E', "1X", last, 430650000, 9)}, {0}},
+        // ... but what another station sends is not of that epoch
+        {{g(more), msm('E', "1X", last, 430650000, 9)}, {}},
+        {{g(more), msm('E', "1X", last, 430650000, 9), msm('R', "1C", last, 85047000)}, {0}},
         {{legacy(1012, 5, more), msm('E', "1X", last, never)}, {0}},
         // in the middle, or in front, it only brings nothing
         {{g(more), msm('C', "2I", more, never), msm('E', "1X", last)}, {0}},
