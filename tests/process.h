@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include <iterator>
 #include <netinet/in.h>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -54,7 +56,7 @@ inline std::vector<std::string> started(const std::string& program,
     return words;
 }
 
-/// This process, a child of the test, becomes that program.
+/// This process, a child of the test, becomes that program, which does not outlive the test.
 [[noreturn]] inline void become(const std::string& program,
                                 const std::vector<std::string>& arguments) {
     std::vector<std::string> words = started(program, arguments);
@@ -62,10 +64,13 @@ inline std::vector<std::string> started(const std::string& program,
     std::vector<char*> argv(words.size() + 1);
     std::transform(words.begin(), words.end(), argv.begin(),
                    [](auto& word) { return word.data(); });
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     execv(file.c_str(), argv.data());
     _exit(127);
 }
 
+/// Stands behind "exec" in front of a program that must not outlive the test.
+inline constexpr const char* kMortal = "setpriv --pdeathsig KILL ";
 /// The program in a line of the shell, which may go on with arguments and redirections.
 inline std::string shellWords(const std::string& program) {
     std::string line;

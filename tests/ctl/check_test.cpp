@@ -108,8 +108,8 @@ std::string inFolder(const fs::path& folder) {
 
 /// Runs the service until it has ended, or has tried to connect: then the status is 0.
 Ran runService(const fs::path& folder, const std::string& switches) {
-    const std::string command = inFolder(folder) + "echo $$; exec " + shellWords(kServiceProgram) +
-                                "-mode vrs vrs.json " + switches;
+    const std::string command = inFolder(folder) + "echo $$; exec " + kMortal +
+                                shellWords(kServiceProgram) + "-mode vrs vrs.json " + switches;
     FILE* const pipe = popen(command.c_str(), "r");
     std::string output, line;
     pid_t process = 0;

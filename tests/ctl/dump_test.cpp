@@ -486,7 +486,7 @@ TEST(Kestrunectl, ReadsALiveStreamByName) {
     ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&at), size), 0);
     ASSERT_EQ(listen(listener, 1), 0);
     getsockname(listener, reinterpret_cast<sockaddr*>(&at), &size);
-    const std::string command = "echo $$; exec " + shellWords(kCtlProgram) +
+    const std::string command = std::string("echo $$; exec ") + kMortal + shellWords(kCtlProgram) +
                                 "dump localhost:" + std::to_string(ntohs(at.sin_port));
     FILE* const pipe = popen(command.c_str(), "r");
     const auto line = [pipe] {
