@@ -45,7 +45,7 @@ std::vector<std::string> filesOfSession() {
     Findings ignored;
     const JsonDocument document(DLY.file, ignored);
     if (const cJSON* const tables = document.root ? document.member("files") : nullptr;
-        cJSON_IsString(tables))
+        tables && cJSON_IsString(tables))
         files.push_back(valueOf(*tables, document, "files", ignored));
     if (DLY.systems.find('R') != std::string::npos)
         files.push_back(t.leapsc);

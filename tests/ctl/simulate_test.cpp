@@ -239,6 +239,8 @@ std::vector<Bytes> withoutObservations(Bytes f) {
 } // namespace
 
 TEST(Simulator, FindsNothingWrongWithTheService) {
+    const std::string allFaults = "garbage,bitflip,truncate,duplicate,reorder,burst,"
+                                  "no-ephemerides,old-ephemerides,refused-message";
     const std::vector<std::vector<std::string>> cases{
         {"--start", "2026-02-28T23:59:38", "--duration", "8", "--msm", "7", "--tracking",
          "combined", "--systems", "GRECJS", "--noise", "--ephemerides", "interleaved", "--split",
@@ -250,8 +252,7 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
         {"--start", "2038-01-19T03:14:04", "--duration", "8"},
         {"--start", "2038-11-20T23:59:38", "--duration", "8"},
         {"--start", "2026-03-01T12:00:00", "--duration", "30", "--rate", "10", "--fault",
-         "garbage,bitflip,truncate,duplicate,reorder,burst,no-ephemerides,old-ephemerides,"
-         "refused-message"}};
+         allFaults}};
     const std::string file = testing::TempDir() + "kestrune_replies" + std::to_string(getpid());
     for (std::vector<std::string> options : cases) {
         options.insert(options.end(), {"--speed", "max", "--replies", file});
