@@ -75,6 +75,7 @@ void prepareSession() {
     DLY.counters = {};
     DLY.stationEpochs.assign(DLY.stations.size(), {});
     Rnxeph_initial();
+    StreamObs_m_initial();
 }
 
 void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {

@@ -207,6 +207,11 @@ int StreamReader(std::size_t station, const std::uint8_t* buffer, int length) {
     return 0;
 }
 
+void StreamObs_m_initial() {
+    decoderReady = false;
+    contradictions = {};
+}
+
 void StreamObs_m_restart() {
     init_rtcm(Decoder);
     contradictions.newConnection();

@@ -19,6 +19,9 @@ extern ReplyCallback onrtcm;
 /// Decodes a received block into the station of that index; always 0. A message that ends in a
 /// later block is completed then.
 int StreamReader(std::size_t station, const std::uint8_t* buffer, int length);
+/// Takes intake back to its start: the next bytes are the first ones; no channel is known and no
+/// contradiction told.
+void StreamObs_m_initial();
 /// Forgets the unfinished frame and epoch of a connection that is gone.
 void StreamObs_m_restart();
 
