@@ -109,6 +109,11 @@ double freqbytp(std::size_t satellite, std::string_view slot) {
     return validChannel(k) ? hz : 0.0;
 }
 
+double carrierOf(std::size_t satellite, std::size_t slot) {
+    const CarrierSlot& s = DLY.satellites[satellite].slots[slot];
+    return s.hz > 0.0 ? s.hz : freqbytp(satellite, s.name); // the stream may tell the channel
+}
+
 bool get_freq(SatelliteRecord& satellite, std::string_view mode, std::span<const std::string> names,
               Findings& findings) {
     const auto refuse = [&](std::string complaint) {

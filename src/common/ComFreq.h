@@ -20,6 +20,8 @@ double getfreq(char system, std::string_view slot, int k);
 /// Carrier of a configured satellite's slot, Hz; 0 where the system (one printed line) or the
 /// GLONASS channel is unknown.
 double freqbytp(std::size_t satellite, std::string_view slot);
+/// The same by the number of the slot, below the size of the satellite's slots.
+double carrierOf(std::size_t satellite, std::size_t slot);
 /// Channel of a configured GLONASS satellite from the object file or else from the stream;
 /// kUnknownChannel where neither knows.
 int glonassChannel(std::size_t satellite);

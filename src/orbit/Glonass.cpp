@@ -95,12 +95,8 @@ void BrdUtils_pz902wgs84(int mjd, double sod, OrbitState& state, std::string_vie
         state[i] = t.shiftKm[i] + t.scale * turned[i];
 }
 
-int BrdUtils_m_reph2xyz(const GLSEPH& r, std::string_view mode, int mjd, OrbitState& position,
-                        double& clock, double sod) {
-    const double dt = 86400.0 * (mjd - r.mjd) + sod - r.sod;
-    clock = r.clockBias + r.gamma * dt;
-    if (mode == "ynn")
-        return -1;
+OrbitState glonassState(const GLSEPH& r, MjdTime at) {
+    const double dt = timdif(at.mjd, r.mjd, at.sod, r.sod);
     const double rest = dt - std::trunc(dt / kStepS) * kStepS;
     const double step = dt < 0.0 ? -kStepS : kStepS;
     OrbitState s = BrdUtils_glsinit(r);
@@ -108,8 +104,17 @@ int BrdUtils_m_reph2xyz(const GLSEPH& r, std::string_view mode, int mjd, OrbitSt
         s = BrdUtils_glsrkf4(s, r.accKmps2, rest);
     for (double t = rest; std::fabs(dt - t) >= kStepS; t += step)
         s = BrdUtils_glsrkf4(s, r.accKmps2, step);
-    BrdUtils_pz902wgs84(mjd, sod, s, "MCC");
-    for (std::size_t i = 0; i < s.size(); ++i)
-        position[i] = s[i] * 1000.0;
+    BrdUtils_pz902wgs84(at.mjd, at.sod, s, "MCC");
+    for (double& value : s)
+        value *= 1000.0;
+    return s;
+}
+
+int BrdUtils_m_reph2xyz(const GLSEPH& r, std::string_view mode, int mjd, OrbitState& position,
+                        double& clock, double sod) {
+    clock = r.clockBias + r.gamma * timdif(mjd, r.mjd, sod, r.sod);
+    if (mode == "ynn")
+        return -1;
+    position = glonassState(r, {mjd, sod});
     return 1;
 }

@@ -188,35 +188,38 @@ OrbitState fromGeoFrame(const OrbitState& s, double omega, double tk) {
 }
 
 /// C01 to C05; geostationary satellites of other numbers broadcast in the common frame here.
-bool usesGeoFrame(std::string_view cprn) {
-    for (const std::string_view name : {"C01", "C02", "C03", "C04", "C05"})
-        if (contains(cprn, name))
-            return true;
-    return false;
+bool usesGeoFrame(const GPSEPH& r) {
+    return r.cprn.starts_with("C0") && prnOf(r.cprn) >= 1 && prnOf(r.cprn) <= 5;
+}
+
+char systemOf(const GPSEPH& r) {
+    return r.cprn.empty() ? '\0' : r.cprn.front();
 }
 
 } // namespace
 
+OrbitState keplerState(const GPSEPH& r, WeekTime t) {
+    const OrbitConstants& k = constantsOf(systemOf(r));
+    const double tk = (t.week - r.week) * kSecondsPerWeek + t.sow - r.toe;
+    const InPlane plane = inPlane(r, meanMotion(r, k.gm, tk), tk);
+    if (usesGeoFrame(r)) {
+        const Motion node{r.OMEGA0 + r.OMEGADOT * tk - k.omega * r.toe, r.OMEGADOT};
+        return fromGeoFrame(turned(plane, node), k.omega, tk);
+    }
+    const double rate = r.OMEGADOT - k.omega;
+    return turned(plane, {r.OMEGA0 + rate * tk - k.omega * r.toe, rate});
+}
+
 int BrdUtils_m_geph2xyz(const GPSEPH& r, std::string_view mode, int week, OrbitState& position,
                         double& clock, double sow) {
-    const char system = r.cprn.empty() ? '\0' : r.cprn.front();
-    const OrbitConstants& k = constantsOf(system);
-    const double tk = (week - r.week) * 604800.0 + sow - r.toe;
     const double dt = (week * 7 + kGpsEpochMjd - r.tocMjd) * 86400.0 + sow - r.tocSod;
     clock = r.af0 + (r.af1 + r.af2 * dt) * dt;
-    if (system == 'C')
+    if (systemOf(r) == 'C')
         clock -= bdsGroupDelay(r);
     if (contains(mode, "ynn"))
         return -1;
 
-    const InPlane plane = inPlane(r, meanMotion(r, k.gm, tk), tk);
-    if (system == 'C' && usesGeoFrame(r.cprn)) {
-        const Motion node{r.OMEGA0 + r.OMEGADOT * tk - k.omega * r.toe, r.OMEGADOT};
-        position = fromGeoFrame(turned(plane, node), k.omega, tk);
-    } else {
-        const double rate = r.OMEGADOT - k.omega;
-        position = turned(plane, {r.OMEGA0 + rate * tk - k.omega * r.toe, rate});
-    }
+    position = keplerState(r, {week, sow});
     if (!mode.ends_with('y'))
         std::fill(position.begin() + 3, position.end(), 0.0);
     return 1;

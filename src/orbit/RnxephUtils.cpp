@@ -42,6 +42,23 @@ int report(int result, std::size_t satellite, const std::string& cprn) {
 
 } // namespace
 
+bool satelliteState(std::size_t satellite, MjdTime t, OrbitState& state, int& ephemerisIndex) {
+    const char system = DLY.satelliteNames[satellite].front();
+    const WeekTime gps = mjd2wksow(t.mjd, t.sod);
+    if (system == 'R') {
+        const GLSEPH* const record =
+            select<GLSEPH>(BRDEPH.glonass, satellite, &GLSEPH::mjd, &GLSEPH::sod, ephemerisIndex);
+        if (record)
+            state = glonassState(*record, wksow2mjd(gps.week, gps.sow));
+        return record != nullptr;
+    }
+    const GPSEPH* const record =
+        select<GPSEPH>(BRDEPH.kepler, satellite, &GPSEPH::tocMjd, &GPSEPH::tocSod, ephemerisIndex);
+    if (record)
+        state = keplerState(*record, {gps.week, system == 'C' ? gps.sow - kBdtOffset : gps.sow});
+    return record != nullptr;
+}
+
 int BrdUtils_m_brd2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState& position,
                        double& clock, int& ephemerisIndex, double secondOfWeek) {
     const GPSEPH* const record =

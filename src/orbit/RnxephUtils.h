@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/ComTime.h"
 #include "orbit/Rnxeph.h"
 
 #include <array>
@@ -23,6 +24,14 @@ int BrdUtils_m_brd2xyz(std::string_view mode, std::size_t satellite, int week, O
 /// The same for a GLONASS satellite.
 int BrdUtils_m_gls2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState& position,
                        double& clock, int& ephemerisIndex, double secondOfWeek);
+
+/// Position and velocity of a configured satellite at a time of transmission (GPS time, BeiDou's
+/// too). False, with a line, where there is no ephemeris of the last two hours. The slot used goes
+/// to `ephemerisIndex`.
+bool satelliteState(std::size_t satellite, MjdTime t, OrbitState& state, int& ephemerisIndex);
+/// The same of one record, at a GPS time (BDT for BeiDou).
+OrbitState keplerState(const GPSEPH& record, WeekTime t);
+OrbitState glonassState(const GLSEPH& record, MjdTime t);
 
 /// Kepler orbit of one record; -1 when no position was computed (clock only).
 int BrdUtils_m_geph2xyz(const GPSEPH& record, std::string_view mode, int week, OrbitState& position,

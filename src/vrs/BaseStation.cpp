@@ -48,16 +48,5 @@ int VrsBaseStation_m_outputObservation(const VrsObsPack& pack) {
 
 int VrsBaseStation_v_readOrbit(std::size_t satellite, int mjd, OrbitState& position,
                                int& ephemerisIndex, double sod) {
-    const WeekTime t = mjd2wksow(mjd, sod);
-    position = {};
-    double clock = 0.0;
-    switch (DLY.satelliteNames[satellite].front()) {
-    case 'R':
-        return BrdUtils_m_gls2xyz("yyy", satellite, t.week, position, clock, ephemerisIndex, t.sow);
-    case 'C':
-        return BrdUtils_m_brd2xyz("yyy", satellite, t.week, position, clock, ephemerisIndex,
-                                  t.sow - kBdtOffset);
-    default:
-        return BrdUtils_m_brd2xyz("yyy", satellite, t.week, position, clock, ephemerisIndex, t.sow);
-    }
+    return satelliteState(satellite, {mjd, sod}, position, ephemerisIndex) ? 1 : 0;
 }

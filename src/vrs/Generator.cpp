@@ -15,6 +15,7 @@ namespace {
 
 constexpr double kElevationCutoffDeg = 5.0;
 constexpr double kHistoryAgeS = 30.0;
+constexpr double kForecastS = 10.0; // further ahead a rate alone is not near enough
 constexpr double kMaxOffsetM = 5000.0;
 constexpr double kPresent = 1e-6;
 constexpr double kFactorUnset = 0.01;
@@ -26,20 +27,32 @@ struct Geometry {
     double referenceM = 0.0;
 };
 
+/// The light time of an epoch, from the last one before; 0 = unknown.
+double forecastLightTime(const RangeHistory& history, const VrsObsPack& epoch) {
+    const double sinceS = timdif(epoch.mjd, history.seen.mjd, epoch.sod, history.seen.sod);
+    return std::fabs(sinceS) <= kForecastS ? history.lightTimeS + history.lightTimeRate * sinceS
+                                           : 0.0;
+}
+
 /// The satellite at the transmit time of the virtual point; nothing where there is no orbit (its
 /// reader has said so) or no convergence.
 std::optional<Geometry> geometryOf(std::size_t satellite, VrsObsPack& reference,
                                    const Vector3& virtualXyz) {
     Geometry g;
+    RangeHistory& history = last_drleng[satellite];
     std::array<SightPoint, 2> points{
         {{virtualXyz, virtualXyz}, {DLY.stations[0].xyz, reference.xyz}}};
-    const LightTime result = solveLightTime(satellite, reference, points, g.satellite);
+    const LightTime result = solveLightTime(satellite, reference, points, g.satellite,
+                                            forecastLightTime(history, reference));
     if (result == LightTime::notConverged)
         print(Lasting{Cause::noConvergence, satellite},
               "***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",
               DLY.satelliteNames[satellite].c_str(), points[0].deltaS);
     if (result != LightTime::found)
         return std::nullopt;
+    history.seen = {reference.mjd, reference.sod};
+    history.lightTimeS = points[0].lightTimeS;
+    history.lightTimeRate = lightTimeRate(g.satellite, virtualXyz);
     g.virtualM = points[0].rangeM;
     g.referenceM = points[1].rangeM;
     return g;
@@ -49,23 +62,15 @@ double elevationDeg(const OrbitState& satellite, const Vector3& point, const Mat
     return elevationOf(localSight(satellite, point, fromLocal)) * 180.0 / kPi;
 }
 
-/// Name of carrier slot k: slots 4 to 7 repeat the names of slots 0 to 3, for a second set of
-/// codes. Empty = the system has no such slot.
-std::string_view slotName(const std::vector<std::string>& names, std::size_t k) {
-    if (k < names.size())
-        return names[k];
-    if (k >= kMaxFrequencies && k - kMaxFrequencies < names.size())
-        return names[k - kMaxFrequencies];
-    return {};
-}
-
-/// Shifts one satellite's slots by the range difference (m).
+/// Shifts one satellite's slots by the range difference (m). Slots 4 to 7 have the carriers of
+/// slots 0 to 3, for a second set of codes.
 void shiftSlots(SatelliteObs& out, const SatelliteObs& in, std::size_t satellite,
-                const std::vector<std::string>& names, double rangeDifference, double ageS) {
+                double rangeDifference, double ageS) {
     const double lastDifference = last_drleng[satellite].drleng;
+    SatelliteRecord& record = DLY.satellites[satellite];
     for (std::size_t k = 0; k < kMaxSlots; ++k) {
-        const std::string_view name = slotName(names, k);
-        if (name.empty())
+        const std::size_t carrier = k % kMaxFrequencies;
+        if (carrier >= record.slots.size())
             continue;
         if (std::fabs(in.range[k]) > kPresent) {
             out.range[k] = in.range[k] + rangeDifference;
@@ -73,13 +78,13 @@ void shiftSlots(SatelliteObs& out, const SatelliteObs& in, std::size_t satellite
         }
         if (!(std::fabs(in.phase[k]) > kPresent))
             continue;
-        const double hz = freqbytp(satellite, name);
+        const double hz = carrierOf(satellite, carrier);
         if (hz <= 0.0)
             continue; // no wavelength, no phase
         const double wavelengthM = kSpeedOfLight / hz;
-        double& factor = DLY.satellites[satellite].ionosphereFactor[k];
+        double& factor = record.ionosphereFactor[k]; // recorded only
         if (std::fabs(factor) < kFactorUnset) {
-            const double f1 = freqbytp(satellite, names[0]);
+            const double f1 = carrierOf(satellite, 0);
             factor = f1 * f1 / (hz * hz);
         }
         out.phase[k] = in.phase[k] + rangeDifference / wavelengthM;
@@ -153,9 +158,9 @@ void VrsGenerator_s_genObservation_raw(VrsObsPack& out, VrsObsPack& reference,
                   name.c_str(), elevation);
             continue;
         }
-        const auto system = static_cast<std::size_t>(index_string(kSystems, name.front()));
-        shiftSlots(out.obs.row(i), reference.obs[i], i, DLY.stationFrequencies[system],
-                   rangeDifference, ageS);
-        history = {DLY.currentMjd, DLY.currentSod, rangeDifference};
+        shiftSlots(out.obs.row(i), reference.obs[i], i, rangeDifference, ageS);
+        history.mjd = DLY.currentMjd;
+        history.sod = DLY.currentSod;
+        history.drleng = rangeDifference;
     }
 }

@@ -10,11 +10,15 @@
 /// geometric range (Earth rotation included). Both points see the satellite at the transmit time
 /// of the virtual one; no clock, atmosphere or antenna enters.
 
-/// What the Doppler correction needs of a satellite's last epoch.
+/// What is kept of a satellite from epoch to epoch: for the Doppler correction its last answered
+/// epoch, and the last light time to the virtual point, from which the next is forecast.
 struct RangeHistory {
     int mjd = 0;
     double sod = 0.0;
     double drleng = 0.0; // range at the virtual point minus range at the reference, m
+    MjdTime seen;
+    double lightTimeS = 0.0; // 0 = none
+    double lightTimeRate = 0.0;
 };
 /// By configured satellite; lives as long as the process.
 extern std::array<RangeHistory, kMaxSatellites> last_drleng;

@@ -5,6 +5,7 @@
 #include "reference/standard/msm.h"
 #include "vrs/BaseStation.h"
 #include "vrs/Generator.h"
+#include "vrs/Sight.h"
 #include "vrs/VrsEncoder.h"
 #include "vrs/VrsMain.h"
 
@@ -152,6 +153,35 @@ TEST_F(Virtual, DopplerFollowsTheRateOfTheChangeOfRange) {
     EXPECT_NEAR(dopplerAt(41),
                 500.0 + truth(name, kNow + 41.0).deltaM / 35.0 * 1575420000.0 / ref::kLightSpeed,
                 2e-4);
+}
+
+/// One look at a forecast transmit time gives what the iteration gives, or the iteration itself.
+TEST_F(Virtual, LightTimesThatWereForecastAreThoseOfTheIteration) {
+    const std::array<SightPoint, 2> none{
+        {{request.xyz, request.xyz}, {reference->xyz, reference->xyz}}};
+    int looked = 0;
+    for (const std::string& name : {inView('G').at(0), inView('R').at(0), inView('E').at(0),
+                                    inView('C').at(0), inView('J').at(0)}) {
+        const std::size_t i = indexOf(name);
+        std::array<SightPoint, 2> iterated = none;
+        OrbitState state{};
+        ASSERT_EQ(solveLightTime(i, *reference, iterated, state), LightTime::found);
+        for (const double wrongS : {0.0, 9e-8, -9e-8, 2e-7, 1e-3, -0.05}) {
+            std::array<SightPoint, 2> forecast = none;
+            OrbitState moved{};
+            ASSERT_EQ(
+                solveLightTime(i, *reference, forecast, moved, iterated[0].lightTimeS + wrongS),
+                LightTime::found);
+            looked += moved != state ? 1 : 0;
+            EXPECT_LE(std::hypot(moved[0] - state[0], moved[1] - state[1], moved[2] - state[2]),
+                      std::abs(wrongS) < 1e-7 ? 3e-7 : 0.0) // a second of week ends at 6e-11 s
+                << name << ' ' << wrongS;
+            EXPECT_NEAR(forecast[0].rangeM - forecast[1].rangeM,
+                        iterated[0].rangeM - iterated[1].rangeM, 1e-8)
+                << name << ' ' << wrongS;
+        }
+    }
+    EXPECT_GT(looked, 5); // not all were iterated
 }
 
 TEST_F(Virtual, SatellitesBelowFiveDegreesOrWithoutOrbitAreLeftOut) {
