@@ -106,6 +106,7 @@ private:
     void take(const Lasting& what, std::string_view text) override;
     void epochEnd() override {}
     void ended(Cause) override {}
+    void flush() override {}
     void lastLine() override;
 
     const double limitS_;

@@ -4,6 +4,7 @@
 #include "process.h"
 #include "session.h"
 
+#include "common/Clock.h"
 #include "reference/service/predict.h"
 
 #include <csignal>
@@ -178,6 +179,18 @@ public:
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
     std::string log() const { return readFile(folder / "log"); }
+    /// Waits for a line, which gets out behind a reply.
+    bool tells(const std::string& line) const {
+        for (int i = 0; i < 1000 && log().find(line) == std::string::npos; ++i)
+            sleepms(20);
+        return log().find(line) != std::string::npos;
+    }
+    /// Ends the service by a signal; all that it printed.
+    std::string wholeLog() {
+        signal(SIGTERM);
+        EXPECT_EQ(end(), -SIGTERM);
+        return log();
+    }
     /// The descriptors of the process that are sockets.
     std::vector<std::string> sockets() const {
         std::vector<std::string> out;

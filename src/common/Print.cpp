@@ -17,7 +17,7 @@ template <class What> void vprint(const What& what, const char* format, std::va_
         std::vprintf(format, args);
         return;
     }
-    std::array<char, 512> line{};
+    std::array<char, 512> line; // filled below
     std::va_list again;
     va_copy(again, args);
     const int length = std::vsnprintf(line.data(), line.size(), format, args);
@@ -65,6 +65,11 @@ void printEnded(Cause cause) {
         printTarget->ended(cause);
 }
 
+void printFlush() {
+    if (printTarget)
+        printTarget->flush();
+}
+
 void fatal(const char* format, ...) {
     if (printTarget)
         printTarget->lastLine();
@@ -73,6 +78,7 @@ void fatal(const char* format, ...) {
     vprint(Level::error, format, args);
     va_end(args);
     print(Level::error, "\n");
+    printFlush();
     std::fflush(stdout);
     std::exit(EXIT_FAILURE);
 }

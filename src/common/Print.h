@@ -49,6 +49,9 @@ void printEpochEnd();
 /// Whatever lasted for this cause has ended.
 void printEnded(Cause cause);
 
+/// Lets out what the target has kept back: before the process waits or ends.
+void printFlush();
+
 /// Prints the line and ends the process with status 1.
 [[noreturn, gnu::format(printf, 1, 2)]] void fatal(const char* format, ...);
 
@@ -59,6 +62,8 @@ public:
     virtual void take(const Lasting& what, std::string_view text) = 0;
     virtual void epochEnd() = 0;
     virtual void ended(Cause cause) = 0;
+    /// Whole lines may wait until this; the handler of a signal calls it, too.
+    virtual void flush() = 0;
     /// The process ends behind the next line.
     virtual void lastLine() = 0;
 

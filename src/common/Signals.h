@@ -6,7 +6,8 @@
 
 /// Makes both end the process at once, also as process 1 of a PID namespace: there a
 /// signal without a handler is ignored (pid_namespaces(7)). Elsewhere its parent still sees a death
-/// by the signal; process 1 ends with status 128 and the signal's number.
+/// by the signal; process 1 ends with status 128 and the signal's number. Before these and those of
+/// a crash end it, the lines that were printed get out.
 void endOnSignals();
 
 /// Holds both back during its lifetime.
@@ -19,4 +20,14 @@ public:
 
 private:
     sigset_t before_{};
+};
+
+/// Their handler does nothing during its lifetime, and the end comes with that of the last one.
+/// Unlike SignalsHeld it costs no system call, and does not keep them from a call that waits.
+class SignalsDeferred {
+public:
+    SignalsDeferred();
+    ~SignalsDeferred();
+    SignalsDeferred(const SignalsDeferred&) = delete;
+    SignalsDeferred& operator=(const SignalsDeferred&) = delete;
 };

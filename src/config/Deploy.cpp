@@ -285,6 +285,7 @@ void usage() {
     print(Level::error, "Welcome to Kestrune!\n"
                         "Example: Kestrune -mode vrs vrs.json -rawsav/vrssav(*)\n"
                         "Example: where (*) denotes optional parameter.\n");
+    printFlush();
     std::exit(EXIT_FAILURE);
 }
 

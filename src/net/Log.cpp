@@ -66,6 +66,10 @@ void Log::tellEnded(std::string_view line) {
     take(Level::notice, "\n");
 }
 
+void Log::flush() {
+    writer_.flush();
+}
+
 void Log::lastLine() {
     writer_.waitFor(kLastLine);
 }

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-/// Log: what the service prints, line by line, to a descriptor that it never waits for. Where that
-/// is the journal's (JOURNAL_STREAM, systemd.exec(5)) each line begins with its level
+/// Log: what the service prints, by whole lines, to a descriptor that it never waits for. Where
+/// that is the journal's (JOURNAL_STREAM, systemd.exec(5)) each line begins with its level
 /// (sd-daemon(3)), and a warning that lasted is told once more when it has ended. Everywhere else
 /// the lines are as they were printed.
 
@@ -19,6 +19,7 @@ public:
     void take(const Lasting& what, std::string_view text) override;
     void epochEnd() override;
     void ended(Cause cause) override;
+    void flush() override;
     void lastLine() override;
 
 private:

@@ -1,6 +1,7 @@
 #include "net/Notify.h"
 
 #include "common/Clock.h"
+#include "common/Print.h"
 
 #include <algorithm>
 #include <array>
@@ -145,6 +146,7 @@ void notifyDue() {
 }
 
 bool waitTelling(int fd, short events, milliseconds limit) {
+    printFlush();
     const Instant end = monotonicNow() + limit;
     pollfd p{fd, events, 0};
     for (;;) {

@@ -20,7 +20,8 @@ void notifyDue();
 
 /// Longer than any process lives, and short enough for sums of nanoseconds.
 inline constexpr std::chrono::milliseconds kNoLimit = std::chrono::hours(24 * 365 * 100);
-/// Waits until poll finds the descriptor ready (or in error), and meanwhile sends what is due.
+/// Lets the printed lines out, then waits until poll finds the descriptor ready (or in error), and
+/// meanwhile sends what is due.
 /// False when the limit passes first.
 bool waitTelling(int fd, short events, std::chrono::milliseconds limit);
 /// Waits for nothing but the time.

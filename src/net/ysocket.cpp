@@ -3,6 +3,7 @@
 #include "common/Print.h"
 #include "net/Notify.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
@@ -155,6 +156,12 @@ int socket_isconnection(int fd) {
     return info.tcpi_state == TCP_ESTABLISHED ? 0 : -1;
 }
 
+bool socket_isstream(int fd) {
+    int type = 0;
+    socklen_t length = sizeof type;
+    return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) == 0 && type == SOCK_STREAM;
+}
+
 bool socket_wait(int fd, std::chrono::milliseconds limit) {
     return waitTelling(fd, POLLIN, limit);
 }
@@ -168,7 +175,14 @@ int socket_recv_timeout(int fd, std::span<std::uint8_t> buffer) {
 }
 
 int socket_send(int fd, std::span<const std::uint8_t> bytes) {
-    const auto sent = send(fd, bytes.data(), bytes.size(), 0);
+    auto sent = send(fd, bytes.data(), bytes.size(), MSG_DONTWAIT);
+    const auto taken = std::max<ssize_t>(sent, 0);
+    if (sent != static_cast<ssize_t>(bytes.size()) && (sent >= 0 || errno == EAGAIN)) {
+        printFlush();
+        const auto rest = bytes.subspan(static_cast<std::size_t>(taken));
+        const auto more = send(fd, rest.data(), rest.size(), 0);
+        sent = more > 0 ? taken + more : taken > 0 ? taken : more;
+    }
     if (sent != static_cast<ssize_t>(bytes.size())) {
         const int error = errno;
         dissolve(fd);

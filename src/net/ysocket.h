@@ -33,14 +33,17 @@ bool socket_wait(int fd, std::chrono::milliseconds limit);
 int socket_recv(int fd, std::span<std::uint8_t> buffer);
 /// The same: there is no time limit.
 int socket_recv_timeout(int fd, std::span<std::uint8_t> buffer);
-/// One send; when the peer does not take it all, the connection is dissolved, so that it never
-/// sees half a frame followed by another. Bytes sent, or -1 with errno.
+/// Sends; when the peer does not take it all in time, the connection is dissolved, so that it never
+/// sees half a frame followed by another. Bytes sent, or -1 with errno. Printed lines get out
+/// before it has to wait.
 int socket_send(int fd, std::span<const std::uint8_t> bytes);
 /// Sends what fits at once: bytes sent, or -1. The connection stays as it is.
 int socket_send_now(int fd, std::string_view text);
 /// Bytes of earlier sends that are still waiting here, on their way nowhere yet; those that were
 /// sent and are not acknowledged do not count. 0 where the kernel cannot tell.
 int socket_unsent(int fd);
+/// Whether the descriptor is a socket that carries bytes, not datagrams.
+bool socket_isstream(int fd);
 int closesocket(int fd);
 /// Text of errno; empty when it is 0.
 std::string socket_get_last_err();

@@ -127,6 +127,7 @@ public:
             if (n != static_cast<ssize_t>(record.size()))
                 return text("no room for more than %zd bytes", n) + takeBack(before.st_size, n);
         }
+        printFlush(); // the disk may take long
         if (fsync(fd_) == 0)
             return {};
         const std::string reason = std::strerror(errno);

@@ -35,12 +35,6 @@ Generated generated(int epochs) {
     return out;
 }
 
-bool waitForLine(const Service& service, const std::string& line) {
-    for (int i = 0; i < 1000 && !contains(service.log(), line); ++i)
-        sleepms(20);
-    return contains(service.log(), line);
-}
-
 /// A stream is answered whole.
 void expectAnswers(Peer& peer) {
     const Generated s = generated(2);
@@ -85,13 +79,12 @@ TEST(SlowPath, HasRepliesDroppedWholeAndTold) {
     std::size_t sent = 0;
     for (; sent < 40; ++sent) // nobody reads, and few fit
         ASSERT_TRUE(peer.sendOnly(s.epochs[sent]));
-    ASSERT_TRUE(
-        waitForLine(service, "***WARN: Path to " + place + " is slow, replies are dropped!\n"));
+    ASSERT_TRUE(service.tells("***WARN: Path to " + place + " is slow, replies are dropped!\n"));
     Bytes got = peer.exchange({}, 1, 1);
     for (; sent < 60; ++sent)
         got = peer.exchange(s.epochs[sent], 4096, wholeFrames(got) + 1, got);
     const std::string free = "***INFO: Path to " + place + " is free again, ";
-    ASSERT_TRUE(waitForLine(service, free));
+    ASSERT_TRUE(service.tells(free));
     const std::string log = service.log();
     int dropped = 0;
     int frames = -1;

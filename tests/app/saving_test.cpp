@@ -164,10 +164,10 @@ TEST(Saving, FollowsTheSwitches) {
     for (const std::vector<std::string>& switches :
          std::vector<std::vector<std::string>>{{"-rawsav"}, {"-vrssav"}, {"-rawsav", "-vrssav"}}) {
         Peer peer;
-        const Service service(peer.port, kClock, {.switches = switches});
+        Service service(peer.port, kClock, {.switches = switches});
         std::vector<ref::Expected> owed;
         play(peer, generated(kStart, 2), owed);
-        const std::string log = service.log();
+        const std::string log = service.wholeLog();
         const std::string file = readFile(service.out() / "str21930.18o");
         if (switches.size() == 2) {
             EXPECT_TRUE(fs::is_empty(service.out()));
@@ -184,7 +184,7 @@ TEST(Saving, FollowsTheSwitches) {
 
 TEST(Saving, TakesAPartOfARecordBackAndGoesOn) {
     Peer peer;
-    const Service service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
+    Service service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
     std::vector<ref::Expected> owed;
     play(peer, generated(kStart, 8), owed);
     const std::vector<Record> records = readRecords(service.out() / "str21930.18o");
@@ -192,25 +192,25 @@ TEST(Saving, TakesAPartOfARecordBackAndGoesOn) {
     EXPECT_LT(records.size(), 8U);
     for (std::size_t i = 0; i < records.size(); ++i)
         compare(records[i], owed[i], expectation());
-    EXPECT_TRUE(contains(service.log(),
+    EXPECT_TRUE(contains(service.wholeLog(),
                          "***WARN(Rnxobs): file = " + (service.out() / "str21930.18o").string() +
                              ",epoch is not written,"));
 }
 
 TEST(Saving, OutlivesAFileAtItsGreatestSize) {
     Peer peer;
-    const Service service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
+    Service service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
     const fs::path file = service.out() / "str21930.18o";
     std::ofstream(file) << std::string(20000, '\n');
     std::vector<ref::Expected> owed;
     play(peer, generated(kStart, 3), owed);
     EXPECT_EQ(fs::file_size(file), 20000U);
-    EXPECT_TRUE(contains(service.log(), ",epoch is not written,File too large\n"));
+    EXPECT_TRUE(contains(service.wholeLog(), ",epoch is not written,File too large\n"));
 }
 
 TEST(Saving, GoesOnWithoutTheFolderOnceItCouldBeUsed) {
     Peer peer;
-    const Service service(peer.port, kClock, {.switches = {"-rawsav"}});
+    Service service(peer.port, kClock, {.switches = {"-rawsav"}});
     std::vector<ref::Expected> owed;
     play(peer, generated(kStart, 2), owed);
     fs::remove_all(service.out());
@@ -218,7 +218,7 @@ TEST(Saving, GoesOnWithoutTheFolderOnceItCouldBeUsed) {
     const auto due = ref::Predictor(expectation()).take(more).size();
     peer.exchange(more, 4096, static_cast<int>(due));
     EXPECT_FALSE(fs::exists(service.out()));
-    EXPECT_TRUE(contains(service.log(), ",epoch is not written,No such file or directory\n"));
+    EXPECT_TRUE(contains(service.wholeLog(), ",epoch is not written,No such file or directory\n"));
 }
 
 TEST(Saving, EndsTheProcessWhereTheFileCannotBeOpened) {

@@ -76,6 +76,7 @@ const std::string kWatchdog = "WATCHDOG_USEC=200000";
 void expectService(Peer& peer, const Service& service) {
     const ref::Bytes frame = ref::frame(ref::write1005({.station = 1, .xyzM = kSite}));
     EXPECT_EQ(peer.exchange(frame, frame.size(), 1), frame);
+    EXPECT_TRUE(service.tells("***INFO: Copy raw buff, size=25\n"));
     EXPECT_EQ(service.log(), "Kestrune v2.5\nppppp:Success\nrecv len:25\n"
                              "***INFO(StreamObs): RtcmObsDecoder_Initial\n"
                              "***WARN(StreamObs): Not support antenna!\n"

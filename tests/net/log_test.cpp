@@ -1,4 +1,5 @@
 #include "common/Findings.h"
+#include "common/Signals.h"
 #include "common/check.h"
 #include "net/Log.h"
 
@@ -44,12 +45,16 @@ bool makePipe(Ends& ends) {
     return made;
 }
 
-bool makeSocket(Ends& ends) {
+bool makePair(Ends& ends, int type) {
     int pair[2];
-    const bool made = socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) == 0;
+    const bool made = socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, pair) == 0;
     ends.reading = pair[0];
     ends.writing = pair[1];
     return made;
+}
+
+bool makeSocket(Ends& ends) {
+    return makePair(ends, SOCK_STREAM);
 }
 
 bool makeTerminal(Ends& ends) {
@@ -82,9 +87,11 @@ TEST(Log, DropsWholeLinesWhereNobodyReadsAndTellsTheirNumber) {
         for (int round = 0; round < 3; ++round) {
             for (int i = 0; i < 20000; ++i)
                 log.take(Level::info, lineOf(printed++));
+            log.flush();
             got += ends.readAll();
         }
         log.take(Level::info, lineOf(printed++));
+        log.flush();
         got += ends.readAll();
         EXPECT_EQ(fcntl(ends.writing, F_GETFL), flags); // others may share the description
         int expected = 0;                               // the number of the next line
@@ -123,10 +130,65 @@ TEST(Log, ShowsLevelsToTheJournalOnly) {
         log.ended(Cause::noConnection);
         log.take(Lasting{Cause::noConnection}, "e\n");
         log.take(Level::error, "f\n");
+        log.flush();
         EXPECT_EQ(ends.readAll(), journal ? "<5>a\n<5>b\n<7>cd\n<4>e\n<7>e\n<5>***INFO: Ended: e\n"
                                             "<4>e\n<3>f\n"
                                           : "a\nb\ncd\ne\ne\ne\nf\n");
     }
+}
+
+/// The pieces that arrive when the log lets three lines out, the last of them unfinished.
+std::vector<std::string> piecesOf(const Ends& ends) {
+    fcntl(ends.reading, F_SETFL, O_NONBLOCK);
+    Log log(ends.writing, nullptr);
+    log.take(Level::info, "a\nb");
+    log.take(Level::info, "c\nd");
+    std::array<char, 64> in{};
+    EXPECT_EQ(read(ends.reading, in.data(), in.size()), -1); // nothing waits for nothing
+    log.flush();
+    std::vector<std::string> pieces;
+    for (ssize_t n = 0; (n = read(ends.reading, in.data(), in.size())) > 0;)
+        pieces.emplace_back(in.data(), static_cast<std::size_t>(n));
+    return pieces;
+}
+
+TEST(Log, LetsWholeLinesOutTogetherButOneInADatagram) {
+    Ends pipe; // one read gives one write
+    int both[2];
+    ASSERT_EQ(pipe2(both, O_CLOEXEC | O_DIRECT), 0);
+    pipe.reading = both[0];
+    pipe.writing = both[1];
+    EXPECT_EQ(piecesOf(pipe), std::vector<std::string>{"a\nbc\n"});
+    Ends datagrams;
+    ASSERT_TRUE(makePair(datagrams, SOCK_DGRAM));
+    EXPECT_EQ(piecesOf(datagrams), (std::vector<std::string>{"a\n", "bc\n"}));
+}
+
+TEST(Log, IsOutWhenASignalEndsTheProcess) {
+    for (const int signal : {SIGTERM, SIGINT, SIGABRT})
+        for (const bool inBetween : {false, true}) { // while the lines are being changed
+            Ends ends;
+            ASSERT_TRUE(makePipe(ends));
+            const pid_t child = fork();
+            if (child == 0) {
+                endOnSignals();
+                Log log(ends.writing, nullptr);
+                printTarget = &log;
+                print("a\n");
+                if (!inBetween)
+                    raise(signal);
+                const SignalsDeferred outer;
+                {
+                    const SignalsDeferred inner;
+                    raise(signal);
+                }
+                print("b\n");
+            }
+            int status = 0;
+            EXPECT_EQ(waitpid(child, &status, 0), child);
+            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal);
+            EXPECT_EQ(ends.readAll(), inBetween ? "a\nb\n" : "a\n");
+        }
 }
 
 TEST(LastingWarnings, AreToldWhenTheyBeginAndWhenEpochsGoOnWithoutThem) {
