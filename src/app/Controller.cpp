@@ -82,13 +82,13 @@ void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t lengt
     if (status == kEpoch) {
         const int size = VrsMain(0, reply);
         print(Level::debug, "***INFO: Get a return buff, size=%d\n", size);
-        if (size > 0 && socket_isconnection(outputSocketID) == 0)
+        if (size > 0)
             peer.sendReply(outputSocketID, std::span(reply).first(static_cast<std::size_t>(size)),
                            DLY.currentMjd * kSecondsPerDay + DLY.currentSod);
         printEpochEnd();
     } else {
         print(Level::debug, "***INFO: Copy raw buff, size=%d\n", length);
-        if (length > 0 && socket_isconnection(outputSocketID) == 0)
+        if (length > 0)
             peer.sendFrame(outputSocketID, {frame, static_cast<std::size_t>(length)});
     }
     notifyDue(); // one block may hold many epochs, each with seconds of a slow card or peer
@@ -116,11 +116,11 @@ void serveOnce() {
         printEnded(Cause::noConnection);
         printEnded(Cause::outputLost);
         notifyConnection("connected to");
+        // The output is the input's descriptor: nothing is connected for it, its loss is only told.
+        if (socket_isconnection(outputSocketID) == -1)
+            print(Lasting{Cause::outputLost}, "***WARN: Connect output failed, %s:%d\n",
+                  DLY.output.host.c_str(), DLY.output.port);
     }
-    // The output is the input's descriptor: nothing is connected for it, its loss is only told.
-    if (socket_isconnection(outputSocketID) == -1)
-        print(Lasting{Cause::outputLost}, "***WARN: Connect output failed, %s:%d\n",
-              DLY.output.host.c_str(), DLY.output.port);
     waitForData();
     const int length = socket_recv(inputSocketID, received);
     const int error = errno;

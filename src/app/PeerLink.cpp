@@ -19,7 +19,7 @@ constexpr std::chrono::duration<double> kMostPatience{1.0};
 // Two stations on one stream have epochs of the same time, one behind the other.
 constexpr std::chrono::duration<double> kLeastPatience{0.01};
 constexpr double kPatienceRegained = 0.1; // of the time that passes
-constexpr int kMostUnsentBeforeFrame = 32768;
+constexpr std::uint32_t kMostUnsentBeforeFrame = 32768;
 // The path is told to be free again behind that many replies, so that one with room for every
 // second reply does not give two lines for each.
 constexpr int kEnoughInRow = 10;
@@ -63,13 +63,16 @@ void PeerLink::receiveFailed(int error) const {
 }
 
 void PeerLink::sendReply(int fd, std::span<const std::uint8_t> reply, double epochS) {
+    const ConnectionState state = socket_state(fd);
+    if (!state.established)
+        return;
     const Instant now = monotonicNow();
     // An epoch that comes sooner behind the last one than its time says is of a recording that is
     // played fast: until it is due, waiting makes nothing older. A live stream is never ahead.
     Seconds ahead = kMostPatience;
     if (lastAt_.count() != 0)
         ahead = std::max<Seconds>(Seconds(epochS - lastEpochS_) - (now - lastAt_), kLeastPatience);
-    const bool fits = leavesRoom(fd, 0, ahead);
+    const bool fits = leavesRoom(fd, state.unsent, 0, ahead);
     lastAt_ = monotonicNow();
     lastEpochS_ = epochS;
     if (!fits) {
@@ -81,17 +84,20 @@ void PeerLink::sendReply(int fd, std::span<const std::uint8_t> reply, double epo
 }
 
 void PeerLink::sendFrame(int fd, std::span<const std::uint8_t> frame) {
-    if (leavesRoom(fd, kMostUnsentBeforeFrame, kMostPatience))
+    const ConnectionState state = socket_state(fd);
+    if (!state.established)
+        return;
+    if (leavesRoom(fd, state.unsent, kMostUnsentBeforeFrame, kMostPatience))
         send(fd, frame);
     else
         count(frames_);
 }
 
-/// Whether no more than that many bytes are waiting, now or within the time. Waiting takes from a
-/// patience that comes back slowly, so that a path that is always slow holds nothing up. What is
-/// unsent cannot be polled for.
-bool PeerLink::leavesRoom(int fd, int mostUnsent, Seconds longest) {
-    if (socket_unsent(fd) <= mostUnsent)
+/// Whether no more than that many bytes are waiting, now (`unsent`) or within the time. Waiting
+/// takes from a patience that comes back slowly, so that a path that is always slow holds nothing
+/// up. What is unsent cannot be polled for.
+bool PeerLink::leavesRoom(int fd, std::uint32_t unsent, std::uint32_t mostUnsent, Seconds longest) {
+    if (unsent <= mostUnsent)
         return true;
     const Instant start = monotonicNow();
     patience_ =
@@ -100,7 +106,7 @@ bool PeerLink::leavesRoom(int fd, int mostUnsent, Seconds longest) {
     bool fits = false;
     while (!fits && monotonicNow() - start < limit) {
         pauseTelling(milliseconds(1));
-        fits = socket_unsent(fd) <= mostUnsent;
+        fits = socket_state(fd).unsent <= mostUnsent;
     }
     waitedAt_ = monotonicNow();
     patience_ -= waitedAt_ - start;

@@ -19,6 +19,7 @@ public:
     /// A receive failed, with that error number.
     void receiveFailed(int error) const;
 
+    // Nothing is sent where the connection is not established.
     /// Sends or drops the reply to an epoch (its time in s, of any scale that runs evenly).
     void sendReply(int fd, std::span<const std::uint8_t> reply, double epochS);
     /// Sends or drops a frame of the stream.
@@ -28,7 +29,7 @@ private:
     using Instant = std::chrono::nanoseconds; // of the monotonic clock
     using Seconds = std::chrono::duration<double>;
 
-    bool leavesRoom(int fd, int mostUnsent, Seconds longest);
+    bool leavesRoom(int fd, std::uint32_t unsent, std::uint32_t mostUnsent, Seconds longest);
     void count(int& dropped);
     void replyLeft();
 

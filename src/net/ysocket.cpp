@@ -8,11 +8,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <linux/sockios.h>
+#include <linux/tcp.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -27,6 +25,8 @@ constexpr int kKeepAliveIntervalS = 5;
 constexpr int kKeepAliveProbes = 3;
 constexpr int kUserTimeoutMs = 20000;
 constexpr int kSendTimeoutS = 5;
+// TCP_ESTABLISHED of <netinet/tcp.h>, which does not go with <linux/tcp.h>.
+constexpr int kEstablished = 1;
 
 void setOption(int fd, int level, int name, int value) {
     // A kernel without the option does without; the connection works all the same.
@@ -149,11 +149,15 @@ int socket_connect_timeout(int fd, const char* host, std::uint32_t port, int sec
 }
 
 int socket_isconnection(int fd) {
-    tcp_info info{};
+    return socket_state(fd).established ? 0 : -1;
+}
+
+ConnectionState socket_state(int fd) {
+    tcp_info info{}; // an older kernel fills less of it
     socklen_t length = sizeof info;
     if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &length) != 0)
-        return -1;
-    return info.tcpi_state == TCP_ESTABLISHED ? 0 : -1;
+        return {};
+    return {info.tcpi_state == kEstablished, info.tcpi_notsent_bytes};
 }
 
 bool socket_isstream(int fd) {
@@ -193,11 +197,6 @@ int socket_send(int fd, std::span<const std::uint8_t> bytes) {
 
 int socket_send_now(int fd, std::string_view text) {
     return static_cast<int>(send(fd, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
-}
-
-int socket_unsent(int fd) {
-    int bytes = 0;
-    return ioctl(fd, SIOCOUTQNSD, &bytes) == 0 ? bytes : 0;
 }
 
 int closesocket(int fd) {

@@ -39,9 +39,14 @@ int socket_recv_timeout(int fd, std::span<std::uint8_t> buffer);
 int socket_send(int fd, std::span<const std::uint8_t> bytes);
 /// Sends what fits at once: bytes sent, or -1. The connection stays as it is.
 int socket_send_now(int fd, std::string_view text);
-/// Bytes of earlier sends that are still waiting here, on their way nowhere yet; those that were
-/// sent and are not acknowledged do not count. 0 where the kernel cannot tell.
-int socket_unsent(int fd);
+/// What the kernel knows of a connection.
+struct ConnectionState {
+    bool established = false;
+    /// Bytes of earlier sends that are still waiting here, on their way nowhere yet; those that
+    /// were sent and are not acknowledged do not count. 0 where the kernel cannot tell.
+    std::uint32_t unsent = 0;
+};
+ConnectionState socket_state(int fd);
 /// Whether the descriptor is a socket that carries bytes, not datagrams.
 bool socket_isstream(int fd);
 int closesocket(int fd);

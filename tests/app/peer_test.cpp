@@ -68,7 +68,7 @@ TEST(PeerThatHangsUp, IsConnectedAgainThreeSecondsBehindTheLastConnect) {
 
 TEST(SlowPath, HasRepliesDroppedWholeAndTold) {
     if (*kEmulator != '\0')
-        GTEST_SKIP() << "the emulator does not know SIOCOUTQNSD";
+        GTEST_SKIP() << "the emulator does not tell what is unsent";
     Peer peer(2048);
     peer.listen();
     const Service service(peer.port, kClock);
