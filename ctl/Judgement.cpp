@@ -180,9 +180,23 @@ std::string nothingWords(const Totals& t) {
                 : "no reply carried an observation");
 }
 
-std::vector<std::string> remarksOf(const Totals& t, long swallowed) {
+// A fault that this run makes: an end of an epoch that the service must refuse.
+bool refusedOnPurpose(const Totals& t) {
+    const auto it = t.faults.find(Fault::refusedMessage);
+    return it != t.faults.end() && it->second > 0;
+}
+
+std::vector<std::string> remarksOf(const Totals& t, long swallowed, long refused) {
     const ref::Verdict& v = t.verdict;
     std::vector<std::string> out;
+    if (refused > 0 && refusedOnPurpose(t))
+        out.push_back(text("%ld of %ld epochs of the stream lost to the fault refused-message: no "
+                           "reply is due",
+                           refused, v.ended));
+    for (const auto& [fault, n] : t.faults)
+        if (n == 0)
+            out.push_back(std::string(name(fault)) +
+                          " never happened in this run: nothing is known of it");
     if (v.stream.unended > 0)
         out.push_back(counted(v.stream.unended, "epoch") +
                       " of the stream without an end: no reply is due");
@@ -228,18 +242,18 @@ int exitStatus(Answer answer) {
 Judgement judgementOf(const Totals& t) {
     const ref::Verdict& v = t.verdict;
     Judgement j;
-    // What was made wrong on purpose may cost whole epochs.
-    const long refused = t.faults.empty() ? std::max(0L, v.ended - v.due) : 0;
-    j.wrong = v.wrong + refused;
-    j.remarks = remarksOf(t, std::max(0L, v.stream.ended - v.ended));
+    const long refused = std::max(0L, v.ended - v.due);
+    const long unanswered = refusedOnPurpose(t) ? 0 : refused;
+    j.wrong = v.wrong + unanswered;
+    j.remarks = remarksOf(t, std::max(0L, v.stream.ended - v.ended), refused);
     if (j.wrong > 0) {
         j.answer = Answer::wrong;
         j.words = text("%ld WRONG", j.wrong) + (v.replies == 0 ? ": no reply came" : "");
-        if (refused > 0)
+        if (unanswered > 0)
             j.causes.push_back(
-                text("%ld of %ld epochs end in the stream and have no reply: does it hold two "
+                text("%ld of %ld epochs in the stream have an end and no reply: does it hold two "
                      "stations, or messages that the service refuses?",
-                     refused, v.ended));
+                     unanswered, v.ended));
         addFrames(v, j.causes);
         addCells(v, j.causes);
         return j;

@@ -19,8 +19,9 @@ namespace {
 constexpr std::size_t kMostSkySamples = 6000;
 constexpr std::size_t kMostDelaySamples = 1200;
 constexpr std::size_t kMostFaultsShown = 20;
-constexpr std::array kFates{ref::Fate::answered,     ref::Fate::low,     ref::Fate::noEphemeris,
-                            ref::Fate::oldEphemeris, ref::Fate::noPhase, ref::Fate::noSignal};
+constexpr std::array kFates{ref::Fate::answered,    ref::Fate::missing,      ref::Fate::low,
+                            ref::Fate::noEphemeris, ref::Fate::oldEphemeris, ref::Fate::noPhase,
+                            ref::Fate::noSignal};
 
 std::string count(long n) {
     return grouped(static_cast<std::uint64_t>(std::max(n, 0L)));
@@ -107,7 +108,7 @@ std::string headline(const ReportData& d, const simulate::Totals& t, const simul
     out += figure("forwarded frames", count(v.forwarded),
                   v.missing == 0 ? "nothing is missing" : count(v.missing) + " frames missing");
     out += figure("sent, received", sizeText(t.bytesSent), sizeText(received) + " came back");
-    if (values)
+    if (!v.worst.empty())
         out += worstFigure(v, ErrorOf::range) + worstFigure(v, ErrorOf::phase);
     if (!v.delaysS.empty()) {
         out +=

@@ -173,6 +173,9 @@ std::string satelliteMark(char system, ref::Fate fate, double x, double y, doubl
         return hollow + path("M" + pair(x - r, y) + "H" + coordinate(x + r));
     case ref::Fate::noSignal:
         return hollow + path("M" + pair(x, y - r) + "V" + coordinate(y + r));
+    case ref::Fate::missing:
+        return hollow + path("M" + pair(x - 0.95 * r, y + 0.95 * r) + "L" +
+                             pair(x + 0.95 * r, y - 0.95 * r));
     }
     return hollow;
 }

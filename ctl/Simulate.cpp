@@ -184,6 +184,8 @@ void plan(Run& run, const Words& w) {
     run.station.quirks = quirksOf(w);
     run.faults = faultsOf(w);
     run.station.silentAtStart = run.faults.asked(Fault::noEphemerides);
+    if (run.station.silentAtStart && w.play.empty())
+        ++run.faults.done[Fault::noEphemerides];
     run.split = splitOf(w.split);
     run.pace.speed = speedOf(w.speed);
     run.pace.intervalS = 1 / run.station.rateHz;

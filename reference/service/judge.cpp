@@ -359,7 +359,6 @@ void Judge::compareCells(const std::vector<Msm>& messages, const Expected& expec
     for (const Msm& m : messages)
         takeCells(m, expected.time, came, messageOf);
     for (const ExpectedSatellite& s : expected.satellites) {
-        ++verdict_.fates[s.fate];
         EpochResult::Satellite& r = result.satellites.emplace_back();
         r.expected = s;
         for (const auto& [signal, cell] : s.cells) {
@@ -383,6 +382,9 @@ void Judge::compareCells(const std::vector<Msm>& messages, const Expected& expec
                       when(expected.time));
             came.erase(it);
         }
+        if (r.cells.empty() && inEpoch_.contains({s.sat, Trouble::cellMissing}))
+            r.expected.fate = Fate::missing;
+        ++verdict_.fates[r.expected.fate];
     }
     for (const auto& [key, c] : came) {
         fault(Trouble::cellUnasked, key, " must not be there at ", when(expected.time));

@@ -86,8 +86,9 @@ Vec3 virtualPoint(const Vec3& reference) {
 }
 
 const char* name(Fate fate) {
-    static constexpr std::array names{"answered",          "below 5 degrees", "no ephemeris",
-                                      "ephemeris too old", "no phase",        "no signal to carry"};
+    static constexpr std::array names{
+        "answered", "below 5 degrees",    "no ephemeris", "ephemeris too old",
+        "no phase", "no signal to carry", "missing"};
     return names[static_cast<std::size_t>(fate)];
 }
 

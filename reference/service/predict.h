@@ -58,8 +58,8 @@ constexpr bool datesEpochs(char system) {
     return system != 'S' && system != 'I';
 }
 
-/// What becomes of a satellite of the epoch.
-enum class Fate { answered, low, noEphemeris, oldEphemeris, noPhase, noSignal };
+/// What becomes of a satellite of the epoch; the judge knows of one that is missing.
+enum class Fate { answered, low, noEphemeris, oldEphemeris, noPhase, noSignal, missing };
 const char* name(Fate fate);
 
 struct ExpectedCell {

@@ -77,9 +77,15 @@ TEST(Judgement, IsOneOfFourAnswers) {
         {"the same, made on purpose",
          [](Totals& t) {
              t.verdict.stream.ended = t.verdict.ended = 74;
-             t.faults[Fault::bitflip] = 1;
+             t.faults[Fault::refusedMessage] = 14;
          },
          Answer::right, "everything was right"},
+        {"the same beside a fault that cannot be the reason",
+         [](Totals& t) {
+             t.verdict.stream.ended = t.verdict.ended = 74;
+             t.faults = {{Fault::slowReader, 3}, {Fault::refusedMessage, 0}};
+         },
+         Answer::wrong, "14 WRONG"},
         {"epochs within damaged frames of a recording",
          [](Totals& t) {
              t.known.values = false;
