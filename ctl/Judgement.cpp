@@ -128,9 +128,9 @@ void addCells(const ref::Verdict& v, std::vector<std::string>& out) {
     if (!missing.satellites.empty()) {
         const bool none = v.observations() == 0;
         out.push_back(whoAndWhen(v, missing) + ": missing" +
-                      (none              ? "; no reply carries an observation: is the service's "
-                                           "clock that of the stream?"
-                       : !missing.always ? ""
+                      (none ? "; no reply carries an observation: is the service's clock that of "
+                              "the stream, and are the satellites in its object file?"
+                       : !missing.always                ? ""
                        : missing.satellites.size() == 1 ? ": is it in the configuration?"
                                                         : ": are they in the configuration?"));
     }
@@ -143,29 +143,38 @@ void addCells(const ref::Verdict& v, std::vector<std::string>& out) {
                       ": wrong lock time, half-cycle flag or signal strength");
 }
 
+int count(const ref::Verdict& v, Trouble what) {
+    const auto it = v.troubles.find(what);
+    return it == v.troubles.end() ? 0 : it->second;
+}
+
 void addFrames(const ref::Verdict& v, std::vector<std::string>& out) {
-    const auto count = [&](Trouble what) {
-        const auto it = v.troubles.find(what);
-        return it == v.troubles.end() ? 0 : it->second;
-    };
-    if (const int n = count(Trouble::missingReply); n > 0)
+    if (const int n = count(v, Trouble::missingReply); n > 0)
         out.push_back(n == v.due ? text("none of %d epochs was answered", n)
                                  : text("%d of %ld epochs were not answered", n, v.due));
-    if (const int n = count(Trouble::unaskedReply); n > 0)
+    if (const int n = count(v, Trouble::unaskedReply); n > 0)
         out.push_back(text("%d of %d replies are for an epoch that was not due", n, v.replies));
-    if (const int n = count(Trouble::brokenReply); n > 0)
+    if (const int n = count(v, Trouble::brokenReply); n > 0)
         out.push_back(text("%d of %d replies cannot be read", n, v.replies));
     for (const auto& [type, other] : v.otherEpoch)
         out.push_back(text("%d, %d times: its epoch is %.3f s %s that of the reply", type,
                            other.first, std::abs(other.second),
                            other.second < 0 ? "before" : "after"));
-    if (const int n = count(Trouble::messages); n > 0 && v.otherEpoch.empty())
-        out.push_back(counted(n, "fault") + " of heads, order or reserved bits of messages");
+    if (const int n = count(v, Trouble::noPosition); n > 0)
+        out.push_back(text("%d of %d replies: 1005 is missing", n, v.replies));
+    if (const int n = count(v, Trouble::descriptors); n > 0)
+        out.push_back(text("%d of %d replies: 1033 is wrong or missing", n, v.replies));
     std::string types;
     for (const auto& [type, n] : v.missingTypes)
         types += text("%s%d of %d", types.empty() ? "" : ", ", n, type);
     if (!types.empty())
         out.push_back("forwarded frames missing: " + types);
+}
+
+// Last: what is missing or too much in a reply shows here, too.
+void addMessages(const ref::Verdict& v, std::vector<std::string>& out) {
+    if (const int n = count(v, Trouble::messages); n > 0 && v.otherEpoch.empty())
+        out.push_back(counted(n, "fault") + " of heads, order or reserved bits of messages");
 }
 
 std::string nothingWords(const Totals& t) {
@@ -212,6 +221,12 @@ std::vector<std::string> remarksOf(const Totals& t, long swallowed, long refused
     if (v.replies > 0 && v.observations() == 0) {
         if (v.stream.ephemerides == 0)
             out.push_back("the stream brings no ephemerides: no satellite can be answered");
+        else if (v.stream.timely == 0)
+            out.push_back("the ephemerides of the stream come behind its last epoch: no satellite "
+                          "can be answered");
+        else if (!t.known.values && t.known.day)
+            out.push_back("is --start the time of the recording, and the service's clock, too? "
+                          "Are the satellites in the object file?");
         else if (!t.known.values)
             out.push_back("is the service's clock that of the recording? Ephemerides of another "
                           "day are of no use: give --start");
@@ -256,6 +271,7 @@ Judgement judgementOf(const Totals& t) {
                      unanswered, v.ended));
         addFrames(v, j.causes);
         addCells(v, j.causes);
+        addMessages(v, j.causes);
         return j;
     }
     if (v.replies == 0 || v.observations() == 0 || t.silent > 0 ||

@@ -43,6 +43,7 @@ void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
     sum.stream.ended += v.stream.ended;
     sum.stream.unended += v.stream.unended;
     sum.stream.ephemerides += v.stream.ephemerides;
+    sum.stream.timely += v.stream.timely;
     addCounts(sum.stream.cells, v.stream.cells);
     sum.ended += v.ended;
     sum.due += v.due;

@@ -1,6 +1,9 @@
 #include "judge.h"
 
+#include "reference/standard/kinds.h"
+
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <iomanip>
 #include <sstream>
@@ -34,6 +37,19 @@ char group(const std::string& sat) {
     return sat[0] == 'C' && sat > "C16" ? 'B' : sat[0];
 }
 constexpr std::string_view kSendingOrder = "GCBERJ";
+
+constexpr std::array<const char*, 6> kGroupNames{"GPS",     "BeiDou-2", "BeiDou-3",
+                                                 "Galileo", "GLONASS",  "QZSS"};
+
+std::string groupNames(const std::string& groups) {
+    std::string out;
+    for (const char g : groups) {
+        const std::size_t at = kSendingOrder.find(g);
+        out += (out.empty() ? "" : ", ") +
+               (at < kGroupNames.size() ? kGroupNames[at] : std::string(1, g));
+    }
+    return out.empty() ? "none" : out;
+}
 
 // Whether a pair lies where the cell mask reaches: in a message of more than 64 pairs the rest is
 // without cells.
@@ -196,8 +212,10 @@ void Judge::reply(std::span<const std::uint8_t> bytes) {
     std::optional<Msm> first;
     try {
         opened = openReply(bytes);
-        if (opened.messages.size() > 2)
-            first = readOverfullMsm(opened.messages[2].body);
+        const auto msm = std::find_if(opened.messages.begin(), opened.messages.end(),
+                                      [](const Frame& m) { return isMsm(m.type); });
+        if (msm != opened.messages.end())
+            first = readOverfullMsm(msm->body);
     } catch (const std::exception& e) {
         fault(Trouble::brokenReply, e.what(),
               owed_.empty() ? "" : ", next is " + describe(owed_.front().expected));
@@ -249,22 +267,32 @@ bool Judge::compare(const Reply& reply, const Expected& expected, EpochResult& r
     const int before = verdict_.wrong;
     const bool values = predictor_.expectation.values;
     try {
-        if (reply.word != 0xFFFFFFFF || reply.messages.size() < 2)
+        if (reply.word != 0xFFFFFFFF)
             fault(Trouble::messages, "head of the reply at ", when(expected.time));
-        const Bytes& body = reply.messages.at(0).body;
-        const Station1005 station = read1005(body);
-        if (body != write1005({.station = kStationId, .xyzM = station.xyzM}))
-            fault(Trouble::messages, "station message 1005 at ", when(expected.time));
-        comparePosition(station, expected.time);
+        auto next = reply.messages.begin();
+        const auto comesNext = [&](int type) {
+            return next != reply.messages.end() && next->type == type;
+        };
+        if (comesNext(1005)) {
+            const Bytes& body = next++->body;
+            const Station1005 station = read1005(body);
+            if (body != write1005({.station = kStationId, .xyzM = station.xyzM}))
+                fault(Trouble::messages, "station message 1005 at ", when(expected.time));
+            comparePosition(station, expected.time);
+        } else {
+            fault(Trouble::noPosition, "1005 is missing at ", when(expected.time));
+        }
         static const Bytes descriptors =
             write1033({kStationId, "GPPNULLANTENNA", 0, "", "", "", "KRV VRS"});
-        if (reply.messages.at(1).body != descriptors)
+        if (!comesNext(1033))
+            fault(Trouble::descriptors, "1033 is missing at ", when(expected.time));
+        else if (next++->body != descriptors)
             fault(Trouble::descriptors, "station message 1033 at ", when(expected.time));
         std::vector<Msm> messages;
-        for (std::size_t i = 2; i < reply.messages.size(); ++i) {
-            messages.push_back(readOverfullMsm(reply.messages[i].body));
+        for (; next != reply.messages.end(); ++next) {
+            messages.push_back(readOverfullMsm(next->body));
             if (!messages.back().exact)
-                fault(Trouble::messages, "reserved or padding bits of ", reply.messages[i].type);
+                fault(Trouble::messages, "reserved or padding bits of ", next->type);
         }
         countCells(messages);
         compareMessages(messages, expected);
@@ -348,8 +376,8 @@ void Judge::compareMessages(const std::vector<Msm>& messages, const Expected& ex
                 owed += g;
     }
     if (came != owed)
-        fault(Trouble::messages, "messages of ", came, " instead of ", owed, " at ",
-              when(expected.time));
+        fault(Trouble::messages, "observation messages of ", groupNames(came), " instead of ",
+              groupNames(owed), " at ", when(expected.time));
 }
 
 void Judge::compareCells(const std::vector<Msm>& messages, const Expected& expected,

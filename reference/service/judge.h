@@ -53,7 +53,8 @@ enum class Trouble {
     unaskedReply,  ///< a reply to another epoch than those due
     brokenReply,   ///< a reply that cannot be taken apart
     position,      ///< 1005
-    descriptors,   ///< 1033
+    noPosition,    ///< a reply that does not begin with 1005
+    descriptors,   ///< 1033, or none
     messages,      ///< heads, order and reserved bits of the observation messages
     cellMissing,   ///< an observation that is due
     cellUnasked,   ///< an observation that must not be there

@@ -111,6 +111,7 @@ void Census::message(const Frame& f) {
     epoch_[head->scale] = head->epochField;
     if (!head->more) {
         ++counts_.ended;
+        counts_.timely = counts_.ephemerides;
         epoch_.clear();
     }
     try {

@@ -23,6 +23,7 @@ struct StreamCounts {
     long ended = 0;   ///< epochs with their end mark
     long unended = 0; ///< epochs whose end mark never came
     long ephemerides = 0;
+    long timely = 0;                   ///< of them, those before the end of an epoch
     std::map<std::string, long> cells; ///< observations by system and signal, such as "G1C"
 };
 

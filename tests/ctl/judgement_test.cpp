@@ -126,6 +126,7 @@ TEST(Judgement, TellsCausesBeforeCells) {
              for (int id = 1; id <= 10; ++id)
                  wrongIn(t, text("R%02d", id), Trouble::cellMissing, 60);
              wrongIn(t, "G05", Trouble::cellMissing, 60);
+             t.verdict.troubles[Trouble::messages] = 60; // which follows from it
          },
          "G05, all 10 of GLONASS, all epochs: missing: are they in the configuration?"},
         {[](Totals& t) {

@@ -419,6 +419,16 @@ TEST(Simulator, NamesTheCauseOfWhatIsWrongEverywhere) {
          {},
          withoutObservations,
          {"satellites, all epochs: missing; no reply carries an observation"}},
+        {"replies without 1005",
+         {},
+         [](Bytes f) -> std::vector<Bytes> {
+             if (f[0] != 0xDA)
+                 return {f};
+             ref::Reply r = ref::openReply(f);
+             r.messages.erase(r.messages.begin());
+             return {replyOf(r)};
+         },
+         {"8 of 8 replies: 1005 is missing\n"}},
         {"replies that all come one too late",
          {},
          [last = Bytes()](Bytes f) mutable -> std::vector<Bytes> {
