@@ -82,5 +82,8 @@ inline void setbits(std::span<std::uint8_t> buff, std::size_t pos, int len, std:
     setbitu(buff, pos, len, bits);
 }
 
-/// CRC-24Q: polynomial 0x864CFB, initial value 0, no reflection, no final XOR.
+/// CRC-24Q: polynomial 0x864CFB, initial value 0, no reflection, no final XOR. By carry-less
+/// multiplication where the processor has it.
 std::uint32_t crc24q(std::span<const std::uint8_t> buff);
+/// The same for any processor.
+std::uint32_t crc24qByTables(std::span<const std::uint8_t> buff);
