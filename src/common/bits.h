@@ -25,6 +25,12 @@ inline void store64(std::uint8_t* p, std::uint64_t word) {
     std::memcpy(p, &word, sizeof word);
 }
 
+inline void store32(std::uint8_t* p, std::uint32_t word) {
+    if constexpr (std::endian::native == std::endian::little)
+        word = __builtin_bswap32(word);
+    std::memcpy(p, &word, sizeof word);
+}
+
 } // namespace detail
 
 /// Unsigned value of len (0..32) bits; bits past the end of buff read as 0.

@@ -17,7 +17,8 @@
 /// standard's list of fields; BitReader fills a record from it, BitWriter writes one, BitCounter
 /// counts its bits. Field kinds: fixed (constant, skipped in reading), u (unsigned), s (two's
 /// complement), sm (sign and magnitude), sOrNone (s whose most negative value means "none"),
-/// text (8-bit count and characters). A cursor's kReads tells a layout whether the record is being
+/// text (8-bit count and characters). Fields have 32 bits at most, but u of a 64-bit integer and s
+/// of a double have up to 64. A cursor's kReads tells a layout whether the record is being
 /// filled; fail() then says that the message contradicts itself.
 
 /// What sOrNone holds for "none".
@@ -46,23 +47,35 @@ constexpr double pow2(int exponent) {
 
 /// Rounds half up, as the standard's encoders do.
 inline double roundHalfUp(double x) {
-    return std::floor(x + 0.5);
+    const double up = x + 0.5;
+    constexpr double inInt = 2147483647.0;
+    if (!(up > -inInt && up < inInt))
+        return std::floor(up);
+    const double whole = static_cast<int>(up); // towards 0
+    return whole > up ? whole - 1.0 : whole;
 }
 
 class BitReader {
 public:
     static constexpr bool kReads = true;
 
-    /// Reads from firstBit; what lies at or past endBit reads as 0 and makes ok() false.
-    BitReader(std::span<const std::uint8_t> buff, std::size_t firstBit, std::size_t endBit)
-        : buff_(buff), at_(firstBit), end_(endBit) {}
+    /// Reads a message. What lies past its end reads as 0 and makes ok() false.
+    explicit BitReader(std::span<const std::uint8_t> message)
+        : window_{0, 0, message.data()}, end_(message.data() + message.size()) {}
 
-    bool ok() const { return at_ <= end_; }
-    std::size_t left() const { return ok() ? end_ - at_ : 0; }
-    void fail() { at_ = end_ + 1; }
+    bool ok() const { return window_.whole; }
+    std::size_t left() const {
+        return ok() ? static_cast<std::size_t>(window_.held + 8 * (end_ - window_.next)) : 0;
+    }
+    void fail() { window_ = failed(end_); }
 
-    void fixed(int width, std::uint32_t) { at_ += static_cast<std::size_t>(width); }
-    template <std::integral T> void u(int width, T& value) { value = static_cast<T>(take(width)); }
+    void fixed(int width, std::uint32_t) { advance(width); }
+    template <std::integral T> void u(int width, T& value) {
+        if constexpr (sizeof(T) > sizeof(std::uint32_t))
+            value = static_cast<T>(takeWide(width));
+        else
+            value = static_cast<T>(take(width));
+    }
     void u(int width, double& value, double unit) {
         value = static_cast<double>(take(width)) * unit;
     }
@@ -70,7 +83,9 @@ public:
         value = static_cast<T>(takeSigned(width));
     }
     void s(int width, double& value, double unit) {
-        value = static_cast<double>(takeSigned(width)) * unit;
+        const int unused = 64 - width;
+        const auto raw = static_cast<std::int64_t>(takeWide(width) << unused) >> unused;
+        value = static_cast<double>(raw) * unit;
     }
     void sm(int width, double& value, double unit) {
         const bool negative = take(1) != 0;
@@ -78,13 +93,14 @@ public:
         value = (negative ? -magnitude : magnitude) * unit;
     }
     void sOrNone(int width, double& value, double unit) {
-        const std::int64_t raw = takeSigned(width);
-        value = raw == -(std::int64_t{1} << (width - 1)) ? kNone : static_cast<double>(raw) * unit;
+        const std::int32_t raw = takeSigned(width);
+        const std::int32_t none = std::numeric_limits<std::int32_t>::min() >> (32 - width);
+        value = raw == none ? kNone : static_cast<double>(raw) * unit;
     }
     /// Keeps what fits and skips the rest of a longer text.
     void text(Descriptor& value) {
         value.fill('\0');
-        const auto n = static_cast<std::size_t>(take(8));
+        const std::uint32_t n = take(8);
         for (std::size_t i = 0; i < n; ++i) {
             const auto c = static_cast<char>(take(8));
             if (i + 1 < value.size())
@@ -93,82 +109,134 @@ public:
     }
 
 private:
-    std::uint64_t take(int width) {
-        const std::size_t at = at_;
-        at_ += static_cast<std::size_t>(width);
-        if (at_ > end_)
-            return 0;
-        if (width <= 32)
-            return getbitu(buff_, at, width);
-        return std::uint64_t{getbitu(buff_, at, width - 32)} << 32 |
-               getbitu(buff_, at + static_cast<std::size_t>(width - 32), 32);
+    /// The next bits of the message, from the top of a word on.
+    struct Window {
+        std::uint64_t bits; // below those held: zeros, or what follows in the message
+        int held;
+        const std::uint8_t* next; // behind the bits held
+        bool whole = true;        // the message was long enough so far
+    };
+
+    static Window failed(const std::uint8_t* end) { return {0, 32, end, false}; }
+    static Window filled(Window w) {
+        w.bits |= detail::load64(w.next) >> w.held;
+        const int bytes = (63 - w.held) / 8;
+        return {w.bits, w.held + 8 * bytes, w.next + bytes};
     }
-    std::int64_t takeSigned(int width) {
-        const int unused = 64 - width;
-        return static_cast<std::int64_t>(take(width) << unused) >> unused;
+    [[gnu::noinline]] static Window filledNearEnd(Window w, const std::uint8_t* end, int width) {
+        for (; w.held <= 56 && w.next != end; w.held += 8)
+            w.bits |= std::uint64_t{*w.next++} << (56 - w.held);
+        return w.held >= width ? w : failed(end);
     }
 
-    std::span<const std::uint8_t> buff_;
-    std::size_t at_;
-    std::size_t end_;
+    /// The word whose top is the next field.
+    std::uint64_t advance(int width) {
+        if (window_.held < width)
+            window_ =
+                end_ - window_.next >= 8 ? filled(window_) : filledNearEnd(window_, end_, width);
+        const std::uint64_t bits = window_.bits;
+        window_.bits <<= width;
+        window_.held -= width;
+        return bits;
+    }
+    std::uint32_t take(int width) {
+        return static_cast<std::uint32_t>(advance(width) >> (64 - width));
+    }
+    std::int32_t takeSigned(int width) {
+        return static_cast<std::int32_t>(static_cast<std::int64_t>(advance(width)) >> (64 - width));
+    }
+    std::uint64_t takeWide(int width) {
+        if (width <= 32)
+            return take(width);
+        const std::uint64_t high = take(width - 32);
+        return high << 32 | take(32);
+    }
+
+    Window window_;
+    const std::uint8_t* end_;
 };
 
+/// Writes a message; what the room cannot hold is dropped. finish() ends it.
 class BitWriter {
 public:
     static constexpr bool kReads = false;
 
-    BitWriter(std::span<std::uint8_t> buff, std::size_t firstBit) : buff_(buff), at_(firstBit) {}
+    explicit BitWriter(std::span<std::uint8_t> room) : room_(room) {}
 
-    std::size_t at() const { return at_; }
+    /// Pads the last byte with zeros. The bits of the message.
+    std::size_t finish() {
+        const std::size_t bits = 8 * at_ + static_cast<std::size_t>(held_);
+        for (put(-held_ & 7, 0); held_ > 0; held_ -= 8, ++at_)
+            if (at_ < room_.size())
+                room_[at_] = static_cast<std::uint8_t>(pending_ >> (held_ - 8));
+        return bits;
+    }
 
     void fixed(int width, std::uint32_t value) { put(width, value); }
     template <std::integral T> void u(int width, const T& value) {
-        put(width, static_cast<std::uint64_t>(value));
+        if constexpr (sizeof(T) > sizeof(std::uint32_t))
+            putWide(width, static_cast<std::uint64_t>(value));
+        else
+            put(width, static_cast<std::uint32_t>(value));
     }
     /// Values outside the field take its nearest end.
     void u(int width, const double& value, double unit) {
-        const double most = std::ldexp(1.0, width) - 1.0;
-        put(width, static_cast<std::uint64_t>(std::clamp(roundHalfUp(value / unit), 0.0, most)));
+        const double most = static_cast<double>(lowBits(width));
+        put(width, static_cast<std::uint32_t>(std::clamp(roundHalfUp(value / unit), 0.0, most)));
     }
     template <std::integral T> void s(int width, const T& value) {
-        put(width, static_cast<std::uint64_t>(static_cast<std::int64_t>(value)));
+        put(width, static_cast<std::uint32_t>(value));
     }
     void s(int width, const double& value, double unit) {
-        const double most = std::ldexp(1.0, width - 1);
-        const double steps = std::clamp(roundHalfUp(value / unit), -most, most - 1.0);
-        put(width, static_cast<std::uint64_t>(static_cast<std::int64_t>(steps)));
+        putWide(width, static_cast<std::uint64_t>(steps(width, value, unit)));
     }
     void sm(int width, const double& value, double unit) {
-        const double most = std::ldexp(1.0, width - 1) - 1.0;
+        const double most = static_cast<double>(lowBits(width - 1));
         put(1, std::signbit(value) ? 1 : 0); // keeps a minus zero
         put(width - 1,
-            static_cast<std::uint64_t>(std::min(roundHalfUp(std::fabs(value) / unit), most)));
+            static_cast<std::uint32_t>(std::min(roundHalfUp(std::fabs(value) / unit), most)));
     }
     void sOrNone(int width, const double& value, double unit) {
-        if (isNone(value))
-            put(width, std::uint64_t{1} << (width - 1));
-        else
-            s(width, value, unit);
+        put(width, isNone(value) ? std::uint32_t{1} << (width - 1)
+                                 : static_cast<std::uint32_t>(steps(width, value, unit)));
     }
     void text(const Descriptor& value) {
         const std::string_view v = view(value).substr(0, kMaxText);
-        put(8, v.size());
+        put(8, static_cast<std::uint32_t>(v.size()));
         for (const char c : v)
             put(8, static_cast<std::uint8_t>(c));
     }
 
 private:
-    void put(int width, std::uint64_t value) {
-        if (width > 32) {
-            put(width - 32, value >> 32);
-            width = 32;
-        }
-        setbitu(buff_, at_, width, static_cast<std::uint32_t>(value));
-        at_ += static_cast<std::size_t>(width);
+    static std::uint32_t lowBits(int width) {
+        return static_cast<std::uint32_t>((std::uint64_t{1} << width) - 1);
+    }
+    static std::int64_t steps(int width, double value, double unit) {
+        const auto most = static_cast<double>(std::int64_t{1} << (width - 1));
+        return static_cast<std::int64_t>(std::clamp(roundHalfUp(value / unit), -most, most - 1.0));
     }
 
-    std::span<std::uint8_t> buff_;
-    std::size_t at_;
+    /// Holds fewer than 32 bits back.
+    void put(int width, std::uint32_t value) {
+        pending_ = pending_ << width | (value & lowBits(width));
+        held_ += width;
+        if (held_ < 32)
+            return;
+        held_ -= 32;
+        if (at_ + 4 <= room_.size())
+            detail::store32(room_.data() + at_, static_cast<std::uint32_t>(pending_ >> held_));
+        at_ += 4;
+    }
+    void putWide(int width, std::uint64_t value) {
+        if (width > 32)
+            put(width - 32, static_cast<std::uint32_t>(value >> 32));
+        put(std::min(width, 32), static_cast<std::uint32_t>(value));
+    }
+
+    std::span<std::uint8_t> room_;
+    std::size_t at_ = 0; // bytes in the room
+    std::uint64_t pending_ = 0;
+    int held_ = 0; // low bits of `pending_` that are to follow them
 };
 
 /// Counts the bits of a layout without texts.

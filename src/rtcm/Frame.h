@@ -26,17 +26,18 @@ std::size_t closeFrame(std::span<std::uint8_t> buff, std::size_t nbit);
 template <class Layout, class Record>
 std::vector<std::uint8_t> frameOf(const Layout& layout, const Record& record) {
     std::vector<std::uint8_t> buff(kMaxFrame);
-    BitWriter out(buff, kMessageBit);
+    BitWriter out{std::span(buff).subspan(kHeaderBytes)};
     layout(out, record);
-    buff.resize(closeFrame(buff, out.at()));
+    buff.resize(closeFrame(buff, kMessageBit + out.finish()));
     return buff;
 }
 
 /// The message of a whole frame, between header and check word.
 inline BitReader messageOf(std::span<const std::uint8_t> frame) {
-    const std::size_t end =
-        frame.size() < kHeaderBytes + kCheckBytes ? 0 : frame.size() - kCheckBytes;
-    return {frame, kMessageBit, 8 * end};
+    constexpr std::size_t around = kHeaderBytes + kCheckBytes;
+    if (frame.size() < around)
+        return BitReader({});
+    return BitReader(frame.subspan(kHeaderBytes, frame.size() - around));
 }
 
 /// Fills a record from a whole frame; false where the message is shorter than its layout.

@@ -8,7 +8,9 @@
 /// decode: the handlers of the messages and what they share. All return a Status.
 
 inline BitReader messageOf(const RtcmState& s) {
-    return {s.buff, kMessageBit, static_cast<std::size_t>(s.len) * 8};
+    const auto end = static_cast<std::size_t>(s.len);
+    return BitReader(
+        std::span(s.buff).subspan(kHeaderBytes, std::max(end, kHeaderBytes) - kHeaderBytes));
 }
 inline bool hasOption(const RtcmState& s, std::string_view option) {
     return s.opt.find(option) != std::string::npos;

@@ -8,9 +8,9 @@
 
 template <class Layout, class Record>
 int writeMessage(RtcmState& s, const Layout& layout, const Record& record) {
-    BitWriter out(s.buff, kMessageBit);
+    BitWriter out{std::span(s.buff).subspan(kHeaderBytes)};
     layout(out, record);
-    s.nbit = static_cast<int>(out.at());
+    s.nbit = static_cast<int>(kMessageBit + out.finish());
     return 1;
 }
 
