@@ -2,78 +2,91 @@
 
 #include "common/ComText.h"
 
-#include <algorithm>
+#include <bit>
 #include <cstdio>
 
 namespace {
 
-/// Blocks of satellite numbers, laid end to end.
-struct Block {
-    System system;
-    int firstPrn;
-    int count;
-    char letter;   // of the satellite's name; 0 = the PRN alone
-    int prnOfZero; // PRN minus the number in the name
-};
-constexpr std::array<Block, 6> kBlocks{{{kGps, 1, 32, 'G', 0},
-                                        {kGlonass, 1, kGlonassSlots, 'R', 0},
-                                        {kGalileo, 1, 36, 'E', 0},
-                                        {kQzss, 193, 10, 'J', 192},
-                                        {kBds, 1, 63, 'C', 0},
-                                        {kSbas, 120, 39, 0, 0}}};
-
 // clang-format off
-/// Rows of the per-system tables below.
-constexpr std::array<System, 7> kRows{kGps, kGlonass, kGalileo, kQzss, kSbas, kBds, kIrnss};
+/// Systems in the order of their flags, as the rows of the tables below.
+constexpr std::string_view kOptionLetters = "GSREJCI"; // of the option patterns "-GL%2s" and so on
+constexpr std::size_t kRows = kOptionLetters.size();
 
 /// Slot and carrier (Hz) of a band digit; the step is per GLONASS channel.
 struct Band { char digit; int slot; double hz; double stepHz; };
-constexpr std::array<std::array<Band, 6>, kRows.size()> kBands{{
+constexpr std::array<std::array<Band, 6>, kRows> kBands{{
     {{{'1', 0, 1575420000.0, 0}, {'2', 1, 1227600000.0, 0}, {'5', 2, 1176450000.0, 0}}},
+    {{{'1', 0, 1575420000.0, 0}, {'5', 1, 1176450000.0, 0}}},
     {{{'1', 0, 1602000000.0, 562500.0}, {'2', 1, 1246000000.0, 437500.0},
       {'3', 2, 1202025000.0, 0}, {'4', 0, 1600995000.0, 0}, {'6', 1, 1248060000.0, 0}}},
     {{{'1', 0, 1575420000.0, 0}, {'5', 2, 1176450000.0, 0}, {'6', 3, 1278750000.0, 0},
       {'7', 1, 1207140000.0, 0}, {'8', 4, 1191795000.0, 0}}},
     {{{'1', 0, 1575420000.0, 0}, {'2', 1, 1227600000.0, 0}, {'5', 2, 1176450000.0, 0},
       {'6', 3, 1278750000.0, 0}}},
-    {{{'1', 0, 1575420000.0, 0}, {'5', 1, 1176450000.0, 0}}},
     // Deliberate: B1C ('1') and B1I ('2') share slot 0; the priority decides.
     {{{'1', 0, 1575420000.0, 0}, {'2', 0, 1561098000.0, 0}, {'5', 2, 1176450000.0, 0},
       {'6', 3, 1268520000.0, 0}, {'7', 1, 1207140000.0, 0}, {'8', 4, 1191795000.0, 0}}},
     {{{'5', 0, 1176450000.0, 0}, {'9', 1, 2492028000.0, 0}}},
 }};
 
-/// Tracking letters per row and slot, the best first; writable through setcodepri.
-using PriorityRow = std::array<std::string, 8>;
-std::array<PriorityRow, kRows.size()> codepris{{
-    {"CPYWMNSL", "PYWCMNDLSX", "IQX"},
-    {"CPABX", "PCABX", "IQX"},
+/// Tracking letters per slot, the best first.
+constexpr std::array<std::array<std::string_view, 5>, kRows> kTrackingLetters{{
+    {"CPYWMNSL", "PYWCMNDLSX", "IQX", "", ""},
+    {"C", "IQX", "", "", ""},
+    {"CPABX", "PCABX", "IQX", "", ""},
     {"CABXZ", "IQX", "IQX", "ABCXZ", "IQX"},
-    {"CLSXZ", "LSX", "IQXDPZ", "LSXEZ"},
-    {"C", "IQX"},
+    {"CLSXZ", "LSX", "IQXDPZ", "LSXEZ", ""},
     {"IQXDPAN", "IQXDPZ", "DPX", "IQXA", "DPX"},
-    {"ABCX", "ABCX"},
+    {"ABCX", "ABCX", "", "", ""},
 }};
-
-/// Letters of the option patterns "-GL%2s" and so on, by row.
-constexpr std::string_view kOptionLetters = "GREJSCI";
 // clang-format on
 
 int rowOf(unsigned system) {
-    const auto it = std::find(kRows.begin(), kRows.end(), system);
-    return it == kRows.end() ? -1 : static_cast<int>(it - kRows.begin());
+    return std::has_single_bit(system) && system <= kIrnss ? std::countr_zero(system) : -1;
 }
 
-const Band* bandOf(unsigned system, int code) {
-    const int row = rowOf(system);
-    const std::string_view obs = code2obs(code);
-    if (row < 0 || obs.empty())
-        return nullptr;
-    for (const Band& band : kBands[static_cast<std::size_t>(row)])
-        if (band.digit == obs[0])
-            return &band;
-    return nullptr;
+/// A table by system and code.
+template <class T> using BySignal = std::array<std::array<T, kMaxCode + 1>, kRows>;
+
+constexpr BySignal<Band> makeBands() {
+    BySignal<Band> bands{};
+    for (std::size_t row = 0; row < kRows; ++row)
+        for (std::size_t code = 0; code <= kMaxCode; ++code) {
+            bands[row][code].slot = -1;
+            for (const Band& band : kBands[row])
+                if (code > 0 && code <= kLastPrintedCode && band.digit == obscodes[code][0])
+                    bands[row][code] = band;
+        }
+    return bands;
 }
+constexpr BySignal<Band> kBandOf = makeBands();
+
+const Band& bandOf(unsigned system, int code) {
+    const int row = rowOf(system);
+    return row < 0 || code < 0 || code > kMaxCode
+               ? kBandOf[0][0]
+               : kBandOf[static_cast<std::size_t>(row)][static_cast<std::size_t>(code)];
+}
+
+using Priorities = BySignal<std::uint8_t>;
+constexpr void setPriorities(Priorities& priorities, std::size_t row, int slot,
+                             std::string_view letters) {
+    for (std::size_t code = 1; code <= kMaxCode; ++code)
+        if (kBandOf[row][code].slot == slot) {
+            const std::size_t place = letters.substr(0, 15).find(obscodes[code][1]);
+            priorities[row][code] =
+                static_cast<std::uint8_t>(place == std::string_view::npos ? 0 : 14 - place);
+        }
+}
+constexpr Priorities makePriorities() {
+    Priorities priorities{};
+    for (std::size_t row = 0; row < kRows; ++row)
+        for (std::size_t slot = 0; slot < kTrackingLetters[row].size(); ++slot)
+            setPriorities(priorities, row, static_cast<int>(slot), kTrackingLetters[row][slot]);
+    return priorities;
+}
+/// Writable through setcodepri.
+constinit Priorities codepris = makePriorities();
 
 /// 15 or 0 by the first option for the code's band; -1 where no option speaks of it.
 int priorityByOption(char systemLetter, std::string_view obs, std::string_view options) {
@@ -90,36 +103,6 @@ int priorityByOption(char systemLetter, std::string_view obs, std::string_view o
 
 } // namespace
 
-int satno(unsigned system, int prn) {
-    int number = 0;
-    if (prn < 1)
-        return 0;
-    for (const Block& block : kBlocks) {
-        if (block.system == system) {
-            const int index = prn - block.firstPrn;
-            return index >= 0 && index < block.count ? number + index + 1 : 0;
-        }
-        number += block.count;
-    }
-    return 0;
-}
-
-unsigned satsys(int sat, int* prn) {
-    int index = sat - 1;
-    if (sat >= 1 && sat <= kMaxSatNumber)
-        for (const Block& block : kBlocks) {
-            if (index < block.count) {
-                if (prn)
-                    *prn = block.firstPrn + index;
-                return block.system;
-            }
-            index -= block.count;
-        }
-    if (prn)
-        *prn = 0;
-    return kNoSystem;
-}
-
 int satid2no(std::string_view id) {
     int prn = 0;
     if (TextScanner bare(id); bare.integer(prn)) {
@@ -135,7 +118,7 @@ int satid2no(std::string_view id) {
         return 0;
     if (id[0] == 'S')
         return satno(kSbas, prn + 100);
-    for (const Block& block : kBlocks)
+    for (const SatelliteBlock& block : kSatelliteBlocks)
         if (block.letter == id[0] && block.letter != 0)
             return satno(block.system, prn + block.prnOfZero);
     return 0; // I and L are names of systems without a block
@@ -144,7 +127,7 @@ int satid2no(std::string_view id) {
 std::string satno2id(int sat) {
     int prn = 0;
     const unsigned system = satsys(sat, &prn);
-    for (const Block& block : kBlocks) {
+    for (const SatelliteBlock& block : kSatelliteBlocks) {
         if (block.system != system)
             continue;
         std::array<char, 16> id{};
@@ -163,36 +146,29 @@ std::string_view code2obs(int code) {
 }
 
 int code2idx(unsigned system, int code) {
-    const Band* band = bandOf(system, code);
-    return band ? band->slot : -1;
+    return bandOf(system, code).slot;
 }
 
 double code2freq(unsigned system, int code, int fcn) {
-    const Band* band = bandOf(system, code);
-    if (!band)
-        return 0.0;
-    if (band->stepHz == 0.0)
-        return band->hz;
-    return validChannel(fcn) ? band->hz + band->stepHz * fcn : 0.0;
+    const Band& band = bandOf(system, code);
+    if (band.stepHz == 0.0)
+        return band.hz;
+    return validChannel(fcn) ? band.hz + band.stepHz * fcn : 0.0;
 }
 
 void setcodepri(unsigned systems, int idx, std::string_view letters) {
-    if (idx < 0 || idx > 7)
-        return;
-    for (std::size_t row = 0; row < kRows.size(); ++row)
-        if (systems & kRows[row])
-            codepris[row][static_cast<std::size_t>(idx)] = letters.substr(0, 15);
+    for (std::size_t row = 0; row < kRows; ++row)
+        if (systems >> row & 1U)
+            setPriorities(codepris, row, idx, letters);
 }
 
 int getcodepri(unsigned system, int code, std::string_view options) {
-    const int row = rowOf(system);
-    const int slot = code2idx(system, code);
-    if (row < 0 || slot < 0)
+    if (code2idx(system, code) < 0)
         return 0;
-    const std::string_view obs = code2obs(code);
-    const auto r = static_cast<std::size_t>(row);
-    if (const int byOption = priorityByOption(kOptionLetters[r], obs, options); byOption >= 0)
-        return byOption;
-    const int place = index_string(codepris[r][static_cast<std::size_t>(slot)], obs[1]);
-    return place < 0 ? 0 : 14 - place;
+    const auto row = static_cast<std::size_t>(rowOf(system));
+    if (!options.empty())
+        if (const int byOption = priorityByOption(kOptionLetters[row], code2obs(code), options);
+            byOption >= 0)
+            return byOption;
+    return codepris[row][static_cast<std::size_t>(code)];
 }

@@ -35,11 +35,58 @@ constexpr bool validChannel(int k) {
     return k >= kLowestChannel && k <= kHighestChannel;
 }
 
+/// Blocks of satellite numbers, laid end to end.
+struct SatelliteBlock {
+    System system;
+    int firstPrn;
+    int count;
+    char letter;   // of the satellite's name; 0 = the PRN alone
+    int prnOfZero; // PRN minus the number in the name
+};
+inline constexpr std::array<SatelliteBlock, 6> kSatelliteBlocks{
+    {{kGps, 1, 32, 'G', 0},
+     {kGlonass, 1, kGlonassSlots, 'R', 0},
+     {kGalileo, 1, 36, 'E', 0},
+     {kQzss, 193, 10, 'J', 192},
+     {kBds, 1, 63, 'C', 0},
+     {kSbas, 120, 39, 0, 0}}};
+
+/// System and PRN by satellite number.
+struct SatelliteId {
+    System system = kNoSystem;
+    int prn = 0;
+};
+inline constexpr auto kSatelliteIds = [] {
+    std::array<SatelliteId, kMaxSatNumber + 1> ids{};
+    std::size_t sat = 1;
+    for (const SatelliteBlock& block : kSatelliteBlocks)
+        for (int i = 0; i < block.count; ++i)
+            ids[sat++] = {block.system, block.firstPrn + i};
+    return ids;
+}();
+
 /// Satellite number 1..207; 0 where the system has no block or the PRN is outside it. IRNSS and
 /// LEO have none (deliberate).
-int satno(unsigned system, int prn);
+constexpr int satno(unsigned system, int prn) {
+    int number = 0;
+    for (const SatelliteBlock& block : kSatelliteBlocks) {
+        if (block.system == system) {
+            const int index = prn - block.firstPrn;
+            return prn >= 1 && index >= 0 && index < block.count ? number + index + 1 : 0;
+        }
+        number += block.count;
+    }
+    return 0;
+}
 /// System flag of a satellite number, 0 if invalid; QZSS PRNs are 193.., SBAS PRNs 120...
-unsigned satsys(int sat, int* prn = nullptr);
+inline unsigned satsys(int sat, int* prn = nullptr) {
+    const SatelliteId id = sat >= 1 && sat <= kMaxSatNumber
+                               ? kSatelliteIds[static_cast<std::size_t>(sat)]
+                               : SatelliteId{};
+    if (prn)
+        *prn = id.prn;
+    return id.system;
+}
 /// Number of a satellite from "G05", "J02", "S27" or a bare PRN; 0 if none.
 int satid2no(std::string_view id);
 /// "G05"; three digits for SBAS; empty for an invalid number.
