@@ -61,6 +61,38 @@ void expectSame(const GloEphRecord& r, const ref::Glonass& g) {
     EXPECT_NEAR(tod, g.tb * 900.0, 1e-6);
 }
 
+/// The record of a message that was stored, against the independent reading.
+void expectHeld(const RtcmState& state, const ref::Frame& f) {
+    const std::string name = satno2id(state.ephsat);
+    SCOPED_TRACE(name);
+    if (f.type == 1020) {
+        const ref::Glonass g = ref::readGlonass(f.body);
+        EXPECT_EQ(name, ref::satName('R', g.slot));
+        expectSame(state.nav.geph.at(static_cast<std::size_t>(g.slot - 1)), g);
+    } else {
+        const ref::Kepler k = ref::readKepler(f.body);
+        EXPECT_EQ(name, ref::satName(k.system, k.id));
+        expectSame(state.nav.eph.at(static_cast<std::size_t>(state.ephsat - 1)), k);
+    }
+}
+
+/// The messages that may follow one: another issue of data; of GLONASS another time, then another
+/// health at the same time.
+std::vector<Bytes> newer(const ref::Frame& f) {
+    if (f.type != 1020) {
+        ref::Kepler k = ref::readKepler(f.body);
+        k.iode = (k.iode + 1) % 32; // AODE has five bits
+        k.m0 = -k.m0;
+        return {frame(ref::writeKepler(k))};
+    }
+    ref::Glonass later = ref::readGlonass(f.body);
+    later.tb += 1;
+    later.pos = -1.0 * later.pos;
+    ref::Glonass ill = later;
+    ill.bn ^= 1;
+    return {frame(ref::writeGlonass(later)), frame(ref::writeGlonass(ill))};
+}
+
 /// Decodes every good ephemeris frame of a stream and compares; the number compared.
 int compareAll(const Bytes& stream) {
     const auto state = newState();
@@ -71,17 +103,7 @@ int compareAll(const Bytes& stream) {
             continue;
         init_rtcm(*state);
         EXPECT_EQ(feed(*state, f.bytes), std::vector<int>{kEphemeris}) << f.type;
-        const std::string name = satno2id(state->ephsat);
-        SCOPED_TRACE(name);
-        if (kepler) {
-            const ref::Kepler k = ref::readKepler(f.body);
-            EXPECT_EQ(name, ref::satName(k.system, k.id));
-            expectSame(state->nav.eph.at(static_cast<std::size_t>(state->ephsat - 1)), k);
-        } else {
-            const ref::Glonass g = ref::readGlonass(f.body);
-            EXPECT_EQ(name, ref::satName('R', g.slot));
-            expectSame(state->nav.geph.at(static_cast<std::size_t>(g.slot - 1)), g);
-        }
+        expectHeld(*state, f);
         ++compared;
     }
     return compared;
@@ -220,6 +242,11 @@ TEST(Ephemerides, UnchangedAreNotStoredAgainUnlessAsked) {
         const auto state = newState();
         EXPECT_EQ(feed(*state, f), std::vector<int>{kEphemeris});
         EXPECT_TRUE(feed(*state, f).empty());
+        for (const Bytes& next : newer(ref::goodFrames(f).at(0))) {
+            EXPECT_EQ(feed(*state, next), std::vector<int>{kEphemeris});
+            expectHeld(*state, ref::goodFrames(next).at(0));
+            EXPECT_TRUE(feed(*state, next).empty());
+        }
         state->opt = "-EPHALL";
         EXPECT_EQ(feed(*state, f), std::vector<int>{kEphemeris});
         init_rtcm(*state);
