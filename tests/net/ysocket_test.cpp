@@ -55,6 +55,7 @@ TEST(Connection, NoticesAPeerThatVanishedOrStoppedReading) {
     EXPECT_EQ(option(client, IPPROTO_TCP, TCP_KEEPINTVL), 5);
     EXPECT_EQ(option(client, IPPROTO_TCP, TCP_KEEPCNT), 3);
     EXPECT_EQ(option(client, IPPROTO_TCP, TCP_USER_TIMEOUT), 20000);
+    EXPECT_EQ(option(client, IPPROTO_TCP, TCP_NODELAY), 1);
     timeval sendLimit{}; // the emulator of the 32-bit tests fills half of the seconds
     socklen_t length = sizeof sendLimit;
     getsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &sendLimit, &length);
@@ -70,6 +71,11 @@ TEST(Connection, IsMadeAgainOnTheSameDescriptorWhateverWasBefore) {
     const in_port_t closed = Listener().address.sin_port;
     for (const char* host : {"127.0.0.1", "localhost", ""}) // a name is not looked up
         expectConnect(client, host, closed, false);
+    const sockaddr_in own{AF_INET, closed, {htonl(INADDR_LOOPBACK)}, {}};
+    const int mirror = socket_new_tcp();
+    ASSERT_EQ(bind(mirror, reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
+    expectConnect(mirror, "127.0.0.1", closed, false); // it would meet itself
+    closesocket(mirror);
     const Listener listener;
     Bytes buffer(10);
     for (const char how : {'c', 'r', 'h', 'r', 'c'}) { // close, reset, half-close
