@@ -2,6 +2,9 @@
 #include "orbit/RnxephUtils.h"
 #include "session.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
 // Seven-parameter transformations from PZ-90 to WGS 84 as published: shift (m), difference of
@@ -109,6 +112,54 @@ TEST(AxisByDifference, GivesTheOrbitOfTheWholeAxis) {
         }
     }
     testing::internal::GetCapturedStdout();
+}
+
+// Kepler's equation is not solved to its end: E := M + e sin E, twelve times from M. What that
+// leaves over is the exact orbit of another mean anomaly.
+TEST(EccentricOrbit, ComesFromTwelveStepsOfKeplersEquation) {
+    configure();
+    GPSEPH r = record("E14");
+    r.sqrtA = std::sqrt(27977600.0);
+    r.e = 0.3;
+    double farthestM = 0.0;
+    for (r.M0 = -3.0; r.M0 < 3.1; r.M0 += 0.5) {
+        double anomaly = r.M0;
+        for (int step = 0; step < 12; ++step)
+            anomaly = r.M0 + r.e * std::sin(anomaly);
+        ref::Kepler k = independent(r, 27977600.0, r.deln);
+        const ref::Vec3 whole = ref::position(k, {2009, r.toe});
+        k.m0 = anomaly - r.e * std::sin(anomaly);
+        const OrbitState s = stateAt(r, r.toe);
+        const ref::Vec3 got{s[0], s[1], s[2]};
+        EXPECT_LT(norm(ref::position(k, {2009, r.toe}) - got), 1e-3) << r.M0;
+        farthestM = std::max(farthestM, norm(whole - got));
+        const OrbitState before = stateAt(r, r.toe - 0.5), after = stateAt(r, r.toe + 0.5);
+        for (std::size_t i = 0; i < 3; ++i)
+            EXPECT_NEAR(s[i + 3], after[i] - before[i], 0.01) << r.M0;
+    }
+    EXPECT_GT(farthestM, 0.1);
+}
+
+// The clock is that of B3; what is observed is the combination of the first two carriers.
+TEST(BdsClock, IsFreedOfTheGroupDelayOfTheFirstTwoCarriers) {
+    const struct {
+        const char* carriers;
+        double mhz1, mhz2, delayS; // of 7e-9 s and 4e-9 s
+    } cases[] = {{"BDS:B1_B2b", 1561.098, 1207.14, 3e-9},    {"BDS:B1_B3", 1561.098, 1268.52, 7e-9},
+                 {"BDS:B3_B1", 1268.52, 1561.098, 3e-9},     {"BDS:B1c_B3", 1575.42, 1268.52, 3e-9},
+                 {"BDS:B1c_B2a_B3", 1575.42, 1176.45, 3e-9}, {"BDS:B1", 0, 1, 0}};
+    for (const auto& c : cases) {
+        configure({"C06"}, c.carriers);
+        GPSEPH r = record("C06");
+        r.af0 = 1e-4;
+        r.tgd1 = 7e-9;
+        r.tgd2 = 4e-9;
+        double clockS = 0.0;
+        OrbitState s{};
+        BrdUtils_m_geph2xyz(r, "ynn", 2009, s, clockS, 0.0);
+        const double squares = std::pow(c.mhz1, 2) / (std::pow(c.mhz1, 2) - std::pow(c.mhz2, 2));
+        EXPECT_NEAR(clockS, 1e-4 - squares * c.delayS, 1e-17) << c.carriers;
+    }
 }
 
 TEST(BdsRecord, OfASatelliteThatIsNotConfiguredIsReported) {
