@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 
 namespace {
 
@@ -54,19 +55,37 @@ TEST(ObservationCode, HasANumberASlotAndACarrier) {
 }
 
 TEST(CodePriority, FollowsTheLettersUnlessAnOptionDecides) {
+    // Tracking letters by system and band digits, the best (14) first; the others have no priority.
+    const std::tuple<unsigned, std::string_view, std::string_view> table[] = {
+        {kGps, "1", "CPYWMNSL"},  {kGps, "2", "PYWCMNDLSX"}, {kGps, "5", "IQX"},
+        {kGps, "34678", ""},      {kGlonass, "14", "CPABX"}, {kGlonass, "26", "PCABX"},
+        {kGlonass, "3", "IQX"},   {kGlonass, "578", ""},     {kGalileo, "1", "CABXZ"},
+        {kGalileo, "578", "IQX"}, {kGalileo, "6", "ABCXZ"},  {kGalileo, "234", ""},
+        {kQzss, "1", "CLSXZ"},    {kQzss, "2", "LSX"},       {kQzss, "5", "IQXDPZ"},
+        {kQzss, "6", "LSXEZ"},    {kQzss, "3478", ""},       {kSbas, "1", "C"},
+        {kSbas, "5", "IQX"},      {kSbas, "234678", ""},     {kBds, "12", "IQXDPAN"},
+        {kBds, "7", "IQXDPZ"},    {kBds, "58", "DPX"},       {kBds, "6", "IQXA"},
+        {kBds, "34", ""},         {kIrnss, "59", "ABCX"},    {kIrnss, "1234678", ""},
+        {kLeo, "123456789", ""}};
+    for (int code = 1; code <= kLastPrintedCode; ++code)
+        for (const auto& [system, digits, letters] : table) {
+            const std::string_view obs = code2obs(code);
+            if (digits.find(obs[0]) == std::string_view::npos)
+                continue;
+            const std::size_t place = letters.find(obs[1]);
+            EXPECT_EQ(getcodepri(system, code, ""),
+                      place == std::string_view::npos ? 0 : 14 - static_cast<int>(place))
+                << system << obs;
+        }
     setcodepri(kQzss | kIrnss, 3, "ABC");
     const struct {
         unsigned system;
         const char *obs, *options;
         int priority;
-    } cases[] = {{kGps, "1C", "-GL1P", 0},  {kSbas, "5X", "", 12},
-                 {kQzss, "6B", "", 13},     {kGps, "1C", "", 14},
-                 {kGps, "1W", "", 11},      {kBds, "2X", "", 12},
-                 {kGps, "2X", "", 5},       {kGps, "1X", "", 0},
-                 {kLeo, "1C", "", 0},       {kGps, "1C", "-RL1P", 14},
-                 {kBds, "7I", "-CL7I", 15}, {kGlonass, "2C", "", 13},
-                 {kGalileo, "6Z", "", 10},  {kGps, "1C", "-X -GL2W -GL1C -GL1P", 15},
-                 {kGps, "1P", "-GL1P", 15}, {kGps, "2P", "-GL1P", 14}};
+    } cases[] = {{kGps, "1C", "-GL1P", 0},  {kQzss, "6B", "", 13},
+                 {kGps, "1C", "-RL1P", 14}, {kBds, "7I", "-CL7I", 15},
+                 {kGps, "1P", "-GL1P", 15}, {kGps, "1C", "-X -GL2W -GL1C -GL1P", 15},
+                 {kGps, "2P", "-GL1P", 14}};
     for (const auto& c : cases)
         EXPECT_EQ(getcodepri(c.system, obs2code(c.obs), c.options), c.priority) << c.obs;
     setcodepri(kQzss, 3, "LSXEZ");

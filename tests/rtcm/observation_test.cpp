@@ -1,7 +1,9 @@
 #include "session.h"
 
+#include "reference/service/slots.h"
 #include "reference/standard/msm.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 
@@ -148,6 +150,30 @@ TEST(SignalSlots, GoToTheBestPriorityAndOneOtherToTheFifth) {
     }
 }
 
+TEST(SignalSlots, HoldEveryPairOfSignalsAsTheIndependentTablesSay) {
+    configure({});
+    const FixedClock clock(kNow);
+    for (const char system : std::string("GRESJC")) {
+        std::vector<std::string> signals;
+        for (int id = 1; id <= 32; ++id)
+            if (const std::string signal = ref::signalOf(system, id);
+                !signal.empty() && std::ranges::find(signals, signal) == signals.end())
+                signals.push_back(signal); // BDS has 1X twice
+        for (std::size_t i = 0; i < signals.size(); ++i)
+            for (std::size_t j = i + 1; j < signals.size(); ++j) {
+                const auto state = newState();
+                feed(*state, msm(1074 + 10 * static_cast<int>(std::string("GRESJC").find(system)),
+                                 430650000, {cell(3, signals[i]), cell(3, signals[j])}));
+                std::string expected;
+                for (const std::string& held : ref::storedSignals(system, {signals[i], signals[j]}))
+                    expected += held;
+                std::string held = codes(state->obs.n ? &state->obs.data[0] : nullptr);
+                std::erase_if(held, [](char c) { return c == ' ' || c == '-'; });
+                EXPECT_EQ(held, expected) << system << signals[i] << signals[j];
+            }
+    }
+}
+
 TEST(SignalSlots, HaveNoPlaceForSignalsWithoutACode) {
     const FixedClock clock(kNow);
     const auto state = newState();
@@ -288,6 +314,47 @@ TEST(Epochs, HoldWhatTheirOwnMessagesCarried) {
         EXPECT_EQ(feed(*state, msm(1074, 430654000, {cell(1, "1C")})), std::vector<int>{kEpoch});
         EXPECT_TRUE(recordOf(*state, "G01"));
         EXPECT_EQ(state->obs.n, time == 430654000U ? 2 : 1);
+    }
+}
+
+TEST(Epochs, AreOfOneStation) {
+    configure({});
+    const FixedClock clock(kNow);
+    const auto state = newState();
+    std::uint32_t field = 430650000;
+    const auto statuses = [&](int station, bool more) {
+        return feed(*state, msm(1074, field, {cell(station, "1C")}, more, station));
+    };
+    EXPECT_EQ(statuses(1, false), std::vector<int>{kEpoch});
+    field += 1000;
+    EXPECT_TRUE(statuses(2, true).empty()); // between epochs another one may begin
+    EXPECT_EQ(statuses(3, true), std::vector<int>{kMalformed});
+    EXPECT_TRUE(statuses(3, true).empty()); // it was given up for this one
+    EXPECT_EQ(statuses(3, false), std::vector<int>{kEpoch});
+    EXPECT_TRUE(recordOf(*state, "G03"));
+}
+
+// RTCM 10403.x, DF402, DF407 and DF013: lock was lost where the indicator is smaller than the last
+// one; 0 is a lock that has just begun.
+TEST(LossOfLock, IsAnIndicatorThatIsZeroOrSmallerThanTheLast) {
+    configure({});
+    const FixedClock clock(kNow);
+    const auto state = newState();
+    std::uint32_t field = 430650000;
+    for (const auto& [lock, lost] : {std::pair{9, 0},
+                                     {9, 0},
+                                     {10, 0},
+                                     {9, 1},
+                                     {9, 0},
+                                     {0, 1},
+                                     {0, 1},
+                                     {1, 0},
+                                     {15, 0},
+                                     {14, 1}}) {
+        ref::Cell c = cell(3, "1C");
+        c.lock = lock;
+        feed(*state, msm(1074, field += 1000, {c}));
+        EXPECT_EQ(recordOf(*state, "G03")->LLI[0], lost) << field << ' ' << lock;
     }
 }
 
