@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <map>
+#include <tuple>
 
 namespace {
 
@@ -157,6 +158,72 @@ TEST(EncodeMsm4, MarksWhatItCannotCarry) {
     ASSERT_EQ(glonass.size(), 1U);
     EXPECT_TRUE(glonass[0].pseudorangeM && !glonass[0].phaseRangeM);
     EXPECT_TRUE(ref::readMsm(encoded(*state, 1124).body).cells.empty());
+}
+
+TEST(Encoders, SendWhatTheirFieldsHoldAndNothingFurther) {
+    configure({});
+    const double roughM = 75 * ref::kLightSpeed / 1000; // no fine range is left of it
+    const double perM = 1575.42e6 / ref::kLightSpeed, per2M = 1227.6e6 / ref::kLightSpeed;
+    for (const double sign : {1.0, -1.0}) {
+        const struct {
+            int type;
+            double range2M, phase1M, phase2M; // beyond the range of the first signal
+            bool hasRange2, keeps1, keeps2;   // phases are sent as they are
+        } cases[] = {{1074, 292.69, 1170.99, 5.0, true, true, true},
+                     {1074, 292.71, 1171.01, 5.0, false, false, true},
+                     {1004, 163.81, 262.143, 262.143, true, true, true}, // 8191 times 0.02 m
+                     {1004, 163.83, 262.145, 262.145, false, false, false}};
+        for (const auto& c : cases) {
+            SCOPED_TRACE(sign * c.range2M);
+            const auto state = newEpoch();
+            ObsRecord& record =
+                add(*state, "G07", {{"1C", roughM}, {"2W", roughM + sign * c.range2M}});
+            record.L[0] = (roughM + sign * c.phase1M) * perM;
+            record.L[1] = (roughM + sign * c.phase2M) * per2M;
+            const Bytes body = encoded(*state, c.type).body;
+            const auto cells = (c.type == 1004 ? ref::readLegacy(body) : ref::readMsm(body)).cells;
+            ASSERT_EQ(cells.size(), 2U);
+            EXPECT_EQ(cells[1].pseudorangeM.has_value(), c.hasRange2);
+            const double sentM = cells[0].pseudorangeM.value();
+            const double off1 = cells[0].phaseRangeM.value_or(0.0) - sentM - sign * c.phase1M;
+            const double off2 = cells[1].phaseRangeM.value_or(0.0) - sentM - sign * c.phase2M;
+            EXPECT_EQ(std::abs(off1) < 0.02, c.keeps1) << off1;
+            EXPECT_EQ(std::abs(off2) < 0.02, c.keeps2) << off2;
+            EXPECT_NEAR(off1 * perM, std::round(off1 * perM), 0.1); // whole cycles
+        }
+    }
+    // DF397 and DF398 hold up to 255 ms less a step of 2^-10 ms; 255 is none, with a fraction of 0.
+    const double stepM = ref::kLightSpeed / 1000 / 1024;
+    for (const auto& [steps, ms, fraction] :
+         {std::tuple{261119, 254, 1023}, {261120, 255, 0}, {261121, 255, 0}, {262145, 255, 0}}) {
+        const auto state = newEpoch();
+        add(*state, "G07", {{"1C", steps * stepM + 1.0}});
+        const Bytes body = encoded(*state, 1074).body;
+        ref::BitSource in(body);
+        for (int bits = 169 + 1; bits > 0; --bits) // head, masks
+            in.u(1);
+        EXPECT_EQ(in.u(8), static_cast<std::uint64_t>(ms)) << steps;
+        EXPECT_EQ(in.u(10), static_cast<std::uint64_t>(fraction)) << steps;
+    }
+}
+
+TEST(Encoders, SendTrackingModesWithoutANameOfTheirOwnUnderTheNextOne) {
+    configure({});
+    const struct {
+        const char *code, *msm, *legacy; // empty: not sent
+    } cases[] = {{"1Y", "1P", "1P"}, {"1M", "1P", ""},   {"1N", "1P", ""},   {"1W", "1W", "1P"},
+                 {"1C", "1C", "1C"}, {"2D", "2P", "2D"}, {"2Y", "2P", "2P"}, {"2M", "2P", ""},
+                 {"2N", "2P", ""},   {"2C", "2C", "2X"}, {"2S", "2S", "2X"}, {"2L", "2L", "2X"}};
+    for (const auto& c : cases) {
+        const auto state = newEpoch();
+        const std::size_t band = c.code[0] == '2' ? 1 : 0;
+        add(*state, "G07", {{"1C", 22e6}, {"2W", 22e6}}).code[band] = obs2code(c.code);
+        const auto signal = [&](const std::vector<ref::Cell>& cells) {
+            return cells.size() == 2 && cells[band].pseudorangeM ? cells[band].signal : "";
+        };
+        EXPECT_EQ(signal(ref::readMsm(encoded(*state, 1074).body).cells), c.msm) << c.code;
+        EXPECT_EQ(signal(ref::readLegacy(encoded(*state, 1004).body).cells), c.legacy) << c.code;
+    }
 }
 
 TEST(EncodeMsm4, TakesAPhaseFarFromTheRangeBackByWholeCycles) {
