@@ -98,7 +98,11 @@ TEST(Deployment, FillsTheRecord) {
     EXPECT_EQ(s.xyz, (Vector3{-4649396.65, 2556027.44, -3528061.29}));
     EXPECT_TRUE(s.sigma == (Vector3{1, 2, 3}) && s.more == (Vector3{7, 8, 9}) && s.enu[2] == 1.5);
     EXPECT_EQ(s.antenna + s.antennaWithRadome,
-              "TRM59800.00     SCISabcd_ENU 0.1 0.2NONE"); // deliberate
+              "TRM59800.00     SCISabcd_ENU 0.1 0.2NONE");              // deliberate
+    for (const std::string radome : {"ASH701945E_MX", "AOAD/M_NONE"}) { // 13 characters, a radome
+        EXPECT_TRUE(Deployment("stacoo", "ASH701945E_M", radome).read().list().empty());
+        EXPECT_EQ(DLY.stations.at(0).antennaWithRadome, radome);
+    }
 }
 
 TEST(Deployment, AcceptsWithANoteOrWithout) {

@@ -78,6 +78,22 @@ protected:
     ref::RangeChange truth(const std::string& name, ref::GpsTime t = kNow) {
         return ref::rangeChange(navigation.satellite(name), kSite, ref::virtualPoint(kSite), t);
     }
+    /// Range of the reference on the service's own orbit, at a transmit time that is iterated far
+    /// beyond need. A nanosecond is a micrometre of it.
+    double rangeOfOrbit(std::size_t satellite) {
+        const auto rangeM = [](const OrbitState& s, const Vector3& p) {
+            return std::hypot(s[0] - p[0], s[1] - p[1], s[2] - p[2]) +
+                   ref::kEarthRate / ref::kLightSpeed * (s[0] * p[1] - s[1] * p[0]);
+        };
+        OrbitState state{};
+        for (double lightTimeS = 0.07, pass = 0; pass < 20; ++pass) {
+            int index = 0;
+            VrsBaseStation_v_readOrbit(satellite, reference->mjd, state, index,
+                                       reference->sod - lightTimeS);
+            lightTimeS = rangeM(state, request.xyz) / ref::kLightSpeed;
+        }
+        return rangeM(state, reference->xyz);
+    }
     /// Satellites of a system in view, by the independent geometry.
     std::vector<std::string> inView(char system) {
         std::vector<std::string> names;
@@ -120,6 +136,7 @@ TEST_F(Virtual, ObservationsDifferByTheChangeOfRangeAtTheVirtualTransmitTime) {
             ++compared;
         }
         EXPECT_NEAR(reference->referenceRange[i], change.rangeRefM, name[0] == 'R' ? 0.02 : 0.6);
+        EXPECT_NEAR(reference->referenceRange[i], rangeOfOrbit(i), 3e-6) << name;
         EXPECT_EQ(got(name).rangeType[1].view(), "C2C");
     }
     EXPECT_GT(compared, 60);
@@ -213,6 +230,30 @@ TEST_F(Virtual, SatellitesBelowFiveDegreesOrWithoutOrbitAreLeftOut) {
         EXPECT_TRUE(existobs(got(name)) || name == "G03" || name == "G02") << name;
 }
 
+TEST_F(Virtual, SatellitesComeAndGoAtFiveDegrees) {
+    const auto above = [&](const std::string& name, double ahead) {
+        return truth(name, kNow + ahead).direction.elevationDeg > 5.0;
+    };
+    int crossings = 0;
+    for (const std::string& name : DLY.satelliteNames) {
+        if (!navigation.kepler.contains(name) || above(name, -600.0) == above(name, 600.0))
+            continue;
+        double before = -600.0;
+        for (double step = 600.0; step > 0.01; step /= 2.0) // s; degrees go by at 0.008 a second
+            if (above(name, before + step) == above(name, -600.0))
+                before += step;
+        for (const double ahead : {before - 0.2, before + 0.2}) {
+            reference->obs.clear();
+            observe(name);
+            setEpoch(kNow + ahead);
+            generate();
+            EXPECT_EQ(existobs(got(name)), above(name, ahead)) << name << ' ' << ahead;
+        }
+        ++crossings;
+    }
+    EXPECT_GE(crossings, 3);
+}
+
 TEST_F(Virtual, AbsentValuesStayAbsent) {
     const std::string name = inView('E').at(0);
     observe(name, 0).range[0] = 0.0;
@@ -251,6 +292,7 @@ TEST_F(Virtual, BeyondFiveKilometresTheReferenceSpeaksForItself) {
 }
 
 TEST_F(Virtual, StationStandsItsFixedOffsetNorth) {
+    DLY.requests.push_back({.name = "VRS1", .requestWord = -2}); // the first one is answered
     std::array<std::uint8_t, kReplyBytes> reply{};
     testing::internal::CaptureStdout();
     const int length = VrsMain(0, reply);
@@ -341,6 +383,7 @@ protected:
 
 TEST_F(ReplyEncoder, SendsEachSystemOnceAndMarksAllButTheLast) {
     add("G05", 0, "1C");
+    pack->obs.row(indexOf("G05")).cn0[0] = 44.4996;
     EXPECT_EQ(encode(), "1074- ");
     add("J02", 0, "1C");
     EXPECT_EQ(encode(), "1074+ 1114- ");
@@ -356,7 +399,8 @@ TEST_F(ReplyEncoder, SendsEachSystemOnceAndMarksAllButTheLast) {
     EXPECT_EQ(reply.word, 7U);
     for (const ref::Msm& m : messages)
         EXPECT_EQ(m.station, 4095);
-    EXPECT_EQ(messages[0].cells.at(0).cnr, 45.0); // 44.6, rounded half up
+    EXPECT_EQ(messages[1].cells.at(0).cnr, 45.0); // 44.6, rounded half up
+    EXPECT_EQ(messages[0].cells.at(0).cnr, 44.0); // 44.4996, cut to 44.499 before
 }
 
 TEST_F(ReplyEncoder, CarriesOnlyTheSignalsOfItsTable) {
