@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <map>
 
 namespace {
 
@@ -459,8 +460,23 @@ TEST_F(ReplyEncoder, LooksAtTheConfiguredFrequenciesOfBds3Alone) {
 }
 
 TEST_F(ReplyEncoder, RefusesWhatDoesNotFitItsFrame) {
-    // 32 GPS satellites of 2 signals and so on fill the frame close to its limits: no system can
-    // pass them, so the area is moved instead.
+    // Every satellite with every signal: a message has 64 cells at most, so all of them together
+    // stay below the limits. The area is moved instead.
+    const std::map<char, std::vector<const char*>> signals{{'G', {"1C", "2W", "5Q"}},
+                                                           {'R', {"1P", "2P"}},
+                                                           {'E', {"1X", "5X", "7X", "6X"}},
+                                                           {'C', {"2I", "6I", "7I", "1P"}},
+                                                           {'J', {"1C", "2X", "5Q"}}};
+    for (const std::string& name : DLY.satelliteNames)
+        if (const auto it = signals.find(name[0]); it != signals.end())
+            for (std::size_t slot = 0; slot < it->second.size(); ++slot)
+                add(name, slot, it->second[slot]);
+    testing::internal::CaptureStdout();
+    const auto largest = VrsEncoder_m_encodeReply(*pack, 7);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(ref::openReply(largest).messages.size(), 8U);
+    EXPECT_TRUE(largest.size() > 2000 && largest.size() <= 4096) << largest.size();
+    pack->obs.clear();
     add("G05", 0, "1C");
     testing::internal::CaptureStdout();
     const auto whole = VrsEncoder_m_encodeReply(*pack, 7);
