@@ -73,7 +73,8 @@ void prepareSession() {
     DLY.currentMjd = DLY.startMjd;
     DLY.currentSod = DLY.startSod;
     DLY.counters = {};
-    DLY.stationEpochs.assign(DLY.stations.size(), {});
+    DLY.stationEpochs.clear();
+    DLY.stationEpochs.resize(DLY.stations.size()); // in place: one is too large for the stack
     Rnxeph_initial();
     StreamObs_m_initial();
 }

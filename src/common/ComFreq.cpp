@@ -147,7 +147,7 @@ int index_freq(std::span<const std::string> names, std::string_view slot) {
 
 void updateSatfreq(SatelliteRecord& satellite) {
     const int system = index_string(kSystems, satellite.cprn.front());
-    const int index = pointer_string(DLY.satelliteNames, satellite.cprn);
+    const int index = DLY.satelliteNamed(satellite.cprn);
     if (system < 0 || index < 0)
         return;
     const auto& names = DLY.satelliteFrequencies[static_cast<std::size_t>(system)];

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -63,6 +64,13 @@ struct CombinationConstants {
     double ionosphereFree2 = 0.0; // 1 / (g2 - 1), of the second
 };
 
+/// What "-post" resolves of a satellite: its vehicle and the antenna of that.
+struct SatelliteVehicle {
+    SatelliteInfo info;
+    AntennaRecord calibration;
+    SatellitePco pco{}; // by slot, m
+};
+
 struct SatelliteRecord {
     std::string cprn; // "G05"
     std::array<std::string, 3> texts;
@@ -70,14 +78,11 @@ struct SatelliteRecord {
     bool used = false;
     int glonassChannel = kUnknownChannel;
     std::vector<CarrierSlot> slots;
-    std::array<CarrierPair, kMaxSlots> pairs;
+    std::array<CarrierPair, kMaxFrequencies> pairs;
     std::optional<CombinationConstants> combination; // nothing with fewer than two carriers
     /// f1^2 / f^2 per carrier slot, formed when first needed; 0 = not formed.
     std::array<double, kMaxSlots> ionosphereFactor{};
-    // With "-post":
-    SatelliteInfo info;
-    AntennaRecord calibration;
-    SatellitePco pco{}; // of its antenna, by slot, m
+    std::unique_ptr<SatelliteVehicle> vehicle; // null without "-post"
 };
 
 struct StationRecord {
@@ -172,9 +177,13 @@ struct DeployConfig {
     Stream stream;
 
     /// Index of a satellite by its satellite number, -1 = not configured: what a search of
-    /// satelliteNames for satno2id(number) gives, made once by indexSatellites.
+    /// satelliteNames for satno2id(number) gives.
     std::array<std::int16_t, kMaxSatNumber + 1> satelliteIndex = noSatellites();
+    /// Enters the satellite of that place in satelliteNames, or all of them anew.
+    void indexSatellite(std::size_t place);
     void indexSatellites();
+    /// Index of a satellite by its name, -1 = not configured.
+    int satelliteNamed(std::string_view name) const;
 
     static constexpr std::array<std::int16_t, kMaxSatNumber + 1> noSatellites() {
         std::array<std::int16_t, kMaxSatNumber + 1> none{};

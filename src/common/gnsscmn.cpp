@@ -3,7 +3,6 @@
 #include "common/ComText.h"
 
 #include <bit>
-#include <cstdio>
 
 namespace {
 
@@ -130,12 +129,11 @@ std::string satno2id(int sat) {
     for (const SatelliteBlock& block : kSatelliteBlocks) {
         if (block.system != system)
             continue;
-        std::array<char, 16> id{};
-        if (block.letter)
-            std::snprintf(id.data(), id.size(), "%c%02d", block.letter, prn - block.prnOfZero);
-        else
-            std::snprintf(id.data(), id.size(), "%03d", prn);
-        return id.data();
+        const int number = prn - block.prnOfZero;
+        const auto digit = [number](int unit) {
+            return static_cast<char>('0' + number / unit % 10);
+        };
+        return {block.letter ? block.letter : digit(100), digit(10), digit(1)};
     }
     return {};
 }

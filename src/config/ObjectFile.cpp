@@ -89,7 +89,7 @@ void acceptSatellite(const ObjectReader& in, SatelliteRecord satellite) {
     const std::string& name = satellite.cprn;
     if (name.size() > kSatelliteNameLength)
         return in.badValue(name, "satellite name is longer than 3 characters");
-    if (pointer_string(DLY.satelliteNames, name) >= 0)
+    if (DLY.satelliteNamed(name) >= 0)
         return in.warning(text("cprn = %s,exist the same satellite", name.c_str()));
     if (!contains(kSystems, name.substr(0, 1)))
         return in.fatal(text("system = %c,do not support system", name.front()));
@@ -105,6 +105,7 @@ void acceptSatellite(const ObjectReader& in, SatelliteRecord satellite) {
     if (!contains(DLY.systems, name.substr(0, 1)))
         DLY.systems += name[0];
     DLY.satelliteNames.push_back(name);
+    DLY.indexSatellite(DLY.satelliteNames.size() - 1);
     if (DLY.post)
         resolveSatellite(satellite, in.file.lineNumber(), in.findings);
     DLY.satellites.push_back(std::move(satellite));
@@ -145,11 +146,12 @@ void setFrequencies(Findings& findings) {
 
 void readSatellites(const ObjectReader& in) {
     std::string_view line;
+    DLY.satelliteNames.reserve(kMaxSatellites);
+    DLY.satellites.reserve(kMaxSatellites);
     while (in.nextRecord(RecordKind::satellite, line))
         acceptSatellite(in, parseSatellite(in, line));
     if (DLY.satellites.empty())
         in.warning(text("nrpn = %d,no selected satellite!", 0));
-    DLY.indexSatellites();
     setFrequencies(in.findings);
     orderSystems();
     for (std::size_t i = 0; i < kSystemCount; ++i)

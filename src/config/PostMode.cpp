@@ -76,21 +76,22 @@ bool resolveStationAntenna(StationRecord& station, int line, Findings& findings)
 } // namespace
 
 bool resolveSatellite(SatelliteRecord& satellite, int line, Findings& findings) {
-    if (!Antatx_s_rdSvnav(satellite.cprn, startMjd(), satellite.info, findings))
+    satellite.vehicle = std::make_unique<SatelliteVehicle>();
+    auto& [info, calibration, pco] = *satellite.vehicle;
+    if (!Antatx_s_rdSvnav(satellite.cprn, startMjd(), info, findings))
         return false;
-    satellite.texts[0] = satellite.info.block; // the antenna type
+    satellite.texts[0] = info.block; // the antenna type
     // The object file's channel comes first.
     if (satellite.cprn.front() == 'R' && satellite.glonassChannel == kUnknownChannel &&
-        validChannel(satellite.info.channel))
-        satellite.glonassChannel = satellite.info.channel;
+        validChannel(info.channel))
+        satellite.glonassChannel = info.channel;
     const auto system = static_cast<std::size_t>(index_string(kSystems, satellite.cprn.front()));
     for (const FrequencyTable* const table : {&DLY.stationFrequencies, &DLY.satelliteFrequencies})
         if (!get_freq(satellite, "RAW", (*table)[system], findings))
             return false;
     SitePco none{};
-    if (Antatx_m_getAnt(satellite.calibration, satellite.cprn, DLY.satelliteFrequencies,
-                        satellite.texts[0], satellite.cprn, satellite.pco, none, startMjd(),
-                        endMjd(), findings))
+    if (Antatx_m_getAnt(calibration, satellite.cprn, DLY.satelliteFrequencies, satellite.texts[0],
+                        satellite.cprn, pco, none, startMjd(), endMjd(), findings))
         return true;
     findings.fatal(DLY.tables.object, line,
                    text("ant = %s,cprn = %s,satellite antenna is not found in atx file",

@@ -3,6 +3,7 @@
 #include "common/ComText.h"
 
 #include <algorithm>
+#include <memory>
 
 EphemerisStore BRDEPH;
 
@@ -17,7 +18,8 @@ template <class Record> int findByName(std::span<const Record> records, std::str
 } // namespace
 
 void Rnxeph_initial() {
-    BRDEPH = {};
+    std::destroy_at(&BRDEPH); // in place: a second one is too large for the stack
+    std::construct_at(&BRDEPH);
     BRDEPH.slotOf.fill(-1);
     for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
         const std::string& name = DLY.satelliteNames[i];

@@ -52,6 +52,7 @@ TEST(SatelliteFrequencies, StandInOrderOrAreFindings) {
 TEST(SatelliteFrequencies, CombineAndAreRefreshedInConfiguredOrder) {
     DLY = {};
     DLY.satelliteNames = {"G05"};
+    DLY.indexSatellites();
     DLY.satelliteFrequencies[0] = {"L2", "L1"};
     SatelliteRecord gps;
     filled(gps, "G05", "IF", DLY.satelliteFrequencies[0]);

@@ -55,15 +55,16 @@ TEST(PostMode, ResolvesSatellitesAntennasAndFiles) {
     EXPECT_TRUE(findings.list().empty()) << findings.list()[0].text;
 
     // The second vehicle of that name flies on the day; its own channel comes before the file's.
-    EXPECT_EQ(satellite("G10").info.block, "BLOCK IIF");
-    EXPECT_EQ(satellite("G10").info.designator, "1506201");
+    EXPECT_EQ(satellite("G10").vehicle->info.block, "BLOCK IIF");
+    EXPECT_EQ(satellite("G10").vehicle->info.designator, "1506201");
     EXPECT_EQ(satellite("R24").glonassChannel, 2);
     EXPECT_EQ(satellite("R05").glonassChannel, 1);
-    EXPECT_EQ(satellite("G10").info.massKg, 1633.0);
-    EXPECT_EQ(satellite("G10").info.offsetM, (Vector3{0.394, 0.0, 1.623}));
-    EXPECT_EQ(satellite("R01").info.offsetM, (Vector3{-0.545, 0.0, 2.33})); // not the reflector's
+    EXPECT_EQ(satellite("G10").vehicle->info.massKg, 1633.0);
+    EXPECT_EQ(satellite("G10").vehicle->info.offsetM, (Vector3{0.394, 0.0, 1.623}));
+    EXPECT_EQ(satellite("R01").vehicle->info.offsetM,
+              (Vector3{-0.545, 0.0, 2.33})); // not the reflector's
     EXPECT_NEAR(satellite("R24").slots.at(0).wavelengthM, 299792458.0 / 1603.125e6, 1e-12);
-    EXPECT_NEAR(satellite("G10").pco[2][2], 1.5882, 1e-9); // L5 of its second entry
+    EXPECT_NEAR(satellite("G10").vehicle->pco[2][2], 1.5882, 1e-9); // L5 of its second entry
 
     const StationRecord& str2 = DLY.stations.at(0);
     // Calibrated for G01 G02 R01 R02 alone: Galileo takes GPS, and L5 there the first carrier.
