@@ -206,11 +206,9 @@ void Trial::keep() {
     for (const std::size_t satellite : obs.written())
         for (std::size_t k = 0; k < kMaxSlots; ++k) {
             const SatelliteObs& row = obs[satellite];
-            const std::string_view type = row.phaseType[k].view();
-            if (type.size() == 3 && row.phase[k] != 0.0 && row.range[k] != 0.0)
-                ++result_
-                      .signals[{DLY.satelliteNames[satellite].front(), std::string(type.substr(1))}]
-                      .kept;
+            const std::string code(code2obs(row.phaseType[k]));
+            if (!code.empty() && row.phase[k] != 0.0 && row.range[k] != 0.0)
+                ++result_.signals[{DLY.satelliteNames[satellite].front(), code}].kept;
         }
 }
 

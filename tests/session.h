@@ -22,6 +22,7 @@
 #include <memory>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 inline const ref::Vec3 kSite{-4467074.3577, 2683011.9038, -3667008.2845};
@@ -66,7 +67,7 @@ inline void configure(const std::vector<std::string>& satellites = allSatellites
         SatelliteRecord record;
         record.cprn = name;
         DLY.satelliteNames.push_back(name);
-        DLY.satellites.push_back(record);
+        DLY.satellites.push_back(std::move(record));
     }
     StationRecord station;
     station.name = "STR2";

@@ -4,6 +4,17 @@
 
 DeployConfig DLY;
 
+namespace {
+
+std::int8_t slotOfCode(const std::vector<std::string>& frequencies, std::string_view code) {
+    for (std::size_t k = 0; k < frequencies.size() && !code.empty(); ++k)
+        if (frequencies[k].size() > 1 && frequencies[k][1] == code[0])
+            return static_cast<std::int8_t>(k);
+    return -1;
+}
+
+} // namespace
+
 void strinit(Stream& stream) {
     stream = {};
 }
@@ -19,6 +30,7 @@ std::size_t numberOf(std::string_view name) {
 } // namespace
 
 void DeployConfig::indexSatellite(std::size_t place) {
+    satelliteNumber[place] = static_cast<std::uint8_t>(satid2no(satelliteNames[place]));
     if (const std::size_t sat = numberOf(satelliteNames[place]); sat && satelliteIndex[sat] < 0)
         satelliteIndex[sat] = static_cast<std::int16_t>(place);
 }
@@ -27,6 +39,10 @@ void DeployConfig::indexSatellites() {
     satelliteIndex = noSatellites();
     for (std::size_t place = 0; place < satelliteNames.size(); ++place)
         indexSatellite(place);
+    for (std::size_t system = 0; system < kSystemCount; ++system)
+        for (int code = 0; code <= kMaxCode; ++code)
+            slotOf[system][static_cast<std::size_t>(code)] =
+                slotOfCode(stationFrequencies[system], code2obs(code));
 }
 
 int DeployConfig::satelliteNamed(std::string_view name) const {

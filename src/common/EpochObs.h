@@ -3,10 +3,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <span>
 #include <string>
-#include <string_view>
 
 /// EpochObs: the observations of one station at one epoch, by configured satellite and carrier
 /// slot. Slot f of a satellite belongs to the f-th configured frequency of its system.
@@ -14,21 +12,14 @@
 inline constexpr std::size_t kMaxSatellites = 160; // configured satellites
 inline constexpr std::size_t kMaxSlots = 8;        // carrier slots of a satellite
 
-/// An observation type, such as "L1C": type letter, band digit, tracking letter.
-struct ObsType {
-    std::array<char, 4> name{};
-
-    std::string_view view() const { return {name.data(), strnlen(name.data(), name.size())}; }
-};
-
 /// One satellite's slots; 0.0 = absent.
 struct SatelliteObs {
     std::array<double, kMaxSlots> phase{};   // cycles
     std::array<double, kMaxSlots> range{};   // m
     std::array<double, kMaxSlots> cn0{};     // dB-Hz
     std::array<double, kMaxSlots> doppler{}; // Hz, the decoder's value with the sign reversed
-    std::array<ObsType, kMaxSlots> phaseType{};
-    std::array<ObsType, kMaxSlots> rangeType{};
+    /// Observation codes of phase and range; 0 = none.
+    std::array<std::uint8_t, kMaxSlots> phaseType{}, rangeType{};
 };
 
 /// A satellite counts as observed when its carrier phases do not sum to 0; ranges alone do not.
@@ -43,6 +34,7 @@ inline bool existobs(const SatelliteObs& obs) {
 class EpochObs {
 public:
     const SatelliteObs& operator[](std::size_t satellite) const { return rows_[satellite]; }
+    bool written(std::size_t satellite) const { return written_[satellite]; }
     /// The row of a satellite for writing; from now on it counts as written.
     SatelliteObs& row(std::size_t satellite) {
         if (!written_[satellite]) {

@@ -152,6 +152,7 @@ void readSatellites(const ObjectReader& in) {
         acceptSatellite(in, parseSatellite(in, line));
     if (DLY.satellites.empty())
         in.warning(text("nrpn = %d,no selected satellite!", 0));
+    DLY.indexSatellites();
     setFrequencies(in.findings);
     orderSystems();
     for (std::size_t i = 0; i < kSystemCount; ++i)

@@ -21,23 +21,6 @@ RtcmState Decoder;
 bool decoderReady = false;
 Contradictions contradictions;
 
-/// Carrier slot of a band digit for a system: the first frequency name with that digit, -1 if
-/// none is configured.
-int slotOfDigit(std::size_t system, char digit) {
-    const auto& names = DLY.stationFrequencies[system];
-    for (std::size_t k = 0; k < names.size(); ++k)
-        if (names[k].size() > 1 && names[k][1] == digit)
-            return static_cast<int>(k);
-    return -1;
-}
-
-ObsType typeName(char letter, std::string_view code) {
-    ObsType type;
-    type.name[0] = letter;
-    code.copy(type.name.data() + 1, 2);
-    return type;
-}
-
 void storeEpoch(std::size_t station) {
     print(Level::debug, "***INFO(StreamObs): Got observation data\n");
     StationEpoch& epoch = DLY.stationEpochs[station];
@@ -219,30 +202,25 @@ void StreamObs_m_restart() {
 
 int StreamObs_m_setObsData(const ObsSet& obs, std::size_t station) {
     EpochObs& out = DLY.stationEpochs[station].obs;
-    for (int i = 0; i < obs.n; ++i) {
-        const ObsRecord& record = obs.data[static_cast<std::size_t>(i)];
+    for (int n = 0; n < obs.n; ++n) {
+        const ObsRecord& record = obs.data[static_cast<std::size_t>(n)];
         const int satellite = DLY.satelliteIndex[record.sat];
-        if (satellite < 0)
+        const int system = kSystemOf[record.sat];
+        if (satellite < 0 || system < 0)
             continue;
-        const auto s = static_cast<std::size_t>(satellite);
-        const int system = index_string(kSystems, DLY.satelliteNames[s].front());
-        if (system < 0)
-            continue;
-        for (std::size_t slot = 0; slot < kObsSlots; ++slot) {
-            const std::string_view code = code2obs(record.code[slot]);
-            const int k =
-                code.empty() ? -1 : slotOfDigit(static_cast<std::size_t>(system), code[0]);
-            if (k < 0)
+        const auto& slots = DLY.slotOf[static_cast<std::size_t>(system)];
+        for (std::size_t i = 0; i < kObsSlots; ++i) {
+            const std::uint8_t code = record.code[i];
+            if (slots[code] < 0)
                 continue;
             // Where two signals share a carrier, the later slot overwrites the earlier.
-            SatelliteObs& row = out.row(s);
-            const auto f = static_cast<std::size_t>(k);
-            row.phase[f] = record.L[slot];
-            row.range[f] = record.P[slot];
-            row.cn0[f] = record.SNR[slot] / 1000.0;
-            row.doppler[f] = -static_cast<double>(record.D[slot]);
-            row.phaseType[f] = typeName('L', code);
-            row.rangeType[f] = typeName('C', code);
+            SatelliteObs& row = out.row(static_cast<std::size_t>(satellite));
+            const auto k = static_cast<std::size_t>(slots[code]);
+            row.phase[k] = record.L[i];
+            row.range[k] = record.P[i];
+            row.cn0[k] = record.SNR[i] / 1000.0;
+            row.doppler[k] = -static_cast<double>(record.D[i]);
+            row.phaseType[k] = row.rangeType[k] = code;
         }
     }
     return 1;

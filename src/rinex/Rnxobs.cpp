@@ -35,11 +35,6 @@ constexpr std::array<std::string_view, 16> kGalileoTypes{
     "C1", "L1", "D1", "S1", "C6", "L6", "D6", "S6", "C8", "L8", "D8", "S8", "C5", "L5", "D5", "S5"};
 constexpr std::size_t kMostColumns = kBdsTypes.size();
 
-/// Type and band of an observation type: "L1" of "L1C"; empty for an empty slot.
-std::string_view bandOf(const ObsType& type) {
-    return type.view().substr(0, 2);
-}
-
 std::size_t systemOf(std::size_t satellite) {
     return static_cast<std::size_t>(index_string(kSystems, DLY.satelliteNames[satellite].front()));
 }
@@ -59,20 +54,19 @@ void addSatellite(std::string& out, std::size_t satellite, const SatelliteObs& o
     const std::string& name = DLY.satelliteNames[satellite];
     const std::span<const std::string_view> types = Rnxobs_m_initObsType(name.front());
     std::array<double, kMostColumns> row{};
-    const auto put = [&](std::string_view type, double value) {
-        if (const int at = pointer_string_obstyp(types, type); at >= 0)
+    const auto put = [&](char letter, std::uint8_t code, double value) {
+        const std::string_view signal = code2obs(code);
+        if (signal.empty())
+            return;
+        const std::array type{letter, signal[0]};
+        if (const int at = pointer_string_obstyp(types, {type.data(), type.size()}); at >= 0)
             row[static_cast<std::size_t>(at)] = value + 0.0; // a minus zero loses its sign
     };
     for (std::size_t f = 0; f < DLY.stationFrequencies[systemOf(satellite)].size(); ++f) {
-        put(bandOf(obs.phaseType[f]), obs.phase[f]);
-        const std::string_view range = bandOf(obs.rangeType[f]);
-        put(range, obs.range[f]);
-        if (range.size() < 2)
-            continue;
-        const std::array doppler{'D', range[1]};
-        const std::array quality{'S', range[1]};
-        put({doppler.data(), doppler.size()}, obs.doppler[f]);
-        put({quality.data(), quality.size()}, obs.cn0[f]);
+        put('L', obs.phaseType[f], obs.phase[f]);
+        put('C', obs.rangeType[f], obs.range[f]);
+        put('D', obs.rangeType[f], obs.doppler[f]);
+        put('S', obs.rangeType[f], obs.cn0[f]);
     }
     out += name;
     for (std::size_t i = 0; i < types.size(); ++i)

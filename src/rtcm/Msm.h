@@ -96,6 +96,8 @@ constexpr std::int64_t lockMs(const MsmForm& form, int indicator) {
 constexpr int lockIndicator(const MsmForm& form, double seconds) {
     int reached = 0;
     int last = form.lock == 4 ? 15 : 704; // DF407: the rest is reserved
+    if (seconds < static_cast<double>(lockMs(form, 1)) * 1e-3)
+        return 0; // most often: lock begins
     while (reached < last) {
         const int middle = (reached + last + 1) / 2;
         if (seconds >= static_cast<double>(lockMs(form, middle)) * 1e-3)

@@ -2,6 +2,7 @@
 
 #include "rtcm/rtcm.h"
 
+#include <algorithm>
 #include <optional>
 #include <string_view>
 
@@ -51,9 +52,19 @@ ObsRecord* epochRecord(RtcmState& s, const EpochMessage& m, int sat);
 /// Ends a message of the epoch: kNothing while more follow, kEpoch after the last one.
 Status endOfMessage(RtcmState& s, bool more);
 /// 1 when the lock indicator is 0 or smaller than the last one of the signal.
-std::uint8_t lossoflock(RtcmState& s, int sat, std::size_t slot, int lock);
+inline std::uint8_t lossoflock(RtcmState& s, int sat, std::size_t slot, int lock) {
+    s.touch(sat);
+    SignalTrack& track = s.tracks[static_cast<std::size_t>(sat - 1)][slot];
+    const bool lost = lock == 0 || lock < track.lock;
+    track.lock = static_cast<std::uint16_t>(lock);
+    return lost ? 1 : 0;
+}
 /// 0.001 dB-Hz; 0 outside (0, 100).
-std::uint16_t snratio(double cnr);
+inline std::uint16_t snratio(double cnr) {
+    return cnr > 0.0 && cnr < 100.0
+               ? static_cast<std::uint16_t>(std::min(cnr / 0.001 + 0.5, 65535.0))
+               : std::uint16_t{0};
+}
 /// Learns a GLONASS channel from the stream.
 void learnChannel(RtcmState& s, int slot, int channel);
 

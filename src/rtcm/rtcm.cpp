@@ -4,21 +4,22 @@
 #include "common/Print.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 namespace {
 
 void clearTouched(RtcmState& s) {
-    for (std::size_t row = 0; s.touched.any() && row < s.touched.size(); ++row) {
-        if (!s.touched.test(row))
-            continue;
-        s.touched.reset(row);
-        s.nav.eph[row].sat = 0;
-        s.tracks[row] = {};
-        int slot = 0;
-        if (satsys(static_cast<int>(row) + 1, &slot) == kGlonass)
-            s.nav.geph[static_cast<std::size_t>(slot - 1)].sat = 0;
-    }
+    for (std::size_t word = 0; word < s.touched.size(); ++word)
+        for (; s.touched[word] != 0; s.touched[word] &= s.touched[word] - 1) {
+            const std::size_t row =
+                64 * word + static_cast<std::size_t>(std::countr_zero(s.touched[word]));
+            s.nav.eph[row].sat = 0;
+            s.tracks[row] = {};
+            int slot = 0;
+            if (satsys(static_cast<int>(row) + 1, &slot) == kGlonass)
+                s.nav.geph[static_cast<std::size_t>(slot - 1)].sat = 0;
+        }
     for (std::size_t page = 0; s.countedPages != 0; ++page, s.countedPages >>= 1)
         if (s.countedPages & 1U)
             std::fill_n(s.nmsg3.begin() + static_cast<std::ptrdiff_t>(16 * page), 16, 0U);
@@ -150,11 +151,12 @@ int fcn_glo(int sat, const RtcmState& s) {
 }
 
 int obsindex(ObsSet& obs, GTime time, int sat) {
-    for (int i = 0; i < obs.n; ++i)
-        if (obs.data[static_cast<std::size_t>(i)].sat == sat)
-            return i;
+    std::uint8_t& row = obs.rows[static_cast<std::size_t>(sat)];
+    if (row < obs.n && obs.data[row].sat == sat)
+        return row;
     if (static_cast<std::size_t>(obs.n) >= kMaxObs)
         return -1;
+    row = static_cast<std::uint8_t>(obs.n);
     ObsRecord& record = obs.data[static_cast<std::size_t>(obs.n)];
     record = {};
     record.time = time;

@@ -5,7 +5,6 @@
 #include "rtcm/Frame.h"
 
 #include <array>
-#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -43,6 +42,8 @@ struct ObsRecord {
 struct ObsSet {
     int n = 0;
     std::array<ObsRecord, kMaxObs> data;
+    /// Where obsindex put the record of a satellite; it holds where that record says so, too.
+    std::array<std::uint8_t, kMaxSatNumber + 1> rows{};
 };
 
 /// Keplerian broadcast ephemeris; sat 0 = none.
@@ -140,10 +141,13 @@ struct RtcmState {
     std::string opt;                        // options
 
     /// Records that something is held for this satellite, so that init_rtcm clears it.
-    void touch(int sat) { touched.set(static_cast<std::size_t>(sat - 1)); }
+    void touch(int sat) {
+        const auto row = static_cast<std::size_t>(sat - 1);
+        touched[row / 64] |= std::uint64_t{1} << row % 64;
+    }
     /// Counts a message of a type.
     void count(int type);
-    std::bitset<kMaxSatNumber> touched;
+    std::array<std::uint64_t, kMaxSatNumber / 64 + 1> touched{}; // bit sat - 1
     std::uint32_t countedPages = 0; // bit k: some of the 16 counters from 16 k on is not 0
 };
 

@@ -74,20 +74,6 @@ bool test_staid(RtcmState& s, int staid) {
     return true;
 }
 
-std::uint8_t lossoflock(RtcmState& s, int sat, std::size_t slot, int lock) {
-    s.touch(sat);
-    SignalTrack& track = s.tracks[static_cast<std::size_t>(sat - 1)][slot];
-    const bool lost = lock == 0 || lock < track.lock;
-    track.lock = static_cast<std::uint16_t>(lock);
-    return lost ? 1 : 0;
-}
-
-std::uint16_t snratio(double cnr) {
-    return cnr > 0.0 && cnr < 100.0
-               ? static_cast<std::uint16_t>(std::min(cnr / 0.001 + 0.5, 65535.0))
-               : std::uint16_t{0};
-}
-
 void learnChannel(RtcmState& s, int slot, int channel) {
     if (validChannel(channel))
         s.nav.glo_fcn[static_cast<std::size_t>(slot - 1)] = channel + 8;

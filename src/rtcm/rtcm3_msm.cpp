@@ -144,7 +144,8 @@ void storeCell(RtcmState& s, ObsRecord& record, const Signal& signal, double hz,
 /// Puts the cells of a whole message into the records of its epoch.
 void save_msm_obs(RtcmState& s, const Message& m, const EpochMessage& e) {
     const Signals signals = signalsOf(s, m, e.type);
-    std::size_t cell = 0;
+    const MsmCell* cell = m.cells.data();
+    std::uint64_t mask = m.pairs() == 0 ? 0 : m.cellMask << (kMsmCells - m.pairs());
     for (std::size_t i = 0; i < m.satelliteCount; ++i) {
         const int prn = m.ids[i] + m.system.firstPrn - 1;
         const int sat = satno(m.system.system, prn);
@@ -157,10 +158,10 @@ void save_msm_obs(RtcmState& s, const Message& m, const EpochMessage& e) {
         if (m.system.system == kGlonass && sat != 0)
             if (const int fcn = fcn_glo(sat, s); fcn >= 0)
                 channel = fcn - 7;
-        for (std::size_t j = 0; j < m.signalCount; ++j) {
-            if (!m.hasCell(i, j))
+        for (std::size_t j = 0; j < m.signalCount; ++j, mask <<= 1) {
+            if (mask >> (kMsmCells - 1) == 0)
                 continue;
-            const MsmCell& values = m.cells[cell++];
+            const MsmCell& values = *cell++;
             if (!record || signals[j].slot < 0)
                 continue;
             const double hz = m.system.system == kGlonass

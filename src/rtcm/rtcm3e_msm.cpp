@@ -41,89 +41,11 @@ constexpr IdTable makeSignalIds() {
 }
 constexpr IdTable kSignalIds = makeSignalIds();
 
-/// The index of a message: which satellites and signals it has, and where a cell lies.
-struct MsmIndex {
-    std::size_t row = 0; // of kMsmSystems
-    std::uint64_t satellites = 0;
-    std::uint32_t signals = 0;
-    std::size_t satelliteCount = 0;
-    std::size_t signalCount = 0;
-    std::size_t cellCount = 0;
-    /// Number of a cell by satellite and signal, from 1; 0 = none.
-    std::array<std::uint8_t, kMsmSatellites * kMsmSignals> cellNumber;
-
-    std::size_t at(std::size_t satellite, std::size_t signal) const {
-        return satellite * signalCount + signal;
-    }
-    std::size_t pairs() const { return satelliteCount * signalCount; }
-};
-
-/// Rank of an id (1-based) among the bits of a mask.
-template <class Mask> std::size_t rankOf(Mask mask, int id) {
-    return static_cast<std::size_t>(
-        id > 1 ? std::popcount(
-                     static_cast<Mask>(mask >> (static_cast<int>(sizeof(Mask)) * 8 - id + 1)))
-               : 0);
-}
-
-/// MSM satellite id of a record, 0 where it is not of the system.
-int msmId(const ObsRecord& record, const MsmSystem& system) {
-    int prn = 0;
-    return satsys(record.sat, &prn) == system.system ? prn - system.firstPrn + 1 : 0;
-}
-
-/// Calls f(record, satellite id) for the records of the system, in order.
-template <class F> void forRecords(const RtcmState& s, const MsmSystem& system, F f) {
-    for (int i = 0; i < s.obs.n; ++i) {
-        const ObsRecord& record = s.obs.data[static_cast<std::size_t>(i)];
-        if (const int id = msmId(record, system))
-            f(record, id);
-    }
-}
-
-/// Calls f(slot, signal id) for the signals of a record that the system's MSM has.
-template <class F> void forSignals(const ObsRecord& record, std::size_t row, F f) {
-    for (std::size_t k = 0; k < kObsSlots; ++k)
-        if (const int id = record.code[k] <= kMaxCode ? kSignalIds[row][record.code[k]] : 0)
-            f(k, id);
-}
-
-MsmIndex indexOf(const RtcmState& s, std::size_t row) {
-    MsmIndex index;
-    index.row = row;
-    const MsmSystem& system = kMsmSystems[row];
-    forRecords(s, system, [&](const ObsRecord& record, int id) {
-        forSignals(record, row, [&](std::size_t, int signal) {
-            index.satellites |= std::uint64_t{1} << (64 - id);
-            index.signals |= std::uint32_t{1} << (32 - signal);
-        });
-    });
-    index.satelliteCount = static_cast<std::size_t>(std::popcount(index.satellites));
-    index.signalCount = static_cast<std::size_t>(std::popcount(index.signals));
-    const std::span cells(index.cellNumber.data(), index.pairs());
-    std::fill(cells.begin(), cells.end(), std::uint8_t{0});
-    forRecords(s, system, [&](const ObsRecord& record, int id) {
-        const std::size_t satellite = rankOf(index.satellites, id);
-        forSignals(record, row, [&](std::size_t, int signal) {
-            cells[index.at(satellite, rankOf(index.signals, signal))] = 1;
-        });
-    });
-    // Row by row, and never beyond 64: a cell after the 64th keeps no number.
-    for (std::uint8_t& cell : cells)
-        if (cell != 0)
-            cell = index.cellCount < kMsmCells ? static_cast<std::uint8_t>(++index.cellCount)
-                                               : std::uint8_t{0};
-    return index;
-}
-
-/// A time for a trace line.
-struct TimeText {
-    std::array<char, 32> text{};
-    explicit TimeText(GTime time) {
-        const CalendarTime c = time2epoch(time);
-        std::snprintf(text.data(), text.size(), "%04.0f/%02.0f/%02.0f %02.0f:%02.0f:%06.3f", c[0],
-                      c[1], c[2], c[3], c[4], c[5]);
-    }
+/// A record of the message's system and the signal ids of its slots, 0 = not in the message.
+struct Source {
+    const ObsRecord* record;
+    std::size_t satellite; // id - 1
+    std::array<std::uint8_t, kObsSlots> signals;
 };
 
 /// What a satellite sends once for all its signals: the first pseudorange of its record in steps of
@@ -134,6 +56,64 @@ struct Rough {
     int extended = 0;
     double metres() const { return steps * kRangeMs * pow2(-10); }
     bool valid() const { return steps > 0.0 && metres() <= kMaxRoughRangeM; }
+};
+
+struct Satellite {
+    std::uint32_t signals = 0; // bit 31 = id 1
+    std::size_t firstCell = 0; // cells of the satellites before it
+    Rough rough;
+
+    /// Place of a signal's cell in the message.
+    std::size_t cell(int signal) const {
+        return firstCell + static_cast<std::size_t>(
+                               std::popcount(signals & ~(~std::uint32_t{0} >> (signal - 1))));
+    }
+};
+
+/// What goes into a message: collected in one pass over the records.
+struct MsmContents {
+    explicit MsmContents(int type) : system(msmSystem(type)), form(msmForm(type)) {}
+
+    const MsmSystem& system;
+    const MsmForm& form;
+    std::uint64_t satelliteMask = 0;
+    std::uint32_t signalMask = 0;
+    std::array<Satellite, kMsmSatellites> satellites; // by id - 1
+    std::array<Source, kMaxObs> sources;
+    std::size_t sourceCount = 0;
+};
+
+void collect(MsmContents& c, const RtcmState& s, std::size_t row) {
+    for (int i = 0; i < s.obs.n; ++i) {
+        const ObsRecord& record = s.obs.data[static_cast<std::size_t>(i)];
+        int prn = 0;
+        if (satsys(record.sat, &prn) != c.system.system)
+            continue;
+        Source& source = c.sources[c.sourceCount++];
+        source.record = &record;
+        source.satellite = static_cast<std::size_t>(prn - c.system.firstPrn);
+        Satellite& satellite = c.satellites[source.satellite];
+        for (std::size_t k = 0; k < kObsSlots; ++k) {
+            const std::uint8_t id =
+                record.code[k] <= kMaxCode ? kSignalIds[row][record.code[k]] : 0;
+            source.signals[k] = id;
+            if (id != 0)
+                satellite.signals |= std::uint32_t{1} << (32 - id);
+        }
+        c.signalMask |= satellite.signals;
+        if (satellite.signals != 0)
+            c.satelliteMask |= std::uint64_t{1} << (63 - source.satellite);
+    }
+}
+
+/// A time for a trace line.
+struct TimeText {
+    std::array<char, 32> text{};
+    explicit TimeText(GTime time) {
+        const CalendarTime c = time2epoch(time);
+        std::snprintf(text.data(), text.size(), "%04.0f/%02.0f/%02.0f %02.0f:%02.0f:%06.3f", c[0],
+                      c[1], c[2], c[3], c[4], c[5]);
+    }
 };
 
 /// Range rate of a signal, m/s; a Doppler of 0 is none.
@@ -150,17 +130,19 @@ int extendedInfo(const RtcmState& s, System system, int sat) {
     return fcn < 0 ? 15 : fcn;
 }
 
-Rough roughOf(const RtcmState& s, const ObsRecord& record, std::size_t row, const MsmForm& form) {
-    const System system = kMsmSystems[row].system;
+Rough roughOf(const RtcmState& s, const Source& source, System system, const MsmForm& form) {
+    const ObsRecord& record = *source.record;
     Rough rough;
     if (form.rates)
         rough.extended = extendedInfo(s, system, record.sat);
-    forSignals(record, row, [&](std::size_t k, int) {
+    for (std::size_t k = 0; k < kObsSlots; ++k) {
+        if (source.signals[k] == 0)
+            continue;
         if (rough.steps == 0.0 && record.P[k] != 0.0)
             rough.steps = roundHalfUp(record.P[k] / kRangeMs / pow2(-10));
         if (form.rates && isNone(rough.rateMps))
             rough.rateMps = roundHalfUp(rateOf(record, k, wavelengthM(s, system, record, k)));
-    });
+    }
     return rough;
 }
 
@@ -225,57 +207,59 @@ MsmCell cellFields(RtcmState& s, const ObsRecord& record, std::size_t k, System 
     return cell;
 }
 
-/// Head, counts and masks.
-void fillHead(MsmMessage& m, const RtcmState& s, const MsmIndex& index, int type, int sync) {
-    m.head = {.type = type,
-              .staid = s.staid,
-              .epoch = epochField(kMsmSystems[index.row].system, s.time),
-              .more = sync ? 1 : 0,
-              .iods = s.seqno,
-              .satellites = index.satellites,
-              .signals = index.signals};
-    m.satelliteCount = index.satelliteCount;
-    m.signalCount = index.signalCount;
-    m.cellCount = index.cellCount; // also those whose bit has no place in the mask
-    for (std::size_t i = 0; i < m.maskBits(); ++i)
-        m.cellMask = m.cellMask << 1 | (index.cellNumber[i] != 0 ? 1U : 0U);
-}
-
-using Roughs = std::array<Rough, kMsmSatellites>; // by rank of the satellite
-
-Roughs roughsOf(const RtcmState& s, const MsmIndex& index, const MsmForm& form) {
-    Roughs roughs;
-    forRecords(s, kMsmSystems[index.row], [&](const ObsRecord& record, int id) {
-        if (!(index.satellites >> (64 - id) & 1U))
-            return; // none of its signals has a place
-        Rough& rough = roughs[rankOf(index.satellites, id)];
-        if (rough.steps == 0.0)
-            rough = roughOf(s, record, index.row, form);
-    });
-    return roughs;
+/// Counts, masks and satellites of a message, in order of the satellites; where their cells begin.
+void fillSatellites(MsmMessage& m, MsmContents& c, GTime time) {
+    m.head.satellites = c.satelliteMask;
+    m.head.signals = c.signalMask;
+    m.countHead();
+    std::array<int, kMsmSatellites> ids;
+    std::array<int, kMsmSignals> signals;
+    listBits(c.satelliteMask, ids);
+    listBits(c.signalMask, signals);
+    std::size_t cells = 0;
+    std::size_t pairs = 0;
+    for (std::size_t i = 0; i < m.satelliteCount; ++i) {
+        Satellite& satellite = c.satellites[static_cast<std::size_t>(ids[i] - 1)];
+        m.satellites[i] = satelliteFields(satellite.rough, time);
+        satellite.firstCell = cells;
+        for (std::size_t j = 0; j < m.signalCount; ++j) {
+            const std::uint32_t has = satellite.signals >> (32 - signals[j]) & 1U;
+            cells += has;
+            if (pairs++ < kMsmCells)
+                m.cellMask = m.cellMask << 1 | has;
+        }
+    }
+    m.cellCount = std::min(cells, kMsmCells); // also those whose bit has no place in the mask
 }
 
 } // namespace
 
 int encodeMsm(RtcmState& s, int type, int sync) {
     const auto row = static_cast<std::size_t>((type - 1070) / 10);
-    const MsmSystem& system = kMsmSystems[row];
-    const MsmForm& form = msmForm(type);
-    const MsmIndex index = indexOf(s, row);
+    const System system = msmSystem(type).system;
+    MsmContents c(type);
+    collect(c, s, row);
+    const std::span sources(c.sources.data(), c.sourceCount);
+    for (const Source& source : sources)
+        if (Satellite& satellite = c.satellites[source.satellite];
+            satellite.signals != 0 && satellite.rough.steps == 0.0)
+            satellite.rough = roughOf(s, source, system, c.form);
     MsmMessage m;
-    fillHead(m, s, index, type, sync);
-    const Roughs roughs = roughsOf(s, index, form);
-    for (std::size_t i = 0; i < index.satelliteCount; ++i)
-        m.satellites[i] = satelliteFields(roughs[i], s.time);
-    forRecords(s, system, [&](const ObsRecord& record, int id) {
-        const std::size_t satellite = rankOf(index.satellites, id);
-        forSignals(record, row, [&](std::size_t k, int signal) {
-            const std::size_t number =
-                index.cellNumber[index.at(satellite, rankOf(index.signals, signal))];
-            if (number > 0 && number < kMsmCells) // the 64th stays without values
-                m.cells[number - 1] =
-                    cellFields(s, record, k, system.system, form, roughs[satellite]);
-        });
-    });
+    m.head = {.type = type,
+              .staid = s.staid,
+              .epoch = epochField(system, s.time),
+              .more = sync ? 1 : 0,
+              .iods = s.seqno};
+    fillSatellites(m, c, s.time);
+    for (const Source& source : sources) {
+        const Satellite& satellite = c.satellites[source.satellite];
+        for (std::size_t k = 0; k < kObsSlots; ++k) {
+            if (source.signals[k] == 0)
+                continue;
+            const std::size_t cell = satellite.cell(source.signals[k]);
+            if (cell < kMsmCells - 1) // the 64th stays without values
+                m.cells[cell] = cellFields(s, *source.record, k, system, c.form, satellite.rough);
+        }
+    }
     return writeMessage(s, layoutMsm, m);
 }

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdlib>
 
 VrsEncoders VrsEco;
 
@@ -16,17 +15,8 @@ namespace {
 
 // clang-format off
 /// Signals of the reply per system, in the order of kSystems; the BDS-3 marker repeats BDS.
-using MaskRow = std::array<std::string_view, 5>;
-constexpr std::array<MaskRow, kSystemCount> MASK{{
-    {"1C", "2W", "5Q"},
-    {"1P", "2P"},
-    {"1X", "5X", "7X", "6X"},
-    {"2I", "6I", "7I", "5P", "1P"},
-    {"2I", "6I", "7I", "5P", "1P"},
-    {},
-    {"1C", "2X", "5Q"},
-    {},
-}};
+constexpr std::array<std::string_view, kSystemCount> MASK{
+    "1C 2W 5Q", "1P 2P", "1X 5X 7X 6X", "2I 6I 7I 5P 1P", "2I 6I 7I 5P 1P", "", "1C 2X 5Q", ""};
 
 /// Observation messages in sending order; "more follows" is set while a later group has data.
 /// 'B' marks BDS-3.
@@ -34,6 +24,15 @@ struct Outgoing { char group; int type; };
 constexpr std::array<Outgoing, 6> kOutgoing{{
     {'G', 1074}, {'C', 1124}, {'B', 1124}, {'E', 1094}, {'R', 1084}, {'J', 1114}}};
 // clang-format on
+
+/// Whether the reply carries a signal, by system and observation code.
+constexpr auto kCarried = [] {
+    std::array<std::array<bool, kMaxCode + 1>, kSystemCount> carried{};
+    for (std::size_t system = 0; system < kSystemCount; ++system)
+        for (std::size_t at = 0; at < MASK[system].size(); at += 3)
+            carried[system][obs2code(MASK[system].substr(at, 2))] = true;
+    return carried;
+}();
 
 constexpr double kPresent = 1e6; // cycles, m
 constexpr int kLastBds2 = 16;    // PRN
@@ -58,8 +57,8 @@ void addRecord(RtcmState& state, const SatelliteObs& obs, std::size_t maskRow, s
     record = {};
     std::size_t k = 0;
     for (std::size_t j = 0; j < slots && k < kObsSlots; ++j) {
-        const std::string_view type = obs.phaseType[j].view();
-        if (index_mask(maskRow, type) < 0 || !(std::fabs(obs.phase[j]) > kPresent) ||
+        const std::uint8_t code = obs.phaseType[j];
+        if (!kCarried[maskRow][code] || !(std::fabs(obs.phase[j]) > kPresent) ||
             !(std::fabs(obs.range[j]) > kPresent))
             continue;
         record.L[k] = obs.phase[j];
@@ -67,7 +66,7 @@ void addRecord(RtcmState& state, const SatelliteObs& obs, std::size_t maskRow, s
         record.D[k] = static_cast<float>(obs.doppler[j]);
         record.SNR[k] = static_cast<std::uint16_t>(obs.cn0[j] / 0.001);
         record.sat = static_cast<std::uint8_t>(satellite);
-        record.code[k] = obs2code(type.substr(1));
+        record.code[k] = code;
         ++k;
     }
 }
@@ -77,12 +76,16 @@ Counts fillStates(const EpochObs& obs) {
     Counts counts{};
     const std::size_t bds = systemIndex('C');
     for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
-        const std::string& name = DLY.satelliteNames[i];
-        const std::size_t system = systemIndex(name.front());
-        if (system >= kSystemCount || !existobs(obs[i]))
+        if (!obs.written(i) || !existobs(obs[i]))
             continue;
-        const int sat = satid2no(name);
-        if (system == bds && std::atoi(name.c_str() + 1) > kLastBds2) {
+        const int sat = DLY.satelliteNumber[i];
+        const int place = kSystemOf[static_cast<std::size_t>(sat)];
+        if (place < 0)
+            continue;
+        const auto system = static_cast<std::size_t>(place);
+        int prn = 0;
+        satsys(sat, &prn);
+        if (system == bds && prn > kLastBds2) {
             // BDS-3 looks at the configured frequencies only, and under the row of BDS.
             addRecord(VrsEco.bds3, obs[i], bds, DLY.satelliteFrequencies[bds].size(), sat);
             ++counts[systemIndex('B')];
@@ -142,8 +145,7 @@ void prepareStates(const VrsObsPack& pack) {
 int index_mask(std::size_t system, std::string_view type) {
     if (type.size() < 3)
         return -1;
-    const MaskRow& row = MASK[system];
-    return std::find(row.begin(), row.end(), type.substr(1, 2)) == row.end() ? -1 : 1;
+    return kCarried[system][obs2code(type.substr(1, 2))] ? 1 : -1;
 }
 
 int VrsEncoder_m_encodeRtcm_ex(VrsObsPack& pack, int& bits) {

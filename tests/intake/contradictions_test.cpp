@@ -143,11 +143,11 @@ TEST(Contradiction, OfTheRealServiceIsOneLineInItsLog) {
         }
     }
     Peer peer;
-    const Service service(peer.port, "2018-07-12 23:37:11");
+    Service service(peer.port, "2018-07-12 23:37:11");
     ASSERT_TRUE(peer.accept());
     peer.exchange(stream, 1000,
                   static_cast<int>(ref::Predictor(expectation()).take(stream).size()));
-    const std::string log = service.log();
+    const std::string log = service.wholeLog();
     EXPECT_EQ(occurrences(log, "Got observation data"), 6);
     for (const std::string& line :
          {std::string("***WARN(StreamObs): stations 1 and 2 on one stream, replies may mix two "

@@ -74,9 +74,9 @@ const Bytes kPosition = ref::frame(ref::write1005({.station = 0, .xyzM = kSite})
 TEST_F(Intake, LetsTheLaterSlotOverwriteTheEarlierOfOneCarrier) {
     read({epoch(1077, {{"1C", 21e6}, {"2W", 21e6 + 10}, {"2X", 21e6 + 20}, {"5Q", 21e6 + 30}})});
     const SatelliteObs& g = row("G03");
-    EXPECT_EQ(g.phaseType[0].view(), "L1C");
-    EXPECT_EQ(g.phaseType[1].view(), "L2X"); // the fifth slot came after 2W
-    EXPECT_EQ(g.rangeType[1].view(), "C2X");
+    EXPECT_EQ(g.phaseType[0], obs2code("1C"));
+    EXPECT_EQ(g.phaseType[1], obs2code("2X")); // the fifth slot came after 2W
+    EXPECT_EQ(g.rangeType[1], obs2code("2X"));
     EXPECT_NEAR(g.range[1], 21e6 + 20, 0.01);
     EXPECT_NEAR(g.phase[1], (21e6 + 20) / 299792458.0 * 1227600000.0, 0.01);
     EXPECT_EQ(g.cn0[1], 44.0);

@@ -35,8 +35,7 @@ struct Station : check::Scratch {
         row.range[slot] = range;
         row.cn0[slot] = cn0;
         row.doppler[slot] = doppler;
-        ("L" + code).copy(row.phaseType[slot].name.data(), 3);
-        ("C" + code).copy(row.rangeType[slot].name.data(), 3);
+        row.phaseType[slot] = row.rangeType[slot] = obs2code(code);
     }
     int write(RinexWriter writer, double sod) {
         writer.obs = &obs;

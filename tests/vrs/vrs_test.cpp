@@ -64,8 +64,7 @@ protected:
         row.range[slot] = 2.3e7;
         row.cn0[slot] = 44.0;
         row.doppler[slot] = 500.0;
-        std::snprintf(row.phaseType[slot].name.data(), 4, "L%s", type);
-        std::snprintf(row.rangeType[slot].name.data(), 4, "C%s", type);
+        row.phaseType[slot] = row.rangeType[slot] = obs2code(type);
         return row;
     }
     std::string generate() {
@@ -138,7 +137,7 @@ TEST_F(Virtual, ObservationsDifferByTheChangeOfRangeAtTheVirtualTransmitTime) {
         }
         EXPECT_NEAR(reference->referenceRange[i], change.rangeRefM, name[0] == 'R' ? 0.02 : 0.6);
         EXPECT_NEAR(reference->referenceRange[i], rangeOfOrbit(i), 3e-6) << name;
-        EXPECT_EQ(got(name).rangeType[1].view(), "C2C");
+        EXPECT_EQ(got(name).rangeType[1], obs2code("2C"));
     }
     EXPECT_GT(compared, 60);
     EXPECT_EQ(out->name, "VRS0");
@@ -358,7 +357,7 @@ protected:
         row.phase[slot] = phase;
         row.range[slot] = range;
         row.cn0[slot] = 44.6;
-        std::snprintf(row.phaseType[slot].name.data(), 4, "L%s", type);
+        row.phaseType[slot] = obs2code(type);
     }
     /// Types and multiple-message bits, such as "1074+ 1124-".
     std::string encode() {
