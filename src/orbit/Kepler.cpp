@@ -69,10 +69,17 @@ double bdsGroupDelay(const GPSEPH& record) {
     return f1 * f1 / (f1 * f1 - f2 * f2) * t;
 }
 
-/// Eccentric anomaly: twelve times E := M + e sin E. A pass that changes nothing ends it, since
-/// every further one would do the same.
+/// Eccentric anomaly: twelve times E := M + e sin E, from E = M. A pass that changes nothing ends it,
+/// since every further one would do the same. An orbit whose twelve passes surely get there starts
+/// near the end of them, by one step of Newton's from M + e sin M / (1 - e cos M).
 double eccentricAnomaly(double m, double e) {
+    constexpr double surely = 0.03; // to the power of 12: below the last bit of an angle
     double anomaly = m;
+    if (e < surely) {
+        const double near = m + e * std::sin(m) / (1.0 - e * std::cos(m));
+        const double sine = std::sin(near);
+        anomaly = near - (near - e * sine - m) / (1.0 - e * std::cos(near));
+    }
     for (int pass = 0; pass < 12; ++pass) {
         const double next = m + e * std::sin(anomaly);
         if (next == anomaly)
