@@ -236,7 +236,8 @@ std::string feed(Trial& trial, dump::ByteSource& source, int seconds) {
         any = true;
         trial.take(std::span(block).first(n));
     }
-    trial.finish();
+    trial.finish(source.end() == dump::ByteSource::End::end ? Trial::Rest::none
+                                                            : Trial::Rest::unread);
     if (source.end() == dump::ByteSource::End::interrupt)
         return "interrupted";
     if (source.end() == dump::ByteSource::End::end && source.live())

@@ -211,8 +211,8 @@ std::vector<std::string> remarksOf(const Totals& t, long swallowed, long refused
                       " of the stream without an end: no reply is due");
     if (swallowed > 0)
         out.push_back(counted(swallowed, "epoch") +
-                      " of the stream within damaged frames, which are dropped whole: no reply is "
-                      "due");
+                      " of the stream within damaged frames, or bytes that only begin like a "
+                      "frame: they are dropped whole, no reply is due");
     if (!t.known.values && v.position.awayM > kOtherPlaceM) {
         out.push_back(placeText(v.position) + " from 300 m north of the stream's own position: "
                                               "is this the station's position?");

@@ -243,10 +243,10 @@ std::string delaySection(const ReportData& d, const simulate::Totals& t) {
            delayTable(d) + "</section>\n";
 }
 
-std::string signalSection(const ref::Verdict& v) {
+std::string signalSection(const ReportData& d, const ref::Verdict& v) {
     return "<section class=\"wide\">\n<h2>Signals in and out</h2>\n<p class=\"note\">Observations "
            "of the stream by signal, and how many of them came back.</p>\n" +
-           signalsTable(v) + "</section>\n";
+           signalsTable(d, v) + "</section>\n";
 }
 
 std::string typeSection(const ref::Verdict& v) {
@@ -362,7 +362,7 @@ std::string Report::page(const simulate::Totals& t) const {
     if (!t.verdict.delaysS.empty() && !data_.delays.empty())
         out += delaySection(data_, t);
     if (!t.verdict.stream.cells.empty())
-        out += signalSection(t.verdict);
+        out += signalSection(data_, t.verdict);
     if (!t.verdict.bytes.empty())
         out += typeSection(t.verdict);
     return out + "</div>\n</main>\n</body>\n</html>\n";

@@ -57,15 +57,41 @@ std::string placeRow(const char* who, const ref::Vec3& xyzM) {
          text("X %.4f, Y %.4f, Z %.4f m", xyzM[0], xyzM[1], xyzM[2])});
 }
 
-// Why a signal of the stream is not in the replies, as far as the signal itself tells.
-std::string whyLost(const std::string& signal, long lost) {
+// Another signal of the system and the carrier in the stream.
+std::string rivalOf(const std::string& signal, const ref::Verdict& v) {
+    for (const auto& [other, n] : v.stream.cells)
+        if (other.size() > 1 && other != signal && other.starts_with(signal.substr(0, 2)))
+            return other.substr(1);
+    return {};
+}
+
+// Why a signal of the stream is not in the replies, as far as counts tell.
+std::string whyLost(const ReportData& d, const ref::Verdict& v, const std::string& signal,
+                    long lost) {
     const ref::Expectation usual;
     const auto carried = usual.carried.find(signal[0]);
     if (carried == usual.carried.end())
         return "no reply carries this system";
     if (!carried->second.contains(signal.substr(1)))
         return "no reply carries this signal";
-    return lost > 0 ? "satellites without an answer, or another signal of the carrier kept" : "";
+    if (lost <= 0)
+        return "";
+    if (std::none_of(v.signals.begin(), v.signals.end(), [&](const auto& came) {
+            return came.first[0] == signal[0] && came.second > 0;
+        }))
+        return "no reply has a satellite of this system";
+    const std::string rival = rivalOf(signal, v);
+    if (!rival.empty() && !v.signals.contains(signal))
+        return rival + " takes its carrier";
+    const bool unanswered =
+        d.satellites.empty() || // of a recording nobody knows
+        std::any_of(d.satellites.begin(), d.satellites.end(), [&](const auto& s) {
+            return s.first[0] == signal[0] &&
+                   std::any_of(s.second.epochs.begin(), s.second.epochs.end(),
+                               [](const auto& e) { return e.first != ref::Fate::answered; });
+        });
+    return std::string(rival.empty() ? "" : rival + " takes its carrier where both come, or ") +
+           (unanswered ? "satellites without an answer, or " : "") + "no range or no phase";
 }
 
 // The error that a part (0..1) of them does not exceed, to the width of a bin, m.
@@ -99,7 +125,7 @@ std::string placesTable(const ReportData& d, const simulate::Totals& t) {
            "</p>\n";
 }
 
-std::string signalsTable(const ref::Verdict& v) {
+std::string signalsTable(const ReportData& d, const ref::Verdict& v) {
     std::set<std::string> names;
     for (const auto& [signal, n] : v.stream.cells)
         names.insert(signal);
@@ -118,7 +144,7 @@ std::string signalsTable(const ref::Verdict& v) {
             const long out = of(v.signals, signal);
             rows += row({std::string(simulate::systemName(system)) + " " +
                              (signal.size() > 1 ? signal.substr(1) : "unassigned"),
-                         count(in), count(out), count(in - out), whyLost(signal, in - out)});
+                         count(in), count(out), count(in - out), whyLost(d, v, signal, in - out)});
         }
     return table({"signal", "in the stream", "in the replies", "lost", "why"}, rows);
 }

@@ -11,7 +11,7 @@ namespace ctl::report {
 /// Where the reference and the virtual station stand, and how far apart.
 std::string placesTable(const ReportData& d, const simulate::Totals& t);
 /// Observations of the stream by signal, and what became of them.
-std::string signalsTable(const ref::Verdict& v);
+std::string signalsTable(const ReportData& d, const ref::Verdict& v);
 
 /// With the changes of range.
 std::string skyTable(const ReportData& d);

@@ -96,9 +96,11 @@ void Trial::take(std::span<const std::uint8_t> bytes) {
     run();
 }
 
-void Trial::finish() {
+void Trial::finish(Rest rest) {
     scanner_.end();
     run();
+    result_.lateEphemerides = result_.ephemerisMessages - upToEpoch_.ephemerisMessages;
+    result_.whole = rest == Rest::none && !enough_;
 }
 
 void Trial::run() {

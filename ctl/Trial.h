@@ -61,14 +61,16 @@ struct TrialResult {
     std::string beginning;       // of bytes in which there was no message
     std::uint64_t observationMessages = 0;
     std::uint64_t ephemerisMessages = 0;
-    std::uint64_t epochEnds = 0;    // observation messages that are the last of their epoch
-    std::uint64_t epochs = 0;       // that the service took
-    std::uint64_t answered = 0;     // with observations
-    std::uint64_t emptyReplies = 0; // without any
-    std::uint64_t interrupted = 0;  // epochs that lost what came before another message
-    std::uint64_t backward = 0;     // epochs that are not later than the one before
-    GTime first, last;              // epoch times, GPS time
-    double clockAheadS = 0.0;       // the clock minus the time of the first epoch
+    std::uint64_t lateEphemerides = 0; // of them, those behind the last epoch
+    bool whole = false;                // the stream has no more than was read
+    std::uint64_t epochEnds = 0;       // observation messages that are the last of their epoch
+    std::uint64_t epochs = 0;          // that the service took
+    std::uint64_t answered = 0;        // with observations
+    std::uint64_t emptyReplies = 0;    // without any
+    std::uint64_t interrupted = 0;     // epochs that lost what came before another message
+    std::uint64_t backward = 0;        // epochs that are not later than the one before
+    GTime first, last;                 // epoch times, GPS time
+    double clockAheadS = 0.0;          // the clock minus the time of the first epoch
     std::map<SignalKey, SignalCount> signals;
     std::map<std::string, SatelliteCount> satellites;
     std::set<int> stations;
@@ -88,7 +90,8 @@ public:
     Trial& operator=(const Trial&) = delete;
 
     void take(std::span<const std::uint8_t> bytes);
-    void finish();
+    enum class Rest { none, unread };
+    void finish(Rest rest);
     bool enough() const { return enough_; }
     const TrialResult& result() const { return result_; }
 

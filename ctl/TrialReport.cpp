@@ -76,6 +76,10 @@ std::string durationText(double seconds) {
                           : text("%.1f days", s / 86400.0);
 }
 
+const char* numbered(std::uint64_t n, const char* one, const char* several) {
+    return n == 1 ? one : several;
+}
+
 /// Names of the satellites for which something holds.
 template <class Is> std::string satellitesThat(const TrialResult& result, const Is& is) {
     std::string out;
@@ -120,9 +124,16 @@ std::string whyLost(const SignalKey& key, const TrialResult& result) {
         return "the service keeps none of it: no range, no phase, or no channel is known";
     if (count.replied == 0)
         return "its satellites have no ephemeris, or stand low";
-    return count.kept < count.received && !rival.empty()
-               ? rival + " takes its carrier where both come"
-               : "";
+    std::string why;
+    if (count.kept < count.received)
+        why = rival.empty() ? "some without range or phase, or of no configured satellite"
+                            : rival + " takes its carrier where both come";
+    if (count.kept < count.received && result.epochEnds > result.epochs)
+        why += ", some in epochs that are not taken";
+    if (count.replied < count.kept)
+        why += std::string(why.empty() ? "" : "; ") + "some satellites have no ephemeris, or stand "
+                                                      "low";
+    return why;
 }
 
 std::vector<std::string> remarksOn(const TrialResult& r) {
@@ -139,9 +150,10 @@ std::vector<std::string> remarksOn(const TrialResult& r) {
                            DLY.clock ? "put the start of the recording into common/clock"
                                      : "set the clock; a recording needs common/clock"));
     if (r.apart.epochs > 0)
-        out.push_back(text("within %llu epochs the times of messages differ: %d is %.3f s %s %d; "
+        out.push_back(text("within %llu %s the times of messages differ: %d is %.3f s %s %d; "
                            "what came before is lost",
-                           static_cast<Unsigned>(r.apart.epochs), r.apart.second,
+                           static_cast<Unsigned>(r.apart.epochs),
+                           numbered(r.apart.epochs, "epoch", "epochs"), r.apart.second,
                            std::fabs(r.apart.seconds), r.apart.seconds > 0.0 ? "after" : "before",
                            r.apart.first));
     if (r.stations.size() > 1) {
@@ -152,26 +164,37 @@ std::vector<std::string> remarksOn(const TrialResult& r) {
                       "; replies may mix their places");
     }
     if (r.interrupted > 0)
-        out.push_back(text("%llu epochs are interrupted by another message: what came before it is "
-                           "lost",
-                           static_cast<Unsigned>(r.interrupted)));
+        out.push_back(text("%llu %s interrupted by another message: what came before it is lost",
+                           static_cast<Unsigned>(r.interrupted),
+                           numbered(r.interrupted, "epoch is", "epochs are")));
     if (r.backward > 0)
-        out.push_back(text("%llu epochs are not later than the one before",
-                           static_cast<Unsigned>(r.backward)));
+        out.push_back(text("%llu %s not later than the one before",
+                           static_cast<Unsigned>(r.backward),
+                           numbered(r.backward, "epoch is", "epochs are")));
     if (r.epochEnds > r.epochs)
-        out.push_back(text("%llu epochs end in the stream, and the service takes %llu of them",
-                           static_cast<Unsigned>(r.epochEnds), static_cast<Unsigned>(r.epochs)));
+        out.push_back(text("%llu %s in the stream, and the service takes %llu: it refuses the "
+                           "others, or drops them with bytes that only begin like a frame, such as "
+                           "those where the stream is joined",
+                           static_cast<Unsigned>(r.epochEnds),
+                           numbered(r.epochEnds, "epoch ends", "epochs end"),
+                           static_cast<Unsigned>(r.epochs)));
     if (r.badFrames > 0)
-        out.push_back(
-            text("%llu frames have a wrong check word", static_cast<Unsigned>(r.badFrames)));
+        out.push_back(text("%llu %s a wrong check word", static_cast<Unsigned>(r.badFrames),
+                           numbered(r.badFrames, "frame has", "frames have")));
     if (r.places.empty())
         out.emplace_back("no message states the station's place (1005, 1006): it is not compared");
     const std::string none = satellitesThat(
         r, [](const SatelliteCount& c) { return c.noEphemeris > 0 && c.oldEphemeris == 0; });
     if (!none.empty())
-        out.push_back(text("no ephemeris came of:%s (stations repeat them within %d minutes: "
-                           "--seconds %d waits for that)",
-                           none.c_str(), kEphemerisMinutes, 60 * kEphemerisMinutes));
+        out.push_back("no ephemeris came in time of:" + none +
+                      (r.lateEphemerides > 0 ? text(" (%llu %s behind the last epoch)",
+                                                    static_cast<Unsigned>(r.lateEphemerides),
+                                                    numbered(r.lateEphemerides, "ephemeris comes",
+                                                             "ephemerides come"))
+                       : r.whole             ? std::string()
+                                 : text(" (stations repeat them within %d minutes: --seconds %d "
+                                        "waits for that)",
+                                        kEphemerisMinutes, 60 * kEphemerisMinutes)));
     const std::string old =
         satellitesThat(r, [](const SatelliteCount& c) { return c.oldEphemeris > 0; });
     if (!old.empty())
@@ -202,14 +225,17 @@ std::string verdictOn(const TrialResult& r) {
         why = "no reply carries the signals that come";
     else if (r.ephemerisMessages == 0)
         why = "no ephemerides came";
+    else if (r.lateEphemerides == r.ephemerisMessages)
+        why = "the ephemerides come behind the last epoch";
     return "the service would answer no epoch with an observation: " + why;
 }
 
 void printTrial(const TrialSource& source, const TrialResult& r, std::ostream& out) {
     out << dump::clean(source.name) << ": " << r.bytes << " bytes, " << r.messages << " messages, "
-        << r.epochs << " epochs";
+        << r.epochs << numbered(r.epochs, " epoch", " epochs");
     if (r.epochs > 1)
-        out << text(" in %.1f s from %s (GPS time)", r.spanS(), dateTimeText(r.first).c_str());
+        out << (r.backward == 0 ? text(" in %.1f s", r.spanS()) : std::string())
+            << text(" from %s (GPS time)", dateTimeText(r.first).c_str());
     out << (source.ended.empty() ? "" : "; " + source.ended) << '\n';
     for (const StatedPlace& place : r.places)
         out << text("    station %d at %s (%d), %.2f m from the configured place\n", place.station,
