@@ -1,6 +1,7 @@
 #include "common/check.h"
 #include "config/Deploy.h"
 
+#include <cstring>
 #include <map>
 
 namespace {
