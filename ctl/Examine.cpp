@@ -275,7 +275,7 @@ void examineSaving(const std::string& unit, Findings& findings) {
     if (DLY.vrsSave)
         tell(findings, Severity::warning, key, "-vrssav saves the epochs that are received",
              "virtual epochs cannot be saved: give -rawsav");
-    if (refused(findings, key))
+    if (refused(findings, key) || DLY.outputPath.empty())
         return;
     if (!unit.empty()) {
         if (const std::string own = stateFolder(unit); !isOrIn(DLY.outputPath, own))

@@ -8,6 +8,7 @@
 #include "ctl/Simulator.h"
 #include "ctl/Summary.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <csignal>
@@ -155,6 +156,11 @@ FaultPlan faultsOf(const Words& w) {
 }
 
 Quirks quirksOf(const Words& w) {
+    if (!w.quirks.empty() && !w.play.empty())
+        refuse("--quirk", w.quirks.front(), "a recording is sent as it is");
+    if (std::find(w.quirks.begin(), w.quirks.end(), "sbas-day") != w.quirks.end() &&
+        w.systems.find('S') == std::string::npos)
+        refuse("--quirk", "sbas-day", "needs S in --systems");
     try {
         return Quirks(w.quirks);
     } catch (const std::invalid_argument& e) {
@@ -340,8 +346,8 @@ int simulate(const Words& w) {
 void addSimulate(CLI::App& app, int& status) {
     const auto w = std::make_shared<Words>();
     CLI::App* const c = app.add_subcommand(
-        "simulate", "be the input endpoint of a service: a reference station anywhere, whose every "
-                    "reply is checked");
+        "simulate", "Stand in for a reference station: send a simulated or recorded stream to the "
+                    "services that connect, and judge every reply.");
     // clang-format off
     c->add_option("--host", w->host, "address to listen on (dotted IPv4)")->capture_default_str();
     c->add_option("--port", w->port, "port to listen on")->check(CLI::Range(1, 65535))->capture_default_str();
@@ -370,6 +376,10 @@ void addSimulate(CLI::App& app, int& status) {
     c->add_option("--quirk", w->quirks, "how the receiver writes times, as some in use do: " + quirkNames())->delimiter(',');
     c->add_flag("--json", w->json, "print the summary as JSON, and nothing else");
     // clang-format on
+    c->footer(
+        "Ends with 0 where everything was right, or the form of replies whose values are not\n"
+        "known; 1 where something was wrong or there was nothing to judge; 2 where arguments\n"
+        "are wrong, or a file or port cannot be used. The last line is the verdict.");
     c->callback([w, &status] {
         if (w->port + w->stations - 1 > 65535)
             refuse("--stations", std::to_string(w->stations), "the ports end at 65535");
