@@ -69,9 +69,9 @@ double bdsGroupDelay(const GPSEPH& record) {
     return f1 * f1 / (f1 * f1 - f2 * f2) * t;
 }
 
-/// Eccentric anomaly: twelve times E := M + e sin E, from E = M. A pass that changes nothing ends it,
-/// since every further one would do the same. An orbit whose twelve passes surely get there starts
-/// near the end of them, by one step of Newton's from M + e sin M / (1 - e cos M).
+/// Eccentric anomaly: twelve times E := M + e sin E, from E = M. A pass that changes nothing ends
+/// it, since every further one would do the same. An orbit whose twelve passes surely get there
+/// starts near the end of them, by one step of Newton's from M + e sin M / (1 - e cos M).
 double eccentricAnomaly(double m, double e) {
     constexpr double surely = 0.03; // to the power of 12: below the last bit of an angle
     double anomaly = m;
