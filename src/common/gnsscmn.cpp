@@ -41,7 +41,8 @@ constexpr std::array<std::array<std::string_view, 5>, kRows> kTrackingLetters{{
 // clang-format on
 
 int rowOf(unsigned system) {
-    return std::has_single_bit(system) && system <= kIrnss ? std::countr_zero(system) : -1;
+    const bool one = system != 0 && (system & (system - 1)) == 0;
+    return one && system <= kIrnss ? std::countr_zero(system) : -1;
 }
 
 /// A table by system and code.

@@ -21,9 +21,9 @@ struct Message : MsmMessage {
 
 /// A signal of the message: where its cells go.
 struct Signal {
-    int code = 0;
-    int slot = -1; // of the record; -1 = dropped
-    double hz = 0.0;
+    int code;
+    int slot; // of the record; -1 = dropped
+    double hz;
 };
 using Signals = std::array<Signal, kMsmSignals>;
 
@@ -109,10 +109,10 @@ void nameSignals(RtcmState& s, const Message& m) {
 }
 
 Signals signalsOf(RtcmState& s, const Message& m, int type) {
-    Signals signals{};
+    Signals signals;
     for (std::size_t i = 0; i < m.signalCount; ++i) {
         const auto id = static_cast<std::size_t>(m.signalIds[i]);
-        signals[i].code = m.system.codes[id];
+        signals[i] = {m.system.codes[id], -1, 0.0};
         if (signals[i].code == 0)
             trace(2, "rtcm3 %d: unknown signal id=%2d\n", type, m.signalIds[i]);
     }

@@ -67,7 +67,7 @@ std::uint32_t epochField(System system, GTime time) {
 }
 
 double wavelengthM(const RtcmState& s, System system, const ObsRecord& record, std::size_t slot) {
-    const int fcn = fcn_glo(record.sat, s);
+    const int fcn = system == kGlonass ? fcn_glo(record.sat, s) : -1;
     const double hz = code2freq(system, record.code[slot], fcn < 0 ? kUnknownChannel : fcn - 7);
     return hz > 0.0 ? kSpeedOfLight / hz : 0.0;
 }
@@ -75,7 +75,8 @@ double wavelengthM(const RtcmState& s, System system, const ObsRecord& record, s
 double lockTime(RtcmState& s, const ObsRecord& record, std::size_t slot, bool lost) {
     s.touch(record.sat);
     GTime& start = s.tracks[static_cast<std::size_t>(record.sat - 1)][slot].lltime;
-    if (start.unknown() || lost)
-        start = record.time;
-    return timediff(record.time, start);
+    if (!start.unknown() && !lost)
+        return timediff(record.time, start);
+    start = record.time;
+    return 0.0;
 }
