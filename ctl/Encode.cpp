@@ -115,7 +115,7 @@ std::size_t signalIdOf(const MsmSystem& system, std::string_view signal) {
 
 // The first value of a satellite decides its rough range and rate.
 MsmSatellite roughOf(std::span<const ref::Cell* const> cells) {
-    MsmSatellite s;
+    MsmSatellite s = kNoMsmSatellite;
     for (const ref::Cell* const c : cells) {
         if (!s.hasRange() && c->pseudorangeM) {
             const double steps = roundHalfUp(*c->pseudorangeM / kRangeMs * 1024);
@@ -131,7 +131,7 @@ MsmSatellite roughOf(std::span<const ref::Cell* const> cells) {
 }
 
 MsmCell fineOf(const ref::Cell& c, const MsmSatellite& rough) {
-    MsmCell cell;
+    MsmCell cell = kNoMsmCell;
     if (c.pseudorangeM && rough.hasRange())
         cell.rangeMs = *c.pseudorangeM / kRangeMs - rough.roughMs();
     if (c.phaseRangeM && rough.hasRange()) // without a rough range a phase cannot be sent

@@ -134,10 +134,10 @@ inline constexpr auto layoutMsmHead = [](auto& b, auto& h) {
 static_assert(bitsOf<MsmHead>(layoutMsmHead) == 169);
 
 struct MsmSatellite {
-    int rangeMs = 255;     // whole ms of the rough range; 255 = none
-    int rangeFraction = 0; // 2^-10 ms
-    int extended = 0;
-    double rateMps = kNone; // rough phase-range rate
+    int rangeMs;       // whole ms of the rough range; 255 = none
+    int rangeFraction; // 2^-10 ms
+    int extended;
+    double rateMps; // rough phase-range rate
 
     bool hasRange() const { return rangeMs != 255; }
     double roughMs() const { return rangeMs + rangeFraction * pow2(-10); }
@@ -147,6 +147,8 @@ struct MsmSatellite {
         rangeFraction = static_cast<int>(steps & 0x3FF);
     }
 };
+
+inline constexpr MsmSatellite kNoMsmSatellite{255, 0, 0, kNone};
 
 inline constexpr auto layoutMsmSatellites = [](auto& b, auto& satellites, const MsmForm& f) {
     for (auto& s : satellites)
@@ -162,13 +164,14 @@ inline constexpr auto layoutMsmSatellites = [](auto& b, auto& satellites, const 
 };
 
 struct MsmCell {
-    double rangeMs = kNone; // fine pseudorange
-    double phaseMs = kNone; // fine phase range
-    int lock = 0;           // indicator
-    int halfCycle = 0;
-    double cnrDb = 0.0;     // dB-Hz
-    double rateMps = kNone; // fine phase-range rate
+    double rangeMs; // fine pseudorange
+    double phaseMs; // fine phase range
+    int lock;       // indicator
+    int halfCycle;
+    double cnrDb;   // dB-Hz
+    double rateMps; // fine phase-range rate
 };
+inline constexpr MsmCell kNoMsmCell{kNone, kNone, 0, 0, 0.0, kNone};
 
 inline constexpr auto layoutMsmCells = [](auto& b, auto& cells, const MsmForm& f) {
     for (auto& c : cells)
@@ -186,7 +189,7 @@ inline constexpr auto layoutMsmCells = [](auto& b, auto& cells, const MsmForm& f
             b.sOrNone(15, c.rateMps, 1e-4); // DF404
 };
 
-/// Any of the 28 messages, as sent: head.type says which. Rows beyond the counts are unused.
+/// Any of the 28 messages, as sent: head.type says which. Rows beyond the counts are not even set.
 struct MsmMessage {
     MsmHead head;
     std::size_t satelliteCount = 0, signalCount = 0, cellCount = 0;
@@ -200,12 +203,19 @@ struct MsmMessage {
     bool hasCell(std::size_t satellite, std::size_t signal) const {
         return cellMask >> (pairs() - 1 - satellite * signalCount - signal) & 1U;
     }
-    /// Counts that follow from the masks of the head, before the cell mask is used.
+    /// Counts that follow from the masks of the head, before the cell mask is used; empties the
+    /// satellites.
     void countHead() {
         satelliteCount = static_cast<std::size_t>(std::popcount(head.satellites));
         signalCount = static_cast<std::size_t>(std::popcount(head.signals));
+        std::fill_n(satellites.begin(), satelliteCount, kNoMsmSatellite);
     }
-    void countCells() { cellCount = static_cast<std::size_t>(std::popcount(cellMask)); }
+    /// So many empty cells.
+    void makeCells(std::size_t count) {
+        cellCount = count;
+        std::fill_n(cells.begin(), cellCount, kNoMsmCell);
+    }
+    void countCells() { makeCells(static_cast<std::size_t>(std::popcount(cellMask))); }
 };
 
 constexpr bool isMsm4To7(int type) {

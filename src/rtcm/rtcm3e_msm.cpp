@@ -147,7 +147,7 @@ Rough roughOf(const RtcmState& s, const Source& source, System system, const Msm
 }
 
 MsmSatellite satelliteFields(const Rough& rough, GTime time) {
-    MsmSatellite fields;
+    MsmSatellite fields = kNoMsmSatellite;
     if (rough.valid())
         fields.setRange(static_cast<std::uint32_t>(rough.steps));
     else if (rough.steps != 0.0 && traceHook)
@@ -196,7 +196,7 @@ MsmCell cellFields(RtcmState& s, const ObsRecord& record, std::size_t k, System 
     const double rangeM = record.P[k] == 0.0 ? 0.0 : record.P[k] - rough.metres();
     bool lost = false;
     const double phaseM = finePhase(s, record, k, wavelength, rough.metres(), lost);
-    MsmCell cell;
+    MsmCell cell = kNoMsmCell;
     cell.rangeMs = fineField(rangeM, kMaxFineRangeM, s.time, "pseudorange", "psrng");
     cell.phaseMs = fineField(phaseM, kMaxFinePhaseM, s.time, "phase-range", "phrng");
     cell.lock = lockIndicator(form, lockTime(s, record, k, lost));
@@ -229,7 +229,7 @@ void fillSatellites(MsmMessage& m, MsmContents& c, GTime time) {
                 m.cellMask = m.cellMask << 1 | has;
         }
     }
-    m.cellCount = std::min(cells, kMsmCells); // also those whose bit has no place in the mask
+    m.makeCells(std::min(cells, kMsmCells)); // also those whose bit has no place in the mask
 }
 
 } // namespace
