@@ -23,7 +23,14 @@ std::uint32_t epochField(System system, GTime time);
 /// Wavelength of a record's signal, m; 0 where the carrier is unknown.
 double wavelengthM(const RtcmState& s, System system, const ObsRecord& record, std::size_t slot);
 /// Lock time of a record's signal, s; starts again when lock was lost.
-double lockTime(RtcmState& s, const ObsRecord& record, std::size_t slot, bool lost);
+inline double lockTime(RtcmState& s, const ObsRecord& record, std::size_t slot, bool lost) {
+    s.touch(record.sat);
+    GTime& start = s.tracks[static_cast<std::size_t>(record.sat - 1)][slot].lltime;
+    if (!start.unknown() && !lost)
+        return timediff(record.time, start);
+    start = record.time;
+    return 0.0;
+}
 
 int encodeMsm(RtcmState& s, int type, int sync);
 int encodeLegacy(RtcmState& s, int type, int sync);

@@ -71,12 +71,3 @@ double wavelengthM(const RtcmState& s, System system, const ObsRecord& record, s
     const double hz = code2freq(system, record.code[slot], fcn < 0 ? kUnknownChannel : fcn - 7);
     return hz > 0.0 ? kSpeedOfLight / hz : 0.0;
 }
-
-double lockTime(RtcmState& s, const ObsRecord& record, std::size_t slot, bool lost) {
-    s.touch(record.sat);
-    GTime& start = s.tracks[static_cast<std::size_t>(record.sat - 1)][slot].lltime;
-    if (!start.unknown() && !lost)
-        return timediff(record.time, start);
-    start = record.time;
-    return 0.0;
-}

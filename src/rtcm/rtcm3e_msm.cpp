@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
 #include <cstdio>
 #include <span>
@@ -65,8 +64,11 @@ struct Satellite {
 
     /// Place of a signal's cell in the message.
     std::size_t cell(int signal) const {
-        return firstCell + static_cast<std::size_t>(
-                               std::popcount(signals & ~(~std::uint32_t{0} >> (signal - 1))));
+        std::size_t place = firstCell;
+        std::uint32_t before = signals & ~(~std::uint32_t{0} >> (signal - 1));
+        for (; before != 0; before &= before - 1)
+            ++place;
+        return place;
     }
 };
 
