@@ -6,10 +6,10 @@ DeployConfig DLY;
 
 namespace {
 
-std::int8_t slotOfCode(const std::vector<std::string>& frequencies, std::string_view code) {
+std::int16_t slotOfCode(const std::vector<std::string>& frequencies, std::string_view code) {
     for (std::size_t k = 0; k < frequencies.size() && !code.empty(); ++k)
         if (frequencies[k].size() > 1 && frequencies[k][1] == code[0])
-            return static_cast<std::int8_t>(k);
+            return static_cast<std::int16_t>(k);
     return -1;
 }
 

@@ -23,12 +23,12 @@ inline constexpr std::string_view kSystems = "GRECBSJI";
 inline constexpr std::size_t kSystemCount = kSystems.size();
 /// Place of a satellite number's system in kSystems; -1 = none: its names are numbers.
 inline constexpr auto kSystemOf = [] {
-    std::array<std::int8_t, kMaxSatNumber + 1> places{};
+    std::array<std::int16_t, kMaxSatNumber + 1> places{};
     places.fill(-1);
     for (const SatelliteBlock& block : kSatelliteBlocks)
         for (int i = 0; i < block.count && block.letter != 0; ++i)
             places[static_cast<std::size_t>(satno(block.system, block.firstPrn + i))] =
-                static_cast<std::int8_t>(kSystems.find(block.letter));
+                static_cast<std::int16_t>(kSystems.find(block.letter));
     return places;
 }();
 inline constexpr std::size_t kMaxFrequencies = 4; // per system
@@ -193,7 +193,7 @@ struct DeployConfig {
     std::array<std::uint8_t, kMaxSatellites> satelliteNumber{};
     /// Carrier slot by place in kSystems and observation code: the first frequency name of the
     /// station whose digit is that of the code; -1 = none.
-    std::array<std::array<std::int8_t, kMaxCode + 1>, kSystemCount> slotOf{};
+    std::array<std::array<std::int16_t, kMaxCode + 1>, kSystemCount> slotOf{};
     /// Enters the satellite of that place in satelliteNames, or all of them anew with the slots.
     void indexSatellite(std::size_t place);
     void indexSatellites();
