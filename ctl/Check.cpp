@@ -7,6 +7,7 @@
 #include "config/Switches.h"
 #include "ctl/Advice.h"
 #include "ctl/ByteSource.h"
+#include "ctl/Counted.h"
 #include "ctl/Examine.h"
 #include "ctl/Fields.h"
 #include "ctl/TrialReport.h"
@@ -180,10 +181,6 @@ void printFinding(const Finding& f, int times, std::ostream& out) {
     out << printable(line) << '\n';
     if (const std::string advice = adviceOn(f); !advice.empty())
         out << "    " << printable(advice) << '\n';
-}
-
-std::string counted(int n, const char* what) {
-    return text("%d %s%s", n, what, n == 1 ? "" : "s");
 }
 
 std::string verdict(const CheckResult& result) {

@@ -1,6 +1,7 @@
 #include "ctl/Judgement.h"
 
 #include "common/Findings.h"
+#include "ctl/Counted.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,10 +25,6 @@ std::string lengthText(double m) {
 
 std::string xyzText(const ref::Vec3& m) {
     return text("%.4f %.4f %.4f", m[0], m[1], m[2]);
-}
-
-std::string counted(long n, const char* one) {
-    return text("%ld %s%s", n, one, n == 1 ? "" : "s");
 }
 
 /// Satellites that share a trouble.

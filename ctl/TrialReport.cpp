@@ -4,6 +4,7 @@
 #include "common/DeployConfig.h"
 #include "common/Findings.h"
 #include "common/Place.h"
+#include "ctl/Counted.h"
 #include "ctl/Examine.h"
 #include "ctl/Fields.h"
 
@@ -76,10 +77,6 @@ std::string durationText(double seconds) {
                           : text("%.1f days", s / 86400.0);
 }
 
-const char* numbered(std::uint64_t n, const char* one, const char* several) {
-    return n == 1 ? one : several;
-}
-
 /// Names of the satellites for which something holds.
 template <class Is> std::string satellitesThat(const TrialResult& result, const Is& is) {
     std::string out;
@@ -150,10 +147,9 @@ std::vector<std::string> remarksOn(const TrialResult& r) {
                            DLY.clock ? "put the start of the recording into common/clock"
                                      : "set the clock; a recording needs common/clock"));
     if (r.apart.epochs > 0)
-        out.push_back(text("within %llu %s the times of messages differ: %d is %.3f s %s %d; "
-                           "what came before is lost",
-                           static_cast<Unsigned>(r.apart.epochs),
-                           numbered(r.apart.epochs, "epoch", "epochs"), r.apart.second,
+        out.push_back(text("within %s the times of messages differ: %d is %.3f s %s %d; what came "
+                           "before is lost",
+                           counted(r.apart.epochs, "epoch").c_str(), r.apart.second,
                            std::fabs(r.apart.seconds), r.apart.seconds > 0.0 ? "after" : "before",
                            r.apart.first));
     if (r.stations.size() > 1) {
@@ -164,34 +160,30 @@ std::vector<std::string> remarksOn(const TrialResult& r) {
                       "; replies may mix their places");
     }
     if (r.interrupted > 0)
-        out.push_back(text("%llu %s interrupted by another message: what came before it is lost",
-                           static_cast<Unsigned>(r.interrupted),
-                           numbered(r.interrupted, "epoch is", "epochs are")));
+        out.push_back(counted(r.interrupted, "epoch is", "epochs are") +
+                      " interrupted by another message: what came before it is lost");
     if (r.backward > 0)
-        out.push_back(text("%llu %s not later than the one before",
-                           static_cast<Unsigned>(r.backward),
-                           numbered(r.backward, "epoch is", "epochs are")));
+        out.push_back(counted(r.backward, "epoch is", "epochs are") +
+                      " not later than the one before");
     if (r.epochEnds > r.epochs)
-        out.push_back(text("%llu %s in the stream, and the service takes %llu: it refuses the "
-                           "others, or drops them with bytes that only begin like a frame, such as "
-                           "those where the stream is joined",
-                           static_cast<Unsigned>(r.epochEnds),
-                           numbered(r.epochEnds, "epoch ends", "epochs end"),
+        out.push_back(counted(r.epochEnds, "epoch ends", "epochs end") +
+                      text(" in the stream, and the service takes %llu: it refuses the others, or "
+                           "drops them with bytes that only begin like a frame, such as those "
+                           "where the stream is joined",
                            static_cast<Unsigned>(r.epochs)));
     if (r.badFrames > 0)
-        out.push_back(text("%llu %s a wrong check word", static_cast<Unsigned>(r.badFrames),
-                           numbered(r.badFrames, "frame has", "frames have")));
+        out.push_back(counted(r.badFrames, "frame has", "frames have") + " a wrong check word");
     if (r.places.empty())
         out.emplace_back("no message states the station's place (1005, 1006): it is not compared");
     const std::string none = satellitesThat(
         r, [](const SatelliteCount& c) { return c.noEphemeris > 0 && c.oldEphemeris == 0; });
     if (!none.empty())
         out.push_back("no ephemeris came in time of:" + none +
-                      (r.lateEphemerides > 0 ? text(" (%llu %s behind the last epoch)",
-                                                    static_cast<Unsigned>(r.lateEphemerides),
-                                                    numbered(r.lateEphemerides, "ephemeris comes",
-                                                             "ephemerides come"))
-                       : r.whole             ? std::string()
+                      (r.lateEphemerides > 0
+                           ? " (" +
+                                 counted(r.lateEphemerides, "ephemeris comes", "ephemerides come") +
+                                 " behind the last epoch)"
+                       : r.whole ? std::string()
                                  : text(" (stations repeat them within %d minutes: --seconds %d "
                                         "waits for that)",
                                         kEphemerisMinutes, 60 * kEphemerisMinutes)));
@@ -232,7 +224,7 @@ std::string verdictOn(const TrialResult& r) {
 
 void printTrial(const TrialSource& source, const TrialResult& r, std::ostream& out) {
     out << dump::clean(source.name) << ": " << r.bytes << " bytes, " << r.messages << " messages, "
-        << r.epochs << numbered(r.epochs, " epoch", " epochs");
+        << counted(r.epochs, "epoch");
     if (r.epochs > 1)
         out << (r.backward == 0 ? text(" in %.1f s", r.spanS()) : std::string())
             << text(" from %s (GPS time)", dateTimeText(r.first).c_str());

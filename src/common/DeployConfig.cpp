@@ -13,14 +13,6 @@ std::int16_t slotOfCode(const std::vector<std::string>& frequencies, std::string
     return -1;
 }
 
-} // namespace
-
-void strinit(Stream& stream) {
-    stream = {};
-}
-
-namespace {
-
 /// The number of a satellite whose name a stream can carry; 0 for another name, such as "G5".
 std::size_t numberOf(std::string_view name) {
     const int sat = satid2no(name);
@@ -28,6 +20,10 @@ std::size_t numberOf(std::string_view name) {
 }
 
 } // namespace
+
+void strinit(Stream& stream) {
+    stream = {};
+}
 
 void DeployConfig::indexSatellite(std::size_t place) {
     satelliteNumber[place] = static_cast<std::uint8_t>(satid2no(satelliteNames[place]));

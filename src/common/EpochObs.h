@@ -34,7 +34,10 @@ inline bool existobs(const SatelliteObs& obs) {
 class EpochObs {
 public:
     const SatelliteObs& operator[](std::size_t satellite) const { return rows_[satellite]; }
-    bool written(std::size_t satellite) const { return written_[satellite]; }
+    /// Whether the satellite counts as observed.
+    bool has(std::size_t satellite) const {
+        return written_[satellite] && existobs(rows_[satellite]);
+    }
     /// The row of a satellite for writing; from now on it counts as written.
     SatelliteObs& row(std::size_t satellite) {
         if (!written_[satellite]) {

@@ -81,7 +81,7 @@ std::string recordOf(const RinexWriter& writer, int mjd, double sod, int count) 
     add(out, "> %4d %2d %2d %2d %2d %10.7lf%3d%3d\n", t.year, t.month, t.day, t.hour, t.minute,
         t.second, 0, count);
     for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i)
-        if (existobs((*writer.obs)[i]))
+        if (writer.obs->has(i))
             addSatellite(out, i, (*writer.obs)[i]);
     return out;
 }
@@ -89,7 +89,7 @@ std::string recordOf(const RinexWriter& writer, int mjd, double sod, int count) 
 int satellitesOf(const RinexWriter& writer) {
     int count = 0;
     for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i)
-        count += existobs((*writer.obs)[i]) ? 1 : 0;
+        count += writer.obs->has(i) ? 1 : 0;
     return count;
 }
 

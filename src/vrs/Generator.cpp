@@ -142,7 +142,7 @@ void VrsGenerator_s_genObservation_raw(VrsObsPack& out, VrsObsPack& reference,
         RangeHistory& history = last_drleng[i];
         const double ageS =
             std::fabs(timdif(history.mjd, DLY.currentMjd, history.sod, DLY.currentSod));
-        if (!reference.obs.written(i) || !existobs(reference.obs[i]) || flags[i] == 0) {
+        if (!reference.obs.has(i) || flags[i] == 0) {
             if (ageS > kHistoryAgeS)
                 history.drleng = 0.0;
             continue;

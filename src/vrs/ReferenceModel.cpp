@@ -41,7 +41,7 @@ void VrsBaseStation_m_gnssModel(VrsObsPack& pack) {
     const Vector3 blh = xyzblh(pack.xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
     const Matrix3 fromLocal = rot_enu2xyz(blh[0], blh[1]);
     for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i)
-        if (existobs(pack.obs[i]))
+        if (pack.obs.has(i))
             modelSatellite(pack, i, fromLocal);
 }
 

@@ -76,7 +76,7 @@ Counts fillStates(const EpochObs& obs) {
     Counts counts{};
     const std::size_t bds = systemIndex('C');
     for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
-        if (!obs.written(i) || !existobs(obs[i]))
+        if (!obs.has(i))
             continue;
         const int sat = DLY.satelliteNumber[i];
         const int place = kSystemOf[static_cast<std::size_t>(sat)];

@@ -1,9 +1,12 @@
 /// What the test and the fuzz target of packets share.
 #pragma once
 
+#include "app/datapack.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// What a stream led to: the index of the byte that completed a packet, its status, its text.
@@ -14,6 +17,29 @@ struct Event {
     bool operator==(const Event&) const = default;
 };
 using Events = std::vector<Event>;
+
+inline std::vector<std::string> calls; // of a parser: status and text
+
+/// What a parser of its own makes of the stream; `require(kept, promise)` takes what it promises.
+template <class Require> Events parse(std::string_view stream, Require&& require) {
+    PackState state;
+    state.onHeader = [](std::string_view header) { calls.push_back("1" + std::string(header)); };
+    state.onBody = [](int kind, std::string_view body) {
+        calls.push_back(std::to_string(2 + kind) + std::string(body));
+    };
+    Events events;
+    calls.clear();
+    for (std::size_t i = 0; i < stream.size(); ++i) {
+        const int status = parsingcommand(state, static_cast<std::uint8_t>(stream[i]));
+        require(state.header.size() <= 9216 && state.body.size() < 9216, "buffers of bounded size");
+        require(calls.size() == events.size() + (status == 0 ? 0 : 1), "a call for each status");
+        if (calls.size() == events.size())
+            continue;
+        require(calls.back()[0] == '0' + status, "the call of the status");
+        events.push_back({i, status, calls.back().substr(1)});
+    }
+    return events;
+}
 
 /// Its events by the rules of the protocol, with the whole stream at hand.
 inline Events predict(const std::string& stream) {
