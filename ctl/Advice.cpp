@@ -116,7 +116,7 @@ std::string reasonWith(const std::string& path, std::string reason) {
     return reason;
 }
 
-std::string messageOf(const Finding& finding) {
+std::string saidBy(const Finding& finding) {
     std::string line = finding.text;
     cutOut(line, "****ERROR(Deploy): ");
     cutOut(line, "***ERROR(readCommFil):");

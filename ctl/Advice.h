@@ -9,7 +9,7 @@
 namespace ctl::check {
 
 /// The line without what its place says already.
-std::string messageOf(const Finding& finding);
+std::string saidBy(const Finding& finding);
 /// The reason, and for a relative path the folder that it is taken from.
 std::string reasonWith(const std::string& path, std::string reason);
 /// Whether it says that its file cannot be read.

@@ -175,7 +175,7 @@ void printFinding(const Finding& f, int times, std::ostream& out) {
         line += ":" + std::to_string(f.line);
     if (!f.key.empty())
         line += ": " + f.key;
-    line += text(": %s: ", nameOf(f.severity)) + messageOf(f);
+    line += text(": %s: ", nameOf(f.severity)) + saidBy(f);
     if (times > 1)
         line += text(" (and %d more like it)", times - 1);
     out << printable(line) << '\n';
@@ -207,7 +207,7 @@ cJSON* jsonOf(const Finding& f, int times) {
     string("file", f.file);
     cJSON_AddNumberToObject(o, "line", f.line);
     string("key", f.key);
-    string("text", messageOf(f));
+    string("text", saidBy(f));
     string("advice", adviceOn(f));
     cJSON_AddNumberToObject(o, "times", times);
     return o;

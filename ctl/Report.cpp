@@ -23,10 +23,6 @@ constexpr std::array kFates{ref::Fate::answered,    ref::Fate::missing,      ref
                             ref::Fate::noEphemeris, ref::Fate::oldEphemeris, ref::Fate::noPhase,
                             ref::Fate::noSignal};
 
-std::string count(long n) {
-    return grouped(static_cast<std::uint64_t>(std::max(n, 0L)));
-}
-
 std::string milliseconds(double s) {
     if (s < 95e-6)
         return text("%.0f \u00B5s", s * 1e6);

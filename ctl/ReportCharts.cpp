@@ -10,8 +10,6 @@ namespace ctl::report {
 
 namespace {
 
-constexpr double kMiddle = kChartWidth / 2;
-
 // 1, 2 or 5 times a power of ten: the smallest that divides the span into so many parts or fewer.
 double niceStep(double span, int parts) {
     const double least = span / parts;
@@ -77,6 +75,10 @@ std::string grouped(std::uint64_t n) {
                 break;
         }
     return out;
+}
+
+std::string count(long n) {
+    return grouped(static_cast<std::uint64_t>(std::max(n, 0L)));
 }
 
 std::string svgStart(double height, const std::string& title) {

@@ -11,6 +11,7 @@
 namespace ctl::report {
 
 inline constexpr double kChartWidth = 328;
+inline constexpr double kMiddle = kChartWidth / 2;
 
 /// Text for HTML, in an attribute too.
 std::string escaped(std::string_view plain);
@@ -18,6 +19,7 @@ std::string escaped(std::string_view plain);
 std::string coordinate(double value);
 /// 12 345, with narrow blanks that do not break.
 std::string grouped(std::uint64_t n);
+std::string count(long n); ///< grouped; 0 where it is below
 std::string svgStart(double height, const std::string& title);
 std::string svgText(double x, double y, const char* classes, const std::string& plain);
 std::string svgLine(double x1, double y1, double x2, double y2, const char* classes);

@@ -12,7 +12,6 @@ namespace ctl::report {
 
 namespace {
 
-constexpr double kMiddle = kChartWidth / 2;
 constexpr double kRadius = 142; // of the horizon
 constexpr double kDot = 3.4;
 constexpr double kGoneDot = 2.4;    // of a satellite out of sight

@@ -17,10 +17,6 @@ using Cells = std::initializer_list<std::string>;
 
 constexpr std::size_t kDelayRows = 10;
 
-std::string count(long n) {
-    return grouped(static_cast<std::uint64_t>(std::max(n, 0L)));
-}
-
 std::string row(Cells cells) {
     std::string out = "<tr>";
     const char* tag = "th"; // the first names the row

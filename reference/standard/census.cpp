@@ -2,12 +2,11 @@
 
 #include "kinds.h"
 #include "legacy.h"
+#include "msm.h"
 
 namespace ref {
 
 namespace {
-
-constexpr std::size_t kMostPairs = 64; // bits of a cell mask
 
 bool isAnyMsm(int type) {
     return type >= 1071 && type <= 1137 && type % 10 >= 1 && type % 10 <= 7;

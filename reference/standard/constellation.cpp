@@ -11,7 +11,6 @@ namespace ref {
 namespace {
 
 constexpr double kTurn = 2 * std::numbers::pi;
-constexpr double kDegree = kTurn / 360;
 constexpr int kChannels[] = {1,  -4, 5, 6,  1, -4, 5, 6, -2, -7, 0, -1,
                              -2, -7, 0, -1, 4, -3, 3, 2, 4,  -3, 3, 2};
 

@@ -8,7 +8,6 @@ namespace {
 
 constexpr double kMajorM = 6378137.0;
 constexpr double kMinorM = kMajorM * (1 - 1 / 298.257223563);
-constexpr double kDegree = std::numbers::pi / 180;
 
 // Range of a signal that left the satellite at s; light time and range settle together.
 double turnedRange(const Vec3& s, const Vec3& at) {

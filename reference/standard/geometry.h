@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 #include <functional>
+#include <numbers>
 
 namespace ref {
 
@@ -25,6 +26,7 @@ Vec3 turnAxes(int axis, double angle, const Vec3& a);
 
 constexpr double kLightSpeed = 299792458.0;    // m/s
 constexpr double kEarthRate = 7.2921151467e-5; // rad/s
+constexpr double kDegree = std::numbers::pi / 180;
 constexpr double kWeekS = 604800.0;
 
 struct GpsTime {

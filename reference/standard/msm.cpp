@@ -11,7 +11,6 @@ namespace ref {
 namespace {
 
 constexpr double kMsM = kLightSpeed / 1000; // m per ms of range
-constexpr std::size_t kMostPairs = 64;      // bits of a cell mask
 
 // clang-format off
 // MSM systems in order of their message numbers 107x, 108x, ...; their signals from id 1 on, "--"

@@ -9,6 +9,8 @@
 
 namespace ref {
 
+constexpr std::size_t kMostPairs = 64; ///< of satellite and signal: bits of a cell mask
+
 /// Signal (RINEX band digit and attribute) of an MSM signal id 1..32; empty when unassigned.
 std::string signalOf(char system, int signalId);
 int signalId(char system, std::string_view signal); ///< std::out_of_range when unassigned

@@ -7,7 +7,6 @@ namespace ref {
 
 namespace {
 
-constexpr double kDegree = std::numbers::pi / 180;
 constexpr double kForgetS = 15;      // a satellite not seen for so long is acquired anew
 constexpr double kSlipsPerS = 3e-4;  // of one signal
 constexpr double kDropsPerS = 5e-4;  // of one satellite

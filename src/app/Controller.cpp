@@ -34,7 +34,7 @@ constexpr std::chrono::seconds kSilence{30};
 
 PeerLink peer;
 std::array<std::uint8_t, 10240> received;
-std::array<std::uint8_t, 8192> reply;
+std::array<std::uint8_t, 8192> replyBuffer;
 
 /// Empties a list and gives its memory back.
 template <class List> void release(List& list) {
@@ -81,10 +81,11 @@ void prepareSession() {
 
 void onrtcm0(std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
     if (status == kEpoch) {
-        const int size = VrsMain(0, reply);
+        const int size = VrsMain(0, replyBuffer);
         print(Level::debug, "***INFO: Get a return buff, size=%d\n", size);
         if (size > 0)
-            peer.sendReply(outputSocketID, std::span(reply).first(static_cast<std::size_t>(size)),
+            peer.sendReply(outputSocketID,
+                           std::span(replyBuffer).first(static_cast<std::size_t>(size)),
                            DLY.currentMjd * kSecondsPerDay + DLY.currentSod);
         printEpochEnd();
     } else {

@@ -14,11 +14,11 @@ std::vector<Pattern> PATTERNS;
 
 namespace {
 
-constexpr std::size_t kShown = 32; // of a word that is too long, characters
+constexpr std::size_t kShownOfWord = 32; // of one that is too long, characters
 
 /// Adds a finding about a value of the line read last; false.
 bool refuse(const LineReader& file, std::string_view value, const char* why, Findings& findings) {
-    const std::string shown(value.substr(0, kShown));
+    const std::string shown(value.substr(0, kShownOfWord));
     findings.fatal(DLY.tables.vrnfln, file.lineNumber(),
                    text("file = %s,line = %d,value = %s,%s", DLY.tables.vrnfln.c_str(),
                         file.lineNumber(), shown.c_str(), why));

@@ -34,8 +34,8 @@ constexpr auto kCarried = [] {
     return carried;
 }();
 
-constexpr double kPresent = 1e6; // cycles, m
-constexpr int kLastBds2 = 16;    // PRN
+constexpr double kLeastCarried = 1e6; // cycles, m
+constexpr int kLastBds2 = 16;         // PRN
 constexpr std::size_t kHeaderBytesOfReply = 10;
 constexpr std::size_t kCheckBytesOfReply = 4;
 constexpr std::size_t kMostBeforeCheck = kReplyBytes - kCheckBytesOfReply;
@@ -58,8 +58,8 @@ void addRecord(RtcmState& state, const SatelliteObs& obs, std::size_t maskRow, s
     std::size_t k = 0;
     for (std::size_t j = 0; j < slots && k < kObsSlots; ++j) {
         const std::uint8_t code = obs.phaseType[j];
-        if (!kCarried[maskRow][code] || !(std::fabs(obs.phase[j]) > kPresent) ||
-            !(std::fabs(obs.range[j]) > kPresent))
+        if (!kCarried[maskRow][code] || !(std::fabs(obs.phase[j]) > kLeastCarried) ||
+            !(std::fabs(obs.range[j]) > kLeastCarried))
             continue;
         record.L[k] = obs.phase[j];
         record.P[k] = obs.range[j];
