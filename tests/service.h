@@ -145,7 +145,7 @@ public:
         const fs::path source = fs::path(kSourceFolder) / "examples" / options.example;
         std::string deployment = readFile(source / "vrs.json");
         deployment = replaced(deployment, "127.0.0.1 2101", "127.0.0.1 " + std::to_string(port));
-        deployment = replaced(deployment, "2018-07-12 23:37:11", clock);
+        deployment = replaced(deployment, kClock, clock);
         deployment = replaced(deployment, "data/out", out());
         fs::create_directories(out());
         std::ofstream(folder / "vrs.json") << deployment;

@@ -25,6 +25,8 @@
 #include <utility>
 #include <vector>
 
+inline const ref::GpsTime kNow{2009, 430650};
+inline constexpr const char* kClock = "2018-07-12 23:37:11"; // kNow, as deployments write it
 inline const ref::Vec3 kSite{-4467074.3577, 2683011.9038, -3667008.2845};
 inline constexpr const char* kAllFrequencies =
     "GPS:L1_L2_L5 GLS:L1_L2 GAL:E1_E5a_E5b_E6 BDS:B1_B2b_B3 QZS:L1_L2_L5";

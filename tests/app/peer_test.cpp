@@ -12,9 +12,6 @@ namespace {
 
 using ref::Bytes;
 
-const char* const kClock = "2018-07-12 23:37:11";
-const ref::GpsTime kStart{2009, 430650};
-
 /// The ephemerides, and epochs once a second.
 struct Generated {
     Bytes ephemerides;
@@ -24,13 +21,13 @@ struct Generated {
 Generated generated(int epochs) {
     ref::Sky sky(kSite);
     Generated out;
-    for (const Bytes& f : sky.ephemerisFrames(kStart)) {
+    for (const Bytes& f : sky.ephemerisFrames(kNow)) {
         out.ephemerides.insert(out.ephemerides.end(), f.begin(), f.end());
         ++out.frames;
     }
     for (int i = 0; i < epochs; ++i) {
         Bytes& epoch = out.epochs.emplace_back();
-        for (const Bytes& f : sky.epochFrames(kStart + 1.0 * i, 4))
+        for (const Bytes& f : sky.epochFrames(kNow + 1.0 * i, 4))
             epoch.insert(epoch.end(), f.begin(), f.end());
     }
     return out;

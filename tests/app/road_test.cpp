@@ -29,7 +29,7 @@ int allocations = 0;
 }
 
 TEST(Road, AllocatesNothingFromBytesToReply) {
-    const ref::GpsTime now{2009, 430650};
+    const ref::GpsTime now = kNow;
     const FixedClock clock(now);
     configure();
     inputSocketID = outputSocketID = -1; // replies are built and dropped

@@ -119,9 +119,6 @@ Bytes generated(ref::GpsTime start, int epochs) {
     return stream;
 }
 
-const ref::GpsTime kStart{2009, 430650};
-const char* const kClock = "2018-07-12 23:37:11";
-
 } // namespace
 
 TEST(Saving, KeepsWhatTheRecordedStreamCarried) {
@@ -166,7 +163,7 @@ TEST(Saving, FollowsTheSwitches) {
         Peer peer;
         Service service(peer.port, kClock, {.switches = switches});
         std::vector<ref::Expected> owed;
-        play(peer, generated(kStart, 2), owed);
+        play(peer, generated(kNow, 2), owed);
         const std::string log = service.wholeLog();
         const std::string file = readFile(service.out() / "str21930.18o");
         if (switches.size() == 2) {
@@ -186,7 +183,7 @@ TEST(Saving, TakesAPartOfARecordBackAndGoesOn) {
     Peer peer;
     Service service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
     std::vector<ref::Expected> owed;
-    play(peer, generated(kStart, 8), owed);
+    play(peer, generated(kNow, 8), owed);
     const std::vector<Record> records = readRecords(service.out() / "str21930.18o");
     EXPECT_GT(records.size(), 0U);
     EXPECT_LT(records.size(), 8U);
@@ -203,7 +200,7 @@ TEST(Saving, OutlivesAFileAtItsGreatestSize) {
     const fs::path file = service.out() / "str21930.18o";
     std::ofstream(file) << std::string(20000, '\n');
     std::vector<ref::Expected> owed;
-    play(peer, generated(kStart, 3), owed);
+    play(peer, generated(kNow, 3), owed);
     EXPECT_EQ(fs::file_size(file), 20000U);
     EXPECT_TRUE(contains(service.wholeLog(), ",epoch is not written,File too large\n"));
 }
@@ -212,9 +209,9 @@ TEST(Saving, GoesOnWithoutTheFolderOnceItCouldBeUsed) {
     Peer peer;
     Service service(peer.port, kClock, {.switches = {"-rawsav"}});
     std::vector<ref::Expected> owed;
-    play(peer, generated(kStart, 2), owed);
+    play(peer, generated(kNow, 2), owed);
     fs::remove_all(service.out());
-    const Bytes more = generated(kStart + 2.0, 2);
+    const Bytes more = generated(kNow + 2.0, 2);
     const auto due = ref::Predictor(expectation()).take(more).size();
     peer.exchange(more, 4096, static_cast<int>(due));
     EXPECT_FALSE(fs::exists(service.out()));
@@ -226,7 +223,7 @@ TEST(Saving, EndsTheProcessWhereTheFileCannotBeOpened) {
     Service service(peer.port, kClock, {.switches = {"-rawsav"}});
     fs::remove_all(service.out());
     ASSERT_TRUE(peer.accept());
-    peer.exchange(generated(kStart, 1), 4096, 1 << 20);
+    peer.exchange(generated(kNow, 1), 4096, 1 << 20);
     EXPECT_EQ(service.end(), 1);
     EXPECT_TRUE(service.log().ends_with(
         "****ERROR(Rnxobs): file = " + (service.out() / "str21930.18o").string() +

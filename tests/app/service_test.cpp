@@ -22,7 +22,7 @@ TEST(Service, AnswersEveryEpochOfTheRecordedStream) {
     const ref::Expectation e = expectation();
     for (const std::size_t block : {std::size_t{4096}, std::size_t{333}, stream.size()}) {
         Peer peer;
-        const Service service(peer.port, "2018-07-12 23:37:11");
+        const Service service(peer.port, kClock);
         ASSERT_TRUE(peer.accept());
         const ref::Verdict v = judge(stream, peer.exchange(stream, block, 1309 + 1243), e);
         expectRight(v);
@@ -39,7 +39,7 @@ TEST(Service, AnswersEveryEpochOfTheRecordedStream) {
 TEST(Service, AnswersAGeneratedStreamOfAllSystems) {
     // Three epochs of each form, with new ephemerides, a station message in mid-epoch, garbage and
     // a frame with a wrong check word between them.
-    const ref::GpsTime start{2009, 430650};
+    const ref::GpsTime start = kNow;
     ref::Sky sky(kSite);
     sky.systems = "GRECJ";
     Bytes stream;
@@ -68,7 +68,7 @@ TEST(Service, AnswersAGeneratedStreamOfAllSystems) {
     }
     const ref::Expectation e = expectation();
     Peer peer;
-    const Service service(peer.port, "2018-07-12 23:37:11");
+    const Service service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     const ref::Verdict v = judge(stream, peer.exchange(stream, 1000, frames), e);
     expectRight(v);
@@ -110,7 +110,7 @@ TEST(Service, AnswersEveryEpochOfReceiversWithTheirQuirks) {
 
 TEST(Service, AnswersInPostMode) {
     ref::Sky sky(kSite);
-    const ref::GpsTime t{2009, 430650};
+    const ref::GpsTime t = kNow;
     Bytes stream;
     for (const Bytes& f : sky.ephemerisFrames(t))
         stream.insert(stream.end(), f.begin(), f.end());
@@ -121,8 +121,7 @@ TEST(Service, AnswersInPostMode) {
                     "E11", "C01", "C06", "C11", "C20", "J01"};
     const std::vector<ref::Expected> owed = ref::Predictor(e).take(stream);
     Peer peer;
-    const Service service(peer.port, "2018-07-12 23:37:11",
-                          {.example = "post", .switches = {"-post"}});
+    const Service service(peer.port, kClock, {.example = "post", .switches = {"-post"}});
     ASSERT_TRUE(peer.accept());
     const ref::Verdict v =
         judge(stream, peer.exchange(stream, 4096, static_cast<int>(owed.size())), e);
@@ -134,7 +133,7 @@ TEST(Service, AnswersInPostMode) {
 
 TEST(Service, SendsSixtyThreeCellsOfMoreThanSixtyFour) {
     // 17 Galileo satellites of four signals, all on the orbit of one that stands high.
-    const ref::GpsTime t{2009, 430650};
+    const ref::GpsTime t = kNow;
     ref::Sky sky(kSite);
     sky.systems = "E";
     const std::vector<ref::Cell> seen = sky.observe(t, false);
@@ -167,7 +166,7 @@ TEST(Service, SendsSixtyThreeCellsOfMoreThanSixtyFour) {
         }
     }
     Peer peer;
-    const Service service(peer.port, "2018-07-12 23:37:11");
+    const Service service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     const ref::Verdict v = judge(stream, peer.exchange(stream, 4096, 18), expectation());
     expectRight(v);
@@ -178,7 +177,7 @@ TEST(Service, SendsSixtyThreeCellsOfMoreThanSixtyFour) {
 TEST(Service, IsBackOnTheSameDescriptorWhateverThePeerDoes) {
     ref::Sky sky(kSite);
     Bytes epoch;
-    const ref::GpsTime t{2009, 430650};
+    const ref::GpsTime t = kNow;
     std::vector<Bytes> frames = sky.ephemerisFrames(t);
     const int answers = static_cast<int>(frames.size()) + 1;
     for (const Bytes& f : sky.epochFrames(t, 4))
@@ -189,7 +188,7 @@ TEST(Service, IsBackOnTheSameDescriptorWhateverThePeerDoes) {
     Bytes half = sky.epochFrames(t + 1.0, 4).at(0);
     half.insert(half.end(), {0xD3, 0x03, 0xFF, 0x43});
     Peer peer;
-    Service service(peer.port, "2018-07-12 23:37:11");
+    Service service(peer.port, kClock);
     std::vector<std::string> descriptors;
     for (const std::string end : {"close", "reset", "half-close", "mid-frame", "last"}) {
         ASSERT_TRUE(peer.accept()) << end;
@@ -214,7 +213,7 @@ TEST(Service, IsBackOnTheSameDescriptorWhateverThePeerDoes) {
 
 TEST(Service, RetriesWhileThePeerRefuses) {
     Peer peer; // bound, not yet listening: connections are refused
-    const Service service(peer.port, "2018-07-12 23:37:11");
+    const Service service(peer.port, kClock);
     const std::string warning =
         "***WARN: Connect input failed, 127.0.0.1:" + std::to_string(peer.port);
     EXPECT_TRUE(service.tells("Kestrune v2.5\nppppp:Unknown error -1\n" + warning + "\n"));

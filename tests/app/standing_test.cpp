@@ -69,7 +69,6 @@ private:
     sockaddr_un address_{AF_UNIX, {}};
 };
 
-const char* const kClock = "2018-07-12 23:37:11";
 const std::string kWatchdog = "WATCHDOG_USEC=200000";
 
 /// A frame comes back as it is, and the log has these lines.

@@ -1,5 +1,6 @@
 #include "common/check.h"
 #include "config/Deploy.h"
+#include "process.h"
 
 #include <cstring>
 #include <map>
@@ -28,12 +29,6 @@ const std::map<std::string, std::string> kFiles{
                    "abcd_ENU 0.1 0.2 1.5" +
                    std::string(38, ' ') + "TRM59800.00     SCIS       ASH701945E_M\n"},
     {"leapsc", "+leap sec\n57754 37\n99999 37\n-leap sec\n"}};
-
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
-        text.replace(at, from.size(), to);
-    return text;
-}
 
 struct Deployment : check::Scratch {
     /// An empty `from` stands for the whole file.

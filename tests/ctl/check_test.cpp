@@ -14,7 +14,7 @@
 #include <set>
 #include <sstream>
 
-using namespace ctl::check;
+namespace ctl::check {
 
 namespace {
 
@@ -164,7 +164,7 @@ TEST(BrokenConfigurations, HaveTheirFindingsAndTheirLinesOfTheService) {
     EXPECT_GE(names.size(), 35U);
     for (const std::string& name : names) {
         SCOPED_TRACE(name);
-        const check::Scratch scratch;
+        const ::check::Scratch scratch;
         lay(scratch.path, name);
         const Expected expected = readExpected(kBroken / name / "expected");
         const Ran checked = runTool(scratch.path, "check vrs.json " + expected.switches);
@@ -177,7 +177,7 @@ TEST(BrokenConfigurations, HaveTheirFindingsAndTheirLinesOfTheService) {
 }
 
 TEST(Check, SaysWhatTheServiceWouldDoWhereNothingIsWrong) {
-    const check::Scratch scratch;
+    const ::check::Scratch scratch;
     lay(scratch.path, "good");
     const Ran checked = runTool(scratch.path, "check vrs.json -rawsav");
     EXPECT_EQ(checked.output, "    connects to 127.0.0.1:1\n"
@@ -197,7 +197,7 @@ TEST(Check, SaysWhatTheServiceWouldDoWhereNothingIsWrong) {
 }
 
 TEST(Check, WritesItsFindingsAsJson) {
-    const check::Scratch scratch;
+    const ::check::Scratch scratch;
     lay(scratch.path, "station-without-coordinates");
     const Ran ran = runTool(scratch.path, "check vrs.json --json");
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(cJSON_Parse(ran.output.c_str()),
@@ -217,7 +217,7 @@ TEST(Check, WritesItsFindingsAsJson) {
 }
 
 TEST(Check, WritesJsonAsUtf8WhateverTheFileHolds) {
-    const check::Scratch scratch;
+    const ::check::Scratch scratch;
     scratch.write("vrs.json", "{\"M\xfcnchen\": 1}");
     const std::string output = runTool(scratch.path, "check vrs.json --json").output;
     EXPECT_NE(output.find("M?nchen"), std::string::npos) << output;
@@ -225,7 +225,7 @@ TEST(Check, WritesJsonAsUtf8WhateverTheFileHolds) {
 }
 
 TEST(Check, TellsWrongArgumentsByItsStatus) {
-    const check::Scratch scratch;
+    const ::check::Scratch scratch;
     const struct {
         std::string arguments;
         int status;
@@ -246,7 +246,7 @@ TEST(Check, TellsWrongArgumentsByItsStatus) {
 }
 
 TEST(Check, FindsWhatTheUserOfTheUnitCannotRead) {
-    const check::Scratch scratch;
+    const ::check::Scratch scratch;
     lay(scratch.path, "good");
     const fs::path inner = fs::path(scratch.path) / "inner";
     fs::create_directory(inner);
@@ -332,7 +332,7 @@ std::string spoiled(std::string content, std::mt19937& random) {
 }
 
 TEST(CheckOfSpoiledFiles, EndsAndStaysPrintable) {
-    const check::Scratch scratch;
+    const ::check::Scratch scratch;
     lay(scratch.path, "good");
     const fs::path before = fs::current_path();
     fs::current_path(scratch.path);
@@ -360,3 +360,5 @@ TEST(CheckOfSpoiledFiles, EndsAndStaysPrintable) {
 }
 
 } // namespace
+
+} // namespace ctl::check

@@ -13,7 +13,7 @@
 #include <sstream>
 #include <sys/socket.h>
 
-using namespace ctl::dump;
+namespace ctl::dump {
 
 namespace {
 
@@ -506,3 +506,5 @@ TEST(Kestrunectl, ReadsALiveStreamByName) {
     close(fd);
     close(listener);
 }
+
+} // namespace ctl::dump

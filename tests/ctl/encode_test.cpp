@@ -3,7 +3,7 @@
 #include "ctl/Encode.h"
 #include "reference/standard/legacy.h"
 
-using namespace ctl::simulate;
+namespace ctl::simulate {
 
 // The frames of the simulator, against the independent writers and readers.
 
@@ -159,3 +159,5 @@ TEST(SimulatedSky, HasSlipsDropOutsRisingAndSettingSatellites) {
     EXPECT_GT(slips, 20);
     EXPECT_GT(risen.size(), 10U);
 }
+
+} // namespace ctl::simulate

@@ -5,7 +5,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 
-using namespace ctl::simulate;
+namespace ctl::simulate {
 
 namespace {
 
@@ -147,3 +147,5 @@ TEST(Judgement, TellsCausesBeforeCells) {
         EXPECT_LT(summary.find(c.cause), summary.find("  and ")) << summary;
     }
 }
+
+} // namespace ctl::simulate

@@ -6,8 +6,9 @@
 #include <limits>
 #include <random>
 
-using namespace ctl::report;
-using namespace ctl::simulate;
+namespace ctl::report {
+
+using namespace simulate;
 
 namespace {
 
@@ -129,3 +130,5 @@ TEST(Report, IsOneWellFormedPageWhateverHappened) {
     EXPECT_EQ(odd.data().satellites.at("G10").epochs.at(ref::Fate::answered), 429);
     EXPECT_EQ(pages[2].page, odd.page(much));
 }
+
+} // namespace ctl::report

@@ -10,8 +10,6 @@ namespace {
 
 using ref::Bytes;
 
-const ref::GpsTime kNow{2009, 430650};
-
 /// What the callback got.
 struct Reply {
     std::uint32_t status;
@@ -67,7 +65,7 @@ protected:
     const FixedClock clock{kNow};
 };
 
-const Bytes kPosition = ref::frame(ref::write1005({.station = 0, .xyzM = kSite}));
+const Bytes kStatedPlace = ref::frame(ref::write1005({.station = 0, .xyzM = kSite}));
 
 } // namespace
 
@@ -98,7 +96,7 @@ TEST_F(Intake, ReportsEachMessageWithItsWholeFrameAndStartsAfresh) {
     ref::Sky sky(kSite);
     const Bytes eph = sky.ephemerisFrames(kNow).at(0);
     const Bytes obs = epoch(1074, {{"1C", 21e6}});
-    const std::string printed = read({kPosition, eph, obs});
+    const std::string printed = read({kStatedPlace, eph, obs});
     EXPECT_TRUE(contains(printed, "***WARN(StreamObs): Not support antenna!\n"
                                   "***INFO(StreamObs): Got ephemeris data, 106-C01!\n"
                                   "***INFO(StreamObs): C01 eph is got!\n"
@@ -106,7 +104,7 @@ TEST_F(Intake, ReportsEachMessageWithItsWholeFrameAndStartsAfresh) {
         << printed;
     ASSERT_EQ(replies.size(), 3U);
     EXPECT_EQ(replies[0].status, 5U);
-    EXPECT_EQ(replies[0].frame, kPosition);
+    EXPECT_EQ(replies[0].frame, kStatedPlace);
     EXPECT_EQ(replies[1].status, 2U);
     EXPECT_EQ(replies[1].frame, eph);
     EXPECT_EQ(replies[2].status, 1U);
@@ -114,14 +112,14 @@ TEST_F(Intake, ReportsEachMessageWithItsWholeFrameAndStartsAfresh) {
 }
 
 TEST_F(Intake, WipesThePartOfAnEpochThatAStationMessageFollows) {
-    read({epoch(1074, {{"1C", 21e6}}, true), kPosition, epoch(1094, {{"1X", 23e6}})});
+    read({epoch(1074, {{"1C", 21e6}}, true), kStatedPlace, epoch(1094, {{"1X", 23e6}})});
     EXPECT_EQ(row("G03").range[0], 0.0);
     EXPECT_NE(row("E03").range[0], 0.0);
 }
 
 TEST_F(Intake, ForgetsFrameAndEpochOfALostConnection) {
     const Bytes obs = epoch(1074, {{"1C", 21e6}}, true);
-    read({obs, Bytes(kPosition.begin(), kPosition.begin() + 9)});
+    read({obs, Bytes(kStatedPlace.begin(), kStatedPlace.begin() + 9)});
     StreamObs_m_restart();
     read({epoch(1094, {{"1X", 23e6}})});
     ASSERT_EQ(replies.size(), 1U);

@@ -142,7 +142,7 @@ TEST_F(Orbits, AgreeWithAnIndependentFormulation) {
 }
 
 TEST_F(Orbits, AreNotComputedFromOldOrMissingEphemerides) {
-    const ref::GpsTime now{2009, 430650};
+    const ref::GpsTime now = kNow;
     const FixedClock clock(now);
     ref::Kepler k = ref::Sky(kSite).navigation(now).kepler.at("G05");
     store({ref::frame(ref::writeKepler(k))});
@@ -163,7 +163,7 @@ TEST_F(Orbits, AreNotComputedFromOldOrMissingEphemerides) {
 }
 
 TEST_F(Orbits, UseTheGeoFrameForC01ToC05Alone) {
-    const ref::GpsTime now{2009, 430650};
+    const ref::GpsTime now = kNow;
     const FixedClock clock(now);
     setEpoch(now);
     ref::Kepler k = ref::Sky(kSite).navigation(now).kepler.at("C05");

@@ -162,7 +162,7 @@ TEST(RecordedMessages, KeepTheirObservationsThroughTheRecords) {
 }
 
 TEST(EncodedEphemerides, AreThoseOfTheIndependentWriters) {
-    const ref::GpsTime now{2009, 430650};
+    const ref::GpsTime now = kNow;
     const FixedClock clock(now);
     const ref::Navigation nav = ref::Sky(kSite).navigation(now);
     std::vector<Frame> frames;

@@ -13,8 +13,6 @@ namespace {
 
 using ref::Bytes;
 
-const ref::GpsTime kNow{2009, 430650};
-
 int callbacks = 0;
 
 class HostileStream : public testing::Test {

@@ -13,8 +13,6 @@ using ref::BitString;
 using ref::Bytes;
 using ref::frame;
 
-const ref::GpsTime kNow{2009, 430650};
-
 ref::Bytes msm(int type, std::uint32_t epochField, const std::vector<ref::Cell>& cells,
                bool more = false, int station = 1) {
     ref::Msm m;

@@ -393,7 +393,7 @@ TEST(Writing, MsmOfEveryFormAndSystem) {
 
 TEST(Writing, MsmTablesAgreeWithTheIndependentOnes) {
     // The values of a generated epoch, satellite by satellite and signal by signal.
-    const ref::GpsTime now{2009, 430650};
+    const ref::GpsTime now = kNow;
     for (int form = 4; form <= 7; ++form)
         for (const Bytes& f : ref::Sky(kSite).epochFrames(now, form)) {
             MsmMessage m;

@@ -7,7 +7,7 @@
 
 // The station of the pack is not the configured one.
 TEST(ReferenceModel, IsTheGeometryOfThePacksOwnStation) {
-    const ref::GpsTime now{2009, 430650};
+    const ref::GpsTime now = kNow;
     const FixedClock clock(now);
     const ref::Vec3 station = kSite + ref::Vec3{20000.0, -30000.0, 50000.0};
     ref::Sky sky(kSite);

@@ -18,8 +18,6 @@ namespace {
 
 using ref::Bytes;
 
-const ref::GpsTime kNow{2009, 430650};
-
 std::size_t indexOf(const std::string& name) {
     return static_cast<std::size_t>(pointer_string(DLY.satelliteNames, name));
 }
