@@ -65,35 +65,36 @@ std::optional<Closed> closedToOthers(const std::string& path) {
     return error ? std::nullopt : closedOnTheWay(real);
 }
 
-void examineAccess(Severity severity, Findings& findings) {
+void examineAccess(Severity severity, Reading& reading) {
     std::vector<std::string> told;
     for (const std::string& file : filesOfSession()) {
         const std::optional<Closed> closed = closedToOthers(file);
         if (!closed || std::find(told.begin(), told.end(), closed->path) != told.end())
             continue;
         told.push_back(closed->path);
-        findings.remark({severity,
-                         closed->folder ? closed->path : file,
-                         0,
-                         {},
-                         text("the user of the unit cannot %s it (mode %04o)",
-                              closed->folder ? "enter" : "read", closed->mode),
-                         text("chmod o+%c %s", closed->folder ? 'x' : 'r', closed->path.c_str())});
+        reading.remarks.add(
+            {severity,
+             closed->folder ? closed->path : file,
+             0,
+             {},
+             text("the user of the unit cannot %s it (mode %04o)",
+                  closed->folder ? "enter" : "read", closed->mode),
+             text("chmod o+%c %s", closed->folder ? 'x' : 'r', closed->path.c_str())});
     }
 }
 
-void examineHidden(Findings& findings) {
+void examineHidden(Reading& reading) {
     for (const std::string& file : filesOfSession()) {
         std::error_code error;
         const fs::path real = fs::canonical(file, error);
         for (const char* const folder : kHidden)
             if (!error && beneath(real, folder))
-                findings.remark({Severity::fatal,
-                                 file,
-                                 0,
-                                 {},
-                                 text("the unit does not see what is in %s", folder),
-                                 "put it into /etc/kestrune"});
+                reading.remarks.add({Severity::fatal,
+                                     file,
+                                     0,
+                                     {},
+                                     text("the unit does not see what is in %s", folder),
+                                     "put it into /etc/kestrune"});
     }
 }
 

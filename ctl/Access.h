@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Findings.h"
+#include "ctl/Remarks.h"
 
 #include <optional>
 #include <string>
@@ -20,8 +20,8 @@ struct Closed {
 std::optional<Closed> closedToOthers(const std::string& path);
 
 /// Remarks on what others cannot read.
-void examineAccess(Severity severity, Findings& findings);
+void examineAccess(Severity severity, Reading& reading);
 /// Remarks on what the unit does not see wherever it lies.
-void examineHidden(Findings& findings);
+void examineHidden(Reading& reading);
 
 } // namespace ctl::check

@@ -2,12 +2,12 @@
 
 #include "common/Clock.h"
 #include "common/ComText.h"
-#include "common/EditDistance.h"
 #include "config/Deploy.h"
 #include "config/Switches.h"
 #include "ctl/Advice.h"
 #include "ctl/ByteSource.h"
 #include "ctl/Counted.h"
+#include "ctl/EditDistance.h"
 #include "ctl/Examine.h"
 #include "ctl/Fields.h"
 #include "ctl/TrialReport.h"
@@ -119,20 +119,20 @@ private:
 
 /// A line of the findings that says that a path of the configuration leads nowhere, with the
 /// reminder that the path may have been written longer.
-Finding withCut(Finding f, const Findings& findings) {
-    if (pointer_string(findings.cutPaths(), f.file) >= 0 && saysUnreadable(f))
+Finding withCut(Finding f, const Remarks& remarks) {
+    if (pointer_string(remarks.cutPaths(), f.file) >= 0 && saysUnreadable(f))
         f.advice = adviceOn(f) + "; the value that names it ends at a # or !";
     return f;
 }
 
 /// Arguments that the service takes for a switch and that are none as they stand.
-void remarkOnSwitches(std::span<const std::string> arguments, Findings& findings) {
+void remarkOnSwitches(std::span<const std::string> arguments, Remarks& remarks) {
     for (const std::string& argument : arguments)
         for (const std::string_view known : kSwitches)
             if (contains(argument, known) && argument != known)
-                findings.remark({Severity::warning, DLY.file, 0, argument,
-                                 text("is read as %s", std::string(known).c_str()),
-                                 "the service looks for its switches inside of every argument"});
+                remarks.add({Severity::warning, DLY.file, 0, argument,
+                             text("is read as %s", std::string(known).c_str()),
+                             "the service looks for its switches inside of every argument"});
 }
 
 /// The switch that is likely meant; empty where none is like it.
@@ -317,15 +317,16 @@ CheckResult checkDeployment(const std::string& file, std::span<const std::string
     DLY = {};
     for (const std::string& argument : switches)
         Deploy_m_readSwitch(argument);
-    Findings findings = readDeployment(file);
-    examineSession(unit, findings);
-    remarkOnSwitches(switches, findings);
+    Reading reading;
+    reading.findings = readDeployment(file, &reading.remarks);
+    examineSession(unit, reading);
+    remarkOnSwitches(switches, reading.remarks);
     Collection collection;
-    for (const Finding& f : findings.remarks())
+    for (const Finding& f : reading.remarks.list())
         collection.place({f, {}});
     std::vector<Finding> told;
-    for (const Finding& f : findings.list())
-        told.push_back(withCut(f, findings));
+    for (const Finding& f : reading.findings.list())
+        told.push_back(withCut(f, reading.remarks));
     collection.take(told);
     CheckResult result{file, std::move(collection).sorted(file), {}};
     if (result.count(Severity::fatal) == 0)

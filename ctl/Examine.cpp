@@ -4,11 +4,10 @@
 #include "common/ComText.h"
 #include "common/DeployConfig.h"
 #include "common/LineReader.h"
-#include "common/Place.h"
 #include "config/Deploy.h"
-#include "config/RecordRemarks.h"
 #include "ctl/Access.h"
 #include "ctl/Advice.h"
+#include "ctl/Place.h"
 #include "ctl/Unit.h"
 #include "rtcm/Msm.h"
 #include "vrs/VrsEncoder.h"
@@ -29,38 +28,38 @@ namespace {
 constexpr const char* kFreqUsed = "common/freqused";
 constexpr std::uint32_t kFirstOfMany = 0xE0000000U; // 224.0.0.0: multicast, reserved, broadcast
 
-void tell(Findings& findings, Severity severity, const char* key, std::string what,
+void tell(Reading& reading, Severity severity, const char* key, std::string what,
           std::string advice) {
-    findings.remark({severity, DLY.file, 0, key, std::move(what), std::move(advice)});
+    reading.remarks.add({severity, DLY.file, 0, key, std::move(what), std::move(advice)});
 }
 
-bool refused(const Findings& findings, std::string_view key) {
-    return std::any_of(findings.list().begin(), findings.list().end(), [&](const Finding& f) {
-        return f.severity == Severity::fatal && f.key == key;
-    });
+bool refused(const Reading& reading, std::string_view key) {
+    return std::any_of(
+        reading.findings.list().begin(), reading.findings.list().end(),
+        [&](const Finding& f) { return f.severity == Severity::fatal && f.key == key; });
 }
 
-bool fatalIn(const Findings& findings, std::string_view file) {
-    return std::any_of(findings.list().begin(), findings.list().end(), [&](const Finding& f) {
-        return f.severity == Severity::fatal && f.file == file;
-    });
+bool fatalIn(const Reading& reading, std::string_view file) {
+    return std::any_of(
+        reading.findings.list().begin(), reading.findings.list().end(),
+        [&](const Finding& f) { return f.severity == Severity::fatal && f.file == file; });
 }
 
 /// Files that the readers did not reach because of a fault in front of them: those that cannot be
 /// opened, with the lines that would come of them in the next run.
-void examineFiles(Findings& findings) {
-    if (!findings.anyFatal())
+void examineFiles(Reading& reading) {
+    if (!reading.findings.anyFatal())
         return;
     const TablePaths& t = DLY.tables;
     const auto expect = [&](const std::string& path, std::string line) {
         const bool told =
-            std::any_of(findings.list().begin(), findings.list().end(),
+            std::any_of(reading.findings.list().begin(), reading.findings.list().end(),
                         [&](const Finding& f) { return f.file == path && f.text == line; });
         if (!told && !LineReader(path).isOpen())
-            findings.fatal(path, 0, std::move(line));
+            reading.findings.fatal(path, 0, std::move(line));
     };
     // Without satellites, the carriers tell whether GLONASS is meant.
-    const bool unread = fatalIn(findings, t.object) && DLY.satellites.empty();
+    const bool unread = fatalIn(reading, t.object) && DLY.satellites.empty();
     if (unread && !DLY.satelliteFrequencies[kSystems.find('R')].empty())
         expect(t.leapsc, "***ERROR(readCommFil):file_table not exist leapsc item ");
     expect(t.stacoo, text("file = %s,can't access site file", t.stacoo.c_str()));
@@ -83,44 +82,44 @@ std::string addressOf(const std::string& host) {
     return shown.data();
 }
 
-void examineHost(const char* key, const Connector& in, Findings& findings) {
+void examineHost(const char* key, const Connector& in, Reading& reading) {
     // Where no port was read, it may be stuck to the host.
     const std::string host = in.port == 0 ? in.host.substr(0, in.host.find(':')) : in.host;
     const std::string address = addressOf(host);
     if (host.empty())
         return;
     if (address.empty())
-        tell(findings, Severity::fatal, key,
+        tell(reading, Severity::fatal, key,
              text("%s is no IPv4 address: no connection will come about", host.c_str()),
              "names are not resolved: write an address such as 127.0.0.1");
     else if (ntohl(inet_addr(host.c_str())) >= kFirstOfMany)
-        tell(findings, Severity::fatal, key,
+        tell(reading, Severity::fatal, key,
              text("%s is no address of one host: no connection will come about", host.c_str()),
              "write the address of the station, such as 192.0.2.10");
     else if (address != host)
-        tell(findings, Severity::warning, key,
+        tell(reading, Severity::warning, key,
              text("%s is read as %s", host.c_str(), address.c_str()),
              "write four decimal numbers without leading zeros");
 }
 
-void examineConnectors(Findings& findings) {
+void examineConnectors(Reading& reading) {
     const Connector& in = DLY.input;
     const Connector& out = DLY.output;
     constexpr const char* key = "vrs/input-connector";
-    examineHost(key, in, findings);
-    if (in.host.empty() || refused(findings, key) || refused(findings, "vrs/output-connector"))
+    examineHost(key, in, reading);
+    if (in.host.empty() || refused(reading, key) || refused(reading, "vrs/output-connector"))
         return;
     if (in.host != out.host || in.port != out.port)
-        tell(findings, Severity::warning, "vrs/output-connector",
+        tell(reading, Severity::warning, "vrs/output-connector",
              text("%s %d is not connected", out.host.c_str(), out.port),
              "replies leave on the input connection: write the same as in vrs/input-connector");
 }
 
 /// A clock replays a recording, which is played on this machine.
-void examineClock(Findings& findings) {
+void examineClock(Reading& reading) {
     const std::string address = addressOf(DLY.input.host);
     if (DLY.clock && !address.empty() && !address.starts_with("127.") && address != "0.0.0.0")
-        tell(findings, Severity::warning, "common/clock",
+        tell(reading, Severity::warning, "common/clock",
              text("the clock starts on %s, and the stream comes from %s",
                   dateText(dayOfStart()).c_str(), address.c_str()),
              "a clock is for a recording that is played on this machine: remove it for a live "
@@ -136,9 +135,9 @@ std::string bare(const std::string& name) {
     return out;
 }
 
-void examineProtocol(Findings& findings) {
+void examineProtocol(Reading& reading) {
     if (!DLY.inputProtocol.empty() && !bare(DLY.inputProtocol).starts_with("RTCM3"))
-        tell(findings, Severity::warning, "vrs/input-protocol",
+        tell(reading, Severity::warning, "vrs/input-protocol",
              text("%s is not known: the stream is read as RTCM 3", DLY.inputProtocol.c_str()),
              "write RTCM3; what else the station sends is passed over");
 }
@@ -181,16 +180,16 @@ bool hasSatellites(char letter) {
 }
 
 /// Carriers of one system that exist; the reader refuses others where there are satellites.
-void examineCarriers(std::size_t system, Findings& findings) {
+void examineCarriers(std::size_t system, Reading& reading) {
     const char letter = kSystems[system];
     const std::string name(Deploy_m_systemName(letter));
     for (const std::string& slot : DLY.satelliteFrequencies[system]) {
         if (!carrier(letter, slot, 0)) {
             if (!hasSatellites(letter))
-                tell(findings, Severity::warning, kFreqUsed,
+                tell(reading, Severity::warning, kFreqUsed,
                      text("%s has no carrier %s", name.c_str(), slot.c_str()), "remove it");
         } else if (slot.size() < 2 || signalsOf(system, slot).empty()) {
-            tell(findings, Severity::warning, kFreqUsed,
+            tell(reading, Severity::warning, kFreqUsed,
                  text("no reply carries a signal of %s on %s", name.c_str(), slot.c_str()),
                  text("of %s it carries %s (the digit is the carrier): choose other carriers",
                       name.c_str(), signalsOf(system).c_str()));
@@ -199,55 +198,56 @@ void examineCarriers(std::size_t system, Findings& findings) {
 }
 
 /// A configuration whose replies are empty, whatever the stream brings.
-void examineAnswer(Findings& findings) {
+void examineAnswer(Reading& reading) {
     bool any = false;
     for (std::size_t system = 0; system < kSystemCount; ++system)
         for (const std::string& slot : DLY.satelliteFrequencies[system])
             any = any || (hasSatellites(kSystems[system]) && slot.size() > 1 &&
                           !signalsOf(system, slot).empty());
-    if (findings.anyFatal())
+    if (reading.findings.anyFatal())
         return;
     if (DLY.satellites.empty())
-        findings.remark({Severity::fatal,
-                         DLY.tables.object,
-                         0,
-                         {},
-                         "no satellite is configured: no epoch is answered with an observation",
-                         "list satellites in front of the line -Satellite used"});
+        reading.remarks.add({Severity::fatal,
+                             DLY.tables.object,
+                             0,
+                             {},
+                             "no satellite is configured: no epoch is answered with an observation",
+                             "list satellites in front of the line -Satellite used"});
     else if (!any)
-        tell(findings, Severity::fatal, kFreqUsed,
+        tell(reading, Severity::fatal, kFreqUsed,
              "no reply can carry a signal of the configured satellites: no epoch is answered",
              "configure satellites and carriers of the same system, such as GPS:L1_L2");
 }
 
 /// Carriers of some system that could not be read: any may be the one that has none.
-bool carriersUnread(const Findings& findings) {
-    return std::any_of(findings.list().begin(), findings.list().end(), [](const Finding& f) {
-        return f.severity == Severity::fatal && f.key == kFreqUsed &&
-               !contains(f.text, "unknow frequency");
-    });
+bool carriersUnread(const Reading& reading) {
+    return std::any_of(reading.findings.list().begin(), reading.findings.list().end(),
+                       [](const Finding& f) {
+                           return f.severity == Severity::fatal && f.key == kFreqUsed &&
+                                  !contains(f.text, "unknow frequency");
+                       });
 }
 
-void examineFrequencies(Findings& findings) {
-    const bool allRead = !carriersUnread(findings);
-    const bool allAccepted = !fatalIn(findings, DLY.tables.object);
+void examineFrequencies(Reading& reading) {
+    const bool allRead = !carriersUnread(reading);
+    const bool allAccepted = !fatalIn(reading, DLY.tables.object);
     for (std::size_t system = 0; system < kSystemCount; ++system) {
         const char letter = kSystems[system];
         const bool carriers = !DLY.satelliteFrequencies[system].empty();
-        examineCarriers(system, findings);
+        examineCarriers(system, reading);
         if (hasSatellites(letter) && !carriers && allRead)
-            tell(findings, Severity::warning, kFreqUsed,
+            tell(reading, Severity::warning, kFreqUsed,
                  text("satellites of %c are configured, and no carrier of theirs", letter),
                  "nothing of them is answered: give them carriers, or remove the satellites");
         if (carriers && !hasSatellites(letter) && !DLY.satellites.empty() && allAccepted)
-            tell(findings, Severity::note, kFreqUsed,
+            tell(reading, Severity::note, kFreqUsed,
                  text("carriers of %s are configured, and no satellite of it",
                       std::string(Deploy_m_systemName(letter)).c_str()),
                  "list its satellites in the object file, or remove the carriers");
     }
 }
 
-void examineChannels(Findings& findings) {
+void examineChannels(Reading& reading) {
     std::string names;
     int count = 0;
     for (const SatelliteRecord& s : DLY.satellites)
@@ -256,30 +256,30 @@ void examineChannels(Findings& findings) {
             ++count;
         }
     if (count > 0)
-        findings.remark({Severity::note,
-                         DLY.tables.object,
-                         0,
-                         {},
-                         text("%d GLONASS satellite%s without a channel:%s", count,
-                              count == 1 ? "" : "s", names.c_str()),
-                         "the stream tells it; until then there is no phase"});
+        reading.remarks.add({Severity::note,
+                             DLY.tables.object,
+                             0,
+                             {},
+                             text("%d GLONASS satellite%s without a channel:%s", count,
+                                  count == 1 ? "" : "s", names.c_str()),
+                             "the stream tells it; until then there is no phase"});
 }
 
-void examineSaving(const std::string& unit, Findings& findings) {
+void examineSaving(const std::string& unit, Reading& reading) {
     constexpr const char* key = "path/output";
     if (DLY.rawSave && DLY.vrsSave)
-        return tell(findings, Severity::warning, key, "-rawsav and -vrssav: nothing is saved",
+        return tell(reading, Severity::warning, key, "-rawsav and -vrssav: nothing is saved",
                     "give -rawsav alone");
     if (!DLY.rawSave && !DLY.vrsSave)
         return;
     if (DLY.vrsSave)
-        tell(findings, Severity::warning, key, "-vrssav saves the epochs that are received",
+        tell(reading, Severity::warning, key, "-vrssav saves the epochs that are received",
              "virtual epochs cannot be saved: give -rawsav");
-    if (refused(findings, key) || DLY.outputPath.empty())
+    if (refused(reading, key) || DLY.outputPath.empty())
         return;
     if (!unit.empty()) {
         if (const std::string own = stateFolder(unit); !isOrIn(DLY.outputPath, own))
-            tell(findings, Severity::fatal, key,
+            tell(reading, Severity::fatal, key,
                  text("the unit cannot write in %s", DLY.outputPath.c_str()),
                  text("write %s, which it makes", own.c_str()));
         return;
@@ -294,27 +294,27 @@ void examineSaving(const std::string& unit, Findings& findings) {
     else if (access(folder, W_OK | X_OK) != 0)
         why = std::strerror(errno);
     if (!why.empty())
-        tell(findings, Severity::fatal, key,
+        tell(reading, Severity::fatal, key,
              text("nothing can be saved in %s: %s", folder, why.c_str()),
              "the service ends at the first epoch: create the folder, and let it write there");
 }
 
 /// Geostationary satellites of these numbers are turned like the others, which they are not.
-void examineLateGeostationary(Findings& findings) {
+void examineLateGeostationary(Reading& reading) {
     constexpr std::array names{"C59", "C60", "C61", "C62", "C63"};
     std::string found;
     for (const char* const name : names)
         if (pointer_string(DLY.satelliteNames, name) >= 0)
             found += (found.empty() ? "" : " ") + std::string(name);
     if (!found.empty())
-        findings.remark({Severity::warning,
-                         DLY.tables.object,
-                         0,
-                         {},
-                         text("%s: geostationary satellites of these numbers are computed as "
-                              "others, metres off",
-                              found.c_str()),
-                         "remove them: the service knows C01 to C05 as geostationary"});
+        reading.remarks.add({Severity::warning,
+                             DLY.tables.object,
+                             0,
+                             {},
+                             text("%s: geostationary satellites of these numbers are computed as "
+                                  "others, metres off",
+                                  found.c_str()),
+                             "remove them: the service knows C01 to C05 as geostationary"});
 }
 
 /// "GPS: replies carry 1C 2W, not 2S 2L", for each system that has satellites.
@@ -357,25 +357,25 @@ bool repliesCarry(char system, std::string_view code) {
     return row != std::string_view::npos && carries(row, code);
 }
 
-void examineSession(const std::string& unit, Findings& findings) {
-    examineFiles(findings);
-    examineConnectors(findings);
-    examineClock(findings);
-    examineProtocol(findings);
+void examineSession(const std::string& unit, Reading& reading) {
+    examineFiles(reading);
+    examineConnectors(reading);
+    examineClock(reading);
+    examineProtocol(reading);
     if (DLY.requests.size() > 1)
-        tell(findings, Severity::warning, "reqs",
+        tell(reading, Severity::warning, "reqs",
              text("%zu requests, and the first one is answered", DLY.requests.size()),
              "give every further one a deployment of its own");
-    examineFrequencies(findings);
-    examineAnswer(findings);
-    examineChannels(findings);
-    examineLateGeostationary(findings);
-    examineSaving(unit, findings);
-    examineLeapSeconds(findings);
+    examineFrequencies(reading);
+    examineAnswer(reading);
+    examineChannels(reading);
+    examineLateGeostationary(reading);
+    examineSaving(unit, reading);
+    examineLeapSeconds(reading);
     if (geteuid() == 0)
-        examineAccess(unit.empty() ? Severity::warning : Severity::fatal, findings);
+        examineAccess(unit.empty() ? Severity::warning : Severity::fatal, reading);
     if (!unit.empty())
-        examineHidden(findings);
+        examineHidden(reading);
 }
 
 std::vector<std::string> outlineOfSession() {

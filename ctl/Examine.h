@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Findings.h"
+#include "ctl/Remarks.h"
 
 #include <string>
 #include <string_view>
@@ -12,9 +12,9 @@
 namespace ctl::check {
 
 /// Adds remarks on all of it; with the name of a unit as what that unit would meet.
-void examineSession(const std::string& unit, Findings& findings);
+void examineSession(const std::string& unit, Reading& reading);
 /// Adds remarks on the leap-second file, where GLONASS needs it.
-void examineLeapSeconds(Findings& findings);
+void examineLeapSeconds(Reading& reading);
 /// What the service would do with it, a few lines.
 std::vector<std::string> outlineOfSession();
 

@@ -19,10 +19,10 @@ constexpr int kMostPlausibleS = kLastKnownS + 5;
 
 struct Examination {
     LeapFile file;
-    Findings& findings;
+    Reading& reading;
 
     void tell(Severity severity, int line, std::string what, std::string advice) const {
-        findings.remark(
+        reading.remarks.add(
             {severity, DLY.tables.leapsc, line, {}, std::move(what), std::move(advice)});
     }
     void rows() const;
@@ -116,10 +116,10 @@ bool needed() {
 
 } // namespace
 
-void examineLeapSeconds(Findings& findings) {
+void examineLeapSeconds(Reading& reading) {
     if (!needed())
         return;
-    const Examination examination{Taiutc_m_file(), findings};
+    const Examination examination{Taiutc_m_file(), reading};
     examination.rows();
     if (examination.file.entries.empty())
         return;

@@ -3,10 +3,10 @@
 #include "common/ComText.h"
 #include "common/DeployConfig.h"
 #include "common/Findings.h"
-#include "common/Place.h"
 #include "ctl/Counted.h"
 #include "ctl/Examine.h"
 #include "ctl/Fields.h"
+#include "ctl/Place.h"
 
 #include <cjson/cJSON.h>
 

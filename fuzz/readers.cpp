@@ -5,6 +5,7 @@
 #include "common/Taiutc.h"
 #include "config/Deploy.h"
 #include "config/PostMode.h"
+#include "ctl/Remarks.h"
 #include "fuzz/fatal.h"
 #include "models/Antatx.h"
 #include "models/Tropo_vmf1.h"
@@ -84,10 +85,10 @@ constexpr std::array<Reader, 9> kReaders{{
 std::string told(const Reader& reader, const std::string& path) {
     configure();
     DLY.tables.*reader.path = path;
-    Findings findings;
-    reader.read(findings);
+    ctl::check::Reading reading;
+    reader.read(reading.findings);
     std::string out;
-    for (const auto* const list : {&findings.list(), &findings.remarks()})
+    for (const auto* const list : {&reading.findings.list(), &reading.remarks.list()})
         for (const Finding& f : *list)
             out += f.file + ":" + std::to_string(f.line) + ":" + f.key + ":" + f.text + "\n";
     return out;

@@ -1,5 +1,6 @@
 #include "common/ComCoord.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -37,6 +38,11 @@ double longitude(double x, double y) {
 }
 
 } // namespace
+
+bool usable(const Vector3& xyz) {
+    return std::all_of(xyz.begin(), xyz.end(),
+                       [](double x) { return std::isfinite(x) && x != 0.0; });
+}
 
 Vector3 blhxyz(const Vector3& blh, double a, double b) {
     const Ellipsoid el = ellipsoid(a, b);

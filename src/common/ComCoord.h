@@ -15,6 +15,8 @@ using Matrix3 = std::array<double, 9>;
 inline constexpr double kPi = 3.141592653589793;
 inline constexpr double kSpeedOfLight = 299792458.0; // m/s
 
+/// Whether a place can be computed with: no coordinate is 0 or no number.
+bool usable(const Vector3& xyz);
 Vector3 blhxyz(const Vector3& blh, double a, double b);
 /// Scales by `scale` and shifts by (dx, dy, dz) first.
 Vector3 xyzblh(const Vector3& xyz, double scale, double a, double b, double dx, double dy,

@@ -17,8 +17,12 @@ struct Finding {
     std::string advice = {}; // what to write instead; not printed by the service
 };
 
+class ReadingWatcher;
+
 class Findings {
 public:
+    explicit Findings(ReadingWatcher* watcher = nullptr) : watcher_(watcher) {}
+
     Finding& note(std::string file, int line, std::string text) {
         return add({Severity::note, std::move(file), line, {}, std::move(text)});
     }
@@ -40,26 +44,14 @@ public:
     /// What the service prints.
     const std::vector<Finding>& list() const { return list_; }
 
-    /// What a reader notices in passing and the service keeps to itself: a value that is likely
-    /// not read as it is meant.
-    void remark(Finding finding) {
-        if (!full())
-            remarks_.push_back(std::move(finding));
-    }
-    /// Further remarks are not kept.
-    bool full() const { return remarks_.size() >= 1000; }
-    const std::vector<Finding>& remarks() const { return remarks_; }
-
-    /// Paths that a comment character ended: what is behind it may be meant as a part of them.
-    void cutPath(std::string path) { cutPaths_.push_back(std::move(path)); }
-    const std::vector<std::string>& cutPaths() const { return cutPaths_; }
+    /// Who sees what is read; null in the service.
+    ReadingWatcher* watcher() const { return watcher_; }
 
 private:
     Finding& add(Finding finding) { return list_.emplace_back(std::move(finding)); }
 
     std::vector<Finding> list_;
-    std::vector<Finding> remarks_;
-    std::vector<std::string> cutPaths_;
+    ReadingWatcher* watcher_ = nullptr;
 };
 
 /// A std::string formatted printf style.

@@ -9,6 +9,7 @@
 #include "common/ComTime.h"
 #include "common/LineReader.h"
 #include "common/Print.h"
+#include "common/ReadingWatcher.h"
 
 #include <cjson/cJSON.h>
 
@@ -65,17 +66,6 @@ bool readTimeWindow(TextScanner& s, MonthDay& date, int& year) {
     return true;
 }
 
-/// Every month takes up to 31 days; month 0 stands for a day of year.
-void remarkOnDate(const JsonDocument& document, MonthDay date, int year, Findings& findings) {
-    const DateTime t = mjd2date(DLY.startMjd, 0.0);
-    if (date.month != 0 && DLY.startMjd != 0 && (t.month != date.month || t.day != date.day))
-        findings.remark(
-            {Severity::warning, document.file, 0, "common/time",
-             text("%d-%02d-%02d is read as %d-%02d-%02d", year, date.month, date.day, t.year,
-                  t.month, t.day),
-             year < 1000 ? "write the year with four digits" : "write a date of the calendar"});
-}
-
 /// "YYYY-MM-DD hh:mm:ss", UTC.
 std::optional<GTime> parseClock(const std::string& value) {
     constexpr std::string_view form = "dddd-dd-dd dd:dd:dd";
@@ -113,8 +103,8 @@ void readCommon(const JsonDocument& document, Findings& findings) {
         findings.fatalKey(document.file, "common/time",
                           text("iyear = %d,imonth = %d,iday = %d,incorrect argument", year,
                                date.month, date.day));
-    else
-        remarkOnDate(document, date, year, findings);
+    else if (ReadingWatcher* const watcher = findings.watcher())
+        watcher->date({document.file, "common/time"}, {year, date.month, date.day, DLY.startMjd});
     common.number("interval", DLY.intervalS);
     std::string value;
     if (common.value("freqused", value))
@@ -150,11 +140,8 @@ void readRequests(const JsonDocument& document, Findings& findings) {
         const std::string key = text("reqs/%d", i);
         const std::string name = valueOf(*item, document, key, findings);
         request.name = name.substr(0, nameLength);
-        if (name.size() > nameLength)
-            findings.remark(
-                {Severity::note, document.file, 0, key,
-                 text("reads \"%s\", written %s", request.name.c_str(), shown(item).c_str()),
-                 "a name has at most 7 characters"});
+        if (ReadingWatcher* const watcher = findings.watcher(); watcher && request.name != name)
+            watcher->requestName({document.file, key}, *item, request.name);
         request.requestWord = ~i % 20000;
         DLY.requests.push_back(request);
     }
@@ -211,34 +198,6 @@ std::string slotName(const std::string& band) {
     return band;
 }
 
-/// A key, and where its remarks go.
-struct RemarkAt {
-    const std::string& file;
-    const std::string& key;
-    Findings& findings;
-
-    void warn(std::string what, std::string advice) const {
-        findings.remark({Severity::warning, file, 0, key, std::move(what), std::move(advice)});
-    }
-};
-
-/// Remarks on a band that is likely not read as it is meant: bands are found by substring, so that
-/// of several with another separator between one is left.
-void remarkOnBand(const std::string& item, const std::string& band,
-                  const std::vector<std::string>& before, const RemarkAt& at) {
-    const std::string slot = slotName(band);
-    const bool plain = std::all_of(band.begin(), band.end(), [](char c) {
-        return isUpperLetter(c) || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
-    });
-    if (!plain)
-        at.warn(
-            text("\"%s\" is read as %s", band.c_str(), slot == band ? "one carrier" : slot.c_str()),
-            "put _ between carriers and a blank between systems");
-    if (pointer_string(before, slot) >= 0)
-        at.warn(text("%s: %s stands twice", item.c_str(), slot.c_str()),
-                "name every carrier once: is another one meant?");
-}
-
 /// One "SYSTEM:NAME_NAME..." into the table; false with a finding where it makes no sense.
 bool parseCarriers(FrequencyTable& table, const std::string& item, const std::string& file,
                    const std::string& key, Findings& findings) {
@@ -255,19 +214,20 @@ bool parseCarriers(FrequencyTable& table, const std::string& item, const std::st
         return false;
     }
     auto& names = table[static_cast<std::size_t>(index_string(kSystems, letter))];
-    const RemarkAt at{file, key, findings};
-    if (!names.empty())
-        at.warn(text("%s names a system a second time", item.c_str()),
-                "the last one counts: put all its carriers together");
+    const KeyPlace at{file, key};
+    ReadingWatcher* const watcher = findings.watcher();
+    if (watcher && !names.empty())
+        watcher->systemAgain(at, item);
     names.clear();
     const std::string_view bands = std::string_view(item).substr(colon + 1);
     for (const std::string& band : split_string(EmptyFields::drop, bands, ' ', ' ', '_')) {
-        remarkOnBand(item, band, names, at);
+        const std::string slot = slotName(band);
+        if (watcher)
+            watcher->band(at, {item, band, slot, names});
         if (names.size() < kMaxFrequencies)
-            names.push_back(slotName(band));
-        else
-            at.warn(text("%s: %s is left out", item.c_str(), band.c_str()),
-                    "a system has at most 4 carriers");
+            names.push_back(slot);
+        else if (watcher)
+            watcher->bandLeftOut(at, item, band);
     }
     return true;
 }
@@ -313,8 +273,8 @@ void m_readJsonFile(int argc, const char* const* argv) {
         startReplayClock(*DLY.clock);
 }
 
-Findings readDeployment(const std::string& path) {
-    Findings findings;
+Findings readDeployment(const std::string& path, ReadingWatcher* watcher) {
+    Findings findings(watcher);
     strinit(DLY.stream);
     DLY.file = path;
     const JsonDocument document(path, findings);
@@ -339,7 +299,8 @@ Findings readDeployment(const std::string& path) {
     }
     for (const char* const section : {"common", "reqs", "vrs"})
         m_readJsonItem(document, section, findings);
-    remarkOnKeys(document, findings);
+    if (watcher)
+        watcher->asked(document, findings);
     readObjectFile(findings);
     if (DLY.modeNumber == 2 || DLY.modeNumber == 3 || (DLY.modeNumber == 4 && DLY.post))
         Deploy_m_readBaselines(findings);
@@ -381,7 +342,8 @@ void m_parseTablesConfigures(const std::string& path, Findings& findings) {
              {"subnet", t.subnet},        {"baselines", t.baselines}, {"rtconfigs", t.rtconfigs},
              {"corrStaDCB", t.corrStaDCB}})
         files.value(entry.key, entry.path);
-    remarkOnKeys(document, findings);
+    if (ReadingWatcher* const watcher = findings.watcher())
+        watcher->asked(document, findings);
 }
 
 bool m_parseFrequency(FrequencyTable& table, std::string_view value, const std::string& file,

@@ -18,7 +18,7 @@
 void m_readJsonFile(int argc, const char* const* argv);
 
 /// Reads the deployment file and all it names into DLY without printing.
-Findings readDeployment(const std::string& path);
+Findings readDeployment(const std::string& path, ReadingWatcher* watcher = nullptr);
 /// Sets the switches that an argument contains; false where it contains none.
 bool Deploy_m_readSwitch(std::string_view argument);
 /// A system as "freqused" names it; empty where it has no such name.

@@ -1,6 +1,7 @@
 #include "config/JsonDocument.h"
 
 #include "common/ComText.h"
+#include "common/ReadingWatcher.h"
 
 #include <cjson/cJSON.h>
 
@@ -12,12 +13,6 @@
 namespace {
 
 constexpr std::string_view kSpace = " \t\n\v\f\r";
-
-/// 1-based line of a place in a text.
-int lineOf(const std::string& content, std::size_t at) {
-    const auto end = content.begin() + static_cast<std::ptrdiff_t>(std::min(at, content.size()));
-    return 1 + static_cast<int>(std::count(content.begin(), end, '\n'));
-}
 
 /// The line around a place, without its indent and at most some 80 characters of it.
 std::string_view lineAround(std::string_view content, std::size_t at) {
@@ -84,45 +79,12 @@ void reportSyntax(const std::string& path, const std::string& content, Findings&
         .advice = advice;
 }
 
-/// What stands behind the document's last bracket is not read.
-void remarkOnRest(const std::string& path, const std::string& content, std::size_t end,
-                  Findings& findings) {
-    const std::size_t rest = content.find_first_not_of(kSpace, end);
-    if (rest != std::string::npos)
-        findings.remark(
-            {Severity::warning,
-             path,
-             lineOf(content, rest),
-             {},
-             text("the document ends in front of: %s", content.substr(rest, 40).c_str()),
-             "what is behind it is not read: is a bracket closed too early?"});
-}
-
-/// Keys whose values are paths.
-bool namesPath(std::string_view key) {
-    return key == "files" || key.starts_with("files/") || key.starts_with("path/");
-}
-
-/// Whether what a '#' or '!' cut off a path looks like its rest and not like a comment.
-bool cutsAPath(std::string_view written) {
-    const std::size_t at = written.find_first_of("#!");
-    if (at == std::string_view::npos || at + 1 == written.size())
-        return false;
-    if (at == 0) // nothing but a comment, as it seems
-        return contains(written, "/") && written.find_first_of(kSpace) == std::string_view::npos;
-    return written[at - 1] == '/' ||
-           written.find_first_of(kSpace, at + 1) == std::string_view::npos;
-}
-
-/// The text with no white space in front of its comment or its end.
-std::string tightened(std::string_view written) {
-    const std::size_t comment = std::min(written.find_first_of("#!"), written.size());
-    const std::string_view value = written.substr(0, comment);
-    const std::size_t last = value.find_last_not_of(kSpace);
-    return std::string(value.substr(0, last + 1)).append(written.substr(comment)); // npos + 1 is 0
-}
-
 } // namespace
+
+int lineOf(std::string_view content, std::size_t at) {
+    const std::string_view before = content.substr(0, std::min(at, content.size()));
+    return 1 + static_cast<int>(std::count(before.begin(), before.end(), '\n'));
+}
 
 std::string json_loader(const std::string& path, Findings& findings) {
     const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rb"),
@@ -162,10 +124,10 @@ JsonDocument::JsonDocument(std::string path, Findings& findings)
         return;
     const char* end = nullptr;
     root.reset(cJSON_ParseWithOpts(content.c_str(), &end, /*require_null_terminated=*/0));
-    if (root)
-        remarkOnRest(file, content, static_cast<std::size_t>(end - content.c_str()), findings);
-    else
+    if (!root)
         reportSyntax(file, content, findings);
+    else if (ReadingWatcher* const watcher = findings.watcher())
+        watcher->parsed(*this, content, static_cast<std::size_t>(end - content.c_str()));
 }
 
 const cJSON* JsonDocument::member(const std::string& key) const {
@@ -180,20 +142,8 @@ const cJSON* JsonDocument::member(const std::string& section, const std::string&
 
 std::string valueOf(const cJSON& item, const JsonDocument& document, const std::string& key,
                     Findings& findings) {
-    const std::string written = item.valuestring;
-    std::string value = excludeAnnoValue(written);
-    const std::string tight = tightened(written);
-    const auto remark = [&](std::string advice) {
-        findings.remark({Severity::warning, document.file, 0, key,
-                         text("reads \"%s\", written %s", value.c_str(), shown(&item).c_str()),
-                         std::move(advice)});
-    };
-    if (namesPath(key) && written.find_first_of("#!") != std::string::npos)
-        findings.cutPath(value);
-    if (excludeAnnoValue(tight) != value)
-        remark(text("each blank before a comment or at the end turns into a 0: write \"%s\"",
-                    tight.c_str()));
-    else if (namesPath(key) && cutsAPath(written))
-        remark("a # or ! ends a value: a path cannot hold one");
+    std::string value = excludeAnnoValue(item.valuestring);
+    if (ReadingWatcher* const watcher = findings.watcher())
+        watcher->value({document.file, key}, item, value);
     return value;
 }

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 struct cJSON;
@@ -17,6 +18,9 @@ inline constexpr std::size_t kLargestJson = std::size_t{4} << 20;
 
 /// Member `key` of the object member `section`, or null.
 const cJSON* cJSON_GetChildValue(const cJSON* root, const char* section, const char* key);
+
+/// 1-based line of a place in a text.
+int lineOf(std::string_view content, std::size_t at);
 
 /// A value as it stands in its document; empty for none.
 std::string shown(const cJSON* item);
@@ -34,10 +38,6 @@ struct JsonDocument {
     mutable std::vector<std::string> asked; // paths of the keys that readers asked for
 };
 
-/// The text of a string item, as every value is read (excludeAnnoValue); remarks on what that
-/// changes beyond taking a comment off.
+/// The text of a string item, as every value is read (excludeAnnoValue).
 std::string valueOf(const cJSON& item, const JsonDocument& document, const std::string& key,
                     Findings& findings);
-/// Remarks on the members that no reader asked for, with the key that is likely meant, and on
-/// those that stand twice. Names are compared as the library does it, whatever their case.
-void remarkOnKeys(const JsonDocument& document, Findings& findings);

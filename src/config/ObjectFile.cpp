@@ -1,10 +1,10 @@
 #include "common/ComFreq.h"
 #include "common/ComText.h"
 #include "common/LineReader.h"
+#include "common/ReadingWatcher.h"
 #include "common/SiteFile.h"
 #include "config/Deploy.h"
 #include "config/PostMode.h"
-#include "config/RecordRemarks.h"
 
 #include <algorithm>
 #include <cmath>
@@ -40,7 +40,8 @@ struct ObjectReader {
             if (TextScanner(line).atEnd())
                 continue;
             if (line.front() != ' ') {
-                remarkOnComment(line, kind, place(), findings);
+                if (ReadingWatcher* const watcher = findings.watcher())
+                    watcher->passedOver(line, kind, place());
                 continue;
             }
             if (file.cut()) {
@@ -81,7 +82,8 @@ SatelliteRecord parseSatellite(const ObjectReader& in, std::string_view line) {
     for (std::size_t i = 2; i < 8; ++i)
         satellite.numbers[i] /= 1000.0; // mm to m
     satellite.used = true;
-    remarkOnSatellite(satellite, count, scan.rest(), in.place(), in.findings);
+    if (ReadingWatcher* const watcher = in.findings.watcher())
+        watcher->satellite(satellite, count, scan.rest(), in.place());
     return satellite;
 }
 
@@ -172,7 +174,8 @@ StationRecord parseStation(const ObjectReader& in, std::string_view line) {
     station.numbers.back() = station.numbers.back() * kPi / 180.0;
     scan.word(station.text);
     readNumbers(scan, station.moreNumbers);
-    remarkOnStation(station, DLY.stations.empty(), scan.rest(), in.place(), in.findings);
+    if (ReadingWatcher* const watcher = in.findings.watcher())
+        watcher->station(station, DLY.stations.empty(), scan.rest(), in.place());
     return station;
 }
 

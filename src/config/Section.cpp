@@ -1,5 +1,7 @@
 #include "config/Section.h"
 
+#include "common/ReadingWatcher.h"
+
 #include <cjson/cJSON.h>
 
 #include <cmath>
@@ -34,11 +36,8 @@ bool Section::scan(const char* key, const char* format,
         bad(key, v, text("expected \"%s\"", format));
         return false;
     }
-    if (!scanner.atEnd())
-        findings_.remark({Severity::warning, document_.file, 0, path(key),
-                          text("of \"%s\" the end is not read: \"%s\"", v.c_str(),
-                               std::string(scanner.rest()).c_str()),
-                          text("expected \"%s\"", format)});
+    if (ReadingWatcher* const watcher = findings_.watcher(); watcher && !scanner.atEnd())
+        watcher->valueEnd({document_.file, path(key)}, v, scanner.rest(), format);
     return true;
 }
 

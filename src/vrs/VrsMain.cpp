@@ -13,11 +13,6 @@ namespace {
 /// Workspace of a request; a pack is too large to be built anew for every epoch.
 VrsObsPack referencePack;
 
-bool usable(const Vector3& xyz) {
-    return std::all_of(xyz.begin(), xyz.end(),
-                       [](double x) { return std::isfinite(x) && x != 0.0; });
-}
-
 /// Puts the virtual station at its offset from the reference.
 void placeVirtual(RequestRecord& request, const Vector3& reference) {
     request.blh = xyzblh(reference, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);

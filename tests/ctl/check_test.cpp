@@ -1,7 +1,7 @@
-#include "common/Place.h"
 #include "common/check.h"
 #include "ctl/Access.h"
 #include "ctl/Check.h"
+#include "ctl/Place.h"
 #include "ctl/Unit.h"
 #include "process.h"
 

@@ -1,8 +1,10 @@
-#include "common/EditDistance.h"
+#include "ctl/EditDistance.h"
 
 #include <algorithm>
 #include <numeric>
 #include <vector>
+
+namespace ctl::check {
 
 std::size_t editDistance(std::string_view a, std::string_view b) {
     std::vector<std::size_t> row(b.size() + 1);
@@ -18,3 +20,5 @@ std::size_t editDistance(std::string_view a, std::string_view b) {
     }
     return row[b.size()];
 }
+
+} // namespace ctl::check

@@ -4,6 +4,8 @@
 
 #include <string>
 
+namespace ctl::check {
+
 /// Place: Earth-centred coordinates as a place on the Earth, in words.
 
 struct Place {
@@ -12,8 +14,6 @@ struct Place {
     double heightM = 0.0;      // above the ellipsoid
 };
 
-/// Whether the service can compute with the coordinates at all.
-bool usable(const Vector3& xyz);
 Place placeOf(const Vector3& xyz);
 /// Whether people and antennas get there.
 bool onSurface(const Place& place);
@@ -30,3 +30,5 @@ std::string mendedToSurface(const Vector3& xyz);
 /// What to do to the coordinates (exchange two, turn signs) so that they come within 100 m of the
 /// ones that are meant; empty where that does not help.
 std::string mendedTowards(const Vector3& xyz, const Vector3& meant);
+
+} // namespace ctl::check

@@ -1,4 +1,4 @@
-#include "common/Place.h"
+#include "ctl/Place.h"
 
 #include "common/Findings.h"
 
@@ -6,6 +6,8 @@
 #include <array>
 #include <cmath>
 #include <string_view>
+
+namespace ctl::check {
 
 namespace {
 
@@ -50,11 +52,6 @@ Vector3 scaled(const Vector3& xyz, double by) {
 }
 
 } // namespace
-
-bool usable(const Vector3& xyz) {
-    return std::all_of(xyz.begin(), xyz.end(),
-                       [](double x) { return std::isfinite(x) && x != 0.0; });
-}
 
 Place placeOf(const Vector3& xyz) {
     const Vector3 blh = xyzblh(xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
@@ -108,3 +105,5 @@ std::string mendedTowards(const Vector3& xyz, const Vector3& meant) {
         }
     return {};
 }
+
+} // namespace ctl::check

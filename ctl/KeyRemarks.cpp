@@ -1,12 +1,15 @@
-#include "config/JsonDocument.h"
+#include "ctl/EditDistance.h"
+#include "ctl/Remarks.h"
 
 #include "common/ComText.h"
-#include "common/EditDistance.h"
+#include "config/JsonDocument.h"
 
 #include <cjson/cJSON.h>
 
 #include <algorithm>
 #include <utility>
+
+namespace ctl::check {
 
 namespace {
 
@@ -26,8 +29,8 @@ std::string sectionOf(const std::string& path) {
 /// The members of one document against the keys that were asked for.
 class Ledger {
 public:
-    Ledger(const JsonDocument& document, Findings& findings)
-        : document_(document), findings_(findings) {}
+    Ledger(const JsonDocument& document, const Findings& findings, Remarks& remarks)
+        : document_(document), findings_(findings), remarks_(remarks) {}
 
     void check() {
         checkSections();
@@ -87,7 +90,7 @@ private:
     }
 
     void tell(const std::string& section, std::string what, std::string advice) {
-        findings_.remark(
+        remarks_.add(
             {Severity::fatal, document_.file, 0, section, std::move(what), std::move(advice)});
     }
 
@@ -124,7 +127,7 @@ private:
     }
 
     void warn(const std::string& path, std::string what, std::string advice) {
-        findings_.remark(
+        remarks_.add(
             {Severity::warning, document_.file, 0, path, std::move(what), std::move(advice)});
     }
 
@@ -140,7 +143,7 @@ private:
     }
 
     void judge(const std::string& path) {
-        if (findings_.full())
+        if (remarks_.full())
             return;
         const std::string same = known(path, &wholeOf);
         if (!same.empty())
@@ -194,13 +197,16 @@ private:
     }
 
     const JsonDocument& document_;
-    Findings& findings_;
+    const Findings& findings_;
+    Remarks& remarks_;
     std::vector<std::string> seen_;  // keys and sections that were found
     std::vector<std::string> meant_; // unknown members that a missing section has claimed
 };
 
 } // namespace
 
-void remarkOnKeys(const JsonDocument& document, Findings& findings) {
-    Ledger(document, findings).check();
+void remarkOnKeys(const JsonDocument& document, const Findings& findings, Remarks& remarks) {
+    Ledger(document, findings, remarks).check();
 }
+
+} // namespace ctl::check
