@@ -1,6 +1,5 @@
 #include "ctl/Access.h"
 
-#include "common/DeployConfig.h"
 #include "config/JsonDocument.h"
 
 #include <cjson/cJSON.h>
@@ -39,17 +38,17 @@ std::optional<Closed> closedOnTheWay(const fs::path& path) {
     return std::nullopt;
 }
 
-std::vector<std::string> filesOfSession() {
-    const TablePaths& t = DLY.tables;
-    std::vector<std::string> files{DLY.file, t.object, t.stacoo};
+std::vector<std::string> filesOfSession(const Deployment& d) {
+    const TablePaths& t = d.tables;
+    std::vector<std::string> files{d.file, t.object, t.stacoo};
     Findings ignored;
-    const JsonDocument document(DLY.file, ignored);
+    const JsonDocument document(d.file, ignored);
     if (const cJSON* const tables = document.root ? document.member("files") : nullptr;
         tables && cJSON_IsString(tables))
         files.push_back(valueOf(*tables, document, "files", ignored));
-    if (DLY.systems.find('R') != std::string::npos)
+    if (d.systems.find('R') != std::string::npos)
         files.push_back(t.leapsc);
-    if (DLY.post)
+    if (d.post)
         files.insert(files.end(), {t.satnav, t.antnam, t.antpcv, t.vrnfln});
     return files;
 }
@@ -67,7 +66,7 @@ std::optional<Closed> closedToOthers(const std::string& path) {
 
 void examineAccess(Severity severity, Reading& reading) {
     std::vector<std::string> told;
-    for (const std::string& file : filesOfSession()) {
+    for (const std::string& file : filesOfSession(reading.deployment)) {
         const std::optional<Closed> closed = closedToOthers(file);
         if (!closed || std::find(told.begin(), told.end(), closed->path) != told.end())
             continue;
@@ -84,7 +83,7 @@ void examineAccess(Severity severity, Reading& reading) {
 }
 
 void examineHidden(Reading& reading) {
-    for (const std::string& file : filesOfSession()) {
+    for (const std::string& file : filesOfSession(reading.deployment)) {
         std::error_code error;
         const fs::path real = fs::canonical(file, error);
         for (const char* const folder : kHidden)

@@ -2,6 +2,7 @@
 
 #include "common/Clock.h"
 #include "common/ComText.h"
+#include "common/DeployConfig.h"
 #include "config/Deploy.h"
 #include "config/Switches.h"
 #include "ctl/Advice.h"
@@ -43,6 +44,8 @@ std::string gist(const Finding& f) {
 
 class Collection {
 public:
+    explicit Collection(const TablePaths& tables) : tables_(tables) {}
+
     /// What the service says: a note stands in front of the fault that it explains. Left out is
     /// what only follows from a fault that is reported itself.
     void take(const std::vector<Finding>& list) {
@@ -75,7 +78,7 @@ public:
     }
     /// Files in the order in which they are read, places in the order of their lines.
     std::vector<Fault> sorted(const std::string& first) && {
-        const TablePaths& t = DLY.tables;
+        const TablePaths& t = tables_;
         const std::array named{t.object, t.satnav, t.antpcv, t.vrnfln,
                                t.stacoo, t.antnam, t.leapsc};
         std::vector<std::string> files{first};
@@ -97,8 +100,8 @@ private:
                            [](const Fault& f) { return f.finding.severity == Severity::fatal; });
     }
     /// Whether a line of the object file names a station that cannot be taken.
-    static bool refusesStation(const Finding& f) {
-        return f.severity == Severity::fatal && f.file == DLY.tables.object && f.line > 0 &&
+    bool refusesStation(const Finding& f) const {
+        return f.severity == Severity::fatal && f.file == tables_.object && f.line > 0 &&
                (contains(f.text, "read coordinate error!") ||
                 contains(f.text, "station name is longer"));
     }
@@ -112,6 +115,7 @@ private:
                });
     }
 
+    const TablePaths& tables_;
     bool stationRefused_ = false;
     std::vector<Fault> faults_;
     std::map<std::string, std::size_t> byGist_; // into faults_
@@ -126,11 +130,12 @@ Finding withCut(Finding f, const Remarks& remarks) {
 }
 
 /// Arguments that the service takes for a switch and that are none as they stand.
-void remarkOnSwitches(std::span<const std::string> arguments, Remarks& remarks) {
+void remarkOnSwitches(const std::string& file, std::span<const std::string> arguments,
+                      Remarks& remarks) {
     for (const std::string& argument : arguments)
         for (const std::string_view known : kSwitches)
             if (contains(argument, known) && argument != known)
-                remarks.add({Severity::warning, DLY.file, 0, argument,
+                remarks.add({Severity::warning, file, 0, argument,
                              text("is read as %s", std::string(known).c_str()),
                              "the service looks for its switches inside of every argument"});
 }
@@ -243,13 +248,13 @@ std::string feed(Trial& trial, dump::ByteSource& source, int seconds) {
 }
 
 /// What the service would do with the stream; the exit status.
-int tryStream(const Arguments& arguments, cJSON* json) {
+int tryStream(const Arguments& arguments, const Deployment& deployment, cJSON* json) {
     dump::ByteSource source(arguments.stream);
     if (!json)
         std::cout << "    reads " << printable(arguments.stream) << ", up to " << arguments.seconds
                   << " s" << std::endl;
-    if (DLY.clock)
-        startReplayClock(*DLY.clock);
+    if (deployment.clock)
+        startReplayClock(*deployment.clock);
     Trial trial(arguments.seconds);
     const TrialSource origin{arguments.stream, feed(trial, source, arguments.seconds)};
     if (json)
@@ -278,22 +283,24 @@ void resolveUnit(Arguments& arguments, std::vector<std::string>& switches) {
 
 int runCheck(Arguments arguments, std::vector<std::string> switches) {
     resolveUnit(arguments, switches);
+    Deployment& deployment = DLY;
     for (const std::string& argument : switches)
-        if (!Deploy_m_readSwitch(argument)) {
+        if (!Deploy_m_readSwitch(deployment, argument)) {
             const std::string_view near = nearestSwitch(argument);
             std::cerr << "kestrunectl check: " << argument
                       << " is no switch of the service (-post -rawsav -vrssav -pthread -debug)"
                       << (near.empty() ? "" : ": is " + std::string(near) + " meant?") << '\n';
             return 2;
         }
-    const CheckResult result = checkDeployment(arguments.file, switches, arguments.unit);
+    const CheckResult result =
+        checkDeployment(deployment, arguments.file, switches, arguments.unit);
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> json(
         arguments.json ? jsonOfCheck(result) : nullptr, cJSON_Delete);
     if (!json)
         printCheck(result, std::cout);
     int status = result.count(Severity::fatal) > 0 ? 1 : 0;
     if (status == 0 && !arguments.stream.empty())
-        status = tryStream(arguments, json.get());
+        status = tryStream(arguments, deployment, json.get());
     if (json) {
         const std::unique_ptr<char, decltype(&cJSON_free)> printed(
             cJSON_PrintUnformatted(json.get()), cJSON_free);
@@ -312,16 +319,15 @@ int CheckResult::count(Severity severity) const {
     }));
 }
 
-CheckResult checkDeployment(const std::string& file, std::span<const std::string> switches,
-                            const std::string& unit) {
-    DLY = {};
-    for (const std::string& argument : switches)
-        Deploy_m_readSwitch(argument);
+CheckResult checkDeployment(Deployment& out, const std::string& file,
+                            std::span<const std::string> switches, const std::string& unit) {
     Reading reading;
-    reading.findings = readDeployment(file, &reading.remarks);
+    for (const std::string& argument : switches)
+        Deploy_m_readSwitch(reading.deployment, argument);
+    reading.findings = readDeployment(reading.deployment, file, &reading.remarks);
     examineSession(unit, reading);
-    remarkOnSwitches(switches, reading.remarks);
-    Collection collection;
+    remarkOnSwitches(reading.deployment.file, switches, reading.remarks);
+    Collection collection(reading.deployment.tables);
     for (const Finding& f : reading.remarks.list())
         collection.place({f, {}});
     std::vector<Finding> told;
@@ -330,7 +336,8 @@ CheckResult checkDeployment(const std::string& file, std::span<const std::string
     collection.take(told);
     CheckResult result{file, std::move(collection).sorted(file), {}};
     if (result.count(Severity::fatal) == 0)
-        result.outline = outlineOfSession();
+        result.outline = outlineOfSession(reading.deployment);
+    out = std::move(reading.deployment);
     return result;
 }
 

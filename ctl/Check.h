@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Configuration.h"
 #include "common/Findings.h"
 
 #include <iosfwd>
@@ -32,8 +33,8 @@ struct CheckResult {
 };
 
 /// Reads and examines a deployment with these switches of the service, for a unit where it has one.
-CheckResult checkDeployment(const std::string& file, std::span<const std::string> switches,
-                            const std::string& unit = {});
+CheckResult checkDeployment(Deployment& out, const std::string& file,
+                            std::span<const std::string> switches, const std::string& unit = {});
 void printCheck(const CheckResult& result, std::ostream& out);
 /// The same as a JSON object, which the caller deletes.
 cJSON* jsonOfCheck(const CheckResult& result);

@@ -2,7 +2,6 @@
 
 #include "common/ComFreq.h"
 #include "common/ComText.h"
-#include "common/DeployConfig.h"
 #include "common/LineReader.h"
 #include "config/Deploy.h"
 #include "ctl/Access.h"
@@ -30,7 +29,8 @@ constexpr std::uint32_t kFirstOfMany = 0xE0000000U; // 224.0.0.0: multicast, res
 
 void tell(Reading& reading, Severity severity, const char* key, std::string what,
           std::string advice) {
-    reading.remarks.add({severity, DLY.file, 0, key, std::move(what), std::move(advice)});
+    reading.remarks.add(
+        {severity, reading.deployment.file, 0, key, std::move(what), std::move(advice)});
 }
 
 bool refused(const Reading& reading, std::string_view key) {
@@ -50,7 +50,7 @@ bool fatalIn(const Reading& reading, std::string_view file) {
 void examineFiles(Reading& reading) {
     if (!reading.findings.anyFatal())
         return;
-    const TablePaths& t = DLY.tables;
+    const TablePaths& t = reading.deployment.tables;
     const auto expect = [&](const std::string& path, std::string line) {
         const bool told =
             std::any_of(reading.findings.list().begin(), reading.findings.list().end(),
@@ -59,11 +59,11 @@ void examineFiles(Reading& reading) {
             reading.findings.fatal(path, 0, std::move(line));
     };
     // Without satellites, the carriers tell whether GLONASS is meant.
-    const bool unread = fatalIn(reading, t.object) && DLY.satellites.empty();
-    if (unread && !DLY.satelliteFrequencies[kSystems.find('R')].empty())
+    const bool unread = fatalIn(reading, t.object) && reading.deployment.satellites.empty();
+    if (unread && !reading.deployment.satelliteFrequencies[kSystems.find('R')].empty())
         expect(t.leapsc, "***ERROR(readCommFil):file_table not exist leapsc item ");
     expect(t.stacoo, text("file = %s,can't access site file", t.stacoo.c_str()));
-    if (!DLY.post)
+    if (!reading.deployment.post)
         return;
     expect(t.vrnfln, text("file = %s,can't access vrnfln file", t.vrnfln.c_str()));
     for (const std::string& path : {t.antnam, t.antpcv})
@@ -103,8 +103,8 @@ void examineHost(const char* key, const Connector& in, Reading& reading) {
 }
 
 void examineConnectors(Reading& reading) {
-    const Connector& in = DLY.input;
-    const Connector& out = DLY.output;
+    const Connector& in = reading.deployment.input;
+    const Connector& out = reading.deployment.output;
     constexpr const char* key = "vrs/input-connector";
     examineHost(key, in, reading);
     if (in.host.empty() || refused(reading, key) || refused(reading, "vrs/output-connector"))
@@ -117,11 +117,12 @@ void examineConnectors(Reading& reading) {
 
 /// A clock replays a recording, which is played on this machine.
 void examineClock(Reading& reading) {
-    const std::string address = addressOf(DLY.input.host);
-    if (DLY.clock && !address.empty() && !address.starts_with("127.") && address != "0.0.0.0")
+    const std::string address = addressOf(reading.deployment.input.host);
+    if (reading.deployment.clock && !address.empty() && !address.starts_with("127.") &&
+        address != "0.0.0.0")
         tell(reading, Severity::warning, "common/clock",
              text("the clock starts on %s, and the stream comes from %s",
-                  dateText(dayOfStart()).c_str(), address.c_str()),
+                  dateText(dayOfStart(reading.deployment)).c_str(), address.c_str()),
              "a clock is for a recording that is played on this machine: remove it for a live "
              "stream");
 }
@@ -136,9 +137,11 @@ std::string bare(const std::string& name) {
 }
 
 void examineProtocol(Reading& reading) {
-    if (!DLY.inputProtocol.empty() && !bare(DLY.inputProtocol).starts_with("RTCM3"))
+    if (!reading.deployment.inputProtocol.empty() &&
+        !bare(reading.deployment.inputProtocol).starts_with("RTCM3"))
         tell(reading, Severity::warning, "vrs/input-protocol",
-             text("%s is not known: the stream is read as RTCM 3", DLY.inputProtocol.c_str()),
+             text("%s is not known: the stream is read as RTCM 3",
+                  reading.deployment.inputProtocol.c_str()),
              "write RTCM3; what else the station sends is passed over");
 }
 
@@ -175,17 +178,17 @@ std::string signalsLost(std::size_t system, std::string_view slot) {
     return out;
 }
 
-bool hasSatellites(char letter) {
-    return contains(DLY.systems, std::string_view(&letter, 1));
+bool hasSatellites(const Session& session, char letter) {
+    return contains(session.systems, std::string_view(&letter, 1));
 }
 
 /// Carriers of one system that exist; the reader refuses others where there are satellites.
 void examineCarriers(std::size_t system, Reading& reading) {
     const char letter = kSystems[system];
     const std::string name(Deploy_m_systemName(letter));
-    for (const std::string& slot : DLY.satelliteFrequencies[system]) {
+    for (const std::string& slot : reading.deployment.satelliteFrequencies[system]) {
         if (!carrier(letter, slot, 0)) {
-            if (!hasSatellites(letter))
+            if (!hasSatellites(reading.deployment, letter))
                 tell(reading, Severity::warning, kFreqUsed,
                      text("%s has no carrier %s", name.c_str(), slot.c_str()), "remove it");
         } else if (slot.size() < 2 || signalsOf(system, slot).empty()) {
@@ -201,14 +204,14 @@ void examineCarriers(std::size_t system, Reading& reading) {
 void examineAnswer(Reading& reading) {
     bool any = false;
     for (std::size_t system = 0; system < kSystemCount; ++system)
-        for (const std::string& slot : DLY.satelliteFrequencies[system])
-            any = any || (hasSatellites(kSystems[system]) && slot.size() > 1 &&
+        for (const std::string& slot : reading.deployment.satelliteFrequencies[system])
+            any = any || (hasSatellites(reading.deployment, kSystems[system]) && slot.size() > 1 &&
                           !signalsOf(system, slot).empty());
     if (reading.findings.anyFatal())
         return;
-    if (DLY.satellites.empty())
+    if (reading.deployment.satellites.empty())
         reading.remarks.add({Severity::fatal,
-                             DLY.tables.object,
+                             reading.deployment.tables.object,
                              0,
                              {},
                              "no satellite is configured: no epoch is answered with an observation",
@@ -230,16 +233,17 @@ bool carriersUnread(const Reading& reading) {
 
 void examineFrequencies(Reading& reading) {
     const bool allRead = !carriersUnread(reading);
-    const bool allAccepted = !fatalIn(reading, DLY.tables.object);
+    const bool allAccepted = !fatalIn(reading, reading.deployment.tables.object);
     for (std::size_t system = 0; system < kSystemCount; ++system) {
         const char letter = kSystems[system];
-        const bool carriers = !DLY.satelliteFrequencies[system].empty();
+        const bool carriers = !reading.deployment.satelliteFrequencies[system].empty();
         examineCarriers(system, reading);
-        if (hasSatellites(letter) && !carriers && allRead)
+        if (hasSatellites(reading.deployment, letter) && !carriers && allRead)
             tell(reading, Severity::warning, kFreqUsed,
                  text("satellites of %c are configured, and no carrier of theirs", letter),
                  "nothing of them is answered: give them carriers, or remove the satellites");
-        if (carriers && !hasSatellites(letter) && !DLY.satellites.empty() && allAccepted)
+        if (carriers && !hasSatellites(reading.deployment, letter) &&
+            !reading.deployment.satellites.empty() && allAccepted)
             tell(reading, Severity::note, kFreqUsed,
                  text("carriers of %s are configured, and no satellite of it",
                       std::string(Deploy_m_systemName(letter)).c_str()),
@@ -250,14 +254,14 @@ void examineFrequencies(Reading& reading) {
 void examineChannels(Reading& reading) {
     std::string names;
     int count = 0;
-    for (const SatelliteRecord& s : DLY.satellites)
+    for (const SatelliteRecord& s : reading.deployment.satellites)
         if (s.cprn.starts_with('R') && isSatellite(s.cprn) && s.glonassChannel == kUnknownChannel) {
             names += " " + s.cprn;
             ++count;
         }
     if (count > 0)
         reading.remarks.add({Severity::note,
-                             DLY.tables.object,
+                             reading.deployment.tables.object,
                              0,
                              {},
                              text("%d GLONASS satellite%s without a channel:%s", count,
@@ -267,28 +271,28 @@ void examineChannels(Reading& reading) {
 
 void examineSaving(const std::string& unit, Reading& reading) {
     constexpr const char* key = "path/output";
-    if (DLY.rawSave && DLY.vrsSave)
+    if (reading.deployment.rawSave && reading.deployment.vrsSave)
         return tell(reading, Severity::warning, key, "-rawsav and -vrssav: nothing is saved",
                     "give -rawsav alone");
-    if (!DLY.rawSave && !DLY.vrsSave)
+    if (!reading.deployment.rawSave && !reading.deployment.vrsSave)
         return;
-    if (DLY.vrsSave)
+    if (reading.deployment.vrsSave)
         tell(reading, Severity::warning, key, "-vrssav saves the epochs that are received",
              "virtual epochs cannot be saved: give -rawsav");
-    if (refused(reading, key) || DLY.outputPath.empty())
+    if (refused(reading, key) || reading.deployment.outputPath.empty())
         return;
     if (!unit.empty()) {
-        if (const std::string own = stateFolder(unit); !isOrIn(DLY.outputPath, own))
+        if (const std::string own = stateFolder(unit); !isOrIn(reading.deployment.outputPath, own))
             tell(reading, Severity::fatal, key,
-                 text("the unit cannot write in %s", DLY.outputPath.c_str()),
+                 text("the unit cannot write in %s", reading.deployment.outputPath.c_str()),
                  text("write %s, which it makes", own.c_str()));
         return;
     }
     struct stat status {};
-    const char* const folder = DLY.outputPath.c_str();
+    const char* const folder = reading.deployment.outputPath.c_str();
     std::string why;
     if (stat(folder, &status) != 0)
-        why = reasonWith(DLY.outputPath, std::strerror(errno));
+        why = reasonWith(reading.deployment.outputPath, std::strerror(errno));
     else if (!S_ISDIR(status.st_mode))
         why = "is no directory";
     else if (access(folder, W_OK | X_OK) != 0)
@@ -304,11 +308,11 @@ void examineLateGeostationary(Reading& reading) {
     constexpr std::array names{"C59", "C60", "C61", "C62", "C63"};
     std::string found;
     for (const char* const name : names)
-        if (pointer_string(DLY.satelliteNames, name) >= 0)
+        if (pointer_string(reading.deployment.satelliteNames, name) >= 0)
             found += (found.empty() ? "" : " ") + std::string(name);
     if (!found.empty())
         reading.remarks.add({Severity::warning,
-                             DLY.tables.object,
+                             reading.deployment.tables.object,
                              0,
                              {},
                              text("%s: geostationary satellites of these numbers are computed as "
@@ -318,13 +322,13 @@ void examineLateGeostationary(Reading& reading) {
 }
 
 /// "GPS: replies carry 1C 2W, not 2S 2L", for each system that has satellites.
-std::vector<std::string> signalLines() {
+std::vector<std::string> signalLines(const Session& session) {
     std::vector<std::string> lines;
     for (std::size_t system = 0; system < kSystemCount; ++system) {
         std::string carried;
         std::string lost;
-        for (const std::string& slot : DLY.satelliteFrequencies[system]) {
-            if (slot.size() < 2 || !hasSatellites(kSystems[system]))
+        for (const std::string& slot : session.satelliteFrequencies[system]) {
+            if (slot.size() < 2 || !hasSatellites(session, kSystems[system]))
                 continue;
             if (const std::string some = signalsOf(system, slot); !some.empty())
                 carried += " " + some;
@@ -339,10 +343,10 @@ std::vector<std::string> signalLines() {
 }
 
 /// How many satellites there are, by system.
-std::string satelliteCounts() {
+std::string satelliteCounts(const Session& session) {
     std::string out;
     for (const char letter : kSystems) {
-        const auto n = std::count_if(DLY.satelliteNames.begin(), DLY.satelliteNames.end(),
+        const auto n = std::count_if(session.satelliteNames.begin(), session.satelliteNames.end(),
                                      [&](const std::string& s) { return s[0] == letter; });
         if (n > 0)
             out += text(" %c%d", letter, static_cast<int>(n));
@@ -362,10 +366,11 @@ void examineSession(const std::string& unit, Reading& reading) {
     examineConnectors(reading);
     examineClock(reading);
     examineProtocol(reading);
-    if (DLY.requests.size() > 1)
-        tell(reading, Severity::warning, "reqs",
-             text("%zu requests, and the first one is answered", DLY.requests.size()),
-             "give every further one a deployment of its own");
+    if (reading.deployment.requests.size() > 1)
+        tell(
+            reading, Severity::warning, "reqs",
+            text("%zu requests, and the first one is answered", reading.deployment.requests.size()),
+            "give every further one a deployment of its own");
     examineFrequencies(reading);
     examineAnswer(reading);
     examineChannels(reading);
@@ -378,22 +383,21 @@ void examineSession(const std::string& unit, Reading& reading) {
         examineHidden(reading);
 }
 
-std::vector<std::string> outlineOfSession() {
-    std::vector<std::string> lines{
-        text("connects to %s:%d", DLY.input.host.c_str(), DLY.input.port)};
-    if (!DLY.stations.empty())
-        lines.push_back(text("station %s lands at %s", DLY.stations[0].name.c_str(),
-                             longText(placeOf(DLY.stations[0].xyz)).c_str()));
-    lines.push_back(text("%zu satellites:%s", DLY.satellites.size(), satelliteCounts().c_str()));
-    for (std::string& line : signalLines())
+std::vector<std::string> outlineOfSession(const Deployment& d) {
+    std::vector<std::string> lines{text("connects to %s:%d", d.input.host.c_str(), d.input.port)};
+    if (!d.stations.empty())
+        lines.push_back(text("station %s lands at %s", d.stations[0].name.c_str(),
+                             longText(placeOf(d.stations[0].xyz)).c_str()));
+    lines.push_back(text("%zu satellites:%s", d.satellites.size(), satelliteCounts(d).c_str()));
+    for (std::string& line : signalLines(d))
         lines.push_back(std::move(line));
-    if (const std::string leap = outlineOfLeapSeconds(); !leap.empty())
+    if (const std::string leap = outlineOfLeapSeconds(d); !leap.empty())
         lines.push_back(leap);
-    if (DLY.rawSave != DLY.vrsSave)
-        lines.push_back(text("saves epochs in %s", DLY.outputPath.c_str()));
-    if (DLY.clock)
+    if (d.rawSave != d.vrsSave)
+        lines.push_back(text("saves epochs in %s", d.outputPath.c_str()));
+    if (d.clock)
         lines.push_back(text("its clock starts on %s, for a recording of that day",
-                             dateText(dayOfStart()).c_str()));
+                             dateText(dayOfStart(d)).c_str()));
     return lines;
 }
 

@@ -3,10 +3,10 @@
 #include "common/Clock.h"
 #include "common/ComText.h"
 #include "common/ComTime.h"
-#include "common/DeployConfig.h"
 #include "common/Taiutc.h"
 
 #include <cstdlib>
+#include <optional>
 
 namespace ctl::check {
 
@@ -18,12 +18,12 @@ constexpr int kLastKnownS = 37;
 constexpr int kMostPlausibleS = kLastKnownS + 5;
 
 struct Examination {
-    LeapFile file;
+    const std::string& path;
+    const LeapTable& file;
     Reading& reading;
 
     void tell(Severity severity, int line, std::string what, std::string advice) const {
-        reading.remarks.add(
-            {severity, DLY.tables.leapsc, line, {}, std::move(what), std::move(advice)});
+        reading.remarks.add({severity, path, line, {}, std::move(what), std::move(advice)});
     }
     void rows() const;
     void steps() const;
@@ -32,9 +32,9 @@ struct Examination {
 };
 
 /// The row that holds on a day, or null.
-const LeapEntry* inForce(const LeapFile& file, int day) {
+const LeapEntry* inForce(const LeapTable& file, int day) {
     const LeapEntry* found = nullptr;
-    for (const LeapEntry& entry : file.entries)
+    for (const LeapEntry& entry : file.rows())
         if (entry.mjd < day)
             found = &entry;
     return found;
@@ -45,31 +45,31 @@ void Examination::rows() const {
     if (file.passedOver > 0)
         tell(Severity::warning, file.passedOver, "is no row of the table and passed over",
              "write the MJD and TAI - UTC in seconds, such as 57754 37");
-    for (const LeapEntry& entry : file.entries)
+    for (const LeapEntry& entry : file.rows())
         if (entry.stuck)
             tell(Severity::warning, entry.line,
                  text("is read as MJD %d and TAI - UTC %d s, and something is stuck to a number",
                       entry.mjd, entry.taiMinusUtc),
                  "write the MJD and TAI - UTC in whole seconds, blanks between, such as 57754 37");
-    if (file.entries.empty())
+    if (file.rows().empty())
         tell(Severity::warning, 0, "no leap seconds: TAI - UTC is taken for 0",
              "write rows of an MJD and TAI - UTC in seconds between +leap sec and -leap sec");
     else if (!file.ended)
         tell(Severity::warning, 0,
-             text("no -leap sec behind the %zu rows that are read", file.entries.size()),
+             text("no -leap sec behind the %zu rows that are read", file.rows().size()),
              "are rows missing at the end? At most 128 are read");
 }
 
 void Examination::steps() const {
-    for (std::size_t i = 1; i < file.entries.size(); ++i) {
-        const LeapEntry& before = file.entries[i - 1];
-        const LeapEntry& entry = file.entries[i];
+    for (std::size_t i = 1; i < file.rows().size(); ++i) {
+        const LeapEntry& before = file.rows()[i - 1];
+        const LeapEntry& entry = file.rows()[i];
         if (entry.mjd <= before.mjd)
             tell(Severity::warning, entry.line,
                  text("MJD %d does not follow %d", entry.mjd, before.mjd),
                  "rows stand in the order of their days");
         // The last row only ends the validity.
-        else if (i + 1 < file.entries.size() &&
+        else if (i + 1 < file.rows().size() &&
                  std::abs(entry.taiMinusUtc - before.taiMinusUtc) != 1)
             tell(Severity::warning, entry.line,
                  text("TAI - UTC goes from %d s to %d s", before.taiMinusUtc, entry.taiMinusUtc),
@@ -78,8 +78,8 @@ void Examination::steps() const {
 }
 
 void Examination::validity(int day) const {
-    const LeapEntry& first = file.entries.front();
-    const LeapEntry& last = file.entries.back();
+    const LeapEntry& first = file.rows().front();
+    const LeapEntry& last = file.rows().back();
     constexpr const char* fate = "the service ends at the first GLONASS ephemeris: ";
     if (day <= first.mjd)
         tell(Severity::fatal, first.line,
@@ -110,36 +110,44 @@ void Examination::value(int day) const {
              "it is 37 s since 2017-01-01: add the row 57754 37");
 }
 
-bool needed() {
-    return contains(DLY.systems, "R") && Taiutc_m_load();
+/// The file of a deployment; nothing where it is not needed or not there.
+std::optional<LeapSeconds> leapSecondsOf(const Deployment& d) {
+    LeapSeconds leaps;
+    leaps.path = d.tables.leapsc;
+    if (!contains(d.systems, "R") || !Taiutc_m_load(leaps))
+        return std::nullopt;
+    return leaps;
 }
 
 } // namespace
 
 void examineLeapSeconds(Reading& reading) {
-    if (!needed())
+    const Deployment& d = reading.deployment;
+    const std::optional<LeapSeconds> leaps = leapSecondsOf(d);
+    if (!leaps)
         return;
-    const Examination examination{Taiutc_m_file(), reading};
+    const Examination examination{leaps->path, leaps->table, reading};
     examination.rows();
-    if (examination.file.entries.empty())
+    if (examination.file.rows().empty())
         return;
     examination.steps();
-    examination.validity(dayOfStart());
-    examination.value(dayOfStart());
+    examination.validity(dayOfStart(d));
+    examination.value(dayOfStart(d));
 }
 
-std::string outlineOfLeapSeconds() {
-    if (!needed())
+std::string outlineOfLeapSeconds(const Deployment& d) {
+    const std::optional<LeapSeconds> leaps = leapSecondsOf(d);
+    if (!leaps)
         return {};
-    const LeapFile file = Taiutc_m_file();
-    const LeapEntry* const now = inForce(file, dayOfStart());
+    const LeapTable& file = leaps->table;
+    const LeapEntry* const now = inForce(file, dayOfStart(d));
     return now ? text("TAI - UTC is %d s; the leap-second file ends on %s", now->taiMinusUtc,
-                      dateText(file.entries.back().mjd).c_str())
+                      dateText(file.rows().back().mjd).c_str())
                : "";
 }
 
-int dayOfStart() {
-    return time2mjd((DLY.clock ? *DLY.clock : utcNow()).time).mjd;
+int dayOfStart(const Deployment& d) {
+    return time2mjd((d.clock ? *d.clock : utcNow()).time).mjd;
 }
 
 std::string dateText(int mjd) {

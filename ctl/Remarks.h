@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Configuration.h"
 #include "common/Findings.h"
 #include "common/ReadingWatcher.h"
 
@@ -56,8 +57,9 @@ private:
     bool first_ = false; // the station read last is the first, which is served
 };
 
-/// What a deployment says: the lines of the service, and the remarks.
+/// A deployment and what it says: the lines of the service, and the remarks.
 struct Reading {
+    Deployment deployment;
     Remarks remarks;
     Findings findings{&remarks};
 };

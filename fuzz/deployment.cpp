@@ -93,7 +93,7 @@ std::unique_ptr<Service> service;
 std::unique_ptr<Folder> folder;
 
 void check(std::span<const std::string> switches) {
-    const ctl::check::CheckResult result = ctl::check::checkDeployment("vrs.json", switches);
+    const ctl::check::CheckResult result = ctl::check::checkDeployment(DLY, "vrs.json", switches);
     std::ostringstream text;
     ctl::check::printCheck(result, text);
     using Json = std::unique_ptr<cJSON, void (*)(cJSON*)>;

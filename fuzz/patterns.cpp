@@ -1,7 +1,6 @@
 #include "fuzz/support.h"
 
 #include "common/ComText.h"
-#include "common/DeployConfig.h"
 #include "common/Patterns.h"
 
 #include <array>
@@ -23,11 +22,11 @@ struct Expansion {
     std::string name;
 };
 
-Expansion expand(PatternMode mode, std::string_view keyword, std::string_view variables,
-                 const std::array<int, 4>& date, std::string text) {
+Expansion expand(const PatternTable& table, PatternMode mode, std::string_view keyword,
+                 std::string_view variables, const std::array<int, 4>& date, std::string text) {
     Findings findings;
-    const bool good = Patterns_m_getPatternName(mode, keyword, variables, date[0], date[1], date[2],
-                                                date[3], text, findings);
+    const bool good = Patterns_m_getPatternName(table, mode, keyword, variables, date[0], date[1],
+                                                date[2], date[3], text, findings);
     require(good != findings.anyFatal(), "a name or a finding");
     return {good, text};
 }
@@ -48,15 +47,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (date[0] > 9999)
         return -1; // no configuration leads there
 
-    DLY.tables.vrnfln = folder.write("patterns", rest);
+    PatternTable table{folder.write("patterns", rest), {}};
     Findings findings;
-    require(Patterns_readFile(findings) != findings.anyFatal(), "patterns or a finding");
-    require(PATTERNS.size() <= kMaxPatterns, "at most 100 patterns");
-    const Expansion named = expand(PatternMode::named, keyword, variables, date, "");
-    for (const Pattern& pattern : PATTERNS)
+    require(Patterns_readFile(table, findings) != findings.anyFatal(), "patterns or a finding");
+    require(table.patterns.size() <= kMaxPatterns, "at most 100 patterns");
+    const Expansion named = expand(table, PatternMode::named, keyword, variables, date, "");
+    for (const Pattern& pattern : table.patterns)
         if (pattern.keyword == keyword) {
             const Expansion inPlace =
-                expand(PatternMode::inPlace, "", variables, date, pattern.text);
+                expand(table, PatternMode::inPlace, "", variables, date, pattern.text);
             require(named.good == inPlace.good, "the same name under the keyword and in place");
             require(!named.good || named.name == inPlace.name,
                     "the same name under the keyword and in place");

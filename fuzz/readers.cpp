@@ -1,6 +1,6 @@
 #include "fuzz/support.h"
 
-#include "common/DeployConfig.h"
+#include "common/Configuration.h"
 #include "common/SiteFile.h"
 #include "common/Taiutc.h"
 #include "config/Deploy.h"
@@ -24,69 +24,82 @@ std::string lines;
 constexpr double kFrom = 58311.0; // MJD
 constexpr double kTo = 58312.0;
 
-void configure() {
-    DLY = {};
+Deployment configured() {
+    Deployment d;
     Findings findings;
-    m_parseFrequency(DLY.stationFrequencies,
+    m_parseFrequency(d.stationFrequencies,
                      "GPS:L1_L2_L5 GLS:L1_L2 GAL:E1_E5a BDS:B1_B2b_B3 QZS:L1_L2", "", "", findings);
-    DLY.satelliteFrequencies = DLY.stationFrequencies;
+    d.satelliteFrequencies = d.stationFrequencies;
+    return d;
 }
 
 /// The antenna of a receiver, and that of a satellite with its serial number.
-void readAntennas(Findings& findings) {
+void readAntennas(const Deployment& d, const std::string& path, Findings& findings) {
     SatellitePco satellitePco{};
     SitePco sitePco{};
     AntennaRecord record;
-    Antatx_m_getAnt(record, "SITE", DLY.stationFrequencies, "LEIAR25.R4      LEIT", "",
-                    satellitePco, sitePco, kFrom, kTo, findings);
-    Antatx_m_getAnt(record, "G10", DLY.stationFrequencies, "BLOCK IIF", "G10", satellitePco,
-                    sitePco, kFrom, kTo, findings);
+    Antatx_m_getAnt(record, "SITE", d.stationFrequencies, "LEIAR25.R4      LEIT", "", satellitePco,
+                    sitePco, kFrom, kTo, path, findings);
+    Antatx_m_getAnt(record, "G10", d.stationFrequencies, "BLOCK IIF", "G10", satellitePco, sitePco,
+                    kFrom, kTo, path, findings);
 }
 
-void readSatellite(Findings& findings) {
+void readSatellite(const std::string& path, Findings& findings) {
     SatelliteInfo info;
     for (const char* const name : {"G10", "R05", "E11"})
-        Antatx_s_rdSvnav(name, kFrom, info, findings);
+        Antatx_s_rdSvnav(name, kFrom, info, path, findings);
 }
 
 struct Reader {
     std::string_view name;
-    std::string TablePaths::*path;
-    void (*read)(Findings& findings);
+    void (*read)(Deployment& d, const std::string& path, Findings& findings);
 };
 constexpr std::array<Reader, 9> kReaders{{
-    {"object", &TablePaths::object, readObjectFile},
-    {"site", &TablePaths::stacoo,
-     [](Findings& findings) {
+    {"object",
+     [](Deployment& d, const std::string& path, Findings& findings) {
+         d.tables.object = path;
+         readObjectFile(d, findings);
+     }},
+    {"site",
+     [](Deployment&, const std::string& path, Findings& findings) {
          StationRecord station;
          station.name = "STR2";
-         read_siteinfo(station, findings);
+         read_siteinfo(station, path, findings);
      }},
-    {"leapseconds", &TablePaths::leapsc, [](Findings&) { Taiutc_m_load(); }},
-    {"antennas", &TablePaths::antpcv, readAntennas},
-    {"antennanames", &TablePaths::antnam,
-     [](Findings& findings) {
+    {"leapseconds",
+     [](Deployment&, const std::string& path, Findings&) {
+         LeapSeconds leaps;
+         leaps.path = path;
+         Taiutc_m_load(leaps);
+     }},
+    {"antennas", [](Deployment& d, const std::string& path,
+                    Findings& findings) { readAntennas(d, path, findings); }},
+    {"antennanames",
+     [](Deployment&, const std::string& path, Findings& findings) {
          std::string type;
-         Antatx_s_antnam("STR2", "LEICA AR25 R4 WITH RADOME", type, findings);
+         Antatx_s_antnam("STR2", "LEICA AR25 R4 WITH RADOME", type, path, findings);
      }},
-    {"satellites", &TablePaths::satnav, readSatellite},
-    {"baselines", &TablePaths::baselines, Deploy_m_readBaselines},
-    {"tables", &TablePaths::database,
-     [](Findings& findings) { m_parseTablesConfigures(DLY.tables.database, findings); }},
-    {"grid", &TablePaths::gptgrd_w,
-     [](Findings& findings) {
+    {"satellites", [](Deployment&, const std::string& path,
+                      Findings& findings) { readSatellite(path, findings); }},
+    {"baselines",
+     [](Deployment& d, const std::string& path, Findings& findings) {
+         Deploy_m_readBaselines(path, d.baselineNames, findings);
+     }},
+    {"tables", [](Deployment& d, const std::string& path,
+                  Findings& findings) { m_parseTablesConfigures(d.tables, path, findings); }},
+    {"grid",
+     [](Deployment&, const std::string& path, Findings& findings) {
          Gpt2Grid grid;
-         if (const std::string line = fatalLineOf([&] { Tropo_vmf1(grid); }); !line.empty())
+         if (const std::string line = fatalLineOf([&] { Tropo_vmf1(grid, path); }); !line.empty())
              findings.fatal("", 0, line);
      }},
 }};
 
 /// What the reader has to say, a finding a line.
 std::string told(const Reader& reader, const std::string& path) {
-    configure();
-    DLY.tables.*reader.path = path;
     ctl::check::Reading reading;
-    reader.read(reading.findings);
+    reading.deployment = configured();
+    reader.read(reading.deployment, path, reading.findings);
     std::string out;
     for (const auto* const list : {&reading.findings.list(), &reading.remarks.list()})
         for (const Finding& f : *list)

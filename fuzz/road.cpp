@@ -72,7 +72,8 @@ public:
     Road() {
         const std::filesystem::path started = std::filesystem::current_path();
         std::filesystem::current_path(KESTRUNE_SOURCE); // paths of the example are relative
-        require(!readDeployment("examples/canberra/vrs.json").anyFatal(), "the example is usable");
+        require(!readDeployment(DLY, "examples/canberra/vrs.json").anyFatal(),
+                "the example is usable");
         DLY.tables.leapsc = std::filesystem::absolute(DLY.tables.leapsc);
         std::filesystem::current_path(started);
 
@@ -83,6 +84,7 @@ public:
         utcNow = [] { return gpst2utc(gpst2time(kNow.week, kNow.sow)); };
         onrtcm = take;
         Rnxeph_initial();
+        StreamObs_m_initial();
         outcome = &block_;
         for (const ref::Bytes& frame : sky.ephemerisFrames(kNow))
             StreamReader(0, frame.data(), static_cast<int>(frame.size()));

@@ -7,6 +7,7 @@
 #include "common/ComTime.h"
 #include "common/DeployConfig.h"
 #include "config/Deploy.h"
+#include "intake/StreamObs.h"
 #include "orbit/Rnxeph.h"
 #include "reference/service/framing.h"
 #include "reference/standard/geometry.h"
@@ -83,8 +84,9 @@ inline void configure(const std::vector<std::string>& satellites = allSatellites
     DLY.requests.push_back(request);
     DLY.indexSatellites();
     Rnxeph_initial();
+    StreamObs_m_initial();
     for (SatelliteRecord& record : DLY.satellites)
-        updateSatfreq(record);
+        updateSatfreq(record, DLY.carriersOf(record));
 }
 
 /// Holds the clock at an instant, UTC.

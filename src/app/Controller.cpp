@@ -65,7 +65,7 @@ void Initialize(int argc, char** argv) {
                 CTRL.argv.begin());
     if (argc < kFewestArguments)
         usage();
-    m_readJsonFile(argc, argv);
+    m_readJsonFile(DLY, argc, argv);
     prepareSession();
 }
 
@@ -152,7 +152,7 @@ void serve(int argc, char** argv) {
 }
 
 void finish() {
-    DLY.satelliteIndex = DeployConfig::noSatellites(); // no name leads to a satellite any more
+    DLY.satelliteIndex = Session::noSatellites(); // no name leads to a satellite any more
     release(DLY.satelliteNames);
     release(DLY.satellites);
     release(DLY.stations);

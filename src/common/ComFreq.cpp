@@ -85,39 +85,39 @@ double getfreq(char system, std::string_view slot, int k) {
     return *hz;
 }
 
-int glonassChannel(std::size_t satellite) {
-    const SatelliteRecord& record = DLY.satellites[satellite];
-    if (record.glonassChannel != kUnknownChannel || DLY.stationEpochs.empty())
-        return record.glonassChannel;
-    const int sat = satid2no(record.cprn);
+int glonassChannel(const SatelliteRecord& satellite, StreamedChannels streamed) {
+    if (satellite.glonassChannel != kUnknownChannel || streamed.empty())
+        return satellite.glonassChannel;
+    const int sat = satid2no(satellite.cprn);
     int slot = 0;
     if (satsys(sat, &slot) != kGlonass)
         return kUnknownChannel;
-    return DLY.stationEpochs[0].glonassChannels[static_cast<std::size_t>(slot - 1)] - 8;
+    return streamed[static_cast<std::size_t>(slot - 1)] - 8;
 }
 
-double freqbytp(std::size_t satellite, std::string_view slot) {
-    const char system = DLY.satelliteNames[satellite].front();
+double freqbytp(const SatelliteRecord& satellite, std::string_view slot,
+                StreamedChannels streamed) {
+    const char system = satellite.cprn.front();
     if (!carriersOf(system)) {
         print("type = %s,unknow observation type\n", std::string(slot).c_str());
         return 0.0;
     }
     if (system != 'R')
         return getfreq(system, slot, 0);
-    const int k = glonassChannel(satellite);
+    const int k = glonassChannel(satellite, streamed);
     const double hz = getfreq(system, slot, k);
     return validChannel(k) ? hz : 0.0;
 }
 
-double carrierOf(std::size_t satellite, std::size_t slot) {
-    const CarrierSlot& s = DLY.satellites[satellite].slots[slot];
-    return s.hz > 0.0 ? s.hz : freqbytp(satellite, s.name); // the stream may tell the channel
+double carrierOf(const SatelliteRecord& satellite, std::size_t slot, StreamedChannels streamed) {
+    const CarrierSlot& s = satellite.slots[slot];
+    return s.hz > 0.0 ? s.hz : freqbytp(satellite, s.name, streamed);
 }
 
 bool get_freq(SatelliteRecord& satellite, std::string_view mode, std::span<const std::string> names,
-              Findings& findings) {
+              const std::string& file, Findings& findings) {
     const auto refuse = [&](std::string complaint) {
-        findings.fatalKey(DLY.file, "common/freqused", std::move(complaint));
+        findings.fatalKey(file, "common/freqused", std::move(complaint));
         return false;
     };
     if (names.empty())
@@ -145,15 +145,10 @@ int index_freq(std::span<const std::string> names, std::string_view slot) {
     return Map_index(names, slot);
 }
 
-void updateSatfreq(SatelliteRecord& satellite) {
-    const int system = index_string(kSystems, satellite.cprn.front());
-    const int index = DLY.satelliteNamed(satellite.cprn);
-    if (system < 0 || index < 0)
-        return;
-    const auto& names = DLY.satelliteFrequencies[static_cast<std::size_t>(system)];
+void updateSatfreq(SatelliteRecord& satellite, std::span<const std::string> names) {
     satellite.slots.clear();
     for (const std::string& name : names) {
-        const double hz = freqbytp(static_cast<std::size_t>(index), name);
+        const double hz = freqbytp(satellite, name, {});
         satellite.slots.push_back({name, hz, wavelength(hz)});
     }
     const auto hzOf = [&](const std::string& name) {

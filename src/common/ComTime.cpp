@@ -117,12 +117,12 @@ MjdTime timinc(int mjd, double sod, double delta) {
     return {day, s};
 }
 
-void brdtime(char system, int& mjd, double& sod) {
+void brdtime(char system, int& mjd, double& sod, LeapSeconds& leaps) {
     double offset = 0.0;
     if (system == 'B' || system == 'C')
         offset = 14.0;
     else if (system == 'R')
-        offset = Taiutc_m_getTaiutc(mjd) - 19.0;
+        offset = Taiutc_m_getTaiutc(leaps, mjd) - 19.0;
     else
         return;
     const MjdTime moved = timinc(mjd, sod, offset);
@@ -130,7 +130,7 @@ void brdtime(char system, int& mjd, double& sod) {
     sod = moved.sod;
 }
 
-int genAode(char system, int mjd, int iode, double sod, double t2) {
+int genAode(char system, int mjd, int iode, double sod, double t2, LeapSeconds& leaps) {
     switch (system) {
     case 'G':
     case 'J':
@@ -138,7 +138,7 @@ int genAode(char system, int mjd, int iode, double sod, double t2) {
         return iode;
     case 'R': {
         // Quarter of the hour of the Moscow day (UTC + 3 h); TAI - GPST is 19 s.
-        const MjdTime utc = timinc(mjd, sod, 19.0 - Taiutc_m_getTaiutc(mjd));
+        const MjdTime utc = timinc(mjd, sod, 19.0 - Taiutc_m_getTaiutc(leaps, mjd));
         return NINT(std::fmod(utc.sod + 10800.0, kSecondsPerDay) / 900.0);
     }
     case 'C':

@@ -53,7 +53,8 @@ WeekDay gpsweek(int year, int month, int day);
 
 /// The epoch moved by delta seconds, sod in [0, 86400).
 MjdTime timinc(int mjd, double sod, double delta);
+struct LeapSeconds; // common/Taiutc.h
 /// A broadcast time of the system turned into GPS time, in place.
-void brdtime(char system, int& mjd, double& sod);
+void brdtime(char system, int& mjd, double& sod, LeapSeconds& leaps);
 /// Age-of-data number of an ephemeris; -1 for systems without one.
-int genAode(char system, int mjd, int iode, double sod, double t2);
+int genAode(char system, int mjd, int iode, double sod, double t2, LeapSeconds& leaps);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
 /// EpochObs: the observations of one station at one epoch, by configured satellite and carrier
 /// slot. Slot f of a satellite belongs to the f-th configured frequency of its system.
@@ -69,12 +70,27 @@ private:
     std::size_t count_ = 0;
 };
 
+/// GLONASS channel + 8 by slot number - 1; 0 = unknown.
+using GlonassChannels = std::array<int, 32>;
+
 /// The epoch buffer of a station: what intake stores and the request takes.
 struct StationEpoch {
     std::string name; // may be empty: then the configured name holds
     int mjd = 0;
     double sod = 0.0; // GPS time
     EpochObs obs;
-    /// GLONASS channel + 8 by slot number - 1; 0 = unknown.
-    std::array<int, 32> glonassChannels{};
+    GlonassChannels glonassChannels{};
+};
+
+/// The time and the observations that intake writes; a request empties the epoch that it takes.
+struct CurrentEpoch {
+    int currentMjd = 0;
+    double currentSod = 0.0;                 // GPS time
+    std::array<int, 3> counters{};           // zeroed at start-up
+    std::vector<StationEpoch> stationEpochs; // one per station
+
+    /// Channels that the stream has stated; empty without a station.
+    std::span<const int> streamedChannels() const {
+        return stationEpochs.empty() ? std::span<const int>{} : stationEpochs[0].glonassChannels;
+    }
 };

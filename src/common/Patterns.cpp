@@ -2,7 +2,6 @@
 
 #include "common/ComText.h"
 #include "common/ComTime.h"
-#include "common/DeployConfig.h"
 #include "common/LineReader.h"
 
 #include <algorithm>
@@ -10,33 +9,33 @@
 #include <span>
 #include <utility>
 
-std::vector<Pattern> PATTERNS;
-
 namespace {
 
 constexpr std::size_t kShownOfWord = 32; // of one that is too long, characters
 
 /// Adds a finding about a value of the line read last; false.
-bool refuse(const LineReader& file, std::string_view value, const char* why, Findings& findings) {
+bool refuse(const std::string& path, const LineReader& file, std::string_view value,
+            const char* why, Findings& findings) {
     const std::string shown(value.substr(0, kShownOfWord));
-    findings.fatal(DLY.tables.vrnfln, file.lineNumber(),
-                   text("file = %s,line = %d,value = %s,%s", DLY.tables.vrnfln.c_str(),
-                        file.lineNumber(), shown.c_str(), why));
+    findings.fatal(path, file.lineNumber(),
+                   text("file = %s,line = %d,value = %s,%s", path.c_str(), file.lineNumber(),
+                        shown.c_str(), why));
     return false;
 }
 
 /// Keyword and template of a line; false after a finding about what has no room.
-bool readPattern(std::string_view line, const LineReader& file, Pattern& pattern,
-                 Findings& findings) {
+bool readPattern(std::string_view line, const std::string& path, const LineReader& file,
+                 Pattern& pattern, Findings& findings) {
     if (file.cut())
-        return refuse(file, line, "line is longer than 1024 bytes", findings);
+        return refuse(path, file, line, "line is longer than 1024 bytes", findings);
     TextScanner scan(line);
     if (scan.word(pattern.keyword))
         scan.word(pattern.text);
     if (pattern.keyword.size() > kLongestPattern)
-        return refuse(file, pattern.keyword, "keyword is longer than 255 characters", findings);
+        return refuse(path, file, pattern.keyword, "keyword is longer than 255 characters",
+                      findings);
     if (pattern.text.size() > kLongestPattern)
-        return refuse(file, pattern.text, "template is longer than 255 characters", findings);
+        return refuse(path, file, pattern.text, "template is longer than 255 characters", findings);
     return true;
 }
 
@@ -83,9 +82,9 @@ std::string expand(std::string_view pattern, std::span<const std::string> defini
 
 } // namespace
 
-bool Patterns_readFile(Findings& findings) {
-    PATTERNS.clear();
-    const std::string& path = DLY.tables.vrnfln;
+bool Patterns_readFile(PatternTable& table, Findings& findings) {
+    auto& [path, patterns] = table;
+    patterns.clear();
     LineReader file(path);
     if (!file.isOpen()) {
         findings.fatal(path, 0, text("file = %s,can't access vrnfln file", path.c_str()));
@@ -93,23 +92,23 @@ bool Patterns_readFile(Findings& findings) {
     }
     std::string_view line;
     while (file.next(line)) {
-        if (PATTERNS.size() == kMaxPatterns) {
+        if (patterns.size() == kMaxPatterns) {
             findings.fatal(path, file.lineNumber(),
                            text("nfile = %d,too many files defined in varno_file_name",
-                                static_cast<int>(PATTERNS.size()) + 1));
+                                static_cast<int>(patterns.size()) + 1));
             return false;
         }
         Pattern pattern;
-        if (!readPattern(line, file, pattern, findings))
+        if (!readPattern(line, path, file, pattern, findings))
             return false;
-        PATTERNS.push_back(std::move(pattern));
+        patterns.push_back(std::move(pattern));
     }
     return true;
 }
 
-bool Patterns_m_getPatternName(PatternMode mode, std::string_view keyword,
-                               std::string_view variables, int year, int month, int day, int hour,
-                               std::string& out, Findings& findings) {
+bool Patterns_m_getPatternName(const PatternTable& table, PatternMode mode,
+                               std::string_view keyword, std::string_view variables, int year,
+                               int month, int day, int hour, std::string& out, Findings& findings) {
     const std::string name(keyword);
     std::string file; // of the template, where it has one
     int line = 0;
@@ -119,14 +118,14 @@ bool Patterns_m_getPatternName(PatternMode mode, std::string_view keyword,
     };
     std::string pattern = out;
     if (mode == PatternMode::named) {
-        file = DLY.tables.vrnfln;
-        const auto it = std::find_if(PATTERNS.begin(), PATTERNS.end(),
+        file = table.file;
+        const auto it = std::find_if(table.patterns.begin(), table.patterns.end(),
                                      [&](const Pattern& p) { return p.keyword == keyword; });
-        if (it == PATTERNS.end())
+        if (it == table.patterns.end())
             return complain(
                 text("keyword = %s,keyword not defined in varno_file_name", name.c_str()));
         pattern = it->text;
-        line = static_cast<int>(it - PATTERNS.begin()) + 1; // every line is an entry
+        line = static_cast<int>(it - table.patterns.begin()) + 1; // every line is an entry
     }
     if (!validDate(year, month, day))
         return complain(

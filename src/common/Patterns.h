@@ -18,11 +18,14 @@ struct Pattern {
     std::string keyword;
     std::string text;
 };
-/// One entry a line of the pattern file; a blank line has an empty one.
-extern std::vector<Pattern> PATTERNS;
+/// A pattern file; one entry a line, a blank line has an empty one.
+struct PatternTable {
+    std::string file; // its path
+    std::vector<Pattern> patterns;
+};
 
-/// Loads the pattern file of the tables anew; false after a fatal finding.
-bool Patterns_readFile(Findings& findings);
+/// Loads the file anew; false after a fatal finding.
+bool Patterns_readFile(PatternTable& table, Findings& findings);
 
 enum class PatternMode {
     named,  // the template of the keyword
@@ -31,6 +34,6 @@ enum class PatternMode {
 /// Expands a template into `out`; false after a fatal finding. `variables` are definitions such as
 /// "STANAM=abcd", separated by ':'; those of the date follow them. A word of a template takes the
 /// first definition that begins with it.
-bool Patterns_m_getPatternName(PatternMode mode, std::string_view keyword,
-                               std::string_view variables, int year, int month, int day, int hour,
-                               std::string& out, Findings& findings);
+bool Patterns_m_getPatternName(const PatternTable& table, PatternMode mode,
+                               std::string_view keyword, std::string_view variables, int year,
+                               int month, int day, int hour, std::string& out, Findings& findings);

@@ -33,8 +33,8 @@ void readDescriptors(StationRecord& station, std::string_view line) {
         station.antennaWithRadome = std::string(line.substr(0, 16)) + "NONE";
 }
 
-bool malformed(const StationRecord& station, const LineReader& file, Findings& findings) {
-    const std::string& path = DLY.tables.stacoo;
+bool malformed(const StationRecord& station, const std::string& path, const LineReader& file,
+               Findings& findings) {
     findings.note(
         path, file.lineNumber(),
         text("staname = %s,file = %s,site file format error", station.name.c_str(), path.c_str()));
@@ -43,8 +43,7 @@ bool malformed(const StationRecord& station, const LineReader& file, Findings& f
 
 } // namespace
 
-bool read_siteinfo(StationRecord& station, Findings& findings) {
-    const std::string& path = DLY.tables.stacoo;
+bool read_siteinfo(StationRecord& station, const std::string& path, Findings& findings) {
     const char* const name = station.name.c_str();
     LineReader file(path);
     if (!file.isOpen()) {
@@ -75,14 +74,14 @@ bool read_siteinfo(StationRecord& station, Findings& findings) {
         watcher->position(station, {key, word, line, pos.rest()}, {path, posLine});
 
     if (!file.next(line) || !contains(line, station.name + "_SIG"))
-        return malformed(station, file, findings);
+        return malformed(station, path, file, findings);
     TextScanner sig(line);
     // The further numbers stand behind 54 characters of text; many files leave them out.
     if (sig.word(word) && numbersAfterKey(sig, station.sigma) && sig.skip(54))
         numbersAfterKey(sig, station.more);
 
     if (!file.next(line) || !contains(line, station.name + "_ENU"))
-        return malformed(station, file, findings);
+        return malformed(station, path, file, findings);
     TextScanner enu(line);
     if (enu.word(word))
         numbersAfterKey(enu, station.enu);

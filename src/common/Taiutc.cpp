@@ -2,40 +2,15 @@
 
 #include "common/ComText.h"
 #include "common/ComTime.h"
-#include "common/DeployConfig.h"
 #include "common/Leaps.h"
 #include "common/LineReader.h"
 #include "common/Print.h"
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
-#include <string>
 #include <sys/stat.h>
 #include <utility>
 
 namespace {
-
-/// Room for every leap second since 1972 and a good many to come; rows beyond it are not read.
-struct LeapTable {
-    std::array<LeapEntry, 128> entries;
-    std::size_t count = 0;
-    int passedOver = 0;
-    bool ended = false;
-
-    std::span<const LeapEntry> rows() const { return std::span(entries).first(count); }
-};
-
-/// The file of one path, and what was said of it.
-struct LeapSeconds {
-    std::string path;
-    bool read = false;    // `table` is in force
-    bool regular = false; // so was the file that it came from
-    LeapTable table;
-    bool told = false; // that a later reading was not whole
-    int lookedDay = 0; // MJD of the last daily look
-};
-LeapSeconds taiutc;
 
 /// A row that is neither empty nor marked as a comment.
 bool speaks(std::string_view line) {
@@ -65,8 +40,8 @@ void readRow(LeapTable& table, std::string_view line, int number) {
     }
 }
 
-bool readTable(LeapTable& table) {
-    LineReader file(taiutc.path);
+bool readTable(const std::string& path, LeapTable& table) {
+    LineReader file(path);
     std::string_view line;
     while (file.next(line) && !contains(line, "+leap sec")) {
     }
@@ -86,50 +61,42 @@ bool sameValues(const LeapTable& a, const LeapTable& b) {
 }
 
 enum class Kind { regular, other, missing };
-Kind kindOfFile() {
+Kind kindOf(const std::string& path) {
     struct stat status {};
-    if (stat(taiutc.path.c_str(), &status) != 0)
+    if (stat(path.c_str(), &status) != 0)
         return Kind::missing;
     return S_ISREG(status.st_mode) ? Kind::regular : Kind::other;
 }
 
 /// Reads the file once more; why the reading cannot take the place of the table in force, or null.
-const char* readAnew(LeapTable& table) {
+const char* readAnew(const LeapSeconds& leaps, LeapTable& table) {
     // A pipe must not even be opened: that would wait for a writer. Where the table came from no
     // regular file, such as a device, it stays so.
-    if (taiutc.regular && kindOfFile() == Kind::other)
+    if (leaps.regular && kindOf(leaps.path) == Kind::other)
         return "is not a regular file";
-    if (!readTable(table))
+    if (!readTable(leaps.path, table))
         return "cannot be read";
-    if (sameValues(table, taiutc.table))
+    if (sameValues(table, leaps.table))
         return nullptr;
     if (!table.ended)
         return "has no -leap sec";
     return table.count == 0 ? "has no rows" : nullptr;
 }
 
-void putInForce(const LeapTable& table) {
-    taiutc.read = true;
-    taiutc.regular = kindOfFile() == Kind::regular;
-    taiutc.table = table;
-    taiutc.told = false;
+void putInForce(LeapSeconds& leaps, const LeapTable& table) {
+    leaps.read = true;
+    leaps.regular = kindOf(leaps.path) == Kind::regular;
+    leaps.table = table;
+    leaps.told = false;
     // The last row only ends the validity.
     extendLeaps(table.rows().first(table.count > 0 ? table.count - 1 : 0));
 }
 
-/// Another file starts from nothing.
-void followPath() {
-    if (taiutc.path == DLY.tables.leapsc)
+/// Tells when the table ends, where that is near.
+void tellEnd(const LeapSeconds& leaps, int day) {
+    if (leaps.table.count == 0)
         return;
-    taiutc = {};
-    taiutc.path = DLY.tables.leapsc;
-}
-
-/// Tells when the table ends, where that is near and matters.
-void tellEnd(int day) {
-    if (taiutc.table.count == 0 || !contains(DLY.systems, "R"))
-        return;
-    const int last = taiutc.table.rows().back().mjd;
+    const int last = leaps.table.rows().back().mjd;
     // A file may hold any number; days before MJD 0 have no date here.
     if (last < 0 || last - day > kLeapTableEndsSoonDays)
         return;
@@ -137,53 +104,48 @@ void tellEnd(int day) {
     print(Level::warning,
           "***WARN(Taiutc): file = %s,table ends on %04d-%02d-%02d,days left = %d,a GLONASS "
           "ephemeris after that ends the service!\n",
-          taiutc.path.c_str(), end.year, end.month, end.day, last - day);
+          leaps.path.c_str(), end.year, end.month, end.day, last - day);
 }
 
 } // namespace
 
-bool Taiutc_m_load() {
-    followPath();
+bool Taiutc_m_load(LeapSeconds& leaps) {
     LeapTable table;
-    if (!taiutc.read) {
-        if (!readTable(table))
+    if (!leaps.read) {
+        if (!readTable(leaps.path, table))
             return false;
-        putInForce(table);
+        putInForce(leaps, table);
         return true;
     }
-    const char* const fault = readAnew(table);
+    const char* const fault = readAnew(leaps, table);
     if (!fault)
-        putInForce(table);
-    else if (!std::exchange(taiutc.told, true))
+        putInForce(leaps, table);
+    else if (!std::exchange(leaps.told, true))
         print(Level::warning,
               "***WARN(Taiutc): file = %s,%s,the table read before stays in force!\n",
-              taiutc.path.c_str(), fault);
+              leaps.path.c_str(), fault);
     return true;
 }
 
-void Taiutc_m_lookDaily(GTime utc) {
-    followPath();
+void Taiutc_m_lookDaily(LeapSeconds& leaps, GTime utc, LeapEnd end) {
     const int day = time2mjd(utc.time).mjd;
     // A clock that is set back over midnight does not bring the day a second time.
-    if (day == taiutc.lookedDay || day + 1 == taiutc.lookedDay)
+    if (day == leaps.lookedDay || day + 1 == leaps.lookedDay)
         return;
-    taiutc.lookedDay = day;
-    if ((taiutc.read || kindOfFile() == Kind::regular) && Taiutc_m_load())
-        tellEnd(day);
+    leaps.lookedDay = day;
+    if ((leaps.read || kindOf(leaps.path) == Kind::regular) && Taiutc_m_load(leaps) &&
+        end == LeapEnd::matters)
+        tellEnd(leaps, day);
 }
 
-LeapFile Taiutc_m_file() {
-    return {taiutc.table.rows(), taiutc.table.passedOver, taiutc.table.ended};
-}
-
-void Taiutc_m_rdUtcFile() {
-    if (!Taiutc_m_load())
+void Taiutc_m_rdUtcFile(LeapSeconds& leaps) {
+    if (!Taiutc_m_load(leaps))
         fatal("***ERROR(readCommFil):file_table not exist leapsc item ");
 }
 
-int Taiutc_m_getTaiutc(int mjd) {
-    Taiutc_m_rdUtcFile();
-    const std::span<const LeapEntry> rows = taiutc.table.rows();
+int Taiutc_m_getTaiutc(LeapSeconds& leaps, int mjd) {
+    Taiutc_m_rdUtcFile(leaps);
+    const std::span<const LeapEntry> rows = leaps.table.rows();
     if (rows.empty())
         return 0;
     const int first = rows.front().mjd;

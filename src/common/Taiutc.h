@@ -9,8 +9,10 @@
 
 #include "common/GTime.h"
 
+#include <array>
 #include <cstddef>
 #include <span>
+#include <string>
 
 /// From this many days before its end the table is told to end soon.
 inline constexpr int kLeapTableEndsSoonDays = 60;
@@ -21,22 +23,35 @@ struct LeapEntry {
     int line;        // of the file
     bool stuck;      // something other than a blank or a comment follows one of the numbers
 };
-/// The table in force.
-struct LeapFile {
-    std::span<const LeapEntry> entries; // at most as many as there is room for
-    int passedOver = 0;                 // line of the first row that is none; 0 = no such row
-    bool ended = false;                 // "-leap sec" was there
+/// Room for every leap second since 1972 and a good many to come; rows beyond it are not read.
+struct LeapTable {
+    std::array<LeapEntry, 128> entries;
+    std::size_t count = 0;
+    int passedOver = 0; // line of the first row that is none; 0 = no such row
+    bool ended = false; // "-leap sec" was there
+
+    std::span<const LeapEntry> rows() const { return std::span(entries).first(count); }
+};
+
+/// The file of one path, and what was said of it.
+struct LeapSeconds {
+    std::string path;
+    bool read = false;    // `table` is in force
+    bool regular = false; // so was the file that it came from
+    LeapTable table;
+    bool told = false; // that a later reading was not whole
+    int lookedDay = 0; // MJD of the last daily look
 };
 
 /// Reads the file; false where there is no table, because it never could be opened. A reading that
 /// is not whole is told once, until the next whole one.
-bool Taiutc_m_load();
-/// Reads the file once a day, for streams without GLONASS ephemerides, and tells an end that is
-/// near where GLONASS is configured.
-void Taiutc_m_lookDaily(GTime utc);
-LeapFile Taiutc_m_file();
-/// Reads the file into `taiutc`; ends the process where there is no table.
-void Taiutc_m_rdUtcFile();
+bool Taiutc_m_load(LeapSeconds& leaps);
+/// Whether somebody is to be told of an end that is near: where GLONASS is configured.
+enum class LeapEnd { matters, doesNot };
+/// Reads the file once a day, for streams without GLONASS ephemerides.
+void Taiutc_m_lookDaily(LeapSeconds& leaps, GTime utc, LeapEnd end);
+/// Reads the file; ends the process where there is no table.
+void Taiutc_m_rdUtcFile(LeapSeconds& leaps);
 /// TAI - UTC at an MJD, s; reads the file anew, so that an update of it is seen. 0 exactly on an
 /// entry's day; ends the process before the first and after the last entry.
-int Taiutc_m_getTaiutc(int mjd);
+int Taiutc_m_getTaiutc(LeapSeconds& leaps, int mjd);

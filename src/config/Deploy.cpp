@@ -27,10 +27,10 @@ struct CommandLine {
 };
 
 /// Every test is a search for a substring and is made on every argument.
-CommandLine parseCommandLine(int argc, const char* const* argv) {
+CommandLine parseCommandLine(Deployment& out, int argc, const char* const* argv) {
     CommandLine line;
     for (int i = 1; i < argc; ++i) {
-        Deploy_m_readSwitch(argv[i]);
+        Deploy_m_readSwitch(out, argv[i]);
         if (contains(argv[i], "-mode")) {
             if (i + 2 >= argc)
                 usage();
@@ -45,24 +45,24 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
 constexpr double kMostSeconds = 1e9;
 constexpr int kLastYear = 9999;
 
-bool readTimeWindow(TextScanner& s, MonthDay& date, int& year) {
+bool readTimeWindow(Configuration& out, TextScanner& s, MonthDay& date, int& year) {
     int hour = 0;
     int minute = 0;
     double second = 0.0;
     if (!(s.integer(year) && s.integer(date.month) && s.integer(date.day) && s.integer(hour) &&
-          s.integer(minute) && s.number(second) && s.number(DLY.sessionS)))
+          s.integer(minute) && s.number(second) && s.number(out.sessionS)))
         return false;
     year = yr2year(year);
-    DLY.startSod = 3600.0 * hour + 60.0 * minute + second;
-    if (!(std::fabs(DLY.startSod) <= kMostSeconds && std::fabs(DLY.sessionS) <= kMostSeconds) ||
+    out.startSod = 3600.0 * hour + 60.0 * minute + second;
+    if (!(std::fabs(out.startSod) <= kMostSeconds && std::fabs(out.sessionS) <= kMostSeconds) ||
         year > kLastYear)
         return false;
     if (!validDate(year, date.month, date.day))
         return true; // reported by the caller with the line of the calendar
-    DLY.startMjd = md_julday(year, date.month, date.day);
-    DLY.endMjd =
-        static_cast<int>(std::floor(DLY.startMjd + (DLY.startSod + DLY.sessionS) / kSecondsPerDay));
-    DLY.endSod = DLY.startSod + DLY.sessionS - (DLY.endMjd - DLY.startMjd) * kSecondsPerDay;
+    out.startMjd = md_julday(year, date.month, date.day);
+    out.endMjd =
+        static_cast<int>(std::floor(out.startMjd + (out.startSod + out.sessionS) / kSecondsPerDay));
+    out.endSod = out.startSod + out.sessionS - (out.endMjd - out.startMjd) * kSecondsPerDay;
     return true;
 }
 
@@ -87,39 +87,39 @@ std::optional<GTime> parseClock(const std::string& value) {
 }
 
 /// The leap-second file, which every 1020 reads, must be there before the first one comes.
-void checkLeapSeconds(Findings& findings) {
-    const std::string& path = DLY.tables.leapsc;
-    if (contains(DLY.systems, "R") && !LineReader(path).isOpen())
+void checkLeapSeconds(const Deployment& out, Findings& findings) {
+    const std::string& path = out.tables.leapsc;
+    if (contains(out.systems, "R") && !LineReader(path).isOpen())
         findings.fatal(path, 0, "***ERROR(readCommFil):file_table not exist leapsc item ");
 }
 
-void readCommon(const JsonDocument& document, Findings& findings) {
+void readCommon(Deployment& out, const JsonDocument& document, Findings& findings) {
     const Section common(document, "common", findings);
     MonthDay date{1, 1};
     int year = 2000;
     common.scan("time", "%d%d%d%d%d%lf%lf",
-                [&](TextScanner& s) { return readTimeWindow(s, date, year); });
+                [&](TextScanner& s) { return readTimeWindow(out, s, date, year); });
     if (!validDate(year, date.month, date.day))
         findings.fatalKey(document.file, "common/time",
                           text("iyear = %d,imonth = %d,iday = %d,incorrect argument", year,
                                date.month, date.day));
     else if (ReadingWatcher* const watcher = findings.watcher())
-        watcher->date({document.file, "common/time"}, {year, date.month, date.day, DLY.startMjd});
-    common.number("interval", DLY.intervalS);
+        watcher->date({document.file, "common/time"}, {year, date.month, date.day, out.startMjd});
+    common.number("interval", out.intervalS);
     std::string value;
     if (common.value("freqused", value))
-        m_parseFrequency(DLY.stationFrequencies, value, document.file, "common/freqused", findings);
-    DLY.satelliteFrequencies = DLY.stationFrequencies;
-    common.integer("threads", DLY.threads);
-    common.integer("tracelevel", DLY.traceLevel);
+        m_parseFrequency(out.stationFrequencies, value, document.file, "common/freqused", findings);
+    out.satelliteFrequencies = out.stationFrequencies;
+    common.integer("threads", out.threads);
+    common.integer("tracelevel", out.traceLevel);
     if (common.has("clock") && common.value("clock", value)) {
-        DLY.clock = parseClock(value);
-        if (!DLY.clock)
+        out.clock = parseClock(value);
+        if (!out.clock)
             common.bad("clock", value, "expected \"YYYY-MM-DD hh:mm:ss\", UTC");
     }
 }
 
-void readRequests(const JsonDocument& document, Findings& findings) {
+void readRequests(Session& out, const JsonDocument& document, Findings& findings) {
     constexpr std::size_t nameLength = 7;
     const cJSON* const reqs = document.member("reqs");
     const int count = cJSON_IsArray(reqs) ? cJSON_GetArraySize(reqs) : 0;
@@ -143,15 +143,15 @@ void readRequests(const JsonDocument& document, Findings& findings) {
         if (ReadingWatcher* const watcher = findings.watcher(); watcher && request.name != name)
             watcher->requestName({document.file, key}, *item, request.name);
         request.requestWord = ~i % 20000;
-        DLY.requests.push_back(request);
+        out.requests.push_back(request);
     }
 }
 
-void readConnections(const JsonDocument& document, Findings& findings) {
+void readConnections(Configuration& out, const JsonDocument& document, Findings& findings) {
     const Section vrs(document, "vrs", findings);
-    vrs.connector("input-connector", DLY.input);
-    vrs.connector("output-connector", DLY.output);
-    vrs.value("input-protocol", DLY.inputProtocol);
+    vrs.connector("input-connector", out.input);
+    vrs.connector("output-connector", out.output);
+    vrs.value("input-protocol", out.inputProtocol);
 }
 
 /// Systems as "freqused" names them; the first name of a letter is the usual one.
@@ -249,48 +249,48 @@ void usage() {
     std::exit(EXIT_FAILURE);
 }
 
-bool Deploy_m_readSwitch(std::string_view argument) {
+bool Deploy_m_readSwitch(Deployment& out, std::string_view argument) {
     bool any = false;
-    const std::array<bool*, kSwitches.size()> flags{&DLY.post, &DLY.rawSave, &DLY.vrsSave,
-                                                    &DLY.pthread, &DLY.debug};
+    const std::array<bool*, kSwitches.size()> flags{&out.post, &out.rawSave, &out.vrsSave,
+                                                    &out.pthread, &out.debug};
     for (std::size_t i = 0; i < flags.size(); ++i)
         if (contains(argument, kSwitches[i]))
             any = *flags[i] = true;
     return any;
 }
 
-void m_readJsonFile(int argc, const char* const* argv) {
-    DLY = {};
-    const CommandLine line = parseCommandLine(argc, argv);
-    const Findings findings = readDeployment(line.file);
+void m_readJsonFile(Deployment& out, int argc, const char* const* argv) {
+    out = {};
+    const CommandLine line = parseCommandLine(out, argc, argv);
+    const Findings findings = readDeployment(out, line.file);
     for (const Finding& finding : findings.list()) {
         if (finding.severity == Severity::fatal)
             fatal("%s", finding.text.c_str());
         print(finding.severity == Severity::warning ? Level::warning : Level::notice, "%s\n",
               finding.text.c_str());
     }
-    if (DLY.clock)
-        startReplayClock(*DLY.clock);
+    if (out.clock)
+        startReplayClock(*out.clock);
 }
 
-Findings readDeployment(const std::string& path, ReadingWatcher* watcher) {
+Findings readDeployment(Deployment& out, const std::string& path, ReadingWatcher* watcher) {
     Findings findings(watcher);
-    strinit(DLY.stream);
-    DLY.file = path;
+    strinit(out.stream);
+    out.file = path;
     const JsonDocument document(path, findings);
     if (!document.root)
         return findings;
 
     const Section paths(document, "path", findings);
-    paths.value("broad", DLY.broadPath);
-    paths.value("obs", DLY.obsPath);
-    paths.value("output", DLY.outputPath);
+    paths.value("broad", out.broadPath);
+    paths.value("obs", out.obsPath);
+    paths.value("output", out.outputPath);
 
     std::string tablesFile;
     const cJSON* const files = document.member("files");
     if (cJSON_IsString(files)) {
         tablesFile = valueOf(*files, document, "files", findings);
-        m_parseTablesConfigures(tablesFile, findings);
+        m_parseTablesConfigures(out.tables, tablesFile, findings);
     } else {
         findings.fatalKey(path, "files",
                           text("file = %s,key = files,value = %s,expected the path of the tables "
@@ -298,49 +298,52 @@ Findings readDeployment(const std::string& path, ReadingWatcher* watcher) {
                                path.c_str(), shown(files).c_str()));
     }
     for (const char* const section : {"common", "reqs", "vrs"})
-        m_readJsonItem(document, section, findings);
+        m_readJsonItem(out, document, section, findings);
     if (watcher)
         watcher->asked(document, findings);
-    readObjectFile(findings);
-    if (DLY.modeNumber == 2 || DLY.modeNumber == 3 || (DLY.modeNumber == 4 && DLY.post))
-        Deploy_m_readBaselines(findings);
+    readObjectFile(out, findings);
+    if (out.modeNumber == 2 || out.modeNumber == 3 || (out.modeNumber == 4 && out.post))
+        Deploy_m_readBaselines(out.tables.baselines, out.baselineNames, findings);
     struct stat status {};
     if (stat(tablesFile.c_str(), &status) == 0)
-        DLY.tablesFileTime = status.st_mtime;
-    if (!DLY.post)
+        out.tablesFileTime = status.st_mtime;
+    if (!out.post)
         Deploy_m_checkRtConfigures();
-    checkLeapSeconds(findings);
+    checkLeapSeconds(out, findings);
     return findings;
 }
 
-void m_readJsonItem(const JsonDocument& document, std::string_view section, Findings& findings) {
+void m_readJsonItem(Deployment& out, const JsonDocument& document, std::string_view section,
+                    Findings& findings) {
     if (contains(section, "common"))
-        readCommon(document, findings);
+        readCommon(out, document, findings);
     if (contains(section, "reqs"))
-        readRequests(document, findings);
+        readRequests(out, document, findings);
     if (contains(section, "vrs"))
-        readConnections(document, findings);
+        readConnections(out, document, findings);
 }
 
-void m_parseTablesConfigures(const std::string& path, Findings& findings) {
+void m_parseTablesConfigures(TablePaths& out, const std::string& path, Findings& findings) {
     const JsonDocument document(path, findings);
     if (!document.root)
         return;
     const Section files(document, "files", findings);
-    TablePaths& t = DLY.tables;
     struct Entry {
         const char* key;
         std::string& path;
     };
-    for (const Entry& entry : std::initializer_list<Entry>{
-             {"object", t.object},        {"stacoo", t.stacoo},       {"satnav", t.satnav},
-             {"antnam", t.antnam},        {"antpcv", t.antpcv},       {"gptgrd", t.gptgrd},
-             {"leapsc", t.leapsc},        {"ocload", t.ocload},       {"jpleph", t.jpleph},
-             {"ut1t96", t.ut1t96},        {"ut1t03", t.ut1t03},       {"ut1t10", t.ut1t10},
-             {"vrnfln", t.vrnfln},        {"polut1", t.polut1},       {"corrp1c1", t.corrp1c1},
-             {"database", t.database},    {"corrDCB", t.corrDCB},     {"gptgrd_w", t.gptgrd_w},
-             {"subnet", t.subnet},        {"baselines", t.baselines}, {"rtconfigs", t.rtconfigs},
-             {"corrStaDCB", t.corrStaDCB}})
+    for (const Entry& entry :
+         std::initializer_list<Entry>{{"object", out.object},       {"stacoo", out.stacoo},
+                                      {"satnav", out.satnav},       {"antnam", out.antnam},
+                                      {"antpcv", out.antpcv},       {"gptgrd", out.gptgrd},
+                                      {"leapsc", out.leapsc},       {"ocload", out.ocload},
+                                      {"jpleph", out.jpleph},       {"ut1t96", out.ut1t96},
+                                      {"ut1t03", out.ut1t03},       {"ut1t10", out.ut1t10},
+                                      {"vrnfln", out.vrnfln},       {"polut1", out.polut1},
+                                      {"corrp1c1", out.corrp1c1},   {"database", out.database},
+                                      {"corrDCB", out.corrDCB},     {"gptgrd_w", out.gptgrd_w},
+                                      {"subnet", out.subnet},       {"baselines", out.baselines},
+                                      {"rtconfigs", out.rtconfigs}, {"corrStaDCB", out.corrStaDCB}})
         files.value(entry.key, entry.path);
     if (ReadingWatcher* const watcher = findings.watcher())
         watcher->asked(document, findings);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/DeployConfig.h"
+#include "common/Configuration.h"
 #include "common/Findings.h"
 #include "config/JsonDocument.h"
 
@@ -8,31 +8,33 @@
 #include <string_view>
 
 /// Deploy: turns the command line, the deployment file, the tables file and the object file into
-/// `DLY`. Every reader reports what it finds and reads on; m_readJsonFile alone prints, and ends
-/// the process at the first fatal finding.
+/// a configuration and its session. Every reader reports what it finds and reads on; m_readJsonFile
+/// alone prints, and ends the process at the first fatal finding.
 
 /// Prints the three lines of usage and ends the process with status 1.
 [[noreturn]] void usage();
 
-/// Reads everything that the command line names into DLY; ends the process on a fatal finding.
-void m_readJsonFile(int argc, const char* const* argv);
+/// Reads everything that the command line names; ends the process on a fatal finding.
+void m_readJsonFile(Deployment& out, int argc, const char* const* argv);
 
-/// Reads the deployment file and all it names into DLY without printing.
-Findings readDeployment(const std::string& path, ReadingWatcher* watcher = nullptr);
+/// Reads the deployment file and all it names without printing.
+Findings readDeployment(Deployment& out, const std::string& path,
+                        ReadingWatcher* watcher = nullptr);
 /// Sets the switches that an argument contains; false where it contains none.
-bool Deploy_m_readSwitch(std::string_view argument);
+bool Deploy_m_readSwitch(Deployment& out, std::string_view argument);
 /// A system as "freqused" names it; empty where it has no such name.
 std::string_view Deploy_m_systemName(char letter);
 
-/// Reads the keys of one section ("common", "reqs" or "vrs") into DLY.
-void m_readJsonItem(const JsonDocument& document, std::string_view section, Findings& findings);
-/// Reads the tables file into DLY.tables.
-void m_parseTablesConfigures(const std::string& path, Findings& findings);
+/// Reads the keys of one section ("common", "reqs" or "vrs").
+void m_readJsonItem(Deployment& out, const JsonDocument& document, std::string_view section,
+                    Findings& findings);
+/// Reads the tables file.
+void m_parseTablesConfigures(TablePaths& out, const std::string& path, Findings& findings);
 /// One "freqused" value, such as "GPS:L1_L2 BDS:B1_B3", into a table; false with a finding at
 /// the place given where it makes no sense.
 bool m_parseFrequency(FrequencyTable& table, std::string_view value, const std::string& file,
                       const std::string& key, Findings& findings);
-/// ObjectFile: satellites and stations from the file at DLY.tables.object into DLY.
-void readObjectFile(Findings& findings);
+/// ObjectFile: satellites and stations from the file that the tables name ("object").
+void readObjectFile(Deployment& out, Findings& findings);
 void Station_initial(StationRecord& record);
 void Satellite_initial(SatelliteRecord& record);

@@ -18,10 +18,11 @@ constexpr std::size_t kStationNameLength = 4;
 
 /// The object file on its way through the sections.
 struct ObjectReader {
+    Deployment& out;
     LineReader& file;
     Findings& findings;
 
-    const std::string& path() const { return DLY.tables.object; }
+    const std::string& path() const { return out.tables.object; }
     RecordPlace place() const { return {path(), file.lineNumber()}; }
     void warning(const std::string& line) const {
         findings.warning(path(), file.lineNumber(), line);
@@ -88,78 +89,80 @@ SatelliteRecord parseSatellite(const ObjectReader& in, std::string_view line) {
 }
 
 void acceptSatellite(const ObjectReader& in, SatelliteRecord satellite) {
+    Deployment& out = in.out;
     const std::string& name = satellite.cprn;
     if (name.size() > kSatelliteNameLength)
         return in.badValue(name, "satellite name is longer than 3 characters");
-    if (DLY.satelliteNamed(name) >= 0)
+    if (out.satelliteNamed(name) >= 0)
         return in.warning(text("cprn = %s,exist the same satellite", name.c_str()));
     if (!contains(kSystems, name.substr(0, 1)))
         return in.fatal(text("system = %c,do not support system", name.front()));
-    const auto glonass = std::count_if(DLY.satelliteNames.begin(), DLY.satelliteNames.end(),
+    const auto glonass = std::count_if(out.satelliteNames.begin(), out.satelliteNames.end(),
                                        [](const std::string& n) { return n[0] == 'R'; });
     const std::size_t glonassCount = static_cast<std::size_t>(glonass);
-    if (DLY.satellites.size() == kMaxSatellites)
+    if (out.satellites.size() == kMaxSatellites)
         return in.badValue(name, "more than 160 satellites");
     if (name[0] == 'R' ? glonassCount == kMaxGlonassSatellites
-                       : DLY.satellites.size() - glonassCount == kMaxKeplerSatellites)
+                       : out.satellites.size() - glonassCount == kMaxKeplerSatellites)
         return in.badValue(name, name[0] == 'R' ? "more than 40 GLONASS satellites"
                                                 : "more than 120 satellites beside GLONASS");
-    if (!contains(DLY.systems, name.substr(0, 1)))
-        DLY.systems += name[0];
-    DLY.satelliteNames.push_back(name);
-    DLY.indexSatellite(DLY.satelliteNames.size() - 1);
-    if (DLY.post)
-        resolveSatellite(satellite, in.file.lineNumber(), in.findings);
-    DLY.satellites.push_back(std::move(satellite));
+    if (!contains(out.systems, name.substr(0, 1)))
+        out.systems += name[0];
+    out.satelliteNames.push_back(name);
+    out.indexSatellite(out.satelliteNames.size() - 1);
+    if (out.post)
+        resolveSatellite(out, satellite, in.file.lineNumber(), in.findings);
+    out.satellites.push_back(std::move(satellite));
 }
 
 /// GPS first, or else GLONASS, or else Galileo.
-void orderSystems() {
+void orderSystems(Session& out) {
     for (const char letter : {'G', 'R', 'E'})
-        if (const int at = index_string(DLY.systems, letter); at >= 0) {
-            std::swap(DLY.systems[0], DLY.systems[static_cast<std::size_t>(at)]);
+        if (const int at = index_string(out.systems, letter); at >= 0) {
+            std::swap(out.systems[0], out.systems[static_cast<std::size_t>(at)]);
             break;
         }
-    if (!DLY.systems.empty())
-        DLY.primarySystem = index_string(kSystems, DLY.systems[0]);
+    if (!out.systems.empty())
+        out.primarySystem = index_string(kSystems, out.systems[0]);
 }
 
 /// Carriers of a system that do not exist; true where there are none of these.
-bool allCarriersExist(char letter, Findings& findings) {
+bool allCarriersExist(const Deployment& out, char letter, Findings& findings) {
     bool all = true;
     for (const std::string& name :
-         DLY.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, letter))])
+         out.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, letter))])
         if (!carrier(letter, name, 0)) {
-            findings.fatalKey(DLY.file, "common/freqused", carrierComplaint(letter, name));
+            findings.fatalKey(out.file, "common/freqused", carrierComplaint(letter, name));
             all = false;
         }
     return all;
 }
 
-void setFrequencies(Findings& findings) {
+void setFrequencies(Deployment& out, Findings& findings) {
     bool good = true;
-    for (const char letter : DLY.systems) // in the order of their first satellites
-        good = allCarriersExist(letter, findings) && good;
+    for (const char letter : out.systems) // in the order of their first satellites
+        good = allCarriersExist(out, letter, findings) && good;
     if (!good)
         return;
-    for (SatelliteRecord& satellite : DLY.satellites)
-        updateSatfreq(satellite);
+    for (SatelliteRecord& satellite : out.satellites)
+        updateSatfreq(satellite, out.carriersOf(satellite));
 }
 
 void readSatellites(const ObjectReader& in) {
+    Deployment& out = in.out;
     std::string_view line;
-    DLY.satelliteNames.reserve(kMaxSatellites);
-    DLY.satellites.reserve(kMaxSatellites);
+    out.satelliteNames.reserve(kMaxSatellites);
+    out.satellites.reserve(kMaxSatellites);
     while (in.nextRecord(RecordKind::satellite, line))
         acceptSatellite(in, parseSatellite(in, line));
-    if (DLY.satellites.empty())
+    if (out.satellites.empty())
         in.warning(text("nrpn = %d,no selected satellite!", 0));
-    DLY.indexSatellites();
-    setFrequencies(in.findings);
-    orderSystems();
+    out.indexSatellites();
+    setFrequencies(out, in.findings);
+    orderSystems(out);
     for (std::size_t i = 0; i < kSystemCount; ++i)
-        DLY.useNumbers[i] = contains(DLY.processMode, "RAW")
-                                ? static_cast<int>(DLY.stationFrequencies[i].size())
+        out.useNumbers[i] = contains(out.processMode, "RAW")
+                                ? static_cast<int>(out.stationFrequencies[i].size())
                                 : 1;
 }
 
@@ -175,19 +178,21 @@ StationRecord parseStation(const ObjectReader& in, std::string_view line) {
     scan.word(station.text);
     readNumbers(scan, station.moreNumbers);
     if (ReadingWatcher* const watcher = in.findings.watcher())
-        watcher->station(station, DLY.stations.empty(), scan.rest(), in.place());
+        watcher->station(station, in.out.stations.empty(), scan.rest(), in.place());
     return station;
 }
 
 void acceptStation(const ObjectReader& in, StationRecord station) {
+    Deployment& out = in.out;
     if (station.name.size() > kStationNameLength)
         return in.badValue(station.name, "station name is longer than 4 characters");
-    if (!read_siteinfo(station, in.findings))
+    if (!read_siteinfo(station, out.tables.stacoo, in.findings))
         return in.fatal(text("station = %s,read coordinate error!", station.name.c_str()));
-    if (DLY.post && resolveStation(station, in.file.lineNumber(), in.findings) == Resolved::dropped)
+    if (out.post &&
+        resolveStation(out, station, in.file.lineNumber(), in.findings) == Resolved::dropped)
         return;
-    DLY.stationNames.push_back(toUpper(station.name));
-    DLY.stations.push_back(std::move(station));
+    out.stationNames.push_back(toUpper(station.name));
+    out.stations.push_back(std::move(station));
 }
 
 void readStations(const ObjectReader& in) {
@@ -199,7 +204,7 @@ void readStations(const ObjectReader& in) {
         return in.fatal("no records for stations");
     while (in.nextRecord(RecordKind::station, line))
         acceptStation(in, parseStation(in, line));
-    if (DLY.stations.empty() && DLY.modeNumber != 5)
+    if (in.out.stations.empty() && in.out.modeNumber != 5)
         in.fatal(text("nsit = %d,no stations is selected", 0));
 }
 
@@ -212,9 +217,9 @@ void Satellite_initial(SatelliteRecord& record) {
     record = {};
 }
 
-void readObjectFile(Findings& findings) {
-    LineReader file(DLY.tables.object);
-    const ObjectReader in{file, findings};
+void readObjectFile(Deployment& out, Findings& findings) {
+    LineReader file(out.tables.object);
+    const ObjectReader in{out, file, findings};
     if (!file.isOpen())
         return in.fatal(text("file = %s,can't open file to read", in.path().c_str()));
     readSatellites(in);

@@ -16,58 +16,63 @@
 
 namespace {
 
-double startMjd() {
-    return DLY.startMjd + DLY.startSod / kSecondsPerDay;
+double startMjd(const Configuration& c) {
+    return c.startMjd + c.startSod / kSecondsPerDay;
 }
-double endMjd() {
-    return DLY.endMjd + DLY.endSod / kSecondsPerDay;
+double endMjd(const Configuration& c) {
+    return c.endMjd + c.endSod / kSecondsPerDay;
 }
 
 /// A template expanded for the start of the session.
-bool expand(PatternMode mode, std::string_view keyword, const std::string& variables,
-            std::string& out, Findings& findings) {
-    const DateTime t = mjd2date(DLY.startMjd, DLY.startSod);
-    return Patterns_m_getPatternName(mode, keyword, variables, t.year, t.month, t.day, t.hour, out,
-                                     findings);
+bool expand(const Configuration& config, const PatternTable& table, PatternMode mode,
+            std::string_view keyword, const std::string& variables, std::string& out,
+            Findings& findings) {
+    const DateTime t = mjd2date(config.startMjd, config.startSod);
+    return Patterns_m_getPatternName(table, mode, keyword, variables, t.year, t.month, t.day,
+                                     t.hour, out, findings);
 }
 
 /// The station's own template; what is wrong with it stands in the object file.
-bool expandOwn(StationRecord& station, int line, Findings& findings) {
+bool expandOwn(const Configuration& config, StationRecord& station, int line, Findings& findings) {
     Findings own;
-    const bool good = expand(PatternMode::inPlace, "", "", station.text, own);
+    const bool good = expand(config, {}, PatternMode::inPlace, "", "", station.text, own);
     for (const Finding& finding : own.list())
-        findings.fatal(DLY.tables.object, line, finding.text);
+        findings.fatal(config.tables.object, line, finding.text);
     return good;
 }
 
 /// The station's own template, and the paths of its observation and log files.
-bool nameFiles(StationRecord& station, int line, Findings& findings) {
+bool nameFiles(const Configuration& config, StationRecord& station, int line, Findings& findings) {
+    PatternTable table{config.tables.vrnfln, {}};
     const std::string variables = "STANAM=" + toLower(station.name);
     std::string observations;
     std::string log;
-    if (!Patterns_readFile(findings) || !expandOwn(station, line, findings) ||
-        !expand(PatternMode::named, "rnxo", variables, observations, findings) ||
-        !expand(PatternMode::named, "log", variables, log, findings))
+    if (!Patterns_readFile(table, findings) || !expandOwn(config, station, line, findings) ||
+        !expand(config, table, PatternMode::named, "rnxo", variables, observations, findings) ||
+        !expand(config, table, PatternMode::named, "log", variables, log, findings))
         return false;
     station.name = toUpper(station.name);
-    station.obsFile = DLY.obsPath + "/" + observations;
-    station.logFile = DLY.logPath + "/" + log;
+    station.obsFile = config.obsPath + "/" + observations;
+    station.logFile = config.logPath + "/" + log;
     std::error_code ignored;
     if (!std::filesystem::exists(station.obsFile, ignored))
-        findings.warning(DLY.tables.object, line,
+        findings.warning(config.tables.object, line,
                          text("file = %s,can't find obs file", station.obsFile.c_str()));
     return true;
 }
 
-bool resolveStationAntenna(StationRecord& station, int line, Findings& findings) {
+bool resolveStationAntenna(const Deployment& config, StationRecord& station, int line,
+                           Findings& findings) {
     std::string type;
-    if (!Antatx_s_antnam(station.name, station.antennaWithRadome, type, findings))
+    if (!Antatx_s_antnam(station.name, station.antennaWithRadome, type, config.tables.antnam,
+                         findings))
         return false;
     SatellitePco none{};
-    if (Antatx_m_getAnt(station.calibration, "SITE", DLY.stationFrequencies, type, "", none,
-                        station.pco, startMjd(), endMjd(), findings))
+    if (Antatx_m_getAnt(station.calibration, "SITE", config.stationFrequencies, type, "", none,
+                        station.pco, startMjd(config), endMjd(config), config.tables.antpcv,
+                        findings))
         return true;
-    findings.fatal(DLY.tables.object, line,
+    findings.fatal(config.tables.object, line,
                    text("ant = %s,sitename = %s,station antenna is not found in atx file",
                         type.c_str(), station.name.c_str()));
     return false;
@@ -75,10 +80,11 @@ bool resolveStationAntenna(StationRecord& station, int line, Findings& findings)
 
 } // namespace
 
-bool resolveSatellite(SatelliteRecord& satellite, int line, Findings& findings) {
+bool resolveSatellite(const Deployment& config, SatelliteRecord& satellite, int line,
+                      Findings& findings) {
     satellite.vehicle = std::make_unique<SatelliteVehicle>();
     auto& [info, calibration, pco] = *satellite.vehicle;
-    if (!Antatx_s_rdSvnav(satellite.cprn, startMjd(), info, findings))
+    if (!Antatx_s_rdSvnav(satellite.cprn, startMjd(config), info, config.tables.satnav, findings))
         return false;
     satellite.texts[0] = info.block; // the antenna type
     // The object file's channel comes first.
@@ -86,21 +92,24 @@ bool resolveSatellite(SatelliteRecord& satellite, int line, Findings& findings) 
         validChannel(info.channel))
         satellite.glonassChannel = info.channel;
     const auto system = static_cast<std::size_t>(index_string(kSystems, satellite.cprn.front()));
-    for (const FrequencyTable* const table : {&DLY.stationFrequencies, &DLY.satelliteFrequencies})
-        if (!get_freq(satellite, "RAW", (*table)[system], findings))
+    for (const FrequencyTable* const table :
+         {&config.stationFrequencies, &config.satelliteFrequencies})
+        if (!get_freq(satellite, "RAW", (*table)[system], config.file, findings))
             return false;
     SitePco none{};
-    if (Antatx_m_getAnt(calibration, satellite.cprn, DLY.satelliteFrequencies, satellite.texts[0],
-                        satellite.cprn, pco, none, startMjd(), endMjd(), findings))
+    if (Antatx_m_getAnt(calibration, satellite.cprn, config.satelliteFrequencies,
+                        satellite.texts[0], satellite.cprn, pco, none, startMjd(config),
+                        endMjd(config), config.tables.antpcv, findings))
         return true;
-    findings.fatal(DLY.tables.object, line,
+    findings.fatal(config.tables.object, line,
                    text("ant = %s,cprn = %s,satellite antenna is not found in atx file",
                         satellite.texts[0].c_str(), satellite.cprn.c_str()));
     return false;
 }
 
-Resolved resolveStation(StationRecord& station, int line, Findings& findings) {
-    if (!nameFiles(station, line, findings))
+Resolved resolveStation(const Deployment& config, StationRecord& station, int line,
+                        Findings& findings) {
+    if (!nameFiles(config, station, line, findings))
         return Resolved::failed;
     const Vector3& xyz = station.xyz;
     const double product = xyz[0] * xyz[1] * xyz[2];
@@ -108,20 +117,21 @@ Resolved resolveStation(StationRecord& station, int line, Findings& findings) {
         station.blh = xyzblh(xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
         station.fromLocal = rot_enu2xyz(station.blh[0], station.blh[1]);
     } else if (station.coordinateMode.starts_with('F')) {
-        findings.warning(DLY.tables.object, line,
+        findings.warning(config.tables.object, line,
                          text("station = %s,fix mode for no coordinate station,will continue",
                               station.name.c_str()));
         return Resolved::dropped;
     }
-    return resolveStationAntenna(station, line, findings) ? Resolved::kept : Resolved::failed;
+    return resolveStationAntenna(config, station, line, findings) ? Resolved::kept
+                                                                  : Resolved::failed;
 }
 
-void Deploy_m_readBaselines(Findings& findings) {
-    const std::string& path = DLY.tables.baselines;
+void Deploy_m_readBaselines(const std::string& path, std::vector<std::string>& names,
+                            Findings& findings) {
     LineReader file(path);
     if (!opened(file, path, findings))
         return;
-    DLY.baselineNames.clear();
+    names.clear();
     std::string_view line;
     while (file.next(line)) {
         if (line.size() <= 7 || line.front() != ' ')
@@ -130,6 +140,6 @@ void Deploy_m_readBaselines(Findings& findings) {
         TextScanner scan(line);
         for (std::string& word : words)
             scan.word(word);
-        DLY.baselineNames.push_back(words[0] + "-" + words[1] + "-" + words[2]);
+        names.push_back(words[0] + "-" + words[1] + "-" + words[2]);
     }
 }

@@ -20,6 +20,7 @@ namespace {
 RtcmState Decoder;
 bool decoderReady = false;
 Contradictions contradictions;
+LeapSeconds leapSeconds;
 
 void storeEpoch(std::size_t station) {
     print(Level::debug, "***INFO(StreamObs): Got observation data\n");
@@ -106,7 +107,7 @@ GLSEPH glonassRecord(const GloEphRecord& from, const std::string& name) {
     r.health = from.svh;
     r.ageDays = from.age;
     r.frameTime = time2gpst(gpst2utc(from.tof)).sow;
-    r.aode = genAode('R', toe.mjd, from.iode, toe.sod, toe.sod);
+    r.aode = genAode('R', toe.mjd, from.iode, toe.sod, toe.sod, leapSeconds);
     return r;
 }
 
@@ -144,7 +145,7 @@ GPSEPH keplerRecord(const EphRecord& from, const std::string& name) {
     r.tgd1 = from.tgd[0];
     r.tgd2 = from.tgd[1];
     r.iodc = from.iodc;
-    r.aode = genAode(name[0], toc.mjd, from.iode, toc.sod, toe.sow);
+    r.aode = genAode(name[0], toc.mjd, from.iode, toc.sod, toe.sow, leapSeconds);
     return r;
 }
 
@@ -171,11 +172,13 @@ int StreamReader(std::size_t station, const std::uint8_t* buffer, int length) {
     if (!decoderReady) {
         print("***INFO(StreamObs): RtcmObsDecoder_Initial\n");
         RtcmObsDecoder_Initial(Decoder);
+        Decoder.nav.configuredChannels = DLY.glonassChannels();
         decoderReady = true;
     }
     if (length <= 0)
         return 0;
-    Taiutc_m_lookDaily(utcNow());
+    Taiutc_m_lookDaily(leapSeconds, utcNow(),
+                       contains(DLY.systems, "R") ? LeapEnd::matters : LeapEnd::doesNot);
     const Contradictions::Instant now = monotonicNow();
     int framelen = 0;
     for (std::span left(buffer, static_cast<std::size_t>(length)); !left.empty();) {
@@ -193,6 +196,8 @@ int StreamReader(std::size_t station, const std::uint8_t* buffer, int length) {
 void StreamObs_m_initial() {
     decoderReady = false;
     contradictions = {};
+    leapSeconds = {};
+    leapSeconds.path = DLY.tables.leapsc;
 }
 
 void StreamObs_m_restart() {

@@ -36,13 +36,15 @@ void Antatx_m_resetMem(AntennaRecord& record) {
 
 bool Antatx_m_getAnt(AntennaRecord& record, std::string_view kind, const FrequencyTable& names,
                      const std::string& type, const std::string& serial, SatellitePco& satellitePco,
-                     SitePco& sitePco, double from, double to, Findings& findings) {
+                     SitePco& sitePco, double from, double to, const std::string& path,
+                     Findings& findings) {
     Antatx_m_resetMem(record);
     record.type = type.substr(0, kNameLength);
     record.serial = serial.substr(0, kNameLength);
     satellitePco = {};
     sitePco = {};
-    if (!contains(record.type, "ANTNONE") && !Antatx_m_rdatx(record, names, from, to, findings))
+    if (!contains(record.type, "ANTNONE") &&
+        !Antatx_m_rdatx(record, names, from, to, path, findings))
         return false;
 
     if (contains(kind, "SITE")) {
@@ -55,8 +57,7 @@ bool Antatx_m_getAnt(AntennaRecord& record, std::string_view kind, const Frequen
     }
     const std::size_t system = kSystems.find(kind.substr(0, 1));
     if (kind.empty() || system >= kAntennaSystems) {
-        findings.note(DLY.tables.antpcv, 0,
-                      text("cprn = %s,do not support system", std::string(kind).c_str()));
+        findings.note(path, 0, text("cprn = %s,do not support system", std::string(kind).c_str()));
         return false;
     }
     for (std::size_t f = 0; f < kAntennaSlots; ++f)

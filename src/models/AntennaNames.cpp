@@ -15,8 +15,7 @@ std::string_view nameOf(std::string_view line) {
 } // namespace
 
 bool Antatx_s_antnam(const std::string& siteName, const std::string& antenna,
-                     std::string& canonical, Findings& findings) {
-    const std::string& path = DLY.tables.antnam;
+                     std::string& canonical, const std::string& path, Findings& findings) {
     LineReader file(path);
     if (!opened(file, path, findings))
         return false;

@@ -71,9 +71,9 @@ bool endsEntry(std::string_view line) {
 /// One lookup in the file, which is read once from its start.
 class AntexReader {
 public:
-    AntexReader(LineReader& file, AntennaRecord& record, const FrequencyTable& names,
-                Findings& findings)
-        : file_(file), record_(record), names_(names), findings_(findings) {}
+    AntexReader(LineReader& file, const std::string& path, AntennaRecord& record,
+                const FrequencyTable& names, Findings& findings)
+        : file_(file), path_(path), record_(record), names_(names), findings_(findings) {}
 
     /// The file header, which must promise absolute calibrations.
     bool readHeader();
@@ -104,6 +104,7 @@ private:
     std::optional<Slot> slotOfLine() const;
 
     LineReader& file_;
+    const std::string& path_;
     AntennaRecord& record_;
     const FrequencyTable& names_;
     Findings& findings_;
@@ -113,14 +114,14 @@ private:
 };
 
 bool AntexReader::note(const std::string& line) const {
-    findings_.note(DLY.tables.antpcv, file_.lineNumber(), line);
+    findings_.note(path_, file_.lineNumber(), line);
     return false;
 }
 
 /// What is wrong with the antenna.
 std::string AntexReader::complaint(const std::string& why) const {
     return text("antnam = %s,antnum = %s,atxfile = %s,%s", record_.type.c_str(),
-                record_.serial.c_str(), DLY.tables.antpcv.c_str(), why.c_str());
+                record_.serial.c_str(), path_.c_str(), why.c_str());
 }
 
 /// Says it; false, as the result of who refuses.
@@ -136,7 +137,7 @@ std::string AntexReader::malformed(const char* label) const {
 
 /// Remembers what is wrong with the entry; another one may be right. False.
 bool AntexReader::skip(const char* label) {
-    skipped_.note(DLY.tables.antpcv, file_.lineNumber(), complaint(malformed(label)));
+    skipped_.note(path_, file_.lineNumber(), complaint(malformed(label)));
     return false;
 }
 
@@ -149,7 +150,7 @@ bool AntexReader::readHeader() {
         }
     return type == 'A' ||
            note(text("type = %c,atxfile = %s,should refer absolute antenna mode in atxfile", type,
-                     DLY.tables.antpcv.c_str()));
+                     path_.c_str()));
 }
 
 /// Whether a "TYPE / SERIAL NO" line is of the antenna that is looked for.
@@ -319,14 +320,13 @@ void completeSatellite(AntennaRecord& record, const FrequencyTable& names) {
 } // namespace
 
 bool Antatx_m_rdatx(AntennaRecord& record, const FrequencyTable& names, double from, double to,
-                    Findings& findings) {
+                    const std::string& path, Findings& findings) {
     record.type = withoutTrailingSpace(record.type);
     record.serial = withoutTrailingSpace(record.serial);
-    const std::string& path = DLY.tables.antpcv;
     LineReader file(path);
     if (!opened(file, path, findings))
         return false;
-    AntexReader in(file, record, names, findings);
+    AntexReader in(file, path, record, names, findings);
     if (!in.readHeader() || !in.findEntry(from, to) || !in.readFrequencies())
         return false;
     completeSatellite(record, names);

@@ -94,6 +94,7 @@ std::string launchDesignator(std::string_view launch) {
 /// The satellite-information file on its way through one lookup.
 struct SvNavReader {
     LineReader& file;
+    const std::string& path;
     const std::string& cprn;
     Findings& findings;
 
@@ -107,7 +108,6 @@ struct SvNavReader {
             ;
     }
     void malformed(std::string_view line) const {
-        const std::string& path = DLY.tables.satnav;
         findings.warning(path, file.lineNumber(),
                          text("cprn = %s,file = %s,line = %d,value = %s,malformed line",
                               cprn.c_str(), path.c_str(), file.lineNumber(),
@@ -152,14 +152,13 @@ struct SvNavReader {
 } // namespace
 
 bool Antatx_s_rdSvnav(const std::string& cprn, double mjd, SatelliteInfo& info,
-                      Findings& findings) {
+                      const std::string& path, Findings& findings) {
     info = {};
-    const std::string& path = DLY.tables.satnav;
     LineReader file(path);
     if (!opened(file, path, findings) || !Antatx_s_checkdata(kPart1Format, findings) ||
         !Antatx_s_checkdata(kPart2Format, findings))
         return false;
-    const SvNavReader in{file, cprn, findings};
+    const SvNavReader in{file, path, cprn, findings};
     std::string_view line;
     if (cprn.empty() || !in.readPart1(mjd, info, line)) {
         findings.fatal(path, file.lineNumber(),

@@ -1,7 +1,6 @@
 #include "models/Tropo_vmf1.h"
 
 #include "common/ComText.h"
-#include "common/DeployConfig.h"
 #include "common/Findings.h"
 #include "common/LineReader.h"
 #include "common/Print.h"
@@ -214,8 +213,7 @@ double hydrostaticC(double mjd, double latitude) {
 
 } // namespace
 
-void Tropo_vmf1(Gpt2Grid& grid) {
-    const std::string& path = DLY.tables.gptgrd_w;
+void Tropo_vmf1(Gpt2Grid& grid, const std::string& path) {
     LineReader file(path);
     if (!file.isOpen())
         fatal("file = %s,can't open file to read!", path.c_str());

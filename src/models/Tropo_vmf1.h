@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 /// Tropo_vmf1: zenith delays and mapping functions of the neutral atmosphere.
@@ -42,7 +43,7 @@ struct Gpt2Grid {
 
 /// Loads the grid that the tables name ("gptgrd_w"): a header line, then a line of 44 numbers for
 /// each cell. Ends the process with a line on a file that is not just that.
-void Tropo_vmf1(Gpt2Grid& grid);
+void Tropo_vmf1(Gpt2Grid& grid, const std::string& path);
 
 /// The atmosphere at a site.
 struct Gpt2Values {

@@ -1,6 +1,5 @@
 #include "rtcm/rtcm.h"
 
-#include "common/DeployConfig.h"
 #include "common/Print.h"
 
 #include <algorithm>
@@ -138,13 +137,9 @@ int fcn_glo(int sat, const RtcmState& s) {
     int slot = 0;
     if (satsys(sat, &slot) != kGlonass)
         return -1;
-    const int index = DLY.satelliteIndex[static_cast<std::size_t>(sat)];
-    if (index >= 0) {
-        const int channel = DLY.satellites[static_cast<std::size_t>(index)].glonassChannel;
-        if (validChannel(channel))
-            return channel + 7;
-    }
     const auto row = static_cast<std::size_t>(slot - 1);
+    if (s.nav.configuredChannels[row] >= 1)
+        return s.nav.configuredChannels[row] - 1;
     if (s.nav.geph[row].sat == sat && validChannel(s.nav.geph[row].frq))
         return s.nav.geph[row].frq + 7;
     return s.nav.glo_fcn[row] >= 1 ? s.nav.glo_fcn[row] - 1 : -1;

@@ -98,6 +98,8 @@ struct NavData {
     std::array<GloEphRecord, kGlonassSlots> geph; // row slot - 1
     /// GLONASS channel + 8 by slot - 1; 0 = unknown. Not cleared by init_rtcm.
     std::array<int, 32> glo_fcn{};
+    /// The same of the configured satellites, which come first.
+    std::array<int, 32> configuredChannels{};
 };
 
 /// What is carried from message to message for one signal of a satellite.

@@ -66,8 +66,10 @@ double elevationDeg(const OrbitState& satellite, const Vector3& point, const Mat
 /// slots 0 to 3, for a second set of codes.
 void shiftSlots(SatelliteObs& out, const SatelliteObs& in, std::size_t satellite,
                 double rangeDifference, double ageS) {
-    const double lastDifference = last_drleng[satellite].drleng;
-    SatelliteRecord& record = DLY.satellites[satellite];
+    RangeHistory& history = last_drleng[satellite];
+    const double lastDifference = history.drleng;
+    const SatelliteRecord& record = DLY.satellites[satellite];
+    const StreamedChannels streamed = DLY.streamedChannels();
     for (std::size_t k = 0; k < kMaxSlots; ++k) {
         const std::size_t carrier = k % kMaxFrequencies;
         if (carrier >= record.slots.size())
@@ -78,13 +80,13 @@ void shiftSlots(SatelliteObs& out, const SatelliteObs& in, std::size_t satellite
         }
         if (!(std::fabs(in.phase[k]) > kPresent))
             continue;
-        const double hz = carrierOf(satellite, carrier);
+        const double hz = carrierOf(record, carrier, streamed);
         if (hz <= 0.0)
             continue; // no wavelength, no phase
         const double wavelengthM = kSpeedOfLight / hz;
-        double& factor = record.ionosphereFactor[k]; // recorded only
+        double& factor = history.ionosphereFactor[k];
         if (std::fabs(factor) < kFactorUnset) {
-            const double f1 = carrierOf(satellite, 0);
+            const double f1 = carrierOf(record, 0, streamed);
             factor = f1 * f1 / (hz * hz);
         }
         out.phase[k] = in.phase[k] + rangeDifference / wavelengthM;

@@ -19,6 +19,8 @@ struct RangeHistory {
     MjdTime seen;
     double lightTimeS = 0.0; // 0 = none
     double lightTimeRate = 0.0;
+    /// f1^2 / f^2 per carrier slot, formed when first needed; 0 = not formed. Recorded only.
+    std::array<double, kMaxSlots> ionosphereFactor{};
 };
 /// By configured satellite; lives as long as the process.
 extern std::array<RangeHistory, kMaxSatellites> last_drleng;

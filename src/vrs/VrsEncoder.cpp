@@ -134,6 +134,7 @@ void prepareStates(const VrsObsPack& pack) {
     VrsEco.flag = 1;
     if (!DLY.stationEpochs.empty())
         VrsEco.main.nav.glo_fcn = DLY.stationEpochs[0].glonassChannels;
+    VrsEco.main.nav.configuredChannels = DLY.glonassChannels();
     const WeekTime t = mjd2wksow(pack.mjd, pack.sod);
     VrsEco.main.time = VrsEco.bds3.time = gpst2time(t.week, t.sow);
     VrsEco.main.staid = VrsEco.bds3.staid = pack.reply.stationId;

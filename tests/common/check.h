@@ -1,11 +1,10 @@
 /// What the tests of files and fatal lines share.
 #pragma once
 
-#include "common/DeployConfig.h"
-
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <string>
 #include <unistd.h>
 
 namespace check {
@@ -17,9 +16,11 @@ void expectFatal(const auto& call, const std::string& printed) {
                 testing::Eq(printed));
 }
 
-/// A directory of its own and an empty configuration.
+/// A directory of its own.
 struct Scratch {
-    Scratch() { DLY = {}; }
+    Scratch() = default;
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
     ~Scratch() { std::filesystem::remove_all(path); }
     std::string write(const std::string& name, const std::string& content) const {
         std::ofstream(path + name, std::ios::binary) << content;

@@ -5,9 +5,10 @@ namespace {
 
 /// The name on 2020-02-29 at 7 h (day 60 of its year, MJD 58908, Saturday of GPS week 2094), or
 /// '!', line and text of the finding.
-std::string named(PatternMode mode, const char* keyword, std::string pattern, const char* own) {
+std::string named(const PatternTable& table, PatternMode mode, const char* keyword,
+                  std::string pattern, const char* own) {
     Findings findings;
-    return Patterns_m_getPatternName(mode, keyword, own, 2020, 2, 29, 7, pattern, findings)
+    return Patterns_m_getPatternName(table, mode, keyword, own, 2020, 2, 29, 7, pattern, findings)
                ? pattern
                : text("!%d %s", findings.list().at(0).line, findings.list()[0].text.c_str());
 }
@@ -26,19 +27,23 @@ TEST(Pattern, TakesLiteralsAndVariablesInTurn) {
         {"-Q-", "!0 word = Q,keyword = kw,word is not defined in keyword", "Q"},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(named(PatternMode::inPlace, "kw", c.pattern, c.variables), c.name) << c.pattern;
+        EXPECT_EQ(named({}, PatternMode::inPlace, "kw", c.pattern, c.variables), c.name)
+            << c.pattern;
 }
 
 TEST(PatternFile, HoldsATemplateALine) {
     const check::Scratch scratch;
+    PatternTable table;
     const auto load = [&](const std::string& content) {
-        DLY.tables.vrnfln = scratch.write("vrnfln", content);
+        table.file = scratch.write("vrnfln", content);
         Findings findings;
-        return Patterns_readFile(findings)
+        return Patterns_readFile(table, findings)
                    ? ""
                    : text("!%d %s", findings.list().at(0).line, findings.list()[0].text.c_str());
     };
-    const auto name = [](const char* key) { return named(PatternMode::named, key, "-", ""); };
+    const auto name = [&](const char* key) {
+        return named(table, PatternMode::named, key, "-", "");
+    };
     EXPECT_EQ(load("old -YY-\n"), "");
     EXPECT_EQ(load("rnxo a-YY- and more\r\n\n  log\tb-YYYY-\nrnxo c\nbad -Q-\n"), "");
     EXPECT_EQ(name("rnxo") + name("log"), "a20b2020");
@@ -53,15 +58,14 @@ TEST(PatternFile, HoldsATemplateALine) {
     EXPECT_EQ(load(lines + full + " " + full), "");
     EXPECT_EQ(name(full.c_str()), full);
     EXPECT_EQ(load(lines + "\n\n"), "!101 nfile = 101,too many files defined in varno_file_name");
-    const std::string start = "!1 file = " + DLY.tables.vrnfln + ",line = 1,value = " + shown;
+    const std::string start = "!1 file = " + table.file + ",line = 1,value = " + shown;
     EXPECT_EQ(load("k" + full), start + ",keyword is longer than 255 characters");
     EXPECT_EQ(load("t k" + full), start + ",template is longer than 255 characters");
     EXPECT_EQ(load(shown + std::string(999, ' ')), start + ",line is longer than 1024 bytes");
-    std::filesystem::remove(DLY.tables.vrnfln);
+    std::filesystem::remove(table.file);
     Findings findings;
-    EXPECT_FALSE(Patterns_readFile(findings));
-    EXPECT_EQ(findings.list().at(0).text,
-              "file = " + DLY.tables.vrnfln + ",can't access vrnfln file");
+    EXPECT_FALSE(Patterns_readFile(table, findings));
+    EXPECT_EQ(findings.list().at(0).text, "file = " + table.file + ",can't access vrnfln file");
 }
 
 } // namespace

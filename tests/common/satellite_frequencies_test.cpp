@@ -12,7 +12,7 @@ std::string filled(SatelliteRecord& record, const char* cprn, const char* mode, 
     record.cprn = cprn;
     record.glonassChannel = channel;
     Findings findings;
-    if (!get_freq(record, mode, names, findings))
+    if (!get_freq(record, mode, names, "vrs.json", findings))
         return findings.list().at(0).text;
     std::string out;
     for (const CarrierSlot& slot : record.slots) {
@@ -50,12 +50,9 @@ TEST(SatelliteFrequencies, StandInOrderOrAreFindings) {
 }
 
 TEST(SatelliteFrequencies, CombineAndAreRefreshedInConfiguredOrder) {
-    DLY = {};
-    DLY.satelliteNames = {"G05"};
-    DLY.indexSatellites();
-    DLY.satelliteFrequencies[0] = {"L2", "L1"};
+    const Names names{"L2", "L1"};
     SatelliteRecord gps;
-    filled(gps, "G05", "IF", DLY.satelliteFrequencies[0]);
+    filled(gps, "G05", "IF", names);
     // GPS L1 and L2 are 154 and 120 times 10.23 MHz.
     const CombinationConstants k = gps.combination.value();
     const double unitM = 299792458.0 / 10.23e6;
@@ -65,7 +62,7 @@ TEST(SatelliteFrequencies, CombineAndAreRefreshedInConfiguredOrder) {
     EXPECT_DOUBLE_EQ(k.narrowLaneM, unitM / 274);
     EXPECT_NEAR(k.ionosphereFree1, 5929.0 / 2329.0, 1e-14);
     EXPECT_NEAR(k.ionosphereFree2, 3600.0 / 2329.0, 1e-14);
-    updateSatfreq(gps);
+    updateSatfreq(gps, names);
     EXPECT_TRUE(gps.slots.at(0).name == "L2" && gps.slots[0].hz == 1227600000.0);
     EXPECT_TRUE(gps.slots.at(1).name == "L1" && gps.combination);
 }

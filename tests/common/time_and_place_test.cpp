@@ -111,11 +111,18 @@ TEST(ReplayClock, RunsOnFromItsInstantBeyond32BitTimes) {
 
 TEST(LeapSecondFile, GivesTheValueStrictlyBetweenTwoEntries) {
     const check::Scratch scratch;
-    const auto lookUp = [](int mjd) { return [mjd] { return Taiutc_m_getTaiutc(mjd); }; };
+    LeapSeconds leaps;
+    const auto lookUp = [&](int mjd) {
+        return [&leaps, mjd] { return Taiutc_m_getTaiutc(leaps, mjd); };
+    };
+    const auto another = [&](const std::string& path) {
+        leaps = {};
+        leaps.path = path;
+    };
     std::string rows = "# 59000 9\r\n+leap sec\r\n";
     for (int row = 0; row < 40; ++row)
         rows += text(" %d %d\r\n", 59000 + 100 * row, 27 + row);
-    DLY.tables.leapsc = scratch.write("leap", rows + "-leap sec\r\n99999 99\n");
+    another(scratch.write("leap", rows + "-leap sec\r\n99999 99\n"));
     EXPECT_TRUE(lookUp(59001)() == 27 && lookUp(60099)() == 37 && lookUp(62899)() == 65);
     EXPECT_EQ(lookUp(59000)() + lookUp(60000)() + lookUp(62900)(), 0); // deliberate: an entry's day
     check::expectFatal(lookUp(58999), "mjd = 58999,mjde = 59000,epoch before table start\n");
@@ -135,16 +142,16 @@ TEST(LeapSecondFile, GivesTheValueStrictlyBetweenTwoEntries) {
                  {'R', 75618, 60001, 75636, 0, 0},
                  {'R', 918, 60001, 936, 0, 13}};
     for (auto c : cases) {
-        EXPECT_EQ(genAode(c.system, 60001, 77, c.sod, c.t2), c.aode) << c.system << c.sod;
+        EXPECT_EQ(genAode(c.system, 60001, 77, c.sod, c.t2, leaps), c.aode) << c.system << c.sod;
         int mjd = 60001;
-        brdtime(c.system, mjd, c.sod);
+        brdtime(c.system, mjd, c.sod, leaps);
         EXPECT_EQ(timdif(mjd, c.mjd, c.sod, c.gps), 0.0) << c.system;
     }
     scratch.write("leap", "+leap sec\n59000 10\n59050 11\n62000 12\n-leap sec\n");
     EXPECT_EQ(lookUp(59099)(), 11) << "it is read anew for every lookup";
-    DLY.tables.leapsc = scratch.write("none", "59000 10\n62000 12\n");
+    another(scratch.write("none", "59000 10\n62000 12\n"));
     EXPECT_EQ(lookUp(40000)(), 0) << "no table, no range";
-    DLY.tables.leapsc = "/no";
+    another("/no");
     check::expectFatal(lookUp(1), "***ERROR(readCommFil):file_table not exist leapsc item \n");
 }
 
@@ -162,15 +169,16 @@ TEST(LeapSecondFile, KeepsItsLastWholeTableUntilTheNextWholeOne) {
         fs::remove_all(path);
         scratch.write("leap", content);
     };
-    DLY.tables.leapsc = path;
+    LeapSeconds leaps;
+    leaps.path = path;
     write("+leap sec\n59000 10\n"); // cut at the first reading: taken as it is
     int got = -1;
-    EXPECT_EQ(printed([&] { got = Taiutc_m_getTaiutc(59000); }), "");
+    EXPECT_EQ(printed([&] { got = Taiutc_m_getTaiutc(leaps, 59000); }), "");
     EXPECT_EQ(got, 0);
     int value = 10;
     const auto whole = [&] {
         write(text("+leap sec\n59000 %d\n62000 12\n-leap sec\n", ++value).c_str());
-        EXPECT_EQ(printed([&] { got = Taiutc_m_getTaiutc(59001); }), "");
+        EXPECT_EQ(printed([&] { got = Taiutc_m_getTaiutc(leaps, 59001); }), "");
         EXPECT_EQ(got, value);
     };
     const struct {
@@ -187,11 +195,11 @@ TEST(LeapSecondFile, KeepsItsLastWholeTableUntilTheNextWholeOne) {
         c.damage();
         const std::string lines = printed([&] {
             for (int reading = 0; reading < 3; ++reading)
-                EXPECT_EQ(Taiutc_m_getTaiutc(59001), value) << c.fault;
+                EXPECT_EQ(Taiutc_m_getTaiutc(leaps, 59001), value) << c.fault;
         });
         EXPECT_EQ(lines, "***WARN(Taiutc): file = " + path + "," + c.fault +
                              ",the table read before stays in force!\n");
-        check::expectFatal([] { Taiutc_m_getTaiutc(62001); },
+        check::expectFatal([&] { Taiutc_m_getTaiutc(leaps, 62001); },
                            "mjd = 62001,mjde = 62000,epoch after table start\n");
     }
     whole();
@@ -200,8 +208,9 @@ TEST(LeapSecondFile, KeepsItsLastWholeTableUntilTheNextWholeOne) {
 TEST(LeapSecondFile, ExtendsTheBuiltInTable) {
     const check::Scratch scratch;
     const auto load = [&](const std::string& rows) {
-        DLY.tables.leapsc = scratch.write("leap", "+leap sec\n" + rows + "-leap sec\n");
-        ASSERT_TRUE(Taiutc_m_load());
+        LeapSeconds leaps;
+        leaps.path = scratch.write("leap", "+leap sec\n" + rows + "-leap sec\n");
+        ASSERT_TRUE(Taiutc_m_load(leaps));
     };
     const auto expectSteps = [](GTime from, int before, int after) {
         // Where a second is taken out, the last one of the day does not exist.
@@ -233,15 +242,16 @@ TEST(LeapSecondFile, ExtendsTheBuiltInTable) {
 
 TEST(LeapSecondFile, IsToldToEndOnEachOfItsLastSixtyDays) {
     const check::Scratch scratch;
-    DLY.systems = "GR";
-    DLY.tables.leapsc = scratch.write("leap", "+leap sec\n57754 37\n62502 37\n-leap sec\n");
-    const auto look = [](int mjd, double sod = 0.0) {
-        return printed([&] { Taiutc_m_lookDaily({mjd2time(mjd, sod), 0.0}); });
+    LeapSeconds leaps;
+    LeapEnd end = LeapEnd::matters;
+    leaps.path = scratch.write("leap", "+leap sec\n57754 37\n62502 37\n-leap sec\n");
+    const auto look = [&](int mjd, double sod = 0.0) {
+        return printed([&] { Taiutc_m_lookDaily(leaps, {mjd2time(mjd, sod), 0.0}, end); });
     };
-    const auto line = [](int days) {
+    const auto line = [&](int days) {
         return text("***WARN(Taiutc): file = %s,table ends on 2030-01-01,days left = %d,a GLONASS "
                     "ephemeris after that ends the service!\n",
-                    DLY.tables.leapsc.c_str(), days);
+                    leaps.path.c_str(), days);
     };
     EXPECT_EQ(look(62441, 86399.0), "");
     EXPECT_EQ(look(62442), line(60));
@@ -249,9 +259,9 @@ TEST(LeapSecondFile, IsToldToEndOnEachOfItsLastSixtyDays) {
     EXPECT_EQ(look(62443), line(59));
     EXPECT_EQ(look(62442, 86399.0) + look(62443), "") << "the clock was set back a second";
     EXPECT_EQ(look(62504), line(-2));
-    DLY.systems = "GE";
+    end = LeapEnd::doesNot;
     EXPECT_EQ(look(62505), "") << "nothing reads the file for its end";
-    DLY.systems = "GR";
+    end = LeapEnd::matters;
     scratch.write("leap", "+leap sec\n57754 37\n62600 37\n-leap sec\n");
     EXPECT_EQ(look(62506), "") << "the new end is read on the same day";
     scratch.write("leap", "+leap sec\n57754 37\n-2147483648 37\n-leap sec\n");

@@ -30,9 +30,10 @@ const std::map<std::string, std::string> kFiles{
                    std::string(38, ' ') + "TRM59800.00     SCIS       ASH701945E_M\n"},
     {"leapsc", "+leap sec\n57754 37\n99999 37\n-leap sec\n"}};
 
-struct Deployment : check::Scratch {
+struct DeploymentFiles : check::Scratch {
+    mutable Deployment out;
     /// An empty `from` stands for the whole file.
-    Deployment(const std::string& file, const std::string& from, const std::string& to) {
+    DeploymentFiles(const std::string& file, const std::string& from, const std::string& to) {
         auto files = kFiles;
         for (const char* key : kTableKeys)
             files["tables.json"] += text(",\n\"%s\": \"@%s\"", key, key);
@@ -41,11 +42,11 @@ struct Deployment : check::Scratch {
         for (const auto& [name, content] : files)
             write(name, replaced(replaced(content, "@", path), "\n", "\r\n"));
     }
-    Findings read() const { return readDeployment(path + "vrs.json"); }
+    Findings read() const { return readDeployment(out, path + "vrs.json"); }
     void expectFatal(const std::string& printed) const {
         const std::string json = path + "vrs.json";
         const char* const argv[] = {"Kestrune", "-mode", "vrs", json.c_str()};
-        check::expectFatal([&] { m_readJsonFile(4, argv); }, replaced(printed, "@", path));
+        check::expectFatal([&] { m_readJsonFile(out, 4, argv); }, replaced(printed, "@", path));
     }
 };
 
@@ -59,13 +60,14 @@ std::string many(char letter, int count) {
 
 TEST(Deployment, FillsTheRecord) {
     using Names = std::vector<std::string>;
-    const Deployment d("vrs.json", "@", "@");
+    const DeploymentFiles d("vrs.json", "@", "@");
     EXPECT_TRUE(d.read().list().empty());
-    EXPECT_EQ(DLY.broadPath + DLY.obsPath + DLY.outputPath + DLY.inputProtocol, "/b/o/outtcp");
-    EXPECT_TRUE(DLY.tables.vrnfln == d.path + "vrnfln" && DLY.tables.antpcv == d.path + "antpcv");
-    EXPECT_TRUE(DLY.startMjd == 60369 && DLY.startSod == 82800 && DLY.sessionS == 7200);
-    EXPECT_TRUE(DLY.endMjd == 60370 && DLY.endSod == 3600) << "over midnight";
-    EXPECT_TRUE(DLY.intervalS == 30 && DLY.threads == 2 && DLY.traceLevel == 3 && !DLY.clock);
+    const Deployment& out = d.out;
+    EXPECT_EQ(out.broadPath + out.obsPath + out.outputPath + out.inputProtocol, "/b/o/outtcp");
+    EXPECT_TRUE(out.tables.vrnfln == d.path + "vrnfln" && out.tables.antpcv == d.path + "antpcv");
+    EXPECT_TRUE(out.startMjd == 60369 && out.startSod == 82800 && out.sessionS == 7200);
+    EXPECT_TRUE(out.endMjd == 60370 && out.endSod == 3600) << "over midnight";
+    EXPECT_TRUE(out.intervalS == 30 && out.threads == 2 && out.traceLevel == 3 && !out.clock);
     const FrequencyTable slots{{{"L1", "L2", "L5"},
                                 {"L1", "L2"},
                                 {"L1", "L5", "L7", "L8"},
@@ -74,21 +76,21 @@ TEST(Deployment, FillsTheRecord) {
                                 {},
                                 {"L1", "L5", "L6"},
                                 {}}};
-    EXPECT_TRUE(DLY.stationFrequencies == slots && DLY.satelliteFrequencies == slots);
-    EXPECT_TRUE(DLY.input.host == "127.0.0.1" && DLY.input.port == 5001);
-    EXPECT_TRUE(DLY.output.host == "127.0.0.2" && DLY.output.port == 65535);
-    EXPECT_TRUE(DLY.requests.at(0).name == "VRS1" && DLY.requests[0].requestWord == -1);
-    EXPECT_TRUE(DLY.requests.at(1).name == "VRS4567" && DLY.requests[1].requestWord == -2);
-    EXPECT_TRUE(DLY.satelliteNames == (Names{"C06", "R01", "G05"}) && DLY.satelliteIndex[5] == 2);
-    const SatelliteRecord& r01 = DLY.satellites.at(1);
+    EXPECT_TRUE(out.stationFrequencies == slots && out.satelliteFrequencies == slots);
+    EXPECT_TRUE(out.input.host == "127.0.0.1" && out.input.port == 5001);
+    EXPECT_TRUE(out.output.host == "127.0.0.2" && out.output.port == 65535);
+    EXPECT_TRUE(out.requests.at(0).name == "VRS1" && out.requests[0].requestWord == -1);
+    EXPECT_TRUE(out.requests.at(1).name == "VRS4567" && out.requests[1].requestWord == -2);
+    EXPECT_TRUE(out.satelliteNames == (Names{"C06", "R01", "G05"}) && out.satelliteIndex[5] == 2);
+    const SatelliteRecord& r01 = out.satellites.at(1);
     for (std::size_t i = 1; i < 23; ++i) // mm to m for the six after the first two
         EXPECT_DOUBLE_EQ(r01.numbers[i], static_cast<double>(i + 1)) << i;
     EXPECT_NEAR(r01.slots.at(0).wavelengthM, 299792458.0 / 1599.75e6, 1e-12);
-    const SatelliteRecord& g05 = DLY.satellites[2]; // deliberate: the pair with the last slot
+    const SatelliteRecord& g05 = out.satellites[2]; // deliberate: the pair with the last slot
     EXPECT_TRUE(g05.numbers == (std::array<double, 23>{}) && g05.pairs[0].name == "L1_L5");
     EXPECT_NEAR(g05.pairs[0].wavelengthM, 0.7514160413063639, 1e-12);
-    const StationRecord& s = DLY.stations.at(0);
-    EXPECT_TRUE(DLY.stationNames == (Names{"ABCD"}) && s.name == "abcd" && s.text == "ant");
+    const StationRecord& s = out.stations.at(0);
+    EXPECT_TRUE(out.stationNames == (Names{"ABCD"}) && s.name == "abcd" && s.text == "ant");
     EXPECT_TRUE(s.numbers[13] == 14 && s.numbers[14] == kPi / 2 && s.coordinateMode == "FIX");
     EXPECT_TRUE(s.texts[1] == "t2" && s.moreNumbers[2] == 23 && s.moreNumbers[3] == 0);
     EXPECT_EQ(s.xyz, (Vector3{-4649396.65, 2556027.44, -3528061.29}));
@@ -96,8 +98,9 @@ TEST(Deployment, FillsTheRecord) {
     EXPECT_EQ(s.antenna + s.antennaWithRadome,
               "TRM59800.00     SCISabcd_ENU 0.1 0.2NONE");              // deliberate
     for (const std::string radome : {"ASH701945E_MX", "AOAD/M_NONE"}) { // 13 characters, a radome
-        EXPECT_TRUE(Deployment("stacoo", "ASH701945E_M", radome).read().list().empty());
-        EXPECT_EQ(DLY.stations.at(0).antennaWithRadome, radome);
+        const DeploymentFiles other("stacoo", "ASH701945E_M", radome);
+        EXPECT_TRUE(other.read().list().empty());
+        EXPECT_EQ(other.out.stations.at(0).antennaWithRadome, radome);
     }
 }
 
@@ -129,13 +132,14 @@ TEST(Deployment, AcceptsWithANoteOrWithout) {
          "GRC 0 3 -4 30 127.0.0.1 staname = abcd,file = @stacoo,no coordinate information for "
          "station in site file"}};
     for (const auto& c : cases) {
-        const Deployment d(c.file, c.from, c.to);
+        const DeploymentFiles d(c.file, c.from, c.to);
         const Findings findings = d.read();
         std::string got =
-            text("%s %d %zu ", DLY.systems.c_str(), DLY.primarySystem, DLY.satellites.size()) +
-            text("%d %g ", DLY.satellites.empty() ? 0 : DLY.satellites[1].glonassChannel,
-                 DLY.intervalS) +
-            DLY.input.host + (DLY.clock == GTime{1709210096, 0.0} ? " clock" : "");
+            text("%s %d %zu ", d.out.systems.c_str(), d.out.primarySystem,
+                 d.out.satellites.size()) +
+            text("%d %g ", d.out.satellites.empty() ? 0 : d.out.satellites[1].glonassChannel,
+                 d.out.intervalS) +
+            d.out.input.host + (d.out.clock == GTime{1709210096, 0.0} ? " clock" : "");
         for (const Finding& finding : findings.list())
             got += " " + finding.text;
         EXPECT_TRUE(got == replaced(c.holds, "@", d.path) && !findings.anyFatal()) << got;
@@ -149,9 +153,9 @@ TEST(Deployment, SetsTheClockToAnyInstantOfTheCalendar) {
         {"2038-01-19 03:14:07", 2147483647}, {"2038-01-19 03:14:08", 2147483648},
         {"2099-12-31 23:59:59", 4102444799}, {"2100-01-01 00:00:00", 0}};
     for (const auto& [clock, seconds] : cases) {
-        const Deployment d("vrs.json", "30\"", text("30\", \"clock\": \"%s\"", clock));
+        const DeploymentFiles d("vrs.json", "30\"", text("30\", \"clock\": \"%s\"", clock));
         EXPECT_EQ(d.read().anyFatal(), seconds == 0) << clock;
-        EXPECT_TRUE(DLY.clock.value_or(GTime{}) == (GTime{seconds, 0})) << clock;
+        EXPECT_TRUE(d.out.clock.value_or(GTime{}) == (GTime{seconds, 0})) << clock;
     }
 }
 
@@ -213,20 +217,20 @@ TEST(Deployment, EndsTheProcessWithTheLineOfItsFault) {
         {"stacoo", "", "", site + "station is not exist in the site file\n" + noSite},
         {tables, "@leapsc", "/no", "***ERROR(readCommFil):file_table not exist leapsc item \n"}};
     for (const auto& c : cases)
-        Deployment(c.file, c.from, c.to).expectFatal(c.printed);
+        DeploymentFiles(c.file, c.from, c.to).expectFatal(c.printed);
     for (const char* key :
          {"path/broad", "path/obs", "path/output", "common/time", "common/interval",
           "common/freqused", "common/threads", "common/tracelevel", "vrs/input-connector",
           "vrs/output-connector", "vrs/input-protocol"})
-        Deployment(v, text("\"%s\":", std::strchr(key, '/') + 1), other)
+        DeploymentFiles(v, text("\"%s\":", std::strchr(key, '/') + 1), other)
             .expectFatal(bad(key, "", "key is missing"));
     for (const std::string key : kTableKeys)
-        Deployment(tables, '"' + key + "\":", other)
+        DeploymentFiles(tables, '"' + key + "\":", other)
             .expectFatal(replaced(bad("files/" + key, "", "key is missing"), v, tables));
 }
 
 TEST(Deployment, ReportsEveryFaultOfAReading) {
-    const Deployment d("vrs.json", "30\", \"threads\": \"2", "x\", \"threads\": \"y");
+    const DeploymentFiles d("vrs.json", "30\", \"threads\": \"2", "x\", \"threads\": \"y");
     d.write("stacoo", "");
     const Findings findings = d.read();
     ASSERT_EQ(findings.list().size(), 5U);
@@ -234,12 +238,12 @@ TEST(Deployment, ReportsEveryFaultOfAReading) {
 }
 
 TEST(CommandLine, FindsItsSwitchesAsPartsOfArguments) {
-    const Deployment d("vrs.json", "@", "@");
+    const DeploymentFiles d("vrs.json", "@", "@");
     const std::string json = d.path + "vrs.json";
     const char* const argv[] = {"-debug", "x-rawsav-vrssavx", "-mode", "-pthread", json.c_str()};
-    m_readJsonFile(5, argv);
-    EXPECT_TRUE(DLY.rawSave && DLY.vrsSave && !DLY.post && !DLY.pthread && !DLY.debug);
-    check::expectFatal([&] { m_readJsonFile(4, argv); },
+    m_readJsonFile(d.out, 5, argv);
+    EXPECT_TRUE(d.out.rawSave && d.out.vrsSave && !d.out.post && !d.out.pthread && !d.out.debug);
+    check::expectFatal([&] { m_readJsonFile(d.out, 4, argv); },
                        "Welcome to Kestrune!\n"
                        "Example: Kestrune -mode vrs vrs.json -rawsav/vrssav(*)\nExample: where (*) "
                        "denotes optional parameter.\n");

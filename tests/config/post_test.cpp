@@ -12,6 +12,7 @@ namespace fs = std::filesystem;
 
 /// The files of the example, altered in one place; '@' stands for their directory.
 struct Post : check::Scratch {
+    mutable Deployment out;
     /// An empty `from` stands for the whole file.
     explicit Post(const std::string& file = "vrs.json", const std::string& from = "vrs",
                   const std::string& to = "vrs") {
@@ -29,18 +30,19 @@ struct Post : check::Scratch {
             content = replaced(content, "examples/canberra", (source / "canberra").string());
             write(example, replaced(content, "@", path));
         }
-        DLY.post = true;
+        out.post = true;
     }
-    Findings read() const { return readDeployment(path + "vrs.json"); }
+    Findings read() const { return readDeployment(out, path + "vrs.json"); }
     void expectFatal(const std::string& printed) const {
         const std::string json = path + "vrs.json";
         const char* const argv[] = {"Kestrune", "-mode", "vrs", json.c_str(), "-post"};
-        check::expectFatal([&] { m_readJsonFile(5, argv); }, replaced(printed, "@", path));
+        check::expectFatal([&] { m_readJsonFile(out, 5, argv); }, replaced(printed, "@", path));
     }
 };
 
-const SatelliteRecord& satellite(const std::string& name) {
-    return DLY.satellites.at(static_cast<std::size_t>(pointer_string(DLY.satelliteNames, name)));
+const SatelliteRecord& satelliteOf(const Post& p, const std::string& name) {
+    return p.out.satellites.at(
+        static_cast<std::size_t>(pointer_string(p.out.satelliteNames, name)));
 }
 
 std::string lines(int count) {
@@ -51,7 +53,11 @@ std::string lines(int count) {
 }
 
 TEST(PostMode, ResolvesSatellitesAntennasAndFiles) {
-    const Findings findings = Post().read();
+    const Post p;
+    const Findings findings = p.read();
+    const auto satellite = [&](const char* name) -> const SatelliteRecord& {
+        return satelliteOf(p, name);
+    };
     EXPECT_TRUE(findings.list().empty()) << findings.list()[0].text;
 
     // The second vehicle of that name flies on the day; its own channel comes before the file's.
@@ -66,7 +72,7 @@ TEST(PostMode, ResolvesSatellitesAntennasAndFiles) {
     EXPECT_NEAR(satellite("R24").slots.at(0).wavelengthM, 299792458.0 / 1603.125e6, 1e-12);
     EXPECT_NEAR(satellite("G10").vehicle->pco[2][2], 1.5882, 1e-9); // L5 of its second entry
 
-    const StationRecord& str2 = DLY.stations.at(0);
+    const StationRecord& str2 = p.out.stations.at(0);
     // Calibrated for G01 G02 R01 R02 alone: Galileo takes GPS, and L5 there the first carrier.
     EXPECT_NEAR(distance(str2.pco[0][0], Vector3{0.00037, 0.00104, 0.08895}), 0, 1e-12);
     EXPECT_EQ(str2.pco[2][0], str2.pco[0][0]);
@@ -78,9 +84,9 @@ TEST(PostMode, ResolvesSatellitesAntennasAndFiles) {
     EXPECT_NEAR(str2.blh[0] * 180 / kPi, -35.316, 1e-3);
     EXPECT_NEAR(str2.blh[1] * 180 / kPi, 149.010, 1e-3);
     EXPECT_NEAR(str2.fromLocal[0], -std::sin(str2.blh[1]), 1e-12);
-    EXPECT_NEAR(DLY.stations.at(1).pco[0][0][2], 0.16038, 1e-9);
-    EXPECT_EQ(DLY.stations.at(2).pco, SitePco{}); // known not to be calibrated
-    EXPECT_EQ(DLY.stationNames, (std::vector<std::string>{"STR2", "TID1", "MOBS"}));
+    EXPECT_NEAR(p.out.stations.at(1).pco[0][0][2], 0.16038, 1e-9);
+    EXPECT_EQ(p.out.stations.at(2).pco, SitePco{}); // known not to be calibrated
+    EXPECT_EQ(p.out.stationNames, (std::vector<std::string>{"STR2", "TID1", "MOBS"}));
 }
 
 TEST(PostMode, TakesTheChannelOfTheObjectFileFirst) {
@@ -94,18 +100,20 @@ TEST(PostMode, TakesTheChannelOfTheObjectFileFirst) {
     for (const auto& c : cases) {
         const Post p(c.file, c.from, c.to);
         EXPECT_FALSE(p.read().anyFatal());
-        EXPECT_EQ(satellite(c.satellite).glonassChannel, c.channel) << c.to;
+        EXPECT_EQ(satelliteOf(p, c.satellite).glonassChannel, c.channel) << c.to;
     }
 }
 
 TEST(PostMode, AsksForTheWholeSession) {
     // The session begins at 18:30 and lasts twelve hours; MJD 58311 is 12 July 2018.
-    const auto session = [](const std::string& file, const std::string& from,
-                            const std::string& to) {
+    std::string obsFile;
+    const auto session = [&](const std::string& file, const std::string& from,
+                             const std::string& to) {
         const Post p(file, from, to);
         p.write("vrs.json", replaced(readFile(p.path + "vrs.json"), "2018 7 12 0 0 0.0 86400.0",
                                      "2018 7 12 18 30 0.0 43200.0"));
         const Findings findings = p.read();
+        obsFile = p.out.stations.empty() ? "" : p.out.stations[0].obsFile;
         return findings.anyFatal() ? findings.list().back().text : "";
     };
     const std::string from =
@@ -125,17 +133,17 @@ TEST(PostMode, AsksForTheWholeSession) {
     EXPECT_EQ(session("satellites.nav", vehicle, "2018-07-12 18:29:59"), "");
     EXPECT_TRUE(contains(session("satellites.nav", vehicle, "2018-07-12 18:30:01"), "not found"));
     EXPECT_EQ(session("names.tab", ".-YY-o", ".-HH-o"), "");
-    EXPECT_EQ(fs::path(DLY.stations.at(0).obsFile).filename(), "str21930.18o"); // of 18 hours
+    EXPECT_EQ(fs::path(obsFile).filename(), "str21930.18o"); // of 18 hours
 }
 
 TEST(PostMode, NamesStationsInUpperCase) {
     Post p("session.obj", "STR2", "str2");
     p.write("site.crd", replaced(readFile(p.path + "site.crd"), "STR2", "str2"));
-    DLY.logPath = "logs";
+    p.out.logPath = "logs";
     EXPECT_FALSE(p.read().anyFatal());
-    EXPECT_EQ(DLY.stations.at(0).name, "STR2");
-    EXPECT_EQ(DLY.stations[0].logFile, "logs/str22018193.log");
-    EXPECT_NE(DLY.stations[0].xyz[0], 0.0);
+    EXPECT_EQ(p.out.stations.at(0).name, "STR2");
+    EXPECT_EQ(p.out.stations[0].logFile, "logs/str22018193.log");
+    EXPECT_NE(p.out.stations[0].xyz[0], 0.0);
 }
 
 TEST(PostMode, DropsAFixedStationWithoutCoordinates) {
@@ -146,18 +154,18 @@ TEST(PostMode, DropsAFixedStationWithoutCoordinates) {
         EXPECT_FALSE(findings.anyFatal());
         ASSERT_EQ(findings.list().size(), 2U) << nowhere; // the first is of the file
         EXPECT_EQ(findings.list()[1].text, dropped);
-        EXPECT_EQ(DLY.stationNames, (std::vector<std::string>{"TID1", "MOBS"}));
+        EXPECT_EQ(p.out.stationNames, (std::vector<std::string>{"TID1", "MOBS"}));
     }
     const Post p("site.crd", "2683011.9038", "0.0");
-    DLY = {};
+    p.out = {};
     p.write("session.obj", replaced(readFile(p.path + "session.obj"), "STR2  F", "STR2  K"));
-    DLY.post = true; // not a fixed one
+    p.out.post = true; // not a fixed one
     EXPECT_FALSE(p.read().anyFatal());
-    EXPECT_EQ(DLY.stations.at(0).name, "STR2");
-    EXPECT_EQ(DLY.stations[0].blh, Vector3{});
-    DLY = {}; // in real time it is not asked
+    EXPECT_EQ(p.out.stations.at(0).name, "STR2");
+    EXPECT_EQ(p.out.stations[0].blh, Vector3{});
+    p.out = {}; // in real time it is not asked
     EXPECT_FALSE(p.read().anyFatal());
-    EXPECT_EQ(DLY.stationNames.size(), 3U);
+    EXPECT_EQ(p.out.stationNames.size(), 3U);
 }
 
 TEST(PostMode, EndsTheProcessWithTheLineOfItsFault) {
@@ -244,13 +252,13 @@ TEST(PostMode, ReadsBaselinesWhereTheModeAsks) {
     } cases[] = {
         {0, true, false}, {2, false, true}, {3, true, true}, {4, false, false}, {4, true, true}};
     for (const auto& c : cases) {
-        DLY = {};
-        DLY.post = c.post;
-        DLY.modeNumber = c.mode;
+        p.out = {};
+        p.out.post = c.post;
+        p.out.modeNumber = c.mode;
         EXPECT_FALSE(p.read().anyFatal());
-        EXPECT_EQ(DLY.baselineNames, c.read
-                                         ? (std::vector<std::string>{"AAAA-BBBB-CCCC", "AA-BB-CC"})
-                                         : std::vector<std::string>{})
+        EXPECT_EQ(p.out.baselineNames,
+                  c.read ? (std::vector<std::string>{"AAAA-BBBB-CCCC", "AA-BB-CC"})
+                         : std::vector<std::string>{})
             << c.mode;
     }
     fs::remove(p.path + "baselines");
@@ -260,12 +268,12 @@ TEST(PostMode, ReadsBaselinesWhereTheModeAsks) {
 
 TEST(PostMode, CountsUsesOfRawProcessing) {
     const Post p;
-    DLY.processMode = "RAW";
+    p.out.processMode = "RAW";
     p.read();
-    EXPECT_EQ(DLY.useNumbers, (std::array<int, kSystemCount>{3, 2, 4, 3, 0, 0, 3, 0}));
-    DLY = {};
+    EXPECT_EQ(p.out.useNumbers, (std::array<int, kSystemCount>{3, 2, 4, 3, 0, 0, 3, 0}));
+    p.out = {};
     p.read();
-    EXPECT_EQ(DLY.useNumbers, (std::array<int, kSystemCount>{1, 1, 1, 1, 1, 1, 1, 1}));
+    EXPECT_EQ(p.out.useNumbers, (std::array<int, kSystemCount>{1, 1, 1, 1, 1, 1, 1, 1}));
 }
 
 } // namespace

@@ -340,12 +340,13 @@ TEST(CheckOfSpoiledFiles, EndsAndStaysPrintable) {
     const char* const files[] = {"vrs.json",    "tables.json",  "session.obj",    "site.crd",
                                  "leapsec.tab", "antennas.nam", "satellites.nav", "names.tab"};
     int refused = 0;
+    Deployment deployment;
     for (int i = 0; i < 600; ++i) {
         const std::string file = files[static_cast<std::size_t>(i) % std::size(files)];
         const std::string good = readFile(file);
         scratch.write(file, spoiled(good, random));
         const std::vector<std::string> switches{i % 3 ? "-post" : "-rawsav"};
-        const CheckResult result = checkDeployment("vrs.json", switches);
+        const CheckResult result = checkDeployment(deployment, "vrs.json", switches);
         std::ostringstream out;
         printCheck(result, out);
         const std::string printed = out.str();

@@ -132,6 +132,7 @@ TEST_F(Intake, KeepsTheSystemsOfAnEpochTogetherAfterTheNextLeapSecond) {
     const std::string path = leapSecondFile() + "_next";
     std::ofstream(path) << "+leap sec\n 57754 37\n 58119 38\n 62502 38\n-leap sec\n";
     DLY.tables.leapsc = path;
+    StreamObs_m_initial();
     ref::Msm glonass;
     glonass.system = 'R';
     glonass.epochField = 9431000U; // ms of the Moscow day; a second less than in `epoch`
@@ -265,6 +266,7 @@ TEST_F(Intake, StoresGlonassEphemeridesInKilometres) {
     read({epoch(1084, {{"1C", 21e6}}, false, 7)});
     EXPECT_NEAR(row("R07").phase[0], 21e6 / 299792458.0 * (1602e6 + 5 * 562500.0), 0.01);
     EXPECT_EQ(DLY.stationEpochs[0].glonassChannels[6], 13);
-    EXPECT_NEAR(freqbytp(static_cast<std::size_t>(pointer_string(DLY.satelliteNames, "R07")), "L2"),
+    EXPECT_NEAR(freqbytp(DLY.satellites[static_cast<std::size_t>(DLY.satelliteNamed("R07"))], "L2",
+                         DLY.streamedChannels()),
                 1246e6 + 5 * 437500.0, 1e-3);
 }

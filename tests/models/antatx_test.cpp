@@ -49,18 +49,20 @@ struct Lookup {
     Findings findings;
     bool found = false;
 
-    explicit Lookup(const std::string& kind, const std::string& type = kType, double from = 58311.0,
-                    double to = 58312.0, const FrequencyTable& names = kNames) {
+    explicit Lookup(const std::string& path, const std::string& kind,
+                    const std::string& type = kType, double from = 58311.0, double to = 58312.0,
+                    const FrequencyTable& names = kNames) {
         const std::string serial = kind == "SITE" ? "" : kind;
-        found =
-            Antatx_m_getAnt(record, kind, names, type, serial, satellite, site, from, to, findings);
+        found = Antatx_m_getAnt(record, kind, names, type, serial, satellite, site, from, to, path,
+                                findings);
     }
     std::string said() const { return findings.list().empty() ? "" : findings.list().back().text; }
 };
 
 struct Antex : testing::Test {
     check::Scratch folder;
-    void file(const std::string& content) { DLY.tables.antpcv = folder.write("a.atx", content); }
+    std::string path;
+    void file(const std::string& content) { path = folder.write("a.atx", content); }
 };
 
 TEST_F(Antex, ChoosesTheCalibrationThatIsValidOverTheSession) {
@@ -78,7 +80,7 @@ TEST_F(Antex, ChoosesTheCalibrationThatIsValidOverTheSession) {
                  {57022.0, 57024.0, 0.0},       {57023.53126, 60000.0, 0.006},
                  {57023.53124, 60000.0, 0.0}};
     for (const auto& c : cases) {
-        const Lookup l("G01", "BLOCK IIF   ", c.from, c.to);
+        const Lookup l(path, "G01", "BLOCK IIF   ", c.from, c.to);
         EXPECT_EQ(l.found, c.upM > 0.0) << c.from;
         EXPECT_NEAR(l.satellite[0][2], c.upM, 1e-12) << c.from;
         EXPECT_EQ(l.satellite[0], l.satellite[1]) << "a carrier without a code is as the first";
@@ -88,7 +90,7 @@ TEST_F(Antex, ChoosesTheCalibrationThatIsValidOverTheSession) {
 
 TEST_F(Antex, FallsBackToGpsForAReceiver) {
     file(kHeader + entry(kType, carrier("G01", 1) + carrier("G02", 2) + carrier("R01", 3), 3));
-    const Lookup l("SITE");
+    const Lookup l(path, "SITE");
     EXPECT_TRUE(l.found && l.record.frequencies == 3);
     const int expected[][3] = {{1, 2, 0}, {3, 2, 0}, {1, 2, 1}, {1, 0, 0}};
     for (std::size_t s = 0; s < std::size(expected); ++s)
@@ -115,7 +117,7 @@ TEST_F(Antex, ReadsTheRowsOfEveryAzimuth) {
     file(kHeader +
          entry(kType, carriers + line("", "END OF FREQUENCY"), 1,
                line("     5.0", "DAZI") + line("     0.0  90.0   5.0", "ZEN1 / ZEN2 / DZEN")));
-    const Lookup l("SITE");
+    const Lookup l(path, "SITE");
     ASSERT_EQ(l.record.centres[0].size(), 2U) << l.said();
     const PhaseCentre& centre = l.record.centres[0][1];
     ASSERT_TRUE(centre.rows == 74 && centre.columns == 19 && centre.pcv.size() == 1406);
@@ -136,7 +138,7 @@ TEST_F(Antex, KnowsTheCarriersOfEachSystem) {
         "J05JL5 J06JL6 E07 E08 S01 G06");
     for (std::string word; carriers >> word;) {
         file(kHeader + entry(kType, carrier(word.substr(0, 3), 1), 1));
-        const Lookup l("SITE", kType, 58311.0, 58312.0, names);
+        const Lookup l(path, "SITE", kType, 58311.0, 58312.0, names);
         std::string got = word.substr(0, 3);
         for (std::size_t s = 0; s < kAntennaSystems; ++s)
             for (std::size_t f = 0; f < l.record.centres[s].size(); ++f)
@@ -147,10 +149,10 @@ TEST_F(Antex, KnowsTheCarriersOfEachSystem) {
 }
 
 TEST_F(Antex, OpensNoFileForAnAntennaWithoutCalibration) {
-    DLY.tables.antpcv = "nowhere";
-    const Lookup none("SITE", "ANTNONE         NONE");
+    path = "nowhere";
+    const Lookup none(path, "SITE", "ANTNONE         NONE");
     EXPECT_TRUE(none.found && none.findings.list().empty() && none.site == SitePco{});
-    const Lookup other("SITE");
+    const Lookup other(path, "SITE");
     EXPECT_TRUE(!other.found && other.findings.anyFatal());
     EXPECT_EQ(other.said(), "file = nowhere,can't access satnav file");
 }
@@ -196,29 +198,29 @@ TEST_F(Antex, SaysWhatIsWrong) {
         {with("# OF FREQUENCIES", "99999999999"), "# OF FREQUENCIES is malformed", 8}};
     for (const auto& c : cases) {
         file(c.content);
-        const Lookup l("SITE");
+        const Lookup l(path, "SITE");
         EXPECT_FALSE(l.found) << c.said;
         ASSERT_EQ(l.findings.list().size(), 1U) << c.said;
         EXPECT_TRUE(contains(l.said(), c.said)) << l.said();
         EXPECT_EQ(l.findings.list()[0].line, c.line) << l.said();
     }
     file(one);
-    const std::string path = ",atxfile = " + DLY.tables.antpcv;
-    const std::string unknown = path + ",no definition for antenna in atxfile";
-    EXPECT_EQ(Lookup("G01", kType).said(), "antnam = " + kType + ",antnum = G01" + unknown);
+    const std::string inFile = ",atxfile = " + path;
+    const std::string unknown = inFile + ",no definition for antenna in atxfile";
+    EXPECT_EQ(Lookup(path, "G01", kType).said(), "antnam = " + kType + ",antnum = G01" + unknown);
     for (const char* const type : {"", "  "}) // not what every antenna contains
-        EXPECT_EQ(Lookup("SITE", type).said(), "antnam = ,antnum = " + unknown);
+        EXPECT_EQ(Lookup(path, "SITE", type).said(), "antnam = ,antnum = " + unknown);
     // An entry that cannot be read does not stand in front of one that can; one without
     // frequencies has no offsets.
     file(with("VALID UNTIL", "  2018     1     1") + entry(kType, carrier("G01", 7), 1));
-    EXPECT_NEAR(Lookup("SITE").site[0][0][0], 0.014, 1e-12);
+    EXPECT_NEAR(Lookup(path, "SITE").site[0][0][0], 0.014, 1e-12);
     file(with("ZEN1 / ZEN2 / DZEN", "5 15 5")); // three columns
-    EXPECT_TRUE(Lookup("SITE").found);
+    EXPECT_TRUE(Lookup(path, "SITE").found);
     file(kHeader + entry(kType, g1, 0));
-    EXPECT_TRUE(Lookup("SITE").found && Lookup("SITE").site == SitePco{});
+    EXPECT_TRUE(Lookup(path, "SITE").found && Lookup(path, "SITE").site == SitePco{});
     file(changed(one, "A", "R"));
-    EXPECT_EQ(Lookup("SITE").said(),
-              "type = R" + path + ",should refer absolute antenna mode in atxfile");
+    EXPECT_EQ(Lookup(path, "SITE").said(),
+              "type = R" + inFile + ",should refer absolute antenna mode in atxfile");
 }
 
 TEST_F(Antex, ReadsLongLinesAndCarriageReturns) {
@@ -227,7 +229,7 @@ TEST_F(Antex, ReadsLongLinesAndCarriageReturns) {
     for (std::size_t at = 0; (at = crlf.find('\n', at)) != std::string::npos; at += 2)
         crlf.insert(at, "\r");
     file(crlf);
-    const Lookup l("SITE");
+    const Lookup l(path, "SITE");
     EXPECT_TRUE(l.found && l.findings.list().empty()) << l.said();
     EXPECT_NEAR(l.site[0][0][2], 0.003, 1e-12);
 }
@@ -237,7 +239,7 @@ TEST_F(Antex, SurvivesEveryTruncationAndRandomBytes) {
     const std::size_t complete = whole.rfind("   G02"); // its "END OF FREQUENCY"
     for (std::size_t n = 0; n < whole.size(); n += n % 7 + 1) {
         file(whole.substr(0, n));
-        EXPECT_EQ(Lookup("SITE").found, n >= complete + 60 + 16) << n;
+        EXPECT_EQ(Lookup(path, "SITE").found, n >= complete + 60 + 16) << n;
     }
     std::mt19937 random(4);
     for (int i = 0; i < 1000; ++i) {
@@ -245,7 +247,7 @@ TEST_F(Antex, SurvivesEveryTruncationAndRandomBytes) {
         for (std::size_t k = 0; k < 1 + random() % 6; ++k)
             spoilt[random() % spoilt.size()] = "09-. \n\x80\0GAEN"[random() % 12];
         file(spoilt);
-        const Lookup l("SITE");
+        const Lookup l(path, "SITE");
         for (const PhaseCentre& c : l.record.centres[0])
             EXPECT_EQ(c.pcv.size(), c.rows * c.columns);
     }
@@ -253,10 +255,11 @@ TEST_F(Antex, SurvivesEveryTruncationAndRandomBytes) {
 
 struct SvNav : testing::Test {
     check::Scratch folder;
+    std::string satnav;
     const std::string headings = "-\n-\n-\n-\n-\n";
     void file(const std::string& part1, const std::string& part2) {
-        DLY.tables.satnav = folder.write("s.nav", "R05 is no line\n+PART 1\n" + headings + part1 +
-                                                      "+PART 2\n" + headings + part2);
+        satnav = folder.write("s.nav", "R05 is no line\n+PART 1\n" + headings + part1 +
+                                           "+PART 2\n" + headings + part2);
     }
 };
 
@@ -281,22 +284,23 @@ TEST_F(SvNav, TakesTheLineOfTheEpoch) {
     for (const auto& c : cases) {
         SatelliteInfo info;
         Findings findings;
-        EXPECT_TRUE(Antatx_s_rdSvnav("R05", c.mjd, info, findings) && findings.list().empty());
+        EXPECT_TRUE(Antatx_s_rdSvnav("R05", c.mjd, info, satnav, findings) &&
+                    findings.list().empty());
         EXPECT_EQ(info.block, c.block);
         EXPECT_EQ(info.designator, c.designator);
         EXPECT_TRUE(info.channel == c.channel && info.massKg == c.massKg) << c.mjd;
         EXPECT_EQ(info.offsetM[1], c.y);
     }
-    const std::string path = "file = " + DLY.tables.satnav;
+    const std::string path = "file = " + satnav;
     SatelliteInfo info;
     Findings findings;
     for (const double mjd : {51943.0, 55179.5, 55179.51, 55179.52125}) {
-        EXPECT_FALSE(Antatx_s_rdSvnav("R05", mjd, info, findings));
+        EXPECT_FALSE(Antatx_s_rdSvnav("R05", mjd, info, satnav, findings));
         EXPECT_EQ(findings.list().back().text,
                   "cprn = R05," + path + ",satellite not found in svnav file");
     }
-    std::filesystem::remove(DLY.tables.satnav);
-    EXPECT_FALSE(Antatx_s_rdSvnav("R05", 55170.0, info, findings));
+    std::filesystem::remove(satnav);
+    EXPECT_FALSE(Antatx_s_rdSvnav("R05", 55170.0, info, satnav, findings));
     EXPECT_TRUE(findings.anyFatal());
     EXPECT_EQ(findings.list().back().text, path + ",can't access satnav file");
 }
@@ -312,7 +316,7 @@ TEST_F(SvNav, NamesTheMalformedLine) {
         file(bad.replace(bad.find(from), std::strlen(from), to) + good, "");
         SatelliteInfo info;
         Findings findings;
-        EXPECT_TRUE(Antatx_s_rdSvnav("G01", 58311.0, info, findings)) << to;
+        EXPECT_TRUE(Antatx_s_rdSvnav("G01", 58311.0, info, satnav, findings)) << to;
         ASSERT_EQ(findings.list().size(), 1U) << to;
         EXPECT_TRUE(contains(findings.list()[0].text, "line = 8,value = G01")) << to;
     }
@@ -320,7 +324,8 @@ TEST_F(SvNav, NamesTheMalformedLine) {
     file(unlaunched.replace(unlaunched.find("036A"), 4, "036 "), "");
     SatelliteInfo info;
     Findings findings;
-    EXPECT_TRUE(Antatx_s_rdSvnav("G01", 58311.0, info, findings) && findings.list().empty());
+    EXPECT_TRUE(Antatx_s_rdSvnav("G01", 58311.0, info, satnav, findings) &&
+                findings.list().empty());
     EXPECT_TRUE(info.massKg == 1633.0 && info.designator.empty());
 }
 
@@ -328,13 +333,12 @@ TEST(AntennaName, IsTheMainNameInFrontOfTheMatch) {
     const check::Scratch folder;
     Findings findings;
     std::string name = "kept";
-    DLY.tables.antnam = folder.path + "none";
-    EXPECT_FALSE(Antatx_s_antnam("STR2", "ANT", name, findings));
-    EXPECT_EQ(findings.list().back().text,
-              "file = " + DLY.tables.antnam + ",can't access satnav file");
+    std::string antnam = folder.path + "none";
+    EXPECT_FALSE(Antatx_s_antnam("STR2", "ANT", name, antnam, findings));
+    EXPECT_EQ(findings.list().back().text, "file = " + antnam + ",can't access satnav file");
     EXPECT_TRUE(findings.anyFatal());
-    DLY.tables.antnam = folder.write("names", "*    FIRST ALIAS\r\nMAIN TYPE 1\r\nALIASFIRST\r\n"
-                                              "     FIRST\r\nMAIN TYPE 2\r\n\r\nX\r\n     SECOND");
+    antnam = folder.write("names", "*    FIRST ALIAS\r\nMAIN TYPE 1\r\nALIASFIRST\r\n"
+                                   "     FIRST\r\nMAIN TYPE 2\r\n\r\nX\r\n     SECOND");
     const struct {
         const char *wanted, *name;
     } cases[] = {{"FIRST", "TYPE 1"},
@@ -344,7 +348,7 @@ TEST(AntennaName, IsTheMainNameInFrontOfTheMatch) {
                  {"MAIN", ""}};
     for (const auto& c : cases) {
         name.clear();
-        EXPECT_EQ(Antatx_s_antnam("STR2", c.wanted, name, findings), c.name[0] != '\0');
+        EXPECT_EQ(Antatx_s_antnam("STR2", c.wanted, name, antnam, findings), c.name[0] != '\0');
         EXPECT_EQ(name, c.name) << c.wanted;
     }
     EXPECT_EQ(findings.list().back().text, "anttyp = MAIN,sitname = STR2,antenna unknown");
@@ -364,26 +368,24 @@ TEST(FormatWidths, AreAskedForOfEveryConversion) {
 }
 
 TEST(ExampleOfPostMode, HasWhatItsDayAsksFor) {
-    DLY = {};
     const std::string folder = std::string(kSourceFolder) + "/examples/post/";
-    DLY.tables.antpcv = folder + "antennas.atx";
-    DLY.tables.antnam = folder + "antennas.nam";
-    DLY.tables.satnav = folder + "satellites.nav";
+    const std::string antennas = folder + "antennas.atx", antnam = folder + "antennas.nam",
+                      satnav = folder + "satellites.nav";
     for (const std::string name : {"G01", "G10", "G32", "R01", "R05", "R24", "E01", "E11", "C01",
                                    "C06", "C11", "C20", "J01"}) {
         SatelliteInfo info;
         Findings findings;
-        EXPECT_TRUE(Antatx_s_rdSvnav(name, 58311.0, info, findings)) << name;
+        EXPECT_TRUE(Antatx_s_rdSvnav(name, 58311.0, info, satnav, findings)) << name;
         EXPECT_EQ(info.channel, name == "R24" ? 2 : name[0] == 'R' ? 1 : 0);
-        const Lookup l(name, info.block);
+        const Lookup l(antennas, name, info.block);
         EXPECT_TRUE(l.found && l.satellite[0][2] > 0.7) << name << l.said();
         EXPECT_NEAR(l.satellite[0][2], info.offsetM[2], 2.0) << name;
     }
     for (const std::string antenna : {"TRM59800.00", "LEIAR25.R4"}) {
         std::string type;
         Findings findings;
-        EXPECT_TRUE(Antatx_s_antnam("STR2", antenna, type, findings));
-        const Lookup l("SITE", type);
+        EXPECT_TRUE(Antatx_s_antnam("STR2", antenna, type, antnam, findings));
+        const Lookup l(antennas, "SITE", type);
         EXPECT_TRUE(l.found) << l.said();
         EXPECT_EQ(l.record.centres[2].empty(), antenna[0] == 'T');
         EXPECT_EQ(l.record.centres[0][0].rows, antenna[0] == 'T' ? 74U : 1U);

@@ -109,9 +109,9 @@ Nine predict(double lat, double lon, double heightM, const std::array<double, 4>
 
 TEST(Gpt2w, IsLoadedAndInterpolatedBetweenFourCells) {
     const check::Scratch scratch;
-    DLY.tables.gptgrd_w = scratch.write("grid", worldFile(64800));
+    const std::string path = scratch.write("grid", worldFile(64800));
     Gpt2Grid grid;
-    Tropo_vmf1(grid);
+    Tropo_vmf1(grid, path);
     const double half = std::sqrt(0.5), year = 365.25, j2000 = 51544.5;
     const struct {
         double mjd;
@@ -152,12 +152,12 @@ TEST(Gpt2w, IsLoadedAndInterpolatedBetweenFourCells) {
         EXPECT_FALSE(value.has_value());
     EXPECT_FALSE(Tropo_vmf1_gpt2_1w({}, 56141, sites, Seasons::followed)[0].has_value());
     EXPECT_FALSE(Tropo_vmf1_gpt2_1w(grid, nan, sites, Seasons::followed)[0].has_value());
-    std::ofstream(DLY.tables.gptgrd_w, std::ios::app) << " \r\n";
-    Tropo_vmf1(grid);
-    std::ofstream(DLY.tables.gptgrd_w, std::ios::app) << "0\n";
-    check::expectFatal([&] { Tropo_vmf1(grid); }, "file = " + DLY.tables.gptgrd_w +
-                                                      ",line = 64803,a line beyond the 64800 "
-                                                      "cells\n");
+    std::ofstream(path, std::ios::app) << " \r\n";
+    Tropo_vmf1(grid, path);
+    std::ofstream(path, std::ios::app) << "0\n";
+    check::expectFatal([&] { Tropo_vmf1(grid, path); }, "file = " + path +
+                                                            ",line = 64803,a line beyond the 64800 "
+                                                            "cells\n");
 }
 
 TEST(Gpt2w, IsRefusedWithTheLineThatIsWrong) {
@@ -182,12 +182,11 @@ TEST(Gpt2w, IsRefusedWithTheLineThatIsWrong) {
         {good + third + std::string(1024, ' '), "line = 4,the line is longer than 1024 bytes"}};
     Gpt2Grid grid;
     for (const auto& c : cases) {
-        DLY.tables.gptgrd_w = scratch.write("grid", c.content);
-        check::expectFatal([&] { Tropo_vmf1(grid); },
-                           "file = " + DLY.tables.gptgrd_w + "," + c.complaint + "\n");
+        const std::string path = scratch.write("grid", c.content);
+        check::expectFatal([&] { Tropo_vmf1(grid, path); },
+                           "file = " + path + "," + c.complaint + "\n");
     }
-    DLY.tables.gptgrd_w = scratch.path + "none";
-    check::expectFatal([&] { Tropo_vmf1(grid); },
+    check::expectFatal([&] { Tropo_vmf1(grid, scratch.path + "none"); },
                        "file = " + scratch.path + "none,can't open file to read!\n");
 }
 

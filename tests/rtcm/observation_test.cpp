@@ -397,7 +397,7 @@ TEST(GlonassChannel, ComesFromConfigurationThenEphemerisThenStream) {
     feed(*state, frame(ref::writeGlonass(g)));
     state->nav.glo_fcn[4] = 0;
     EXPECT_NEAR(phase(*state), 1602e6 - 3 * 562500.0, 0.5);
-    DLY.satellites[0].glonassChannel = 6;
+    state->nav.configuredChannels[4] = 8 + 6;
     EXPECT_NEAR(phase(*state), 1602e6 + 6 * 562500.0, 0.5);
 }
 
