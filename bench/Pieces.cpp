@@ -130,10 +130,10 @@ Work keplerOrbit() {
     record.M0 = 1.2;
     record.crs = record.crc = 200;
     record.cus = record.cuc = record.cis = record.cic = 1e-6;
-    return {0, [record] {
+    return {0, [record, session = std::make_shared<Session>()] {
                 OrbitState state{};
                 double clock = 0;
-                require(BrdUtils_m_geph2xyz(record, "yyy", kStart.week, state, clock,
+                require(BrdUtils_m_geph2xyz(*session, record, "yyy", kStart.week, state, clock,
                                             kStart.sow + 600) == 1,
                         "no position");
             }};

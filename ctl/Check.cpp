@@ -2,7 +2,6 @@
 
 #include "common/Clock.h"
 #include "common/ComText.h"
-#include "common/DeployConfig.h"
 #include "config/Deploy.h"
 #include "config/Switches.h"
 #include "ctl/Advice.h"
@@ -248,14 +247,14 @@ std::string feed(Trial& trial, dump::ByteSource& source, int seconds) {
 }
 
 /// What the service would do with the stream; the exit status.
-int tryStream(const Arguments& arguments, const Deployment& deployment, cJSON* json) {
+int tryStream(const Arguments& arguments, Deployment deployment, cJSON* json) {
     dump::ByteSource source(arguments.stream);
     if (!json)
         std::cout << "    reads " << printable(arguments.stream) << ", up to " << arguments.seconds
                   << " s" << std::endl;
     if (deployment.clock)
         startReplayClock(*deployment.clock);
-    Trial trial(arguments.seconds);
+    Trial trial(std::move(deployment), arguments.seconds);
     const TrialSource origin{arguments.stream, feed(trial, source, arguments.seconds)};
     if (json)
         cJSON_AddItemToObject(json, "stream", jsonOfTrial(origin, trial.result()));
@@ -283,7 +282,7 @@ void resolveUnit(Arguments& arguments, std::vector<std::string>& switches) {
 
 int runCheck(Arguments arguments, std::vector<std::string> switches) {
     resolveUnit(arguments, switches);
-    Deployment& deployment = DLY;
+    Deployment deployment;
     for (const std::string& argument : switches)
         if (!Deploy_m_readSwitch(deployment, argument)) {
             const std::string_view near = nearestSwitch(argument);
@@ -300,7 +299,7 @@ int runCheck(Arguments arguments, std::vector<std::string> switches) {
         printCheck(result, std::cout);
     int status = result.count(Severity::fatal) > 0 ? 1 : 0;
     if (status == 0 && !arguments.stream.empty())
-        status = tryStream(arguments, deployment, json.get());
+        status = tryStream(arguments, std::move(deployment), json.get());
     if (json) {
         const std::unique_ptr<char, decltype(&cJSON_free)> printed(
             cJSON_PrintUnformatted(json.get()), cJSON_free);

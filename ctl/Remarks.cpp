@@ -4,8 +4,8 @@
 
 #include "common/ComText.h"
 #include "common/ComTime.h"
-#include "common/DeployConfig.h"
 #include "common/LineReader.h"
+#include "common/Session.h"
 #include "config/JsonDocument.h"
 
 #include <cjson/cJSON.h>

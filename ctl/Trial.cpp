@@ -1,16 +1,11 @@
 #include "ctl/Trial.h"
 
-#include "app/Controller.h"
 #include "common/Clock.h"
 #include "common/ComText.h"
-#include "common/DeployConfig.h"
 #include "common/bits.h"
-#include "intake/StreamObs.h"
 #include "rtcm/Legacy.h"
 #include "rtcm/Msm.h"
 #include "rtcm/StationMessages.h"
-#include "vrs/VrsMain.h"
-#include "vrs/VrsObsPack.h"
 
 #include <algorithm>
 #include <cmath>
@@ -28,8 +23,6 @@ constexpr std::size_t kMostPlaces = 4;
 constexpr std::size_t kBeginning = 60; // bytes
 constexpr double kSameTimeS = 0.0005;
 constexpr std::string_view kMsmLetters = "GRESJCI"; // by the tens of the message number
-
-Trial* running = nullptr; // the callback of the service knows no object
 
 char systemOf(int type) {
     if (isMsm4To7(type))
@@ -68,24 +61,22 @@ std::uint32_t rawEpoch(std::span<const std::uint8_t> frame, int type) {
     return head.epochMs;
 }
 
-GTime timeOfEpoch() {
+GTime timeOf(const CurrentEpoch& epoch) {
     constexpr int unixMjd = 40587;
-    return timeadd({std::int64_t{86400} * (DLY.currentMjd - unixMjd), 0.0}, DLY.currentSod);
+    return timeadd({std::int64_t{86400} * (epoch.currentMjd - unixMjd), 0.0}, epoch.currentSod);
 }
 
 } // namespace
 
-Trial::Trial(double seconds) : limitS_(seconds), replyBuffer_(2 * kReplyBytes) {
-    DLY.rawSave = DLY.vrsSave = false; // nothing is written
-    prepareSession();
-    StreamObs_m_restart();
-    running = this;
-    onrtcm = message;
-}
-
-Trial::~Trial() {
-    onrtcm = nullptr;
-    running = nullptr;
+Trial::Trial(Deployment deployment, double seconds)
+    : limitS_(seconds), replyBuffer_(2 * kReplyBytes) {
+    static_cast<Deployment&>(service_->record) = std::move(deployment);
+    service_->record.rawSave = service_->record.vrsSave = false; // nothing is written
+    service_->prepareSession();
+    service_->intake.onrtcm = [this](std::uint32_t status, const std::uint8_t*, std::int32_t) {
+        message(status);
+    };
+    result_.deployment = &service_->record;
 }
 
 void Trial::take(std::span<const std::uint8_t> bytes) {
@@ -111,17 +102,18 @@ void Trial::run() {
             break;
         result_.bytes += found->bytes.size();
         see(*found);
-        StreamReader(0, found->bytes.data(), static_cast<int>(found->bytes.size()));
+        StreamReader(service_->intake, 0, found->bytes.data(),
+                     static_cast<int>(found->bytes.size()));
     }
     printTarget = nullptr;
 }
 
-void Trial::message(std::uint32_t status, const std::uint8_t*, std::int32_t) {
+void Trial::message(std::uint32_t status) {
     if (status == kEpoch) {
-        running->epoch();
-    } else if (running->openSecond_) { // the decoder starts afresh behind it
-        ++running->result_.interrupted;
-        running->openSecond_.reset();
+        epoch();
+    } else if (openSecond_) { // the decoder starts afresh behind it
+        ++result_.interrupted;
+        openSecond_.reset();
     }
 }
 
@@ -183,7 +175,7 @@ void Trial::seeTime(std::span<const std::uint8_t> frame, int type) {
 
 /// The service has stored an epoch and asks for its reply.
 void Trial::epoch() {
-    const GTime time = timeOfEpoch();
+    const GTime time = timeOf(service_->record);
     if (result_.epochs > 0 && timediff(time, result_.first) > limitS_) {
         enough_ = true;
         result_ = upToEpoch_; // without the messages of this one
@@ -197,20 +189,20 @@ void Trial::epoch() {
     }
     result_.last = time;
     keep();
-    const int size = VrsMain(0, replyBuffer_);
+    const int size = service_->answer(0, replyBuffer_);
     open(std::span(replyBuffer_).first(static_cast<std::size_t>(std::max(size, 0))));
     upToEpoch_ = result_;
 }
 
 /// Counts the cells of the stored epoch.
 void Trial::keep() {
-    const EpochObs& obs = DLY.stationEpochs[0].obs;
+    const EpochObs& obs = service_->record.stationEpochs[0].obs;
     for (const std::size_t satellite : obs.written())
         for (std::size_t k = 0; k < kMaxSlots; ++k) {
             const SatelliteObs& row = obs[satellite];
             const std::string code(code2obs(row.phaseType[k]));
             if (!code.empty() && row.phase[k] != 0.0 && row.range[k] != 0.0)
-                ++result_.signals[{DLY.satelliteNames[satellite].front(), code}].kept;
+                ++result_.signals[{service_->record.satelliteNames[satellite].front(), code}].kept;
         }
 }
 
@@ -255,9 +247,10 @@ void Trial::take(Level level, std::string_view text) {
 
 void Trial::take(const Lasting& what, std::string_view) {
     const bool none = what.cause == Cause::noEphemeris;
-    if ((!none && what.cause != Cause::oldEphemeris) || what.subject >= DLY.satelliteNames.size())
+    if ((!none && what.cause != Cause::oldEphemeris) ||
+        what.subject >= service_->record.satelliteNames.size())
         return;
-    SatelliteCount& count = result_.satellites[DLY.satelliteNames[what.subject]];
+    SatelliteCount& count = result_.satellites[service_->record.satelliteNames[what.subject]];
     ++(none ? count.noEphemeris : count.oldEphemeris);
 }
 

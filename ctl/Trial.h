@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/Service.h"
 #include "common/ComCoord.h"
 #include "common/GTime.h"
 #include "common/Print.h"
@@ -10,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <span>
@@ -18,7 +20,7 @@
 #include <vector>
 
 /// Trial: the service's own road (decoder, ephemeris store, virtual station, reply) run in this
-/// process on a piece of a stream. The configuration stands in DLY. What the stream carries is
+/// process on a piece of a stream. What the stream carries is
 /// counted from its frames, what the service makes of it from its stored epochs and its replies.
 
 namespace ctl::check {
@@ -55,6 +57,7 @@ struct TimesApart {
 };
 
 struct TrialResult {
+    const Deployment* deployment = nullptr; // of the trial
     std::uint64_t bytes = 0;
     std::uint64_t messages = 0;  // with a right check word
     std::uint64_t badFrames = 0; // behind the first good one
@@ -83,9 +86,8 @@ struct TrialResult {
 
 class Trial final : private PrintTarget {
 public:
-    /// Prepares the session in DLY; stops after so many seconds of the stream.
-    explicit Trial(double seconds);
-    ~Trial();
+    /// A service of its own; stops after so many seconds of the stream.
+    Trial(Deployment deployment, double seconds);
     Trial(const Trial&) = delete;
     Trial& operator=(const Trial&) = delete;
 
@@ -96,7 +98,7 @@ public:
     const TrialResult& result() const { return result_; }
 
 private:
-    static void message(std::uint32_t status, const std::uint8_t* frame, std::int32_t length);
+    void message(std::uint32_t status);
     void run();
     void see(const dump::Found& found);
     void seeObservations(const dump::Found& found, const dump::Description& d);
@@ -112,6 +114,7 @@ private:
     void flush() override {}
     void lastLine() override;
 
+    const std::unique_ptr<Service> service_ = std::make_unique<Service>();
     const double limitS_;
     bool enough_ = false;
     dump::FrameScanner scanner_{dump::FrameScanner::Replies::kIgnore};

@@ -1,7 +1,6 @@
 #include "ctl/TrialReport.h"
 
 #include "common/ComText.h"
-#include "common/DeployConfig.h"
 #include "common/Findings.h"
 #include "ctl/Counted.h"
 #include "ctl/Examine.h"
@@ -38,17 +37,17 @@ const char* nameOf(char system) {
     return "?";
 }
 
-bool configured(char system) {
-    return std::any_of(DLY.satelliteNames.begin(), DLY.satelliteNames.end(),
+bool configured(const Session& session, char system) {
+    return std::any_of(session.satelliteNames.begin(), session.satelliteNames.end(),
                        [&](const std::string& name) { return name.front() == system; });
 }
 
 /// Whether a carrier of the band is configured.
-bool carrierOf(const SignalKey& key) {
+bool carrierConfigured(const Session& session, const SignalKey& key) {
     const std::size_t system = kSystems.find(key.first);
     if (system == std::string_view::npos)
         return false;
-    const auto& names = DLY.stationFrequencies[system];
+    const auto& names = session.stationFrequencies[system];
     return std::any_of(names.begin(), names.end(), [&](const std::string& slot) {
         return slot.size() > 1 && slot[1] == key.second.front();
     });
@@ -81,14 +80,13 @@ std::string durationText(double seconds) {
 template <class Is> std::string satellitesThat(const TrialResult& result, const Is& is) {
     std::string out;
     for (const auto& [name, count] : result.satellites)
-        if (pointer_string(DLY.satelliteNames, name) >= 0 && count.received > 0 &&
+        if (pointer_string(result.deployment->satelliteNames, name) >= 0 && count.received > 0 &&
             count.replied == 0 && is(count))
             out += " " + name;
     return out;
 }
 
-std::string placeRemark(const StatedPlace& stated) {
-    const Vector3& here = DLY.stations[0].xyz;
+std::string placeRemark(const StatedPlace& stated, const Vector3& here) {
     const double apartM = distance(stated.xyz, here);
     if (apartM <= kSamePlaceM)
         return {};
@@ -111,9 +109,9 @@ std::string whyLost(const SignalKey& key, const TrialResult& result) {
     const std::string rival = rivalOf(key, result);
     if (!repliesCarry(system, code))
         return "no reply carries it";
-    if (!configured(system))
+    if (!configured(*result.deployment, system))
         return "no satellite of the system is configured";
-    if (!carrierOf(key))
+    if (!carrierConfigured(*result.deployment, key))
         return "its carrier is not in common/freqused";
     if (count.kept == 0 && !rival.empty())
         return rival + " takes its carrier";
@@ -138,14 +136,14 @@ std::vector<std::string> remarksOn(const TrialResult& r) {
     if (r.messages == 0)
         return out;
     for (const StatedPlace& place : r.places)
-        if (std::string remark = placeRemark(place); !remark.empty())
+        if (std::string remark = placeRemark(place, r.deployment->stations[0].xyz); !remark.empty())
             out.push_back(std::move(remark));
     if (r.epochs > 0 && std::fabs(r.clockAheadS) > kClockApartS)
         out.push_back(text("the first epoch is of %s (GPS time), the clock stands %s %s: %s",
                            dateTimeText(r.first).c_str(), durationText(r.clockAheadS).c_str(),
                            r.clockAheadS > 0.0 ? "later" : "earlier",
-                           DLY.clock ? "put the start of the recording into common/clock"
-                                     : "set the clock; a recording needs common/clock"));
+                           r.deployment->clock ? "put the start of the recording into common/clock"
+                                               : "set the clock; a recording needs common/clock"));
     if (r.apart.epochs > 0)
         out.push_back(text("within %s the times of messages differ: %d is %.3f s %s %d; what came "
                            "before is lost",
@@ -232,7 +230,7 @@ void printTrial(const TrialSource& source, const TrialResult& r, std::ostream& o
     for (const StatedPlace& place : r.places)
         out << text("    station %d at %s (%d), %.2f m from the configured place\n", place.station,
                     usable(place.xyz) ? longText(placeOf(place.xyz)).c_str() : "no place",
-                    place.type, distance(place.xyz, DLY.stations[0].xyz));
+                    place.type, distance(place.xyz, r.deployment->stations[0].xyz));
     if (!r.signals.empty())
         out << "    system   signal   received  in replies\n";
     for (const auto& [key, count] : r.signals)
@@ -310,7 +308,7 @@ cJSON* jsonOfTrial(const TrialSource& source, const TrialResult& r) {
         number(row, "type", place.type);
         number(row, "station", place.station);
         cJSON_AddItemToObject(row, "xyz", cJSON_CreateDoubleArray(place.xyz.data(), 3));
-        number(row, "distance_m", distance(place.xyz, DLY.stations[0].xyz));
+        number(row, "distance_m", distance(place.xyz, r.deployment->stations[0].xyz));
     }
     words("warnings", remarksOn(r));
     words("said", r.said);

@@ -1,14 +1,11 @@
 #include "fuzz/support.h"
 
+#include "app/Service.h"
 #include "common/Clock.h"
 #include "common/ComTime.h"
-#include "common/DeployConfig.h"
 #include "ctl/Check.h"
 #include "fuzz/fatal.h"
-#include "intake/StreamObs.h"
-#include "orbit/Rnxeph.h"
 #include "reference/standard/sky.h"
-#include "vrs/VrsMain.h"
 
 #include <cjson/cJSON.h>
 
@@ -52,17 +49,15 @@ std::vector<std::string> linesOf(std::string_view text) {
     return lines;
 }
 
-void take(std::uint32_t status, const std::uint8_t* /*frame*/, std::int32_t /*length*/) {
-    std::array<std::uint8_t, 8192> reply;
-    if (status == kEpoch)
-        require(VrsMain(0, reply) <= 4096, "a reply of at most 4096 bytes");
-}
-
-class Service {
+class Answering {
 public:
-    Service() {
+    Answering() {
         utcNow = [] { return gpst2utc(gpst2time(kNow.week, kNow.sow)); };
-        onrtcm = take;
+        service_->intake.onrtcm = [this](std::uint32_t status, const std::uint8_t*, std::int32_t) {
+            std::array<std::uint8_t, 8192> reply;
+            if (status == kEpoch)
+                require(service_->answer(0, reply) <= 4096, "a reply of at most 4096 bytes");
+        };
         ref::Sky sky(kSite);
         const auto add = [&](const ref::Bytes& f) {
             stream_.insert(stream_.end(), f.begin(), f.end());
@@ -74,26 +69,30 @@ public:
             add(f);
     }
     /// What the service does once it is configured. Nothing is saved: paths are the fuzzer's.
-    void run() {
-        DLY.rawSave = DLY.vrsSave = false;
-        DLY.stationEpochs.assign(DLY.stations.size(), {});
-        Rnxeph_initial();
-        StreamObs_m_initial();
-        fatalLineOf([&] { StreamReader(0, stream_.data(), static_cast<int>(stream_.size())); });
+    void run(Deployment deployment) {
+        static_cast<Deployment&>(service_->record) = std::move(deployment);
+        service_->record.rawSave = service_->record.vrsSave = false;
+        service_->prepareSession();
+        fatalLineOf([&] {
+            StreamReader(service_->intake, 0, stream_.data(), static_cast<int>(stream_.size()));
+        });
         printed_.take(lines_);
     }
 
 private:
+    const std::unique_ptr<Service> service_ = std::make_unique<Service>();
     Printed printed_;
     std::string lines_;
     ref::Bytes stream_;
 };
 
-std::unique_ptr<Service> service;
+std::unique_ptr<Answering> answering;
 std::unique_ptr<Folder> folder;
 
 void check(std::span<const std::string> switches) {
-    const ctl::check::CheckResult result = ctl::check::checkDeployment(DLY, "vrs.json", switches);
+    Deployment deployment;
+    const ctl::check::CheckResult result =
+        ctl::check::checkDeployment(deployment, "vrs.json", switches);
     std::ostringstream text;
     ctl::check::printCheck(result, text);
     using Json = std::unique_ptr<cJSON, void (*)(cJSON*)>;
@@ -106,13 +105,13 @@ void check(std::span<const std::string> switches) {
         require(c == '\n' || (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F),
                 "no byte that a terminal obeys");
     if (result.count(Severity::fatal) == 0)
-        service->run();
+        answering->run(std::move(deployment));
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    service = std::make_unique<Service>();
+    answering = std::make_unique<Answering>();
     folder = std::make_unique<Folder>();
     return 0;
 }

@@ -1,14 +1,11 @@
 #include "fuzz/support.h"
 
+#include "app/Service.h"
 #include "common/Clock.h"
 #include "common/ComText.h"
 #include "common/ComTime.h"
-#include "common/DeployConfig.h"
 #include "config/Deploy.h"
-#include "intake/StreamObs.h"
-#include "orbit/Rnxeph.h"
 #include "reference/standard/sky.h"
-#include "vrs/VrsMain.h"
 
 #include <algorithm>
 #include <array>
@@ -31,27 +28,11 @@ struct Outcome {
     std::string lines;
     bool operator==(const Outcome&) const = default;
 };
-Outcome* outcome = nullptr;
-bool ephemerisCame = false;
-std::array<std::uint8_t, 8192> reply;
 
-void append(std::uint32_t number, Bytes bytes) {
-    std::vector<std::uint8_t>& out = outcome->frames;
+void append(std::vector<std::uint8_t>& out, std::uint32_t number, Bytes bytes) {
     for (int shift = 0; shift < 32; shift += 8)
         out.push_back(static_cast<std::uint8_t>(number >> shift));
     out.insert(out.end(), bytes.begin(), bytes.end());
-}
-
-void take(std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
-    require(status == kEpoch || status == kEphemeris || status == kStation, "a positive status");
-    require(length >= 6 && length <= 1029 && frame[0] == kPreamble, "a whole frame");
-    ephemerisCame = ephemerisCame || status == kEphemeris;
-    append(status, {frame, static_cast<std::size_t>(length)});
-    if (status != kEpoch)
-        return;
-    const int size = VrsMain(0, reply);
-    require(size >= 0 && size <= 4096, "a reply of at most 4096 bytes");
-    append(static_cast<std::uint32_t>(size), Bytes(reply).first(static_cast<std::size_t>(size)));
 }
 
 /// The first satellites of each system that the sky shows.
@@ -72,69 +53,90 @@ public:
     Road() {
         const std::filesystem::path started = std::filesystem::current_path();
         std::filesystem::current_path(KESTRUNE_SOURCE); // paths of the example are relative
-        require(!readDeployment(DLY, "examples/canberra/vrs.json").anyFatal(),
+        require(!readDeployment(record_, "examples/canberra/vrs.json").anyFatal(),
                 "the example is usable");
-        DLY.tables.leapsc = std::filesystem::absolute(DLY.tables.leapsc);
+        record_.tables.leapsc = std::filesystem::absolute(record_.tables.leapsc);
         std::filesystem::current_path(started);
 
-        const Vector3& xyz = DLY.stations[0].xyz;
+        const Vector3& xyz = record_.stations[0].xyz;
         ref::Sky sky({xyz[0], xyz[1], xyz[2]});
         keep(fewSatellites(sky));
-        DLY.stationEpochs.assign(DLY.stations.size(), {});
         utcNow = [] { return gpst2utc(gpst2time(kNow.week, kNow.sow)); };
-        onrtcm = take;
-        Rnxeph_initial();
-        StreamObs_m_initial();
-        outcome = &block_;
+        service_->prepareSession();
+        service_->intake.onrtcm = [this](std::uint32_t status, const std::uint8_t* frame,
+                                         std::int32_t length) { take(status, frame, length); };
+        outcome_ = &block_;
         for (const ref::Bytes& frame : sky.ephemerisFrames(kNow))
-            StreamReader(0, frame.data(), static_cast<int>(frame.size()));
-        ephemerides_ = BRDEPH;
+            read(frame);
+        *ephemerides_ = service_->intake.ephemerides;
         printed_.take(block_.lines);
     }
 
     /// The stream in one block and in pieces; both begin at the same start.
     void run(Bytes stream) {
         begin(block_);
-        StreamReader(0, stream.data(), static_cast<int>(stream.size()));
+        read(stream);
         printed_.take(block_.lines);
         begin(pieces_);
-        inPieces(stream, [](Bytes piece) {
-            StreamReader(0, piece.data(), static_cast<int>(piece.size()));
-        });
+        inPieces(stream, [this](Bytes piece) { read(piece); });
         printed_.take(pieces_.lines);
         require(block_ == pieces_, "the same frames, replies and lines for a block and for pieces");
     }
 
 private:
-    static void keep(const std::vector<std::string>& names) {
-        std::erase_if(DLY.satellites,
+    void take(std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
+        require(status == kEpoch || status == kEphemeris || status == kStation,
+                "a positive status");
+        require(length >= 6 && length <= 1029 && frame[0] == kPreamble, "a whole frame");
+        ephemerisCame_ = ephemerisCame_ || status == kEphemeris;
+        append(outcome_->frames, status, {frame, static_cast<std::size_t>(length)});
+        if (status != kEpoch)
+            return;
+        const int size = service_->answer(0, reply_);
+        require(size >= 0 && size <= 4096, "a reply of at most 4096 bytes");
+        append(outcome_->frames, static_cast<std::uint32_t>(size),
+               Bytes(reply_).first(static_cast<std::size_t>(size)));
+    }
+
+    void read(Bytes bytes) {
+        StreamReader(service_->intake, 0, bytes.data(), static_cast<int>(bytes.size()));
+    }
+
+    void keep(const std::vector<std::string>& names) {
+        std::erase_if(record_.satellites,
                       [&](const SatelliteRecord& s) { return pointer_string(names, s.cprn) < 0; });
-        DLY.satelliteNames.clear();
+        record_.satelliteNames.clear();
         bool known = false;
-        for (SatelliteRecord& satellite : DLY.satellites) {
-            DLY.satelliteNames.push_back(satellite.cprn);
+        for (SatelliteRecord& satellite : record_.satellites) {
+            record_.satelliteNames.push_back(satellite.cprn);
             if (satellite.cprn[0] == 'R' && (known = !known))
                 satellite.glonassChannel = kUnknownChannel;
         }
-        DLY.indexSatellites();
+        record_.indexSatellites();
     }
 
     /// Everything as it was before the first byte, at the cost of what was touched.
     void begin(Outcome& next) {
-        StreamObs_m_initial();
-        if (ephemerisCame) {
-            std::copy_n(ephemerides_.kepler.begin(), ephemerides_.keplerCount,
-                        BRDEPH.kepler.begin());
-            std::copy_n(ephemerides_.glonass.begin(), ephemerides_.glonassCount,
-                        BRDEPH.glonass.begin());
+        StreamObs_m_initial(service_->intake, record_.tables.leapsc);
+        if (ephemerisCame_) {
+            EphemerisStore& store = service_->intake.ephemerides;
+            std::copy_n(ephemerides_->kepler.begin(), ephemerides_->keplerCount,
+                        store.kepler.begin());
+            std::copy_n(ephemerides_->glonass.begin(), ephemerides_->glonassCount,
+                        store.glonass.begin());
         }
-        ephemerisCame = false;
-        outcome = &next;
+        ephemerisCame_ = false;
+        outcome_ = &next;
         next.frames.clear();
     }
 
     Printed printed_;
-    EphemerisStore ephemerides_;
+    const std::unique_ptr<Service> service_ = std::make_unique<Service>();
+    DeployConfig& record_ = service_->record;
+    const std::unique_ptr<EphemerisStore> ephemerides_ = std::make_unique<EphemerisStore>();
+    bool ephemerisCame_ = false;
+    std::array<std::uint8_t, 8192> reply_;
+    Outcome* outcome_ = nullptr;
     Outcome block_, pieces_;
 };
 

@@ -139,9 +139,9 @@ struct ServiceOptions {
 
 /// The running program with the worked example's configuration, at another port and clock, and
 /// with a folder of its own for what it writes.
-class Service {
+class RunningService {
 public:
-    Service(int port, const std::string& clock, const ServiceOptions& options = {}) {
+    RunningService(int port, const std::string& clock, const ServiceOptions& options = {}) {
         const fs::path source = fs::path(kSourceFolder) / "examples" / options.example;
         std::string deployment = readFile(source / "vrs.json");
         deployment = replaced(deployment, "127.0.0.1 2101", "127.0.0.1 " + std::to_string(port));
@@ -156,7 +156,7 @@ public:
         if (process_ == 0)
             run(options);
     }
-    ~Service() {
+    ~RunningService() {
         if (process_ > 0) {
             kill(process_, SIGKILL);
             waitpid(process_, nullptr, 0);
@@ -176,8 +176,8 @@ public:
     const fs::path folder =
         fs::path(testing::TempDir()) / ("kestrune_service_" + std::to_string(getpid()));
 
-    Service(const Service&) = delete;
-    Service& operator=(const Service&) = delete;
+    RunningService(const RunningService&) = delete;
+    RunningService& operator=(const RunningService&) = delete;
     std::string log() const { return readFile(folder / "log"); }
     /// Waits for a line, which gets out behind a reply.
     bool tells(const std::string& line) const {

@@ -1,14 +1,9 @@
-/// A session in memory: what the tests of the road need instead of configuration files.
+/// What the tests of the road share: places, satellites, a clock that stands, streams.
 #pragma once
 
 #include "common/Clock.h"
-#include "common/ComFreq.h"
 #include "common/ComText.h"
 #include "common/ComTime.h"
-#include "common/DeployConfig.h"
-#include "config/Deploy.h"
-#include "intake/StreamObs.h"
-#include "orbit/Rnxeph.h"
 #include "reference/service/framing.h"
 #include "reference/standard/geometry.h"
 #include "reference/standard/orbit.h"
@@ -22,15 +17,11 @@
 #include <iterator>
 #include <memory>
 #include <string>
-#include <unistd.h>
-#include <utility>
 #include <vector>
 
 inline const ref::GpsTime kNow{2009, 430650};
 inline constexpr const char* kClock = "2018-07-12 23:37:11"; // kNow, as deployments write it
 inline const ref::Vec3 kSite{-4467074.3577, 2683011.9038, -3667008.2845};
-inline constexpr const char* kAllFrequencies =
-    "GPS:L1_L2_L5 GLS:L1_L2 GAL:E1_E5a_E5b_E6 BDS:B1_B2b_B3 QZS:L1_L2_L5";
 
 /// The ephemerides as the service is to take them: deliberately with BeiDou's rate for QZSS.
 inline ref::Navigation asServed(ref::Navigation navigation) {
@@ -45,48 +36,6 @@ inline std::vector<std::string> allSatellites() {
         if (const std::string id = satno2id(sat); id[0] != 'C' || id <= "C42")
             names.push_back(id);
     return names;
-}
-
-/// A leap-second file that reaches from 2017 to 2030; one for each test process.
-inline const std::string& leapSecondFile() {
-    static const std::string path = [] {
-        std::string name = testing::TempDir() + "kestrune_leapsec_" + std::to_string(getpid());
-        std::ofstream(name) << "+leap sec\n 57754 37\n 62502 37\n-leap sec\n";
-        return name;
-    }();
-    return path;
-}
-
-/// Configures satellites, frequencies, one station and leap seconds; everything else is empty.
-inline void configure(const std::vector<std::string>& satellites = allSatellites(),
-                      const std::string& frequencies = kAllFrequencies,
-                      const ref::Vec3& site = kSite) {
-    DLY = {};
-    DLY.tables.leapsc = leapSecondFile();
-    Findings findings;
-    m_parseFrequency(DLY.stationFrequencies, frequencies, "", "", findings);
-    DLY.satelliteFrequencies = DLY.stationFrequencies;
-    for (const std::string& name : satellites) {
-        SatelliteRecord record;
-        record.cprn = name;
-        DLY.satelliteNames.push_back(name);
-        DLY.satellites.push_back(std::move(record));
-    }
-    StationRecord station;
-    station.name = "STR2";
-    station.xyz = {site[0], site[1], site[2]};
-    DLY.stations.push_back(station);
-    DLY.stationNames.push_back("STR2");
-    DLY.stationEpochs.resize(1);
-    RequestRecord request;
-    request.name = "VRS0";
-    request.requestWord = -1;
-    DLY.requests.push_back(request);
-    DLY.indexSatellites();
-    Rnxeph_initial();
-    StreamObs_m_initial();
-    for (SatelliteRecord& record : DLY.satellites)
-        updateSatfreq(record, DLY.carriersOf(record));
 }
 
 /// Holds the clock at an instant, UTC.

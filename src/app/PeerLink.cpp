@@ -1,7 +1,7 @@
 #include "app/PeerLink.h"
 
 #include "common/Clock.h"
-#include "common/DeployConfig.h"
+#include "common/Configuration.h"
 #include "common/Print.h"
 #include "net/Notify.h"
 #include "net/ysocket.h"
@@ -24,25 +24,25 @@ constexpr std::uint32_t kMostUnsentBeforeFrame = 32768;
 // second reply does not give two lines for each.
 constexpr int kEnoughInRow = 10;
 
-void tellCut(const char* why) {
-    print(Level::warning, "***WARN: Connection cut, %s:%d, %s!\n", DLY.input.host.c_str(),
-          DLY.input.port, why);
-}
-
 /// Errors with which the kernel gives a path up. That the peer ended the connection is no cut.
 bool isCut(int error) {
     return error == ETIMEDOUT || error == EHOSTUNREACH || error == ENETUNREACH;
 }
 
-void send(int fd, std::span<const std::uint8_t> bytes) {
+} // namespace
+
+void PeerLink::tellCut(const char* why) const {
+    print(Level::warning, "***WARN: Connection cut, %s:%d, %s!\n", peer_.host.c_str(), peer_.port,
+          why);
+}
+
+void PeerLink::send(int fd, std::span<const std::uint8_t> bytes) const {
     const int sent = socket_send(fd, bytes);
     if (sent == -1 && isCut(errno))
         tellCut(std::strerror(errno));
     else if (sent != static_cast<int>(bytes.size()) && (sent >= 0 || errno == EAGAIN))
         tellCut("it takes no more data");
 }
-
-} // namespace
 
 void PeerLink::made() {
     madeAt_ = monotonicNow();
@@ -116,7 +116,7 @@ bool PeerLink::leavesRoom(int fd, std::uint32_t unsent, std::uint32_t mostUnsent
 void PeerLink::count(int& dropped) {
     if (replies_ + frames_ == 0)
         print(Level::warning, "***WARN: Path to %s:%d is slow, replies are dropped!\n",
-              DLY.input.host.c_str(), DLY.input.port);
+              peer_.host.c_str(), peer_.port);
     ++dropped;
     leftInRow_ = 0;
 }
@@ -126,6 +126,6 @@ void PeerLink::replyLeft() {
         return;
     print(Level::notice,
           "***INFO: Path to %s:%d is free again, %d replies and %d frames were dropped!\n",
-          DLY.input.host.c_str(), DLY.input.port, replies_, frames_);
+          peer_.host.c_str(), peer_.port, replies_, frames_);
     replies_ = frames_ = leftInRow_ = 0;
 }

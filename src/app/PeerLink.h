@@ -9,8 +9,13 @@
 /// earlier sends have not left, it is dropped whole. Frames that are passed on are small and keep
 /// their worth: they are dropped only where many are waiting.
 
+struct Connector; // common/Configuration.h
+
 class PeerLink {
 public:
+    /// Of the peer at that address, which lines name.
+    explicit PeerLink(const Connector& peer) : peer_(peer) {}
+
     /// A connection has been made.
     void made();
     /// What is left to wait before the next connect: where a connection lasted less than 3 s, the
@@ -29,10 +34,13 @@ private:
     using Instant = std::chrono::nanoseconds; // of the monotonic clock
     using Seconds = std::chrono::duration<double>;
 
+    void send(int fd, std::span<const std::uint8_t> bytes) const;
+    void tellCut(const char* why) const;
     bool leavesRoom(int fd, std::uint32_t unsent, std::uint32_t mostUnsent, Seconds longest);
     void count(int& dropped);
     void replyLeft();
 
+    const Connector& peer_;
     Instant madeAt_{}; // zero: never
     // What was dropped, from the line that tells the begin to the one that tells the end.
     int replies_ = 0;

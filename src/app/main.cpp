@@ -1,4 +1,4 @@
-#include "app/Controller.h"
+#include "app/Surface.h"
 
 int main(int argc, char** argv) {
     serve(argc, argv);

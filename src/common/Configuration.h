@@ -32,14 +32,7 @@ inline void strinit(Stream& stream) {
     stream = {};
 }
 
-struct Configuration {
-    // Switches of the command line.
-    bool post = false;
-    bool pthread = false;
-    bool debug = false;
-    bool vrsSave = false;
-    bool rawSave = false;
-
+struct Configuration : Switches {
     std::string file; // path of the deployment file
 
     // Time window; MJD and GPS seconds of day.

@@ -111,6 +111,15 @@ struct RequestRecord {
     double distanceM = 0.0;       // to the reference station
 };
 
+/// Switches of the command line.
+struct Switches {
+    bool post = false;
+    bool pthread = false;
+    bool debug = false;
+    bool vrsSave = false;
+    bool rawSave = false;
+};
+
 struct Session {
     std::vector<std::string> stationNames; // upper case
     std::string systems;                   // letters in use, the primary system first

@@ -3,84 +3,75 @@
 #include "common/Clock.h"
 #include "common/ComText.h"
 #include "common/ComTime.h"
-#include "common/DeployConfig.h"
 #include "common/Print.h"
-#include "common/Taiutc.h"
-#include "intake/Contradictions.h"
-#include "orbit/Rnxeph.h"
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
-ReplyCallback onrtcm = nullptr;
-
 namespace {
 
-RtcmState Decoder;
-bool decoderReady = false;
-Contradictions contradictions;
-LeapSeconds leapSeconds;
-
-void storeEpoch(std::size_t station) {
+void storeEpoch(StreamIntake& in, std::size_t station) {
     print(Level::debug, "***INFO(StreamObs): Got observation data\n");
-    StationEpoch& epoch = DLY.stationEpochs[station];
-    const WeekTime t = time2gpst(Decoder.time);
+    StationEpoch& epoch = in.epoch.stationEpochs[station];
+    const WeekTime t = time2gpst(in.decoder.time);
     const MjdTime day = wksow2mjd(t.week, t.sow);
-    epoch.mjd = DLY.currentMjd = day.mjd;
-    epoch.sod = DLY.currentSod = day.sod;
-    epoch.glonassChannels = Decoder.nav.glo_fcn;
-    StreamObs_m_setObsData(Decoder.obs, station);
+    epoch.mjd = in.epoch.currentMjd = day.mjd;
+    epoch.sod = in.epoch.currentSod = day.sod;
+    epoch.glonassChannels = in.decoder.nav.glo_fcn;
+    StreamObs_m_setObsData(in, in.decoder.obs, station);
 }
 
 /// Channels that the stream has stated so far, against those of the object file.
-void compareChannels(Contradictions::Instant now) {
+void compareChannels(StreamIntake& in, Contradictions::Instant now) {
     for (int slot = 1; slot <= kGlonassSlots; ++slot) {
-        const int index = DLY.satelliteIndex[static_cast<std::size_t>(satno(kGlonass, slot))];
+        const int index =
+            in.session.satelliteIndex[static_cast<std::size_t>(satno(kGlonass, slot))];
         if (index >= 0)
-            contradictions.channel(
-                slot, Decoder.nav.glo_fcn[static_cast<std::size_t>(slot - 1)] - 8,
-                DLY.satellites[static_cast<std::size_t>(index)].glonassChannel, now);
+            in.contradictions.channel(
+                slot, in.decoder.nav.glo_fcn[static_cast<std::size_t>(slot - 1)] - 8,
+                in.session.satellites[static_cast<std::size_t>(index)].glonassChannel, now);
     }
 }
 
 /// Tells what in the message contradicts what is known otherwise.
-void compare(int status, std::size_t station, Contradictions::Instant now) {
-    const auto type = static_cast<int>(getbitu(Decoder.buff, kMessageBit, 12));
+void compare(StreamIntake& in, int status, std::size_t station, Contradictions::Instant now) {
+    const auto type = static_cast<int>(getbitu(in.decoder.buff, kMessageBit, 12));
     if (status == kStation && (type == 1005 || type == 1006)) {
-        const StationRecord& configured = DLY.stations[station];
-        contradictions.position(type, Decoder.sta.pos, configured.name, configured.xyz, now);
+        const StationRecord& configured = in.session.stations[station];
+        in.contradictions.position(type, in.decoder.sta.pos, configured.name, configured.xyz, now);
     }
     if (status == kEphemeris && type != 1020 &&
-        DLY.satelliteIndex[static_cast<std::size_t>(Decoder.ephsat)] >= 0)
-        contradictions.ephemeris(
-            satno2id(Decoder.ephsat),
-            Decoder.nav.eph[static_cast<std::size_t>(Decoder.ephsat - 1)].stated,
+        in.session.satelliteIndex[static_cast<std::size_t>(in.decoder.ephsat)] >= 0)
+        in.contradictions.ephemeris(
+            satno2id(in.decoder.ephsat),
+            in.decoder.nav.eph[static_cast<std::size_t>(in.decoder.ephsat - 1)].stated,
             utc2gpst(utcNow()), now);
     if (status == kEpoch || type == 1020)
-        compareChannels(now);
+        compareChannels(in, now);
 }
 
 /// What the message brought goes to its place, then to the callback; then the decoder starts
 /// afresh, so that nothing survives from message to message but an unfinished epoch.
-void take(int status, std::size_t station, int framelen, Contradictions::Instant now) {
+void take(StreamIntake& in, int status, std::size_t station, int framelen,
+          Contradictions::Instant now) {
     if (status == kStation) {
         print("***WARN(StreamObs): Not support antenna!\n");
     } else if (status == kEpoch) {
-        storeEpoch(station);
+        storeEpoch(in, station);
     } else if (status == kEphemeris) {
-        print("***INFO(StreamObs): Got ephemeris data, %d-%s!\n", Decoder.ephsat,
-              satno2id(Decoder.ephsat).c_str());
-        StreamObs_m_setEphData(Decoder.nav, Decoder.ephsat);
+        print("***INFO(StreamObs): Got ephemeris data, %d-%s!\n", in.decoder.ephsat,
+              satno2id(in.decoder.ephsat).c_str());
+        StreamObs_m_setEphData(in, in.decoder.nav, in.decoder.ephsat);
     }
-    compare(status, station, now);
-    if (onrtcm)
-        onrtcm(static_cast<std::uint32_t>(status), Decoder.buff.data(), framelen);
-    init_rtcm(Decoder);
+    compare(in, status, station, now);
+    if (in.onrtcm)
+        in.onrtcm(static_cast<std::uint32_t>(status), in.decoder.buff.data(), framelen);
+    init_rtcm(in.decoder);
 }
 
-void tellRefused() {
-    if (const RefusedMessage m = std::exchange(Decoder.refused, {}); m.type != 0)
+void tellRefused(RtcmState& decoder) {
+    if (const RefusedMessage m = std::exchange(decoder.refused, {}); m.type != 0)
         print(Lasting{Cause::messageRefused, static_cast<std::size_t>(m.type)},
               "***WARN(StreamObs): message %d refused, epoch time %u!\n", m.type, m.epoch);
 }
@@ -90,7 +81,7 @@ MjdTime mjdOf(GTime t) {
     return wksow2mjd(w.week, w.sow);
 }
 
-GLSEPH glonassRecord(const GloEphRecord& from, const std::string& name) {
+GLSEPH glonassRecord(const GloEphRecord& from, const std::string& name, LeapSeconds& leaps) {
     GLSEPH r;
     r.cprn = name;
     for (std::size_t i = 0; i < 3; ++i) {
@@ -107,11 +98,11 @@ GLSEPH glonassRecord(const GloEphRecord& from, const std::string& name) {
     r.health = from.svh;
     r.ageDays = from.age;
     r.frameTime = time2gpst(gpst2utc(from.tof)).sow;
-    r.aode = genAode('R', toe.mjd, from.iode, toe.sod, toe.sod, leapSeconds);
+    r.aode = genAode('R', toe.mjd, from.iode, toe.sod, toe.sod, leaps);
     return r;
 }
 
-GPSEPH keplerRecord(const EphRecord& from, const std::string& name) {
+GPSEPH keplerRecord(const EphRecord& from, const std::string& name, LeapSeconds& leaps) {
     GPSEPH r;
     r.cprn = name;
     const MjdTime toc = mjdOf(from.toc);
@@ -145,7 +136,7 @@ GPSEPH keplerRecord(const EphRecord& from, const std::string& name) {
     r.tgd1 = from.tgd[0];
     r.tgd2 = from.tgd[1];
     r.iodc = from.iodc;
-    r.aode = genAode(name[0], toc.mjd, from.iode, toc.sod, toe.sow, leapSeconds);
+    r.aode = genAode(name[0], toc.mjd, from.iode, toc.sod, toe.sow, leaps);
     return r;
 }
 
@@ -168,52 +159,52 @@ void RtcmObsDecoder_Initial(RtcmState& state) {
     state.nav.glo_fcn = {};
 }
 
-int StreamReader(std::size_t station, const std::uint8_t* buffer, int length) {
-    if (!decoderReady) {
+int StreamReader(StreamIntake& in, std::size_t station, const std::uint8_t* buffer, int length) {
+    if (!in.decoderReady) {
         print("***INFO(StreamObs): RtcmObsDecoder_Initial\n");
-        RtcmObsDecoder_Initial(Decoder);
-        Decoder.nav.configuredChannels = DLY.glonassChannels();
-        decoderReady = true;
+        RtcmObsDecoder_Initial(in.decoder);
+        in.decoder.nav.configuredChannels = in.session.glonassChannels();
+        in.decoderReady = true;
     }
     if (length <= 0)
         return 0;
-    Taiutc_m_lookDaily(leapSeconds, utcNow(),
-                       contains(DLY.systems, "R") ? LeapEnd::matters : LeapEnd::doesNot);
+    Taiutc_m_lookDaily(in.leapSeconds, utcNow(),
+                       contains(in.session.systems, "R") ? LeapEnd::matters : LeapEnd::doesNot);
     const Contradictions::Instant now = monotonicNow();
     int framelen = 0;
     for (std::span left(buffer, static_cast<std::size_t>(length)); !left.empty();) {
-        const Taken taken = input_rtcm3_block(Decoder, left, framelen);
-        if (Decoder.statedId >= 0)
-            contradictions.stationId(Decoder.statedId, now);
-        tellRefused();
+        const Taken taken = input_rtcm3_block(in.decoder, left, framelen);
+        if (in.decoder.statedId >= 0)
+            in.contradictions.stationId(in.decoder.statedId, now);
+        tellRefused(in.decoder);
         if (taken.status > 0)
-            take(taken.status, station, framelen, now);
+            take(in, taken.status, station, framelen, now);
         left = left.subspan(taken.bytes);
     }
     return 0;
 }
 
-void StreamObs_m_initial() {
-    decoderReady = false;
-    contradictions = {};
-    leapSeconds = {};
-    leapSeconds.path = DLY.tables.leapsc;
+void StreamObs_m_initial(StreamIntake& in, const std::string& leapSecondFile) {
+    in.decoderReady = false;
+    in.contradictions = {};
+    in.leapSeconds = {};
+    in.leapSeconds.path = leapSecondFile;
 }
 
-void StreamObs_m_restart() {
-    init_rtcm(Decoder);
-    contradictions.newConnection();
+void StreamObs_m_restart(StreamIntake& in) {
+    init_rtcm(in.decoder);
+    in.contradictions.newConnection();
 }
 
-int StreamObs_m_setObsData(const ObsSet& obs, std::size_t station) {
-    EpochObs& out = DLY.stationEpochs[station].obs;
+int StreamObs_m_setObsData(StreamIntake& in, const ObsSet& obs, std::size_t station) {
+    EpochObs& out = in.epoch.stationEpochs[station].obs;
     for (int n = 0; n < obs.n; ++n) {
         const ObsRecord& record = obs.data[static_cast<std::size_t>(n)];
-        const int satellite = DLY.satelliteIndex[record.sat];
+        const int satellite = in.session.satelliteIndex[record.sat];
         const int system = kSystemOf[record.sat];
         if (satellite < 0 || system < 0)
             continue;
-        const auto& slots = DLY.slotOf[static_cast<std::size_t>(system)];
+        const auto& slots = in.session.slotOf[static_cast<std::size_t>(system)];
         for (std::size_t i = 0; i < kObsSlots; ++i) {
             const std::uint8_t code = record.code[i];
             if (slots[code] < 0)
@@ -231,17 +222,18 @@ int StreamObs_m_setObsData(const ObsSet& obs, std::size_t station) {
     return 1;
 }
 
-char StreamObs_m_setEphData(NavData& nav, int sat) {
+char StreamObs_m_setEphData(StreamIntake& in, NavData& nav, int sat) {
     const std::string name = satno2id(sat);
     if (name.empty() || index_string(kSystems, name[0]) < 0 ||
-        pointer_string(DLY.satelliteNames, name) < 0)
+        pointer_string(in.session.satelliteNames, name) < 0)
         return ' ';
     if (name[0] == 'R') {
         int slot = 0;
         satsys(sat, &slot);
-        const GLSEPH record = glonassRecord(nav.geph[static_cast<std::size_t>(slot - 1)], name);
-        const std::span records(BRDEPH.glonass.data(),
-                                static_cast<std::size_t>(BRDEPH.glonassCount));
+        const GLSEPH record =
+            glonassRecord(nav.geph[static_cast<std::size_t>(slot - 1)], name, in.leapSeconds);
+        const std::span records(in.ephemerides.glonass.data(),
+                                static_cast<std::size_t>(in.ephemerides.glonassCount));
         replace(records, map_glseph_find(records, name), sat, record);
         return name[0];
     }
@@ -250,8 +242,9 @@ char StreamObs_m_setEphData(NavData& nav, int sat) {
         from.toe = timeadd(from.toe, -kBdtOffset);
         from.toc = timeadd(from.toc, -kBdtOffset);
     }
-    const GPSEPH record = keplerRecord(from, name);
-    const std::span records(BRDEPH.kepler.data(), static_cast<std::size_t>(BRDEPH.keplerCount));
+    const GPSEPH record = keplerRecord(from, name, in.leapSeconds);
+    const std::span records(in.ephemerides.kepler.data(),
+                            static_cast<std::size_t>(in.ephemerides.keplerCount));
     replace(records, map_gpseph_find(records, name), sat, record);
     return name[0];
 }

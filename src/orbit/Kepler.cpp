@@ -51,13 +51,13 @@ double referenceAxis(std::string_view cprn) {
 
 /// The group-delay term of BeiDou clocks, s: the broadcast clock is B3's, what is observed is the
 /// combination of the first two configured frequencies.
-double bdsGroupDelay(const GPSEPH& record) {
+double bdsGroupDelay(const Session& session, const GPSEPH& record) {
     const auto satellite = static_cast<std::size_t>(satno(kBds, prnOf(record.cprn)));
-    if (DLY.satelliteIndex[satellite] < 0)
+    if (session.satelliteIndex[satellite] < 0)
         print(Lasting{Cause::bdsNotConfigured, satellite},
               "*****ERRROR(RnxephUtils): isat == -1 ! eph->cprn = %s \n", record.cprn.c_str());
     const auto& names =
-        DLY.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, 'C'))];
+        session.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, 'C'))];
     if (names.size() < 2)
         return 0.0;
     const double f1 = carrier('C', names[0], 0).value_or(0.0);
@@ -217,12 +217,12 @@ OrbitState keplerState(const GPSEPH& r, WeekTime t) {
     return turned(plane, {r.OMEGA0 + rate * tk - k.omega * r.toe, rate});
 }
 
-int BrdUtils_m_geph2xyz(const GPSEPH& r, std::string_view mode, int week, OrbitState& position,
-                        double& clock, double sow) {
+int BrdUtils_m_geph2xyz(const Session& session, const GPSEPH& r, std::string_view mode, int week,
+                        OrbitState& position, double& clock, double sow) {
     const double dt = (week * 7 + kGpsEpochMjd - r.tocMjd) * 86400.0 + sow - r.tocSod;
     clock = r.af0 + (r.af1 + r.af2 * dt) * dt;
     if (systemOf(r) == 'C')
-        clock -= bdsGroupDelay(r);
+        clock -= bdsGroupDelay(session, r);
     if (contains(mode, "ynn"))
         return -1;
 

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <memory>
 
-EphemerisStore BRDEPH;
-
 namespace {
 
 template <class Record> int findByName(std::span<const Record> records, std::string_view name) {
@@ -17,18 +15,18 @@ template <class Record> int findByName(std::span<const Record> records, std::str
 
 } // namespace
 
-void Rnxeph_initial() {
-    std::destroy_at(&BRDEPH); // in place: a second one is too large for the stack
-    std::construct_at(&BRDEPH);
-    BRDEPH.slotOf.fill(-1);
-    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
-        const std::string& name = DLY.satelliteNames[i];
+void Rnxeph_initial(EphemerisStore& store, std::span<const std::string> satelliteNames) {
+    std::destroy_at(&store); // in place: a second one is too large for the stack
+    std::construct_at(&store);
+    store.slotOf.fill(-1);
+    for (std::size_t i = 0; i < satelliteNames.size(); ++i) {
+        const std::string& name = satelliteNames[i];
         if (!contains(kSystems, name.substr(0, 1)))
             continue;
-        int& count = name[0] == 'R' ? BRDEPH.glonassCount : BRDEPH.keplerCount;
+        int& count = name[0] == 'R' ? store.glonassCount : store.keplerCount;
         const auto slot = static_cast<std::size_t>(count);
-        (name[0] == 'R' ? BRDEPH.glonass[slot].cprn : BRDEPH.kepler[slot].cprn) = name;
-        BRDEPH.slotOf[i] = count++;
+        (name[0] == 'R' ? store.glonass[slot].cprn : store.kepler[slot].cprn) = name;
+        store.slotOf[i] = count++;
     }
 }
 

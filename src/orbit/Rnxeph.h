@@ -1,13 +1,13 @@
 #pragma once
 
-#include "common/DeployConfig.h"
+#include "common/Session.h"
 
 #include <array>
 #include <span>
 #include <string>
 #include <string_view>
 
-/// Rnxeph: the ephemeris store `BRDEPH`, one slot per configured satellite, in the shape of a
+/// Rnxeph: the ephemeris store, one slot per configured satellite, in the shape of a
 /// RINEX 3 navigation record. A new ephemeris replaces the old one whole; nothing is removed, so
 /// readers judge the age. BDS times are BDT readings, the others GPS time.
 
@@ -56,10 +56,9 @@ struct EphemerisStore {
     /// Slot by configured-satellite index, in the array of the satellite's system; -1 = none.
     std::array<int, kMaxSatellites> slotOf{};
 };
-extern EphemerisStore BRDEPH;
 
 /// Lays out an empty store for the configured satellites.
-void Rnxeph_initial();
+void Rnxeph_initial(EphemerisStore& store, std::span<const std::string> satelliteNames);
 void Rnxeph_GPSEPH_initial(GPSEPH& record);
 void Rnxeph_GLSEPH_initial(GLSEPH& record);
 /// Slot of the first record whose name contains the name, or -1.

@@ -9,10 +9,10 @@ namespace {
 
 /// Finds a satellite's record and judges its age, with a line where it cannot be used.
 template <class Record>
-const Record* select(std::span<const Record> records, std::size_t satellite, int Record::*mjd,
-                     double Record::*sod, int& ephemerisIndex) {
-    const char* const name = DLY.satelliteNames[satellite].c_str();
-    ephemerisIndex = BRDEPH.slotOf[satellite];
+const Record* select(const OrbitSource& in, std::span<const Record> records, std::size_t satellite,
+                     int Record::*mjd, double Record::*sod, int& ephemerisIndex) {
+    const char* const name = in.session.satelliteNames[satellite].c_str();
+    ephemerisIndex = in.store.slotOf[satellite];
     if (ephemerisIndex < 0) {
         print(Lasting{Cause::noRecord, satellite},
               "***WARN(RnxephUtils): %s is not used in session.obj!\n", name);
@@ -24,7 +24,7 @@ const Record* select(std::span<const Record> records, std::size_t satellite, int
               "***WARN(RnxephUtils): %s doesn't have ephemeris!\n", name);
         return nullptr;
     }
-    const double age = std::fabs(timdif(record.*mjd, DLY.currentMjd, record.*sod, DLY.currentSod));
+    const double age = std::fabs(timdif(record.*mjd, in.epoch.mjd, record.*sod, in.epoch.sod));
     if (age > kMaxEphemerisAgeS) {
         print(Lasting{Cause::oldEphemeris, satellite}, "***WARN(RnxephUtils): %s eph too old!\n",
               record.cprn.c_str());
@@ -42,36 +42,40 @@ int report(int result, std::size_t satellite, const std::string& cprn) {
 
 } // namespace
 
-bool satelliteState(std::size_t satellite, MjdTime t, OrbitState& state, int& ephemerisIndex) {
-    const char system = DLY.satelliteNames[satellite].front();
+bool satelliteState(const OrbitSource& in, std::size_t satellite, MjdTime t, OrbitState& state,
+                    int& ephemerisIndex) {
+    const char system = in.session.satelliteNames[satellite].front();
     const WeekTime gps = mjd2wksow(t.mjd, t.sod);
     if (system == 'R') {
-        const GLSEPH* const record =
-            select<GLSEPH>(BRDEPH.glonass, satellite, &GLSEPH::mjd, &GLSEPH::sod, ephemerisIndex);
+        const GLSEPH* const record = select<GLSEPH>(in, in.store.glonass, satellite, &GLSEPH::mjd,
+                                                    &GLSEPH::sod, ephemerisIndex);
         if (record)
             state = glonassState(*record, wksow2mjd(gps.week, gps.sow));
         return record != nullptr;
     }
-    const GPSEPH* const record =
-        select<GPSEPH>(BRDEPH.kepler, satellite, &GPSEPH::tocMjd, &GPSEPH::tocSod, ephemerisIndex);
+    const GPSEPH* const record = select<GPSEPH>(in, in.store.kepler, satellite, &GPSEPH::tocMjd,
+                                                &GPSEPH::tocSod, ephemerisIndex);
     if (record)
         state = keplerState(*record, {gps.week, system == 'C' ? gps.sow - kBdtOffset : gps.sow});
     return record != nullptr;
 }
 
-int BrdUtils_m_brd2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState& position,
-                       double& clock, int& ephemerisIndex, double secondOfWeek) {
-    const GPSEPH* const record =
-        select<GPSEPH>(BRDEPH.kepler, satellite, &GPSEPH::tocMjd, &GPSEPH::tocSod, ephemerisIndex);
-    return record ? report(BrdUtils_m_geph2xyz(*record, mode, week, position, clock, secondOfWeek),
+int BrdUtils_m_brd2xyz(const OrbitSource& in, std::string_view mode, std::size_t satellite,
+                       int week, OrbitState& position, double& clock, int& ephemerisIndex,
+                       double secondOfWeek) {
+    const GPSEPH* const record = select<GPSEPH>(in, in.store.kepler, satellite, &GPSEPH::tocMjd,
+                                                &GPSEPH::tocSod, ephemerisIndex);
+    return record ? report(BrdUtils_m_geph2xyz(in.session, *record, mode, week, position, clock,
+                                               secondOfWeek),
                            satellite, record->cprn)
                   : 0;
 }
 
-int BrdUtils_m_gls2xyz(std::string_view mode, std::size_t satellite, int week, OrbitState& position,
-                       double& clock, int& ephemerisIndex, double secondOfWeek) {
+int BrdUtils_m_gls2xyz(const OrbitSource& in, std::string_view mode, std::size_t satellite,
+                       int week, OrbitState& position, double& clock, int& ephemerisIndex,
+                       double secondOfWeek) {
     const GLSEPH* const record =
-        select<GLSEPH>(BRDEPH.glonass, satellite, &GLSEPH::mjd, &GLSEPH::sod, ephemerisIndex);
+        select<GLSEPH>(in, in.store.glonass, satellite, &GLSEPH::mjd, &GLSEPH::sod, ephemerisIndex);
     if (!record)
         return 0;
     const MjdTime t = wksow2mjd(week, secondOfWeek);

@@ -2,7 +2,6 @@
 
 #include "common/ComText.h"
 #include "common/ComTime.h"
-#include "common/DeployConfig.h"
 #include "common/Findings.h"
 #include "common/Print.h"
 #include "common/Signals.h"
@@ -35,10 +34,6 @@ constexpr std::array<std::string_view, 16> kGalileoTypes{
     "C1", "L1", "D1", "S1", "C6", "L6", "D6", "S6", "C8", "L8", "D8", "S8", "C5", "L5", "D5", "S5"};
 constexpr std::size_t kMostColumns = kBdsTypes.size();
 
-std::size_t systemOf(std::size_t satellite) {
-    return static_cast<std::size_t>(index_string(kSystems, DLY.satelliteNames[satellite].front()));
-}
-
 /// Adds printf-style text of at most 63 characters.
 [[gnu::format(printf, 2, 3)]] void add(std::string& out, const char* format, ...) {
     std::array<char, 64> piece{};
@@ -50,8 +45,9 @@ std::size_t systemOf(std::size_t satellite) {
 }
 
 /// One satellite's line: its values in the columns of its system, 0 where there is none.
-void addSatellite(std::string& out, std::size_t satellite, const SatelliteObs& obs) {
-    const std::string& name = DLY.satelliteNames[satellite];
+void addSatellite(std::string& out, const Session& session, std::size_t satellite,
+                  const SatelliteObs& obs) {
+    const std::string& name = session.satelliteNames[satellite];
     const std::span<const std::string_view> types = Rnxobs_m_initObsType(name.front());
     std::array<double, kMostColumns> row{};
     const auto put = [&](char letter, std::uint8_t code, double value) {
@@ -62,7 +58,8 @@ void addSatellite(std::string& out, std::size_t satellite, const SatelliteObs& o
         if (const int at = pointer_string_obstyp(types, {type.data(), type.size()}); at >= 0)
             row[static_cast<std::size_t>(at)] = value + 0.0; // a minus zero loses its sign
     };
-    for (std::size_t f = 0; f < DLY.stationFrequencies[systemOf(satellite)].size(); ++f) {
+    const auto system = static_cast<std::size_t>(index_string(kSystems, name.front()));
+    for (std::size_t f = 0; f < session.stationFrequencies[system].size(); ++f) {
         put('L', obs.phaseType[f], obs.phase[f]);
         put('C', obs.rangeType[f], obs.range[f]);
         put('D', obs.rangeType[f], obs.doppler[f]);
@@ -80,15 +77,15 @@ std::string recordOf(const RinexWriter& writer, int mjd, double sod, int count) 
     std::string out;
     add(out, "> %4d %2d %2d %2d %2d %10.7lf%3d%3d\n", t.year, t.month, t.day, t.hour, t.minute,
         t.second, 0, count);
-    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i)
+    for (std::size_t i = 0; i < writer.session->satelliteNames.size(); ++i)
         if (writer.obs->has(i))
-            addSatellite(out, i, (*writer.obs)[i]);
+            addSatellite(out, *writer.session, i, (*writer.obs)[i]);
     return out;
 }
 
 int satellitesOf(const RinexWriter& writer) {
     int count = 0;
-    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i)
+    for (std::size_t i = 0; i < writer.session->satelliteNames.size(); ++i)
         count += writer.obs->has(i) ? 1 : 0;
     return count;
 }
@@ -167,7 +164,7 @@ void Rnxobs_v_openOutFile(RinexWriter& writer, std::string_view time, double ver
     int mjd = 0;
     TextScanner(time.substr(0, time.find(':'))).integer(mjd);
     const YearDoy day = mjd2doy(mjd);
-    writer.fileName = text("%s/%4s%03d0.%02do", DLY.outputPath.c_str(),
+    writer.fileName = text("%s/%4s%03d0.%02do", writer.folder->path.c_str(),
                            toLower(writer.station).c_str(), day.doy, day.year - 2000);
     print(Level::debug, "outfile: %s\n", writer.fileName.c_str());
     writer.version = version;
@@ -181,11 +178,11 @@ void Rnxobs_v_outFileHeader(const RinexWriter& writer) {
 
 int Rnxobs_m_outputObs_v3x(int mjd, RinexWriter& writer, double sod) {
     const OutFile file(writer.fileName);
-    if (!file.isOpen() && !DLY.outputUsed)
+    if (!file.isOpen() && !writer.folder->used)
         fatal("****ERROR(Rnxobs): file = %s,can't access out file", writer.fileName.c_str());
     if (!file.isOpen())
         return notWritten(writer, std::strerror(errno));
-    DLY.outputUsed = true;
+    writer.folder->used = true;
     const int count = satellitesOf(writer);
     if (!writer.written && count == 0)
         return 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/EpochObs.h"
+#include "common/Session.h"
 
 #include <span>
 #include <string>
@@ -8,6 +8,12 @@
 
 /// Rnxobs: saves the epochs of a station, one file for each day, as RINEX 3 records (phases in
 /// cycles, ranges in m, Doppler in Hz, C/N0 in dB-Hz; GPS time). The files have no header.
+
+/// Where epochs are saved.
+struct OutputFolder {
+    std::string path;
+    bool used = false; // a file in it has been opened
+};
 
 /// The writer; one lives for one epoch.
 struct RinexWriter {
@@ -17,6 +23,8 @@ struct RinexWriter {
     int mjd = -1;                  // day of the file
     std::string station{};         // 4 characters
     const EpochObs* obs = nullptr; // of the epoch, by configured satellite
+    const Session* session = nullptr;
+    OutputFolder* folder = nullptr;
 };
 
 /// Resets a writer.

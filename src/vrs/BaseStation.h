@@ -1,8 +1,6 @@
 #pragma once
 
-#include "common/DeployConfig.h"
-#include "orbit/RnxephUtils.h"
-#include "vrs/VrsObsPack.h"
+#include "vrs/VirtualStation.h"
 
 #include <cstdint>
 #include <span>
@@ -17,22 +15,22 @@ struct VrsBaseStation {
 };
 
 void VrsBaseStation_Initial(VrsBaseStation& base);
-/// Generates the virtual epoch of the reference pack and leaves its reply frame in the base state,
-/// valid until the next call.
-void VrsBaseStation_m_process(VrsBaseStation& base, VrsObsPack& reference,
+/// Generates the virtual epoch of the station's reference pack and leaves its reply frame in the
+/// base state, valid until the next call.
+void VrsBaseStation_m_process(VirtualStation& station, const VrsSources& in, VrsBaseStation& base,
                               const RequestRecord& request);
 /// Saves a reference epoch where the command line asks for it.
-void VrsBaseStation_m_save(const VrsObsPack& reference);
+void VrsBaseStation_m_save(const VrsSources& in, const VrsObsPack& reference);
 /// Appends the epoch of a pack to the day's observation file. 0, or -1 when the file lacks it.
-int VrsBaseStation_m_outputObservation(const VrsObsPack& pack);
+int VrsBaseStation_m_outputObservation(const VrsSources& in, const VrsObsPack& pack);
 /// Position of a configured satellite at a transmit time (MJD, GPS seconds of day). Non-zero when
 /// there is one.
-int VrsBaseStation_v_readOrbit(std::size_t satellite, int mjd, OrbitState& position,
-                               int& ephemerisIndex, double sod);
+int VrsBaseStation_v_readOrbit(const OrbitSource& in, std::size_t satellite, int mjd,
+                               OrbitState& position, int& ephemerisIndex, double sod);
 /// Ranges, elevations and azimuths of the pack's observed satellites as its station sees them; 0
 /// where a satellite has none.
-void VrsBaseStation_m_gnssModel(VrsObsPack& pack);
+void VrsBaseStation_m_gnssModel(const OrbitSource& in, VrsObsPack& pack);
 /// The system number that means GLONASS; every other one means the Keplerian systems together.
 inline constexpr int kCountGlonass = 1;
 /// Satellites of the store that have an ephemeris.
-int VrsBaseStation_CountSat(int system);
+int VrsBaseStation_CountSat(const EphemerisStore& store, int system);

@@ -9,8 +9,6 @@
 #include <cmath>
 #include <optional>
 
-std::array<RangeHistory, kMaxSatellites> last_drleng;
-
 namespace {
 
 constexpr double kElevationCutoffDeg = 5.0;
@@ -36,18 +34,18 @@ double forecastLightTime(const RangeHistory& history, const VrsObsPack& epoch) {
 
 /// The satellite at the transmit time of the virtual point; nothing where there is no orbit (its
 /// reader has said so) or no convergence.
-std::optional<Geometry> geometryOf(std::size_t satellite, VrsObsPack& reference,
+std::optional<Geometry> geometryOf(const OrbitSource& in, RangeHistory& history,
+                                   std::size_t satellite, VrsObsPack& reference,
                                    const Vector3& virtualXyz) {
     Geometry g;
-    RangeHistory& history = last_drleng[satellite];
     std::array<SightPoint, 2> points{
-        {{virtualXyz, virtualXyz}, {DLY.stations[0].xyz, reference.xyz}}};
-    const LightTime result = solveLightTime(satellite, reference, points, g.satellite,
+        {{virtualXyz, virtualXyz}, {in.session.stations[0].xyz, reference.xyz}}};
+    const LightTime result = solveLightTime(in, satellite, reference, points, g.satellite,
                                             forecastLightTime(history, reference));
     if (result == LightTime::notConverged)
         print(Lasting{Cause::noConvergence, satellite},
               "***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",
-              DLY.satelliteNames[satellite].c_str(), points[0].deltaS);
+              in.session.satelliteNames[satellite].c_str(), points[0].deltaS);
     if (result != LightTime::found)
         return std::nullopt;
     history.seen = {reference.mjd, reference.sod};
@@ -64,12 +62,10 @@ double elevationDeg(const OrbitState& satellite, const Vector3& point, const Mat
 
 /// Shifts one satellite's slots by the range difference (m). Slots 4 to 7 have the carriers of
 /// slots 0 to 3, for a second set of codes.
-void shiftSlots(SatelliteObs& out, const SatelliteObs& in, std::size_t satellite,
-                double rangeDifference, double ageS) {
-    RangeHistory& history = last_drleng[satellite];
+void shiftSlots(SatelliteObs& out, const SatelliteObs& in, const SatelliteRecord& record,
+                StreamedChannels streamed, RangeHistory& history, double rangeDifference,
+                double ageS) {
     const double lastDifference = history.drleng;
-    const SatelliteRecord& record = DLY.satellites[satellite];
-    const StreamedChannels streamed = DLY.streamedChannels();
     for (std::size_t k = 0; k < kMaxSlots; ++k) {
         const std::size_t carrier = k % kMaxFrequencies;
         if (carrier >= record.slots.size())
@@ -111,25 +107,30 @@ void copyRaw(VrsObsPack& out, const VrsBaseStation& base, const VrsObsPack& refe
 
 } // namespace
 
-VrsObsPack& VrsGenerator_s_genVirtualObs(VrsObsPack& out, const VrsBaseStation& base,
-                                         VrsObsPack& reference,
+VrsObsPack& VrsGenerator_s_genVirtualObs(VirtualStation& station, const VrsSources& in,
+                                         const VrsBaseStation& base,
                                          const RequestRecord& virtualStation) {
     std::array<std::uint8_t, kMaxSatellites> flags;
     flags.fill(2);
-    if (virtualStation.distanceM > kMaxOffsetM && !DLY.post) {
+    if (virtualStation.distanceM > kMaxOffsetM && !in.switches.post) {
         print(Lasting{Cause::farOffset},
               "***WARN: VRS offset distance(%14.3lf) too long, using raw obs!\n",
               virtualStation.distanceM);
-        copyRaw(out, base, reference, virtualStation);
+        copyRaw(station.answer, base, station.reference, virtualStation);
     } else {
-        VrsGenerator_s_genObservation_raw(out, reference, virtualStation, flags);
+        VrsGenerator_s_genObservation_raw(station, in, virtualStation, flags);
     }
-    return out;
+    return station.answer;
 }
 
-void VrsGenerator_s_genObservation_raw(VrsObsPack& out, VrsObsPack& reference,
+void VrsGenerator_s_genObservation_raw(VirtualStation& station, const VrsSources& in,
                                        const RequestRecord& virtualStation,
                                        std::span<const std::uint8_t> flags) {
+    VrsObsPack& out = station.answer;
+    VrsObsPack& reference = station.reference;
+    const OrbitSource orbits = in.orbits();
+    const auto [currentMjd, currentSod] = orbits.epoch;
+    const StreamedChannels streamed = in.epoch.streamedChannels();
     VrsObsPack_Initial(out);
     reference.referenceRange.fill(0.0);
     const Matrix3 fromLocal = rot_enu2xyz(virtualStation.blh[0], virtualStation.blh[1]);
@@ -139,17 +140,17 @@ void VrsGenerator_s_genObservation_raw(VrsObsPack& out, VrsObsPack& reference,
     out.xyz = virtualStation.xyz;
     out.reply.stationId = virtualStation.stationId;
 
-    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
-        const std::string& name = DLY.satelliteNames[i];
-        RangeHistory& history = last_drleng[i];
-        const double ageS =
-            std::fabs(timdif(history.mjd, DLY.currentMjd, history.sod, DLY.currentSod));
+    for (std::size_t i = 0; i < in.session.satelliteNames.size(); ++i) {
+        const std::string& name = in.session.satelliteNames[i];
+        RangeHistory& history = station.history[i];
+        const double ageS = std::fabs(timdif(history.mjd, currentMjd, history.sod, currentSod));
         if (!reference.obs.has(i) || flags[i] == 0) {
             if (ageS > kHistoryAgeS)
                 history.drleng = 0.0;
             continue;
         }
-        const std::optional<Geometry> g = geometryOf(i, reference, virtualStation.xyz);
+        const std::optional<Geometry> g =
+            geometryOf(orbits, history, i, reference, virtualStation.xyz);
         if (!g)
             continue;
         reference.referenceRange[i] = g->referenceM;
@@ -160,9 +161,10 @@ void VrsGenerator_s_genObservation_raw(VrsObsPack& out, VrsObsPack& reference,
                   name.c_str(), elevation);
             continue;
         }
-        shiftSlots(out.obs.row(i), reference.obs[i], i, rangeDifference, ageS);
-        history.mjd = DLY.currentMjd;
-        history.sod = DLY.currentSod;
+        shiftSlots(out.obs.row(i), reference.obs[i], in.session.satellites[i], streamed, history,
+                   rangeDifference, ageS);
+        history.mjd = currentMjd;
+        history.sod = currentSod;
         history.drleng = rangeDifference;
     }
 }

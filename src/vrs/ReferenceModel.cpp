@@ -11,17 +11,18 @@ namespace {
 constexpr int kEphemerisWanted = -2; // marks a satellite whose ephemeris is to be chosen
 
 /// Range and direction of one observed satellite; range 0 where there are none.
-void modelSatellite(VrsObsPack& pack, std::size_t satellite, const Matrix3& fromLocal) {
+void modelSatellite(const OrbitSource& in, VrsObsPack& pack, std::size_t satellite,
+                    const Matrix3& fromLocal) {
     pack.ephemerisIndex[satellite] = kEphemerisWanted;
     SightPoint station{pack.xyz, pack.xyz};
     OrbitState state{};
-    switch (solveLightTime(satellite, pack, std::span(&station, 1), state)) {
+    switch (solveLightTime(in, satellite, pack, std::span(&station, 1), state)) {
     case LightTime::noOrbit:
         return;
     case LightTime::notConverged:
         print(Lasting{Cause::noConvergence, satellite},
               "***WARN(BaseStation): %s position not convergence! ddelay=%14.13lf\n",
-              DLY.satelliteNames[satellite].c_str(), -station.deltaS);
+              in.session.satelliteNames[satellite].c_str(), -station.deltaS);
         return;
     case LightTime::found:
         break;
@@ -34,22 +35,21 @@ void modelSatellite(VrsObsPack& pack, std::size_t satellite, const Matrix3& from
 
 } // namespace
 
-void VrsBaseStation_m_gnssModel(VrsObsPack& pack) {
+void VrsBaseStation_m_gnssModel(const OrbitSource& in, VrsObsPack& pack) {
     pack.elevation.fill(0.0);
     pack.azimuth.fill(0.0);
     pack.referenceRange.fill(0.0);
     const Vector3 blh = xyzblh(pack.xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
     const Matrix3 fromLocal = rot_enu2xyz(blh[0], blh[1]);
-    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i)
+    for (std::size_t i = 0; i < in.session.satelliteNames.size(); ++i)
         if (pack.obs.has(i))
-            modelSatellite(pack, i, fromLocal);
+            modelSatellite(in, pack, i, fromLocal);
 }
 
-int VrsBaseStation_CountSat(int system) {
-    const auto kepler =
-        std::span(BRDEPH.kepler).first(static_cast<std::size_t>(BRDEPH.keplerCount));
+int VrsBaseStation_CountSat(const EphemerisStore& store, int system) {
+    const auto kepler = std::span(store.kepler).first(static_cast<std::size_t>(store.keplerCount));
     const auto glonass =
-        std::span(BRDEPH.glonass).first(static_cast<std::size_t>(BRDEPH.glonassCount));
+        std::span(store.glonass).first(static_cast<std::size_t>(store.glonassCount));
     const auto count = system == kCountGlonass
                            ? std::count_if(glonass.begin(), glonass.end(),
                                            [](const GLSEPH& r) { return r.mjd != 0; })

@@ -54,12 +54,12 @@ double lightTimeRate(const OrbitState& s, const Vector3& point) {
             kSpeedOfLight);
 }
 
-LightTime solveLightTime(std::size_t satellite, VrsObsPack& pack, std::span<SightPoint> points,
-                         OrbitState& state, double forecastS) {
+LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPack& pack,
+                         std::span<SightPoint> points, OrbitState& state, double forecastS) {
     const auto look = [&](double lightTimeS) {
         const MjdTime t = timinc(pack.mjd, pack.sod, -lightTimeS);
-        return VrsBaseStation_v_readOrbit(satellite, t.mjd, state, pack.ephemerisIndex[satellite],
-                                          t.sod) != 0;
+        return VrsBaseStation_v_readOrbit(in, satellite, t.mjd, state,
+                                          pack.ephemerisIndex[satellite], t.sod) != 0;
     };
     if (forecastS > 0.0) {
         if (!look(forecastS))

@@ -23,8 +23,8 @@ enum class LightTime { found, noOrbit, notConverged };
 /// Iterates until the light times to all points (at least one) no longer change. All see the
 /// satellite at the transmit time of the first one, for which a forecast (s; 0 = none) saves the
 /// iteration where it is almost right. Without an orbit, its reader has printed why.
-LightTime solveLightTime(std::size_t satellite, VrsObsPack& pack, std::span<SightPoint> points,
-                         OrbitState& state, double forecastS = 0.0);
+LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPack& pack,
+                         std::span<SightPoint> points, OrbitState& state, double forecastS = 0.0);
 /// Rate of the light time to a point, s/s; without the Earth-rotation term.
 double lightTimeRate(const OrbitState& satellite, const Vector3& point);
 

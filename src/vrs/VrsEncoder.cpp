@@ -2,14 +2,11 @@
 
 #include "common/ComText.h"
 #include "common/ComTime.h"
-#include "common/DeployConfig.h"
 #include "common/Print.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-
-VrsEncoders VrsEco;
 
 namespace {
 
@@ -72,13 +69,13 @@ void addRecord(RtcmState& state, const SatelliteObs& obs, std::size_t maskRow, s
 }
 
 /// Sorts the observed satellites into the encoder states and counts them by group.
-Counts fillStates(const EpochObs& obs) {
+Counts fillStates(const ReplyEncoder& in, const EpochObs& obs) {
     Counts counts{};
     const std::size_t bds = systemIndex('C');
-    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
+    for (std::size_t i = 0; i < in.session.satelliteNames.size(); ++i) {
         if (!obs.has(i))
             continue;
-        const int sat = DLY.satelliteNumber[i];
+        const int sat = in.session.satelliteNumber[i];
         const int place = kSystemOf[static_cast<std::size_t>(sat)];
         if (place < 0)
             continue;
@@ -87,10 +84,11 @@ Counts fillStates(const EpochObs& obs) {
         satsys(sat, &prn);
         if (system == bds && prn > kLastBds2) {
             // BDS-3 looks at the configured frequencies only, and under the row of BDS.
-            addRecord(VrsEco.bds3, obs[i], bds, DLY.satelliteFrequencies[bds].size(), sat);
+            addRecord(in.states.bds3, obs[i], bds, in.session.satelliteFrequencies[bds].size(),
+                      sat);
             ++counts[systemIndex('B')];
         } else {
-            addRecord(VrsEco.main, obs[i], system, kMaxSlots, sat);
+            addRecord(in.states.main, obs[i], system, kMaxSlots, sat);
             ++counts[system];
         }
     }
@@ -116,29 +114,29 @@ void setText(Descriptor& field, std::string_view value) {
     value.copy(field.data(), field.size() - 1);
 }
 
-void addMessages(Block& block, const Counts& counts) {
-    setText(VrsEco.main.sta.antdes, "GPPNULLANTENNA");
-    setText(VrsEco.main.sta.recsno, "KRV VRS");
-    block.add(VrsEco.main, 1005, 0);
-    block.add(VrsEco.main, 1033, 0);
+void addMessages(VrsEncoders& states, Block& block, const Counts& counts) {
+    setText(states.main.sta.antdes, "GPPNULLANTENNA");
+    setText(states.main.sta.recsno, "KRV VRS");
+    block.add(states.main, 1005, 0);
+    block.add(states.main, 1033, 0);
     const auto present = [&](const Outgoing& o) { return counts[systemIndex(o.group)] > 0; };
     for (auto it = kOutgoing.begin(); it != kOutgoing.end(); ++it)
         if (present(*it))
-            block.add(it->group == 'B' ? VrsEco.bds3 : VrsEco.main, it->type,
+            block.add(it->group == 'B' ? states.bds3 : states.main, it->type,
                       /*sync=*/std::any_of(it + 1, kOutgoing.end(), present) ? 1 : 0);
 }
 
-void prepareStates(const VrsObsPack& pack) {
-    init_rtcm(VrsEco.main);
-    init_rtcm(VrsEco.bds3);
-    VrsEco.flag = 1;
-    if (!DLY.stationEpochs.empty())
-        VrsEco.main.nav.glo_fcn = DLY.stationEpochs[0].glonassChannels;
-    VrsEco.main.nav.configuredChannels = DLY.glonassChannels();
+void prepareStates(const ReplyEncoder& in, const VrsObsPack& pack) {
+    VrsEncoders& states = in.states;
+    init_rtcm(states.main);
+    init_rtcm(states.bds3);
+    states.flag = 1;
+    if (!in.epoch.stationEpochs.empty())
+        states.main.nav.glo_fcn = in.epoch.stationEpochs[0].glonassChannels;
     const WeekTime t = mjd2wksow(pack.mjd, pack.sod);
-    VrsEco.main.time = VrsEco.bds3.time = gpst2time(t.week, t.sow);
-    VrsEco.main.staid = VrsEco.bds3.staid = pack.reply.stationId;
-    VrsEco.main.sta.pos = pack.xyz;
+    states.main.time = states.bds3.time = gpst2time(t.week, t.sow);
+    states.main.staid = states.bds3.staid = pack.reply.stationId;
+    states.main.sta.pos = pack.xyz;
 }
 
 } // namespace
@@ -149,12 +147,12 @@ int index_mask(std::size_t system, std::string_view type) {
     return kCarried[system][obs2code(type.substr(1, 2))] ? 1 : -1;
 }
 
-int VrsEncoder_m_encodeRtcm_ex(VrsObsPack& pack, int& bits) {
-    prepareStates(pack);
-    const Counts counts = fillStates(pack.obs);
+int VrsEncoder_m_encodeRtcm_ex(const ReplyEncoder& in, VrsObsPack& pack, int& bits) {
+    prepareStates(in, pack);
+    const Counts counts = fillStates(in, pack.obs);
     const auto start = static_cast<std::size_t>(bits / 8);
     Block block{std::span(pack.reply.buffer).subspan(start)};
-    addMessages(block, counts);
+    addMessages(in.states, block, counts);
     if (block.length > block.room.size()) {
         print(Lasting{Cause::longReply}, "nbyte = %d,buff size is large than the allocated %lu",
               static_cast<int>(block.length), static_cast<unsigned long>(kReplyBytes));
@@ -167,7 +165,8 @@ int VrsEncoder_m_encodeRtcm_ex(VrsObsPack& pack, int& bits) {
     return 1;
 }
 
-std::span<const std::uint8_t> VrsEncoder_m_encodeReply(VrsObsPack& pack, std::int32_t requestWord) {
+std::span<const std::uint8_t> VrsEncoder_m_encodeReply(const ReplyEncoder& in, VrsObsPack& pack,
+                                                       std::int32_t requestWord) {
     ReplyArea& area = pack.reply;
     const std::span buffer(area.buffer);
     area.totalLength = area.frameLength = 0;
@@ -177,7 +176,7 @@ std::span<const std::uint8_t> VrsEncoder_m_encodeReply(VrsObsPack& pack, std::in
     setbitu(buffer, 32, 32, static_cast<std::uint32_t>(requestWord));
     setbitu(buffer, 64, 16, 6);
     area.bits = static_cast<int>(8 * kHeaderBytesOfReply);
-    const bool encoded = VrsEncoder_m_encodeRtcm_ex(pack, area.bits) == 1;
+    const bool encoded = VrsEncoder_m_encodeRtcm_ex(in, pack, area.bits) == 1;
     const auto n = static_cast<std::size_t>(area.bits / 8);
     // The messages alone may fill the buffer; with the check word they may not fit (deliberate).
     if (!encoded || n > kMostBeforeCheck) {

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "rtcm/rtcm.h"
-#include "vrs/VrsObsPack.h"
+#include "vrs/VirtualStation.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,18 +11,18 @@
 /// of the program's own: start byte 0xDA, 16-bit length, 0x68, request word, 0x0006, messages,
 /// CRC-24Q in 32 bits.
 
-/// Encoder states; the second serves BDS satellites above PRN 16, the BDS-3 ones.
-struct VrsEncoders {
-    RtcmState main;
-    RtcmState bds3;
-    std::uint8_t flag = 0;
+/// What a reply is encoded with.
+struct ReplyEncoder {
+    VrsEncoders& states;
+    const Session& session;
+    const CurrentEpoch& epoch;
 };
-extern VrsEncoders VrsEco;
 
 /// 1 when the reply carries signals of this type ("L1C" or "C1C") for the system, else -1.
 int index_mask(std::size_t system, std::string_view type);
 /// Appends the messages of the pack's epoch at `bits` in its reply area and moves `bits` on.
 /// 0, with a line and nothing appended, where they do not fit.
-int VrsEncoder_m_encodeRtcm_ex(VrsObsPack& pack, int& bits);
+int VrsEncoder_m_encodeRtcm_ex(const ReplyEncoder& in, VrsObsPack& pack, int& bits);
 /// Builds the reply frame in the pack's reply area; empty where it cannot be built.
-std::span<const std::uint8_t> VrsEncoder_m_encodeReply(VrsObsPack& pack, std::int32_t requestWord);
+std::span<const std::uint8_t> VrsEncoder_m_encodeReply(const ReplyEncoder& in, VrsObsPack& pack,
+                                                       std::int32_t requestWord);

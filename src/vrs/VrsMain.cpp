@@ -1,6 +1,5 @@
 #include "vrs/VrsMain.h"
 
-#include "common/DeployConfig.h"
 #include "common/Print.h"
 #include "vrs/BaseStation.h"
 #include "vrs/VrsObsPack.h"
@@ -9,9 +8,6 @@
 #include <cmath>
 
 namespace {
-
-/// Workspace of a request; a pack is too large to be built anew for every epoch.
-VrsObsPack referencePack;
 
 /// Puts the virtual station at its offset from the reference.
 void placeVirtual(RequestRecord& request, const Vector3& reference) {
@@ -37,36 +33,39 @@ void VrsObsPack_Initial(VrsObsPack& pack) {
     pack.reply.stationId = 0;
 }
 
-void VrsObsPack_Readobs(VrsObsPack& pack, const StationEpoch& station) {
-    pack.name = station.name;
-    pack.mjd = DLY.currentMjd;
-    pack.sod = DLY.currentSod;
-    pack.obs.copyFrom(station.obs);
+void VrsObsPack_Readobs(VrsObsPack& pack, const CurrentEpoch& current, std::size_t station) {
+    const StationEpoch& stored = current.stationEpochs[station];
+    pack.name = stored.name;
+    pack.mjd = current.currentMjd;
+    pack.sod = current.currentSod;
+    pack.obs.copyFrom(stored.obs);
 }
 
-int VrsMain(std::size_t station, std::span<std::uint8_t> reply) {
+int VrsMain(VirtualStation& virtualStation, const VrsSources& in, std::size_t station,
+            std::span<std::uint8_t> reply) {
+    VrsObsPack& referencePack = virtualStation.reference;
     VrsObsPack_Initial(referencePack);
-    VrsObsPack_Readobs(referencePack, DLY.stationEpochs[station]);
-    DLY.stationEpochs[station].obs.clear(); // the next epoch holds what its own messages carry
+    VrsObsPack_Readobs(referencePack, in.epoch, station);
+    in.epoch.stationEpochs[station].obs.clear(); // the next epoch holds what its own messages carry
     if (referencePack.name.empty())
-        referencePack.name = DLY.stationNames[station];
+        referencePack.name = in.session.stationNames[station];
 
-    const StationRecord& reference = DLY.stations[station];
+    const StationRecord& reference = in.session.stations[station];
     if (!usable(reference.xyz)) {
         print(Lasting{Cause::noCoordinates},
               "***WARN: %s has no usable coordinates, epoch is not answered!\n",
               reference.name.c_str());
-        VrsBaseStation_m_save(referencePack);
+        VrsBaseStation_m_save(in, referencePack);
         return 0;
     }
     VrsBaseStation base;
     VrsBaseStation_Initial(base);
     base.name = reference.name;
     base.xyz = reference.xyz;
-    RequestRecord request = DLY.requests[std::min(station, DLY.requests.size() - 1)];
+    RequestRecord request = in.session.requests[std::min(station, in.session.requests.size() - 1)];
     placeVirtual(request, reference.xyz);
     referencePack.xyz = reference.xyz;
-    VrsBaseStation_m_process(base, referencePack, request);
+    VrsBaseStation_m_process(virtualStation, in, base, request);
 
     print(Level::debug, "***INFO: Create a buff, size=%d\n", static_cast<int>(base.reply.size()));
     std::copy(base.reply.begin(), base.reply.end(), reply.begin());

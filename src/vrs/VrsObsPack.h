@@ -40,5 +40,5 @@ struct VrsObsPack {
 
 /// Empties a pack.
 void VrsObsPack_Initial(VrsObsPack& pack);
-/// Takes over a station's stored epoch; its time is the current epoch of DLY.
-void VrsObsPack_Readobs(VrsObsPack& pack, const StationEpoch& station);
+/// Takes over a station's stored epoch; its time is the current one.
+void VrsObsPack_Readobs(VrsObsPack& pack, const CurrentEpoch& current, std::size_t station);

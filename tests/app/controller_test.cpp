@@ -1,13 +1,14 @@
-#include "app/Controller.h"
+#include "app/Surface.h"
 #include "common/check.h"
-#include "session.h"
+#include "configured.h"
 
 TEST(Teardown, GivesBackEveryListOfTheRecord) {
-    configure();
-    finish();
+    Configured c;
+    c.service.finish();
     const auto freed = [](const auto& list) { return list.capacity() == 0; };
-    EXPECT_TRUE(freed(DLY.satelliteNames) && freed(DLY.satellites) && freed(DLY.stations) &&
-                freed(DLY.stationEpochs) && freed(DLY.requests) && DLY.satelliteIndex[5] == -1);
+    EXPECT_TRUE(freed(c.record.satelliteNames) && freed(c.record.satellites) &&
+                freed(c.record.stations) && freed(c.record.stationEpochs) &&
+                freed(c.record.requests) && c.record.satelliteIndex[5] == -1);
 }
 
 TEST(DiagnosticFile, GetsALineForEachValue) {

@@ -51,7 +51,7 @@ void expectAnswers(Peer& peer) {
 TEST(PeerThatHangsUp, IsConnectedAgainThreeSecondsBehindTheLastConnect) {
     Peer peer;
     peer.listen();
-    const Service service(peer.port, kClock);
+    const RunningService service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     auto last = monotonicNow();
     for (int i = 0; i < 2; ++i) {
@@ -69,7 +69,7 @@ TEST(SlowPath, HasRepliesDroppedWholeAndTold) {
         GTEST_SKIP() << "the emulator does not tell what is unsent";
     Peer peer(2048);
     peer.listen();
-    const Service service(peer.port, kClock);
+    const RunningService service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     const Generated s = generated(60);
     const std::string place = "127.0.0.1:" + std::to_string(peer.port);
@@ -109,7 +109,7 @@ TEST(LogThatNobodyReads, HoldsNoReplyUp) {
     Peer peer;
     peer.listen();
     {
-        const Service service(peer.port, kClock, {.output = pipe[1]});
+        const RunningService service(peer.port, kClock, {.output = pipe[1]});
         ASSERT_TRUE(peer.accept());
         expectAnswers(peer);
     }
@@ -120,7 +120,7 @@ TEST(LogThatNobodyReads, HoldsNoReplyUp) {
 TEST(StandardDescriptors, ThatAreClosedLeadNoLogToThePeer) {
     Peer peer;
     peer.listen();
-    const Service service(peer.port, kClock, {.output = -1});
+    const RunningService service(peer.port, kClock, {.output = -1});
     ASSERT_TRUE(peer.accept());
     expectAnswers(peer);
 }
@@ -128,7 +128,7 @@ TEST(StandardDescriptors, ThatAreClosedLeadNoLogToThePeer) {
 TEST(Signals, OfATerminalThatIsGoneEndNothing) {
     Peer peer;
     peer.listen();
-    const Service service(peer.port, kClock);
+    const RunningService service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     service.signal(SIGHUP);
     expectAnswers(peer);

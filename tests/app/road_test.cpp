@@ -1,7 +1,4 @@
-#include "session.h"
-
-#include "app/Controller.h"
-#include "intake/StreamObs.h"
+#include "configured.h"
 
 #include <cstdlib>
 #include <new>
@@ -31,10 +28,11 @@ int allocations = 0;
 TEST(Road, AllocatesNothingFromBytesToReply) {
     const ref::GpsTime now = kNow;
     const FixedClock clock(now);
-    configure();
-    inputSocketID = outputSocketID = -1; // replies are built and dropped
-    StreamObs_m_restart();
-    onrtcm = onrtcm0;
+    Configured c; // without a socket: replies are built and dropped
+    c.service.intake.onrtcm = [&](std::uint32_t status, const std::uint8_t* frame,
+                                  std::int32_t length) {
+        c.service.onMessage(status, frame, length);
+    };
     ref::Sky sky(kSite);
     ref::Bytes stream;
     for (const ref::Bytes& f : sky.ephemerisFrames(now))
@@ -43,13 +41,12 @@ TEST(Road, AllocatesNothingFromBytesToReply) {
         for (const ref::Bytes& f : sky.epochFrames(now + 1.0 * epoch, 4 + epoch))
             stream.insert(stream.end(), f.begin(), f.end());
     testing::internal::CaptureStdout();
-    StreamReader(0, stream.data(), static_cast<int>(stream.size()));
+    c.read(stream);
     allocations = 0;
     counting = true;
-    StreamReader(0, stream.data(), static_cast<int>(stream.size()));
+    c.read(stream);
     counting = false;
     const std::string printed = testing::internal::GetCapturedStdout();
-    onrtcm = nullptr;
     EXPECT_TRUE(contains(printed, "***INFO: Get a return buff"));
     EXPECT_EQ(allocations, 0);
 }

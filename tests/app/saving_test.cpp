@@ -124,7 +124,7 @@ Bytes generated(ref::GpsTime start, int epochs) {
 TEST(Saving, KeepsWhatTheRecordedStreamCarried) {
     CAPTURE_OR_SKIP(stream, "str24-msm4.rtcm3");
     Peer peer;
-    const Service service(peer.port, kClock, {.switches = {"-rawsav"}});
+    const RunningService service(peer.port, kClock, {.switches = {"-rawsav"}});
     std::vector<ref::Expected> owed;
     play(peer, stream, owed);
     const std::vector<Record> records = readRecords(service.out() / "str21930.18o");
@@ -136,7 +136,7 @@ TEST(Saving, KeepsWhatTheRecordedStreamCarried) {
 
 TEST(Saving, FillsAFileADay) {
     Peer peer;
-    const Service service(peer.port, "2018-07-12 23:59:30", {.switches = {"-rawsav"}});
+    const RunningService service(peer.port, "2018-07-12 23:59:30", {.switches = {"-rawsav"}});
     std::vector<ref::Expected> owed;
     play(peer, generated({2009, 432000 - 3}, 6), owed);
     std::vector<Record> records = readRecords(service.out() / "str21930.18o");
@@ -161,7 +161,7 @@ TEST(Saving, FollowsTheSwitches) {
     for (const std::vector<std::string>& switches :
          std::vector<std::vector<std::string>>{{"-rawsav"}, {"-vrssav"}, {"-rawsav", "-vrssav"}}) {
         Peer peer;
-        Service service(peer.port, kClock, {.switches = switches});
+        RunningService service(peer.port, kClock, {.switches = switches});
         std::vector<ref::Expected> owed;
         play(peer, generated(kNow, 2), owed);
         const std::string log = service.wholeLog();
@@ -181,7 +181,7 @@ TEST(Saving, FollowsTheSwitches) {
 
 TEST(Saving, TakesAPartOfARecordBackAndGoesOn) {
     Peer peer;
-    Service service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
+    RunningService service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
     std::vector<ref::Expected> owed;
     play(peer, generated(kNow, 8), owed);
     const std::vector<Record> records = readRecords(service.out() / "str21930.18o");
@@ -196,7 +196,7 @@ TEST(Saving, TakesAPartOfARecordBackAndGoesOn) {
 
 TEST(Saving, OutlivesAFileAtItsGreatestSize) {
     Peer peer;
-    Service service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
+    RunningService service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
     const fs::path file = service.out() / "str21930.18o";
     std::ofstream(file) << std::string(20000, '\n');
     std::vector<ref::Expected> owed;
@@ -207,7 +207,7 @@ TEST(Saving, OutlivesAFileAtItsGreatestSize) {
 
 TEST(Saving, GoesOnWithoutTheFolderOnceItCouldBeUsed) {
     Peer peer;
-    Service service(peer.port, kClock, {.switches = {"-rawsav"}});
+    RunningService service(peer.port, kClock, {.switches = {"-rawsav"}});
     std::vector<ref::Expected> owed;
     play(peer, generated(kNow, 2), owed);
     fs::remove_all(service.out());
@@ -220,7 +220,7 @@ TEST(Saving, GoesOnWithoutTheFolderOnceItCouldBeUsed) {
 
 TEST(Saving, EndsTheProcessWhereTheFileCannotBeOpened) {
     Peer peer;
-    Service service(peer.port, kClock, {.switches = {"-rawsav"}});
+    RunningService service(peer.port, kClock, {.switches = {"-rawsav"}});
     fs::remove_all(service.out());
     ASSERT_TRUE(peer.accept());
     peer.exchange(generated(kNow, 1), 4096, 1 << 20);

@@ -22,7 +22,7 @@ TEST(Service, AnswersEveryEpochOfTheRecordedStream) {
     const ref::Expectation e = expectation();
     for (const std::size_t block : {std::size_t{4096}, std::size_t{333}, stream.size()}) {
         Peer peer;
-        const Service service(peer.port, kClock);
+        const RunningService service(peer.port, kClock);
         ASSERT_TRUE(peer.accept());
         const ref::Verdict v = judge(stream, peer.exchange(stream, block, 1309 + 1243), e);
         expectRight(v);
@@ -68,7 +68,7 @@ TEST(Service, AnswersAGeneratedStreamOfAllSystems) {
     }
     const ref::Expectation e = expectation();
     Peer peer;
-    const Service service(peer.port, kClock);
+    const RunningService service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     const ref::Verdict v = judge(stream, peer.exchange(stream, 1000, frames), e);
     expectRight(v);
@@ -93,7 +93,7 @@ TEST(Service, AnswersEveryEpochOfReceiversWithTheirQuirks) {
         e.near = {2407, 604788};
         const std::vector<ref::Expected> owed = ref::Predictor(e).take(stream);
         Peer peer;
-        Service service(peer.port, "2026-02-28 23:59:30");
+        RunningService service(peer.port, "2026-02-28 23:59:30");
         ASSERT_TRUE(peer.accept());
         const ref::Verdict v =
             judge(stream, peer.exchange(stream, 700, static_cast<int>(owed.size())), e);
@@ -121,7 +121,7 @@ TEST(Service, AnswersInPostMode) {
                     "E11", "C01", "C06", "C11", "C20", "J01"};
     const std::vector<ref::Expected> owed = ref::Predictor(e).take(stream);
     Peer peer;
-    const Service service(peer.port, kClock, {.example = "post", .switches = {"-post"}});
+    const RunningService service(peer.port, kClock, {.example = "post", .switches = {"-post"}});
     ASSERT_TRUE(peer.accept());
     const ref::Verdict v =
         judge(stream, peer.exchange(stream, 4096, static_cast<int>(owed.size())), e);
@@ -166,7 +166,7 @@ TEST(Service, SendsSixtyThreeCellsOfMoreThanSixtyFour) {
         }
     }
     Peer peer;
-    const Service service(peer.port, kClock);
+    const RunningService service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     const ref::Verdict v = judge(stream, peer.exchange(stream, 4096, 18), expectation());
     expectRight(v);
@@ -188,7 +188,7 @@ TEST(Service, IsBackOnTheSameDescriptorWhateverThePeerDoes) {
     Bytes half = sky.epochFrames(t + 1.0, 4).at(0);
     half.insert(half.end(), {0xD3, 0x03, 0xFF, 0x43});
     Peer peer;
-    Service service(peer.port, kClock);
+    RunningService service(peer.port, kClock);
     std::vector<std::string> descriptors;
     for (const std::string end : {"close", "reset", "half-close", "mid-frame", "last"}) {
         ASSERT_TRUE(peer.accept()) << end;
@@ -213,7 +213,7 @@ TEST(Service, IsBackOnTheSameDescriptorWhateverThePeerDoes) {
 
 TEST(Service, RetriesWhileThePeerRefuses) {
     Peer peer; // bound, not yet listening: connections are refused
-    const Service service(peer.port, kClock);
+    const RunningService service(peer.port, kClock);
     const std::string warning =
         "***WARN: Connect input failed, 127.0.0.1:" + std::to_string(peer.port);
     EXPECT_TRUE(service.tells("Kestrune v2.5\nppppp:Unknown error -1\n" + warning + "\n"));

@@ -72,7 +72,7 @@ private:
 const std::string kWatchdog = "WATCHDOG_USEC=200000";
 
 /// A frame comes back as it is, and the log has these lines.
-void expectService(Peer& peer, const Service& service) {
+void expectService(Peer& peer, const RunningService& service) {
     const ref::Bytes frame = ref::frame(ref::write1005({.station = 1, .xyzM = kSite}));
     EXPECT_EQ(peer.exchange(frame, frame.size(), 1), frame);
     EXPECT_TRUE(service.tells("***INFO: Copy raw buff, size=25\n"));
@@ -88,7 +88,8 @@ TEST(ServiceManager, IsToldOfReadinessAndOfLifeInEveryState) {
     ManagerSocket manager("@kestrune");
     Peer peer; // refuses until it listens
     const std::string place = "127.0.0.1:" + std::to_string(peer.port);
-    const Service service(peer.port, kClock, {.environment = {manager.variable(), kWatchdog}});
+    const RunningService service(peer.port, kClock,
+                                 {.environment = {manager.variable(), kWatchdog}});
     EXPECT_EQ(manager.until("READY=1\n"),
               "READY=1\nSTATUS=no connection, trying every 3 s to reach " + place + "\n");
     EXPECT_TRUE(contains(service.log(), "ppppp:Unknown error -1\n")); // connect was tried
@@ -107,7 +108,8 @@ TEST(ServiceManager, IsToldOfLifeWhileAConnectIsNotAnswered) {
     ManagerSocket manager(testing::TempDir() + "kestrune");
     Peer peer;
     peer.stayBusy();
-    const Service service(peer.port, kClock, {.environment = {manager.variable(), kWatchdog}});
+    const RunningService service(peer.port, kClock,
+                                 {.environment = {manager.variable(), kWatchdog}});
     manager.until("STATUS=connecting to 127.0.0.1:" + std::to_string(peer.port) + "\n");
     manager.expectLives(10);
     EXPECT_EQ(manager.readies, 0);
@@ -129,8 +131,8 @@ TEST(ServiceManager, DoesNoHarmWhereItIsAbsentOrDoesNotListen) {
                                                    {"/no/such", 2}};
     for (const auto& [name, sockets] : names) {
         Peer peer;
-        const Service service(peer.port, kClock,
-                              {.environment = {"NOTIFY_SOCKET=" + name, "WATCHDOG_USEC=1"}});
+        const RunningService service(peer.port, kClock,
+                                     {.environment = {"NOTIFY_SOCKET=" + name, "WATCHDOG_USEC=1"}});
         ASSERT_TRUE(peer.accept());
         expectService(peer, service);
         EXPECT_EQ(service.sockets().size(), sockets) << name;
@@ -138,7 +140,7 @@ TEST(ServiceManager, DoesNoHarmWhereItIsAbsentOrDoesNotListen) {
     ManagerSocket deaf("@kestrune");
     int held = deaf.fill();
     Peer peer;
-    const Service service(peer.port, kClock, {.environment = {deaf.variable()}});
+    const RunningService service(peer.port, kClock, {.environment = {deaf.variable()}});
     ASSERT_TRUE(peer.accept());
     expectService(peer, service);
     while (held-- > 0)
@@ -153,7 +155,8 @@ TEST(LivenessProbe, HearsTheServiceAndMissesOneThatHangs) {
     EXPECT_FALSE(ctl::alive::hearsSignOfLife(name, brief)); // nobody is there
     Peer peer;
     peer.listen();
-    const Service service(peer.port, kClock, {.environment = {"NOTIFY_SOCKET=" + name, kWatchdog}});
+    const RunningService service(peer.port, kClock,
+                                 {.environment = {"NOTIFY_SOCKET=" + name, kWatchdog}});
     EXPECT_TRUE(ctl::alive::hearsSignOfLife(name, ample)); // while it connects
     ASSERT_TRUE(peer.accept());
     EXPECT_TRUE(ctl::alive::hearsSignOfLife(name, ample));
@@ -191,8 +194,8 @@ bool endsInEveryState(int namespaces) {
                 peer.stayBusy();
             if (status == "connected")
                 peer.listen();
-            Service service(peer.port, kClock,
-                            {.environment = {manager.variable()}, .namespaces = namespaces});
+            RunningService service(peer.port, kClock,
+                                   {.environment = {manager.variable()}, .namespaces = namespaces});
             if (!service.started())
                 return false;
             manager.until("STATUS=" + status);

@@ -1,6 +1,5 @@
-#include "session.h"
+#include "configured.h"
 
-#include "intake/StreamObs.h"
 #include "reference/service/judge.h"
 #include "reference/standard/msm.h"
 
@@ -12,22 +11,19 @@ namespace {
 
 using ref::Bytes;
 
-std::vector<int> passedOn; // types of the frames that intake passed on, 0 = an epoch
-
 class Predictions : public testing::Test {
 protected:
     void SetUp() override {
-        configure();
-        onrtcm = [](std::uint32_t status, const std::uint8_t* frame, std::int32_t) {
+        configured.service.intake.onrtcm = [this](std::uint32_t status, const std::uint8_t* frame,
+                                                  std::int32_t) {
             passedOn.push_back(status == kEpoch ? 0 : frame[3] * 16 + frame[4] / 16);
         };
     }
-    void TearDown() override { onrtcm = nullptr; }
-    static std::vector<int> byIntake(const Bytes& stream) {
-        StreamObs_m_restart();
+    std::vector<int> byIntake(const Bytes& stream) {
+        StreamObs_m_restart(configured.service.intake);
         passedOn.clear();
         testing::internal::CaptureStdout();
-        StreamReader(0, stream.data(), static_cast<int>(stream.size()));
+        configured.read(stream);
         testing::internal::GetCapturedStdout();
         return passedOn;
     }
@@ -40,7 +36,7 @@ protected:
             types.push_back(x.type);
         return types;
     }
-    static void expectBoth(const std::vector<Bytes>& frames, const std::vector<int>& expected) {
+    void expectBoth(const std::vector<Bytes>& frames, const std::vector<int>& expected) {
         Bytes stream;
         for (const Bytes& f : frames)
             stream.insert(stream.end(), f.begin(), f.end());
@@ -48,6 +44,8 @@ protected:
         EXPECT_EQ(predicted(stream), expected);
     }
     const FixedClock clock{ref::GpsTime{2009, 430650}};
+    Configured configured;
+    std::vector<int> passedOn; // types of the frames that intake passed on, 0 = an epoch
 };
 
 Bytes legacy(int type, int station, bool more) {

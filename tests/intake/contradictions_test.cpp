@@ -143,7 +143,7 @@ TEST(Contradiction, OfTheRealServiceIsOneLineInItsLog) {
         }
     }
     Peer peer;
-    Service service(peer.port, "2018-07-12 23:37:11");
+    RunningService service(peer.port, "2018-07-12 23:37:11");
     ASSERT_TRUE(peer.accept());
     peer.exchange(stream, 1000,
                   static_cast<int>(ref::Predictor(expectation()).take(stream).size()));

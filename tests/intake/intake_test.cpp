@@ -1,7 +1,6 @@
-#include "session.h"
+#include "configured.h"
 
 #include "common/Leaps.h"
-#include "intake/StreamObs.h"
 #include "reference/standard/msm.h"
 
 #include <cmath>
@@ -15,31 +14,27 @@ struct Reply {
     std::uint32_t status;
     Bytes frame;
 };
-std::vector<Reply> replies;
 
-class Intake : public testing::Test {
+class Intake : public testing::Test, protected Configured {
 protected:
     void SetUp() override {
-        configure();
-        StreamObs_m_restart();
-        replies.clear();
-        onrtcm = [](std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
+        service.intake.onrtcm = [this](std::uint32_t status, const std::uint8_t* frame,
+                                       std::int32_t length) {
             replies.push_back({status, Bytes(frame, frame + length)});
         };
     }
-    void TearDown() override { onrtcm = nullptr; }
     /// Reads the frames in one block; what was printed.
-    static std::string read(const std::vector<Bytes>& frames) {
+    std::string read(const std::vector<Bytes>& frames) {
         Bytes block;
         for (const Bytes& f : frames)
             block.insert(block.end(), f.begin(), f.end());
         testing::internal::CaptureStdout();
-        StreamReader(0, block.data(), static_cast<int>(block.size()));
+        Configured::read(block);
         return testing::internal::GetCapturedStdout();
     }
-    static const SatelliteObs& row(const std::string& name) {
-        return DLY.stationEpochs[0]
-            .obs[static_cast<std::size_t>(pointer_string(DLY.satelliteNames, name))];
+    const SatelliteObs& row(const std::string& name) {
+        return record.stationEpochs[0]
+            .obs[static_cast<std::size_t>(pointer_string(record.satelliteNames, name))];
     }
     static Bytes epoch(int type, const std::vector<std::pair<const char*, double>>& signals,
                        bool more = false, int id = 3,
@@ -63,6 +58,7 @@ protected:
     }
 
     const FixedClock clock{kNow};
+    std::vector<Reply> replies;
 };
 
 const Bytes kStatedPlace = ref::frame(ref::write1005({.station = 0, .xyzM = kSite}));
@@ -80,16 +76,16 @@ TEST_F(Intake, LetsTheLaterSlotOverwriteTheEarlierOfOneCarrier) {
     EXPECT_EQ(g.cn0[1], 44.0);
     EXPECT_NEAR(g.doppler[1], 100.0 / 299792458.0 * 1227600000.0, 0.1); // sign reversed
     EXPECT_NEAR(g.range[2], 21e6 + 30, 0.01);
-    EXPECT_EQ(DLY.currentMjd, 58311); // 2018-07-12
-    EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
+    EXPECT_EQ(record.currentMjd, 58311); // 2018-07-12
+    EXPECT_NEAR(record.currentSod, 430650 - 4 * 86400, 1e-6);
 }
 
 TEST_F(Intake, DropsWhatIsNotConfigured) {
-    configure({"G03"}, "GPS:L1_L5");
+    configure(service, {"G03"}, "GPS:L1_L5");
     read({epoch(1074, {{"1C", 21e6}, {"2W", 21e6 + 10}}, true), epoch(1094, {{"1X", 23e6}})});
     EXPECT_NE(row("G03").range[0], 0.0);
     EXPECT_EQ(row("G03").range[1], 0.0);
-    EXPECT_EQ(DLY.stationEpochs[0].obs.written().size(), 1U);
+    EXPECT_EQ(record.stationEpochs[0].obs.written().size(), 1U);
 }
 
 TEST_F(Intake, ReportsEachMessageWithItsWholeFrameAndStartsAfresh) {
@@ -120,7 +116,7 @@ TEST_F(Intake, WipesThePartOfAnEpochThatAStationMessageFollows) {
 TEST_F(Intake, ForgetsFrameAndEpochOfALostConnection) {
     const Bytes obs = epoch(1074, {{"1C", 21e6}}, true);
     read({obs, Bytes(kStatedPlace.begin(), kStatedPlace.begin() + 9)});
-    StreamObs_m_restart();
+    StreamObs_m_restart(service.intake);
     read({epoch(1094, {{"1X", 23e6}})});
     ASSERT_EQ(replies.size(), 1U);
     EXPECT_EQ(row("G03").range[0], 0.0);
@@ -131,8 +127,7 @@ TEST_F(Intake, KeepsTheSystemsOfAnEpochTogetherAfterTheNextLeapSecond) {
     // Since the start of 2018, as the file says, GPS time is 19 s ahead of UTC, not 18 s.
     const std::string path = leapSecondFile() + "_next";
     std::ofstream(path) << "+leap sec\n 57754 37\n 58119 38\n 62502 38\n-leap sec\n";
-    DLY.tables.leapsc = path;
-    StreamObs_m_initial();
+    StreamObs_m_initial(service.intake, path);
     ref::Msm glonass;
     glonass.system = 'R';
     glonass.epochField = 9431000U; // ms of the Moscow day; a second less than in `epoch`
@@ -145,7 +140,7 @@ TEST_F(Intake, KeepsTheSystemsOfAnEpochTogetherAfterTheNextLeapSecond) {
     read({epoch(1074, {{"1C", 21e6}}, true), ref::frame(ref::writeMsm(glonass))});
     EXPECT_NE(row("R07").range[0], 0.0);
     EXPECT_NE(row("G03").range[0], 0.0);
-    EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
+    EXPECT_NEAR(record.currentSod, 430650 - 4 * 86400, 1e-6);
     std::remove(path.c_str());
     extendLeaps({});
 }
@@ -156,7 +151,7 @@ TEST_F(Intake, TellsOfARefusedMessageAndAnswersWhatTheOthersBrought) {
     const Bytes inTheMiddle = epoch(1097, {{"1X", 25e6}}, true, 3, 699999999);
     for (const bool byBytes : {false, true}) {
         replies.clear();
-        DLY.stationEpochs[0].obs.clear();
+        record.stationEpochs[0].obs.clear();
         std::vector<Bytes> blocks{first, inTheMiddle, refused};
         std::string printed;
         if (!byBytes)
@@ -173,8 +168,8 @@ TEST_F(Intake, TellsOfARefusedMessageAndAnswersWhatTheOthersBrought) {
         EXPECT_EQ(replies[0].status, 1U);
         EXPECT_EQ(replies[0].frame, refused);
         EXPECT_NE(row("G03").range[0], 0.0);
-        EXPECT_EQ(DLY.stationEpochs[0].obs.written().size(), 1U);
-        EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
+        EXPECT_EQ(record.stationEpochs[0].obs.written().size(), 1U);
+        EXPECT_NEAR(record.currentSod, 430650 - 4 * 86400, 1e-6);
     }
 }
 
@@ -190,17 +185,17 @@ TEST_F(Intake, TakesFromSbasAndNavicTheEndOfAnEpochAlone) {
                                std::vector{glonass(true), sbas(true), gps(true), navic(false)},
                                std::vector{glonass(true), gps(true), navic(true), sbas(false)}}) {
         replies.clear();
-        DLY.stationEpochs[0].obs.clear();
+        record.stationEpochs[0].obs.clear();
         read(frames);
         EXPECT_EQ(replies.size(), 1U);
         EXPECT_NE(row("G03").range[0], 0.0);
         EXPECT_NE(row("R03").range[0], 0.0);
-        EXPECT_EQ(DLY.currentMjd, 58311); // 2018-07-12
-        EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
+        EXPECT_EQ(record.currentMjd, 58311); // 2018-07-12
+        EXPECT_NEAR(record.currentSod, 430650 - 4 * 86400, 1e-6);
     }
     read({sbas(false)}); // nothing else is in it
-    EXPECT_EQ(DLY.currentMjd, 58311 + 3);
-    EXPECT_NEAR(DLY.currentSod, 430650 - 4 * 86400, 1e-6);
+    EXPECT_EQ(record.currentMjd, 58311 + 3);
+    EXPECT_NEAR(record.currentSod, 430650 - 4 * 86400, 1e-6);
 }
 
 TEST_F(Intake, StoresBdsEphemeridesInBdtAndReplacesWhole) {
@@ -214,9 +209,9 @@ TEST_F(Intake, StoresBdsEphemeridesInBdtAndReplacesWhole) {
             continue;
         const ref::Kepler k = ref::readKepler(message.body);
         const std::string name = ref::satName(k.system, k.id);
-        const int slot = map_gpseph_find(BRDEPH.kepler, name);
+        const int slot = map_gpseph_find(store.kepler, name);
         ASSERT_GE(slot, 0) << name;
-        const GPSEPH& r = BRDEPH.kepler[static_cast<std::size_t>(slot)];
+        const GPSEPH& r = store.kepler[static_cast<std::size_t>(slot)];
         EXPECT_EQ(r.toe, k.toe) << name; // BDS: not 14 s later
         EXPECT_NEAR(std::fmod(k.toc, 86400.0), r.tocSod, 1e-9) << name;
         EXPECT_EQ(r.tocMjd, 44244 + 7 * 2009 + static_cast<int>(k.toc / 86400.0)) << name;
@@ -227,11 +222,11 @@ TEST_F(Intake, StoresBdsEphemeridesInBdtAndReplacesWhole) {
     ref::Kepler next = ref::readKepler(ref::goodFrames(frames[0]).at(0).body);
     next.cuc = next.af2 = 0.0;
     next.iode += 1;
-    const auto first = static_cast<std::size_t>(
-        map_gpseph_find(BRDEPH.kepler, ref::satName(next.system, next.id)));
+    const auto first =
+        static_cast<std::size_t>(map_gpseph_find(store.kepler, ref::satName(next.system, next.id)));
     read({ref::frame(ref::writeKepler(next))});
-    EXPECT_EQ(BRDEPH.kepler[first].cuc, 0.0);
-    EXPECT_EQ(BRDEPH.kepler[first].M0, next.m0);
+    EXPECT_EQ(store.kepler[first].cuc, 0.0);
+    EXPECT_EQ(store.kepler[first].M0, next.m0);
 }
 
 TEST_F(Intake, StoresGlonassEphemeridesInKilometres) {
@@ -249,8 +244,8 @@ TEST_F(Intake, StoresGlonassEphemeridesInKilometres) {
     g.gamn = std::ldexp(5, -40);
     g.en = 3;
     read({ref::frame(ref::writeGlonass(g))});
-    const int slot = map_glseph_find(BRDEPH.glonass, "R07");
-    const GLSEPH& r = BRDEPH.glonass.at(static_cast<std::size_t>(slot));
+    const int slot = map_glseph_find(store.glonass, "R07");
+    const GLSEPH& r = store.glonass.at(static_cast<std::size_t>(slot));
     EXPECT_EQ(r.mjd, 58311);
     EXPECT_EQ(r.sod, 84600.0 + 18.0);
     EXPECT_NEAR(r.posKm[1], -2345.25, 1e-9);
@@ -265,8 +260,8 @@ TEST_F(Intake, StoresGlonassEphemeridesInKilometres) {
     // The channel now serves the observations, also after the decoder started afresh.
     read({epoch(1084, {{"1C", 21e6}}, false, 7)});
     EXPECT_NEAR(row("R07").phase[0], 21e6 / 299792458.0 * (1602e6 + 5 * 562500.0), 0.01);
-    EXPECT_EQ(DLY.stationEpochs[0].glonassChannels[6], 13);
-    EXPECT_NEAR(freqbytp(DLY.satellites[static_cast<std::size_t>(DLY.satelliteNamed("R07"))], "L2",
-                         DLY.streamedChannels()),
+    EXPECT_EQ(record.stationEpochs[0].glonassChannels[6], 13);
+    EXPECT_NEAR(freqbytp(record.satellites[static_cast<std::size_t>(record.satelliteNamed("R07"))],
+                         "L2", record.streamedChannels()),
                 1246e6 + 5 * 437500.0, 1e-3);
 }

@@ -1,7 +1,6 @@
+#include "configured.h"
 #include "recordings.h"
-#include "session.h"
 
-#include "intake/StreamObs.h"
 #include "orbit/RnxephUtils.h"
 #include "reference/standard/msm.h"
 #include "vrs/BaseStation.h"
@@ -15,31 +14,28 @@ namespace {
 using ref::Bytes;
 
 /// Position of a configured satellite at a GPS time, by the service's own road.
-bool readOrbit(const std::string& name, ref::GpsTime t, OrbitState& state) {
-    const auto index = static_cast<std::size_t>(pointer_string(DLY.satelliteNames, name));
+bool readOrbit(Configured& c, const std::string& name, ref::GpsTime t, OrbitState& state) {
     const MjdTime day = wksow2mjd(t.week, t.sow);
     int cache = -1;
-    return VrsBaseStation_v_readOrbit(index, day.mjd, state, cache, day.sod) != 0;
+    return VrsBaseStation_v_readOrbit(c.sources().orbits(), c.indexOf(name), day.mjd, state, cache,
+                                      day.sod) != 0;
 }
 
-void setEpoch(ref::GpsTime t) {
+void setEpoch(Configured& c, ref::GpsTime t) {
     const MjdTime day = wksow2mjd(t.week, t.sow);
-    DLY.currentMjd = day.mjd;
-    DLY.currentSod = day.sod;
+    c.record.currentMjd = day.mjd;
+    c.record.currentSod = day.sod;
 }
 
 class Orbits : public testing::Test {
 protected:
-    void SetUp() override {
-        configure();
-        StreamObs_m_restart();
-    }
-    static std::string store(const std::vector<Bytes>& frames) {
+    std::string store(const std::vector<Bytes>& frames) {
         testing::internal::CaptureStdout();
         for (const Bytes& f : frames)
-            StreamReader(0, f.data(), static_cast<int>(f.size()));
+            c.read(f);
         return testing::internal::GetCapturedStdout();
     }
+    Configured c;
 };
 
 /// Deviations from the mean of a system's satellites in an epoch, m, by system.
@@ -50,28 +46,27 @@ std::map<char, std::vector<double>> spreads;
 /// off, BeiDou scatters by kilometres.
 void expectFit(const Bytes& stream, const CalendarTime& utc, std::size_t leastOfASystem,
                double boundM) {
-    configure();
-    StreamObs_m_restart();
+    Configured c;
     const FixedClock clock(utc);
     spreads.clear();
-    onrtcm = [](std::uint32_t status, const std::uint8_t*, std::int32_t) {
+    c.service.intake.onrtcm = [&](std::uint32_t status, const std::uint8_t*, std::int32_t) {
         if (status != kEpoch)
             return;
-        const int week = (DLY.currentMjd - 44244) / 7; // since 1980-01-06
-        const ref::GpsTime epoch{week,
-                                 (DLY.currentMjd - 44244 - 7 * week) * 86400.0 + DLY.currentSod};
+        const int week = (c.record.currentMjd - 44244) / 7; // since 1980-01-06
+        const ref::GpsTime epoch{week, (c.record.currentMjd - 44244 - 7 * week) * 86400.0 +
+                                           c.record.currentSod};
         const ref::Vec3 up = (1.0 / norm(kSite)) * kSite;
         std::map<char, std::vector<double>> residuals;
-        for (const std::size_t i : DLY.stationEpochs[0].obs.written()) {
-            const std::string& name = DLY.satelliteNames[i];
-            const double rangeM = DLY.stationEpochs[0].obs[i].range[0];
+        for (const std::size_t i : c.record.stationEpochs[0].obs.written()) {
+            const std::string& name = c.record.satelliteNames[i];
+            const double rangeM = c.record.stationEpochs[0].obs[i].range[0];
             const double sent = epoch.sow - rangeM / ref::kLightSpeed;
             const double own = sent - (name[0] == 'C' ? 14.0 : 0.0);
             OrbitState s{};
             double clockS = 0.0;
             int cache = 0;
             const auto brd = name[0] == 'R' ? BrdUtils_m_gls2xyz : BrdUtils_m_brd2xyz;
-            if (rangeM == 0.0 || !brd("yyy", i, week, s, clockS, cache, own))
+            if (rangeM == 0.0 || !brd(c.sources().orbits(), "yyy", i, week, s, clockS, cache, own))
                 continue;
             // Signal travel turns with the Earth; the relativistic term is -2 r.v / c^2.
             const double turn = 7.2921151467e-5 * rangeM / ref::kLightSpeed;
@@ -93,12 +88,11 @@ void expectFit(const Bytes& stream, const CalendarTime& utc, std::size_t leastOf
         // One QZSS satellite is in view; its clock is GPS time.
         if (residuals.contains('J') && residuals.contains('G'))
             spreads['J'].push_back(std::abs(residuals['J'][0] - residuals['G'][0]));
-        DLY.stationEpochs[0].obs.clear();
+        c.record.stationEpochs[0].obs.clear();
     };
     testing::internal::CaptureStdout();
-    StreamReader(0, stream.data(), static_cast<int>(stream.size()));
+    c.read(stream);
     testing::internal::GetCapturedStdout();
-    onrtcm = nullptr;
     for (const char system : std::string("GRECJ")) {
         ASSERT_GE(spreads[system].size(), leastOfASystem) << system;
         EXPECT_LT(*std::max_element(spreads[system].begin(), spreads[system].end()), boundM)
@@ -117,13 +111,13 @@ TEST_F(Orbits, AgreeWithAnIndependentFormulation) {
         const ref::Navigation navigation = asServed(sky.navigation(now));
         for (const double ahead : {-1500.0, 0.0, 77.25, 1500.0}) {
             const ref::GpsTime t = now + ahead;
-            setEpoch(t);
+            setEpoch(c, t);
             int compared = 0;
-            for (const std::string& name : DLY.satelliteNames) {
+            for (const std::string& name : c.record.satelliteNames) {
                 if (!navigation.kepler.contains(name) && !navigation.glonass.contains(name))
                     continue;
                 OrbitState s{};
-                ASSERT_TRUE(readOrbit(name, t, s)) << name;
+                ASSERT_TRUE(readOrbit(c, name, t, s)) << name;
                 const ref::Vec3 expected = navigation.satellite(name)(t);
                 const double error =
                     std::hypot(s[0] - expected[0], s[1] - expected[1], s[2] - expected[2]);
@@ -148,15 +142,15 @@ TEST_F(Orbits, AreNotComputedFromOldOrMissingEphemerides) {
     store({ref::frame(ref::writeKepler(k))});
     OrbitState s{};
     for (const double age : {-7200.0, 7200.0, 7200.5, -7200.5}) {
-        setEpoch({2009, k.toc + age});
+        setEpoch(c, {2009, k.toc + age});
         testing::internal::CaptureStdout();
-        EXPECT_EQ(readOrbit("G05", now, s), std::abs(age) <= 7200.0) << age;
+        EXPECT_EQ(readOrbit(c, "G05", now, s), std::abs(age) <= 7200.0) << age;
         EXPECT_EQ(testing::internal::GetCapturedStdout(),
                   std::abs(age) <= 7200.0 ? "" : "***WARN(RnxephUtils): G05 eph too old!\n");
     }
     testing::internal::CaptureStdout();
-    EXPECT_FALSE(readOrbit("G06", now, s));
-    EXPECT_FALSE(readOrbit("R06", now, s));
+    EXPECT_FALSE(readOrbit(c, "G06", now, s));
+    EXPECT_FALSE(readOrbit(c, "R06", now, s));
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "***WARN(RnxephUtils): G06 doesn't have ephemeris!\n"
               "***WARN(RnxephUtils): R06 doesn't have ephemeris!\n");
@@ -165,14 +159,14 @@ TEST_F(Orbits, AreNotComputedFromOldOrMissingEphemerides) {
 TEST_F(Orbits, UseTheGeoFrameForC01ToC05Alone) {
     const ref::GpsTime now = kNow;
     const FixedClock clock(now);
-    setEpoch(now);
+    setEpoch(c, now);
     ref::Kepler k = ref::Sky(kSite).navigation(now).kepler.at("C05");
     std::vector<ref::Vec3> positions;
     for (const int id : {5, 6}) {
         k.id = id;
         store({ref::frame(ref::writeKepler(k))});
         OrbitState s{};
-        ASSERT_TRUE(readOrbit(ref::satName('C', id), now, s));
+        ASSERT_TRUE(readOrbit(c, ref::satName('C', id), now, s));
         const ref::Vec3 expected = ref::position(k, now);
         EXPECT_LT(norm(expected - ref::Vec3{s[0], s[1], s[2]}), 0.5) << id;
         positions.push_back(expected);

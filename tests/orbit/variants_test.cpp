@@ -1,6 +1,6 @@
 #include "common/check.h"
+#include "configured.h"
 #include "orbit/RnxephUtils.h"
-#include "session.h"
 
 #include <algorithm>
 #include <cmath>
@@ -78,12 +78,12 @@ ref::Kepler independent(const GPSEPH& r, double axisM, double deltaN) {
 OrbitState stateAt(const GPSEPH& r, double sow) {
     OrbitState s{};
     double clockS = 0.0;
-    EXPECT_EQ(BrdUtils_m_geph2xyz(r, "yyy", 2009, s, clockS, sow), 1);
+    const Session none; // it matters to the clock alone
+    EXPECT_EQ(BrdUtils_m_geph2xyz(none, r, "yyy", 2009, s, clockS, sow), 1);
     return s;
 }
 
 TEST(AxisByDifference, GivesTheOrbitOfTheWholeAxis) {
-    configure();
     const struct {
         const char* cprn;
         double axisM; // 0: by its root, 26.5e6 m
@@ -91,7 +91,7 @@ TEST(AxisByDifference, GivesTheOrbitOfTheWholeAxis) {
     } cases[] = {{"C37", 27906100.0}, {"C38", 42162200.0}, {"C40", 42162200.0}, {"C41", 27906100.0},
                  {"C58", 27906100.0}, {"C59", 42162200.0}, {"C63", 42162200.0}, {"C05", 27906100.0},
                  {"G30", 0.0},        {"C30", 0.0, 6.0}};
-    testing::internal::CaptureStdout(); // C43 and above are not configured
+    testing::internal::CaptureStdout(); // none is configured
     for (const auto& c : cases) {
         GPSEPH r = record(c.cprn);
         r.type = c.type;
@@ -117,7 +117,6 @@ TEST(AxisByDifference, GivesTheOrbitOfTheWholeAxis) {
 // Kepler's equation is not solved to its end: E := M + e sin E, twelve times from M. What that
 // leaves over is the exact orbit of another mean anomaly.
 TEST(EccentricOrbit, ComesFromTwelveStepsOfKeplersEquation) {
-    configure();
     GPSEPH r = record("E14");
     r.sqrtA = std::sqrt(27977600.0);
     r.e = 0.3;
@@ -149,28 +148,28 @@ TEST(BdsClock, IsFreedOfTheGroupDelayOfTheFirstTwoCarriers) {
                  {"BDS:B3_B1", 1268.52, 1561.098, 3e-9},     {"BDS:B1c_B3", 1575.42, 1268.52, 3e-9},
                  {"BDS:B1c_B2a_B3", 1575.42, 1176.45, 3e-9}, {"BDS:B1", 0, 1, 0}};
     for (const auto& c : cases) {
-        configure({"C06"}, c.carriers);
+        const Configured configured({"C06"}, c.carriers);
         GPSEPH r = record("C06");
         r.af0 = 1e-4;
         r.tgd1 = 7e-9;
         r.tgd2 = 4e-9;
         double clockS = 0.0;
         OrbitState s{};
-        BrdUtils_m_geph2xyz(r, "ynn", 2009, s, clockS, 0.0);
+        BrdUtils_m_geph2xyz(configured.record, r, "ynn", 2009, s, clockS, 0.0);
         const double squares = std::pow(c.mhz1, 2) / (std::pow(c.mhz1, 2) - std::pow(c.mhz2, 2));
         EXPECT_NEAR(clockS, 1e-4 - squares * c.delayS, 1e-17) << c.carriers;
     }
 }
 
 TEST(BdsRecord, OfASatelliteThatIsNotConfiguredIsReported) {
-    configure({"C06", "G05"});
+    const Configured configured({"C06", "G05"});
     for (const std::string cprn : {"C06", "C07", "G07"}) {
         GPSEPH r = record(cprn);
         r.tgd1 = 1e-8;
         double clockS = 0.0;
         OrbitState s{};
         testing::internal::CaptureStdout();
-        EXPECT_EQ(BrdUtils_m_geph2xyz(r, "ynn", 2009, s, clockS, 0.0), -1);
+        EXPECT_EQ(BrdUtils_m_geph2xyz(configured.record, r, "ynn", 2009, s, clockS, 0.0), -1);
         EXPECT_EQ(testing::internal::GetCapturedStdout(),
                   cprn == "C07" ? "*****ERRROR(RnxephUtils): isat == -1 ! eph->cprn = C07 \n" : "");
         EXPECT_EQ(clockS != 0.0, cprn[0] == 'C') << "the group delay is taken all the same";

@@ -16,9 +16,9 @@ constexpr int kDay = 60314; // 5 January 2024
 /// A station and what it observes of four satellites.
 struct Station : check::Scratch {
     Station() {
-        DLY.outputPath = path.substr(0, path.size() - 1);
-        DLY.satelliteNames = {"G05", "E11", "J02", "C01"};
-        DLY.stationFrequencies = {
+        folder.path = path.substr(0, path.size() - 1);
+        session.satelliteNames = {"G05", "E11", "J02", "C01"};
+        session.stationFrequencies = {
             {{"L1", "L2", "L5"}, {}, {"L1", "L7"}, {"L2"}, {}, {}, {"L1"}, {}}};
         put(0, 0, "1C", 110000000.1234, 21000000.5678, 45.25, -1234.5674);
         put(0, 1, "2W", 90000000.5, 21000003.25, 40.0, -961.9);
@@ -39,6 +39,8 @@ struct Station : check::Scratch {
     }
     int write(RinexWriter writer, double sod) {
         writer.obs = &obs;
+        writer.session = &session;
+        writer.folder = &folder;
         testing::internal::CaptureStdout();
         const int result = Rnxobs_v_outFileObs(writer, kDay, sod);
         printed = testing::internal::GetCapturedStdout();
@@ -46,13 +48,15 @@ struct Station : check::Scratch {
     }
     std::string file(const std::string& name) const { return readFile(path + name); }
 
+    Session session;
+    OutputFolder folder;
     EpochObs obs;
     std::string printed;
 };
 
 /// Writes a record in a process of its own that gets SIGTERM at its n-th stop, before and after
 /// each system call; its wait status. Files of the process end at 300 bytes.
-int writeAndEnd(const Station& s, int stop) {
+int writeAndEnd(Station& s, int stop) {
     const pid_t child = fork();
     if (child == 0) {
         close(STDOUT_FILENO);
@@ -63,7 +67,8 @@ int writeAndEnd(const Station& s, int stop) {
         if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
             _exit(77);
         raise(SIGSTOP);
-        RinexWriter writer{.fileName = s.path + "cut", .obs = &s.obs};
+        RinexWriter writer{
+            .fileName = s.path + "cut", .obs = &s.obs, .session = &s.session, .folder = &s.folder};
         _exit(Rnxobs_m_outputObs_v3x(kDay, writer, 0.0));
     }
     int status = 0;
@@ -103,19 +108,21 @@ TEST(ObservationFile, SaysWhyARecordIsNotWritten) {
     Station s;
     EXPECT_EQ(s.write({.station = "ABCE"}, 0.0), 0); // the folder can be used
     std::filesystem::create_symlink("elsewhere", s.path + "abcd0050.24o");
-    const std::string path = DLY.outputPath;
+    const std::string path = s.folder.path;
     for (const auto& [folder, reason] : {std::pair{path, "Too many levels of symbolic links"},
                                          std::pair{path + "/none", "No such file or directory"}}) {
-        DLY.outputPath = folder;
+        s.folder.path = folder;
         EXPECT_EQ(s.write({.station = "ABCD"}, 0.0), -1);
         EXPECT_TRUE(s.printed.ends_with("***WARN(Rnxobs): file = " + folder +
                                         "/abcd0050.24o,epoch is not written," + reason + "\n"))
             << s.printed;
     }
     EXPECT_FALSE(std::filesystem::exists(s.path + "elsewhere"));
-    DLY.outputUsed = false;
-    DLY.outputPath = s.path + "none";
-    RinexWriter writer{.station = "ABC", .obs = &s.obs}; // right-aligned in four characters
+    s.folder = {s.path + "none"};
+    RinexWriter writer{.station = "ABC",
+                       .obs = &s.obs,
+                       .session = &s.session,
+                       .folder = &s.folder}; // right-aligned in four characters
     check::expectFatal([&] { Rnxobs_v_outFileObs(writer, kDay, 0.0); },
                        "outfile: " + s.path + "none/ abc0050.24o\n****ERROR(Rnxobs): file = " +
                            s.path + "none/ abc0050.24o,can't access out file\n");
@@ -128,7 +135,7 @@ TEST(ObservationFile, IsNotWrittenForOlderVersions) {
 }
 
 TEST(ObservationFile, IsAsItWasWhereverASignalEndsACutRecord) {
-    const Station s;
+    Station s;
     s.Scratch::write("cut", "whole\n");
     int ended = 0; // before open, fstat, hold, write, ftruncate, let go and behind them
     for (int status = SIGTERM; WIFSIGNALED(status); ++ended) {

@@ -82,7 +82,6 @@ TEST(Encode1033, CutsItsTextsTo31Characters) {
 }
 
 TEST(EncodeMsm, CarriesEverySystemsCellsInEveryForm) {
-    configure({});
     struct Case {
         int type; // of MSM4
         const char* satellite;
@@ -138,7 +137,6 @@ TEST(EncodeMsm, CarriesEverySystemsCellsInEveryForm) {
 }
 
 TEST(EncodeMsm4, MarksWhatItCannotCarry) {
-    configure({});
     auto state = newEpoch();
     // No pseudorange, no phase, and too far from the first signal's range.
     ObsRecord& none = add(*state, "G01", {{"1C", 22000000.0}, {"2W", 22000000.0}});
@@ -161,7 +159,6 @@ TEST(EncodeMsm4, MarksWhatItCannotCarry) {
 }
 
 TEST(Encoders, SendWhatTheirFieldsHoldAndNothingFurther) {
-    configure({});
     const double roughM = 75 * ref::kLightSpeed / 1000; // no fine range is left of it
     const double perM = 1575.42e6 / ref::kLightSpeed, per2M = 1227.6e6 / ref::kLightSpeed;
     for (const double sign : {1.0, -1.0}) {
@@ -208,7 +205,6 @@ TEST(Encoders, SendWhatTheirFieldsHoldAndNothingFurther) {
 }
 
 TEST(Encoders, SendTrackingModesWithoutANameOfTheirOwnUnderTheNextOne) {
-    configure({});
     const struct {
         const char *code, *msm, *legacy; // empty: not sent
     } cases[] = {{"1Y", "1P", "1P"}, {"1M", "1P", ""},   {"1N", "1P", ""},   {"1W", "1W", "1P"},
@@ -227,7 +223,6 @@ TEST(Encoders, SendTrackingModesWithoutANameOfTheirOwnUnderTheNextOne) {
 }
 
 TEST(EncodeMsm4, TakesAPhaseFarFromTheRangeBackByWholeCycles) {
-    configure({});
     const auto state = newEpoch();
     const double wavelengthM = ref::kLightSpeed / 1575420000.0;
     ObsRecord& record = add(*state, "G07", {{"1C", 23000000.0}});
@@ -239,7 +234,6 @@ TEST(EncodeMsm4, TakesAPhaseFarFromTheRangeBackByWholeCycles) {
 }
 
 TEST(EncodeMsm4, GivesTheLastOf64CellsNoValuesAndFurtherOnesNoPlace) {
-    configure({});
     const auto state = newEpoch();
     for (int prn = 1; prn <= 17; ++prn)
         add(*state, prn < 10 ? "E0" + std::to_string(prn) : "E" + std::to_string(prn),
@@ -258,7 +252,6 @@ TEST(EncodeMsm4, GivesTheLastOf64CellsNoValuesAndFurtherOnesNoPlace) {
 }
 
 TEST(EncodeMsm, MarksRatesThatItCannotCarry) {
-    configure({});
     const auto state = newEpoch();
     const double perM = 1575.42e6 / ref::kLightSpeed;
     const struct {
@@ -286,7 +279,6 @@ TEST(EncodeMsm, MarksRatesThatItCannotCarry) {
 }
 
 TEST(Encoders, CountLockTimeWhileTheStateLives) {
-    configure({});
     const auto state = newEpoch();
     const struct {
         double seconds;
@@ -318,7 +310,6 @@ TEST(Encoders, CountLockTimeWhileTheStateLives) {
 }
 
 TEST(EncodeLegacy, CarriesTheL1AndL2ThatItsIndicatorsName) {
-    configure({});
     const auto state = newEpoch();
     state->nav.glo_fcn[2] = 5 + 8;
     state->nav.glo_fcn[13] = -7 + 8;
@@ -384,7 +375,6 @@ TEST(EncodeLegacy, CarriesTheL1AndL2ThatItsIndicatorsName) {
 }
 
 TEST(EncodeLegacy, WritesA1012TypedBitByBitAndRollsPhasesOverBy1500Cycles) {
-    configure({});
     const auto state = newEpoch();
     state->nav.glo_fcn[23] = -4 + 8;
     const double rangeM = 0.002 * ref::kLightSpeed * 37 + 0.02 * 1234567;
@@ -415,7 +405,6 @@ TEST(EncodeLegacy, WritesA1012TypedBitByBitAndRollsPhasesOverBy1500Cycles) {
 }
 
 TEST(EncodeLegacy, TakesTheFirst31Satellites) {
-    configure({});
     const auto state = newEpoch();
     for (int prn = 32; prn > 0; --prn)
         add(*state, ref::satName('G', prn), {{"1C", 22e6 + prn}});

@@ -149,7 +149,6 @@ TEST(RecordedMessages, ComeBackFromTheirRecordsByteForByte) {
 }
 
 TEST(RecordedMessages, KeepTheirObservationsThroughTheRecords) {
-    configure({});
     for (const char* file :
          {"str24-msm4.rtcm3", "pittsburgh-msm4.rtcm3", "japan-msm5.rtcm3", "antarctica-msm7.rtcm3",
           "corsica-legacy.rtcm3", "california-legacy-glo-day-rollover.rtcm3"}) {

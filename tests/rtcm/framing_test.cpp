@@ -100,7 +100,6 @@ TEST(Framing, CountsMessagesByTypeUnlessMalformed) {
 
 TEST(Framing, GivesTheSameForBytesAndForBlocks) {
     const FixedClock clock(ref::GpsTime{2009, 430650});
-    configure();
     std::mt19937 random(1);
     ref::Sky sky(kSite);
     Bytes stream;
@@ -120,7 +119,6 @@ TEST(Framing, GivesTheSameForBytesAndForBlocks) {
 
 TEST(StationId, OfAnotherStationEndsTheEpochBeingCollected) {
     const FixedClock clock(ref::GpsTime{2009, 430650});
-    configure();
     ref::Sky sky(kSite);
     sky.station = 5;
     const auto frames = sky.epochFrames({2009, 430650}, 4);

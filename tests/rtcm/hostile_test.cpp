@@ -1,7 +1,5 @@
-#include "session.h"
+#include "configured.h"
 
-#include "app/Controller.h"
-#include "intake/StreamObs.h"
 #include "reference/standard/msm.h"
 
 #include <random>
@@ -13,16 +11,15 @@ namespace {
 
 using ref::Bytes;
 
-int callbacks = 0;
-
 class HostileStream : public testing::Test {
 protected:
     void SetUp() override {
-        configure();
-        onrtcm = [](std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
+        configured.service.intake.onrtcm = [this](std::uint32_t status, const std::uint8_t* frame,
+                                                  std::int32_t length) {
             ASSERT_TRUE(status == kEpoch || status == kEphemeris || status == kStation);
             ASSERT_TRUE(frame[0] == kPreamble && length >= 6 && length <= 1029);
-            onrtcm0(status, frame, length); // the whole road, to a socket that is not there
+            configured.service.onMessage(status, frame,
+                                         length); // the whole road, to a socket that is not there
             ++callbacks;
         };
         testing::internal::CaptureStdout();
@@ -34,11 +31,8 @@ protected:
         read(goodEpoch());
         EXPECT_GT(callbacks, before);
         testing::internal::GetCapturedStdout();
-        onrtcm = nullptr;
     }
-    static void read(const Bytes& bytes) {
-        StreamReader(0, bytes.data(), static_cast<int>(bytes.size()));
-    }
+    void read(const Bytes& bytes) { configured.read(bytes); }
     static Bytes goodEpoch() {
         Bytes out(1100, 0); // lets a pending false frame end
         for (const Bytes& f : ref::Sky(kSite).epochFrames(kNow, 4))
@@ -69,6 +63,8 @@ protected:
     }
 
     const FixedClock clock{kNow};
+    Configured configured;
+    int callbacks = 0;
     std::mt19937 random{12345};
 };
 

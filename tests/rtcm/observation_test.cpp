@@ -100,7 +100,6 @@ int compareStream(const Bytes& stream) {
 } // namespace
 
 TEST(MsmDecoding, GivesTheValuesOfEveryFormAndSystem) {
-    configure({});
     const FixedClock clock(kNow);
     ref::Sky sky(kSite);
     sky.signals['J'] = {"1C", "2X", "5Q", "6L"};
@@ -117,7 +116,6 @@ TEST(MsmDecoding, GivesTheValuesOfEveryFormAndSystem) {
 }
 
 TEST(SignalSlots, GoToTheBestPriorityAndOneOtherToTheFifth) {
-    configure({});
     const FixedClock clock(kNow);
     struct Case {
         int type;
@@ -149,7 +147,6 @@ TEST(SignalSlots, GoToTheBestPriorityAndOneOtherToTheFifth) {
 }
 
 TEST(SignalSlots, HoldEveryPairOfSignalsAsTheIndependentTablesSay) {
-    configure({});
     const FixedClock clock(kNow);
     for (const char system : std::string("GRESJC")) {
         std::vector<std::string> signals;
@@ -217,7 +214,6 @@ TEST(MsmDecoding, ReadsAnMsm7CellTypedBitByBit) {
 }
 
 TEST(EpochTimes, AreResolvedAgainstTheClock) {
-    configure({});
     struct Case {
         int type;
         std::uint32_t field;
@@ -287,7 +283,6 @@ TEST(EpochTimes, AreResolvedAgainstTheClock) {
 }
 
 TEST(Epochs, HoldWhatTheirOwnMessagesCarried) {
-    configure({});
     const FixedClock clock(kNow);
     const auto state = newState();
     EXPECT_TRUE(feed(*state, msm(1074, 430650000, {cell(1, "1C")}, true)).empty());
@@ -316,7 +311,6 @@ TEST(Epochs, HoldWhatTheirOwnMessagesCarried) {
 }
 
 TEST(Epochs, AreOfOneStation) {
-    configure({});
     const FixedClock clock(kNow);
     const auto state = newState();
     std::uint32_t field = 430650000;
@@ -335,7 +329,6 @@ TEST(Epochs, AreOfOneStation) {
 // RTCM 10403.x, DF402, DF407 and DF013: lock was lost where the indicator is smaller than the last
 // one; 0 is a lock that has just begun.
 TEST(LossOfLock, IsAnIndicatorThatIsZeroOrSmallerThanTheLast) {
-    configure({});
     const FixedClock clock(kNow);
     const auto state = newState();
     std::uint32_t field = 430650000;
@@ -379,7 +372,6 @@ TEST(MsmDecoding, RefusesMasksThatDoNotFit) {
 }
 
 TEST(GlonassChannel, ComesFromConfigurationThenEphemerisThenStream) {
-    configure({"R05"});
     const FixedClock clock(kNow);
     const auto phase = [&](RtcmState& state) {
         feed(state, msm(1084, 5U << 27 | 9432000U, {cell(5, "1C")}));
@@ -434,7 +426,6 @@ TEST(LegacyObservations, OfGpsAreReadFieldByField) {
 }
 
 TEST(LegacyObservations, OfGlonassTakeTheirChannelFromTheMessage) {
-    configure({"R09"});
     const FixedClock clock(kNow);
     for (const int type : {1009, 1010, 1011, 1012}) {
         BitString b;
@@ -487,7 +478,6 @@ TEST(LegacyObservations, UndoARollOverOfThePhaseWhileTheStateLives) {
 }
 
 TEST(LegacyObservations, OfRecordedStreamsGiveTheStationsSatellites) {
-    configure({});
     for (const char* name : {"corsica-legacy.rtcm3", "california-legacy-glo-day-rollover.rtcm3"}) {
         CAPTURE_OR_SKIP(stream, name);
         const auto state = newState();

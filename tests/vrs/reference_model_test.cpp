@@ -1,6 +1,5 @@
-#include "session.h"
+#include "configured.h"
 
-#include "intake/StreamObs.h"
 #include "vrs/BaseStation.h"
 
 #include <cmath>
@@ -12,36 +11,34 @@ TEST(ReferenceModel, IsTheGeometryOfThePacksOwnStation) {
     const ref::Vec3 station = kSite + ref::Vec3{20000.0, -30000.0, 50000.0};
     ref::Sky sky(kSite);
     const ref::Navigation navigation = asServed(sky.navigation(now));
-    configure();
-    StreamObs_m_restart();
-    onrtcm = nullptr;
+    Configured c;
     const auto pack = std::make_unique<VrsObsPack>();
     VrsObsPack_Initial(*pack);
     pack->xyz = {station[0], station[1], station[2]};
     const MjdTime day = wksow2mjd(now.week, now.sow);
     testing::internal::CaptureStdout();
     for (const ref::Bytes& f : sky.ephemerisFrames(now))
-        StreamReader(0, f.data(), static_cast<int>(f.size()));
+        c.read(f);
     testing::internal::GetCapturedStdout();
-    pack->mjd = DLY.currentMjd = day.mjd;
-    pack->sod = DLY.currentSod = day.sod;
-    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i)
-        if (const std::string& name = DLY.satelliteNames[i];
+    pack->mjd = c.record.currentMjd = day.mjd;
+    pack->sod = c.record.currentSod = day.sod;
+    for (std::size_t i = 0; i < c.record.satelliteNames.size(); ++i)
+        if (const std::string& name = c.record.satelliteNames[i];
             navigation.kepler.contains(name) || navigation.glonass.contains(name))
             pack->obs.row(i).phase[0] = 1e8;
-    BRDEPH.kepler[1].sqrtA = 0.0; // G02: no orbit at all
-    BRDEPH.kepler[2].tocMjd = 0;  // G03: no ephemeris
+    c.store.kepler[1].sqrtA = 0.0; // G02: no orbit at all
+    c.store.kepler[2].tocMjd = 0;  // G03: no ephemeris
     for (auto* const values : {&pack->elevation, &pack->azimuth, &pack->referenceRange})
         values->fill(9.0);
 
     testing::internal::CaptureStdout();
-    VrsBaseStation_m_gnssModel(*pack);
+    VrsBaseStation_m_gnssModel(c.sources().orbits(), *pack);
     const std::string printed = testing::internal::GetCapturedStdout();
     EXPECT_TRUE(printed.starts_with("***WARN(BaseStation): G02 position not convergence! ddelay="));
     EXPECT_TRUE(printed.ends_with("\n***WARN(RnxephUtils): G03 doesn't have ephemeris!\n"));
     int below = 0, above = 0;
-    for (std::size_t i = 0; i < DLY.satelliteNames.size(); ++i) {
-        const std::string& name = DLY.satelliteNames[i];
+    for (std::size_t i = 0; i < c.record.satelliteNames.size(); ++i) {
+        const std::string& name = c.record.satelliteNames[i];
         if (!existobs(pack->obs[i]) || name == "G02" || name == "G03") {
             EXPECT_TRUE(pack->referenceRange[i] == 0.0 && pack->elevation[i] == 0.0 &&
                         pack->azimuth[i] == 0.0)
@@ -61,9 +58,10 @@ TEST(ReferenceModel, IsTheGeometryOfThePacksOwnStation) {
 }
 
 TEST(CountOfEphemerides, IsThatOfGlonassOrOfTheOthers) {
-    configure({"G01", "R02", "C06", "R03", "E05"});
-    BRDEPH.kepler[0].tocMjd = BRDEPH.kepler[2].tocMjd = BRDEPH.glonass[1].mjd = 58311;
-    BRDEPH.kepler[3].tocMjd = 58311; // nobody's
-    EXPECT_TRUE(VrsBaseStation_CountSat(1) == 1 && VrsBaseStation_CountSat(0) == 2 &&
-                VrsBaseStation_CountSat(2) == 2);
+    Configured c({"G01", "R02", "C06", "R03", "E05"});
+    c.store.kepler[0].tocMjd = c.store.kepler[2].tocMjd = c.store.glonass[1].mjd = 58311;
+    c.store.kepler[3].tocMjd = 58311; // nobody's
+    EXPECT_TRUE(VrsBaseStation_CountSat(c.store, 1) == 1 &&
+                VrsBaseStation_CountSat(c.store, 0) == 2 &&
+                VrsBaseStation_CountSat(c.store, 2) == 2);
 }

@@ -1,6 +1,5 @@
-#include "session.h"
+#include "configured.h"
 
-#include "intake/StreamObs.h"
 #include "reference/service/predict.h"
 #include "reference/standard/msm.h"
 #include "vrs/BaseStation.h"
@@ -18,41 +17,31 @@ namespace {
 
 using ref::Bytes;
 
-std::size_t indexOf(const std::string& name) {
-    return static_cast<std::size_t>(pointer_string(DLY.satelliteNames, name));
-}
-
 /// Ephemerides of the generated sky in the store; epochs are set by hand.
-class Virtual : public testing::Test {
+class Virtual : public testing::Test, protected Configured {
 protected:
     void SetUp() override {
-        configure();
-        last_drleng = {};
-        for (SatelliteRecord& satellite : DLY.satellites)
+        for (SatelliteRecord& satellite : record.satellites)
             if (satellite.cprn[0] == 'R')
                 satellite.glonassChannel = 3;
-        StreamObs_m_restart();
-        onrtcm = nullptr;
         testing::internal::CaptureStdout();
         for (const Bytes& f : sky.ephemerisFrames(kNow))
-            StreamReader(0, f.data(), static_cast<int>(f.size()));
+            read(f);
         testing::internal::GetCapturedStdout();
-        request = DLY.requests[0];
+        request = record.requests[0];
         const ref::Vec3 v = ref::virtualPoint(kSite);
         const ref::Geodetic g = ref::toGeodetic(v);
         request.xyz = {v[0], v[1], v[2]};
         request.blh = {g.lat, g.lon, g.heightM};
         request.distanceM = 299.4;
-        reference = std::make_unique<VrsObsPack>();
-        out = std::make_unique<VrsObsPack>();
         VrsObsPack_Initial(*reference);
-        reference->xyz = DLY.stations[0].xyz;
+        reference->xyz = record.stations[0].xyz;
         setEpoch(kNow);
     }
     void setEpoch(ref::GpsTime t) {
         const MjdTime day = wksow2mjd(t.week, t.sow);
-        DLY.currentMjd = day.mjd;
-        DLY.currentSod = day.sod;
+        record.currentMjd = day.mjd;
+        record.currentSod = day.sod;
         reference->mjd = day.mjd;
         reference->sod = day.sod;
     }
@@ -68,8 +57,8 @@ protected:
     std::string generate() {
         testing::internal::CaptureStdout();
         VrsBaseStation base;
-        base.xyz = DLY.stations[0].xyz;
-        VrsGenerator_s_genVirtualObs(*out, base, *reference, request);
+        base.xyz = record.stations[0].xyz;
+        VrsGenerator_s_genVirtualObs(service.station, sources(), base, request);
         return testing::internal::GetCapturedStdout();
     }
     const SatelliteObs& got(const std::string& name) { return out->obs[indexOf(name)]; }
@@ -86,7 +75,7 @@ protected:
         OrbitState state{};
         for (double lightTimeS = 0.07, pass = 0; pass < 20; ++pass) {
             int index = 0;
-            VrsBaseStation_v_readOrbit(satellite, reference->mjd, state, index,
+            VrsBaseStation_v_readOrbit(sources().orbits(), satellite, reference->mjd, state, index,
                                        reference->sod - lightTimeS);
             lightTimeS = rangeM(state, request.xyz) / ref::kLightSpeed;
         }
@@ -95,7 +84,7 @@ protected:
     /// Satellites of a system in view, by the independent geometry.
     std::vector<std::string> inView(char system) {
         std::vector<std::string> names;
-        for (const std::string& name : DLY.satelliteNames)
+        for (const std::string& name : record.satelliteNames)
             if (name[0] == system &&
                 (navigation.kepler.contains(name) || navigation.glonass.contains(name)) &&
                 truth(name).direction.elevationDeg > 6.0)
@@ -107,7 +96,8 @@ protected:
     const ref::Navigation navigation = asServed(sky.navigation(kNow));
     const FixedClock clock{kNow};
     RequestRecord request;
-    std::unique_ptr<VrsObsPack> reference, out;
+    VrsObsPack* const reference = &service.station.reference;
+    VrsObsPack* const out = &service.station.answer;
 };
 
 } // namespace
@@ -122,12 +112,12 @@ TEST_F(Virtual, ObservationsDifferByTheChangeOfRangeAtTheVirtualTransmitTime) {
     }
     generate();
     for (const std::size_t i : reference->obs.written()) {
-        const std::string& name = DLY.satelliteNames[i];
+        const std::string& name = record.satelliteNames[i];
         const ref::RangeChange change = truth(name);
         const auto system = static_cast<std::size_t>(index_string(kSystems, name[0]));
         for (std::size_t k = 0; k < 2; ++k) {
-            const double hz = freqbytp(DLY.satellites[i], DLY.stationFrequencies[system][k],
-                                       DLY.streamedChannels());
+            const double hz = freqbytp(record.satellites[i], record.stationFrequencies[system][k],
+                                       record.streamedChannels());
             EXPECT_NEAR(got(name).range[k] - 2.3e7, change.deltaM, 2e-5) << name;
             EXPECT_NEAR((got(name).phase[k] - 1.2e8) * ref::kLightSpeed / hz, change.deltaM, 2e-5)
                 << name;
@@ -165,7 +155,7 @@ TEST_F(Virtual, DopplerFollowsTheRateOfTheChangeOfRange) {
     reference->obs.clear();
     setEpoch(kNow + 40.0);
     generate();
-    EXPECT_EQ(last_drleng[indexOf(name)].drleng, 0.0);
+    EXPECT_EQ(service.station.history[indexOf(name)].drleng, 0.0);
     EXPECT_NEAR(dopplerAt(41),
                 500.0 + truth(name, kNow + 41.0).deltaM / 35.0 * 1575420000.0 / ref::kLightSpeed,
                 2e-4);
@@ -181,13 +171,14 @@ TEST_F(Virtual, LightTimesThatWereForecastAreThoseOfTheIteration) {
         const std::size_t i = indexOf(name);
         std::array<SightPoint, 2> iterated = none;
         OrbitState state{};
-        ASSERT_EQ(solveLightTime(i, *reference, iterated, state), LightTime::found);
+        ASSERT_EQ(solveLightTime(sources().orbits(), i, *reference, iterated, state),
+                  LightTime::found);
         for (const double wrongS : {0.0, 9e-8, -9e-8, 2e-7, 1e-3, -0.05}) {
             std::array<SightPoint, 2> forecast = none;
             OrbitState moved{};
-            ASSERT_EQ(
-                solveLightTime(i, *reference, forecast, moved, iterated[0].lightTimeS + wrongS),
-                LightTime::found);
+            ASSERT_EQ(solveLightTime(sources().orbits(), i, *reference, forecast, moved,
+                                     iterated[0].lightTimeS + wrongS),
+                      LightTime::found);
             looked += moved != state ? 1 : 0;
             EXPECT_LE(std::hypot(moved[0] - state[0], moved[1] - state[1], moved[2] - state[2]),
                       std::abs(wrongS) < 1e-7 ? 3e-7 : 0.0) // a second of week ends at 6e-11 s
@@ -202,7 +193,7 @@ TEST_F(Virtual, LightTimesThatWereForecastAreThoseOfTheIteration) {
 
 TEST_F(Virtual, SatellitesBelowFiveDegreesOrWithoutOrbitAreLeftOut) {
     std::string expected;
-    for (const std::string& name : DLY.satelliteNames) {
+    for (const std::string& name : record.satelliteNames) {
         if (!navigation.kepler.contains(name) || name[0] != 'G')
             continue;
         observe(name);
@@ -212,8 +203,8 @@ TEST_F(Virtual, SatellitesBelowFiveDegreesOrWithoutOrbitAreLeftOut) {
                 text("***WARN(Generator): %s elevation is lower than cutoff(5)! elev=%.2lf\n",
                      name.c_str(), elevation);
     }
-    BRDEPH.kepler[2].tocMjd = 0;  // G03
-    BRDEPH.kepler[1].sqrtA = 0.0; // G02: no orbit at all
+    store.kepler[2].tocMjd = 0;  // G03
+    store.kepler[1].sqrtA = 0.0; // G02: no orbit at all
     const std::string printed = generate();
     EXPECT_TRUE(contains(printed, "G03 doesn't have ephemeris!"));
     EXPECT_TRUE(contains(printed, "***WARN(Generator): G02 position not convergence! ddelay="));
@@ -234,7 +225,7 @@ TEST_F(Virtual, SatellitesComeAndGoAtFiveDegrees) {
         return truth(name, kNow + ahead).direction.elevationDeg > 5.0;
     };
     int crossings = 0;
-    for (const std::string& name : DLY.satelliteNames) {
+    for (const std::string& name : record.satelliteNames) {
         if (!navigation.kepler.contains(name) || above(name, -600.0) == above(name, 600.0))
             continue;
         double before = -600.0;
@@ -277,24 +268,24 @@ TEST_F(Virtual, BeyondFiveKilometresTheReferenceSpeaksForItself) {
         reference->obs.clear();
         observe(name);
         request.distanceM = c.distanceM;
-        DLY.post = c.post;
+        record.post = c.post;
         const std::string printed = generate();
         EXPECT_EQ(
             contains(printed,
                      "***WARN: VRS offset distance(      5000.001) too long, using raw obs!\n"),
             c.raw);
         EXPECT_EQ(got(name).range[0] == 2.3e7, c.raw);
-        EXPECT_EQ(out->xyz, c.raw ? DLY.stations[0].xyz : request.xyz);
+        EXPECT_EQ(out->xyz, c.raw ? record.stations[0].xyz : request.xyz);
         EXPECT_EQ(out->mjd, reference->mjd);
         EXPECT_EQ(out->reply.stationId, -1);
     }
 }
 
 TEST_F(Virtual, StationStandsItsFixedOffsetNorth) {
-    DLY.requests.push_back({.name = "VRS1", .requestWord = -2}); // the first one is answered
+    record.requests.push_back({.name = "VRS1", .requestWord = -2}); // the first one is answered
     std::array<std::uint8_t, kReplyBytes> reply{};
     testing::internal::CaptureStdout();
-    const int length = VrsMain(0, reply);
+    const int length = service.answer(0, reply);
     testing::internal::GetCapturedStdout();
     const ref::Reply opened =
         ref::openReply(std::span(reply).first(static_cast<std::size_t>(length)));
@@ -313,26 +304,26 @@ TEST_F(Virtual, StationStandsItsFixedOffsetNorth) {
 }
 
 TEST_F(Virtual, StationWithoutUsableReferenceCoordinatesIsNotAnsweredButSaved) {
-    DLY.rawSave = true;
-    DLY.outputPath = testing::TempDir();
+    record.rawSave = true;
+    service.folder.path = testing::TempDir();
     setEpoch(kNow);
-    const std::string file = DLY.outputPath + "/str21930.18o";
+    const std::string file = service.folder.path + "/str21930.18o";
     std::filesystem::remove(file);
     std::uintmax_t size = 0;
     for (const double bad : {0.0, std::nan(""), HUGE_VAL}) {
-        DLY.stations[0].xyz[1] = bad;
-        DLY.stationEpochs[0].obs.row(0).phase[0] = 1e8;
-        DLY.stationEpochs[0].name = "STR2";
+        record.stations[0].xyz[1] = bad;
+        record.stationEpochs[0].obs.row(0).phase[0] = 1e8;
+        record.stationEpochs[0].name = "STR2";
         std::array<std::uint8_t, kReplyBytes> reply{};
         testing::internal::CaptureStdout();
-        EXPECT_EQ(VrsMain(0, reply), 0);
+        EXPECT_EQ(service.answer(0, reply), 0);
         EXPECT_EQ(testing::internal::GetCapturedStdout(),
                   "***WARN: STR2 has no usable coordinates, epoch is not answered!\n"
                   "outfile: " +
                       file + "\n");
         EXPECT_GT(std::filesystem::file_size(file), size);
         size = std::filesystem::file_size(file);
-        EXPECT_TRUE(DLY.stationEpochs[0].obs.written().empty());
+        EXPECT_TRUE(record.stationEpochs[0].obs.written().empty());
     }
     std::filesystem::remove(file);
 }
@@ -340,11 +331,9 @@ TEST_F(Virtual, StationWithoutUsableReferenceCoordinatesIsNotAnsweredButSaved) {
 namespace {
 
 /// The reply's encoder on a pack made by hand.
-class ReplyEncoder : public testing::Test {
+class ReplyFrame : public testing::Test, protected Configured {
 protected:
     void SetUp() override {
-        configure();
-        pack = std::make_unique<VrsObsPack>();
         VrsObsPack_Initial(*pack);
         pack->mjd = 58311;
         pack->sod = 85032.0;
@@ -361,7 +350,7 @@ protected:
     /// Types and multiple-message bits, such as "1074+ 1124-".
     std::string encode() {
         testing::internal::CaptureStdout();
-        const auto bytes = VrsEncoder_m_encodeReply(*pack, 7);
+        const auto bytes = VrsEncoder_m_encodeReply(encoder, *pack, 7);
         printed = testing::internal::GetCapturedStdout();
         reply = ref::openReply(bytes);
         std::string out;
@@ -372,7 +361,8 @@ protected:
         }
         return out;
     }
-    std::unique_ptr<VrsObsPack> pack;
+    const ReplyEncoder encoder{service.station.encoders, record, record};
+    VrsObsPack* const pack = &service.station.answer;
     std::string printed;
     ref::Reply reply;
     std::vector<ref::Msm> messages;
@@ -380,7 +370,7 @@ protected:
 
 } // namespace
 
-TEST_F(ReplyEncoder, SendsEachSystemOnceAndMarksAllButTheLast) {
+TEST_F(ReplyFrame, SendsEachSystemOnceAndMarksAllButTheLast) {
     add("G05", 0, "1C");
     pack->obs.row(indexOf("G05")).cn0[0] = 44.4996;
     EXPECT_EQ(encode(), "1074- ");
@@ -402,7 +392,7 @@ TEST_F(ReplyEncoder, SendsEachSystemOnceAndMarksAllButTheLast) {
     EXPECT_EQ(messages[0].cells.at(0).cnr, 44.0); // 44.4996, cut to 44.499 before
 }
 
-TEST_F(ReplyEncoder, CarriesOnlyTheSignalsOfItsTable) {
+TEST_F(ReplyFrame, CarriesOnlyTheSignalsOfItsTable) {
     add("G05", 0, "1C");
     add("G05", 1, "2X");
     add("G05", 2, "5Q");
@@ -427,8 +417,8 @@ TEST_F(ReplyEncoder, CarriesOnlyTheSignalsOfItsTable) {
     EXPECT_EQ(printed, "send nsats: G=1, R=1, E=1, C2=1, C3=0, J=0 #Total=4\n");
 }
 
-TEST_F(ReplyEncoder, TakesGlonassChannelsThatTheStreamBrought) {
-    DLY.stationEpochs[0].glonassChannels[2] = 5 + 8;
+TEST_F(ReplyFrame, TakesGlonassChannelsThatTheStreamBrought) {
+    record.stationEpochs[0].glonassChannels[2] = 5 + 8;
     add("R03", 0, "1P", 2.3e7 * (1602e6 + 5 * 562500.0) / ref::kLightSpeed);
     add("R04", 0, "1P");
     encode();
@@ -436,7 +426,7 @@ TEST_F(ReplyEncoder, TakesGlonassChannelsThatTheStreamBrought) {
     EXPECT_FALSE(messages.at(0).cells.at(1).phaseRangeM);
 }
 
-TEST_F(ReplyEncoder, DropsValuesUpToAMillion) {
+TEST_F(ReplyFrame, DropsValuesUpToAMillion) {
     add("G05", 0, "1C", 1e6, 2.3e7);
     add("G05", 1, "2W", 1.2e8, 1e6);
     add("G05", 2, "5Q", -1000001.0, 2.3e7);
@@ -445,8 +435,8 @@ TEST_F(ReplyEncoder, DropsValuesUpToAMillion) {
     EXPECT_EQ(messages[0].cells[0].signal, "5Q");
 }
 
-TEST_F(ReplyEncoder, LooksAtTheConfiguredFrequenciesOfBds3Alone) {
-    configure(allSatellites(), "BDS:B1_B2b");
+TEST_F(ReplyFrame, LooksAtTheConfiguredFrequenciesOfBds3Alone) {
+    configure(service, allSatellites(), "BDS:B1_B2b");
     for (const char* const name : {"C10", "C30"}) {
         add(name, 0, "2I");
         add(name, 1, "7I");
@@ -457,7 +447,7 @@ TEST_F(ReplyEncoder, LooksAtTheConfiguredFrequenciesOfBds3Alone) {
     EXPECT_EQ(messages.at(1).cells.size(), 2U);
 }
 
-TEST_F(ReplyEncoder, RefusesWhatDoesNotFitItsFrame) {
+TEST_F(ReplyFrame, RefusesWhatDoesNotFitItsFrame) {
     // Every satellite with every signal: a message has 64 cells at most, so all of them together
     // stay below the limits. The area is moved instead.
     const std::map<char, std::vector<const char*>> signals{{'G', {"1C", "2W", "5Q"}},
@@ -465,25 +455,25 @@ TEST_F(ReplyEncoder, RefusesWhatDoesNotFitItsFrame) {
                                                            {'E', {"1X", "5X", "7X", "6X"}},
                                                            {'C', {"2I", "6I", "7I", "1P"}},
                                                            {'J', {"1C", "2X", "5Q"}}};
-    for (const std::string& name : DLY.satelliteNames)
+    for (const std::string& name : record.satelliteNames)
         if (const auto it = signals.find(name[0]); it != signals.end())
             for (std::size_t slot = 0; slot < it->second.size(); ++slot)
                 add(name, slot, it->second[slot]);
     testing::internal::CaptureStdout();
-    const auto largest = VrsEncoder_m_encodeReply(*pack, 7);
+    const auto largest = VrsEncoder_m_encodeReply(encoder, *pack, 7);
     testing::internal::GetCapturedStdout();
     EXPECT_EQ(ref::openReply(largest).messages.size(), 8U);
     EXPECT_TRUE(largest.size() > 2000 && largest.size() <= 4096) << largest.size();
     pack->obs.clear();
     add("G05", 0, "1C");
     testing::internal::CaptureStdout();
-    const auto whole = VrsEncoder_m_encodeReply(*pack, 7);
+    const auto whole = VrsEncoder_m_encodeReply(encoder, *pack, 7);
     const int block = static_cast<int>(whole.size()) - 14;
     for (const int start : {4096 - block, 4096 - block + 1}) {
         int bits = 8 * start;
         testing::internal::GetCapturedStdout();
         testing::internal::CaptureStdout();
-        const int done = VrsEncoder_m_encodeRtcm_ex(*pack, bits);
+        const int done = VrsEncoder_m_encodeRtcm_ex(encoder, *pack, bits);
         const bool fits = start + block <= 4096;
         EXPECT_EQ(done, fits ? 1 : 0);
         EXPECT_EQ(bits, 8 * (fits ? 4096 : start));

@@ -1,0 +1,115 @@
+#include "app/Service.h"
+
+#include "common/Clock.h"
+#include "common/Print.h"
+#include "net/Notify.h"
+#include "net/ysocket.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace {
+
+constexpr std::chrono::milliseconds kRetry{3000};
+// A stream has epochs more often than this.
+constexpr std::chrono::seconds kSilence{30};
+
+/// Empties a list and gives its memory back.
+template <class List> void release(List& list) {
+    list = List();
+}
+
+} // namespace
+
+/// The service manager is told what the connection does, and of a silence when it began.
+void Service::notifyConnection(const char* what) const {
+    notifyStatus("%s %s:%d", what, record.input.host.c_str(), record.input.port);
+}
+
+void Service::waitForData() const {
+    if (socket_wait(sockets.input, kSilence))
+        return;
+    const CalendarTime last = time2epoch(timeadd(utcNow(), -static_cast<double>(kSilence.count())));
+    notifyStatus("connected to %s:%d, no data since %02.0f:%02.0f UTC", record.input.host.c_str(),
+                 record.input.port, last[3], last[4]);
+    socket_wait(sockets.input, kNoLimit);
+    notifyConnection("connected to");
+}
+
+void Service::prepareSession() {
+    record.currentMjd = record.startMjd;
+    record.currentSod = record.startSod;
+    record.counters = {};
+    record.stationEpochs.clear();
+    record.stationEpochs.resize(record.stations.size()); // in place: one is too large for the stack
+    folder = {record.outputPath};
+    Rnxeph_initial(intake.ephemerides, record.satelliteNames);
+    StreamObs_m_initial(intake, record.tables.leapsc);
+    station.begin(record);
+}
+
+int Service::answer(std::size_t place, std::span<std::uint8_t> reply) {
+    return VrsMain(station, {record, record, intake.ephemerides, record, folder}, place, reply);
+}
+
+void Service::onMessage(std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
+    if (status == kEpoch) {
+        const int size = answer(0, replyBuffer_);
+        print(Level::debug, "***INFO: Get a return buff, size=%d\n", size);
+        if (size > 0)
+            peer.sendReply(sockets.output,
+                           std::span(replyBuffer_).first(static_cast<std::size_t>(size)),
+                           record.currentMjd * kSecondsPerDay + record.currentSod);
+        printEpochEnd();
+    } else {
+        print(Level::debug, "***INFO: Copy raw buff, size=%d\n", length);
+        if (length > 0)
+            peer.sendFrame(sockets.output, {frame, static_cast<std::size_t>(length)});
+    }
+    notifyDue(); // one block may hold many epochs, each with seconds of a slow card or peer
+}
+
+void Service::serveOnce() {
+    if (socket_isconnection(sockets.input) == -1) {
+        StreamObs_m_restart(intake);
+        if (const auto left = peer.untilNextConnect(); left.count() > 0) {
+            notifyConnection("connection was lost at once, waiting 3 s to reach");
+            pauseTelling(left);
+        }
+        notifyConnection("connecting to");
+        const int connected = socket_connect(sockets.input, record.input.host.c_str(),
+                                             static_cast<std::uint32_t>(record.input.port));
+        notifyReady();
+        if (connected == -1) {
+            print(Lasting{Cause::noConnection}, "***WARN: Connect input failed, %s:%d\n",
+                  record.input.host.c_str(), record.input.port);
+            notifyConnection("no connection, trying every 3 s to reach");
+            pauseTelling(kRetry);
+            return;
+        }
+        peer.made();
+        printEnded(Cause::noConnection);
+        printEnded(Cause::outputLost);
+        notifyConnection("connected to");
+        // The output is the input's descriptor: nothing is connected for it, its loss is only told.
+        if (socket_isconnection(sockets.output) == -1)
+            print(Lasting{Cause::outputLost}, "***WARN: Connect output failed, %s:%d\n",
+                  record.output.host.c_str(), record.output.port);
+    }
+    waitForData();
+    const int length = socket_recv(sockets.input, received_);
+    const int error = errno;
+    print(Level::debug, "recv len:%d\n", length);
+    if (length == -1)
+        peer.receiveFailed(error);
+    StreamReader(intake, 0, received_.data(), length);
+}
+
+void Service::finish() {
+    record.satelliteIndex = Session::noSatellites(); // no name leads to a satellite any more
+    release(record.satelliteNames);
+    release(record.satellites);
+    release(record.stations);
+    release(record.stationEpochs);
+    release(record.requests);
+}

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "app/PeerLink.h"
+#include "common/Configuration.h"
+#include "intake/StreamObs.h"
+#include "vrs/VrsMain.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+/// Service: all that lives from epoch to epoch, each thing once. It is large: not for the stack.
+
+/// Configuration, session and current epoch.
+struct DeployConfig : Deployment, CurrentEpoch {};
+
+/// Both are the one descriptor on which the reference stream arrives and the replies leave.
+struct ServiceSockets {
+    int input = -1;
+    int output = -1;
+};
+
+struct Service {
+    Service() = default;
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    /// Readies epoch, folder, intake and ephemeris store of the configuration for its first byte.
+    void prepareSession();
+    /// Answers the stored epoch of a station as VrsMain does.
+    int answer(std::size_t station, std::span<std::uint8_t> reply);
+    /// A message of the stream: an epoch is answered by the virtual station, every other frame is
+    /// forwarded.
+    void onMessage(std::uint32_t status, const std::uint8_t* frame, std::int32_t length);
+    /// One pass of the loop: keep the connection up, receive a block, decode it.
+    void serveOnce();
+    /// Gives back what the record holds, for a program that stops the loop.
+    void finish();
+
+    DeployConfig record;
+    StreamIntake intake{record, record};
+    VirtualStation station;
+    OutputFolder folder;
+    PeerLink peer{record.input};
+    ServiceSockets sockets;
+
+private:
+    void notifyConnection(const char* what) const;
+    void waitForData() const;
+
+    std::array<std::uint8_t, 10240> received_;
+    std::array<std::uint8_t, 8192> replyBuffer_;
+};

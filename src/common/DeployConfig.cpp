@@ -1,3 +1,0 @@
-#include "common/DeployConfig.h"
-
-DeployConfig DLY;

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "common/Session.h"
+#include "orbit/RnxephUtils.h"
+#include "rinex/Rnxobs.h"
+#include "rtcm/rtcm.h"
+#include "vrs/VrsObsPack.h"
+
+#include <array>
+#include <cstdint>
+
+/// VirtualStation: what one virtual station keeps from epoch to epoch, and where its requests
+/// work. A second virtual station is a second object.
+
+/// Encoder states; the second serves BDS satellites above PRN 16, the BDS-3 ones.
+struct VrsEncoders {
+    RtcmState main;
+    RtcmState bds3;
+    std::uint8_t flag = 0;
+};
+
+/// What is kept of a satellite from epoch to epoch: for the Doppler correction its last answered
+/// epoch, and the last light time to the virtual point, from which the next is forecast.
+struct RangeHistory {
+    int mjd = 0;
+    double sod = 0.0;
+    double drleng = 0.0; // range at the virtual point minus range at the reference, m
+    MjdTime seen;
+    double lightTimeS = 0.0; // 0 = none
+    double lightTimeRate = 0.0;
+    /// f1^2 / f^2 per carrier slot, formed when first needed; 0 = not formed. Recorded only.
+    std::array<double, kMaxSlots> ionosphereFactor{};
+};
+
+struct VirtualStation {
+    /// Readies the encoder for a session.
+    void begin(const Session& session) {
+        encoders.main.nav.configuredChannels = session.glonassChannels();
+    }
+
+    std::array<RangeHistory, kMaxSatellites> history; // by configured satellite
+    // Workspaces of a request; they are too large to be built anew for every epoch.
+    VrsObsPack reference;
+    VrsObsPack answer; // the reply frame is built in it
+    VrsEncoders encoders;
+};
+
+/// What the virtual stations of a service share.
+struct VrsSources {
+    const Switches& switches;
+    const Session& session;
+    const EphemerisStore& ephemerides;
+    CurrentEpoch& epoch;
+    OutputFolder& folder;
+
+    OrbitSource orbits() const {
+        return {session, ephemerides, {epoch.currentMjd, epoch.currentSod}};
+    }
+};
