@@ -100,9 +100,8 @@ std::optional<Msm> headOf(const Frame& f) {
     m.msm = isMsm(f.type) ? f.type % 10 : 0;
     m.system = isMsm(f.type) ? "GRESJCI"[f.type / 10 - 107] : f.type >= 1009 ? 'R' : 'G';
     const std::size_t timeBits = f.type >= 1009 && f.type <= 1012 ? 27 : 30;
-    const std::size_t bits = isMsm(f.type) ? 169 : timeBits + 34;
     BitSource b(f.body);
-    if (b.left() < bits)
+    if (b.left() < 24 + timeBits + 1)
         return std::nullopt;
     b.u(12);
     b.u(12, m.station);

@@ -71,9 +71,15 @@ void take(StreamIntake& in, int status, std::size_t station, int framelen,
 }
 
 void tellRefused(RtcmState& decoder) {
-    if (const RefusedMessage m = std::exchange(decoder.refused, {}); m.type != 0)
-        print(Lasting{Cause::messageRefused, static_cast<std::size_t>(m.type)},
-              "***WARN(StreamObs): message %d refused, epoch time %u!\n", m.type, m.epoch);
+    const RefusedMessage m = std::exchange(decoder.refused, {});
+    if (m.type == 0)
+        return;
+    const Lasting what{Cause::messageRefused, static_cast<std::size_t>(m.type)};
+    if (m.epoch)
+        print(what, "***WARN(StreamObs): message %d refused, epoch time %u%s!\n", m.type, *m.epoch,
+              m.lostEpoch ? ", the epoch before it is not answered" : "");
+    else
+        print(what, "***WARN(StreamObs): message %d refused, too short!\n", m.type);
 }
 
 MjdTime mjdOf(GTime t) {

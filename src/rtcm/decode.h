@@ -35,15 +35,17 @@ struct EpochMessage {
     bool more;                 // further messages of the epoch follow
     std::optional<GTime> time; // resolved against `time` of the state
     bool otherStation = false; // refused by test_staid
+    bool tooShort = false;     // it ends before its multiple-message bit
 };
 
-/// Resolves the time of a message and checks its station; false where either is refused.
+/// Resolves the time of a message and checks its station; false where either is refused, or the
+/// message is too short to be placed.
 bool admit(RtcmState& s, EpochMessage& m);
 /// Takes a whole message into the epoch of its time, which becomes `time`. The time of a system
 /// that no reply carries counts only while nothing else is in the epoch.
 void join(RtcmState& s, const EpochMessage& m);
-/// A message that is refused although its head is whole brings nothing, but it ends the epoch that
-/// is being collected where it is the last one of it: then kEpoch, else kMalformed.
+/// A message that is refused brings nothing, but it ends the epoch that is being collected where it
+/// is the last one of it: then kEpoch, else kMalformed.
 Status refuse(RtcmState& s, const EpochMessage& m);
 /// Record of a satellite in the epoch of the message that was taken into it; an epoch of another
 /// time, or one that is complete, makes room. Null when the set is full, or when the epoch keeps a

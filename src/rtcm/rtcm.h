@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -111,8 +112,9 @@ struct SignalTrack {
 
 /// An observation message whose time, station or contents were refused.
 struct RefusedMessage {
-    int type = 0;            // 0 = none
-    std::uint32_t epoch = 0; // its epoch time as sent
+    int type = 0;                       // 0 = none
+    std::optional<std::uint32_t> epoch; // time as sent; none in a message that is too short
+    bool lostEpoch = false;             // the epoch being collected is given up
 };
 
 struct RtcmState {

@@ -8,6 +8,10 @@
 
 namespace {
 
+/// A message that has these reaches to its multiple-message bit (DF005, DF393), which is the 55th,
+/// or in GLONASS 1009 to 1012 the 52nd.
+constexpr int kBytesToEndMark = 7;
+
 bool sameTime(GTime a, GTime b) {
     return a == b || std::fabs(timediff(a, b)) <= 1e-9;
 }
@@ -78,6 +82,11 @@ void needTime(RtcmState& s) {
 }
 
 bool admit(RtcmState& s, EpochMessage& m) {
+    m.tooShort = s.len < static_cast<int>(kHeaderBytes) + kBytesToEndMark;
+    if (m.tooShort) {
+        trace(2, "rtcm3 %d length error: len=%d\n", m.type, s.len);
+        return false;
+    }
     m.time = epochTime(s, m);
     if (!m.time) {
         trace(2, "rtcm3 %d epoch time error: %u\n", m.type, m.field);
@@ -99,12 +108,17 @@ void join(RtcmState& s, const EpochMessage& m) {
 Status refuse(RtcmState& s, const EpochMessage& m) {
     if (m.otherStation && hasOption(s, "-STA="))
         return kMalformed; // a station that the options leave out
-    s.refused = {m.type, m.field};
+    s.refused = {m.type, m.field, false};
+    if (m.tooShort) {
+        s.refused.epoch.reset();
+        return kMalformed;
+    }
     // What another station sends ends that station's epoch, not the one being collected.
     if (m.otherStation || s.epoch.unknown())
         return kMalformed;
     if (m.time && carried(m.system) && !sameTime(*m.time, s.epoch)) {
         // The station is at another epoch: the one being collected has no end.
+        s.refused.lostEpoch = true;
         s.obs.n = 0;
         s.epoch = {};
         s.dated = false;

@@ -92,10 +92,6 @@ int decodeLegacy(RtcmState& s, int type) {
     LegacyMessage message;
     const LegacyHead& head = message.head;
     layoutLegacyHead(in, message.head);
-    if (!in.ok()) {
-        trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
-        return kMalformed;
-    }
     EpochMessage m{type, form.glonass ? kGlonass : kGps, head.staid, head.epochMs, head.more != 0,
                    {}};
     // The length is judged once for all satellites, before any of them is stored.

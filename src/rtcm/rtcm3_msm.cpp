@@ -181,10 +181,6 @@ int decodeMsm(RtcmState& s, int type) {
     Message m(type);
     BitReader in = messageOf(s);
     layoutMsmHead(in, m.head);
-    if (!in.ok()) {
-        trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
-        return kMalformed;
-    }
     EpochMessage e{type, m.system.system, m.head.staid, m.head.epoch, m.head.more != 0, {}};
     if (!admit(s, e) || !readBody(s, in, m, type))
         return refuse(s, e);

@@ -104,10 +104,9 @@ Bytes overfull(bool more, std::uint32_t epochMs = 430650000) {
     return ref::frame(b.u(64, 0).u(64, 0).bytes());
 }
 
-/// The head ends within the signal mask.
-Bytes headless() {
-    return ref::frame(
-        ref::BitString().u(12, 1124).u(12, 5).u(30, 430650000).u(51, 0).u(56, 0).bytes());
+/// The first bytes of a message.
+Bytes cut(const Bytes& whole, std::ptrdiff_t bytes) {
+    return ref::frame(Bytes(whole.begin() + 3, whole.begin() + 3 + bytes));
 }
 
 Bytes ephemeris(int type, char system, int id) {
@@ -177,8 +176,11 @@ TEST_F(Predictions, AreRightForRefusedMessages) {
         {{g(more), msm('S', "1C", more, 85050000), msm('E', "1X", last)}, {0}},
         {{msm('S', "1C", more, never), msm('I', "5A", more, 7), g(more), overfull(last)}, {0}},
         {{g(more), msm('I', "5A", last, never), msm('S', "1C", last, 85050000)}, {0, 0}},
-        // a bit that is not there says nothing
-        {{g(more), headless(), g(last)}, {0}}};
+        // its bit counts wherever the head is cut behind it; without the bit it says nothing
+        {{g(more), cut(msm('E', "1X", last), 7), cut(msm('E', "1X", last), 20)}, {0}},
+        {{g(more), cut(legacy(1012, 5, last), 7)}, {0}},
+        {{g(more), cut(msm('E', "1X", last), 6), cut(msm('E', "1X", last, 430651000), 2)}, {}},
+        {{g(more), cut(msm('E', "1X", last), 6), g(last)}, {0}}};
     for (const auto& [frames, expected] : cases)
         expectBoth(frames, expected);
 }

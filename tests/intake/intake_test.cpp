@@ -173,6 +173,22 @@ TEST_F(Intake, TellsOfARefusedMessageAndAnswersWhatTheOthersBrought) {
     }
 }
 
+TEST_F(Intake, TellsOfAnEpochThatARefusedMessageLeavesWithoutAnswer) {
+    const Bytes first = epoch(1074, {{"1C", 21e6}}, true);
+    const auto cut = [](std::uint32_t ms, std::ptrdiff_t bytes) {
+        const Bytes whole = epoch(1097, {{"1X", 25e6}}, false, 3, ms);
+        return ref::frame(Bytes(whole.begin() + 3, whole.begin() + 3 + bytes));
+    };
+    std::string printed = read({first, cut(430651000, 7)});
+    EXPECT_TRUE(printed.ends_with("***WARN(StreamObs): message 1097 refused, epoch time 430651000, "
+                                  "the epoch before it is not answered!\n"))
+        << printed;
+    printed = read({first, cut(430650000, 6)});
+    EXPECT_TRUE(printed.ends_with("***WARN(StreamObs): message 1097 refused, too short!\n"))
+        << printed;
+    EXPECT_TRUE(replies.empty());
+}
+
 TEST_F(Intake, TakesFromSbasAndNavicTheEndOfAnEpochAlone) {
     // The time of day for the time of week: on Thursday it names the next Sunday.
     const auto sbas = [](bool more) {
