@@ -57,7 +57,7 @@ void Examination::rows() const {
     else if (!file.ended)
         tell(Severity::warning, 0,
              text("no -leap sec behind the %zu rows that are read", file.rows().size()),
-             "are rows missing at the end? At most 128 are read");
+             "are rows missing at the end? At most 128 are read, of the first MiB");
 }
 
 void Examination::steps() const {

@@ -4,7 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-LineReader::LineReader(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+LineReader::LineReader(const std::string& path, std::size_t longest)
+    : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)), longest_(longest) {
     // A directory opens, but cannot be read.
     if (fd_ >= 0 && !fill() && errno == EISDIR) {
         close(fd_);
@@ -24,7 +25,7 @@ bool LineReader::fill() {
         n = read(fd_, block_.data(), block_.size());
     } while (n < 0 && errno == EINTR);
     at_ = 0;
-    held_ = n > 0 && taken_ < kLongestFile ? static_cast<std::size_t>(n) : 0;
+    held_ = n > 0 && taken_ < longest_ ? static_cast<std::size_t>(n) : 0;
     taken_ += held_;
     return held_ > 0;
 }

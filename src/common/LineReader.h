@@ -7,13 +7,13 @@
 
 /// LineReader: the lines of a file, one after another, without heap memory. A line is given
 /// without its end (LF or CR LF) and cut at kLongestLine bytes; the rest of it is ignored.
-/// Reading stops at kLongestFile bytes, so that it ends on a device, too.
+/// Reading stops at `longest` bytes, so that it ends on a device, too.
 class LineReader {
 public:
     static constexpr std::size_t kLongestLine = 1024;
     static constexpr std::size_t kLongestFile = std::size_t{256} << 20;
 
-    explicit LineReader(const std::string& path);
+    explicit LineReader(const std::string& path, std::size_t longest = kLongestFile);
     ~LineReader();
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
@@ -30,6 +30,7 @@ private:
     bool fill();
 
     int fd_ = -1;
+    const std::size_t longest_;
     int lineNumber_ = 0;
     bool cut_ = false;
     std::size_t at_ = 0;

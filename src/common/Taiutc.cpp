@@ -12,6 +12,9 @@
 
 namespace {
 
+/// The file is read at each GLONASS ephemeris; one of the IERS has some kB.
+constexpr std::size_t kLongestFile = std::size_t{1} << 20;
+
 /// A row that is neither empty nor marked as a comment.
 bool speaks(std::string_view line) {
     const std::size_t at = line.find_first_not_of(" \t");
@@ -41,7 +44,7 @@ void readRow(LeapTable& table, std::string_view line, int number) {
 }
 
 bool readTable(const std::string& path, LeapTable& table) {
-    LineReader file(path);
+    LineReader file(path, kLongestFile);
     std::string_view line;
     while (file.next(line) && !contains(line, "+leap sec")) {
     }

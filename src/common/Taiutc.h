@@ -4,8 +4,8 @@
 /// "+leap sec" and "-leap sec" holds the MJD from which a value is valid, and the value in s.
 ///
 /// Once a table is in force, only a whole reading takes its place: an editor that writes the file
-/// anew leaves it empty or cut for a moment. What is in force also extends the built-in table of
-/// gpst2utc and utc2gpst.
+/// anew leaves it empty or cut for a moment. Nothing behind the first MiB is read. What is in force
+/// also extends the built-in table of gpst2utc and utc2gpst.
 
 #include "common/GTime.h"
 

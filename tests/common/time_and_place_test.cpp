@@ -175,6 +175,9 @@ TEST(LeapSecondFile, KeepsItsLastWholeTableUntilTheNextWholeOne) {
     int got = -1;
     EXPECT_EQ(printed([&] { got = Taiutc_m_getTaiutc(leaps, 59000); }), "");
     EXPECT_EQ(got, 0);
+    // Each reading of a file of any length would hold up an epoch.
+    const std::string tooLong =
+        "+leap sec\n59000 10\n" + std::string(1100000, '\n') + "62000 12\n-leap sec\n";
     int value = 10;
     const auto whole = [&] {
         write(text("+leap sec\n59000 %d\n62000 12\n-leap sec\n", ++value).c_str());
@@ -186,6 +189,7 @@ TEST(LeapSecondFile, KeepsItsLastWholeTableUntilTheNextWholeOne) {
         const char* fault;
     } cases[] = {{[&] { write(""); }, "has no -leap sec"},
                  {[&] { write("+leap sec\n59000 10\n620"); }, "has no -leap sec"},
+                 {[&] { write(tooLong.c_str()); }, "has no -leap sec"},
                  {[&] { write("+leap sec\n-leap sec\n"); }, "has no rows"},
                  {[&] { fs::remove(path); }, "cannot be read"},
                  {[&] { fs::remove(path), fs::create_directory(path); }, "is not a regular file"},
