@@ -49,12 +49,12 @@ std::string figure(const std::string& name, const std::string& value, const std:
 // Of the system that comes nearest to its bound.
 std::string worstFigure(const ref::Verdict& v, ErrorOf what) {
     const bool range = what == ErrorOf::range;
+    const auto boundOf = range ? ref::rangeBoundM : ref::phaseBoundM;
     double worstM = 0;
-    double boundM = range ? ref::kRangeBoundM : ref::kPhaseBoundM;
-    const double usualM = boundM;
+    double boundM = boundOf('G');
     for (const auto& [system, w] : v.worst) {
         const double errorM = range ? w.rangeM : w.phaseM;
-        const double ownM = usualM + (system == 'J' ? ref::kQzssBoundM : 0);
+        const double ownM = boundOf(system);
         if (errorM / ownM > worstM / boundM) {
             worstM = errorM;
             boundM = ownM;

@@ -150,10 +150,10 @@ std::string rangeChangeChart(const ReportData& data) {
 std::string errorChart(const ReportData& data, const ref::Verdict& verdict, ErrorOf what) {
     const bool range = what == ErrorOf::range;
     const double halfMm = (range ? ref::kRangeHalfStepM : ref::kPhaseHalfStepM) * 1e3;
-    const double boundMm = (range ? ref::kRangeBoundM : ref::kPhaseBoundM) * 1e3;
+    const auto boundOf = range ? ref::rangeBoundM : ref::phaseBoundM;
     const double binMm = halfMm / ErrorBins::kBinsOfHalfStep;
     const std::map<char, ErrorBins>& systems = range ? data.range : data.phase;
-    double mostMm = boundMm;
+    double mostMm = boundOf('G') * 1e3;
     for (const auto& [system, bins] : systems)
         mostMm = std::max(mostMm, bins.reach() * binMm);
     const Axis x{-1.08 * mostMm, 1.08 * mostMm, 0, kChartWidth};
@@ -167,7 +167,7 @@ std::string errorChart(const ReportData& data, const ref::Verdict& verdict, Erro
         if (it == systems.end())
             continue;
         const ErrorBins& bins = it->second;
-        const double ownMm = boundMm + (system == 'J' ? ref::kQzssBoundM * 1e3 : 0);
+        const double ownMm = boundOf(system) * 1e3;
         const double floor = top + rowHeight - 8;
         const auto worst = verdict.worst.find(system);
         const double worstMm = worst == verdict.worst.end()

@@ -169,12 +169,11 @@ std::string errorTable(const ReportData& d, const ref::Verdict& v) {
         if (range == d.range.end() || phase == d.phase.end() || worst == v.worst.end())
             continue;
         const auto mm = [](const char* form, double m) { return text(form, m * 1e3); };
-        const double more = system == 'J' ? ref::kQzssBoundM : 0;
         rows += row({simulate::systemName(system), count(worst->second.cells),
                      mm("%.1f", errorOfPart(range->second, 0.5, ref::kRangeHalfStepM)),
-                     mm("%.2f", worst->second.rangeM), mm("%.2f", ref::kRangeBoundM + more),
+                     mm("%.2f", worst->second.rangeM), mm("%.2f", ref::rangeBoundM(system)),
                      mm("%.2f", errorOfPart(phase->second, 0.5, ref::kPhaseHalfStepM)),
-                     mm("%.3f", worst->second.phaseM), mm("%.3f", ref::kPhaseBoundM + more)});
+                     mm("%.3f", worst->second.phaseM), mm("%.3f", ref::phaseBoundM(system))});
     }
     return behindChart({"system", "observations", "range, mm: half within", "worst", "allowed",
                         "phase, mm: half within", "worst", "allowed"},

@@ -228,10 +228,10 @@ std::string summaryText(const Totals& t) {
                             w->second.phaseM * 1e3);
         out += text("  bounds       %.2f mm of range, %.3f mm of phase (half a step of the "
                     "message, and 0.1 mm)\n",
-                    ref::kRangeBoundM * 1e3, ref::kPhaseBoundM * 1e3);
+                    ref::rangeBoundM('G') * 1e3, ref::phaseBoundM('G') * 1e3);
         if (v.worst.contains('J'))
             out += text("               QZSS %.1f mm more, for its specified rotation rate\n",
-                        ref::kQzssBoundM * 1e3);
+                        ref::kQzssMoreM * 1e3);
     } else {
         out += "  checked      form, order and completeness; values are not known\n";
     }

@@ -466,9 +466,8 @@ void Judge::compareCell(GpsTime time, const std::string& signal, const ExpectedC
     if (std::abs(expected.phaseRangeM - expected.pseudorangeM) > kAllCyclesM)
         phaseM = std::remainder(phaseM, expected.wavelengthM);
     const char system = got.system;
-    const double more = system == 'J' ? kQzssBoundM : 0;
-    const bool rangeOff = !(std::abs(rangeM) <= kRangeBoundM + more);
-    const bool phaseOff = !(std::abs(phaseM) <= kPhaseBoundM + more);
+    const bool rangeOff = !(std::abs(rangeM) <= rangeBoundM(system));
+    const bool phaseOff = !(std::abs(phaseM) <= phaseBoundM(system));
     if (rangeOff || phaseOff) {
         fault(Trouble::cellValues, got.sat, " ", signal, " is off by ", rangeM, " m of range and ",
               phaseM, " m of phase at ", when(time));

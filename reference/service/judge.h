@@ -4,20 +4,26 @@
 #include "predict.h"
 
 #include "reference/standard/census.h"
+#include "reference/standard/geometry.h"
 
 #include <deque>
 #include <functional>
 
 namespace ref {
 
-/// Bounds on |reply - truth|: half a step of MSM4 and 0.1 mm for the rounding on the way. The
-/// rotation rate that the service uses for QZSS differs from the true one by 1.467e-12 rad/s: up to
-/// 38 m of orbit at the end of a week, 0.4 mm of the change of range over 300 m.
-constexpr double kRangeHalfStepM = 0.5 * 0.01787;
-constexpr double kPhaseHalfStepM = 0.5 * 0.000559;
-constexpr double kRangeBoundM = kRangeHalfStepM + 1e-4;
-constexpr double kPhaseBoundM = kPhaseHalfStepM + 1e-4;
-constexpr double kQzssBoundM = 4e-4;
+/// Half a step of MSM4: 2^-24 ms of range (DF400), 2^-29 ms of phase (DF401).
+constexpr double kRangeHalfStepM = 0.5 * 0x1p-24 * kLightSpeed / 1000;
+constexpr double kPhaseHalfStepM = 0.5 * 0x1p-29 * kLightSpeed / 1000;
+/// Bounds on |reply - truth|: half a step, and 0.1 mm for the rounding on the way. The rotation
+/// rate that the service uses for QZSS differs from the true one by 1.467e-12 rad/s: up to 38 m of
+/// orbit at the end of a week, 0.4 mm of the change of range over 300 m.
+constexpr double kQzssMoreM = 4e-4;
+constexpr double rangeBoundM(char system) {
+    return kRangeHalfStepM + 1e-4 + (system == 'J' ? kQzssMoreM : 0);
+}
+constexpr double phaseBoundM(char system) {
+    return kPhaseHalfStepM + 1e-4 + (system == 'J' ? kQzssMoreM : 0);
+}
 
 /// Reply minus truth.
 struct CellError {

@@ -131,4 +131,17 @@ TEST(Report, IsOneWellFormedPageWhateverHappened) {
     EXPECT_EQ(pages[2].page, odd.page(much));
 }
 
+// Half a step of DF400 and of DF401, 0.1 mm, and 0.4 mm more for QZSS.
+TEST(Report, HasOneBoundInFigureChartAndTable) {
+    Report report(kSiteM);
+    report.epoch(crowdedEpoch(0));
+    Totals t;
+    t.verdict.worst['J'] = {0.009, 0.0005, 3};
+    const std::string page = report.page(t);
+    for (const char* bound : {"9.43 mm allowed", "worst 9.00 of 9.43 mm", "<td>9.43</td>",
+                              "0.779 mm allowed", "worst 0.500 of 0.779 mm", "<td>0.779</td>"})
+        EXPECT_NE(page.find(bound), std::string::npos) << bound;
+    EXPECT_NE(summaryText(t).find("9.03 mm of range, 0.379 mm of phase"), std::string::npos);
+}
+
 } // namespace ctl::report
