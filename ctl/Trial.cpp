@@ -24,6 +24,10 @@ constexpr std::size_t kBeginning = 60; // bytes
 constexpr double kSameTimeS = 0.0005;
 constexpr std::string_view kMsmLetters = "GRESJCI"; // by the tens of the message number
 
+bool isEmpty(const dump::Value& value) {
+    return std::holds_alternative<std::monostate>(value);
+}
+
 char systemOf(int type) {
     if (isMsm4To7(type))
         return kMsmLetters[static_cast<std::size_t>((type - 1070) / 10)];
@@ -145,8 +149,11 @@ void Trial::see(const Found& found) {
 void Trial::seeObservations(const Found& found, const Description& d) {
     ++result_.observationMessages;
     const char system = systemOf(d.type);
-    for (const auto& row : d.rows)
-        ++result_.signals[{system, std::get<std::string>(row[1])}].received;
+    for (const auto& row : d.rows) {
+        SignalCount& count = result_.signals[{system, std::get<std::string>(row[1])}];
+        ++count.received;
+        count.incomplete += isEmpty(row[2]) || isEmpty(row[3]) ? 1U : 0U; // range, phase
+    }
     for (const std::string& name : d.satellites.value_or(std::vector<std::string>{}))
         ++result_.satellites[name].received;
     if (!aside(system))

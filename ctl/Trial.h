@@ -27,9 +27,10 @@ namespace ctl::check {
 
 /// Cells (a satellite and a signal of an epoch) of one signal on their way.
 struct SignalCount {
-    std::uint64_t received = 0; // in the stream
-    std::uint64_t kept = 0;     // with range and phase in the epochs that the service stored
-    std::uint64_t replied = 0;  // in its replies
+    std::uint64_t received = 0;   // in the stream
+    std::uint64_t incomplete = 0; // of them, those without range or phase
+    std::uint64_t kept = 0;       // with range and phase in the epochs that the service stored
+    std::uint64_t replied = 0;    // in its replies
 };
 /// System letter and code, such as 'G' and "2W".
 using SignalKey = std::pair<char, std::string>;

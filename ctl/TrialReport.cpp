@@ -106,28 +106,33 @@ std::string whyLost(const SignalKey& key, const TrialResult& result) {
     if (count.replied >= count.received)
         return {};
     const auto& [system, code] = key;
-    const std::string rival = rivalOf(key, result);
     if (!repliesCarry(system, code))
         return "no reply carries it";
     if (!configured(*result.deployment, system))
         return "no satellite of the system is configured";
     if (!carrierConfigured(*result.deployment, key))
         return "its carrier is not in common/freqused";
-    if (count.kept == 0 && !rival.empty())
-        return rival + " takes its carrier";
-    if (count.kept == 0)
-        return "the service keeps none of it: no range, no phase, or no channel is known";
-    if (count.replied == 0)
-        return "its satellites have no ephemeris, or stand low";
+    const std::string rival = rivalOf(key, result);
     std::string why;
-    if (count.kept < count.received)
-        why = rival.empty() ? "some without range or phase, or of no configured satellite"
-                            : rival + " takes its carrier where both come";
-    if (count.kept < count.received && result.epochEnds > result.epochs)
-        why += ", some in epochs that are not taken";
-    if (count.replied < count.kept)
-        why += std::string(why.empty() ? "" : "; ") + "some satellites have no ephemeris, or stand "
-                                                      "low";
+    const auto add = [&](const char* separator, const std::string& reason) {
+        why += (why.empty() ? "" : separator) + reason;
+    };
+    if (count.incomplete > 0)
+        add("", text("%llu without range or phase", static_cast<Unsigned>(count.incomplete)));
+    const bool keptLess = count.kept + count.incomplete < count.received;
+    if (keptLess && !rival.empty())
+        add(", ", rival + " takes its carrier" + (count.kept > 0 ? " where both come" : ""));
+    else if (keptLess && count.kept == 0)
+        add(", ", "the service keeps none of it: its satellites are not configured, its epochs are "
+                  "not taken, or no channel is known");
+    else if (keptLess)
+        add(", ", "some of no configured satellite, or of no known channel");
+    if (keptLess && count.kept > 0 && result.epochEnds > result.epochs)
+        add(", ", "some in epochs that are not taken");
+    if (count.kept > 0 && count.replied == 0)
+        add("; ", "its satellites have no ephemeris, or stand low");
+    else if (count.replied < count.kept)
+        add("; ", "some satellites have no ephemeris, or stand low");
     return why;
 }
 
@@ -287,6 +292,7 @@ cJSON* jsonOfTrial(const TrialSource& source, const TrialResult& r) {
         cJSON_AddStringToObject(row, "system", std::string(1, key.first).c_str());
         cJSON_AddStringToObject(row, "signal", key.second.c_str());
         number(row, "received", static_cast<double>(count.received));
+        number(row, "without_range_or_phase", static_cast<double>(count.incomplete));
         number(row, "kept", static_cast<double>(count.kept));
         number(row, "in_replies", static_cast<double>(count.replied));
         cJSON_AddStringToObject(row, "why", whyLost(key, r).c_str());

@@ -70,6 +70,11 @@ TEST_F(CheckStream, CountsWhatComesAndWhatRepliesHold) {
     census.take(stream);
     const ref::StreamCounts& counts = census.counts();
     ASSERT_EQ(counts.ended, 61);
+    std::map<std::string, double> incomplete;
+    ref::Sky sky(kSite);
+    for (int s = 0; s < 61; ++s)
+        for (const ref::Cell& c : sky.observe({kStart.week, kStart.sow + s}, false))
+            incomplete[c.system + c.signal] += c.pseudorangeM && c.phaseRangeM ? 0 : 1;
     const Ran ran = check(stream, "--json");
     EXPECT_EQ(ran.status, 0) << ran.output;
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root(cJSON_Parse(ran.output.c_str()),
@@ -89,10 +94,14 @@ TEST_F(CheckStream, CountsWhatComesAndWhatRepliesHold) {
         EXPECT_GE(number(row, "received"), number(row, "in_replies")) << name;
         EXPECT_EQ(number(row, "in_replies") > 0, name != "R1C") << name;
         EXPECT_EQ(number(row, "received"), static_cast<double>(counts.cells.at(name))) << name;
+        EXPECT_EQ(number(row, "without_range_or_phase"), incomplete[name]) << name;
+        EXPECT_GE(number(row, "received"), number(row, "kept") + incomplete[name]) << name;
     }
+    EXPECT_GT(incomplete["C2I"], 0);
     const std::string text = check(stream, "").output;
-    for (const char* part : {"GLONASS  1C", "no reply carries it", "0.00 m from the configured",
-                             "the service would answer 61 of 61 epochs"})
+    for (const char* part :
+         {"GLONASS  1C", "no reply carries it", " without range or phase",
+          "0.00 m from the configured", "the service would answer 61 of 61 epochs"})
         EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
 }
 
