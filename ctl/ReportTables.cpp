@@ -132,14 +132,13 @@ std::string signalsTable(const ReportData& d, const ref::Verdict& v) {
         return it == counts.end() ? 0L : static_cast<long>(it->second);
     };
     std::string rows;
-    for (const char system : std::string_view("GRECJSI"))
+    for (const char system : simulate::kStreamSystems)
         for (const std::string& signal : names) {
             if (signal[0] != system)
                 continue;
             const long in = of(v.stream.cells, signal);
             const long out = of(v.signals, signal);
-            rows += row({std::string(simulate::systemName(system)) + " " +
-                             (signal.size() > 1 ? signal.substr(1) : "unassigned"),
+            rows += row({std::string(simulate::systemName(system)) + " " + simulate::codeOf(signal),
                          count(in), count(out), count(in - out), whyLost(d, v, signal, in - out)});
         }
     return table({"signal", "in the stream", "in the replies", "lost", "why"}, rows);

@@ -79,6 +79,27 @@ long observationsSent(const ref::Verdict& v) {
     return sum;
 }
 
+/// Signals of the stream that no reply has, and what is missing of the others.
+std::string lostSignals(const ref::Verdict& v) {
+    std::string whole;
+    long others = 0;
+    for (const char system : kStreamSystems) {
+        std::string mine;
+        for (const auto& [signal, sent] : v.stream.cells) {
+            const auto came = v.signals.find(signal);
+            if (signal[0] != system)
+                continue;
+            if (came == v.signals.end())
+                mine += (mine.empty() ? std::string(systemName(system)) + " " : ", ") +
+                        codeOf(signal) + text(" %ld", sent);
+            else
+                others += std::max(0L, sent - came->second);
+        }
+        whole += mine.empty() ? "" : mine + "; ";
+    }
+    return (whole.empty() ? "none; " : whole) + text("%ld observations of others", others);
+}
+
 std::uint64_t bytesReceived(const ref::Verdict& v) {
     std::uint64_t sum = 0;
     for (const auto& [type, n] : v.bytes)
@@ -117,9 +138,17 @@ const char* systemName(char system) {
         return "BeiDou";
     case 'J':
         return "QZSS";
+    case 'S':
+        return "SBAS";
+    case 'I':
+        return "NavIC";
     default:
         return "?";
     }
+}
+
+std::string codeOf(const std::string& signal) {
+    return signal.size() > 1 ? signal.substr(1) : "unassigned";
 }
 
 double delayAt(std::vector<float> delaysS, double part) {
@@ -214,6 +243,8 @@ std::string summaryText(const Totals& t) {
              v.replies, v.forwarded, static_cast<unsigned long long>(bytesReceived(v)), v.missing);
     out += text("  stream       %ld epochs, %ld observations; %d observations in the replies\n",
                 v.stream.ended + v.stream.unended, observationsSent(v), v.observations());
+    if (v.observations() > 0)
+        out += "  lost signals " + lostSignals(v) + "\n";
     if (t.known.values) {
         out += "  satellites  ";
         for (const auto& [fate, n] : v.fates)

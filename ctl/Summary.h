@@ -54,7 +54,11 @@ Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const F
 
 /// Systems that a reply can hold.
 inline constexpr std::string_view kSimulatedSystems = "GRECJ";
+/// Systems that a stream can have, in the order of tables.
+inline constexpr std::string_view kStreamSystems = "GRECJSI";
 const char* systemName(char system);
+/// "2W" of "G2W"
+std::string codeOf(const std::string& signal);
 
 /// For a person; for a program (one JSON object).
 std::string summaryText(const Totals& t);

@@ -30,6 +30,17 @@ void wrongIn(Totals& t, const std::string& sat, ref::Trouble what, int epochs, d
 
 } // namespace
 
+TEST(Summary, NamesTheSignalsThatNoReplyHas) {
+    Totals t = goodRun();
+    t.verdict.stream.cells = {{"C2I", 7}, {"G1C", 1260}, {"G2L", 600}, {"R1C", 480}, {"R2C", 480}};
+    t.verdict.signals["C2I"] = 7;
+    EXPECT_NE(
+        summaryText(t).find(
+            "\n  lost signals GPS 2L 600; GLONASS 1C 480, 2C 480; 60 observations of others\n"),
+        std::string::npos)
+        << summaryText(t);
+}
+
 TEST(Judgement, IsOneOfFourAnswers) {
     const struct {
         const char* what;
