@@ -13,12 +13,13 @@ void requireRoundTrip(std::string_view input) {
     const std::string_view channel = input.substr(0, input.find('\n'));
     const std::string_view body = input.substr(std::min(channel.size() + 1, input.size()));
     constexpr int kPub = 2;
+    PackState state;
     // Deliberate: the first "len:" counts, and an empty line ends the header.
     if (body.empty() || channel.find("len:") != std::string_view::npos ||
         channel.find("\r\n") != std::string_view::npos || channel.ends_with('\r') ||
-        splicingcommand(kPub, channel, body) != 0)
+        splicingcommand(state, kPub, channel, body) != 0)
         return;
-    const Events events = parse(StaComDamo.output, require);
+    const Events events = parse(state.output, require);
     require(events.size() == 1 && events[0].text == body, "a packet that is built is found");
 }
 

@@ -24,6 +24,7 @@ Service service;
 } // namespace
 
 ControlRecord CTRL;
+PackState StaComDamo;
 DeployConfig& DLY = service.record;
 EphemerisStore& BRDEPH = service.intake.ephemerides;
 VrsEncoders& VrsEco = service.station.encoders;

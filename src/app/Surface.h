@@ -1,13 +1,14 @@
 #pragma once
 
 #include "app/Service.h"
+#include "app/datapack.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
 /// Surface: the process-wide names of an embedder. There is nothing behind them but the members of
-/// the one service that main runs; nothing beneath them knows them.
+/// the one service that main runs, and what an embedder alone uses; nothing beneath knows them.
 
 /// The command line as kept for the process.
 struct ControlRecord {
@@ -15,6 +16,8 @@ struct ControlRecord {
     std::array<char*, 5> argv{};
 };
 extern ControlRecord CTRL;
+/// Command packets of a connection.
+extern PackState StaComDamo;
 
 extern DeployConfig& DLY;
 extern EphemerisStore& BRDEPH;

@@ -6,8 +6,6 @@
 
 #include <algorithm>
 
-PackState StaComDamo;
-
 namespace {
 
 constexpr std::string_view kStart = "type";
@@ -66,12 +64,12 @@ int finishHeader(PackState& state) {
 
 } // namespace
 
-void initcommand() {
-    StaComDamo = {};
-    for (std::string* buffer : {&StaComDamo.header, &StaComDamo.body, &StaComDamo.output})
+void initcommand(PackState& state) {
+    state = {};
+    for (std::string* buffer : {&state.header, &state.body, &state.output})
         buffer->reserve(kLongestPack);
-    StaComDamo.onHeader = onPack1con;
-    StaComDamo.onBody = [](int, std::string_view body) { onPack2con(body); };
+    state.onHeader = onPack1con;
+    state.onBody = [](int, std::string_view body) { onPack2con(body); };
 }
 
 int isPresent(std::string_view text, std::string_view pattern) {
@@ -96,8 +94,8 @@ int parsingcommand(PackState& state, std::uint8_t byte) {
     return header.ends_with(kEnd) ? finishHeader(state) : kPackNothing;
 }
 
-int splicingcommand(int id, std::string_view channel, std::string_view body) {
-    std::string& out = StaComDamo.output;
+int splicingcommand(PackState& state, int id, std::string_view channel, std::string_view body) {
+    std::string& out = state.output;
     out.clear();
     if (id < 0 || static_cast<std::size_t>(id) >= instruction.size()) {
         print("error(1):instruction id=%d,Invalid instruction\n", id);

@@ -38,10 +38,9 @@ struct PackState {
     void (*onHeader)(std::string_view header) = nullptr;
     void (*onBody)(int kind, std::string_view body) = nullptr; // kind is always 0
 };
-extern PackState StaComDamo;
 
-/// Empties StaComDamo, makes room in its buffers and has packets printed.
-void initcommand();
+/// Empties a state, makes room in its buffers and has packets printed.
+void initcommand(PackState& state);
 /// Index of the first occurrence of the pattern, or -1.
 int isPresent(std::string_view text, std::string_view pattern);
 
@@ -52,10 +51,10 @@ inline constexpr int kPackBody = 2;
 /// Takes one received byte; what it completes goes to the callbacks of the state.
 int parsingcommand(PackState& state, std::uint8_t byte);
 
-/// Builds a packet in StaComDamo.output. Only "pub" carries the body; other types pass over it. 0,
-/// or -1 with a printed line (and nothing in the output) for an identifier without a row and for
+/// Builds a packet in the output of a state. Only "pub" carries the body; other types pass over it.
+/// 0, or -1 with a printed line (and nothing in the output) for an identifier without a row and for
 /// a packet that is too long.
-int splicingcommand(int id, std::string_view channel, std::string_view body);
+int splicingcommand(PackState& state, int id, std::string_view channel, std::string_view body);
 
 /// Print a packet.
 void onPack1con(std::string_view data);

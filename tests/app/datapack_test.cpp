@@ -26,13 +26,14 @@ struct Packets : testing::Test {
 } // namespace
 
 TEST_F(Packets, AreTakenByteByByteAndPrinted) {
+    PackState state;
     for (const std::string_view packet :
          {Respondto_subscribe,
           std::string_view("type:message\r\nchannel:c\r\nlen:5\r\n\r\nhello")}) {
-        initcommand(); // forgets the header
+        initcommand(state); // forgets the header
         for (const char c : packet.substr(0, packet.size() - 1))
-            EXPECT_EQ(parsingcommand(StaComDamo, static_cast<std::uint8_t>(c)), 0);
-        EXPECT_EQ(parsingcommand(StaComDamo, static_cast<std::uint8_t>(packet.back())),
+            EXPECT_EQ(parsingcommand(state, static_cast<std::uint8_t>(c)), 0);
+        EXPECT_EQ(parsingcommand(state, static_cast<std::uint8_t>(packet.back())),
                   packet.back() == 'o' ? 2 : 1);
     }
     EXPECT_EQ(printed(), "onPack1->\xE9\x95\xBF\xE5\xBA\xA6:49,\xE6\x95\xB0\xE6\x8D\xAE:"
@@ -72,25 +73,26 @@ TEST_F(Packets, OfALengthThatNoBufferHoldsAreDropped) {
 }
 
 TEST_F(Packets, AreBuiltByType) {
-    EXPECT_EQ(splicingcommand(2, "c", "abc"), 0);
-    EXPECT_EQ(StaComDamo.output, "type:pub\r\nchannel:c\r\nlen:3\r\n\r\nabc");
-    EXPECT_EQ(splicingcommand(1, "c", "passed over"), 0);
-    EXPECT_EQ(StaComDamo.output, "type:nsubscribe\r\nchannel:c\r\n\r\n"); // deliberate
-    EXPECT_EQ(splicingcommand(9, "c", ""), 0);
-    EXPECT_EQ(StaComDamo.output, "type:\r\nchannel:c\r\n\r\n"); // deliberate
+    PackState state;
+    EXPECT_EQ(splicingcommand(state, 2, "c", "abc"), 0);
+    EXPECT_EQ(state.output, "type:pub\r\nchannel:c\r\nlen:3\r\n\r\nabc");
+    EXPECT_EQ(splicingcommand(state, 1, "c", "passed over"), 0);
+    EXPECT_EQ(state.output, "type:nsubscribe\r\nchannel:c\r\n\r\n"); // deliberate
+    EXPECT_EQ(splicingcommand(state, 9, "c", ""), 0);
+    EXPECT_EQ(state.output, "type:\r\nchannel:c\r\n\r\n"); // deliberate
     // "type:pub", "channel:c", "len:9183" with their line ends and an empty line: 33 bytes.
     const std::string longest(9183, 'x');
-    EXPECT_EQ(splicingcommand(2, "c", longest), 0);
-    EXPECT_EQ(parse(StaComDamo.output), (Events{{9215, 2, longest}}));
+    EXPECT_EQ(splicingcommand(state, 2, "c", longest), 0);
+    EXPECT_EQ(parse(state.output), (Events{{9215, 2, longest}}));
     printed();
     for (const int id : {-1, 10}) {
-        EXPECT_EQ(splicingcommand(id, "c", "abc"), -1);
+        EXPECT_EQ(splicingcommand(state, id, "c", "abc"), -1);
         EXPECT_EQ(printed(),
                   "error(1):instruction id=" + std::to_string(id) + ",Invalid instruction\n");
     }
-    EXPECT_EQ(splicingcommand(2, "cc", longest), -1);
-    EXPECT_EQ(splicingcommand(2, "", longest + "xx"), -1);
-    EXPECT_EQ(StaComDamo.output, "");
+    EXPECT_EQ(splicingcommand(state, 2, "cc", longest), -1);
+    EXPECT_EQ(splicingcommand(state, 2, "", longest + "xx"), -1);
+    EXPECT_EQ(state.output, "");
     const std::string line = "error(2):instruction id=2,packet is longer than 9216 bytes\n";
     EXPECT_EQ(printed(), line + line);
 }
