@@ -23,6 +23,7 @@ enum class Cause : std::uint8_t {
     bdsNotConfigured,   // a satellite
     ephemerisNotStored, // of a satellite
     messageRefused,     // of a message number
+    epochLost,          // to a refused message number
     noCoordinates,
     farOffset,
     longReply,

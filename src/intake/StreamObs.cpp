@@ -74,12 +74,15 @@ void tellRefused(RtcmState& decoder) {
     const RefusedMessage m = std::exchange(decoder.refused, {});
     if (m.type == 0)
         return;
-    const Lasting what{Cause::messageRefused, static_cast<std::size_t>(m.type)};
+    const auto type = static_cast<std::size_t>(m.type);
+    const Lasting what{Cause::messageRefused, type};
     if (m.epoch)
-        print(what, "***WARN(StreamObs): message %d refused, epoch time %u%s!\n", m.type, *m.epoch,
-              m.lostEpoch ? ", the epoch before it is not answered" : "");
+        print(what, "***WARN(StreamObs): message %d refused, epoch time %u!\n", m.type, *m.epoch);
     else
         print(what, "***WARN(StreamObs): message %d refused, too short!\n", m.type);
+    if (m.lostEpoch)
+        print(Lasting{Cause::epochLost, type},
+              "***WARN(StreamObs): epoch before it is not answered!\n");
 }
 
 MjdTime mjdOf(GTime t) {
