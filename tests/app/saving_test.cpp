@@ -124,6 +124,7 @@ Bytes generated(ref::GpsTime start, int epochs) {
 TEST(Saving, KeepsWhatTheRecordedStreamCarried) {
     CAPTURE_OR_SKIP(stream, "str24-msm4.rtcm3");
     Peer peer;
+    peer.listen();
     const RunningService service(peer.port, kClock, {.switches = {"-rawsav"}});
     std::vector<ref::Expected> owed;
     play(peer, stream, owed);
@@ -136,6 +137,7 @@ TEST(Saving, KeepsWhatTheRecordedStreamCarried) {
 
 TEST(Saving, FillsAFileADay) {
     Peer peer;
+    peer.listen();
     const RunningService service(peer.port, "2018-07-12 23:59:30", {.switches = {"-rawsav"}});
     std::vector<ref::Expected> owed;
     play(peer, generated({2009, 432000 - 3}, 6), owed);
@@ -161,6 +163,7 @@ TEST(Saving, FollowsTheSwitches) {
     for (const std::vector<std::string>& switches :
          std::vector<std::vector<std::string>>{{"-rawsav"}, {"-vrssav"}, {"-rawsav", "-vrssav"}}) {
         Peer peer;
+        peer.listen();
         RunningService service(peer.port, kClock, {.switches = switches});
         std::vector<ref::Expected> owed;
         play(peer, generated(kNow, 2), owed);
@@ -181,6 +184,7 @@ TEST(Saving, FollowsTheSwitches) {
 
 TEST(Saving, TakesAPartOfARecordBackAndGoesOn) {
     Peer peer;
+    peer.listen();
     RunningService service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
     std::vector<ref::Expected> owed;
     play(peer, generated(kNow, 8), owed);
@@ -196,6 +200,7 @@ TEST(Saving, TakesAPartOfARecordBackAndGoesOn) {
 
 TEST(Saving, OutlivesAFileAtItsGreatestSize) {
     Peer peer;
+    peer.listen();
     RunningService service(peer.port, kClock, {.switches = {"-rawsav"}, .largestFile = 20000});
     const fs::path file = service.out() / "str21930.18o";
     std::ofstream(file) << std::string(20000, '\n');
@@ -207,6 +212,7 @@ TEST(Saving, OutlivesAFileAtItsGreatestSize) {
 
 TEST(Saving, GoesOnWithoutTheFolderOnceItCouldBeUsed) {
     Peer peer;
+    peer.listen();
     RunningService service(peer.port, kClock, {.switches = {"-rawsav"}});
     std::vector<ref::Expected> owed;
     play(peer, generated(kNow, 2), owed);
@@ -220,6 +226,7 @@ TEST(Saving, GoesOnWithoutTheFolderOnceItCouldBeUsed) {
 
 TEST(Saving, EndsTheProcessWhereTheFileCannotBeOpened) {
     Peer peer;
+    peer.listen();
     RunningService service(peer.port, kClock, {.switches = {"-rawsav"}});
     fs::remove_all(service.out());
     ASSERT_TRUE(peer.accept());

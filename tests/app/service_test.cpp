@@ -22,6 +22,7 @@ TEST(Service, AnswersEveryEpochOfTheRecordedStream) {
     const ref::Expectation e = expectation();
     for (const std::size_t block : {std::size_t{4096}, std::size_t{333}, stream.size()}) {
         Peer peer;
+        peer.listen();
         const RunningService service(peer.port, kClock);
         ASSERT_TRUE(peer.accept());
         const ref::Verdict v = judge(stream, peer.exchange(stream, block, 1309 + 1243), e);
@@ -68,6 +69,7 @@ TEST(Service, AnswersAGeneratedStreamOfAllSystems) {
     }
     const ref::Expectation e = expectation();
     Peer peer;
+    peer.listen();
     const RunningService service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     const ref::Verdict v = judge(stream, peer.exchange(stream, 1000, frames), e);
@@ -93,6 +95,7 @@ TEST(Service, AnswersEveryEpochOfReceiversWithTheirQuirks) {
         e.near = {2407, 604788};
         const std::vector<ref::Expected> owed = ref::Predictor(e).take(stream);
         Peer peer;
+        peer.listen();
         RunningService service(peer.port, "2026-02-28 23:59:30");
         ASSERT_TRUE(peer.accept());
         const ref::Verdict v =
@@ -121,6 +124,7 @@ TEST(Service, AnswersInPostMode) {
                     "E11", "C01", "C06", "C11", "C20", "J01"};
     const std::vector<ref::Expected> owed = ref::Predictor(e).take(stream);
     Peer peer;
+    peer.listen();
     const RunningService service(peer.port, kClock, {.example = "post", .switches = {"-post"}});
     ASSERT_TRUE(peer.accept());
     const ref::Verdict v =
@@ -166,6 +170,7 @@ TEST(Service, SendsSixtyThreeCellsOfMoreThanSixtyFour) {
         }
     }
     Peer peer;
+    peer.listen();
     const RunningService service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     const ref::Verdict v = judge(stream, peer.exchange(stream, 4096, 18), expectation());
@@ -188,6 +193,7 @@ TEST(Service, IsBackOnTheSameDescriptorWhateverThePeerDoes) {
     Bytes half = sky.epochFrames(t + 1.0, 4).at(0);
     half.insert(half.end(), {0xD3, 0x03, 0xFF, 0x43});
     Peer peer;
+    peer.listen();
     RunningService service(peer.port, kClock);
     std::vector<std::string> descriptors;
     for (const std::string end : {"close", "reset", "half-close", "mid-frame", "last"}) {

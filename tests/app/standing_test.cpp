@@ -131,6 +131,7 @@ TEST(ServiceManager, DoesNoHarmWhereItIsAbsentOrDoesNotListen) {
                                                    {"/no/such", 2}};
     for (const auto& [name, sockets] : names) {
         Peer peer;
+        peer.listen();
         const RunningService service(peer.port, kClock,
                                      {.environment = {"NOTIFY_SOCKET=" + name, "WATCHDOG_USEC=1"}});
         ASSERT_TRUE(peer.accept());
@@ -140,6 +141,7 @@ TEST(ServiceManager, DoesNoHarmWhereItIsAbsentOrDoesNotListen) {
     ManagerSocket deaf("@kestrune");
     int held = deaf.fill();
     Peer peer;
+    peer.listen();
     const RunningService service(peer.port, kClock, {.environment = {deaf.variable()}});
     ASSERT_TRUE(peer.accept());
     expectService(peer, service);

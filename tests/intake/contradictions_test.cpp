@@ -143,6 +143,7 @@ TEST(Contradiction, OfTheRealServiceIsOneLineInItsLog) {
         }
     }
     Peer peer;
+    peer.listen();
     RunningService service(peer.port, "2018-07-12 23:37:11");
     ASSERT_TRUE(peer.accept());
     peer.exchange(stream, 1000,
