@@ -18,7 +18,6 @@ namespace ctl::check {
 namespace {
 
 constexpr std::size_t kShown = 40; // of a line, characters
-constexpr std::string_view kSpace = " \t\n\v\f\r";
 
 bool isName(std::string_view word) {
     return std::all_of(word.begin(), word.end(),
@@ -47,16 +46,17 @@ bool cutsAPath(std::string_view written) {
     if (at == std::string_view::npos || at + 1 == written.size())
         return false;
     if (at == 0) // nothing but a comment, as it seems
-        return contains(written, "/") && written.find_first_of(kSpace) == std::string_view::npos;
+        return contains(written, "/") &&
+               written.find_first_of(kWhiteSpace) == std::string_view::npos;
     return written[at - 1] == '/' ||
-           written.find_first_of(kSpace, at + 1) == std::string_view::npos;
+           written.find_first_of(kWhiteSpace, at + 1) == std::string_view::npos;
 }
 
 /// The text with no white space in front of its comment or its end.
 std::string tightened(std::string_view written) {
     const std::size_t comment = std::min(written.find_first_of("#!"), written.size());
     const std::string_view value = written.substr(0, comment);
-    const std::size_t last = value.find_last_not_of(kSpace);
+    const std::size_t last = value.find_last_not_of(kWhiteSpace);
     return std::string(value.substr(0, last + 1)).append(written.substr(comment)); // npos + 1 is 0
 }
 
@@ -76,7 +76,7 @@ void Remarks::warn(const RecordPlace& at, std::string what, std::string advice) 
 }
 
 void Remarks::parsed(const JsonDocument& document, std::string_view content, std::size_t end) {
-    const std::size_t rest = content.find_first_not_of(kSpace, end);
+    const std::size_t rest = content.find_first_not_of(kWhiteSpace, end);
     if (rest != std::string_view::npos)
         warn(RecordPlace{document.file, lineOf(content, rest)},
              text("the document ends in front of: %s",
@@ -221,7 +221,8 @@ void Remarks::position(const StationRecord& station, const ReadPosition& read,
                   "stations whose names end the same",
                   read.key.c_str()));
     // Something may be stuck to the third coordinate.
-    const std::string_view line = read.line, rest = read.rest;
+    const std::string_view line = read.line;
+    const std::string_view rest = read.rest;
     const char before = rest.size() < line.size() ? line[line.size() - rest.size() - 1] : ' ';
     if (!rest.empty() && before != ' ' && before != '\t' && station.xyz[2] != 0.0)
         warn(at,

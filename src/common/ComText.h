@@ -9,6 +9,8 @@
 
 /// Com, text: the helpers that every reader of a configuration or data file uses.
 
+inline constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
+
 /// The text without leading white space; every trailing white-space character becomes '0'
 /// (deliberate: a value followed by a blank and a comment gains zeros).
 std::string trim(std::string_view text);

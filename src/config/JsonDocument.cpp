@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr std::string_view kSpace = " \t\n\v\f\r";
-
 /// The line around a place, without its indent and at most some 80 characters of it.
 std::string_view lineAround(std::string_view content, std::size_t at) {
     constexpr std::size_t reach = 40; // to either side
@@ -21,8 +19,8 @@ std::string_view lineAround(std::string_view content, std::size_t at) {
     const std::size_t begin = std::max(before + 1, at - std::min(at, reach)); // npos + 1 is 0
     const std::size_t end = std::min({content.find('\n', at), content.size(), at + reach});
     const std::string_view line = content.substr(begin, end - begin);
-    const std::size_t first = std::min(line.find_first_not_of(kSpace), line.size());
-    return line.substr(first, line.find_last_not_of(kSpace) + 1 - first);
+    const std::size_t first = std::min(line.find_first_not_of(kWhiteSpace), line.size());
+    return line.substr(first, line.find_last_not_of(kWhiteSpace) + 1 - first);
 }
 
 /// That line, and where it holds brackets alone also the one above.
@@ -46,7 +44,7 @@ std::size_t commaBeforeBracket(std::string_view content, std::size_t at) {
     const std::size_t bracket = closes(at) || at == 0 ? at : at - 1;
     if (!closes(bracket) || bracket == 0)
         return std::string_view::npos;
-    const std::size_t last = content.find_last_not_of(kSpace, bracket - 1);
+    const std::size_t last = content.find_last_not_of(kWhiteSpace, bracket - 1);
     return last != std::string_view::npos && content[last] == ',' ? last : std::string_view::npos;
 }
 

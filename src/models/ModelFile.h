@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/ComText.h"
 #include "common/ComTime.h"
 #include "common/Findings.h"
 #include "common/LineReader.h"
@@ -17,7 +18,7 @@ inline bool opened(const LineReader& file, const std::string& path, Findings& fi
 }
 
 inline std::string_view withoutTrailingSpace(std::string_view s) {
-    return s.substr(0, s.find_last_not_of(" \t\n\v\f\r") + 1); // npos + 1 is 0
+    return s.substr(0, s.find_last_not_of(kWhiteSpace) + 1); // npos + 1 is 0
 }
 
 /// A calendar date that files of antennas and satellites may carry.

@@ -108,11 +108,9 @@ void join(RtcmState& s, const EpochMessage& m) {
 Status refuse(RtcmState& s, const EpochMessage& m) {
     if (m.otherStation && hasOption(s, "-STA="))
         return kMalformed; // a station that the options leave out
-    s.refused = {m.type, m.field, false};
-    if (m.tooShort) {
-        s.refused.epoch.reset();
+    s.refused = {m.type, m.tooShort ? std::nullopt : std::optional(m.field), false};
+    if (m.tooShort)
         return kMalformed;
-    }
     // What another station sends ends that station's epoch, not the one being collected.
     if (m.otherStation || s.epoch.unknown())
         return kMalformed;
