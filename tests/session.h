@@ -38,6 +38,11 @@ inline std::vector<std::string> allSatellites() {
     return names;
 }
 
+/// A whole frame of the first bytes of the message that a frame holds.
+inline ref::Bytes cut(const ref::Bytes& frame, std::ptrdiff_t bytes) {
+    return ref::frame(ref::Bytes(frame.begin() + 3, frame.begin() + 3 + bytes));
+}
+
 /// Holds the clock at an instant, UTC.
 class FixedClock {
 public:

@@ -104,11 +104,6 @@ Bytes overfull(bool more, std::uint32_t epochMs = 430650000) {
     return ref::frame(b.u(64, 0).u(64, 0).bytes());
 }
 
-/// The first bytes of a message.
-Bytes cut(const Bytes& whole, std::ptrdiff_t bytes) {
-    return ref::frame(Bytes(whole.begin() + 3, whole.begin() + 3 + bytes));
-}
-
 Bytes ephemeris(int type, char system, int id) {
     ref::Kepler k;
     k.type = type;

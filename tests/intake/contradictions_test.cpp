@@ -144,7 +144,7 @@ TEST(Contradiction, OfTheRealServiceIsOneLineInItsLog) {
     }
     Peer peer;
     peer.listen();
-    RunningService service(peer.port, "2018-07-12 23:37:11");
+    RunningService service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     peer.exchange(stream, 1000,
                   static_cast<int>(ref::Predictor(expectation()).take(stream).size()));

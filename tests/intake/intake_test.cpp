@@ -175,16 +175,13 @@ TEST_F(Intake, TellsOfARefusedMessageAndAnswersWhatTheOthersBrought) {
 
 TEST_F(Intake, TellsOfAnEpochThatARefusedMessageLeavesWithoutAnswer) {
     const Bytes first = epoch(1074, {{"1C", 21e6}}, true);
-    const auto cut = [](std::uint32_t ms, std::ptrdiff_t bytes) {
-        const Bytes whole = epoch(1097, {{"1X", 25e6}}, false, 3, ms);
-        return ref::frame(Bytes(whole.begin() + 3, whole.begin() + 3 + bytes));
-    };
-    std::string printed = read({first, cut(430651000, 7)});
+    const auto last = [](std::uint32_t ms) { return epoch(1097, {{"1X", 25e6}}, false, 3, ms); };
+    std::string printed = read({first, cut(last(430651000), 7)});
     EXPECT_TRUE(
         printed.ends_with("***WARN(StreamObs): message 1097 refused, epoch time 430651000!\n"
                           "***WARN(StreamObs): epoch before it is not answered!\n"))
         << printed;
-    printed = read({first, cut(430650000, 6)});
+    printed = read({first, cut(last(430650000), 6)});
     EXPECT_TRUE(printed.ends_with("***WARN(StreamObs): message 1097 refused, too short!\n"))
         << printed;
     EXPECT_TRUE(replies.empty());
