@@ -15,4 +15,9 @@ add_library(cjson STATIC ${sources}/cjson/cJSON.c)
 set_target_properties(cjson PROPERTIES COMPILE_WARNING_AS_ERROR OFF)
 target_compile_options(cjson PRIVATE -ffp-contract=off)
 target_link_libraries(kestrune_cjson INTERFACE cjson)
-target_include_directories(kestrune_cjson SYSTEM INTERFACE ${sources})
+# The header of the library, where it is installed, is the same: what includes it compiles as for a
+# shared library.
+find_path(CJSON_HEADER cjson/cJSON.h)
+if(NOT CJSON_HEADER)
+    target_include_directories(kestrune_cjson SYSTEM INTERFACE ${sources})
+endif()

@@ -2,15 +2,12 @@
 
 #include "common/Clock.h"
 
-#include <CLI/CLI.hpp>
-
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <iostream>
 #include <poll.h>
 #include <stdexcept>
 #include <string_view>
@@ -67,22 +64,12 @@ bool hearsSignOfLife(const std::string& name, milliseconds limit) {
     return false;
 }
 
-void addAlive(CLI::App& app, int& status) {
-    const auto seconds = std::make_shared<int>(10);
-    CLI::App* const alive = app.add_subcommand(
-        "alive", "Wait for a sign of life of the service in the same container.");
-    alive->add_option("--within", *seconds, "seconds to wait, 1 to 3600; 10 by default")
-        ->check(CLI::Range(1, 3600));
-    alive->footer(
-        "The service and this program need the same NOTIFY_SOCKET, such as @kestrune, and\n"
-        "the service WATCHDOG_USEC, four times the microseconds between two signs of life.\n"
-        "Ends with 0 alive; 1 silent; 2 no such socket.");
-    alive->callback([seconds, &status] {
-        const char* const name = std::getenv("NOTIFY_SOCKET");
-        status = hearsSignOfLife(name ? name : "", std::chrono::seconds(*seconds)) ? 0 : 1;
-        if (status != 0)
-            static_cast<void>(std::fprintf(stderr, "no sign of life within %d s\n", *seconds));
-    });
+int runAlive(int seconds) {
+    const char* const name = std::getenv("NOTIFY_SOCKET");
+    if (hearsSignOfLife(name ? name : "", std::chrono::seconds(seconds)))
+        return 0;
+    std::cerr << "no sign of life within " << seconds << " s\n";
+    return 1;
 }
 
 } // namespace ctl::alive

@@ -6,17 +6,13 @@
 /// Alive: `kestrunectl alive`, the liveness probe of a container. It takes the place of the service
 /// manager for a moment and waits for a sign of life, by the protocol of sd_watchdog_enabled(3).
 
-namespace CLI {
-class App;
-}
-
 namespace ctl::alive {
 
 /// Whether a sign of life comes to the abstract socket (its name begins with '@') in time.
 /// Throws where the name is no such socket, or another process has it.
 bool hearsSignOfLife(const std::string& name, std::chrono::milliseconds limit);
 
-/// Adds the subcommand; running it writes the exit status: 0 alive, 1 silent.
-void addAlive(CLI::App& app, int& status);
+/// Waits for one to the NOTIFY_SOCKET of the environment; the exit status: 0 alive, 1 silent.
+int runAlive(int seconds);
 
 } // namespace ctl::alive

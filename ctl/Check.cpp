@@ -13,7 +13,6 @@
 #include "ctl/TrialReport.h"
 #include "ctl/Unit.h"
 
-#include <CLI/CLI.hpp>
 #include <cjson/cJSON.h>
 
 #include <algorithm>
@@ -217,14 +216,6 @@ cJSON* jsonOf(const Finding& f, int times) {
     return o;
 }
 
-struct Arguments {
-    std::string file;
-    std::string unit;
-    std::string stream;
-    int seconds = 60; // of the stream
-    bool json = false;
-};
-
 /// Runs the road of the service on the stream; how its reading ended.
 std::string feed(Trial& trial, dump::ByteSource& source, int seconds) {
     const auto until = monotonicNow() + std::chrono::seconds(seconds);
@@ -264,7 +255,7 @@ int tryStream(const Arguments& arguments, Deployment deployment, cJSON* json) {
 }
 
 /// What the arguments name; throws where that is nothing.
-void resolveUnit(Arguments& arguments, std::vector<std::string>& switches) {
+void resolveUnit(Arguments& arguments) {
     if (arguments.unit.empty() == arguments.file.empty())
         throw std::runtime_error("give a deployment file, or --unit NAME");
     if (arguments.unit.empty())
@@ -277,37 +268,7 @@ void resolveUnit(Arguments& arguments, std::vector<std::string>& switches) {
     if (chdir(kUnitFolder) != 0)
         throw std::runtime_error(text("%s: %s", kUnitFolder, std::strerror(errno)));
     const std::vector<std::string> own = optionsOfUnit(name);
-    switches.insert(switches.end(), own.begin(), own.end());
-}
-
-int runCheck(Arguments arguments, std::vector<std::string> switches) {
-    resolveUnit(arguments, switches);
-    Deployment deployment;
-    for (const std::string& argument : switches)
-        if (!Deploy_m_readSwitch(deployment, argument)) {
-            const std::string_view near = nearestSwitch(argument);
-            std::cerr << "kestrunectl check: " << argument
-                      << " is no switch of the service (-post -rawsav -vrssav -pthread -debug)"
-                      << (near.empty() ? "" : ": is " + std::string(near) + " meant?") << '\n';
-            return 2;
-        }
-    const CheckResult result =
-        checkDeployment(deployment, arguments.file, switches, arguments.unit);
-    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> json(
-        arguments.json ? jsonOfCheck(result) : nullptr, cJSON_Delete);
-    if (!json)
-        printCheck(result, std::cout);
-    int status = result.count(Severity::fatal) > 0 ? 1 : 0;
-    if (status == 0 && !arguments.stream.empty())
-        status = tryStream(arguments, std::move(deployment), json.get());
-    if (json) {
-        const std::unique_ptr<char, decltype(&cJSON_free)> printed(
-            cJSON_PrintUnformatted(json.get()), cJSON_free);
-        std::cout << printed.get() << '\n';
-    }
-    if (!std::cout.flush())
-        throw std::runtime_error("standard output could not be written to its end");
-    return status;
+    arguments.switches.insert(arguments.switches.end(), own.begin(), own.end());
 }
 
 } // namespace
@@ -372,33 +333,34 @@ cJSON* jsonOfCheck(const CheckResult& result) {
     return root;
 }
 
-void addCheck(CLI::App& app, int& status) {
-    const auto arguments = std::make_shared<Arguments>();
-    CLI::App* const check =
-        app.add_subcommand("check", "Find everything that is wrong with a configuration.");
-    check->add_option("file", arguments->file, "the deployment file");
-    check
-        ->add_option("--unit", arguments->unit,
-                     "examine /etc/kestrune/NAME.json as the unit kestrune@NAME does, with its "
-                     "folder and its switches")
-        ->type_name("NAME");
-    check
-        ->add_option("--stream", arguments->stream,
-                     "read a piece of this stream, too, and say what the service would do with "
-                     "it: a file, - for standard input, or HOST:PORT to connect to")
-        ->type_name("FILE|HOST:PORT");
-    check->add_option("--seconds", arguments->seconds, "how much of the stream at most")
-        ->type_name("S")
-        ->check(CLI::Range(1, 86400))
-        ->capture_default_str();
-    check->add_flag("--json", arguments->json, "everything as one JSON object");
-    check->allow_extras();
-    check->footer(
-        "Behind the file stand switches of the service: -post -rawsav -vrssav -pthread\n"
-        "-debug. Ends with 0, with or without warnings; 1 where the configuration cannot\n"
-        "work; 2 for wrong arguments.");
-    check->callback(
-        [arguments, check, &status] { status = runCheck(*arguments, check->remaining()); });
+int runCheck(Arguments arguments) {
+    resolveUnit(arguments);
+    Deployment deployment;
+    for (const std::string& argument : arguments.switches)
+        if (!Deploy_m_readSwitch(deployment, argument)) {
+            const std::string_view near = nearestSwitch(argument);
+            std::cerr << "kestrunectl check: " << argument
+                      << " is no switch of the service (-post -rawsav -vrssav -pthread -debug)"
+                      << (near.empty() ? "" : ": is " + std::string(near) + " meant?") << '\n';
+            return 2;
+        }
+    const CheckResult result =
+        checkDeployment(deployment, arguments.file, arguments.switches, arguments.unit);
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> json(
+        arguments.json ? jsonOfCheck(result) : nullptr, cJSON_Delete);
+    if (!json)
+        printCheck(result, std::cout);
+    int status = result.count(Severity::fatal) > 0 ? 1 : 0;
+    if (status == 0 && !arguments.stream.empty())
+        status = tryStream(arguments, std::move(deployment), json.get());
+    if (json) {
+        const std::unique_ptr<char, decltype(&cJSON_free)> printed(
+            cJSON_PrintUnformatted(json.get()), cJSON_free);
+        std::cout << printed.get() << '\n';
+    }
+    if (!std::cout.flush())
+        throw std::runtime_error("standard output could not be written to its end");
+    return status;
 }
 
 } // namespace ctl::check

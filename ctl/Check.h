@@ -11,9 +11,6 @@
 /// Check: `kestrunectl check`, everything that is wrong with a configuration, without starting the
 /// service. The service's own readers read it; what they see is examined further.
 
-namespace CLI {
-class App;
-}
 struct cJSON;
 
 namespace ctl::check {
@@ -39,7 +36,18 @@ void printCheck(const CheckResult& result, std::ostream& out);
 /// The same as a JSON object, which the caller deletes.
 cJSON* jsonOfCheck(const CheckResult& result);
 
-/// Adds the subcommand; running it writes the exit status: 0, 1 where it cannot work.
-void addCheck(CLI::App& app, int& status);
+/// What is asked for: a file or a unit, and what else is looked at.
+struct Arguments {
+    std::string file;
+    std::string unit;
+    std::string stream;                // none where empty
+    int seconds = 60;                  // of the stream
+    std::vector<std::string> switches; // of the service
+    bool json = false;
+};
+
+/// Checks and prints; the exit status: 0, 1 where it cannot work, 2 for a word that is no switch.
+/// Throws where there is nothing to check.
+int runCheck(Arguments arguments);
 
 } // namespace ctl::check

@@ -4,8 +4,6 @@
 #include "ctl/ByteSource.h"
 #include "ctl/Describe.h"
 
-#include <CLI/CLI.hpp>
-
 #include <array>
 #include <cstdio>
 #include <iostream>
@@ -99,8 +97,6 @@ void Dump::countFault(const Found& found) {
         counts_.leadingBytes += found.bytes.size();
 }
 
-namespace {
-
 int runDump(const std::string& name, DumpOptions options) {
     try {
         ByteSource source(name);
@@ -119,29 +115,6 @@ int runDump(const std::string& name, DumpOptions options) {
         std::cerr << "kestrunectl dump: " << e.what() << '\n';
         return 2;
     }
-}
-
-} // namespace
-
-void addDump(CLI::App& app, int& status) {
-    struct Arguments {
-        std::string source = "-";
-        DumpOptions options;
-    };
-    const auto arguments = std::make_shared<Arguments>();
-    CLI::App* const dump =
-        app.add_subcommand("dump", "Print the RTCM 3 messages and reply frames of a stream.");
-    dump->add_option("source", arguments->source,
-                     "a file, - for standard input (the default), or HOST:PORT to connect to");
-    dump->add_flag("-v,--verbose", arguments->options.verbose, "every field of every message");
-    dump->add_flag("--json", arguments->options.json, "one JSON object for each message");
-    dump->footer(
-        "Ends with 0; 1 where a check word was wrong or bytes were skipped, or where there\n"
-        "was no good frame; 2 where the source cannot be read. Bytes before the first good\n"
-        "frame and a last frame that the end cuts off are no faults. An interrupt ends a\n"
-        "live stream with its counts.");
-    dump->callback(
-        [arguments, &status] { status = runDump(arguments->source, arguments->options); });
 }
 
 } // namespace ctl::dump

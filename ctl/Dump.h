@@ -7,12 +7,9 @@
 #include <iosfwd>
 #include <memory>
 #include <span>
+#include <string>
 
 /// Dump: `kestrunectl dump`, a stream of RTCM 3 messages and reply frames in readable form.
-
-namespace CLI {
-class App;
-}
 
 namespace ctl::dump {
 
@@ -45,7 +42,8 @@ private:
     Counts counts_;
 };
 
-/// Adds the subcommand; running it writes the exit status: 0, 1 as Dump::status, 2 unreadable.
-void addDump(CLI::App& app, int& status);
+/// Dumps a file, standard input ("-") or what HOST:PORT sends to standard output; the exit status:
+/// 0, 1 as Dump::status, 2 unreadable.
+int runDump(const std::string& name, DumpOptions options);
 
 } // namespace ctl::dump

@@ -27,36 +27,9 @@ constexpr std::string_view kAllSystems = "GRECJS";
 
 volatile std::sig_atomic_t stopAsked = 0;
 
-/// What the command line says, as it stands there.
-struct Words {
-    std::string host = "127.0.0.1";
-    int port = 2101;
-    std::string site = "-35.4,148.98,680";
-    std::string rate = "1";
-    std::string msm = "4";
-    std::string systems = "GRECJ";
-    std::string tracking = "full";
-    std::string start = "now";
-    std::string speed = "1";
-    std::string duration = "0";
-    std::uint64_t seed = 1;
-    bool noise = false;
-    std::string ephemerides = "before";
-    std::string split;
-    std::string deployment;
-    int stations = 1;
-    std::string record;
-    std::string replies;
-    std::string play;
-    std::string report;
-    std::vector<std::string> faults;
-    std::vector<std::string> quirks;
-    bool json = false;
-};
-
 /// Bad words: the option, what was given, what is possible.
 [[noreturn]] void refuse(const char* option, const std::string& given, const std::string& want) {
-    throw CLI::ValidationError(option, "\"" + given + "\": " + want);
+    throw BadArgument(option, "\"" + given + "\": " + want);
 }
 
 /// Finite numbers between commas; nothing where the text is anything else.
@@ -147,15 +120,15 @@ EphemerisOrder orderOf(const std::string& given) {
                                     : EphemerisOrder::before;
 }
 
-FaultPlan faultsOf(const Words& w) {
+FaultPlan faultsOf(const Arguments& w) {
     try {
         return {w.faults, w.seed};
     } catch (const std::invalid_argument& e) {
-        throw CLI::ValidationError("--fault", e.what());
+        throw BadArgument("--fault", e.what());
     }
 }
 
-Quirks quirksOf(const Words& w) {
+Quirks quirksOf(const Arguments& w) {
     if (!w.quirks.empty() && !w.play.empty())
         refuse("--quirk", w.quirks.front(), "a recording is sent as it is");
     if (std::find(w.quirks.begin(), w.quirks.end(), "sbas-day") != w.quirks.end() &&
@@ -164,7 +137,7 @@ Quirks quirksOf(const Words& w) {
     try {
         return Quirks(w.quirks);
     } catch (const std::invalid_argument& e) {
-        throw CLI::ValidationError("--quirk", e.what());
+        throw BadArgument("--quirk", e.what());
     }
 }
 
@@ -178,7 +151,7 @@ struct Run {
     Known known;
 };
 
-void plan(Run& run, const Words& w) {
+void plan(Run& run, const Arguments& w) {
     run.station.msm = msmOf(w.msm);
     run.station.siteM = siteOf(w.site);
     run.station.systems = systemsOf(w.systems, run.station.msm);
@@ -225,7 +198,7 @@ ref::Expectation expectationOf(const Run& run, const std::vector<std::string>& s
     return e;
 }
 
-std::unique_ptr<Source> sourceOf(Run& run, const Words& w) {
+std::unique_ptr<Source> sourceOf(Run& run, const Arguments& w) {
     if (w.play.empty())
         return std::make_unique<SimulatedStation>(run.station);
     auto recording = std::make_unique<Recording>(w.play, run.station.start);
@@ -236,7 +209,7 @@ std::unique_ptr<Source> sourceOf(Run& run, const Words& w) {
     return recording;
 }
 
-std::vector<std::string> satellitesOf(const Run& run, const Words& w) {
+std::vector<std::string> satellitesOf(const Run& run, const Arguments& w) {
     if (!w.play.empty())
         return satellitesOfRecordings();
     std::string systems = run.station.systems;
@@ -244,7 +217,7 @@ std::vector<std::string> satellitesOf(const Run& run, const Words& w) {
     return ref::Constellation::satellites(systems);
 }
 
-void warnOfClocks(const Run& run, const Words& w, Progress& progress) {
+void warnOfClocks(const Run& run, const Arguments& w, Progress& progress) {
     const double simulatedS =
         run.pace.epochs > 0 ? static_cast<double>(run.pace.epochs) * run.pace.intervalS : 1e9;
     const double speed = run.pace.speed > 0 ? run.pace.speed : 1e9;
@@ -273,7 +246,8 @@ void closeWritten(std::ofstream& file, const std::string& path) {
         throw std::runtime_error(path + " could not be written to its end");
 }
 
-Endpoints endpointsOf(const Run& run, const Words& w, const std::vector<std::string>& satellites) {
+Endpoints endpointsOf(const Run& run, const Arguments& w,
+                      const std::vector<std::string>& satellites) {
     Endpoints endpoints;
     for (std::size_t i = 0; i < static_cast<std::size_t>(w.stations); ++i)
         endpoints.push_back(std::make_unique<Endpoint>(w.host, w.port + static_cast<int>(i),
@@ -282,7 +256,7 @@ Endpoints endpointsOf(const Run& run, const Words& w, const std::vector<std::str
     return endpoints;
 }
 
-void sayWhatIsThere(const Run& run, const Words& w, const std::vector<std::string>& satellites,
+void sayWhatIsThere(const Run& run, const Arguments& w, const std::vector<std::string>& satellites,
                     Progress& progress) {
     warnOfClocks(run, w, progress);
     if (w.play.empty() && run.station.msm == 0)
@@ -295,7 +269,11 @@ void sayWhatIsThere(const Run& run, const Words& w, const std::vector<std::strin
                  paths.front().string());
 }
 
-int simulate(const Words& w) {
+} // namespace
+
+int runSimulate(const Arguments& w) {
+    if (w.port + w.stations - 1 > 65535)
+        refuse("--stations", std::to_string(w.stations), "the ports end at 65535");
     Run run;
     plan(run, w);
     const auto kind = w.json                       ? Progress::Kind::none
@@ -339,59 +317,6 @@ int simulate(const Words& w) {
     if (!std::cout)
         throw std::runtime_error("standard output could not be written to its end");
     return exitStatus(judgementOf(totals).answer);
-}
-
-} // namespace
-
-void addSimulate(CLI::App& app, int& status) {
-    const auto w = std::make_shared<Words>();
-    CLI::App* const c = app.add_subcommand(
-        "simulate", "Stand in for a reference station: send a simulated or recorded stream to the "
-                    "services that connect, and judge every reply.");
-    // clang-format off
-    c->add_option("--host", w->host, "address to listen on (dotted IPv4)")->capture_default_str();
-    c->add_option("--port", w->port, "port to listen on")->check(CLI::Range(1, 65535))->capture_default_str();
-    c->add_option("--site", w->site, "LAT,LON,HEIGHT (degrees, m) or X,Y,Z (m)")->capture_default_str();
-    c->add_option("--rate", w->rate, "epochs a second, 0.1 to 50")->capture_default_str();
-    c->add_option("--msm", w->msm, "observation messages: 4, 5, 6, 7 or legacy (1004, 1012)")->capture_default_str();
-    c->add_option("--systems", w->systems, "letters of G R E C J S, in the order sent")->capture_default_str();
-    c->add_option("--tracking", w->tracking, "signals: full, pilot, combined or single")
-        ->check(CLI::IsMember({"full", "pilot", "combined", "single"}))->capture_default_str();
-    c->add_option("--start", w->start, "now, or UTC as 2026-03-01T12:00:00; then the written deployment has a clock")->capture_default_str();
-    c->add_option("--speed", w->speed, "simulated seconds a second, or max: the next epoch once the last is answered")->capture_default_str();
-    c->add_option("--duration", w->duration, "simulated seconds; 0 = until stopped")->capture_default_str();
-    c->add_option("--seed", w->seed, "of everything random; the same seed sends the same bytes")
-        ->check([](const std::string& n) { return n.starts_with('-') ? "\"" + n + "\": a whole number from 0 on" : std::string(); })->capture_default_str();
-    c->add_flag("--noise", w->noise, "add noise to ranges and phases");
-    c->add_option("--ephemerides", w->ephemerides, "before the observations, interleaved with them, or late")
-        ->check(CLI::IsMember({"before", "interleaved", "late"}))->capture_default_str();
-    c->add_option("--split", w->split, "send in blocks of N bytes, or random ones");
-    c->add_option("--write-deployment", w->deployment, "write a configuration for this station into a directory");
-    c->add_option("--stations", w->stations, "endpoints, on successive ports")->check(CLI::Range(1, 5000))->capture_default_str();
-    c->add_option("--record", w->record, "write what is sent on the first endpoint to a file");
-    c->add_option("--replies", w->replies, "write what comes back there to a file");
-    c->add_option("--play", w->play, "send a recorded stream; replies are checked for form, order and completeness")->check(CLI::ExistingFile);
-    c->add_option("--report", w->report, "draw what the first endpoint showed as a web page in one file");
-    c->add_option("--fault", w->faults, "what goes wrong, now and then or (NAME@N) at epoch N: " + faultNames())->delimiter(',');
-    c->add_option("--quirk", w->quirks, "how the receiver writes times, as some in use do: " + quirkNames())->delimiter(',');
-    c->add_flag("--json", w->json, "print the summary as JSON, and nothing else");
-    // clang-format on
-    c->footer(
-        "Ends with 0 where everything was right, or the form of replies whose values are not\n"
-        "known; 1 where something was wrong or there was nothing to judge; 2 where arguments\n"
-        "are wrong, or a file or port cannot be used. The last line is the verdict.");
-    c->callback([w, &status] {
-        if (w->port + w->stations - 1 > 65535)
-            refuse("--stations", std::to_string(w->stations), "the ports end at 65535");
-        try {
-            status = simulate(*w);
-        } catch (const std::runtime_error& e) {
-            if (dynamic_cast<const CLI::Error*>(&e))
-                throw;
-            std::cerr << "kestrunectl simulate: " << e.what() << "\n";
-            status = 2;
-        }
-    });
 }
 
 } // namespace ctl::simulate

@@ -1,26 +1,149 @@
 #include "ctl/Alive.h"
 #include "ctl/Check.h"
 #include "ctl/Dump.h"
+#include "ctl/Faults.h"
+#include "ctl/Quirks.h"
 #include "ctl/Simulate.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <exception>
+#include <iostream>
+#include <memory>
+
+// The command line of all subcommands: their options, and what they are told of them.
 
 namespace {
 
 constexpr int kBadUsage = 2;
+
+int simulate(const ctl::simulate::Arguments& arguments) {
+    try {
+        return runSimulate(arguments);
+    } catch (const ctl::simulate::BadArgument& e) {
+        throw CLI::ValidationError(e.option(), e.what());
+    } catch (const std::runtime_error& e) {
+        std::cerr << "kestrunectl simulate: " << e.what() << "\n";
+        return kBadUsage;
+    }
+}
+
+void addSimulate(CLI::App& app, int& status) {
+    const auto w = std::make_shared<ctl::simulate::Arguments>();
+    CLI::App* const c = app.add_subcommand(
+        "simulate", "Stand in for a reference station: send a simulated or recorded stream to the "
+                    "services that connect, and judge every reply.");
+    // clang-format off
+    c->add_option("--host", w->host, "address to listen on (dotted IPv4)")->capture_default_str();
+    c->add_option("--port", w->port, "port to listen on")->check(CLI::Range(1, 65535))->capture_default_str();
+    c->add_option("--site", w->site, "LAT,LON,HEIGHT (degrees, m) or X,Y,Z (m)")->capture_default_str();
+    c->add_option("--rate", w->rate, "epochs a second, 0.1 to 50")->capture_default_str();
+    c->add_option("--msm", w->msm, "observation messages: 4, 5, 6, 7 or legacy (1004, 1012)")->capture_default_str();
+    c->add_option("--systems", w->systems, "letters of G R E C J S, in the order sent")->capture_default_str();
+    c->add_option("--tracking", w->tracking, "signals: full, pilot, combined or single")
+        ->check(CLI::IsMember({"full", "pilot", "combined", "single"}))->capture_default_str();
+    c->add_option("--start", w->start, "now, or UTC as 2026-03-01T12:00:00; then the written deployment has a clock")->capture_default_str();
+    c->add_option("--speed", w->speed, "simulated seconds a second, or max: the next epoch once the last is answered")->capture_default_str();
+    c->add_option("--duration", w->duration, "simulated seconds; 0 = until stopped")->capture_default_str();
+    c->add_option("--seed", w->seed, "of everything random; the same seed sends the same bytes")
+        ->check([](const std::string& n) { return n.starts_with('-') ? "\"" + n + "\": a whole number from 0 on" : std::string(); })->capture_default_str();
+    c->add_flag("--noise", w->noise, "add noise to ranges and phases");
+    c->add_option("--ephemerides", w->ephemerides, "before the observations, interleaved with them, or late")
+        ->check(CLI::IsMember({"before", "interleaved", "late"}))->capture_default_str();
+    c->add_option("--split", w->split, "send in blocks of N bytes, or random ones");
+    c->add_option("--write-deployment", w->deployment, "write a configuration for this station into a directory");
+    c->add_option("--stations", w->stations, "endpoints, on successive ports")->check(CLI::Range(1, 5000))->capture_default_str();
+    c->add_option("--record", w->record, "write what is sent on the first endpoint to a file");
+    c->add_option("--replies", w->replies, "write what comes back there to a file");
+    c->add_option("--play", w->play, "send a recorded stream; replies are checked for form, order and completeness")->check(CLI::ExistingFile);
+    c->add_option("--report", w->report, "draw what the first endpoint showed as a web page in one file");
+    c->add_option("--fault", w->faults, "what goes wrong, now and then or (NAME@N) at epoch N: " + ctl::simulate::faultNames())->delimiter(',');
+    c->add_option("--quirk", w->quirks, "how the receiver writes times, as some in use do: " + ctl::simulate::quirkNames())->delimiter(',');
+    c->add_flag("--json", w->json, "print the summary as JSON, and nothing else");
+    // clang-format on
+    c->footer(
+        "Ends with 0 where everything was right, or the form of replies whose values are not\n"
+        "known; 1 where something was wrong or there was nothing to judge; 2 where arguments\n"
+        "are wrong, or a file or port cannot be used. The last line is the verdict.");
+    c->callback([w, &status] { status = simulate(*w); });
+}
+
+void addDump(CLI::App& app, int& status) {
+    struct Arguments {
+        std::string source = "-";
+        ctl::dump::DumpOptions options;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App* const dump =
+        app.add_subcommand("dump", "Print the RTCM 3 messages and reply frames of a stream.");
+    dump->add_option("source", arguments->source,
+                     "a file, - for standard input (the default), or HOST:PORT to connect to");
+    dump->add_flag("-v,--verbose", arguments->options.verbose, "every field of every message");
+    dump->add_flag("--json", arguments->options.json, "one JSON object for each message");
+    dump->footer(
+        "Ends with 0; 1 where a check word was wrong or bytes were skipped, or where there\n"
+        "was no good frame; 2 where the source cannot be read. Bytes before the first good\n"
+        "frame and a last frame that the end cuts off are no faults. An interrupt ends a\n"
+        "live stream with its counts.");
+    dump->callback([arguments, &status] {
+        status = ctl::dump::runDump(arguments->source, arguments->options);
+    });
+}
+
+void addCheck(CLI::App& app, int& status) {
+    const auto arguments = std::make_shared<ctl::check::Arguments>();
+    CLI::App* const check =
+        app.add_subcommand("check", "Find everything that is wrong with a configuration.");
+    check->add_option("file", arguments->file, "the deployment file");
+    check
+        ->add_option("--unit", arguments->unit,
+                     "examine /etc/kestrune/NAME.json as the unit kestrune@NAME does, with its "
+                     "folder and its switches")
+        ->type_name("NAME");
+    check
+        ->add_option("--stream", arguments->stream,
+                     "read a piece of this stream, too, and say what the service would do with "
+                     "it: a file, - for standard input, or HOST:PORT to connect to")
+        ->type_name("FILE|HOST:PORT");
+    check->add_option("--seconds", arguments->seconds, "how much of the stream at most")
+        ->type_name("S")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str();
+    check->add_flag("--json", arguments->json, "everything as one JSON object");
+    check->allow_extras();
+    check->footer(
+        "Behind the file stand switches of the service: -post -rawsav -vrssav -pthread\n"
+        "-debug. Ends with 0, with or without warnings; 1 where the configuration cannot\n"
+        "work; 2 for wrong arguments.");
+    check->callback([arguments, check, &status] {
+        arguments->switches = check->remaining();
+        status = ctl::check::runCheck(*arguments);
+    });
+}
+
+void addAlive(CLI::App& app, int& status) {
+    const auto seconds = std::make_shared<int>(10);
+    CLI::App* const alive = app.add_subcommand(
+        "alive", "Wait for a sign of life of the service in the same container.");
+    alive->add_option("--within", *seconds, "seconds to wait, 1 to 3600; 10 by default")
+        ->check(CLI::Range(1, 3600));
+    alive->footer(
+        "The service and this program need the same NOTIFY_SOCKET, such as @kestrune, and\n"
+        "the service WATCHDOG_USEC, four times the microseconds between two signs of life.\n"
+        "Ends with 0 alive; 1 silent; 2 no such socket.");
+    alive->callback([seconds, &status] { status = ctl::alive::runAlive(*seconds); });
+}
 
 int run(int argc, char** argv) {
     CLI::App app{"Tools for RTCM 3 streams and the Kestrune service."};
     app.set_version_flag("--version", "kestrunectl " KESTRUNE_VERSION);
     app.require_subcommand(1);
     int status = 0;
-    ctl::simulate::addSimulate(app, status);
-    ctl::dump::addDump(app, status);
-    ctl::check::addCheck(app, status);
-    ctl::alive::addAlive(app, status);
+    addSimulate(app, status);
+    addDump(app, status);
+    addCheck(app, status);
+    addAlive(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
