@@ -9,22 +9,20 @@
 
 namespace {
 
-// clang-format off
-/// Carriers, Hz, in the order in which the slot names are tried. Step: per GLONASS channel.
-struct Carrier { std::string_view slot; double hz; double stepHz = 0.0; };
-struct SystemCarriers { char letter; std::string_view name; std::array<Carrier, 6> carriers; };
+/// The bands that have slots ("L1", ...), in the order in which the names are tried.
+struct SystemCarriers {
+    char letter;
+    std::string_view name;
+    std::string_view bands;
+};
 constexpr std::array<SystemCarriers, 5> kCarriers{{
-    {'G', "GPS", {{{"L1", 1575420000.0}, {"L2", 1227600000.0}, {"L5", 1176450000.0}}}},
-    {'J', "QZSS", {{{"L1", 1575420000.0}, {"L2", 1227600000.0}, {"L5", 1176450000.0},
-                    {"L6", 1278750000.0}}}},
-    {'E', "GALILEO", {{{"L1", 1575420000.0}, {"L8", 1191795000.0}, {"L6", 1278750000.0},
-                       {"L5", 1176450000.0}, {"L7", 1207140000.0}}}},
+    {'G', "GPS", "125"},
+    {'J', "QZSS", "1256"},
+    {'E', "GALILEO", "18657"},
     // Deliberate: "L2" is B1I; the configuration maps B1 to it and B1c to "L1".
-    {'C', "BDS", {{{"L1", 1575420000.0}, {"L2", 1561098000.0}, {"L5", 1176450000.0},
-                   {"L6", 1268520000.0}, {"L7", 1207140000.0}, {"L8", 1191795000.0}}}},
-    {'R', "GLONASS", {{{"L1", 1602000000.0, 562500.0}, {"L2", 1246000000.0, 437500.0}}}},
+    {'C', "BDS", "125678"},
+    {'R', "GLONASS", "12"},
 }};
-// clang-format on
 
 const SystemCarriers* carriersOf(char system) {
     const auto it = std::find_if(kCarriers.begin(), kCarriers.end(),
@@ -64,9 +62,9 @@ std::optional<CombinationConstants> combine(std::span<const CarrierSlot> slots) 
 
 std::optional<double> carrier(char system, std::string_view slot, int k) {
     if (const SystemCarriers* const s = carriersOf(system))
-        for (const Carrier& c : s->carriers)
-            if (!c.slot.empty() && contains(slot, c.slot))
-                return c.hz + c.stepHz * k;
+        for (const char band : s->bands)
+            if (const std::array name{'L', band}; contains(slot, {name.data(), name.size()}))
+                return bandFrequency(system, band, k);
     return std::nullopt;
 }
 

@@ -155,6 +155,16 @@ double code2freq(unsigned system, int code, int fcn) {
     return validChannel(fcn) ? band.hz + band.stepHz * fcn : 0.0;
 }
 
+double bandFrequency(char systemLetter, char digit, int fcn) {
+    const std::size_t row = kOptionLetters.find(systemLetter);
+    if (row == std::string_view::npos)
+        return 0.0;
+    for (const Band& band : kBands[row])
+        if (band.digit == digit && digit != 0)
+            return band.hz + band.stepHz * fcn;
+    return 0.0;
+}
+
 void setcodepri(unsigned systems, int idx, std::string_view letters) {
     for (std::size_t row = 0; row < kRows; ++row)
         if (systems >> row & 1U)

@@ -123,6 +123,8 @@ std::string_view code2obs(int code);
 int code2idx(unsigned system, int code);
 /// Carrier of a code, Hz; 0 if none. `fcn` is the GLONASS channel, -7..6.
 double code2freq(unsigned system, int code, int fcn);
+/// Carrier of a system's band (the digit of its codes), Hz; 0 if none. `fcn` is any number.
+double bandFrequency(char systemLetter, char digit, int fcn);
 
 /// Sets the priority letters of a slot for the systems of the mask.
 void setcodepri(unsigned systems, int idx, std::string_view letters);
