@@ -1,6 +1,7 @@
 #include "ctl/Quirks.h"
 
 #include "reference/standard/msm.h"
+#include "reference/standard/orbit.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -11,8 +12,8 @@ namespace {
 
 constexpr std::uint32_t kWeekMs = 604800000;
 constexpr std::uint32_t kDayMs = 86400000;
-constexpr std::uint32_t kMoscowMs = 10800000; // ahead of UTC
-constexpr std::uint32_t kBdtLagMs = 14000;
+constexpr auto kMoscowMs = static_cast<std::uint32_t>(1000 * ref::kMoscowS);
+constexpr auto kBdtLagMs = static_cast<std::uint32_t>(1000 * ref::kBdtLagS);
 constexpr std::uint32_t kFieldEnd = 1U << 30;
 
 } // namespace

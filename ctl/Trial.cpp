@@ -47,7 +47,7 @@ double gpsSecondOfDay(char system, std::uint32_t raw) {
     const double leapS = timediff(now, gpst2utc(now));
     double s = raw >= top - belowZeroMs ? -1e-3 * (top - raw) : 1e-3 * raw;
     if (system == 'R')
-        s = 1e-3 * (raw & 0x7FFFFFFU) - 10800.0 + leapS;
+        s = 1e-3 * (raw & 0x7FFFFFFU) - kMoscowOffset + leapS;
     else if (system == 'C')
         s += kBdtOffset;
     return s - kSecondsPerDay * std::floor(s / kSecondsPerDay);

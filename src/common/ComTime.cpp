@@ -120,9 +120,9 @@ MjdTime timinc(int mjd, double sod, double delta) {
 void brdtime(char system, int& mjd, double& sod, LeapSeconds& leaps) {
     double offset = 0.0;
     if (system == 'B' || system == 'C')
-        offset = 14.0;
+        offset = kBdtOffset;
     else if (system == 'R')
-        offset = Taiutc_m_getTaiutc(leaps, mjd) - 19.0;
+        offset = Taiutc_m_getTaiutc(leaps, mjd) - kTaiMinusGps;
     else
         return;
     const MjdTime moved = timinc(mjd, sod, offset);
@@ -137,9 +137,9 @@ int genAode(char system, int mjd, int iode, double sod, double t2, LeapSeconds& 
     case 'E':
         return iode;
     case 'R': {
-        // Quarter of the hour of the Moscow day (UTC + 3 h); TAI - GPST is 19 s.
-        const MjdTime utc = timinc(mjd, sod, 19.0 - Taiutc_m_getTaiutc(leaps, mjd));
-        return NINT(std::fmod(utc.sod + 10800.0, kSecondsPerDay) / 900.0);
+        // Quarter of the hour of the Moscow day.
+        const MjdTime utc = timinc(mjd, sod, kTaiMinusGps - Taiutc_m_getTaiutc(leaps, mjd));
+        return NINT(std::fmod(utc.sod + kMoscowOffset, kSecondsPerDay) / 900.0);
     }
     case 'C':
         return NINT(std::fmod(t2, kSecondsPerDay) / 450.0);

@@ -29,6 +29,10 @@ inline constexpr double kSecondsPerWeek = 604800.0;
 inline constexpr double kHalfWeek = 302400.0;
 /// GPS time minus BeiDou time, s.
 inline constexpr double kBdtOffset = 14.0;
+/// Moscow time, of GLONASS, minus UTC, s.
+inline constexpr double kMoscowOffset = 10800.0;
+/// TAI minus GPS time, s.
+inline constexpr int kTaiMinusGps = 19;
 
 /// Calendar to time; years outside 1970..2099 and months outside 1..12 give time 0.
 GTime epoch2time(const CalendarTime& calendar);

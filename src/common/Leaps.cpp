@@ -19,8 +19,6 @@ constexpr std::array<LeapRow, 18> leaps{{
     {{1983, 7, 1, 0, 0, 0}, -3},  {{1982, 7, 1, 0, 0, 0}, -2},  {{1981, 7, 1, 0, 0, 0}, -1}}};
 // clang-format on
 
-constexpr int kTaiMinusGps = 19; // s
-
 /// The rows behind `leaps`, oldest first.
 struct LaterRow {
     GTime from; // UTC

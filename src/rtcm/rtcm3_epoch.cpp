@@ -48,11 +48,11 @@ GTime adjweek(GTime near, double tow) {
 
 /// The time of a Moscow day (s) that is nearest to a reference.
 GTime adjday_glot(GTime near, double tod) {
-    const WeekTime moscow = time2gpst(timeadd(gpst2utc(near), 10800.0));
+    const WeekTime moscow = time2gpst(timeadd(gpst2utc(near), kMoscowOffset));
     const double reference = std::fmod(moscow.sow, kSecondsPerDay);
     const double day = moscow.sow - reference;
     const GTime t = gpst2time(moscow.week, day + nearestDay(tod, reference));
-    return utc2gpst(timeadd(t, -10800.0));
+    return utc2gpst(timeadd(t, -kMoscowOffset));
 }
 
 /// The epoch time of a message. Nothing where no clock can show it.

@@ -52,7 +52,7 @@ int encode_rtcm3(RtcmState& s, int type, int /*subtype*/, int sync) {
 }
 
 GTime moscowTime(GTime time) {
-    return timeadd(gpst2utc(time), 10800.0);
+    return timeadd(gpst2utc(time), kMoscowOffset);
 }
 
 std::uint32_t epochField(System system, GTime time) {
