@@ -60,7 +60,7 @@ void examineFiles(Reading& reading) {
     };
     // Without satellites, the carriers tell whether GLONASS is meant.
     const bool unread = fatalIn(reading, t.object) && reading.deployment.satellites.empty();
-    if (unread && !reading.deployment.satelliteFrequencies[kSystems.find('R')].empty())
+    if (unread && !reading.deployment.frequencies[systemIndex('R')].empty())
         expect(t.leapsc, "***ERROR(readCommFil):file_table not exist leapsc item ");
     expect(t.stacoo, text("file = %s,can't access site file", t.stacoo.c_str()));
     if (!reading.deployment.post)
@@ -186,7 +186,7 @@ bool hasSatellites(const Session& session, char letter) {
 void examineCarriers(std::size_t system, Reading& reading) {
     const char letter = kSystems[system];
     const std::string name(Deploy_m_systemName(letter));
-    for (const std::string& slot : reading.deployment.satelliteFrequencies[system]) {
+    for (const std::string& slot : reading.deployment.frequencies[system]) {
         if (!carrier(letter, slot, 0)) {
             if (!hasSatellites(reading.deployment, letter))
                 tell(reading, Severity::warning, kFreqUsed,
@@ -204,7 +204,7 @@ void examineCarriers(std::size_t system, Reading& reading) {
 void examineAnswer(Reading& reading) {
     bool any = false;
     for (std::size_t system = 0; system < kSystemCount; ++system)
-        for (const std::string& slot : reading.deployment.satelliteFrequencies[system])
+        for (const std::string& slot : reading.deployment.frequencies[system])
             any = any || (hasSatellites(reading.deployment, kSystems[system]) && slot.size() > 1 &&
                           !signalsOf(system, slot).empty());
     if (reading.findings.anyFatal())
@@ -236,7 +236,7 @@ void examineFrequencies(Reading& reading) {
     const bool allAccepted = !fatalIn(reading, reading.deployment.tables.object);
     for (std::size_t system = 0; system < kSystemCount; ++system) {
         const char letter = kSystems[system];
-        const bool carriers = !reading.deployment.satelliteFrequencies[system].empty();
+        const bool carriers = !reading.deployment.frequencies[system].empty();
         examineCarriers(system, reading);
         if (hasSatellites(reading.deployment, letter) && !carriers && allRead)
             tell(reading, Severity::warning, kFreqUsed,
@@ -327,7 +327,7 @@ std::vector<std::string> signalLines(const Session& session) {
     for (std::size_t system = 0; system < kSystemCount; ++system) {
         std::string carried;
         std::string lost;
-        for (const std::string& slot : session.satelliteFrequencies[system]) {
+        for (const std::string& slot : session.frequencies[system]) {
             if (slot.size() < 2 || !hasSatellites(session, kSystems[system]))
                 continue;
             if (const std::string some = signalsOf(system, slot); !some.empty())
@@ -357,7 +357,7 @@ std::string satelliteCounts(const Session& session) {
 } // namespace
 
 bool repliesCarry(char system, std::string_view code) {
-    const std::size_t row = kSystems.find(system);
+    const std::size_t row = systemIndex(system);
     return row != std::string_view::npos && carries(row, code);
 }
 

@@ -44,10 +44,10 @@ bool configured(const Session& session, char system) {
 
 /// Whether a carrier of the band is configured.
 bool carrierConfigured(const Session& session, const SignalKey& key) {
-    const std::size_t system = kSystems.find(key.first);
+    const std::size_t system = systemIndex(key.first);
     if (system == std::string_view::npos)
         return false;
-    const auto& names = session.stationFrequencies[system];
+    const auto& names = session.frequencies[system];
     return std::any_of(names.begin(), names.end(), [&](const std::string& slot) {
         return slot.size() > 1 && slot[1] == key.second.front();
     });

@@ -27,9 +27,8 @@ constexpr double kTo = 58312.0;
 Deployment configured() {
     Deployment d;
     Findings findings;
-    m_parseFrequency(d.stationFrequencies,
-                     "GPS:L1_L2_L5 GLS:L1_L2 GAL:E1_E5a BDS:B1_B2b_B3 QZS:L1_L2", "", "", findings);
-    d.satelliteFrequencies = d.stationFrequencies;
+    m_parseFrequency(d.frequencies, "GPS:L1_L2_L5 GLS:L1_L2 GAL:E1_E5a BDS:B1_B2b_B3 QZS:L1_L2", "",
+                     "", findings);
     return d;
 }
 
@@ -38,10 +37,10 @@ void readAntennas(const Deployment& d, const std::string& path, Findings& findin
     SatellitePco satellitePco{};
     SitePco sitePco{};
     AntennaRecord record;
-    Antatx_m_getAnt(record, "SITE", d.stationFrequencies, "LEIAR25.R4      LEIT", "", satellitePco,
+    Antatx_m_getAnt(record, "SITE", d.frequencies, "LEIAR25.R4      LEIT", "", satellitePco,
                     sitePco, kFrom, kTo, path, findings);
-    Antatx_m_getAnt(record, "G10", d.stationFrequencies, "BLOCK IIF", "G10", satellitePco, sitePco,
-                    kFrom, kTo, path, findings);
+    Antatx_m_getAnt(record, "G10", d.frequencies, "BLOCK IIF", "G10", satellitePco, sitePco, kFrom,
+                    kTo, path, findings);
 }
 
 void readSatellite(const std::string& path, Findings& findings) {

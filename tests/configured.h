@@ -31,8 +31,7 @@ inline void configure(Service& service,
     record = {};
     record.tables.leapsc = leapSecondFile();
     Findings findings;
-    m_parseFrequency(record.stationFrequencies, frequencies, "", "", findings);
-    record.satelliteFrequencies = record.stationFrequencies;
+    m_parseFrequency(record.frequencies, frequencies, "", "", findings);
     for (const std::string& name : satellites) {
         SatelliteRecord satellite;
         satellite.cprn = name;

@@ -32,7 +32,7 @@ void Session::indexSatellites() {
     for (std::size_t system = 0; system < kSystemCount; ++system)
         for (int code = 0; code <= kMaxCode; ++code)
             slotOf[system][static_cast<std::size_t>(code)] =
-                slotOfCode(stationFrequencies[system], code2obs(code));
+                slotOfCode(frequencies[system], code2obs(code));
 }
 
 int Session::satelliteNamed(std::string_view name) const {
@@ -41,10 +41,9 @@ int Session::satelliteNamed(std::string_view name) const {
 }
 
 std::span<const std::string> Session::carriersOf(const SatelliteRecord& satellite) const {
-    const int system = index_string(kSystems, satellite.cprn.front());
-    if (system < 0)
-        return {};
-    return satelliteFrequencies[static_cast<std::size_t>(system)];
+    const std::size_t system = systemIndex(satellite.cprn.front());
+    return system < kSystemCount ? std::span<const std::string>(frequencies[system])
+                                 : std::span<const std::string>();
 }
 
 GlonassChannels Session::glonassChannels() const {

@@ -20,6 +20,10 @@
 /// Systems in the order in which every per-system table is laid out; 'B' marks BDS-3.
 inline constexpr std::string_view kSystems = "GRECBSJI";
 inline constexpr std::size_t kSystemCount = kSystems.size();
+/// Place of a system's letter in kSystems; npos = none.
+constexpr std::size_t systemIndex(char letter) {
+    return kSystems.find(letter);
+}
 /// Place of a satellite number's system in kSystems; -1 = none: its names are numbers.
 inline constexpr auto kSystemOf = [] {
     std::array<std::int16_t, kMaxSatNumber + 1> places{};
@@ -125,8 +129,7 @@ struct Session {
     std::string systems;                   // letters in use, the primary system first
     int primarySystem = 0;                 // position of that letter in kSystems
     std::array<int, kSystemCount> useNumbers{};
-    FrequencyTable stationFrequencies;
-    FrequencyTable satelliteFrequencies;
+    FrequencyTable frequencies; // of stations and satellites alike
 
     std::vector<std::string> satelliteNames; // cprn of satellites[i]
     std::vector<SatelliteRecord> satellites;

@@ -108,8 +108,7 @@ void readCommon(Deployment& out, const JsonDocument& document, Findings& finding
     common.number("interval", out.intervalS);
     std::string value;
     if (common.value("freqused", value))
-        m_parseFrequency(out.stationFrequencies, value, document.file, "common/freqused", findings);
-    out.satelliteFrequencies = out.stationFrequencies;
+        m_parseFrequency(out.frequencies, value, document.file, "common/freqused", findings);
     common.integer("threads", out.threads);
     common.integer("tracelevel", out.traceLevel);
     if (common.has("clock") && common.value("clock", value)) {
@@ -213,7 +212,7 @@ bool parseCarriers(FrequencyTable& table, const std::string& item, const std::st
                                file.c_str(), key.c_str(), item.c_str()));
         return false;
     }
-    auto& names = table[static_cast<std::size_t>(index_string(kSystems, letter))];
+    auto& names = table[systemIndex(letter)];
     const KeyPlace at{file, key};
     ReadingWatcher* const watcher = findings.watcher();
     if (watcher && !names.empty())

@@ -123,14 +123,13 @@ void orderSystems(Session& out) {
             break;
         }
     if (!out.systems.empty())
-        out.primarySystem = index_string(kSystems, out.systems[0]);
+        out.primarySystem = static_cast<int>(systemIndex(out.systems[0]));
 }
 
 /// Carriers of a system that do not exist; true where there are none of these.
 bool allCarriersExist(const Deployment& out, char letter, Findings& findings) {
     bool all = true;
-    for (const std::string& name :
-         out.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, letter))])
+    for (const std::string& name : out.frequencies[systemIndex(letter)])
         if (!carrier(letter, name, 0)) {
             findings.fatalKey(out.file, "common/freqused", carrierComplaint(letter, name));
             all = false;
@@ -161,9 +160,8 @@ void readSatellites(const ObjectReader& in) {
     setFrequencies(out, in.findings);
     orderSystems(out);
     for (std::size_t i = 0; i < kSystemCount; ++i)
-        out.useNumbers[i] = contains(out.processMode, "RAW")
-                                ? static_cast<int>(out.stationFrequencies[i].size())
-                                : 1;
+        out.useNumbers[i] =
+            contains(out.processMode, "RAW") ? static_cast<int>(out.frequencies[i].size()) : 1;
 }
 
 StationRecord parseStation(const ObjectReader& in, std::string_view line) {

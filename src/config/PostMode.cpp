@@ -68,7 +68,7 @@ bool resolveStationAntenna(const Deployment& config, StationRecord& station, int
                          findings))
         return false;
     SatellitePco none{};
-    if (Antatx_m_getAnt(station.calibration, "SITE", config.stationFrequencies, type, "", none,
+    if (Antatx_m_getAnt(station.calibration, "SITE", config.frequencies, type, "", none,
                         station.pco, startMjd(config), endMjd(config), config.tables.antpcv,
                         findings))
         return true;
@@ -91,15 +91,13 @@ bool resolveSatellite(const Deployment& config, SatelliteRecord& satellite, int 
     if (satellite.cprn.front() == 'R' && satellite.glonassChannel == kUnknownChannel &&
         validChannel(info.channel))
         satellite.glonassChannel = info.channel;
-    const auto system = static_cast<std::size_t>(index_string(kSystems, satellite.cprn.front()));
-    for (const FrequencyTable* const table :
-         {&config.stationFrequencies, &config.satelliteFrequencies})
-        if (!get_freq(satellite, "RAW", (*table)[system], config.file, findings))
-            return false;
+    if (!get_freq(satellite, "RAW", config.frequencies[systemIndex(satellite.cprn.front())],
+                  config.file, findings))
+        return false;
     SitePco none{};
-    if (Antatx_m_getAnt(calibration, satellite.cprn, config.satelliteFrequencies,
-                        satellite.texts[0], satellite.cprn, pco, none, startMjd(config),
-                        endMjd(config), config.tables.antpcv, findings))
+    if (Antatx_m_getAnt(calibration, satellite.cprn, config.frequencies, satellite.texts[0],
+                        satellite.cprn, pco, none, startMjd(config), endMjd(config),
+                        config.tables.antpcv, findings))
         return true;
     findings.fatal(config.tables.object, line,
                    text("ant = %s,cprn = %s,satellite antenna is not found in atx file",

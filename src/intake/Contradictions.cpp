@@ -85,13 +85,13 @@ void Contradictions::position(int type, const Vector3& stated, std::string_view 
 
 void Contradictions::ephemeris(std::string_view satellite, GTime stated, GTime clock, Instant now) {
     static_assert(kSystemLetters == kSystemCount);
-    const int system = satellite.empty() ? -1 : index_string(kSystems, satellite.front());
-    if (system < 0)
+    const std::size_t system = satellite.empty() ? kSystemCount : systemIndex(satellite.front());
+    if (system >= kSystemCount)
         return;
     if (contains("GJ", satellite.substr(0, 1)))
         stated = nearestCycle(stated, clock);
     const bool otherWeek = !weekOfClock(time2gpst(stated).week, time2gpst(clock));
-    if (ephemerides_[static_cast<std::size_t>(system)].begins(otherWeek, now))
+    if (ephemerides_[system].begins(otherWeek, now))
         print(Level::warning, "***WARN(StreamObs): %.*s eph is of %s, the clock says %s!\n",
               static_cast<int>(satellite.size()), satellite.data(), DateText(stated).text.data(),
               DateText(clock).text.data());

@@ -233,7 +233,7 @@ int StreamObs_m_setObsData(StreamIntake& in, const ObsSet& obs, std::size_t stat
 
 char StreamObs_m_setEphData(StreamIntake& in, NavData& nav, int sat) {
     const std::string name = satno2id(sat);
-    if (name.empty() || index_string(kSystems, name[0]) < 0 ||
+    if (name.empty() || systemIndex(name[0]) >= kSystemCount ||
         pointer_string(in.session.satelliteNames, name) < 0)
         return ' ';
     if (name[0] == 'R') {

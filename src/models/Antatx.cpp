@@ -22,7 +22,7 @@ Vector3 offsets(const AntennaRecord& record, std::size_t system, std::size_t slo
 
 /// Offsets of a receiver's antenna: its own, or else those of GPS, which every antenna has.
 Vector3 siteOffsets(const AntennaRecord& record, std::size_t system, std::size_t slot) {
-    constexpr std::size_t gps = kSystems.find('G');
+    constexpr std::size_t gps = systemIndex('G');
     if (calibrated(record, system, slot))
         return offsets(record, system, slot);
     return offsets(record, gps, calibrated(record, gps, slot) ? slot : 0);

@@ -231,7 +231,7 @@ std::optional<AntexReader::Slot> AntexReader::slotOfLine() const {
     for (const Carrier& carrier : kCarriers) {
         if (!at(carrier.code))
             continue;
-        const std::size_t system = kSystems.find(carrier.system);
+        const std::size_t system = systemIndex(carrier.system);
         const int slot = pointer_string(names_[system], carrier.name);
         if (slot < 0 || slot >= static_cast<int>(kAntennaSlots))
             return std::nullopt;
@@ -305,7 +305,7 @@ bool AntexReader::readFrequencies() {
 
 /// A satellite's carriers without a calibration take that of its first; they keep no code.
 void completeSatellite(AntennaRecord& record, const FrequencyTable& names) {
-    const std::size_t system = kSystems.find(record.serial.empty() ? ' ' : record.serial.front());
+    const std::size_t system = systemIndex(record.serial.empty() ? ' ' : record.serial.front());
     if (system >= kAntennaSystems || record.centres[system].empty())
         return;
     std::vector<PhaseCentre>& centres = record.centres[system];

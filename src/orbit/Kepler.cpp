@@ -56,8 +56,7 @@ double bdsGroupDelay(const Session& session, const GPSEPH& record) {
     if (session.satelliteIndex[satellite] < 0)
         print(Lasting{Cause::bdsNotConfigured, satellite},
               "*****ERRROR(RnxephUtils): isat == -1 ! eph->cprn = %s \n", record.cprn.c_str());
-    const auto& names =
-        session.satelliteFrequencies[static_cast<std::size_t>(index_string(kSystems, 'C'))];
+    const auto& names = session.frequencies[systemIndex('C')];
     if (names.size() < 2)
         return 0.0;
     const double f1 = carrier('C', names[0], 0).value_or(0.0);

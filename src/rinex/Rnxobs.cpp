@@ -58,8 +58,8 @@ void addSatellite(std::string& out, const Session& session, std::size_t satellit
         if (const int at = pointer_string_obstyp(types, {type.data(), type.size()}); at >= 0)
             row[static_cast<std::size_t>(at)] = value + 0.0; // a minus zero loses its sign
     };
-    const auto system = static_cast<std::size_t>(index_string(kSystems, name.front()));
-    for (std::size_t f = 0; f < session.stationFrequencies[system].size(); ++f) {
+    const auto system = systemIndex(name.front());
+    for (std::size_t f = 0; f < session.frequencies[system].size(); ++f) {
         put('L', obs.phaseType[f], obs.phase[f]);
         put('C', obs.rangeType[f], obs.range[f]);
         put('D', obs.rangeType[f], obs.doppler[f]);

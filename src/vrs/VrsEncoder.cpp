@@ -37,10 +37,6 @@ constexpr std::size_t kHeaderBytesOfReply = 10;
 constexpr std::size_t kCheckBytesOfReply = 4;
 constexpr std::size_t kMostBeforeCheck = kReplyBytes - kCheckBytesOfReply;
 
-constexpr std::size_t systemIndex(char letter) {
-    return kSystems.find(letter);
-}
-
 /// Satellites counted by group letter, in the order of kSystems.
 using Counts = std::array<int, kSystemCount>;
 
@@ -84,8 +80,7 @@ Counts fillStates(const ReplyEncoder& in, const EpochObs& obs) {
         satsys(sat, &prn);
         if (system == bds && prn > kLastBds2) {
             // BDS-3 looks at the configured frequencies only, and under the row of BDS.
-            addRecord(in.states.bds3, obs[i], bds, in.session.satelliteFrequencies[bds].size(),
-                      sat);
+            addRecord(in.states.bds3, obs[i], bds, in.session.frequencies[bds].size(), sat);
             ++counts[systemIndex('B')];
         } else {
             addRecord(in.states.main, obs[i], system, kMaxSlots, sat);

@@ -76,7 +76,7 @@ TEST(Deployment, FillsTheRecord) {
                                 {},
                                 {"L1", "L5", "L6"},
                                 {}}};
-    EXPECT_TRUE(out.stationFrequencies == slots && out.satelliteFrequencies == slots);
+    EXPECT_TRUE(out.frequencies == slots);
     EXPECT_TRUE(out.input.host == "127.0.0.1" && out.input.port == 5001);
     EXPECT_TRUE(out.output.host == "127.0.0.2" && out.output.port == 65535);
     EXPECT_TRUE(out.requests.at(0).name == "VRS1" && out.requests[0].requestWord == -1);

@@ -18,8 +18,7 @@ struct Station : check::Scratch {
     Station() {
         folder.path = path.substr(0, path.size() - 1);
         session.satelliteNames = {"G05", "E11", "J02", "C01"};
-        session.stationFrequencies = {
-            {{"L1", "L2", "L5"}, {}, {"L1", "L7"}, {"L2"}, {}, {}, {"L1"}, {}}};
+        session.frequencies = {{{"L1", "L2", "L5"}, {}, {"L1", "L7"}, {"L2"}, {}, {}, {"L1"}, {}}};
         put(0, 0, "1C", 110000000.1234, 21000000.5678, 45.25, -1234.5674);
         put(0, 1, "2W", 90000000.5, 21000003.25, 40.0, -961.9);
         put(0, 3, "1L", 7.0, 7.0, 7.0, 7.0);                  // beyond the configured carriers

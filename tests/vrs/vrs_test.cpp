@@ -116,7 +116,7 @@ TEST_F(Virtual, ObservationsDifferByTheChangeOfRangeAtTheVirtualTransmitTime) {
         const ref::RangeChange change = truth(name);
         const auto system = static_cast<std::size_t>(index_string(kSystems, name[0]));
         for (std::size_t k = 0; k < 2; ++k) {
-            const double hz = freqbytp(record.satellites[i], record.stationFrequencies[system][k],
+            const double hz = freqbytp(record.satellites[i], record.frequencies[system][k],
                                        record.streamedChannels());
             EXPECT_NEAR(got(name).range[k] - 2.3e7, change.deltaM, 2e-5) << name;
             EXPECT_NEAR((got(name).phase[k] - 1.2e8) * ref::kLightSpeed / hz, change.deltaM, 2e-5)
