@@ -120,8 +120,8 @@ std::string saidBy(const Finding& finding) {
     std::string line = finding.text;
     cutOut(line, "****ERROR(Deploy): ");
     cutOut(line, "***ERROR(readCommFil):");
-    cutOut(line, "file = " + finding.file + ",");
     cutOut(line, "atxfile = " + finding.file + ",");
+    cutOut(line, "file = " + finding.file + ",");
     cutOut(line, "key = " + finding.key + ",");
     cutOut(line, text("line = %d,", finding.line));
     cutOut(line, "value = ,");
