@@ -31,48 +31,63 @@ namespace {
 
 constexpr std::size_t kMostShown = 100; // findings
 
-/// What is said at a place, without the satellite that it is said of.
-std::string gist(const Finding& f) {
-    const std::size_t comma = f.text.find(',');
-    const bool ofSatellite = f.text.starts_with("cprn = ") && comma != std::string::npos;
-    return text("%s:%d:%s:%d:", f.file.c_str(), f.line, f.key.c_str(),
-                static_cast<int>(f.severity)) +
-           (ofSatellite ? f.text.substr(comma) : f.text);
+/// Findings whose first value is a satellite, of which many may lack the same.
+constexpr FindingId kOfSatellites[] = {
+    FindingId::carriersMissing, FindingId::satelliteRepeated, FindingId::satelliteInfoMalformed,
+    FindingId::satelliteInfoMissing, FindingId::antennaOfNoSystem};
+
+/// What is said at a place.
+std::string gist(const Remark& r) {
+    return text("%s:%d:%s:%d:", r.file.c_str(), r.line, r.key.c_str(),
+                static_cast<int>(r.severity)) +
+           r.text;
+}
+
+/// The same without the satellite that it is said of.
+std::string gist(Finding f) {
+    const bool ofSatellite = std::find(std::begin(kOfSatellites), std::end(kOfSatellites), f.id) !=
+                             std::end(kOfSatellites);
+    if (ofSatellite)
+        f.values.front().clear();
+    return text("%s:%d:%s:", f.file.c_str(), f.line, f.key.c_str()) + printedLine(f);
 }
 
 class Collection {
 public:
     explicit Collection(const TablePaths& tables) : tables_(tables) {}
 
+    /// A remark that explains itself.
+    void take(const Remark& remark) { place(gist(remark), {remark, {}}); }
     /// What the service says: a note stands in front of the fault that it explains. Left out is
     /// what only follows from a fault that is reported itself.
-    void take(const std::vector<Finding>& list) {
+    void take(const Findings& findings, const Remarks& seen) {
         std::vector<Finding> notes;
-        for (const Finding& f : list) {
-            stationRefused_ = stationRefused_ || refusesStation(f);
+        const auto remarksOn = [&](const std::vector<Finding>& list) {
+            std::vector<Remark> out;
+            out.reserve(list.size());
+            for (const Finding& f : list)
+                out.push_back(remarkOn(f, seen));
+            return out;
+        };
+        for (const Finding& f : findings.list()) {
+            stationRefused_ = stationRefused_ || f.id == FindingId::coordinatesUnread ||
+                              f.id == FindingId::stationNameTooLong;
             const bool alone = notes.empty();
-            if (f.text.starts_with("Error before: "))
+            if (f.id == FindingId::jsonErrorBefore)
                 continue; // in the advice of the fault behind it
-            if (f.severity == Severity::note) {
+            if (severityOf(f.id) == Severity::note) {
                 notes.push_back(f);
                 continue;
             }
             const bool pathless = f.file.empty() && anyFatal();
-            const bool told = alone && contains(f.text, "read coordinate error!");
-            const bool noStationLeft = f.text.starts_with("nsit = 0") && stationRefused_;
+            const bool told = alone && f.id == FindingId::coordinatesUnread;
+            const bool noStationLeft = f.id == FindingId::noStation && stationRefused_;
             if (!pathless && !told && !noStationLeft && !ofReportedSection(f))
-                place({f, std::move(notes)});
+                place(gist(f), {remarkOn(f, seen), remarksOn(notes)});
             notes.clear();
         }
-        for (Finding& f : notes)
-            place({std::move(f), {}});
-    }
-    void place(Fault fault) {
-        const auto [at, added] = byGist_.try_emplace(gist(fault.finding), faults_.size());
-        if (added)
-            faults_.push_back(std::move(fault));
-        else
-            ++faults_[at->second].times;
+        for (const Finding& f : notes)
+            place(gist(f), {remarkOn(f, seen), {}});
     }
     /// Files in the order in which they are read, places in the order of their lines.
     std::vector<Fault> sorted(const std::string& first) && {
@@ -81,11 +96,11 @@ public:
                                t.stacoo, t.antnam, t.leapsc};
         std::vector<std::string> files{first};
         for (const Fault& f : faults_) // the tables file comes second
-            if (pointer_string(named, f.finding.file) < 0)
-                files.push_back(f.finding.file);
+            if (pointer_string(named, f.remark.file) < 0)
+                files.push_back(f.remark.file);
         files.insert(files.end(), named.begin(), named.end());
         const auto rank = [&](const Fault& f) {
-            return std::pair(pointer_string(files, f.finding.file), f.finding.line);
+            return std::pair(pointer_string(files, f.remark.file), f.remark.line);
         };
         std::stable_sort(faults_.begin(), faults_.end(),
                          [&](const Fault& a, const Fault& b) { return rank(a) < rank(b); });
@@ -93,23 +108,24 @@ public:
     }
 
 private:
+    void place(const std::string& gist, Fault fault) {
+        const auto [at, added] = byGist_.try_emplace(gist, faults_.size());
+        if (added)
+            faults_.push_back(std::move(fault));
+        else
+            ++faults_[at->second].times;
+    }
     bool anyFatal() const {
         return std::any_of(faults_.begin(), faults_.end(),
-                           [](const Fault& f) { return f.finding.severity == Severity::fatal; });
-    }
-    /// Whether a line of the object file names a station that cannot be taken.
-    bool refusesStation(const Finding& f) const {
-        return f.severity == Severity::fatal && f.file == tables_.object && f.line > 0 &&
-               (contains(f.text, "read coordinate error!") ||
-                contains(f.text, "station name is longer"));
+                           [](const Fault& f) { return f.remark.severity == Severity::fatal; });
     }
     /// A missing key of a section that is missing as a whole, or is none.
     bool ofReportedSection(const Finding& f) const {
         const std::string section = f.key.substr(0, f.key.find('/'));
-        return contains(f.text, "key is missing") && section != f.key &&
+        return f.id == FindingId::keyMissing && section != f.key &&
                std::any_of(faults_.begin(), faults_.end(), [&](const Fault& other) {
-                   return other.finding.severity == Severity::fatal &&
-                          other.finding.file == f.file && other.finding.key == section;
+                   return other.remark.severity == Severity::fatal && other.remark.file == f.file &&
+                          other.remark.key == section;
                });
     }
 
@@ -118,14 +134,6 @@ private:
     std::vector<Fault> faults_;
     std::map<std::string, std::size_t> byGist_; // into faults_
 };
-
-/// A line of the findings that says that a path of the configuration leads nowhere, with the
-/// reminder that the path may have been written longer.
-Finding withCut(Finding f, const Remarks& remarks) {
-    if (pointer_string(remarks.cutPaths(), f.file) >= 0 && saysUnreadable(f))
-        f.advice = adviceOn(f) + "; the value that names it ends at a # or !";
-    return f;
-}
 
 /// Arguments that the service takes for a switch and that are none as they stand.
 void remarkOnSwitches(const std::string& file, std::span<const std::string> arguments,
@@ -172,18 +180,18 @@ const char* nameOf(Severity severity) {
     }
 }
 
-void printFinding(const Finding& f, int times, std::ostream& out) {
-    std::string line = f.file.empty() ? "\"\"" : f.file;
-    if (f.line > 0)
-        line += ":" + std::to_string(f.line);
-    if (!f.key.empty())
-        line += ": " + f.key;
-    line += text(": %s: ", nameOf(f.severity)) + saidBy(f);
+void printRemark(const Remark& r, int times, std::ostream& out) {
+    std::string line = r.file.empty() ? "\"\"" : r.file;
+    if (r.line > 0)
+        line += ":" + std::to_string(r.line);
+    if (!r.key.empty())
+        line += ": " + r.key;
+    line += text(": %s: ", nameOf(r.severity)) + r.text;
     if (times > 1)
         line += text(" (and %d more like it)", times - 1);
     out << printable(line) << '\n';
-    if (const std::string advice = adviceOn(f); !advice.empty())
-        out << "    " << printable(advice) << '\n';
+    if (!r.advice.empty())
+        out << "    " << printable(r.advice) << '\n';
 }
 
 std::string verdict(const CheckResult& result) {
@@ -201,17 +209,17 @@ std::string wellFormed(const std::string& line) {
     return dump::clean(printable(line));
 }
 
-cJSON* jsonOf(const Finding& f, int times) {
+cJSON* jsonOf(const Remark& r, int times) {
     cJSON* const o = cJSON_CreateObject();
     const auto string = [&](const char* name, const std::string& value) {
         cJSON_AddStringToObject(o, name, wellFormed(value).c_str());
     };
-    string("severity", nameOf(f.severity));
-    string("file", f.file);
-    cJSON_AddNumberToObject(o, "line", f.line);
-    string("key", f.key);
-    string("text", saidBy(f));
-    string("advice", adviceOn(f));
+    string("severity", nameOf(r.severity));
+    string("file", r.file);
+    cJSON_AddNumberToObject(o, "line", r.line);
+    string("key", r.key);
+    string("text", r.text);
+    string("advice", r.advice);
     cJSON_AddNumberToObject(o, "times", times);
     return o;
 }
@@ -275,7 +283,7 @@ void resolveUnit(Arguments& arguments) {
 
 int CheckResult::count(Severity severity) const {
     return static_cast<int>(std::count_if(faults.begin(), faults.end(), [&](const Fault& f) {
-        return f.finding.severity == severity;
+        return f.remark.severity == severity;
     }));
 }
 
@@ -288,12 +296,9 @@ CheckResult checkDeployment(Deployment& out, const std::string& file,
     examineSession(unit, reading);
     remarkOnSwitches(reading.deployment.file, switches, reading.remarks);
     Collection collection(reading.deployment.tables);
-    for (const Finding& f : reading.remarks.list())
-        collection.place({f, {}});
-    std::vector<Finding> told;
-    for (const Finding& f : reading.findings.list())
-        told.push_back(withCut(f, reading.remarks));
-    collection.take(told);
+    for (const Remark& r : reading.remarks.list())
+        collection.take(r);
+    collection.take(reading.findings, reading.remarks);
     CheckResult result{file, std::move(collection).sorted(file), {}};
     if (result.count(Severity::fatal) == 0)
         result.outline = outlineOfSession(reading.deployment);
@@ -304,9 +309,9 @@ CheckResult checkDeployment(Deployment& out, const std::string& file,
 void printCheck(const CheckResult& result, std::ostream& out) {
     const std::size_t shown = std::min(result.faults.size(), kMostShown);
     for (const Fault& fault : std::span(result.faults).first(shown)) {
-        printFinding(fault.finding, fault.times, out);
-        for (const Finding& note : fault.notes)
-            printFinding(note, 1, out);
+        printRemark(fault.remark, fault.times, out);
+        for (const Remark& note : fault.notes)
+            printRemark(note, 1, out);
     }
     if (shown < result.faults.size())
         out << printable(result.file) << ": note: " << result.faults.size() - shown
@@ -323,8 +328,8 @@ cJSON* jsonOfCheck(const CheckResult& result) {
     cJSON_AddNumberToObject(root, "warnings", result.count(Severity::warning));
     cJSON* const list = cJSON_AddArrayToObject(root, "findings");
     for (const Fault& fault : result.faults) {
-        cJSON_AddItemToArray(list, jsonOf(fault.finding, fault.times));
-        for (const Finding& note : fault.notes) // behind what it explains
+        cJSON_AddItemToArray(list, jsonOf(fault.remark, fault.times));
+        for (const Remark& note : fault.notes) // behind what it explains
             cJSON_AddItemToArray(list, jsonOf(note, 1));
     }
     cJSON* const outline = cJSON_AddArrayToObject(root, "outline");

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "common/Configuration.h"
-#include "common/Findings.h"
+#include "ctl/Remarks.h"
 
 #include <iosfwd>
 #include <span>
@@ -17,8 +17,8 @@ namespace ctl::check {
 
 /// A fault, and the notes that explain it.
 struct Fault {
-    Finding finding;
-    std::vector<Finding> notes;
+    Remark remark;
+    std::vector<Remark> notes;
     int times = 1; // with the same words at the same place
 };
 

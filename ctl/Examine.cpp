@@ -36,40 +36,40 @@ void tell(Reading& reading, Severity severity, const char* key, std::string what
 bool refused(const Reading& reading, std::string_view key) {
     return std::any_of(
         reading.findings.list().begin(), reading.findings.list().end(),
-        [&](const Finding& f) { return f.severity == Severity::fatal && f.key == key; });
+        [&](const Finding& f) { return severityOf(f.id) == Severity::fatal && f.key == key; });
 }
 
 bool fatalIn(const Reading& reading, std::string_view file) {
     return std::any_of(
         reading.findings.list().begin(), reading.findings.list().end(),
-        [&](const Finding& f) { return f.severity == Severity::fatal && f.file == file; });
+        [&](const Finding& f) { return severityOf(f.id) == Severity::fatal && f.file == file; });
 }
 
 /// Files that the readers did not reach because of a fault in front of them: those that cannot be
-/// opened, with the lines that would come of them in the next run.
+/// opened, with the findings that would come of them in the next run.
 void examineFiles(Reading& reading) {
     if (!reading.findings.anyFatal())
         return;
     const TablePaths& t = reading.deployment.tables;
-    const auto expect = [&](const std::string& path, std::string line) {
+    const auto expect = [&](const std::string& path, FindingId id) {
         const bool told =
             std::any_of(reading.findings.list().begin(), reading.findings.list().end(),
-                        [&](const Finding& f) { return f.file == path && f.text == line; });
+                        [&](const Finding& f) { return f.file == path && f.id == id; });
         if (!told && !LineReader(path).isOpen())
-            reading.findings.fatal(path, 0, std::move(line));
+            reading.findings.add(id, path, 0);
     };
     // Without satellites, the carriers tell whether GLONASS is meant.
     const bool unread = fatalIn(reading, t.object) && reading.deployment.satellites.empty();
     if (unread && !reading.deployment.frequencies[systemIndex('R')].empty())
-        expect(t.leapsc, "***ERROR(readCommFil):file_table not exist leapsc item ");
-    expect(t.stacoo, text("file = %s,can't access site file", t.stacoo.c_str()));
+        expect(t.leapsc, FindingId::leapSecondsUnreadable);
+    expect(t.stacoo, FindingId::siteUnreadable);
     if (!reading.deployment.post)
         return;
-    expect(t.vrnfln, text("file = %s,can't access vrnfln file", t.vrnfln.c_str()));
+    expect(t.vrnfln, FindingId::patternsUnreadable);
     for (const std::string& path : {t.antnam, t.antpcv})
-        expect(path, text("file = %s,can't access satnav file", path.c_str()));
+        expect(path, FindingId::modelFileUnreadable);
     if (unread)
-        expect(t.satnav, text("file = %s,can't access satnav file", t.satnav.c_str()));
+        expect(t.satnav, FindingId::modelFileUnreadable);
 }
 
 /// The address as the socket layer reads the text; empty where it is none.
@@ -224,11 +224,11 @@ void examineAnswer(Reading& reading) {
 
 /// Carriers of some system that could not be read: any may be the one that has none.
 bool carriersUnread(const Reading& reading) {
-    return std::any_of(reading.findings.list().begin(), reading.findings.list().end(),
-                       [](const Finding& f) {
-                           return f.severity == Severity::fatal && f.key == kFreqUsed &&
-                                  !contains(f.text, "unknow frequency");
-                       });
+    return std::any_of(
+        reading.findings.list().begin(), reading.findings.list().end(), [](const Finding& f) {
+            return severityOf(f.id) == Severity::fatal && f.key == kFreqUsed &&
+                   f.id != FindingId::carrierUnknown && f.id != FindingId::carrierOfNoSystem;
+        });
 }
 
 void examineFrequencies(Reading& reading) {

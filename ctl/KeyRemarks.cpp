@@ -121,8 +121,8 @@ private:
 
     bool anyMissing() const {
         return std::any_of(findings_.list().begin(), findings_.list().end(), [&](const Finding& f) {
-            return f.severity == Severity::fatal && f.file == document_.file &&
-                   contains(f.text, ",value = ,");
+            return severityOf(f.id) == Severity::fatal && f.file == document_.file &&
+                   std::find(f.values.begin(), f.values.end(), "") != f.values.end();
         });
     }
 

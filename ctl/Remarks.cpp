@@ -1,6 +1,8 @@
 #include "ctl/Remarks.h"
 
+#include "ctl/Advice.h"
 #include "ctl/Place.h"
+#include "ctl/SyntaxFault.h"
 
 #include "common/ComText.h"
 #include "common/ComTime.h"
@@ -75,7 +77,21 @@ void Remarks::warn(const RecordPlace& at, std::string what, std::string advice) 
     add({Severity::warning, at.file, at.line, {}, std::move(what), std::move(advice)});
 }
 
+void Remarks::explain(FindingId id, const RecordPlace& at, Explanation explanation) {
+    explanations_[{id, at.file, at.line}] = std::move(explanation);
+}
+
+const Explanation* Remarks::explanationOf(const Finding& finding) const {
+    const auto found = explanations_.find({finding.id, finding.file, finding.line});
+    return found == explanations_.end() ? nullptr : &found->second;
+}
+
 void Remarks::parsed(const JsonDocument& document, std::string_view content, std::size_t end) {
+    if (!document.root) {
+        SyntaxFault fault = syntaxFault(content, end);
+        return explain(FindingId::jsonMalformed, {document.file, 0},
+                       {fault.line, std::move(fault.advice)});
+    }
     const std::size_t rest = content.find_first_not_of(kWhiteSpace, end);
     if (rest != std::string_view::npos)
         warn(RecordPlace{document.file, lineOf(content, rest)},
@@ -101,9 +117,9 @@ void Remarks::value(const KeyPlace& at, const cJSON& item, const std::string& ta
 }
 
 void Remarks::valueEnd(const KeyPlace& at, const std::string& value, std::string_view end,
-                       const char* format) {
+                       FindingId malformed) {
     warn(at, text("of \"%s\" the end is not read: \"%s\"", value.c_str(), std::string(end).c_str()),
-         text("expected \"%s\"", format));
+         std::string(adviceOn(malformed)));
 }
 
 void Remarks::asked(const JsonDocument& document, const Findings& findings) {
@@ -220,14 +236,21 @@ void Remarks::position(const StationRecord& station, const ReadPosition& read,
              text("the first line that holds %s counts: begin it with that, and put it in front of "
                   "stations whose names end the same",
                   read.key.c_str()));
-    // Something may be stuck to the third coordinate.
     const std::string_view line = read.line;
     const std::string_view rest = read.rest;
+    const Vector3& xyz = station.xyz;
+    if (!usable(xyz))
+        explain(FindingId::siteWithoutCoordinates, at,
+                {at.line, text("reads X = %.4f, Y = %.4f, Z = %.4f%s%s: write all three in metres, "
+                               "Earth-centred; without them no epoch is answered",
+                               xyz[0], xyz[1], xyz[2], rest.empty() ? "" : ", and stops at ",
+                               std::string(rest.substr(0, kShown)).c_str())});
+    // Something may be stuck to the third coordinate.
     const char before = rest.size() < line.size() ? line[line.size() - rest.size() - 1] : ' ';
-    if (!rest.empty() && before != ' ' && before != '\t' && station.xyz[2] != 0.0)
+    if (!rest.empty() && before != ' ' && before != '\t' && xyz[2] != 0.0)
         warn(at,
-             text("station %s: Z is read as %.4f, in front of %s", station.name.c_str(),
-                  station.xyz[2], std::string(rest.substr(0, kShown)).c_str()),
+             text("station %s: Z is read as %.4f, in front of %s", station.name.c_str(), xyz[2],
+                  std::string(rest.substr(0, kShown)).c_str()),
              "write X, Y and Z in metres, blanks between");
 }
 

@@ -4,8 +4,10 @@
 #include "common/Findings.h"
 #include "common/ReadingWatcher.h"
 
+#include <map>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 /// Remarks: what `check` says of a configuration beside the lines of the service. The service uses
@@ -13,22 +15,40 @@
 
 namespace ctl::check {
 
+/// What `check` says, of a finding of the readers or of its own.
+struct Remark {
+    Severity severity = Severity::note;
+    std::string file;   // path as configured
+    int line = 0;       // 1-based; 0 where the place is a key or a whole file
+    std::string key;    // "section/key" of a JSON document; else empty
+    std::string text;   // what is wrong
+    std::string advice; // what to write instead
+};
+
+/// What was seen of a fault: its line, and what to write instead.
+struct Explanation {
+    int line = 0;
+    std::string advice;
+};
+
 class Remarks : public ReadingWatcher {
 public:
-    void add(Finding remark) {
+    void add(Remark remark) {
         if (!full())
             list_.push_back(std::move(remark));
     }
     /// Further remarks are not kept.
     bool full() const { return list_.size() >= 1000; }
-    const std::vector<Finding>& list() const { return list_; }
+    const std::vector<Remark>& list() const { return list_; }
     /// Paths that a comment character ended: what is behind it may be meant as a part of them.
     const std::vector<std::string>& cutPaths() const { return cutPaths_; }
+    /// What was seen of the fault that a finding reports; null where nothing was.
+    const Explanation* explanationOf(const Finding& finding) const;
 
     void parsed(const JsonDocument& document, std::string_view text, std::size_t end) override;
     void value(const KeyPlace& at, const cJSON& written, const std::string& taken) override;
     void valueEnd(const KeyPlace& at, const std::string& value, std::string_view end,
-                  const char* format) override;
+                  FindingId malformed) override;
     void asked(const JsonDocument& document, const Findings& findings) override;
     void date(const KeyPlace& at, const ReadDate& date) override;
     void requestName(const KeyPlace& at, const cJSON& written, const std::string& taken) override;
@@ -52,8 +72,11 @@ private:
     void channel(const SatelliteRecord& satellite, std::size_t numbers, const RecordPlace& at);
     void place(const StationRecord& station, const RecordPlace& at);
 
-    std::vector<Finding> list_;
+    void explain(FindingId id, const RecordPlace& at, Explanation explanation);
+
+    std::vector<Remark> list_;
     std::vector<std::string> cutPaths_;
+    std::map<std::tuple<FindingId, std::string, int>, Explanation> explanations_; // by place
     bool first_ = false; // the station read last is the first, which is served
 };
 

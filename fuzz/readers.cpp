@@ -18,6 +18,8 @@
 
 namespace {
 
+using ctl::check::Reading;
+
 const Folder folder;
 Printed printed;
 std::string lines;
@@ -51,58 +53,60 @@ void readSatellite(const std::string& path, Findings& findings) {
 
 struct Reader {
     std::string_view name;
-    void (*read)(Deployment& d, const std::string& path, Findings& findings);
+    void (*read)(Reading& r, const std::string& path);
 };
 constexpr std::array<Reader, 9> kReaders{{
     {"object",
-     [](Deployment& d, const std::string& path, Findings& findings) {
-         d.tables.object = path;
-         readObjectFile(d, findings);
+     [](Reading& r, const std::string& path) {
+         r.deployment.tables.object = path;
+         readObjectFile(r.deployment, r.findings);
      }},
     {"site",
-     [](Deployment&, const std::string& path, Findings& findings) {
+     [](Reading& r, const std::string& path) {
          StationRecord station;
          station.name = "STR2";
-         read_siteinfo(station, path, findings);
+         read_siteinfo(station, path, r.findings);
      }},
     {"leapseconds",
-     [](Deployment&, const std::string& path, Findings&) {
+     [](Reading&, const std::string& path) {
          LeapSeconds leaps;
          leaps.path = path;
          Taiutc_m_load(leaps);
      }},
-    {"antennas", [](Deployment& d, const std::string& path,
-                    Findings& findings) { readAntennas(d, path, findings); }},
+    {"antennas",
+     [](Reading& r, const std::string& path) { readAntennas(r.deployment, path, r.findings); }},
     {"antennanames",
-     [](Deployment&, const std::string& path, Findings& findings) {
+     [](Reading& r, const std::string& path) {
          std::string type;
-         Antatx_s_antnam("STR2", "LEICA AR25 R4 WITH RADOME", type, path, findings);
+         Antatx_s_antnam("STR2", "LEICA AR25 R4 WITH RADOME", type, path, r.findings);
      }},
-    {"satellites", [](Deployment&, const std::string& path,
-                      Findings& findings) { readSatellite(path, findings); }},
+    {"satellites", [](Reading& r, const std::string& path) { readSatellite(path, r.findings); }},
     {"baselines",
-     [](Deployment& d, const std::string& path, Findings& findings) {
-         Deploy_m_readBaselines(path, d.baselineNames, findings);
+     [](Reading& r, const std::string& path) {
+         Deploy_m_readBaselines(path, r.deployment.baselineNames, r.findings);
      }},
-    {"tables", [](Deployment& d, const std::string& path,
-                  Findings& findings) { m_parseTablesConfigures(d.tables, path, findings); }},
+    {"tables",
+     [](Reading& r, const std::string& path) {
+         m_parseTablesConfigures(r.deployment.tables, path, r.findings);
+     }},
     {"grid",
-     [](Deployment&, const std::string& path, Findings& findings) {
+     [](Reading& r, const std::string& path) {
          Gpt2Grid grid;
          if (const std::string line = fatalLineOf([&] { Tropo_vmf1(grid, path); }); !line.empty())
-             findings.fatal("", 0, line);
+             r.remarks.add({Severity::fatal, "", 0, "", line, ""});
      }},
 }};
 
 /// What the reader has to say, a finding a line.
 std::string told(const Reader& reader, const std::string& path) {
-    ctl::check::Reading reading;
+    Reading reading;
     reading.deployment = configured();
-    reader.read(reading.deployment, path, reading.findings);
+    reader.read(reading, path);
     std::string out;
-    for (const auto* const list : {&reading.findings.list(), &reading.remarks.list()})
-        for (const Finding& f : *list)
-            out += f.file + ":" + std::to_string(f.line) + ":" + f.key + ":" + f.text + "\n";
+    for (const Finding& f : reading.findings.list())
+        out += f.file + ":" + std::to_string(f.line) + ":" + f.key + ":" + printedLine(f) + "\n";
+    for (const ctl::check::Remark& r : reading.remarks.list())
+        out += r.file + ":" + std::to_string(r.line) + ":" + r.key + ":" + r.text + "\n";
     return out;
 }
 

@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr const char* kFreqUsed = "common/freqused"; // the key that names carriers
+
 /// The bands that have slots ("L1", ...), in the order in which the names are tried.
 struct SystemCarriers {
     char letter;
@@ -68,18 +70,18 @@ std::optional<double> carrier(char system, std::string_view slot, int k) {
     return std::nullopt;
 }
 
-std::string carrierComplaint(char system, std::string_view slot) {
-    const std::string name(slot);
+Finding unknownCarrier(char system, std::string_view slot, const std::string& file) {
     const SystemCarriers* const s = carriersOf(system);
     if (!s)
-        return text("freq = %s,unknow frequency", name.c_str());
-    return text("freq = %s,unknow frequency for %s", name.c_str(), std::string(s->name).c_str());
+        return {FindingId::carrierOfNoSystem, file, 0, kFreqUsed, {std::string(slot)}};
+    return {
+        FindingId::carrierUnknown, file, 0, kFreqUsed, {std::string(slot), std::string(s->name)}};
 }
 
 double getfreq(char system, std::string_view slot, int k) {
     const std::optional<double> hz = carrier(system, slot, k);
     if (!hz)
-        fatal("%s", carrierComplaint(system, slot).c_str());
+        fatal("%s", printedLine(unknownCarrier(system, slot, {})).c_str());
     return *hz;
 }
 
@@ -114,23 +116,24 @@ double carrierOf(const SatelliteRecord& satellite, std::size_t slot, StreamedCha
 
 bool get_freq(SatelliteRecord& satellite, std::string_view mode, std::span<const std::string> names,
               const std::string& file, Findings& findings) {
-    const auto refuse = [&](std::string complaint) {
-        findings.fatalKey(file, "common/freqused", std::move(complaint));
+    const auto refuse = [&](FindingId id, const std::string& value) {
+        findings.addKey(id, file, kFreqUsed, {value});
         return false;
     };
     if (names.empty())
-        return refuse(text("cprn = %s,nfreq = %d,frequency used for satellite is not selected!",
-                           satellite.cprn.c_str(), 0));
+        return refuse(FindingId::carriersMissing, satellite.cprn);
     if (!contains(mode, "IF") && !contains(mode, "SF") && !contains(mode, "RAW"))
-        return refuse(text("type = %s,unknow observation type", std::string(mode).c_str()));
+        return refuse(FindingId::modeUnknown, std::string(mode));
     const char system = satellite.cprn.empty() ? '\0' : satellite.cprn.front();
     const int k = satellite.glonassChannel;
     satellite.slots.clear();
     satellite.combination.reset();
     for (const std::string& name : names) {
         const std::optional<double> known = carrier(system, name, k);
-        if (!known)
-            return refuse(carrierComplaint(system, name));
+        if (!known) {
+            findings.add(unknownCarrier(system, name, file));
+            return false;
+        }
         const double hz = system == 'R' && !validChannel(k) ? 0.0 : *known;
         satellite.slots.push_back({name, hz, wavelength(hz)});
     }

@@ -13,8 +13,8 @@
 
 /// Carrier in Hz, k being the GLONASS channel; nothing for an unknown system or slot.
 std::optional<double> carrier(char system, std::string_view slot, int k);
-/// The line that reports a slot for which `carrier` has nothing.
-std::string carrierComplaint(char system, std::string_view slot);
+/// What is said of a slot for which `carrier` has nothing, to the file that names it.
+Finding unknownCarrier(char system, std::string_view slot, const std::string& file);
 /// The same, but ends the process on an unknown system or slot.
 double getfreq(char system, std::string_view slot, int k);
 /// Channels that the stream has stated, + 8, by slot number - 1 and 0 for unknown; empty for none.

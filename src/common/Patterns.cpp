@@ -14,12 +14,9 @@ namespace {
 constexpr std::size_t kShownOfWord = 32; // of one that is too long, characters
 
 /// Adds a finding about a value of the line read last; false.
-bool refuse(const std::string& path, const LineReader& file, std::string_view value,
-            const char* why, Findings& findings) {
-    const std::string shown(value.substr(0, kShownOfWord));
-    findings.fatal(path, file.lineNumber(),
-                   text("file = %s,line = %d,value = %s,%s", path.c_str(), file.lineNumber(),
-                        shown.c_str(), why));
+bool refuse(const std::string& path, const LineReader& file, std::string_view value, FindingId id,
+            Findings& findings) {
+    findings.add(id, path, file.lineNumber(), {std::string(value.substr(0, kShownOfWord))});
     return false;
 }
 
@@ -27,15 +24,14 @@ bool refuse(const std::string& path, const LineReader& file, std::string_view va
 bool readPattern(std::string_view line, const std::string& path, const LineReader& file,
                  Pattern& pattern, Findings& findings) {
     if (file.cut())
-        return refuse(path, file, line, "line is longer than 1024 bytes", findings);
+        return refuse(path, file, line, FindingId::lineTooLong, findings);
     TextScanner scan(line);
     if (scan.word(pattern.keyword))
         scan.word(pattern.text);
     if (pattern.keyword.size() > kLongestPattern)
-        return refuse(path, file, pattern.keyword, "keyword is longer than 255 characters",
-                      findings);
+        return refuse(path, file, pattern.keyword, FindingId::keywordTooLong, findings);
     if (pattern.text.size() > kLongestPattern)
-        return refuse(path, file, pattern.text, "template is longer than 255 characters", findings);
+        return refuse(path, file, pattern.text, FindingId::templateTooLong, findings);
     return true;
 }
 
@@ -87,15 +83,14 @@ bool Patterns_readFile(PatternTable& table, Findings& findings) {
     patterns.clear();
     LineReader file(path);
     if (!file.isOpen()) {
-        findings.fatal(path, 0, text("file = %s,can't access vrnfln file", path.c_str()));
+        findings.add(FindingId::patternsUnreadable, path, 0);
         return false;
     }
     std::string_view line;
     while (file.next(line)) {
         if (patterns.size() == kMaxPatterns) {
-            findings.fatal(path, file.lineNumber(),
-                           text("nfile = %d,too many files defined in varno_file_name",
-                                static_cast<int>(patterns.size()) + 1));
+            findings.add(FindingId::tooManyPatterns, path, file.lineNumber(),
+                         {std::to_string(patterns.size() + 1)});
             return false;
         }
         Pattern pattern;
@@ -112,8 +107,8 @@ bool Patterns_m_getPatternName(const PatternTable& table, PatternMode mode,
     const std::string name(keyword);
     std::string file; // of the template, where it has one
     int line = 0;
-    const auto complain = [&](std::string complaint) {
-        findings.fatal(file, line, std::move(complaint));
+    const auto refuse = [&](FindingId id, std::vector<std::string> values) {
+        findings.add(id, file, line, std::move(values));
         return false;
     };
     std::string pattern = out;
@@ -122,14 +117,13 @@ bool Patterns_m_getPatternName(const PatternTable& table, PatternMode mode,
         const auto it = std::find_if(table.patterns.begin(), table.patterns.end(),
                                      [&](const Pattern& p) { return p.keyword == keyword; });
         if (it == table.patterns.end())
-            return complain(
-                text("keyword = %s,keyword not defined in varno_file_name", name.c_str()));
+            return refuse(FindingId::keywordUndefined, {name});
         pattern = it->text;
         line = static_cast<int>(it - table.patterns.begin()) + 1; // every line is an entry
     }
     if (!validDate(year, month, day))
-        return complain(
-            text("iyear = %d,imonth = %d,iday = %d,incorrect argument", year, month, day));
+        return refuse(FindingId::dateImpossible,
+                      {std::to_string(year), std::to_string(month), std::to_string(day)});
     std::vector<std::string> definitions =
         split_string(EmptyFields::drop, variables, ' ', ' ', ':');
     for (std::string& definition : dateDefinitions(year, month, day, hour))
@@ -138,7 +132,6 @@ bool Patterns_m_getPatternName(const PatternTable& table, PatternMode mode,
     out.clear();
     const std::string undefined = expand(pattern, definitions, out);
     if (!undefined.empty())
-        return complain(text("word = %s,keyword = %s,word is not defined in keyword",
-                             undefined.c_str(), name.c_str()));
+        return refuse(FindingId::wordUndefined, {undefined, name});
     return true;
 }

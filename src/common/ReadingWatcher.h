@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Findings.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -9,7 +11,6 @@ struct cJSON;
 struct JsonDocument;
 struct SatelliteRecord;
 struct StationRecord;
-class Findings;
 class LineReader;
 
 /// Where a reader is in a file of lines.
@@ -54,13 +55,13 @@ public:
     ReadingWatcher& operator=(const ReadingWatcher&) = delete;
     virtual ~ReadingWatcher() = default;
 
-    /// A document whose text was parsed up to `end`.
+    /// A document whose text was parsed up to `end`; its root is null where that is a fault.
     virtual void parsed(const JsonDocument& document, std::string_view text, std::size_t end) = 0;
     /// A value as it stands in its document and as it is taken.
     virtual void value(const KeyPlace& at, const cJSON& written, const std::string& taken) = 0;
-    /// A value whose end is not read.
+    /// A value whose end is not read; `malformed` is what a wrong beginning would be.
     virtual void valueEnd(const KeyPlace& at, const std::string& value, std::string_view end,
-                          const char* format) = 0;
+                          FindingId malformed) = 0;
     /// The readers have asked a document for all that they want; what they found so far.
     virtual void asked(const JsonDocument& document, const Findings& findings) = 0;
     virtual void date(const KeyPlace& at, const ReadDate& date) = 0;

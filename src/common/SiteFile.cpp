@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr std::size_t kShown = 40; // of a line, characters
-
 /// Numbers that follow the key word of a line; those that are missing stay 0.
 bool numbersAfterKey(TextScanner& scan, Vector3& out) {
     for (double& value : out)
@@ -35,19 +33,16 @@ void readDescriptors(StationRecord& station, std::string_view line) {
 
 bool malformed(const StationRecord& station, const std::string& path, const LineReader& file,
                Findings& findings) {
-    findings.note(
-        path, file.lineNumber(),
-        text("staname = %s,file = %s,site file format error", station.name.c_str(), path.c_str()));
+    findings.add(FindingId::siteBlockMalformed, path, file.lineNumber(), {station.name});
     return false;
 }
 
 } // namespace
 
 bool read_siteinfo(StationRecord& station, const std::string& path, Findings& findings) {
-    const char* const name = station.name.c_str();
     LineReader file(path);
     if (!file.isOpen()) {
-        findings.fatal(path, 0, text("file = %s,can't access site file", path.c_str()));
+        findings.add(FindingId::siteUnreadable, path, 0);
         return false;
     }
     station.xyz = station.sigma = station.more = station.enu = {};
@@ -58,9 +53,7 @@ bool read_siteinfo(StationRecord& station, const std::string& path, Findings& fi
     while (!found && file.next(line))
         found = contains(line, key);
     if (!found) {
-        findings.note(path, 0,
-                      text("staname = %s,file = %s,station is not exist in the site file", name,
-                           path.c_str()));
+        findings.add(FindingId::siteBlockMissing, path, 0, {station.name});
         return false;
     }
     const int posLine = file.lineNumber();
@@ -68,7 +61,6 @@ bool read_siteinfo(StationRecord& station, const std::string& path, Findings& fi
     TextScanner pos(line);
     if (pos.word(word))
         numbersAfterKey(pos, station.xyz);
-    const std::string rest(pos.rest().substr(0, kShown));
     ReadingWatcher* const watcher = findings.watcher();
     if (watcher)
         watcher->position(station, {key, word, line, pos.rest()}, {path, posLine});
@@ -90,15 +82,7 @@ bool read_siteinfo(StationRecord& station, const std::string& path, Findings& fi
     readDescriptors(station, line);
 
     if (!usable(station.xyz))
-        findings
-            .warning(path, posLine,
-                     text("staname = %s,file = %s,no coordinate information for station in site "
-                          "file",
-                          name, path.c_str()))
-            .advice = text("reads X = %.4f, Y = %.4f, Z = %.4f%s%s: write all three in metres, "
-                           "Earth-centred; without them no epoch is answered",
-                           station.xyz[0], station.xyz[1], station.xyz[2],
-                           rest.empty() ? "" : ", and stops at ", rest.c_str());
+        findings.add(FindingId::siteWithoutCoordinates, path, posLine, {station.name});
     if (watcher)
         watcher->site(station, key, {path, posLine}, file);
     return true;

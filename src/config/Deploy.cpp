@@ -90,19 +90,19 @@ std::optional<GTime> parseClock(const std::string& value) {
 void checkLeapSeconds(const Deployment& out, Findings& findings) {
     const std::string& path = out.tables.leapsc;
     if (contains(out.systems, "R") && !LineReader(path).isOpen())
-        findings.fatal(path, 0, "***ERROR(readCommFil):file_table not exist leapsc item ");
+        findings.add(FindingId::leapSecondsUnreadable, path, 0);
 }
 
 void readCommon(Deployment& out, const JsonDocument& document, Findings& findings) {
     const Section common(document, "common", findings);
     MonthDay date{1, 1};
     int year = 2000;
-    common.scan("time", "%d%d%d%d%d%lf%lf",
+    common.scan("time", FindingId::timeMalformed,
                 [&](TextScanner& s) { return readTimeWindow(out, s, date, year); });
     if (!validDate(year, date.month, date.day))
-        findings.fatalKey(document.file, "common/time",
-                          text("iyear = %d,imonth = %d,iday = %d,incorrect argument", year,
-                               date.month, date.day));
+        findings.addKey(
+            FindingId::dateImpossible, document.file, "common/time",
+            {std::to_string(year), std::to_string(date.month), std::to_string(date.day)});
     else if (ReadingWatcher* const watcher = findings.watcher())
         watcher->date({document.file, "common/time"}, {year, date.month, date.day, out.startMjd});
     common.number("interval", out.intervalS);
@@ -114,7 +114,7 @@ void readCommon(Deployment& out, const JsonDocument& document, Findings& finding
     if (common.has("clock") && common.value("clock", value)) {
         out.clock = parseClock(value);
         if (!out.clock)
-            common.bad("clock", value, "expected \"YYYY-MM-DD hh:mm:ss\", UTC");
+            common.bad(FindingId::clockMalformed, "clock", value);
     }
 }
 
@@ -122,21 +122,16 @@ void readRequests(Session& out, const JsonDocument& document, Findings& findings
     constexpr std::size_t nameLength = 7;
     const cJSON* const reqs = document.member("reqs");
     const int count = cJSON_IsArray(reqs) ? cJSON_GetArraySize(reqs) : 0;
-    const auto bad = [&](const std::string& key, const cJSON* value, const char* why) {
-        findings.fatalKey(document.file, key,
-                          text("file = %s,key = %s,value = %s,%s", document.file.c_str(),
-                               key.c_str(), shown(value).c_str(), why));
-    };
     if (count == 0)
-        bad("reqs", reqs, "expected a list of at least one request name");
+        findings.addKey(FindingId::requestsMissing, document.file, "reqs", {shown(reqs)});
     for (int i = 0; i < count; ++i) {
         const cJSON* const item = cJSON_GetArrayItem(reqs, i);
+        const std::string key = text("reqs/%d", i);
         if (!cJSON_IsString(item)) {
-            bad(text("reqs/%d", i), item, "value is not a string");
+            findings.addKey(FindingId::valueIsNoText, document.file, key, {shown(item)});
             continue;
         }
         RequestRecord request;
-        const std::string key = text("reqs/%d", i);
         const std::string name = valueOf(*item, document, key, findings);
         request.name = name.substr(0, nameLength);
         if (ReadingWatcher* const watcher = findings.watcher(); watcher && request.name != name)
@@ -203,13 +198,11 @@ bool parseCarriers(FrequencyTable& table, const std::string& item, const std::st
     const std::size_t colon = item.find(':');
     const char letter = systemLetter(std::string_view(item).substr(0, colon));
     if (!letter) {
-        findings.fatalKey(file, key, text("freq = %s: unknown GNSS system", item.c_str()));
+        findings.addKey(FindingId::systemUnknown, file, key, {item});
         return false;
     }
     if (colon == std::string::npos) {
-        findings.fatalKey(file, key,
-                          text("file = %s,key = %s,value = %s,expected SYSTEM:NAME_NAME...",
-                               file.c_str(), key.c_str(), item.c_str()));
+        findings.addKey(FindingId::carriersMalformed, file, key, {item});
         return false;
     }
     auto& names = table[systemIndex(letter)];
@@ -260,13 +253,14 @@ bool Deploy_m_readSwitch(Deployment& out, std::string_view argument) {
 
 void m_readJsonFile(Deployment& out, int argc, const char* const* argv) {
     out = {};
-    const CommandLine line = parseCommandLine(out, argc, argv);
-    const Findings findings = readDeployment(out, line.file);
+    const CommandLine arguments = parseCommandLine(out, argc, argv);
+    const Findings findings = readDeployment(out, arguments.file);
     for (const Finding& finding : findings.list()) {
-        if (finding.severity == Severity::fatal)
-            fatal("%s", finding.text.c_str());
-        print(finding.severity == Severity::warning ? Level::warning : Level::notice, "%s\n",
-              finding.text.c_str());
+        const Severity severity = severityOf(finding.id);
+        const std::string line = printedLine(finding);
+        if (severity == Severity::fatal)
+            fatal("%s", line.c_str());
+        print(severity == Severity::warning ? Level::warning : Level::notice, "%s\n", line.c_str());
     }
     if (out.clock)
         startReplayClock(*out.clock);
@@ -291,10 +285,7 @@ Findings readDeployment(Deployment& out, const std::string& path, ReadingWatcher
         tablesFile = valueOf(*files, document, "files", findings);
         m_parseTablesConfigures(out.tables, tablesFile, findings);
     } else {
-        findings.fatalKey(path, "files",
-                          text("file = %s,key = files,value = %s,expected the path of the tables "
-                               "file as a string",
-                               path.c_str(), shown(files).c_str()));
+        findings.addKey(FindingId::tablesPathMissing, path, "files", {shown(files)});
     }
     for (const char* const section : {"common", "reqs", "vrs"})
         m_readJsonItem(out, document, section, findings);

@@ -4,13 +4,12 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 struct cJSON;
 
-/// JsonDocument: the deployment file or the tables file. It records the keys that its readers ask
-/// for; any other key is unknown.
+/// JsonDocument: the deployment file or the tables file. Where somebody watches it records the keys
+/// that its readers ask for; any other key is unknown.
 
 /// A whole file of at most kLargestJson bytes; empty with a fatal finding when it cannot be read.
 std::string json_loader(const std::string& path, Findings& findings);
@@ -18,9 +17,6 @@ inline constexpr std::size_t kLargestJson = std::size_t{4} << 20;
 
 /// Member `key` of the object member `section`, or null.
 const cJSON* cJSON_GetChildValue(const cJSON* root, const char* section, const char* key);
-
-/// 1-based line of a place in a text.
-int lineOf(std::string_view content, std::size_t at);
 
 /// A value as it stands in its document; empty for none.
 std::string shown(const cJSON* item);
@@ -36,6 +32,9 @@ struct JsonDocument {
     std::string file;
     std::unique_ptr<cJSON, void (*)(cJSON*)> root;
     mutable std::vector<std::string> asked; // paths of the keys that readers asked for
+
+private:
+    bool watched_;
 };
 
 /// The text of a string item, as every value is read (excludeAnnoValue).

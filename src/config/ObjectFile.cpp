@@ -24,14 +24,9 @@ struct ObjectReader {
 
     const std::string& path() const { return out.tables.object; }
     RecordPlace place() const { return {path(), file.lineNumber()}; }
-    void warning(const std::string& line) const {
-        findings.warning(path(), file.lineNumber(), line);
-    }
-    void fatal(const std::string& line) const { findings.fatal(path(), file.lineNumber(), line); }
-    /// Reports the value of the line read last.
-    void badValue(const std::string& value, const char* why) const {
-        fatal(text("file = %s,line = %d,value = %s,%s", path().c_str(), file.lineNumber(),
-                   value.c_str(), why));
+    /// Reports the line read last, or a value of it.
+    void report(FindingId id, std::vector<std::string> values = {}) const {
+        findings.add(id, path(), file.lineNumber(), std::move(values));
     }
     /// Next record, that is a line that starts with a blank and holds more; false at the line
     /// that ends the section or at the end of the file.
@@ -46,7 +41,7 @@ struct ObjectReader {
                 continue;
             }
             if (file.cut()) {
-                badValue(std::string(line.substr(0, 16)), "line is longer than 1024 bytes");
+                report(FindingId::lineTooLong, {std::string(line.substr(0, 16))});
                 continue;
             }
             return true;
@@ -92,20 +87,20 @@ void acceptSatellite(const ObjectReader& in, SatelliteRecord satellite) {
     Deployment& out = in.out;
     const std::string& name = satellite.cprn;
     if (name.size() > kSatelliteNameLength)
-        return in.badValue(name, "satellite name is longer than 3 characters");
+        return in.report(FindingId::satelliteNameTooLong, {name});
     if (out.satelliteNamed(name) >= 0)
-        return in.warning(text("cprn = %s,exist the same satellite", name.c_str()));
+        return in.report(FindingId::satelliteRepeated, {name});
     if (!contains(kSystems, name.substr(0, 1)))
-        return in.fatal(text("system = %c,do not support system", name.front()));
+        return in.report(FindingId::satelliteOfNoSystem, {name.substr(0, 1)});
     const auto glonass = std::count_if(out.satelliteNames.begin(), out.satelliteNames.end(),
                                        [](const std::string& n) { return n[0] == 'R'; });
     const std::size_t glonassCount = static_cast<std::size_t>(glonass);
     if (out.satellites.size() == kMaxSatellites)
-        return in.badValue(name, "more than 160 satellites");
+        return in.report(FindingId::tooManySatellites, {name});
     if (name[0] == 'R' ? glonassCount == kMaxGlonassSatellites
                        : out.satellites.size() - glonassCount == kMaxKeplerSatellites)
-        return in.badValue(name, name[0] == 'R' ? "more than 40 GLONASS satellites"
-                                                : "more than 120 satellites beside GLONASS");
+        return in.report(
+            name[0] == 'R' ? FindingId::tooManyGlonass : FindingId::tooManyBesideGlonass, {name});
     if (!contains(out.systems, name.substr(0, 1)))
         out.systems += name[0];
     out.satelliteNames.push_back(name);
@@ -131,7 +126,7 @@ bool allCarriersExist(const Deployment& out, char letter, Findings& findings) {
     bool all = true;
     for (const std::string& name : out.frequencies[systemIndex(letter)])
         if (!carrier(letter, name, 0)) {
-            findings.fatalKey(out.file, "common/freqused", carrierComplaint(letter, name));
+            findings.add(unknownCarrier(letter, name, out.file));
             all = false;
         }
     return all;
@@ -155,7 +150,7 @@ void readSatellites(const ObjectReader& in) {
     while (in.nextRecord(RecordKind::satellite, line))
         acceptSatellite(in, parseSatellite(in, line));
     if (out.satellites.empty())
-        in.warning(text("nrpn = %d,no selected satellite!", 0));
+        in.report(FindingId::noSatellite);
     out.indexSatellites();
     setFrequencies(out, in.findings);
     orderSystems(out);
@@ -183,9 +178,9 @@ StationRecord parseStation(const ObjectReader& in, std::string_view line) {
 void acceptStation(const ObjectReader& in, StationRecord station) {
     Deployment& out = in.out;
     if (station.name.size() > kStationNameLength)
-        return in.badValue(station.name, "station name is longer than 4 characters");
+        return in.report(FindingId::stationNameTooLong, {station.name});
     if (!read_siteinfo(station, out.tables.stacoo, in.findings))
-        return in.fatal(text("station = %s,read coordinate error!", station.name.c_str()));
+        return in.report(FindingId::coordinatesUnread, {station.name});
     if (out.post &&
         resolveStation(out, station, in.file.lineNumber(), in.findings) == Resolved::dropped)
         return;
@@ -199,11 +194,11 @@ void readStations(const ObjectReader& in) {
     while (!found && in.file.next(line))
         found = contains(line, "+Station used");
     if (!found)
-        return in.fatal("no records for stations");
+        return in.report(FindingId::stationsMissing);
     while (in.nextRecord(RecordKind::station, line))
         acceptStation(in, parseStation(in, line));
     if (in.out.stations.empty() && in.out.modeNumber != 5)
-        in.fatal(text("nsit = %d,no stations is selected", 0));
+        in.report(FindingId::noStation);
 }
 
 } // namespace
@@ -219,7 +214,7 @@ void readObjectFile(Deployment& out, Findings& findings) {
     LineReader file(out.tables.object);
     const ObjectReader in{out, file, findings};
     if (!file.isOpen())
-        return in.fatal(text("file = %s,can't open file to read", in.path().c_str()));
+        return in.report(FindingId::objectUnreadable);
     readSatellites(in);
     readStations(in);
 }

@@ -37,7 +37,7 @@ bool expandOwn(const Configuration& config, StationRecord& station, int line, Fi
     Findings own;
     const bool good = expand(config, {}, PatternMode::inPlace, "", "", station.text, own);
     for (const Finding& finding : own.list())
-        findings.fatal(config.tables.object, line, finding.text);
+        findings.add(finding.id, config.tables.object, line, finding.values);
     return good;
 }
 
@@ -56,8 +56,7 @@ bool nameFiles(const Configuration& config, StationRecord& station, int line, Fi
     station.logFile = config.logPath + "/" + log;
     std::error_code ignored;
     if (!std::filesystem::exists(station.obsFile, ignored))
-        findings.warning(config.tables.object, line,
-                         text("file = %s,can't find obs file", station.obsFile.c_str()));
+        findings.add(FindingId::observationsMissing, config.tables.object, line, {station.obsFile});
     return true;
 }
 
@@ -72,9 +71,8 @@ bool resolveStationAntenna(const Deployment& config, StationRecord& station, int
                         station.pco, startMjd(config), endMjd(config), config.tables.antpcv,
                         findings))
         return true;
-    findings.fatal(config.tables.object, line,
-                   text("ant = %s,sitename = %s,station antenna is not found in atx file",
-                        type.c_str(), station.name.c_str()));
+    findings.add(FindingId::stationAntennaMissing, config.tables.object, line,
+                 {type, station.name});
     return false;
 }
 
@@ -99,9 +97,8 @@ bool resolveSatellite(const Deployment& config, SatelliteRecord& satellite, int 
                         satellite.cprn, pco, none, startMjd(config), endMjd(config),
                         config.tables.antpcv, findings))
         return true;
-    findings.fatal(config.tables.object, line,
-                   text("ant = %s,cprn = %s,satellite antenna is not found in atx file",
-                        satellite.texts[0].c_str(), satellite.cprn.c_str()));
+    findings.add(FindingId::satelliteAntennaMissing, config.tables.object, line,
+                 {satellite.texts[0], satellite.cprn});
     return false;
 }
 
@@ -115,9 +112,7 @@ Resolved resolveStation(const Deployment& config, StationRecord& station, int li
         station.blh = xyzblh(xyz, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
         station.fromLocal = rot_enu2xyz(station.blh[0], station.blh[1]);
     } else if (station.coordinateMode.starts_with('F')) {
-        findings.warning(config.tables.object, line,
-                         text("station = %s,fix mode for no coordinate station,will continue",
-                              station.name.c_str()));
+        findings.add(FindingId::stationDropped, config.tables.object, line, {station.name});
         return Resolved::dropped;
     }
     return resolveStationAntenna(config, station, line, findings) ? Resolved::kept

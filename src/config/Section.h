@@ -15,15 +15,15 @@ public:
 
     std::string path(const char* key) const { return name_ + "/" + key; }
 
-    /// Reports a value that cannot be used: file, key, value and what is expected instead.
-    void bad(const char* key, const std::string& value, const std::string& expected) const;
+    /// Reports a value that cannot be used.
+    void bad(FindingId id, const char* key, const std::string& value) const;
 
     bool has(const char* key) const { return document_.member(name_, key) != nullptr; }
 
     /// The text of a key into `out`; false with a finding where there is none.
     bool value(const char* key, std::string& out) const;
-    /// A value read by `read`; where that fails, a finding that shows the expected format.
-    bool scan(const char* key, const char* format,
+    /// A value read by `read`; false with a finding where that fails.
+    bool scan(const char* key, FindingId malformed,
               const std::function<bool(TextScanner&)>& read) const;
 
     void integer(const char* key, int& out) const;

@@ -57,7 +57,7 @@ bool Antatx_m_getAnt(AntennaRecord& record, std::string_view kind, const Frequen
     }
     const std::size_t system = kSystems.find(kind.substr(0, 1));
     if (kind.empty() || system >= kAntennaSystems) {
-        findings.note(path, 0, text("cprn = %s,do not support system", std::string(kind).c_str()));
+        findings.add(FindingId::antennaOfNoSystem, path, 0, {std::string(kind)});
         return false;
     }
     for (std::size_t f = 0; f < kAntennaSlots; ++f)

@@ -31,8 +31,6 @@ bool Antatx_s_antnam(const std::string& siteName, const std::string& antenna,
             return true;
         }
     }
-    findings.fatal(
-        path, file.lineNumber(),
-        text("anttyp = %s,sitname = %s,antenna unknown", antenna.c_str(), siteName.c_str()));
+    findings.add(FindingId::antennaNameUnknown, path, file.lineNumber(), {antenna, siteName});
     return false;
 }

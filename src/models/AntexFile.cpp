@@ -89,10 +89,10 @@ private:
 
     bool next() { return file_.next(line_); }
     bool at(std::string_view label) const { return contains(line_, label); }
-    bool note(const std::string& line) const;
-    std::string complaint(const std::string& why) const;
-    bool refuse(const std::string& why) const;
-    std::string malformed(const char* label) const;
+    bool report(Finding finding) const;
+    bool refuse(FindingId id, std::vector<std::string> values = {}) const;
+    Finding ofAntenna(FindingId id, std::vector<std::string> values) const;
+    Finding malformed(const char* label) const;
     bool skip(const char* label);
     bool isWanted() const;
     void startEntry();
@@ -113,31 +113,31 @@ private:
     Findings skipped_; // why entries of the antenna cannot be read
 };
 
-bool AntexReader::note(const std::string& line) const {
-    findings_.note(path_, file_.lineNumber(), line);
+/// A finding about the line read last; false, as the result of who refuses.
+bool AntexReader::report(Finding finding) const {
+    findings_.add(std::move(finding));
     return false;
 }
 
-/// What is wrong with the antenna.
-std::string AntexReader::complaint(const std::string& why) const {
-    return text("antnam = %s,antnum = %s,atxfile = %s,%s", record_.type.c_str(),
-                record_.serial.c_str(), path_.c_str(), why.c_str());
+/// What is wrong with the antenna, at the line read last.
+Finding AntexReader::ofAntenna(FindingId id, std::vector<std::string> values) const {
+    values.insert(values.begin(), {record_.type, record_.serial});
+    return {id, path_, file_.lineNumber(), {}, std::move(values)};
 }
 
-/// Says it; false, as the result of who refuses.
-bool AntexReader::refuse(const std::string& why) const {
-    return note(complaint(why));
+bool AntexReader::refuse(FindingId id, std::vector<std::string> values) const {
+    return report(ofAntenna(id, std::move(values)));
 }
 
 /// Quotes the line read last.
-std::string AntexReader::malformed(const char* label) const {
-    const std::string value(withoutTrailingSpace(line_.substr(0, 60)));
-    return text("line = %d,value = %s,%s is malformed", file_.lineNumber(), value.c_str(), label);
+Finding AntexReader::malformed(const char* label) const {
+    return ofAntenna(FindingId::antexLineMalformed,
+                     {std::string(withoutTrailingSpace(line_.substr(0, 60))), label});
 }
 
 /// Remembers what is wrong with the entry; another one may be right. False.
 bool AntexReader::skip(const char* label) {
-    skipped_.note(path_, file_.lineNumber(), complaint(malformed(label)));
+    skipped_.add(malformed(label));
     return false;
 }
 
@@ -149,8 +149,7 @@ bool AntexReader::readHeader() {
             break;
         }
     return type == 'A' ||
-           note(text("type = %c,atxfile = %s,should refer absolute antenna mode in atxfile", type,
-                     path_.c_str()));
+           report({FindingId::antexNotAbsolute, path_, file_.lineNumber(), {}, {{type}}});
 }
 
 /// Whether a "TYPE / SERIAL NO" line is of the antenna that is looked for.
@@ -194,7 +193,8 @@ bool AntexReader::findEntry(double from, double to) {
     while (next()) {
         const bool ends = inEntry && (at("START OF FREQUENCY") || endsEntry(line_));
         if (ends && from - record_.validFrom > kEdgeDays && record_.validUntil - to > kEdgeDays)
-            return at("START OF FREQUENCY") ? measureTable() : refuse("frequency not found");
+            return at("START OF FREQUENCY") ? measureTable()
+                                            : refuse(FindingId::antexFrequencyMissing);
         if (ends)
             inEntry = false;
         if (inEntry && !readEntryLine())
@@ -205,9 +205,9 @@ bool AntexReader::findEntry(double from, double to) {
         }
     }
     if (skipped_.list().empty())
-        return refuse("no definition for antenna in atxfile");
+        return refuse(FindingId::antexEntryMissing);
     for (const Finding& finding : skipped_.list())
-        findings_.note(finding.file, finding.line, finding.text);
+        findings_.add(finding);
     return false;
 }
 
@@ -218,9 +218,10 @@ bool AntexReader::measureTable() {
     const double columns = r.dzen > 0.0 ? std::trunc((r.zen2 - r.zen1) / r.dzen) + 1.0 : 0.0;
     if (!isAngle(r.dazi) || !isAngle(r.zen1) || !isAngle(r.zen2) || !isAngle(r.dzen) ||
         r.zen2 < r.zen1 || rows > double{kMostRows} || columns > double{kMostColumns})
-        return refuse(text("dazi = %g,zen1 = %g,zen2 = %g,dzen = %g,pcv table is not within %zu "
-                           "rows and %zu columns",
-                           r.dazi, r.zen1, r.zen2, r.dzen, kMostRows, kMostColumns));
+        return refuse(FindingId::antexTableTooLarge,
+                      {text("%g", r.dazi), text("%g", r.zen1), text("%g", r.zen2),
+                       text("%g", r.dzen), std::to_string(kMostRows),
+                       std::to_string(kMostColumns)});
     rows_ = static_cast<std::size_t>(rows);
     columns_ = static_cast<std::size_t>(columns);
     return true;
@@ -273,19 +274,19 @@ bool AntexReader::readFrequency() {
         if (at("NORTH / EAST / UP")) {
             haveOffsets = readNumbers(line_, centre.pco);
             if (!haveOffsets)
-                return refuse(malformed("NORTH / EAST / UP"));
+                return report(malformed("NORTH / EAST / UP"));
             for (double& value : centre.pco)
                 value *= kMetresPerMm;
         } else if (endsEntry(line_) || centre.rows == rows_ || !readVariations(centre)) {
-            return refuse("pcv lost");
+            return refuse(FindingId::antexVariationsLost);
         } else {
             ++centre.rows;
         }
     }
     if (!at("END OF FREQUENCY") || centre.rows != rows_)
-        return refuse("pcv lost");
+        return refuse(FindingId::antexVariationsLost);
     if (!haveOffsets)
-        return refuse("frequency without NORTH / EAST / UP");
+        return refuse(FindingId::antexOffsetsMissing);
     std::vector<PhaseCentre>& centres = record_.centres[slot->system];
     if (centres.size() <= slot->index)
         centres.resize(slot->index + 1);
@@ -296,7 +297,7 @@ bool AntexReader::readFrequency() {
 bool AntexReader::readFrequencies() {
     for (int i = 0; i < record_.frequencies; ++i) {
         if (i > 0 && !nextFrequency())
-            return refuse("frequency not found");
+            return refuse(FindingId::antexFrequencyMissing);
         if (!readFrequency())
             return false;
     }

@@ -12,8 +12,8 @@
 
 /// False, with a fatal finding, where the file could not be opened.
 inline bool opened(const LineReader& file, const std::string& path, Findings& findings) {
-    if (!file.isOpen()) // deliberate: each of them is called the satnav file
-        findings.fatal(path, 0, text("file = %s,can't access satnav file", path.c_str()));
+    if (!file.isOpen())
+        findings.add(FindingId::modelFileUnreadable, path, 0);
     return file.isOpen();
 }
 

@@ -108,10 +108,8 @@ struct SvNavReader {
             ;
     }
     void malformed(std::string_view line) const {
-        findings.warning(path, file.lineNumber(),
-                         text("cprn = %s,file = %s,line = %d,value = %s,malformed line",
-                              cprn.c_str(), path.c_str(), file.lineNumber(),
-                              std::string(line.substr(0, 80)).c_str()));
+        findings.add(FindingId::satelliteInfoMalformed, path, file.lineNumber(),
+                     {cprn, std::string(line.substr(0, 80))});
     }
     /// Takes the line where it applies; false where it does not.
     bool take(std::string_view line, double mjd, SatelliteInfo& info) const {
@@ -161,9 +159,7 @@ bool Antatx_s_rdSvnav(const std::string& cprn, double mjd, SatelliteInfo& info,
     const SvNavReader in{file, path, cprn, findings};
     std::string_view line;
     if (cprn.empty() || !in.readPart1(mjd, info, line)) {
-        findings.fatal(path, file.lineNumber(),
-                       text("cprn = %s,file = %s,satellite not found in svnav file", cprn.c_str(),
-                            path.c_str()));
+        findings.add(FindingId::satelliteInfoMissing, path, file.lineNumber(), {cprn});
         return false;
     }
     in.readPart2(mjd, info, line);
@@ -184,9 +180,7 @@ bool Antatx_s_checkdata(std::string_view format, Findings& findings) {
         // "%*c" is one character, which is what a column separator is.
         if (end > width || conversion == '%' || (skipped && conversion == 'c'))
             continue;
-        findings.note({}, 0,
-                      text("***ERROR(checkdata): please make clear the length of the format %c!",
-                           conversion));
+        findings.add(FindingId::formatWithoutWidth, {}, 0, {std::string(1, conversion)});
         return false;
     }
     return true;

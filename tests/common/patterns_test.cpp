@@ -10,7 +10,8 @@ std::string named(const PatternTable& table, PatternMode mode, const char* keywo
     Findings findings;
     return Patterns_m_getPatternName(table, mode, keyword, own, 2020, 2, 29, 7, pattern, findings)
                ? pattern
-               : text("!%d %s", findings.list().at(0).line, findings.list()[0].text.c_str());
+               : text("!%d %s", findings.list().at(0).line,
+                      printedLine(findings.list()[0]).c_str());
 }
 
 TEST(Pattern, TakesLiteralsAndVariablesInTurn) {
@@ -37,9 +38,9 @@ TEST(PatternFile, HoldsATemplateALine) {
     const auto load = [&](const std::string& content) {
         table.file = scratch.write("vrnfln", content);
         Findings findings;
-        return Patterns_readFile(table, findings)
-                   ? ""
-                   : text("!%d %s", findings.list().at(0).line, findings.list()[0].text.c_str());
+        return Patterns_readFile(table, findings) ? ""
+                                                  : text("!%d %s", findings.list().at(0).line,
+                                                         printedLine(findings.list()[0]).c_str());
     };
     const auto name = [&](const char* key) {
         return named(table, PatternMode::named, key, "-", "");
@@ -65,7 +66,8 @@ TEST(PatternFile, HoldsATemplateALine) {
     std::filesystem::remove(table.file);
     Findings findings;
     EXPECT_FALSE(Patterns_readFile(table, findings));
-    EXPECT_EQ(findings.list().at(0).text, "file = " + table.file + ",can't access vrnfln file");
+    EXPECT_EQ(printedLine(findings.list().at(0)),
+              "file = " + table.file + ",can't access vrnfln file");
 }
 
 } // namespace

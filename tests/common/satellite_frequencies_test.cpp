@@ -13,7 +13,7 @@ std::string filled(SatelliteRecord& record, const char* cprn, const char* mode, 
     record.glonassChannel = channel;
     Findings findings;
     if (!get_freq(record, mode, names, "vrs.json", findings))
-        return findings.list().at(0).text;
+        return printedLine(findings.list().at(0));
     std::string out;
     for (const CarrierSlot& slot : record.slots) {
         out += slot.name;

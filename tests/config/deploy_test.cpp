@@ -141,7 +141,7 @@ TEST(Deployment, AcceptsWithANoteOrWithout) {
                  d.out.intervalS) +
             d.out.input.host + (d.out.clock == GTime{1709210096, 0.0} ? " clock" : "");
         for (const Finding& finding : findings.list())
-            got += " " + finding.text;
+            got += " " + printedLine(finding);
         EXPECT_TRUE(got == replaced(c.holds, "@", d.path) && !findings.anyFatal()) << got;
     }
 }

@@ -58,7 +58,7 @@ TEST(PostMode, ResolvesSatellitesAntennasAndFiles) {
     const auto satellite = [&](const char* name) -> const SatelliteRecord& {
         return satelliteOf(p, name);
     };
-    EXPECT_TRUE(findings.list().empty()) << findings.list()[0].text;
+    EXPECT_TRUE(findings.list().empty()) << printedLine(findings.list()[0]);
 
     // The second vehicle of that name flies on the day; its own channel comes before the file's.
     EXPECT_EQ(satellite("G10").vehicle->info.block, "BLOCK IIF");
@@ -114,7 +114,7 @@ TEST(PostMode, AsksForTheWholeSession) {
                                      "2018 7 12 18 30 0.0 43200.0"));
         const Findings findings = p.read();
         obsFile = p.out.stations.empty() ? "" : p.out.stations[0].obsFile;
-        return findings.anyFatal() ? findings.list().back().text : "";
+        return findings.anyFatal() ? printedLine(findings.list().back()) : "";
     };
     const std::string from =
         "  2011     7    16     0     0    0.0000000                 VALID FROM";
@@ -153,7 +153,7 @@ TEST(PostMode, DropsAFixedStationWithoutCoordinates) {
         const Findings findings = p.read();
         EXPECT_FALSE(findings.anyFatal());
         ASSERT_EQ(findings.list().size(), 2U) << nowhere; // the first is of the file
-        EXPECT_EQ(findings.list()[1].text, dropped);
+        EXPECT_EQ(printedLine(findings.list()[1]), dropped);
         EXPECT_EQ(p.out.stationNames, (std::vector<std::string>{"TID1", "MOBS"}));
     }
     const Post p("site.crd", "2683011.9038", "0.0");
@@ -234,7 +234,7 @@ TEST(PostMode, EndsTheProcessWithTheLineOfItsFault) {
             std::string said;
             const Findings findings = p.read();
             for (const Finding& f : findings.list())
-                said += f.text + "\n";
+                said += printedLine(f) + "\n";
             EXPECT_EQ(said, c.printed);
         } else {
             p.expectFatal(c.printed);
@@ -262,7 +262,7 @@ TEST(PostMode, ReadsBaselinesWhereTheModeAsks) {
             << c.mode;
     }
     fs::remove(p.path + "baselines");
-    EXPECT_EQ(p.read().list().back().text, // deliberate: names another file
+    EXPECT_EQ(printedLine(p.read().list().back()), // deliberate: names another file
               "file = " + p.path + "baselines,can't access satnav file");
 }
 

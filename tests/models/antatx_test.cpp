@@ -56,7 +56,9 @@ struct Lookup {
         found = Antatx_m_getAnt(record, kind, names, type, serial, satellite, site, from, to, path,
                                 findings);
     }
-    std::string said() const { return findings.list().empty() ? "" : findings.list().back().text; }
+    std::string said() const {
+        return findings.list().empty() ? "" : printedLine(findings.list().back());
+    }
 };
 
 struct Antex : testing::Test {
@@ -296,13 +298,13 @@ TEST_F(SvNav, TakesTheLineOfTheEpoch) {
     Findings findings;
     for (const double mjd : {51943.0, 55179.5, 55179.51, 55179.52125}) {
         EXPECT_FALSE(Antatx_s_rdSvnav("R05", mjd, info, satnav, findings));
-        EXPECT_EQ(findings.list().back().text,
+        EXPECT_EQ(printedLine(findings.list().back()),
                   "cprn = R05," + path + ",satellite not found in svnav file");
     }
     std::filesystem::remove(satnav);
     EXPECT_FALSE(Antatx_s_rdSvnav("R05", 55170.0, info, satnav, findings));
     EXPECT_TRUE(findings.anyFatal());
-    EXPECT_EQ(findings.list().back().text, path + ",can't access satnav file");
+    EXPECT_EQ(printedLine(findings.list().back()), path + ",can't access satnav file");
 }
 
 TEST_F(SvNav, NamesTheMalformedLine) {
@@ -318,7 +320,7 @@ TEST_F(SvNav, NamesTheMalformedLine) {
         Findings findings;
         EXPECT_TRUE(Antatx_s_rdSvnav("G01", 58311.0, info, satnav, findings)) << to;
         ASSERT_EQ(findings.list().size(), 1U) << to;
-        EXPECT_TRUE(contains(findings.list()[0].text, "line = 8,value = G01")) << to;
+        EXPECT_TRUE(contains(printedLine(findings.list()[0]), "line = 8,value = G01")) << to;
     }
     std::string unlaunched = good; // nothing but its designator is missing
     file(unlaunched.replace(unlaunched.find("036A"), 4, "036 "), "");
@@ -335,7 +337,8 @@ TEST(AntennaName, IsTheMainNameInFrontOfTheMatch) {
     std::string name = "kept";
     std::string antnam = folder.path + "none";
     EXPECT_FALSE(Antatx_s_antnam("STR2", "ANT", name, antnam, findings));
-    EXPECT_EQ(findings.list().back().text, "file = " + antnam + ",can't access satnav file");
+    EXPECT_EQ(printedLine(findings.list().back()),
+              "file = " + antnam + ",can't access satnav file");
     EXPECT_TRUE(findings.anyFatal());
     antnam = folder.write("names", "*    FIRST ALIAS\r\nMAIN TYPE 1\r\nALIASFIRST\r\n"
                                    "     FIRST\r\nMAIN TYPE 2\r\n\r\nX\r\n     SECOND");
@@ -351,7 +354,7 @@ TEST(AntennaName, IsTheMainNameInFrontOfTheMatch) {
         EXPECT_EQ(Antatx_s_antnam("STR2", c.wanted, name, antnam, findings), c.name[0] != '\0');
         EXPECT_EQ(name, c.name) << c.wanted;
     }
-    EXPECT_EQ(findings.list().back().text, "anttyp = MAIN,sitname = STR2,antenna unknown");
+    EXPECT_EQ(printedLine(findings.list().back()), "anttyp = MAIN,sitname = STR2,antenna unknown");
 }
 
 TEST(FormatWidths, AreAskedForOfEveryConversion) {
@@ -359,7 +362,7 @@ TEST(FormatWidths, AreAskedForOfEveryConversion) {
     for (const std::string format : {"%3s%s", "%4s%d", "%4d%lf", "%2d%c", "%*d"}) {
         Findings findings;
         EXPECT_FALSE(Antatx_s_checkdata(format + "%x", findings));
-        EXPECT_EQ(findings.list().at(0).text, line + format.back() + "!");
+        EXPECT_EQ(printedLine(findings.list().at(0)), line + format.back() + "!");
     }
     for (const char* const format : {"%3s%*2c%4d%*c%10lf%%", "", "%", "%5"}) {
         Findings findings;
