@@ -2,6 +2,10 @@
 
 #include "ctl/Encode.h"
 #include "reference/service/predict.h"
+#include "reference/standard/ephemeris.h"
+#include "reference/standard/frame.h"
+#include "reference/standard/legacy.h"
+#include "reference/standard/station.h"
 
 #include <algorithm>
 #include <array>
@@ -23,6 +27,11 @@ constexpr std::size_t kSpoiltAtOnce = 4;
 // Around the 7200 s at which an ephemeris is too old, so that some pass it while in use.
 constexpr std::array<double, 4> kOldS{7150, 7190, 7195, 9000};
 constexpr long kMisbehaviour = 25; // epochs
+
+struct EphemerisWriter {
+    ref::Bytes operator()(const ref::Kepler& k) const { return ref::writeKepler(k); }
+    ref::Bytes operator()(const ref::Glonass& g) const { return ref::writeGlonass(g); }
+};
 
 bool everyS(ref::GpsTime t, double periodS) {
     return std::remainder(t.sow, periodS) > -5e-4 && std::remainder(t.sow, periodS) < 5e-4;
@@ -74,7 +83,7 @@ void SimulatedStation::skipTo(ref::GpsTime t) {
 }
 
 ref::Bytes SimulatedStation::ephemeris(const ref::Constellation::Broadcast& b) const {
-    return std::visit([](const auto& e) { return ephemerisFrame(e); }, b.ephemeris);
+    return ref::frame(std::visit(EphemerisWriter{}, b.ephemeris));
 }
 
 void SimulatedStation::addStationMessages(std::vector<ref::Bytes>& out, ref::GpsTime t) const {
@@ -153,20 +162,20 @@ std::vector<ref::Bytes> SimulatedStation::observations(ref::GpsTime t) {
         for (ref::Msm& m : sky_.epoch(t, options_.msm)) {
             m.epochField = options_.quirks.epochField(m.system, t);
             see(m.cells);
-            out.push_back(msmFrame(m));
+            out.push_back(ref::frame(ref::writeMsm(m)));
         }
     } else {
         const std::vector<ref::Cell> cells = sky_.observe(t, false);
         see(cells);
-        const auto frameOf = [&](char system, bool more) {
+        const auto messageOf = [&](char system, bool more) {
             const std::uint32_t epoch = options_.quirks.epochField(system, t);
-            return legacyFrame(system, sky_.station, epoch, more, cells);
+            return ref::writeLegacy(system, sky_.station, epoch, more, cells);
         };
-        const ref::Bytes glonass = frameOf('R', false);
-        const ref::Bytes gps = frameOf('G', !glonass.empty());
-        for (const ref::Bytes& f : {gps, glonass})
-            if (!f.empty())
-                out.push_back(f);
+        const ref::Bytes glonass = messageOf('R', false);
+        const ref::Bytes gps = messageOf('G', !glonass.empty());
+        for (const ref::Bytes& message : {gps, glonass})
+            if (!message.empty())
+                out.push_back(ref::frame(message));
     }
     inView_ = std::move(seen);
     return out;

@@ -8,6 +8,7 @@
 #include "reference/standard/geometry.h"
 #include "reference/standard/orbit.h"
 #include "reference/standard/sky.h"
+#include "reference/standard/station.h"
 #include "rtcm/rtcm.h"
 
 #include <gtest/gtest.h>

@@ -5,6 +5,7 @@
 
 #include "reference/standard/census.h"
 #include "reference/standard/geometry.h"
+#include "reference/standard/station.h"
 
 #include <deque>
 #include <functional>

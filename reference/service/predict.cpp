@@ -3,6 +3,7 @@
 #include "reference/standard/census.h"
 #include "reference/standard/kinds.h"
 #include "reference/standard/legacy.h"
+#include "reference/standard/station.h"
 #include "slots.h"
 
 #include <algorithm>

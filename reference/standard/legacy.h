@@ -10,4 +10,10 @@ namespace ref {
 /// std::invalid_argument for another type, std::out_of_range for a body too short.
 Msm readLegacy(const Bytes& body);
 
+/// 1004 (GPS) or 1012 (GLONASS) of the satellites that have a range on L1, 31 at most, with one
+/// signal a carrier; empty without any. The cells stand satellite by satellite, L1 first. The epoch
+/// field may be that of an MSM. std::out_of_range for a range that the fields cannot hold.
+Bytes writeLegacy(char system, int station, std::uint32_t epochField, bool more,
+                  const std::vector<Cell>& cells);
+
 } // namespace ref

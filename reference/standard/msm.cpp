@@ -139,24 +139,6 @@ std::vector<int> takeMask(BitSource& b, int width) {
     return ids;
 }
 
-// clang-format off
-constexpr auto kStation = [](auto& io, auto& s) {
-    io.u(12, s.type); io.u(12, s.station); io.u(6, s.itrf);                     // DF002, 003, 021
-    for (auto* flag : {&s.gps, &s.glonass, &s.galileo, &s.computed})            // DF022-024, 141
-        io.flag(*flag);
-    io.s(38, s.xyzM[0], 1e-4); io.flag(s.oneOscillator); io.fixed(1, 0);        // DF025, 142
-    io.s(38, s.xyzM[1], 1e-4); io.u(2, s.quarterCycle); io.s(38, s.xyzM[2], 1e-4); // 026, 364, 027
-    if (s.type == 1006)
-        io.u(16, s.heightM, 1e-4);                                              // DF028
-};
-
-constexpr auto kDescriptors = [](auto& io, auto& t) {
-    io.fixed(12, 1033); io.u(12, t.station); io.text(t.antenna); io.u(8, t.setup); // DF003, 029-031
-    for (auto* text : {&t.antennaSerial, &t.receiver, &t.firmware, &t.receiverSerial})
-        io.text(*text); // DF032-033, 227-232
-};
-// clang-format on
-
 } // namespace
 
 std::string signalOf(char system, int signalId) {
@@ -276,19 +258,6 @@ std::uint32_t epochField(char system, GpsTime t) {
     const auto ms = static_cast<std::uint32_t>(std::lround((t + shift).sow * 1000)) % 604800000u;
     // DF416 and DF034: day of week, time of day
     return system == 'R' ? (ms / 86400000u << 27) + ms % 86400000u : ms;
-}
-
-Station1005 read1005(const Bytes& body) {
-    return readBody<Station1005>(body, kStation);
-}
-Bytes write1005(const Station1005& s) {
-    return writeBody(s, kStation);
-}
-Text1033 read1033(const Bytes& body) {
-    return readBody<Text1033>(body, kDescriptors);
-}
-Bytes write1033(const Text1033& t) {
-    return writeBody(t, kDescriptors);
 }
 
 } // namespace ref

@@ -1,4 +1,4 @@
-/// RTCM 10403.x observation messages MSM4 to MSM7 and the station messages 1005, 1006, 1033.
+/// RTCM 10403.x observation messages MSM4 to MSM7.
 /// Metres, metres per second, dB-Hz.
 #pragma once
 
@@ -61,25 +61,5 @@ int lockIndicator(int msm, double lockS);
 
 /// The epoch field of a system at a GPS time.
 std::uint32_t epochField(char system, GpsTime t);
-
-struct Station1005 {
-    int type = 1005, station = 0, itrf = 0;
-    bool gps = true, glonass = true, galileo = false, computed = false;
-    bool oneOscillator = true;
-    int quarterCycle = 0;
-    Vec3 xyzM{};
-    double heightM = 0; ///< 1006 only
-};
-Station1005 read1005(const Bytes& body); ///< 1005 or 1006
-Bytes write1005(const Station1005& s);   ///< 1005 or 1006 by type
-
-struct Text1033 {
-    int station = 0;
-    std::string antenna;
-    int setup = 0;
-    std::string antennaSerial, receiver, firmware, receiverSerial;
-};
-Text1033 read1033(const Bytes& body);
-Bytes write1033(const Text1033& t);
 
 } // namespace ref
