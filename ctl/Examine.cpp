@@ -8,7 +8,7 @@
 #include "ctl/Advice.h"
 #include "ctl/Place.h"
 #include "ctl/Unit.h"
-#include "rtcm/Msm.h"
+#include "rtcm/layouts/Msm.h"
 #include "vrs/VrsEncoder.h"
 
 #include <algorithm>

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "ctl/Fields.h"
-#include "rtcm/EphemerisMessages.h"
-#include "rtcm/Legacy.h"
-#include "rtcm/Msm.h"
-#include "rtcm/StationMessages.h"
+#include "rtcm/layouts/EphemerisMessages.h"
+#include "rtcm/layouts/Legacy.h"
+#include "rtcm/layouts/Msm.h"
+#include "rtcm/layouts/StationMessages.h"
 
 #include <array>
 

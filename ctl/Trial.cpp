@@ -3,9 +3,9 @@
 #include "common/Clock.h"
 #include "common/ComText.h"
 #include "common/bits.h"
-#include "rtcm/Legacy.h"
-#include "rtcm/Msm.h"
-#include "rtcm/StationMessages.h"
+#include "rtcm/layouts/Legacy.h"
+#include "rtcm/layouts/Msm.h"
+#include "rtcm/layouts/StationMessages.h"
 
 #include <algorithm>
 #include <cmath>

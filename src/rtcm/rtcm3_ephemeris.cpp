@@ -1,5 +1,5 @@
-#include "rtcm/EphemerisMessages.h"
 #include "rtcm/decode.h"
+#include "rtcm/layouts/EphemerisMessages.h"
 
 #include "common/Clock.h"
 #include "common/Print.h"

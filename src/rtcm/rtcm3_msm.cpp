@@ -1,5 +1,5 @@
-#include "rtcm/Msm.h"
 #include "rtcm/decode.h"
+#include "rtcm/layouts/Msm.h"
 
 #include "common/ComCoord.h"
 #include "common/Print.h"

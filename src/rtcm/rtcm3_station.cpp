@@ -1,5 +1,5 @@
-#include "rtcm/StationMessages.h"
 #include "rtcm/decode.h"
+#include "rtcm/layouts/StationMessages.h"
 
 #include "common/ComCoord.h"
 #include "common/Findings.h"

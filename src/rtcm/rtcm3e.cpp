@@ -1,6 +1,6 @@
-#include "rtcm/Legacy.h"
-#include "rtcm/Msm.h"
 #include "rtcm/encode.h"
+#include "rtcm/layouts/Legacy.h"
+#include "rtcm/layouts/Msm.h"
 
 #include "common/ComCoord.h"
 

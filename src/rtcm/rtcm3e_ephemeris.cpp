@@ -1,5 +1,5 @@
-#include "rtcm/EphemerisMessages.h"
 #include "rtcm/encode.h"
+#include "rtcm/layouts/EphemerisMessages.h"
 
 #include "common/Print.h"
 

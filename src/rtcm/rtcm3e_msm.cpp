@@ -1,5 +1,5 @@
-#include "rtcm/Msm.h"
 #include "rtcm/encode.h"
+#include "rtcm/layouts/Msm.h"
 
 #include "common/ComCoord.h"
 #include "common/Print.h"

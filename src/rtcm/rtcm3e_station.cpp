@@ -1,5 +1,5 @@
-#include "rtcm/StationMessages.h"
 #include "rtcm/encode.h"
+#include "rtcm/layouts/StationMessages.h"
 
 namespace {
 

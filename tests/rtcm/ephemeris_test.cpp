@@ -1,6 +1,6 @@
 #include "session.h"
 
-#include "rtcm/EphemerisMessages.h"
+#include "rtcm/layouts/EphemerisMessages.h"
 
 #include <cmath>
 

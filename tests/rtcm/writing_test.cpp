@@ -2,10 +2,10 @@
 
 #include "reference/standard/ephemeris.h"
 #include "reference/standard/msm.h"
-#include "rtcm/EphemerisMessages.h"
-#include "rtcm/Legacy.h"
-#include "rtcm/Msm.h"
-#include "rtcm/StationMessages.h"
+#include "rtcm/layouts/EphemerisMessages.h"
+#include "rtcm/layouts/Legacy.h"
+#include "rtcm/layouts/Msm.h"
+#include "rtcm/layouts/StationMessages.h"
 
 #include <map>
 
