@@ -2,10 +2,11 @@
 
 #include "common/ComCoord.h"
 #include "common/Findings.h"
-#include "ctl/FieldTables.h"
-#include "rtcm/Frame.h"
+#include "rtcm/Messages.h"
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <string>
 #include <utility>
 
@@ -20,40 +21,28 @@ struct NamedType {
     const char* name;
 };
 // clang-format off
-constexpr std::array kNamedTypes{
-    NamedType{63, 63, "BDS ephemeris, preliminary"},
-    NamedType{1001, 1001, "GPS L1"}, NamedType{1002, 1002, "GPS L1 extended"},
-    NamedType{1003, 1003, "GPS L1/L2"}, NamedType{1004, 1004, "GPS L1/L2 extended"},
-    NamedType{1005, 1005, "reference point"}, NamedType{1006, 1006, "reference point, height"},
-    NamedType{1007, 1007, "antenna"}, NamedType{1008, 1008, "antenna, serial number"},
-    NamedType{1009, 1009, "GLONASS L1"}, NamedType{1010, 1010, "GLONASS L1 extended"},
-    NamedType{1011, 1011, "GLONASS L1/L2"}, NamedType{1012, 1012, "GLONASS L1/L2 extended"},
-    NamedType{1013, 1013, "system parameters"},
-    NamedType{1014, 1017, "network corrections"}, NamedType{1019, 1019, "GPS ephemeris"},
-    NamedType{1020, 1020, "GLONASS ephemeris"}, NamedType{1021, 1027, "transformation"},
-    NamedType{1029, 1029, "text"}, NamedType{1030, 1031, "network residuals"},
-    NamedType{1032, 1032, "physical reference point"},
-    NamedType{1033, 1033, "antenna and receiver"}, NamedType{1034, 1035, "FKP gradients"},
-    NamedType{1037, 1039, "network corrections"}, NamedType{1041, 1041, "NavIC ephemeris"},
-    NamedType{1042, 1042, "BDS ephemeris"}, NamedType{1044, 1044, "QZSS ephemeris"},
-    NamedType{1045, 1045, "Galileo F/NAV ephemeris"},
-    NamedType{1046, 1046, "Galileo I/NAV ephemeris"},
-    NamedType{1057, 1068, "orbit and clock corrections"},
-    NamedType{1230, 1230, "GLONASS biases"}};
+/// Messages that dump names and does not read.
+constexpr std::array kOtherTypes{
+    NamedType{1014, 1017, "network corrections"}, NamedType{1021, 1027, "transformation"},
+    NamedType{1030, 1031, "network residuals"}, NamedType{1032, 1032, "physical reference point"},
+    NamedType{1034, 1035, "FKP gradients"}, NamedType{1037, 1039, "network corrections"},
+    NamedType{1041, 1041, "NavIC ephemeris"},
+    NamedType{1057, 1068, "orbit and clock corrections"}};
 
 struct SystemName {
     char letter;
-    const char* name;
     const char* timeScale; // of its epoch times
 };
-/// By the tens of the message number from 107 on.
+/// In the order of kMsmSystems.
 constexpr std::array<SystemName, kMsmSystems.size()> kSystemNames{{
-    {'G', "GPS", "GPS"}, {'R', "GLONASS", "Moscow"}, {'E', "Galileo", "GST"}, {'S', "SBAS", "GPS"},
-    {'J', "QZSS", "QZSS"}, {'C', "BDS", "BDT"}, {'I', "NavIC", "NavIC"}}};
+    {'G', "GPS"}, {'R', "Moscow"}, {'E', "GST"}, {'S', "GPS"}, {'J', "QZSS"}, {'C', "BDT"},
+    {'I', "NavIC"}}};
 // clang-format on
 
-std::size_t systemRow(int msmType) {
-    return static_cast<std::size_t>((msmType - 1070) / 10);
+const SystemName& nameOf(System system) {
+    const auto row = std::find_if(kMsmSystems.begin(), kMsmSystems.end(),
+                                  [&](const MsmSystem& s) { return s.system == system; });
+    return kSystemNames[static_cast<std::size_t>(row - kMsmSystems.begin())];
 }
 
 /// "G05"; SBAS by the RINEX rule, PRN minus 100.
@@ -93,9 +82,8 @@ std::string utcText(int mjd, int secondsOfDay) {
 /// Reads the frame into the record and the description's fields; false, with no fields, where the
 /// message ends before its layout does.
 template <class Layout, class Record>
-bool read(Description& d, Frame frame, const Layout& layout, const FieldNames& names,
-          Record& record) {
-    FieldReader in(messageOf(frame), names);
+bool read(Description& d, Frame frame, const Layout& layout, Record& record) {
+    FieldReader in(messageOf(frame));
     layout(in, record);
     d.tooShort = !in.ok();
     d.decoded = in.ok();
@@ -106,16 +94,16 @@ bool read(Description& d, Frame frame, const Layout& layout, const FieldNames& n
     return true;
 }
 
-/// The same, with the fields of the head alone.
-template <class Layout, class Record, class HeadLayout, class Head>
+/// The same for a message of observations, with the fields of its head alone.
+template <class Layout, class Record, class HeadLayout>
 bool readWithHead(Description& d, Frame frame, const Layout& layout, Record& record,
-                  const HeadLayout& headLayout, Head& head, const FieldNames& names) {
+                  const HeadLayout& headLayout) {
     BitReader in = messageOf(frame);
     layout(in, record);
     d.tooShort = !in.ok();
     if (!in.ok())
         return false;
-    read(d, frame, headLayout, names, head);
+    read(d, frame, headLayout, record.head);
     d.bytesBeyond = in.left() / 8;
     return true;
 }
@@ -147,13 +135,11 @@ void addCell(Description& d, const MsmMessage& m, const MsmForm& form, std::size
 }
 
 void describeMsm(Description& d, Frame frame) {
-    const std::size_t row = systemRow(d.type);
-    const auto names = fields::msmHead(fields::kEpochDf[row]);
     MsmMessage m;
-    if (!readWithHead(d, frame, layoutMsm, m, layoutMsmHead, m.head, {names}))
+    if (!readWithHead(d, frame, layoutMsm, m, layoutMsmHead))
         return;
-    const SystemName& system = kSystemNames[row];
     const MsmSystem& table = msmSystem(d.type);
+    const SystemName& system = nameOf(table.system);
     const MsmForm& form = msmForm(d.type);
     d.station = m.head.staid;
     d.more = m.head.more != 0;
@@ -209,9 +195,8 @@ void addLegacyRows(Description& d, const LegacySatellite& s, const LegacyForm& f
 
 void describeLegacy(Description& d, Frame frame) {
     const LegacyForm form = legacyForm(d.type);
-    const auto names = fields::legacyHead(form.glonass);
     LegacyMessage m;
-    if (!readWithHead(d, frame, layoutLegacy, m, layoutLegacyHead, m.head, {names}))
+    if (!readWithHead(d, frame, layoutLegacy, m, layoutLegacyHead))
         return;
     d.station = m.head.staid;
     d.more = m.head.more != 0;
@@ -236,36 +221,25 @@ void describeLegacy(Description& d, Frame frame) {
     }
 }
 
-template <class Layout>
-void describeKepler(Description& d, Frame frame, const Layout& layout,
-                    std::span<const FieldName> names, char system, const char* week) {
-    WireEph w;
-    if (!read(d, frame, layout, {names}, w))
-        return;
-    d.satellites = {satelliteName(system, w.id)};
-    d.time = text("toe %s week %d tow %.0f", week, w.week, w.toe);
-    d.note = text("health %d, issue %d", w.svh, w.iode);
+// What a message says in a line, by its record.
+
+void tell(Description& d, const KeplerMessage& m) {
+    const SystemName& system = nameOf(m.system);
+    d.satellites = {satelliteName(system.letter, m.id)};
+    d.time = text("toe %s week %d tow %.0f", system.timeScale, m.week, m.toes);
+    d.note = text("health %d, issue %d", m.svh, m.iode);
 }
 
-void describeGlonass(Description& d, Frame frame) {
-    WireGlonass w;
-    if (!read(d, frame, layout1020, {fields::k1020}, w))
-        return;
-    d.satellites = {satelliteName('R', w.slot)};
-    d.time = text("tb Moscow %02d:%02d", w.tb / 4, w.tb % 4 * 15);
-    d.note = text("health %d, channel %+d", w.health, w.channel - 7);
+void tell(Description& d, const GlonassMessage& m) {
+    d.satellites = {satelliteName('R', m.slot)};
+    d.time = text("tb Moscow %02d:%02d", m.tb / 4, m.tb % 4 * 15);
+    d.note = text("health %d, channel %+d", m.svh, m.channel - 7);
 }
 
-template <class Layout>
-void describePosition(Description& d, Frame frame, const Layout& layout,
-                      std::span<const FieldName> names) {
-    WirePosition w;
-    if (!read(d, frame, layout, {names}, w))
-        return;
-    d.station = w.staid;
-    d.note = text("X %.4f Y %.4f Z %.4f m", w.pos[0], w.pos[1], w.pos[2]);
-    if (std::hypot(w.pos[0], w.pos[1], w.pos[2]) > 6.0e6) { // else no place on the ground
-        const Vector3 blh = xyzblh(w.pos, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
+void tell(Description& d, const PositionMessage& m) {
+    d.note = text("X %.4f Y %.4f Z %.4f m", m.pos[0], m.pos[1], m.pos[2]);
+    if (std::hypot(m.pos[0], m.pos[1], m.pos[2]) > 6.0e6) { // else no place on the ground
+        const Vector3 blh = xyzblh(m.pos, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
         constexpr double degrees = 180.0 / kPi;
         d.note += text(" (%.7f, %.7f deg, %.2f m)", blh[0] * degrees,
                        std::remainder(blh[1] * degrees, 360.0), blh[2]);
@@ -273,7 +247,7 @@ void describePosition(Description& d, Frame frame, const Layout& layout,
         d.note += " (not on the ground)";
     }
     if (d.type == 1006)
-        d.note += text(", antenna height %.4f m", w.hgt);
+        d.note += text(", antenna height %.4f m", m.hgt);
 }
 
 /// "TRM59800.00 NONE", with quotes; empty texts are told.
@@ -281,26 +255,16 @@ std::string quoted(const Descriptor& d) {
     return '"' + clean(view(d)) + '"';
 }
 
-template <class Layout>
-void describeAntenna(Description& d, Frame frame, const Layout& layout,
-                     std::span<const FieldName> names) {
-    WireStation w;
-    if (!read(d, frame, layout, {names}, w))
-        return;
-    d.station = w.staid;
-    d.note = "antenna " + quoted(w.sta.antdes);
+void tell(Description& d, const EquipmentMessage& m) {
+    d.note = "antenna " + quoted(m.antdes);
     if (d.type != 1007)
-        d.note += " no. " + quoted(w.sta.antsno);
+        d.note += " no. " + quoted(m.antsno);
     if (d.type == 1033)
-        d.note += ", receiver " + quoted(w.sta.rectype) + " version " + quoted(w.sta.recver) +
-                  " no. " + quoted(w.sta.recsno);
+        d.note += ", receiver " + quoted(m.rectype) + " version " + quoted(m.recver) + " no. " +
+                  quoted(m.recsno);
 }
 
-void describeParameters(Description& d, Frame frame) {
-    SystemParameters m;
-    if (!read(d, frame, layout1013, {fields::k1013, fields::k1013Announced}, m))
-        return;
-    d.station = m.staid;
+void tell(Description& d, const SystemParameters& m) {
     d.time = utcText(m.mjd, m.secondsOfDay);
     d.note = text("GPS - UTC %d s; announces", m.leapSeconds);
     for (const auto& a : std::span(m.messages.data(), static_cast<std::size_t>(m.count)))
@@ -309,72 +273,33 @@ void describeParameters(Description& d, Frame frame) {
         d.note += " nothing";
 }
 
-void describeText(Description& d, Frame frame) {
-    UnicodeText m;
-    if (!readWithHead(d, frame, layout1029, m, layout1029Head, m, {fields::k1029}))
-        return;
-    d.station = m.staid;
+void tell(Description& d, const TextMessage& m) {
     d.time = utcText(m.mjd, m.secondsOfDay);
-    const std::string said = clean({m.text.data(), static_cast<std::size_t>(m.bytes)});
-    d.note = '"' + said + '"';
-    d.fields.push_back({{"text", 140}, said});
+    d.note = '"' + clean({m.text.data(), static_cast<std::size_t>(m.bytes)}) + '"';
 }
 
-void describeBiases(Description& d, Frame frame) {
-    Biases1230 m;
-    BitReader in = messageOf(frame);
-    layout1230(in, m); // which biases there are
-    std::vector<FieldName> sent;
-    for (std::size_t i = 0; i < fields::k1230Biases.size(); ++i)
-        if (m.mask & 8 >> i)
-            sent.push_back(fields::k1230Biases[i]);
-    if (!read(d, frame, layout1230, {fields::k1230, sent}, m))
-        return;
-    d.station = m.staid;
+void tell(Description& d, const BiasMessage& m) {
+    constexpr int first = 423, last = 426; // DF numbers of the biases
     d.note = m.align ? "aligned" : "not aligned";
-    for (const Field& f : std::span(d.fields).subspan(fields::k1230.size()))
-        d.note += text(", %s %s m", f.name.name, textOf(f.value).c_str());
+    for (const Field& f : d.fields)
+        if (f.name.df >= first && f.name.df <= last)
+            d.note += text(", %s %s m", f.name.name, textOf(f.value).c_str());
 }
 
-void describeContents(Description& d, Frame f) {
-    using namespace fields;
-    switch (d.type) {
-    case 1005:
-        return describePosition(d, f, layout1005, k1005);
-    case 1006:
-        return describePosition(d, f, layout1006, k1006);
-    case 1007:
-        return describeAntenna(d, f, layout1007, k1007);
-    case 1008:
-        return describeAntenna(d, f, layout1008, k1008);
-    case 1013:
-        return describeParameters(d, f);
-    case 1019:
-        return describeKepler(d, f, layout1019, k1019, 'G', "GPS");
-    case 1020:
-        return describeGlonass(d, f);
-    case 1029:
-        return describeText(d, f);
-    case 1033:
-        return describeAntenna(d, f, layout1033, k1033);
-    case 63:
-    case 1042:
-        return describeKepler(d, f, layout1042, k1042, 'C', "BDT");
-    case 1044:
-        return describeKepler(d, f, layout1044, k1044, 'J', "QZSS");
-    case 1045:
-        return describeKepler(d, f, layout1045, k1045, 'E', "GST");
-    case 1046:
-        return describeKepler(d, f, layout1046, k1046, 'E', "GST");
-    case 1230:
-        return describeBiases(d, f);
-    default:
-        break;
-    }
+void describeContents(Description& d, Frame frame) {
+    visitMessage(d.type, [&](const auto& row) {
+        auto m = row.blank();
+        if (!read(d, frame, row.layout, m))
+            return;
+        if constexpr (requires { m.staid; })
+            d.station = m.staid;
+        if constexpr (requires { tell(d, m); }) // else its fields say all
+            tell(d, m);
+    });
     if (isLegacy(d.type))
-        describeLegacy(d, f);
+        describeLegacy(d, frame);
     else if (isMsm4To7(d.type))
-        describeMsm(d, f);
+        describeMsm(d, frame);
 }
 
 } // namespace
@@ -382,12 +307,15 @@ void describeContents(Description& d, Frame f) {
 std::string messageName(int type) {
     if (type < 0)
         return "empty";
-    if (type >= 1071 && type <= 1137 && type % 10 >= 1 && type % 10 <= 7)
-        return text("%s MSM%d", kSystemNames[systemRow(type)].name, type % 10);
-    for (const NamedType& n : kNamedTypes)
+    std::string name;
+    visitMessage(type, [&](const auto& row) { name = row.name; });
+    visitObservations(type, [&](const auto& row) {
+        name = row.first == row.last ? row.name : text("%s%d", row.name, type % 10);
+    });
+    for (const NamedType& n : kOtherTypes)
         if (type >= n.first && type <= n.last)
-            return n.name;
-    return text("type %d, unknown", type);
+            name = n.name;
+    return name.empty() ? text("type %d, unknown", type) : name;
 }
 
 int messageType(std::span<const std::uint8_t> frame) {
@@ -410,7 +338,10 @@ bool isObservation(int type) {
 }
 
 bool isEphemeris(int type) {
-    return type == 1019 || type == 1020 || type == 63 || (type >= 1041 && type <= 1046);
+    constexpr int navic = 1041, sbas = 1043;
+    bool ephemeris = type == navic || type == sbas;
+    visitMessage(type, [&](const auto& row) { ephemeris = row.system != kNoSystem; });
+    return ephemeris;
 }
 
 } // namespace ctl::dump

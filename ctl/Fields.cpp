@@ -2,6 +2,8 @@
 
 #include "common/Findings.h"
 
+#include <utility>
+
 namespace ctl::dump {
 
 std::string textOf(const Value& value) {
@@ -14,22 +16,16 @@ std::string textOf(const Value& value) {
     return std::visit(Visitor{}, value);
 }
 
-void FieldReader::add(Value value) {
-    const std::size_t i = fields_.size();
-    FieldName name{"?", 0};
-    if (i < names_.head.size())
-        name = names_.head[i];
-    else if (!names_.repeated.empty())
-        name = names_.repeated[(i - names_.head.size()) % names_.repeated.size()];
-    if (auto* const number = std::get_if<std::int64_t>(&value))
-        *number += name.origin;
-    if (auto* const string = std::get_if<std::string>(&value))
-        *string = clean(*string);
+void FieldReader::add(const DataField& name, Value value) {
     fields_.push_back({name, std::move(value)});
 }
 
-void FieldReader::addMask(int width, std::uint64_t bits) {
-    add(::text("0x%0*llX", width / 4, static_cast<unsigned long long>(bits)));
+void FieldReader::addText(const DataField& name, std::string_view said) {
+    add(name, clean(said));
+}
+
+void FieldReader::addMask(const DataField& name, int width, std::uint64_t bits) {
+    add(name, ::text("0x%0*llX", width / 4, static_cast<unsigned long long>(bits)));
 }
 
 namespace {

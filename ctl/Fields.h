@@ -5,26 +5,14 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
-/// Fields: the fields of a message by name. FieldReader runs over a layout of rtcm/ like BitReader
-/// and keeps every value with its name, DF number and unit (RTCM 10403.x).
+/// Fields: the fields of a message with what they are. FieldReader runs over a layout of rtcm/ like
+/// BitReader and keeps every value as it was sent, in the unit of the standard (RTCM 10403.x).
 
 namespace ctl::dump {
-
-struct FieldName {
-    const char* name;
-    int df;                // 0 = none of its own
-    const char* unit = ""; // of a value that is not a bare number
-    int origin = 0;        // added to the number sent
-};
-
-/// Names of a layout's fields in order; the repeated ones go on for ever after the others.
-struct FieldNames {
-    std::span<const FieldName> head;
-    std::span<const FieldName> repeated{};
-};
 
 /// std::monostate: the message says that there is no value.
 using Value = std::variant<std::monostate, std::int64_t, double, std::string>;
@@ -32,7 +20,7 @@ using Value = std::variant<std::monostate, std::int64_t, double, std::string>;
 std::string textOf(const Value& value);
 
 struct Field {
-    FieldName name;
+    DataField name;
     Value value;
 };
 
@@ -40,7 +28,7 @@ class FieldReader {
 public:
     static constexpr bool kReads = true;
 
-    FieldReader(BitReader in, const FieldNames& names) : in_(in), names_(names) {}
+    explicit FieldReader(BitReader in) : in_(in) {}
 
     bool ok() const { return in_.ok(); }
     std::size_t left() const { return in_.left(); }
@@ -48,66 +36,55 @@ public:
     std::vector<Field>& fields() { return fields_; }
 
     /// What was sent, whatever it should have been.
-    void fixed(int width, std::uint32_t) {
+    void fixed(int width, std::uint32_t, const DataField& name) {
         std::uint32_t sent = 0;
-        u(width, sent);
+        u(width, sent, name);
     }
-    template <std::integral T> void u(int width, T& value) {
+    template <std::integral T> void u(int width, T& value, const DataField& name) {
         in_.u(width, value);
         if (width < 32)
-            add(static_cast<std::int64_t>(value));
+            add(name, static_cast<std::int64_t>(value) + name.origin);
         else
-            addMask(width, static_cast<std::uint64_t>(value));
+            addMask(name, width, static_cast<std::uint64_t>(value));
     }
-    void u(int width, double& value, double unit) {
-        in_.u(width, value, unit);
-        add(value);
+    void u(int width, double& value, double unit, const DataField& name) {
+        in_.u(width, value, unit / name.held);
+        keep(name, value);
     }
-    void s(int width, double& value, double unit) {
-        in_.s(width, value, unit);
-        add(value);
+    void s(int width, double& value, double unit, const DataField& name) {
+        in_.s(width, value, unit / name.held);
+        keep(name, value);
     }
-    void sm(int width, double& value, double unit) {
-        in_.sm(width, value, unit);
-        add(value);
+    void sm(int width, double& value, double unit, const DataField& name) {
+        in_.sm(width, value, unit / name.held);
+        keep(name, value);
     }
-    void sOrNone(int width, double& value, double unit) {
-        in_.sOrNone(width, value, unit);
-        add(isNone(value) ? Value{} : Value{value});
+    void sOrNone(int width, double& value, double unit, const DataField& name) {
+        in_.sOrNone(width, value, unit / name.held);
+        keep(name, value);
     }
-    void text(Descriptor& value) {
+    void text(Descriptor& value, const DataField& name) {
         in_.text(value);
-        add(std::string(view(value)));
+        addText(name, view(value));
+    }
+    void chars(std::span<char> value, const DataField& name) {
+        in_.chars(value);
+        addText(name, {value.data(), value.size()});
     }
 
 private:
-    void add(Value value);
-    void addMask(int width, std::uint64_t bits);
+    /// The field as sent; the record's value in its own unit.
+    void keep(const DataField& name, double& value) {
+        add(name, isNone(value) ? Value{} : Value{value});
+        value *= name.held;
+    }
+    void add(const DataField& name, Value value);
+    void addText(const DataField& name, std::string_view said);
+    void addMask(const DataField& name, int width, std::uint64_t bits);
 
     BitReader in_;
-    FieldNames names_;
     std::vector<Field> fields_;
 };
-
-/// Counts the fields of a layout.
-class FieldCounter {
-public:
-    static constexpr bool kReads = false;
-    constexpr void fixed(int, std::uint32_t) { ++count; }
-    template <class T> constexpr void u(int, const T&, double = 1.0) { ++count; }
-    template <class T> constexpr void s(int, const T&, double = 1.0) { ++count; }
-    constexpr void sm(int, const double&, double) { ++count; }
-    constexpr void sOrNone(int, const double&, double) { ++count; }
-    constexpr void text(const Descriptor&) { ++count; }
-    std::size_t count = 0;
-};
-
-template <class Record, class Layout> constexpr std::size_t fieldsOf(const Layout& layout) {
-    FieldCounter counter;
-    const Record record{};
-    layout(counter, record);
-    return counter.count;
-}
 
 /// Text from a message made fit for a terminal and for JSON: well-formed UTF-8 without control
 /// characters, '?' in place of the rest. What turns the direction of a line stands as \u202E.

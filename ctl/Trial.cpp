@@ -136,9 +136,9 @@ void Trial::see(const Found& found) {
     const bool station = d.type == 1005 || d.type == 1006;
     if (!station || !d.decoded || result_.places.size() == kMostPlaces)
         return;
-    WirePosition w;
+    PositionMessage w;
     BitReader in = messageOf(found.bytes);
-    layout1005(in, w); // 1006 begins with the same fields
+    layoutPosition<1005>(in, w); // 1006 begins with the same fields
     const auto same = [&](const StatedPlace& p) {
         return p.type == d.type && p.station == w.staid && p.xyz == w.pos;
     };

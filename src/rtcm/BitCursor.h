@@ -17,9 +17,10 @@
 /// standard's list of fields; BitReader fills a record from it, BitWriter writes one, BitCounter
 /// counts its bits. Field kinds: fixed (constant, skipped in reading), u (unsigned), s (two's
 /// complement), sm (sign and magnitude), sOrNone (s whose most negative value means "none"),
-/// text (8-bit count and characters). Fields have 32 bits at most, but u of a 64-bit integer and s
-/// of a double have up to 64. A cursor's kReads tells a layout whether the record is being
-/// filled; fail() then says that the message contradicts itself.
+/// text (8-bit count and characters), chars (characters counted elsewhere). Fields have 32 bits at
+/// most, but u of a 64-bit integer and s of a double have up to 64. Every field says what it is
+/// (df), for those who show it: these three do not look at it. A cursor's kReads tells a layout
+/// whether the record is being filled; fail() then says that the message contradicts itself.
 
 /// What sOrNone holds for "none".
 inline constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
@@ -55,9 +56,61 @@ inline double roundHalfUp(double x) {
     return whole > up ? whole - 1.0 : whole;
 }
 
-class BitReader {
+/// A data field of the standard.
+struct DataField {
+    int df; // number; 0 = none of its own
+    const char* name;
+    const char* unit = ""; // of a value that is not a bare number
+    double held = 1.0;     // what the record holds for one such unit
+    int origin = 0;        // added to the number sent
+};
+constexpr DataField df(int number, const char* name, const char* unit = "", double held = 1.0) {
+    return {number, name, unit, held};
+}
+
+/// The fields of a layout, for a cursor that moves bits: what they are costs nothing there.
+template <class Cursor> class BitFields {
+public:
+    [[gnu::always_inline]] constexpr void fixed(int width, std::uint32_t value, const DataField&) {
+        self().fixed(width, value);
+    }
+    template <class T>
+    [[gnu::always_inline]] constexpr void u(int width, T& value, const DataField&) {
+        self().u(width, value);
+    }
+    template <class T>
+    [[gnu::always_inline]] constexpr void u(int width, T& value, double unit, const DataField&) {
+        self().u(width, value, unit);
+    }
+    template <class T>
+    [[gnu::always_inline]] constexpr void s(int width, T& value, double unit, const DataField&) {
+        self().s(width, value, unit);
+    }
+    template <class T>
+    [[gnu::always_inline]] constexpr void sm(int width, T& value, double unit, const DataField&) {
+        self().sm(width, value, unit);
+    }
+    template <class T>
+    [[gnu::always_inline]] constexpr void sOrNone(int width, T& value, double unit,
+                                                  const DataField&) {
+        self().sOrNone(width, value, unit);
+    }
+    template <class T> [[gnu::always_inline]] constexpr void text(T& value, const DataField&) {
+        self().text(value);
+    }
+    template <class T> [[gnu::always_inline]] constexpr void chars(T value, const DataField&) {
+        self().chars(value);
+    }
+
+private:
+    constexpr Cursor& self() { return static_cast<Cursor&>(*this); }
+};
+
+class BitReader : public BitFields<BitReader> {
 public:
     static constexpr bool kReads = true;
+    using BitFields::chars, BitFields::fixed, BitFields::s, BitFields::sm, BitFields::sOrNone;
+    using BitFields::text, BitFields::u;
 
     /// Reads a message. What lies past its end reads as 0 and makes ok() false.
     explicit BitReader(std::span<const std::uint8_t> message)
@@ -106,6 +159,10 @@ public:
             if (i + 1 < value.size())
                 value[i] = c;
         }
+    }
+    void chars(std::span<char> value) {
+        for (char& c : value)
+            u(8, c);
     }
 
 private:
@@ -157,9 +214,11 @@ private:
 };
 
 /// Writes a message; what the room cannot hold is dropped. finish() ends it.
-class BitWriter {
+class BitWriter : public BitFields<BitWriter> {
 public:
     static constexpr bool kReads = false;
+    using BitFields::chars, BitFields::fixed, BitFields::s, BitFields::sm, BitFields::sOrNone;
+    using BitFields::text, BitFields::u;
 
     explicit BitWriter(std::span<std::uint8_t> room) : room_(room) {}
 
@@ -203,7 +262,10 @@ public:
     void text(const Descriptor& value) {
         const std::string_view v = view(value).substr(0, kMaxText);
         put(8, static_cast<std::uint32_t>(v.size()));
-        for (const char c : v)
+        chars(v);
+    }
+    void chars(std::span<const char> value) {
+        for (const char c : value)
             put(8, static_cast<std::uint8_t>(c));
     }
 
@@ -239,25 +301,31 @@ private:
     int held_ = 0; // low bits of `pending_` that are to follow them
 };
 
-/// Counts the bits of a layout without texts.
-class BitCounter {
+/// Counts the bits of a layout; texts are taken as empty.
+class BitCounter : public BitFields<BitCounter> {
 public:
     static constexpr bool kReads = false;
+    using BitFields::chars, BitFields::fixed, BitFields::s, BitFields::sm, BitFields::sOrNone;
+    using BitFields::text, BitFields::u;
 
     constexpr void fixed(int width, std::uint32_t) { bits_ += width; }
     template <class T> constexpr void u(int width, const T&, double = 1.0) { bits_ += width; }
     template <class T> constexpr void s(int width, const T&, double = 1.0) { bits_ += width; }
     constexpr void sm(int width, const double&, double) { bits_ += width; }
     constexpr void sOrNone(int width, const double&, double) { bits_ += width; }
+    constexpr void text(const Descriptor&) { bits_ += 8; }
+    constexpr void chars(std::span<const char> value) {
+        bits_ += 8 * static_cast<int>(value.size());
+    }
     constexpr int bits() const { return bits_; }
 
 private:
     int bits_ = 0;
 };
 
-template <class Record, class Layout> constexpr int bitsOf(const Layout& layout) {
+template <class Layout, class Record>
+constexpr int bitsOf(const Layout& layout, const Record& record) {
     BitCounter counter;
-    const Record record{};
     layout(counter, record);
     return counter.bits();
 }

@@ -5,10 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
 
 /// Frame: the transport layer of RTCM 3 (RTCM 10403.x): preamble, six reserved bits, ten bits of
-/// length, message, CRC-24Q; and whole frames from a layout and its record.
+/// length, message, CRC-24Q.
 
 inline constexpr std::uint8_t kPreamble = 0xD3;
 inline constexpr std::size_t kHeaderBytes = 3; // preamble, reserved bits, length
@@ -22,28 +21,10 @@ inline constexpr std::size_t kMessageBit = 8 * kHeaderBytes; // first bit of a m
 /// bytes or the frame does not fit.
 std::size_t closeFrame(std::span<std::uint8_t> buff, std::size_t nbit);
 
-/// The frame of one message; empty where the message is too long.
-template <class Layout, class Record>
-std::vector<std::uint8_t> frameOf(const Layout& layout, const Record& record) {
-    std::vector<std::uint8_t> buff(kMaxFrame);
-    BitWriter out{std::span(buff).subspan(kHeaderBytes)};
-    layout(out, record);
-    buff.resize(closeFrame(buff, kMessageBit + out.finish()));
-    return buff;
-}
-
 /// The message of a whole frame, between header and check word.
 inline BitReader messageOf(std::span<const std::uint8_t> frame) {
     constexpr std::size_t around = kHeaderBytes + kCheckBytes;
     if (frame.size() < around)
         return BitReader({});
     return BitReader(frame.subspan(kHeaderBytes, frame.size() - around));
-}
-
-/// Fills a record from a whole frame; false where the message is shorter than its layout.
-template <class Layout, class Record>
-bool readFrame(const Layout& layout, std::span<const std::uint8_t> frame, Record& record) {
-    BitReader in = messageOf(frame);
-    layout(in, record);
-    return in.ok();
 }

@@ -69,22 +69,5 @@ inline std::uint16_t snratio(double cnr) {
 }
 /// Learns a GLONASS channel from the stream.
 void learnChannel(RtcmState& s, int slot, int channel);
-
-int decodeMsm(RtcmState& s, int type);
-int decodeLegacy(RtcmState& s, int type);
-
-int decode_type1005(RtcmState& s);
-int decode_type1006(RtcmState& s);
-int decode_type1007(RtcmState& s);
-int decode_type1008(RtcmState& s);
-int decode_type1029(RtcmState& s);
-int decode_type1033(RtcmState& s);
-int decode_type1230(RtcmState& s);
-
-int decode_type1019(RtcmState& s);
-int decode_type1020(RtcmState& s);
+/// NavIC satellites have no numbers, so every one of their ephemerides is refused.
 int decode_type1041(RtcmState& s);
-int decode_type1042(RtcmState& s);
-int decode_type1044(RtcmState& s);
-int decode_type1045(RtcmState& s);
-int decode_type1046(RtcmState& s);

@@ -2,10 +2,9 @@
 
 #include "rtcm/rtcm.h"
 
-/// encode: the encoders of the messages and what they share. Each writes its message into buff
-/// from bit 24 on, leaves the number of bits in nbit and returns 1. It returns 0 when the state
-/// lacks what the message needs.
+/// encode: what the encoders of the messages share.
 
+/// Writes a message into buff from bit 24 on and leaves the number of bits in nbit; 1.
 template <class Layout, class Record>
 int writeMessage(RtcmState& s, const Layout& layout, const Record& record) {
     BitWriter out{std::span(s.buff).subspan(kHeaderBytes)};
@@ -31,21 +30,3 @@ inline double lockTime(RtcmState& s, const ObsRecord& record, std::size_t slot, 
     start = record.time;
     return 0.0;
 }
-
-int encodeMsm(RtcmState& s, int type, int sync);
-int encodeLegacy(RtcmState& s, int type, int sync);
-
-int encode_type1005(RtcmState& s);
-int encode_type1006(RtcmState& s);
-int encode_type1007(RtcmState& s);
-int encode_type1008(RtcmState& s);
-int encode_type1033(RtcmState& s);
-int encode_type1230(RtcmState& s);
-
-int encode_type1019(RtcmState& s);
-int encode_type1020(RtcmState& s);
-int encode_type1042(RtcmState& s);
-int encode_type63(RtcmState& s);
-int encode_type1044(RtcmState& s);
-int encode_type1045(RtcmState& s);
-int encode_type1046(RtcmState& s);

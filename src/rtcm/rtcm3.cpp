@@ -1,45 +1,50 @@
+#include "rtcm/Messages.h"
 #include "rtcm/decode.h"
-#include "rtcm/layouts/Legacy.h"
 
 #include "common/Clock.h"
 #include "common/Findings.h"
 #include "common/Print.h"
 
-#include <array>
 #include <cmath>
 #include <cstdlib>
 
 namespace {
 
-struct Handler {
-    int type;
-    int (*decode)(RtcmState&);
-};
-constexpr std::array<Handler, 15> kHandlers{{{1005, decode_type1005},
-                                             {1006, decode_type1006},
-                                             {1007, decode_type1007},
-                                             {1008, decode_type1008},
-                                             {1019, decode_type1019},
-                                             {1020, decode_type1020},
-                                             {1029, decode_type1029},
-                                             {1033, decode_type1033},
-                                             {1041, decode_type1041},
-                                             {1042, decode_type1042},
-                                             {63, decode_type1042},
-                                             {1044, decode_type1044},
-                                             {1045, decode_type1045},
-                                             {1046, decode_type1046},
-                                             {1230, decode_type1230}}};
+/// Whether the options leave a message out, unread: also one that is cut off is not malformed then.
+bool leftOut(const RtcmState& s, int type) {
+    return (type == 1045 && hasOption(s, "-GALINAV")) || (type == 1046 && hasOption(s, "-GALFNAV"));
+}
+
+template <class Record> void traceShort(const RtcmState& s, int type, const Record& m) {
+    if constexpr (requires { m.bytes; })
+        if (m.bytes > 0) { // its text is cut off, not what stands before
+            trace(2, "rtcm3 %d length error: len=%d nchar=%d\n", type, s.len, m.bytes);
+            return;
+        }
+    trace(2, "rtcm3 %d length error: len=%d\n", type, s.len);
+}
+
+/// Not inlined: the records of all messages would make the stack frame of each dispatch.
+template <class Row> [[gnu::noinline]] int readMessage(RtcmState& s, const Row& row) {
+    if (!row.read || leftOut(s, row.type))
+        return kNothing;
+    typename Row::Record m = row.blank();
+    BitReader in = messageOf(s);
+    row.layout(in, m);
+    if (!in.ok()) {
+        traceShort(s, row.type, m);
+        return kMalformed;
+    }
+    return row.read(s, m);
+}
 
 int dispatch(RtcmState& s, int type) {
-    if (type >= 1071 && type <= 1137)
-        return decodeMsm(s, type);
-    if (isLegacy(type))
-        return decodeLegacy(s, type);
-    for (const Handler& handler : kHandlers)
-        if (handler.type == type)
-            return handler.decode(s);
-    return kNothing;
+    if (type == 1041)
+        return decode_type1041(s);
+    int status = kNothing;
+    if (!visitObservations(type, [&](const auto& row) { status = row.read(s, type); }))
+        visitMessage(type, [&](const auto& row) { status = readMessage(s, row); });
+    return status;
 }
 
 } // namespace

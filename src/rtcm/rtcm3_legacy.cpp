@@ -1,5 +1,5 @@
+#include "rtcm/Messages.h"
 #include "rtcm/decode.h"
-#include "rtcm/layouts/Legacy.h"
 
 #include "common/ComCoord.h"
 #include "common/Print.h"

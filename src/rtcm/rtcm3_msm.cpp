@@ -1,5 +1,5 @@
+#include "rtcm/Messages.h"
 #include "rtcm/decode.h"
-#include "rtcm/layouts/Msm.h"
 
 #include "common/ComCoord.h"
 #include "common/Print.h"
@@ -11,8 +11,8 @@ namespace {
 constexpr std::size_t kMainSlots = 4; // the slot after them takes one further signal
 
 /// The message, and its masks as lists.
-struct Message : MsmMessage {
-    explicit Message(int type) : system(msmSystem(type)) {}
+struct ReceivedMsm : MsmMessage {
+    explicit ReceivedMsm(int type) : system(msmSystem(type)) {}
 
     const MsmSystem& system;
     std::array<int, kMsmSatellites> ids; // 1..64
@@ -28,7 +28,7 @@ struct Signal {
 using Signals = std::array<Signal, kMsmSignals>;
 
 /// The masks and the body; false where they do not fit each other or the frame.
-bool readBody(const RtcmState& s, BitReader& in, Message& m, int type) {
+bool readBody(const RtcmState& s, BitReader& in, ReceivedMsm& m, int type) {
     m.countHead();
     listBits(m.head.satellites, m.ids);
     listBits(m.head.signals, m.signalIds);
@@ -53,7 +53,7 @@ bool readBody(const RtcmState& s, BitReader& in, Message& m, int type) {
 
 /// Gives every signal its slot: the best priority of a main slot holds it, the first of the
 /// others goes to the extended slot, the rest are dropped.
-void sigindex(const Message& m, std::string_view options, Signals& signals) {
+void sigindex(const ReceivedMsm& m, std::string_view options, Signals& signals) {
     std::array<int, kMainSlots> best{};
     std::array<std::size_t, kMainSlots> holder{};
     std::array<bool, kMsmSignals> extended{};
@@ -91,7 +91,7 @@ void sigindex(const Message& m, std::string_view options, Signals& signals) {
 }
 
 /// Writes the signal list, such as "1C,2W", into the system's entry.
-void nameSignals(RtcmState& s, const Message& m) {
+void nameSignals(RtcmState& s, const ReceivedMsm& m) {
     if (m.system.msmtype < 0)
         return;
     auto& out = s.msmtype[static_cast<std::size_t>(m.system.msmtype)];
@@ -108,7 +108,7 @@ void nameSignals(RtcmState& s, const Message& m) {
     out[at] = '\0';
 }
 
-Signals signalsOf(RtcmState& s, const Message& m, int type) {
+Signals signalsOf(RtcmState& s, const ReceivedMsm& m, int type) {
     Signals signals;
     for (std::size_t i = 0; i < m.signalCount; ++i) {
         const auto id = static_cast<std::size_t>(m.signalIds[i]);
@@ -142,7 +142,7 @@ void storeCell(RtcmState& s, ObsRecord& record, const Signal& signal, double hz,
 }
 
 /// Puts the cells of a whole message into the records of its epoch.
-void save_msm_obs(RtcmState& s, const Message& m, const EpochMessage& e) {
+void save_msm_obs(RtcmState& s, const ReceivedMsm& m, const EpochMessage& e) {
     const Signals signals = signalsOf(s, m, e.type);
     const MsmCell* cell = m.cells.data();
     std::uint64_t mask = m.pairs() == 0 ? 0 : m.cellMask << (kMsmCells - m.pairs());
@@ -178,7 +178,7 @@ void save_msm_obs(RtcmState& s, const Message& m, const EpochMessage& e) {
 int decodeMsm(RtcmState& s, int type) {
     if (!isMsm4To7(type))
         return kNothing;
-    Message m(type);
+    ReceivedMsm m(type);
     BitReader in = messageOf(s);
     layoutMsmHead(in, m.head);
     EpochMessage e{type, m.system.system, m.head.staid, m.head.epoch, m.head.more != 0, {}};

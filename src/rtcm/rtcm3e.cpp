@@ -1,41 +1,22 @@
+#include "rtcm/Messages.h"
 #include "rtcm/encode.h"
-#include "rtcm/layouts/Legacy.h"
-#include "rtcm/layouts/Msm.h"
 
 #include "common/ComCoord.h"
 
-#include <array>
 #include <cmath>
 
 namespace {
 
-struct Encoder {
-    int type;
-    int (*encode)(RtcmState&);
-};
-constexpr std::array<Encoder, 13> kEncoders{{{1005, encode_type1005},
-                                             {1006, encode_type1006},
-                                             {1007, encode_type1007},
-                                             {1008, encode_type1008},
-                                             {1019, encode_type1019},
-                                             {1020, encode_type1020},
-                                             {1033, encode_type1033},
-                                             {1042, encode_type1042},
-                                             {63, encode_type63},
-                                             {1044, encode_type1044},
-                                             {1045, encode_type1045},
-                                             {1046, encode_type1046},
-                                             {1230, encode_type1230}}};
+template <class Row> [[gnu::noinline]] int encodeMessage(RtcmState& s, const Row& row) {
+    typename Row::Record m = row.blank();
+    return row.write && row.write(s, m) ? writeMessage(s, row.layout, m) : 0;
+}
 
 int dispatch(RtcmState& s, int type, int sync) {
-    if (isMsm4To7(type))
-        return encodeMsm(s, type, sync);
-    if (isLegacy(type))
-        return encodeLegacy(s, type, sync);
-    for (const Encoder& encoder : kEncoders)
-        if (encoder.type == type)
-            return encoder.encode(s);
-    return 0;
+    int result = 0;
+    if (!visitObservations(type, [&](const auto& row) { result = row.write(s, type, sync); }))
+        visitMessage(type, [&](const auto& row) { result = encodeMessage(s, row); });
+    return result;
 }
 
 std::uint32_t milliseconds(double seconds) {

@@ -1,5 +1,5 @@
+#include "rtcm/Messages.h"
 #include "rtcm/encode.h"
-#include "rtcm/layouts/Legacy.h"
 
 #include "common/Print.h"
 

@@ -1,5 +1,5 @@
+#include "rtcm/Messages.h"
 #include "rtcm/encode.h"
-#include "rtcm/layouts/Msm.h"
 
 #include "common/ComCoord.h"
 #include "common/Print.h"
@@ -237,6 +237,8 @@ void fillSatellites(MsmMessage& m, MsmContents& c, GTime time) {
 } // namespace
 
 int encodeMsm(RtcmState& s, int type, int sync) {
+    if (!isMsm4To7(type))
+        return 0;
     const auto row = static_cast<std::size_t>((type - 1070) / 10);
     const System system = msmSystem(type).system;
     MsmContents c(type);

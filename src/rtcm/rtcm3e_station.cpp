@@ -1,43 +1,29 @@
-#include "rtcm/encode.h"
-#include "rtcm/layouts/StationMessages.h"
+#include "rtcm/Messages.h"
 
-namespace {
-
-/// What 1005 and 1006 say. The services are deliberately constants, whatever the state holds.
-WirePosition positionOf(const RtcmState& s) {
-    return {.staid = s.staid,
-            .itrf = s.sta.itrf,
-            .gps = 1,
-            .glonass = 1,
-            .pos = s.sta.pos,
-            .oscillator = 1,
-            .hgt = s.sta.hgt};
+/// 1005 and 1006. The services are deliberately constants, whatever the state holds.
+bool encodePosition(RtcmState& s, PositionMessage& m) {
+    m.staid = s.staid;
+    m.itrf = s.sta.itrf;
+    m.gps = m.glonass = 1;
+    m.pos = s.sta.pos;
+    m.oscillator = 1;
+    m.hgt = s.sta.hgt;
+    return true;
 }
 
-} // namespace
-
-int encode_type1005(RtcmState& s) {
-    return writeMessage(s, layout1005, positionOf(s));
-}
-int encode_type1006(RtcmState& s) {
-    return writeMessage(s, layout1006, positionOf(s));
-}
-int encode_type1007(RtcmState& s) {
-    return writeMessage(s, layout1007, WireStation{s.staid, s.sta});
-}
-int encode_type1008(RtcmState& s) {
-    return writeMessage(s, layout1008, WireStation{s.staid, s.sta});
-}
-int encode_type1033(RtcmState& s) {
-    return writeMessage(s, layout1033, WireStation{s.staid, s.sta});
+/// 1007, 1008 and 1033.
+bool encodeEquipment(RtcmState& s, EquipmentMessage& m) {
+    m = {s.staid,       s.sta.antsetup, s.sta.antdes, s.sta.antsno,
+         s.sta.rectype, s.sta.recver,   s.sta.recsno};
+    return true;
 }
 
 /// A bias of 0 stands for none, but where the station says that it has aligned its phases with
 /// its ranges: there 0 is the bias.
-int encode_type1230(RtcmState& s) {
-    Biases1230 m{.staid = s.staid, .align = s.sta.glo_cp_align, .biasM = s.sta.glo_cp_bias};
+bool encode_type1230(RtcmState& s, BiasMessage& m) {
+    m = {.staid = s.staid, .align = s.sta.glo_cp_align, .biasM = s.sta.glo_cp_bias};
     for (std::size_t i = 0; i < m.biasM.size(); ++i)
         if (m.align || m.biasM[i] != 0.0)
             m.mask |= 8 >> i;
-    return writeMessage(s, layout1230, m);
+    return true;
 }

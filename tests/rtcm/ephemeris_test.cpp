@@ -271,6 +271,9 @@ TEST(Ephemerides, OfUnknownSatellitesOrCutShortAreMalformed) {
         Bytes body = good.body;
         body.pop_back();
         EXPECT_EQ(feed(*state, frame(body)), std::vector<int>{kMalformed}) << good.type;
+        state->opt = "-GALINAV -GALFNAV"; // what is left out is not even looked at
+        EXPECT_EQ(feed(*state, frame(body)).empty(), good.type == 1045 || good.type == 1046);
+        state->opt.clear();
         body = good.body; // satellite id 0
         body[1] &= 0xF0;
         body[2] &= good.type == 1044 ? 0xFF : 0x3F;

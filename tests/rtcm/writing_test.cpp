@@ -1,13 +1,13 @@
 #include "session.h"
 
+#include "ctl/Encode.h"
 #include "reference/standard/ephemeris.h"
+#include "reference/standard/legacy.h"
 #include "reference/standard/msm.h"
-#include "rtcm/layouts/EphemerisMessages.h"
-#include "rtcm/layouts/Legacy.h"
-#include "rtcm/layouts/Msm.h"
-#include "rtcm/layouts/StationMessages.h"
+#include "rtcm/Messages.h"
 
 #include <map>
+#include <set>
 
 // Layouts as writers. Expectations are bit strings typed field by field, the writers of reference/,
 // and recorded frames.
@@ -17,6 +17,23 @@ namespace {
 using ref::BitString;
 using ref::Bytes;
 using ref::frame;
+
+/// The frame of one message; empty where the message is too long.
+template <class Layout, class Record> Bytes frameOf(const Layout& layout, const Record& record) {
+    Bytes buff(kMaxFrame);
+    BitWriter out{std::span(buff).subspan(kHeaderBytes)};
+    layout(out, record);
+    buff.resize(closeFrame(buff, kMessageBit + out.finish()));
+    return buff;
+}
+
+/// Fills a record from a whole frame; false where the message is shorter than its layout.
+template <class Layout, class Record>
+bool readFrame(const Layout& layout, std::span<const std::uint8_t> frame, Record& record) {
+    BitReader in = messageOf(frame);
+    layout(in, record);
+    return in.ok();
+}
 
 /// Reads a frame into a new record and writes that again.
 template <class Record, class Layout> Bytes again(const Layout& layout, const Bytes& bytes) {
@@ -40,38 +57,13 @@ void put(Descriptor& d, std::string_view text) {
 
 /// A frame read and written again by the layout of its type; empty for other types.
 Bytes rewritten(const ref::Frame& f) {
-    switch (f.type) {
-    case 1005:
-        return again<WirePosition>(layout1005, f.bytes);
-    case 1006:
-        return again<WirePosition>(layout1006, f.bytes);
-    case 1007:
-        return again<WireStation>(layout1007, f.bytes);
-    case 1008:
-        return again<WireStation>(layout1008, f.bytes);
-    case 1013:
-        return again<SystemParameters>(layout1013, f.bytes);
-    case 1019:
-        return again<WireEph>(layout1019, f.bytes);
-    case 1020:
-        return again<WireGlonass>(layout1020, f.bytes);
-    case 1029:
-        return again<UnicodeText>(layout1029, f.bytes);
-    case 1033:
-        return again<WireStation>(layout1033, f.bytes);
-    case 1042:
-        return again<WireEph>(layout1042, f.bytes);
-    case 1044:
-        return again<WireEph>(layout1044, f.bytes);
-    case 1045:
-        return again<WireEph>(layout1045, f.bytes);
-    case 1046:
-        return again<WireEph>(layout1046, f.bytes);
-    case 1230:
-        return again<Biases1230>(layout1230, f.bytes);
-    default:
-        break;
-    }
+    Bytes bytes;
+    visitMessage(f.type, [&](const auto& row) {
+        using Row = std::remove_cvref_t<decltype(row)>;
+        bytes = again<typename Row::Record>(row.layout, f.bytes);
+    });
+    if (!bytes.empty())
+        return bytes;
     if (isLegacy(f.type))
         return again<LegacyMessage>(layoutLegacy, f.bytes);
     return isMsm4To7(f.type) ? again<MsmMessage>(layoutMsm, f.bytes) : Bytes{};
@@ -107,50 +99,48 @@ ref::Kepler kepler(int type) {
     return k;
 }
 
-WireEph wireOf(const ref::Kepler& k) {
-    constexpr double semicircle = 3.1415926535898;
-    WireEph w;
-    w.id = k.id;
-    w.week = k.week;
-    w.sva = k.ura;
-    w.iode = k.iode;
-    w.iodc = k.iodc;
-    w.code = k.codeL2;
-    w.flag = k.l2p;
-    w.longFit = k.fit;
-    w.svh = k.health;
+KeplerMessage messageOf(const ref::Kepler& k) {
+    KeplerMessage m;
+    m.id = k.id;
+    m.week = k.week;
+    m.sva = k.ura;
+    m.iode = k.iode;
+    m.iodc = k.iodc;
+    m.code = k.codeL2;
+    m.flag = k.l2p;
+    m.longFit = k.fit;
+    m.svh = k.health;
     if (k.type == 1045) {
-        w.svh = k.health >> 1; // two bits of health, one of validity
-        w.valid = k.health & 1;
+        m.svh = k.health >> 1; // two bits of health, one of validity
+        m.valid = k.health & 1;
     } else if (k.type == 1046) { // E5b, then E1-B
-        w.svh = k.health >> 4;
-        w.valid = k.health >> 3 & 1;
-        w.health2 = k.health >> 1 & 3;
-        w.valid2 = k.health & 1;
+        m.svh = k.health >> 4;
+        m.valid = k.health >> 3 & 1;
+        m.health2 = k.health >> 1 & 3;
+        m.valid2 = k.health & 1;
     }
-    w.toe = k.toe;
-    w.toc = k.toc;
-    w.f0 = k.af0;
-    w.f1 = k.af1;
-    w.f2 = k.af2;
-    w.sqrtA = k.sqrtA;
-    w.e = k.e;
-    w.i0 = k.i0 / semicircle;
-    w.OMG0 = k.node / semicircle;
-    w.omg = k.perigee / semicircle;
-    w.M0 = k.m0 / semicircle;
-    w.deln = k.deltaN / semicircle;
-    w.OMGd = k.nodeDot / semicircle;
-    w.idot = k.idot / semicircle;
-    w.crc = k.crc;
-    w.crs = k.crs;
-    w.cuc = k.cuc;
-    w.cus = k.cus;
-    w.cic = k.cic;
-    w.cis = k.cis;
-    w.tgd = k.tgd[0];
-    w.tgd2 = k.tgd[1];
-    return w;
+    m.toes = k.toe;
+    m.tocs = k.toc;
+    m.f0 = k.af0;
+    m.f1 = k.af1;
+    m.f2 = k.af2;
+    m.sqrtA = k.sqrtA;
+    m.e = k.e;
+    m.i0 = k.i0;
+    m.OMG0 = k.node;
+    m.omg = k.perigee;
+    m.M0 = k.m0;
+    m.deln = k.deltaN;
+    m.OMGd = k.nodeDot;
+    m.idot = k.idot;
+    m.crc = k.crc;
+    m.crs = k.crs;
+    m.cuc = k.cuc;
+    m.cus = k.cus;
+    m.cic = k.cic;
+    m.cis = k.cis;
+    m.tgd = {k.tgd[0], k.tgd[1]};
+    return m;
 }
 
 } // namespace
@@ -184,31 +174,31 @@ TEST(Writing, StationMessages) {
         s.quarterCycle = bits & 1 ? 2 : 1;
         s.xyzM = {1114104.5999, -4850729.7108, 3975521.4643};
         s.heightM = 1.2345;
-        const WirePosition w{.staid = 2003,
-                             .itrf = 14,
-                             .gps = s.gps,
-                             .glonass = s.glonass,
-                             .galileo = s.galileo,
-                             .nonPhysical = s.computed,
-                             .pos = {1114104.5999, -4850729.7108, 3975521.4643},
-                             .oscillator = s.oneOscillator,
-                             .quarterCycle = s.quarterCycle,
-                             .hgt = 1.2345};
+        const PositionMessage w{.staid = 2003,
+                                .itrf = 14,
+                                .gps = s.gps,
+                                .glonass = s.glonass,
+                                .galileo = s.galileo,
+                                .nonPhysical = s.computed,
+                                .pos = {1114104.5999, -4850729.7108, 3975521.4643},
+                                .oscillator = s.oneOscillator,
+                                .quarterCycle = s.quarterCycle,
+                                .hgt = 1.2345};
         expectBoth(layout1006, w, ref::write1005(s));
         s.type = 1005;
-        expectBoth(layout1005, w, ref::write1005(s));
+        expectBoth(layoutPosition<1005>, w, ref::write1005(s));
     }
-    WireStation w{.staid = 77, .sta = {}};
+    EquipmentMessage w{.staid = 77};
     const std::string longest(31, 'R');
-    w.sta.antsetup = 3;
-    put(w.sta.antdes, "TRM59800.00     NONE");
-    put(w.sta.antsno, "54321");
-    put(w.sta.rectype, longest);
-    put(w.sta.recver, "5.37");
-    put(w.sta.recsno, "");
+    w.antsetup = 3;
+    put(w.antdes, "TRM59800.00     NONE");
+    put(w.antsno, "54321");
+    put(w.rectype, longest);
+    put(w.recver, "5.37");
+    put(w.recsno, "");
     const auto antenna = BitString().u(12, 1008).u(12, 77).text("TRM59800.00     NONE").u(8, 3);
-    expectBoth(layout1008, w, BitString(antenna).text("54321").bytes());
-    expectBoth(layout1007, w,
+    expectBoth(layoutNumberedAntenna<1008>, w, BitString(antenna).text("54321").bytes());
+    expectBoth(layoutAntenna<1007>, w,
                BitString().u(12, 1007).u(12, 77).text("TRM59800.00     NONE").u(8, 3).bytes());
     expectBoth(layout1033, w,
                ref::write1033({77, "TRM59800.00     NONE", 3, "54321", longest, "5.37", ""}));
@@ -223,23 +213,23 @@ TEST(Writing, MessagesOfVariableLength) {
     b.u(12, 1006).u(1, 0).u(16, 100).u(12, 1077).u(1, 1).u(16, 65535);
     expectBoth(layout1013, p, b.bytes());
 
-    UnicodeText t{.staid = 9, .mjd = 58311, .secondsOfDay = 85031, .characters = 2, .bytes = 3};
+    TextMessage t{.staid = 9, .mjd = 58311, .secondsOfDay = 85031, .characters = 2, .bytes = 3};
     t.text = {'m', '\xC3', '\xBC'};
     b = BitString().u(12, 1029).u(12, 9).u(16, 58311).u(17, 85031).u(7, 2).text("m\xC3\xBC");
     expectBoth(layout1029, t, b.bytes());
 
-    const Biases1230 biases{
+    const BiasMessage biases{
         .staid = 9, .align = 1, .mask = 0b1011, .biasM = {0.02, 99.0, -1.0, kNone}};
     b = BitString().u(12, 1230).u(12, 9).u(1, 1).u(3, 0).u(4, 0b1011);
     expectBoth(layout1230, biases, b.s(16, 1).s(16, -50).s(16, -32768).bytes());
 }
 
 TEST(Writing, Ephemerides) {
-    expectBoth(layout1019, wireOf(kepler(1019)), ref::writeKepler(kepler(1019)));
-    expectBoth(layout1042, wireOf(kepler(1042)), ref::writeKepler(kepler(1042)));
-    expectBoth(layout1044, wireOf(kepler(1044)), ref::writeKepler(kepler(1044)));
-    expectBoth(layout1045, wireOf(kepler(1045)), ref::writeKepler(kepler(1045)));
-    expectBoth(layout1046, wireOf(kepler(1046)), ref::writeKepler(kepler(1046)));
+    expectBoth(layout1019, messageOf(kepler(1019)), ref::writeKepler(kepler(1019)));
+    expectBoth(layoutBds<1042>, messageOf(kepler(1042)), ref::writeKepler(kepler(1042)));
+    expectBoth(layout1044, messageOf(kepler(1044)), ref::writeKepler(kepler(1044)));
+    expectBoth(layout1045, messageOf(kepler(1045)), ref::writeKepler(kepler(1045)));
+    expectBoth(layout1046, messageOf(kepler(1046)), ref::writeKepler(kepler(1046)));
 
     ref::Glonass g{.slot = 24, .channel = -7, .almanacHealth = 0b10, .p1 = 3, .p2 = 1, .bn = 1};
     g.mp = 2;
@@ -262,16 +252,16 @@ TEST(Writing, Ephemerides) {
     g.dtaun = 2.79e-9;
     g.tauc = -1.5e-7;
     g.tauGps = 2.5e-8;
-    WireGlonass w;
+    GlonassMessage w;
     w.slot = 24;
     w.channel = 0;
     w.almanacHealth = 1;
     w.p1 = 3;
     w.p2 = 1;
-    w.health = 1;
+    w.svh = 1;
     w.p = 2;
     w.age = 17;
-    w.accuracy = 11;
+    w.sva = 11;
     w.nt = 923;
     w.satelliteType = 1;
     w.additional = 1;
@@ -281,9 +271,9 @@ TEST(Writing, Ephemerides) {
     w.tkMinutes = 59;
     w.tkHalf = 1;
     w.tb = 95;
-    w.posKm = {-12345.6, 20001.25, -0.0};
-    w.velKmps = {0.5, -3.25, -0.0};
-    w.accKmps2 = {-0.0, 1.862645149230957e-9, -9.313225746154785e-10};
+    w.pos = {-12345600.0, 20001250.0, -0.0};
+    w.vel = {500.0, -3250.0, -0.0};
+    w.acc = {-0.0, 1.862645149230957e-6, -9.313225746154785e-7};
     w.gamn = -0.0;
     w.taun = -1.25e-4;
     w.dtaun = 2.79e-9;
@@ -417,6 +407,25 @@ TEST(Writing, MsmTablesAgreeWithTheIndependentOnes) {
         }
 }
 
+TEST(Writing, GivesWhatTheIndependentWritersGive) {
+    ref::Sky sky(kSite);
+    sky.systems = "GRECJS";
+    std::vector<Bytes> frames = sky.ephemerisFrames(kNow);
+    for (const int type : {1005, 1006, 1007, 1008, 1013, 1033, 1230})
+        frames.push_back(ctl::simulate::stationFrame(type, 5, kSite, kNow));
+    for (const char system : {'G', 'R'})
+        frames.push_back(frame(ref::writeLegacy(system, 5, ref::epochField(system, kNow), true,
+                                                sky.observe(kNow, false))));
+    std::set<int> types;
+    for (const Bytes& bytes : frames) {
+        const ref::Frame f = ref::goodFrames(bytes).at(0);
+        EXPECT_EQ(rewritten(f), bytes) << f.type;
+        types.insert(f.type);
+    }
+    EXPECT_EQ(types, (std::set<int>{1004, 1005, 1006, 1007, 1008, 1012, 1013, 1019, 1020, 1033,
+                                    1042, 1044, 1045, 1046, 1230}));
+}
+
 TEST(Reading, RefusesAMessageOfAnotherKindOrTooManyCells) {
     MsmMessage msm;
     LegacyMessage legacy;
@@ -433,7 +442,7 @@ TEST(Reading, RefusesAMessageOfAnotherKindOrTooManyCells) {
         EXPECT_EQ(readFrame(layoutMsm, frame(body), msm), fits);
     }
     EXPECT_FALSE(readFrame(layoutLegacy, frame(BitString().u(12, 1005).u(64, 0).bytes()), legacy));
-    WireEph eph;
+    KeplerMessage eph;
     EXPECT_FALSE(readFrame(layout1019, Bytes{0xD3, 0, 0}, eph));
 }
 

@@ -3,218 +3,213 @@
 #include "rtcm/rtcm.h"
 
 /// EphemerisMessages: layouts of the broadcast ephemerides (RTCM 10403.x). A message is read into
-/// wire values (angles in semicircles, weeks as broadcast); what they mean is decided afterwards.
+/// the decoder's record; weeks and health stand there as broadcast until their meaning is decided.
 
 /// Radians in a semicircle, as the interface documents fix it (IS-GPS-200 20.3.3.4.3).
 inline constexpr double kSemicircle = 3.1415926535898;
 
-/// Wire values of the Keplerian messages.
-struct WireEph {
-    int id = 0; // satellite id of the system
-    int week = 0;
-    int iode = 0, iodc = 0, sva = 0, svh = 0, code = 0, flag = 0;
+/// A Keplerian message: the record, and what else the message says.
+struct KeplerMessage : EphRecord {
+    int type = 0;
+    System system = kNoSystem;
+    int id = 0;                // satellite id of the system
+    double sqrtA = 0;          // sqrt(m)
+    double tocs = 0;           // toc, s of week
     int longFit = 0;           // fit interval above 4 h
     int health2 = 0;           // second signal's health, Galileo
     int valid = 0, valid2 = 0; // data validity, Galileo
-    double toc = 0, toe = 0;   // s of week
-    double f0 = 0, f1 = 0, f2 = 0;
-    double crs = 0, crc = 0;                            // m
-    double cuc = 0, cus = 0, cic = 0, cis = 0;          // rad
-    double deln = 0, M0 = 0, OMG0 = 0, i0 = 0, omg = 0; // semicircles (per s)
-    double OMGd = 0, idot = 0;                          // semicircles/s
-    double e = 0, sqrtA = 0;
-    double tgd = 0, tgd2 = 0; // s
 };
 
-/// The orbit fields that GPS, QZSS and Galileo share, from Crs to the rate of the node; steps of
-/// the reference time differ.
-inline constexpr auto layoutOrbit = [](auto& b, auto& m, int toeBits, double toeStep) {
-    b.s(16, m.crs, pow2(-5));
-    b.s(16, m.deln, pow2(-43));
-    b.s(32, m.M0, pow2(-31));
-    b.s(16, m.cuc, pow2(-29));
-    b.u(32, m.e, pow2(-33));
-    b.s(16, m.cus, pow2(-29));
-    b.u(32, m.sqrtA, pow2(-19));
-    b.u(toeBits, m.toe, toeStep);
-    b.s(16, m.cic, pow2(-29));
-    b.s(32, m.OMG0, pow2(-31));
-    b.s(16, m.cis, pow2(-29));
-    b.s(32, m.i0, pow2(-31));
-    b.s(16, m.crc, pow2(-5));
-    b.s(32, m.omg, pow2(-31));
-    b.s(24, m.OMGd, pow2(-43));
+/// PRN of a satellite whose id would be 0.
+constexpr int prnOfZero(System system) {
+    return system == kQzss ? 192 : 0;
+}
+
+/// Radians in a step of so many semicircles, 2^exponent.
+constexpr double semicircles(int exponent) {
+    return kSemicircle * pow2(exponent);
+}
+constexpr DataField angle(int number, const char* name) {
+    return df(number, name, "semicircles", kSemicircle);
+}
+constexpr DataField angleRate(int number, const char* name) {
+    return df(number, name, "semicircles/s", kSemicircle);
+}
+
+/// In what the orbit of the systems differs: the number of its first field; widths of the
+/// corrections and exponents of their steps, m and rad; width of toe and its step, s.
+struct OrbitForm {
+    int df;
+    int width, metres, radians;
+    int toeWidth, toeStepS;
 };
 
-// GPS, fields DF009 and DF076 to DF137.
+// clang-format off
+/// Fifteen numbers in a row that all systems have.
+template <OrbitForm f> inline constexpr auto layoutOrbit = [](auto& b, auto& m) {
+    b.s(f.width,  m.crs,   pow2(f.metres),   df(f.df, "Crs", "m"));
+    b.s(16,       m.deln,  semicircles(-43), angleRate(f.df + 1, "delta n"));
+    b.s(32,       m.M0,    semicircles(-31), angle(f.df + 2, "M0"));
+    b.s(f.width,  m.cuc,   pow2(f.radians),  df(f.df + 3, "Cuc", "rad"));
+    b.u(32,       m.e,     pow2(-33),        df(f.df + 4, "eccentricity"));
+    b.s(f.width,  m.cus,   pow2(f.radians),  df(f.df + 5, "Cus", "rad"));
+    b.u(32,       m.sqrtA, pow2(-19),        df(f.df + 6, "sqrt(A)", "sqrt(m)"));
+    b.u(f.toeWidth, m.toes, f.toeStepS,      df(f.df + 7, "toe", "s"));
+    b.s(f.width,  m.cic,   pow2(f.radians),  df(f.df + 8, "Cic", "rad"));
+    b.s(32,       m.OMG0,  semicircles(-31), angle(f.df + 9, "OMEGA0"));
+    b.s(f.width,  m.cis,   pow2(f.radians),  df(f.df + 10, "Cis", "rad"));
+    b.s(32,       m.i0,    semicircles(-31), angle(f.df + 11, "i0"));
+    b.s(f.width,  m.crc,   pow2(f.metres),   df(f.df + 12, "Crc", "m"));
+    b.s(32,       m.omg,   semicircles(-31), angle(f.df + 13, "omega"));
+    b.s(24,       m.OMGd,  semicircles(-43), angleRate(f.df + 14, "OMEGADOT"));
+};
+
 inline constexpr auto layout1019 = [](auto& b, auto& m) {
-    b.fixed(12, 1019);
-    b.u(6, m.id);
-    b.u(10, m.week);
-    b.u(4, m.sva);
-    b.u(2, m.code);
-    b.s(14, m.idot, pow2(-43));
-    b.u(8, m.iode);
-    b.u(16, m.toc, 16.0);
-    b.s(8, m.f2, pow2(-55));
-    b.s(16, m.f1, pow2(-43));
-    b.s(22, m.f0, pow2(-31));
-    b.u(10, m.iodc);
-    layoutOrbit(b, m, 16, 16.0);
-    b.s(8, m.tgd, pow2(-31));
-    b.u(6, m.svh);
-    b.u(1, m.flag);
-    b.u(1, m.longFit);
+    b.fixed(12, 1019,                   df(2, "message number"));
+    b.u(6,  m.id,                       df(9, "satellite id"));
+    b.u(10, m.week,                     df(76, "week modulo 1024"));
+    b.u(4,  m.sva,                      df(77, "URA index"));
+    b.u(2,  m.code,                     df(78, "code on L2"));
+    b.s(14, m.idot, semicircles(-43),   angleRate(79, "IDOT"));
+    b.u(8,  m.iode,                     df(71, "IODE"));
+    b.u(16, m.tocs, 16.0,               df(81, "toc", "s"));
+    b.s(8,  m.f2, pow2(-55),            df(82, "af2", "s/s^2"));
+    b.s(16, m.f1, pow2(-43),            df(83, "af1", "s/s"));
+    b.s(22, m.f0, pow2(-31),            df(84, "af0", "s"));
+    b.u(10, m.iodc,                     df(85, "IODC"));
+    layoutOrbit<OrbitForm{86, 16, -5, -29, 16, 16}>(b, m);
+    b.s(8,  m.tgd[0], pow2(-31),        df(101, "TGD", "s"));
+    b.u(6,  m.svh,                      df(102, "SV health"));
+    b.u(1,  m.flag,                     df(103, "L2 P data flag"));
+    b.u(1,  m.longFit,                  df(137, "fit interval flag"));
 };
-static_assert(bitsOf<WireEph>(layout1019) == 488);
 
-// QZSS, fields DF429 to DF457.
 inline constexpr auto layout1044 = [](auto& b, auto& m) {
-    b.fixed(12, 1044);
-    b.u(4, m.id);
-    b.u(16, m.toc, 16.0);
-    b.s(8, m.f2, pow2(-55));
-    b.s(16, m.f1, pow2(-43));
-    b.s(22, m.f0, pow2(-31));
-    b.u(8, m.iode);
-    layoutOrbit(b, m, 16, 16.0);
-    b.s(14, m.idot, pow2(-43));
-    b.u(2, m.code);
-    b.u(10, m.week);
-    b.u(4, m.sva);
-    b.u(6, m.svh);
-    b.s(8, m.tgd, pow2(-31));
-    b.u(10, m.iodc);
-    b.u(1, m.longFit);
+    b.fixed(12, 1044,                   df(2, "message number"));
+    b.u(4,  m.id,                       df(429, "satellite id"));
+    b.u(16, m.tocs, 16.0,               df(430, "toc", "s"));
+    b.s(8,  m.f2, pow2(-55),            df(431, "af2", "s/s^2"));
+    b.s(16, m.f1, pow2(-43),            df(432, "af1", "s/s"));
+    b.s(22, m.f0, pow2(-31),            df(433, "af0", "s"));
+    b.u(8,  m.iode,                     df(434, "IODE"));
+    layoutOrbit<OrbitForm{435, 16, -5, -29, 16, 16}>(b, m);
+    b.s(14, m.idot, semicircles(-43),   angleRate(450, "IDOT"));
+    b.u(2,  m.code,                     df(451, "codes on L2"));
+    b.u(10, m.week,                     df(452, "week modulo 1024"));
+    b.u(4,  m.sva,                      df(453, "URA index"));
+    b.u(6,  m.svh,                      df(454, "SV health"));
+    b.s(8,  m.tgd[0], pow2(-31),        df(455, "TGD", "s"));
+    b.u(10, m.iodc,                     df(456, "IODC"));
+    b.u(1,  m.longFit,                  df(457, "fit interval flag"));
 };
-static_assert(bitsOf<WireEph>(layout1044) == 485);
 
-// Galileo, fields DF252 and DF289 to DF312, the head of both messages.
-inline constexpr auto layoutGalileo = [](auto& b, auto& m) {
-    b.u(6, m.id);
-    b.u(12, m.week);
-    b.u(10, m.iode);
-    b.u(8, m.sva);
-    b.s(14, m.idot, pow2(-43));
-    b.u(14, m.toc, 60.0);
-    b.s(6, m.f2, pow2(-59));
-    b.s(21, m.f1, pow2(-46));
-    b.s(31, m.f0, pow2(-34));
-    layoutOrbit(b, m, 14, 60.0);
-    b.s(10, m.tgd, pow2(-32)); // BGD E5a/E1
+// Galileo: the beginning of both messages.
+template <int type> inline constexpr auto layoutGalileo = [](auto& b, auto& m) {
+    b.fixed(12, type,                   df(2, "message number"));
+    b.u(6,  m.id,                       df(252, "satellite id"));
+    b.u(12, m.week,                     df(289, "week"));
+    b.u(10, m.iode,                     df(290, "IODnav"));
+    b.u(8,  m.sva,                      df(291, "SISA index"));
+    b.s(14, m.idot, semicircles(-43),   angleRate(292, "IDOT"));
+    b.u(14, m.tocs, 60.0,               df(293, "toc", "s"));
+    b.s(6,  m.f2, pow2(-59),            df(294, "af2", "s/s^2"));
+    b.s(21, m.f1, pow2(-46),            df(295, "af1", "s/s"));
+    b.s(31, m.f0, pow2(-34),            df(296, "af0", "s"));
+    layoutOrbit<OrbitForm{297, 16, -5, -29, 14, 60}>(b, m);
+    b.s(10, m.tgd[0], pow2(-32),        df(312, "BGD E5a/E1", "s"));
 };
 inline constexpr auto layout1045 = [](auto& b, auto& m) {
-    b.fixed(12, 1045);
-    layoutGalileo(b, m);
-    b.u(2, m.svh);   // DF314, E5a
-    b.u(1, m.valid); // DF315
-    b.fixed(7, 0);
+    layoutGalileo<1045>(b, m);
+    b.u(2,  m.svh,                      df(314, "E5a health"));
+    b.u(1,  m.valid,                    df(315, "E5a data validity"));
+    b.fixed(7, 0,                       df(1, "reserved"));
 };
-static_assert(bitsOf<WireEph>(layout1045) == 496);
 inline constexpr auto layout1046 = [](auto& b, auto& m) {
-    b.fixed(12, 1046);
-    layoutGalileo(b, m);
-    b.s(10, m.tgd2, pow2(-32)); // DF313, BGD E5b/E1
-    b.u(2, m.svh);              // DF316, E5b
-    b.u(1, m.valid);            // DF317
-    b.u(2, m.health2);          // DF287, E1-B
-    b.u(1, m.valid2);           // DF288
-    b.fixed(2, 0);
+    layoutGalileo<1046>(b, m);
+    b.s(10, m.tgd[1], pow2(-32),        df(313, "BGD E5b/E1", "s"));
+    b.u(2,  m.svh,                      df(316, "E5b health"));
+    b.u(1,  m.valid,                    df(317, "E5b data validity"));
+    b.u(2,  m.health2,                  df(287, "E1-B health"));
+    b.u(1,  m.valid2,                   df(288, "E1-B data validity"));
+    b.fixed(2, 0,                       df(1, "reserved"));
 };
-static_assert(bitsOf<WireEph>(layout1046) == 504);
 
-// BDS, fields DF488 to DF515; reference times are BDT. Type 63 is its forerunner.
-inline constexpr auto layoutBds = [](auto& b, auto& m) {
-    b.u(6, m.id);
-    b.u(13, m.week);
-    b.u(4, m.sva);
-    b.s(14, m.idot, pow2(-43));
-    b.u(5, m.iode); // AODE
-    b.u(17, m.toc, 8.0);
-    b.s(11, m.f2, pow2(-66));
-    b.s(22, m.f1, pow2(-50));
-    b.s(24, m.f0, pow2(-33));
-    b.u(5, m.iodc); // AODC
-    b.s(18, m.crs, pow2(-6));
-    b.s(16, m.deln, pow2(-43));
-    b.s(32, m.M0, pow2(-31));
-    b.s(18, m.cuc, pow2(-31));
-    b.u(32, m.e, pow2(-33));
-    b.s(18, m.cus, pow2(-31));
-    b.u(32, m.sqrtA, pow2(-19));
-    b.u(17, m.toe, 8.0);
-    b.s(18, m.cic, pow2(-31));
-    b.s(32, m.OMG0, pow2(-31));
-    b.s(18, m.cis, pow2(-31));
-    b.s(32, m.i0, pow2(-31));
-    b.s(18, m.crc, pow2(-6));
-    b.s(32, m.omg, pow2(-31));
-    b.s(24, m.OMGd, pow2(-43));
-    b.s(10, m.tgd, 1e-10);
-    b.s(10, m.tgd2, 1e-10);
-    b.u(1, m.svh);
+// BDS; reference times are BDT. Type 63 is the forerunner of 1042.
+template <int type> inline constexpr auto layoutBds = [](auto& b, auto& m) {
+    b.fixed(12, type,                   df(2, "message number"));
+    b.u(6,  m.id,                       df(488, "satellite id"));
+    b.u(13, m.week,                     df(489, "week"));
+    b.u(4,  m.sva,                      df(490, "URA index"));
+    b.s(14, m.idot, semicircles(-43),   angleRate(491, "IDOT"));
+    b.u(5,  m.iode,                     df(492, "AODE"));
+    b.u(17, m.tocs, 8.0,                df(493, "toc", "s"));
+    b.s(11, m.f2, pow2(-66),            df(494, "a2", "s/s^2"));
+    b.s(22, m.f1, pow2(-50),            df(495, "a1", "s/s"));
+    b.s(24, m.f0, pow2(-33),            df(496, "a0", "s"));
+    b.u(5,  m.iodc,                     df(497, "AODC"));
+    layoutOrbit<OrbitForm{498, 18, -6, -31, 17, 8}>(b, m);
+    b.s(10, m.tgd[0], 1e-10,            df(513, "TGD1", "s"));
+    b.s(10, m.tgd[1], 1e-10,            df(514, "TGD2", "s"));
+    b.u(1,  m.svh,                      df(515, "SV health"));
 };
-inline constexpr auto layout1042 = [](auto& b, auto& m) {
-    b.fixed(12, 1042);
-    layoutBds(b, m);
-};
-inline constexpr auto layout63 = [](auto& b, auto& m) {
-    b.fixed(12, 63);
-    layoutBds(b, m);
-};
-static_assert(bitsOf<WireEph>(layout1042) == 511);
 
-/// Wire values of the GLONASS message.
-struct WireGlonass {
+/// The GLONASS message: the record, and what else the message says.
+struct GlonassMessage : GloEphRecord {
+    int type = 0;
+    System system = kNoSystem;
     int slot = 0;
     int channel = 0;                            // + 7
     int tkHours = 0, tkMinutes = 0, tkHalf = 0; // Moscow time; half minutes
     int tb = 0;                                 // quarter hours of the Moscow day
-    int health = 0, age = 0, accuracy = 0;
-    std::array<double, 3> posKm{}, velKmps{}, accKmps2{};
-    double gamn = 0, taun = 0, dtaun = 0; // -, s, s
     int almanacHealth = 0, almanacHealthKnown = 0, p1 = 0, p2 = 0, p3 = 0, p = 0, ln = 0;
     int p4 = 0, nt = 0, satelliteType = 0;
     int additional = 0, na = 0, n4 = 0, ln5 = 0;
     double tauC = 0, tauGps = 0; // s
 };
+/// Metres in a step of so many kilometres, 2^exponent.
+constexpr double kilometres(int exponent) {
+    return 1000.0 * pow2(exponent);
+}
 
-// GLONASS, fields DF038, DF040 and DF104 to DF136.
 inline constexpr auto layout1020 = [](auto& b, auto& m) {
-    b.fixed(12, 1020);
-    b.u(6, m.slot);
-    b.u(5, m.channel);
-    b.u(1, m.almanacHealth);
-    b.u(1, m.almanacHealthKnown);
-    b.u(2, m.p1);
-    b.u(5, m.tkHours);
-    b.u(6, m.tkMinutes);
-    b.u(1, m.tkHalf);
-    b.u(1, m.health); // most significant bit of Bn
-    b.u(1, m.p2);
-    b.u(7, m.tb);
-    for (std::size_t i = 0; i < 3; ++i) {
-        b.sm(24, m.velKmps[i], pow2(-20));
-        b.sm(27, m.posKm[i], pow2(-11));
-        b.sm(5, m.accKmps2[i], pow2(-30));
-    }
-    b.u(1, m.p3);
-    b.sm(11, m.gamn, pow2(-40));
-    b.u(2, m.p);
-    b.u(1, m.ln);
-    b.sm(22, m.taun, pow2(-30));
-    b.sm(5, m.dtaun, pow2(-30));
-    b.u(5, m.age);
-    b.u(1, m.p4);
-    b.u(4, m.accuracy); // FT
-    b.u(11, m.nt);
-    b.u(2, m.satelliteType);
-    b.u(1, m.additional);
-    b.u(11, m.na);
-    b.sm(32, m.tauC, pow2(-31));
-    b.u(5, m.n4);
-    b.sm(22, m.tauGps, pow2(-30));
-    b.u(1, m.ln5);
-    b.fixed(7, 0);
+    b.fixed(12, 1020,                   df(2, "message number"));
+    b.u(6,  m.slot,                     df(38, "satellite id"));
+    b.u(5,  m.channel,                  DataField{40, "frequency channel", "", 1.0, -7});
+    b.u(1,  m.almanacHealth,            df(104, "almanac health"));
+    b.u(1,  m.almanacHealthKnown,       df(105, "almanac health availability"));
+    b.u(2,  m.p1,                       df(106, "P1"));
+    b.u(5,  m.tkHours,                  df(107, "tk hours", "h"));
+    b.u(6,  m.tkMinutes,                df(107, "tk minutes", "min"));
+    b.u(1,  m.tkHalf,                   df(107, "tk half minutes"));
+    b.u(1,  m.svh,                      df(108, "Bn, most significant bit"));
+    b.u(1,  m.p2,                       df(109, "P2"));
+    b.u(7,  m.tb,                       df(110, "tb", "15 min"));
+    b.sm(24, m.vel[0], kilometres(-20), df(111, "X velocity", "km/s", 1000.0));
+    b.sm(27, m.pos[0], kilometres(-11), df(112, "X", "km", 1000.0));
+    b.sm(5,  m.acc[0], kilometres(-30), df(113, "X acceleration", "km/s^2", 1000.0));
+    b.sm(24, m.vel[1], kilometres(-20), df(114, "Y velocity", "km/s", 1000.0));
+    b.sm(27, m.pos[1], kilometres(-11), df(115, "Y", "km", 1000.0));
+    b.sm(5,  m.acc[1], kilometres(-30), df(116, "Y acceleration", "km/s^2", 1000.0));
+    b.sm(24, m.vel[2], kilometres(-20), df(117, "Z velocity", "km/s", 1000.0));
+    b.sm(27, m.pos[2], kilometres(-11), df(118, "Z", "km", 1000.0));
+    b.sm(5,  m.acc[2], kilometres(-30), df(119, "Z acceleration", "km/s^2", 1000.0));
+    b.u(1,  m.p3,                       df(120, "P3"));
+    b.sm(11, m.gamn, pow2(-40),         df(121, "gamma_n"));
+    b.u(2,  m.p,                        df(122, "P"));
+    b.u(1,  m.ln,                       df(123, "l_n, third string"));
+    b.sm(22, m.taun, pow2(-30),         df(124, "tau_n", "s"));
+    b.sm(5, m.dtaun, pow2(-30),         df(125, "delta tau_n", "s"));
+    b.u(5,  m.age,                      df(126, "E_n, age of data", "days"));
+    b.u(1,  m.p4,                       df(127, "P4"));
+    b.u(4,  m.sva,                      df(128, "F_T"));
+    b.u(11, m.nt,                       df(129, "N_T", "days"));
+    b.u(2,  m.satelliteType,            df(130, "M, kind of satellite"));
+    b.u(1,  m.additional,               df(131, "additional data available"));
+    b.u(11, m.na,                       df(132, "N_A", "days"));
+    b.sm(32, m.tauC, pow2(-31),         df(133, "tau_c", "s"));
+    b.u(5,  m.n4,                       df(134, "N_4"));
+    b.sm(22, m.tauGps, pow2(-30),       df(135, "tau_GPS", "s"));
+    b.u(1,  m.ln5,                      df(136, "l_n, fifth string"));
+    b.fixed(7, 0,                       df(1, "reserved"));
 };
-static_assert(bitsOf<WireGlonass>(layout1020) == 360);
+// clang-format on

@@ -34,15 +34,18 @@ struct LegacyHead {
     int smoothing = 0, smoothingInterval = 0;
 };
 
+// clang-format off
 inline constexpr auto layoutLegacyHead = [](auto& b, auto& h) {
-    b.u(12, h.type);                                      // DF002
-    b.u(12, h.staid);                                     // DF003
-    b.u(legacyForm(h.type).glonass ? 27 : 30, h.epochMs); // DF034, DF004
-    b.u(1, h.more);                                       // DF005
-    b.u(5, h.satellites);                                 // DF035, DF006
-    b.u(1, h.smoothing);                                  // DF036, DF007
-    b.u(3, h.smoothingInterval);                          // DF037, DF008
+    b.u(12, h.type,             df(2, "message number"));
+    b.u(12, h.staid,            df(3, "station id"));
+    const bool glonass = legacyForm(h.type).glonass;
+    b.u(glonass ? 27 : 30, h.epochMs, df(glonass ? 34 : 4, "epoch time", "ms"));
+    b.u(1, h.more,              df(5, "more messages follow"));
+    b.u(5, h.satellites,        df(glonass ? 35 : 6, "satellites"));
+    b.u(1, h.smoothing,         df(glonass ? 36 : 7, "divergence-free smoothing"));
+    b.u(3, h.smoothingInterval, df(glonass ? 37 : 8, "smoothing interval"));
 };
+// clang-format on
 
 struct LegacySatellite {
     int id = 0;
@@ -60,27 +63,53 @@ struct LegacySatellite {
     double cnr2Db = 0.0;
 };
 
+// clang-format off
 inline constexpr auto layoutLegacySatellite = [](auto& b, auto& s, const LegacyForm& f) {
-    b.u(6, s.id);    // DF038, DF009
-    b.u(1, s.code1); // DF039, DF010
-    if (f.glonass)
-        b.u(5, s.channel);                    // DF040
-    b.u(f.glonass ? 25 : 24, s.rangeM, 0.02); // DF041, DF011
-    b.sOrNone(20, s.phase1M, 0.0005);         // DF042, DF012
-    b.u(7, s.lock1);                          // DF043, DF013
+    const bool r = f.glonass;
+    b.u(6, s.id,                        df(r ? 38 : 9, "satellite id"));
+    b.u(1, s.code1,                     df(r ? 39 : 10, "L1 code"));
+    if (r)
+        b.u(5, s.channel,               DataField{40, "frequency channel", "", 1.0, -7});
+    b.u(r ? 25 : 24, s.rangeM, 0.02,    df(r ? 41 : 11, "L1 pseudorange", "m"));
+    b.sOrNone(20, s.phase1M, 0.0005,    df(r ? 42 : 12, "L1 phase range - pseudorange", "m"));
+    b.u(7, s.lock1,                     df(r ? 43 : 13, "L1 lock indicator"));
     if (f.extended) {
-        b.u(f.glonass ? 7 : 8, s.ambiguity); // DF044, DF014
-        b.u(8, s.cnr1Db, 0.25);              // DF045, DF015
+        b.u(r ? 7 : 8, s.ambiguity,     df(r ? 44 : 14, "L1 pseudorange ambiguity"));
+        b.u(8, s.cnr1Db, 0.25,          df(r ? 45 : 15, "L1 CNR", "dB-Hz"));
     }
     if (f.l2) {
-        b.u(2, s.code2);                  // DF046, DF016
-        b.sOrNone(14, s.range2M, 0.02);   // DF047, DF017
-        b.sOrNone(20, s.phase2M, 0.0005); // DF048, DF018
-        b.u(7, s.lock2);                  // DF049, DF019
+        b.u(2, s.code2,                 df(r ? 46 : 16, "L2 code"));
+        b.sOrNone(14, s.range2M, 0.02,  df(r ? 47 : 17, "L2 - L1 pseudorange", "m"));
+        b.sOrNone(20, s.phase2M, 0.0005, df(r ? 48 : 18, "L2 phase range - L1 pseudorange", "m"));
+        b.u(7, s.lock2,                 df(r ? 49 : 19, "L2 lock indicator"));
         if (f.extended)
-            b.u(8, s.cnr2Db, 0.25); // DF050, DF020
+            b.u(8, s.cnr2Db, 0.25,      df(r ? 50 : 20, "L2 CNR", "dB-Hz"));
     }
 };
+// clang-format on
+
+/// Bits of the head and of a satellite.
+struct LegacyWidths {
+    int head, satellite;
+    bool operator==(const LegacyWidths&) const = default;
+};
+constexpr LegacyWidths legacyWidths(int type) {
+    const LegacyHead head{.type = type};
+    const LegacySatellite satellite;
+    BitCounter headBits;
+    layoutLegacyHead(headBits, head);
+    BitCounter satelliteBits;
+    layoutLegacySatellite(satelliteBits, satellite, legacyForm(type));
+    return {headBits.bits(), satelliteBits.bits()};
+}
+static_assert(legacyWidths(1001) == LegacyWidths{64, 58});
+static_assert(legacyWidths(1002) == LegacyWidths{64, 74});
+static_assert(legacyWidths(1003) == LegacyWidths{64, 101});
+static_assert(legacyWidths(1004) == LegacyWidths{64, 125});
+static_assert(legacyWidths(1009) == LegacyWidths{61, 64});
+static_assert(legacyWidths(1010) == LegacyWidths{61, 79});
+static_assert(legacyWidths(1011) == LegacyWidths{61, 107});
+static_assert(legacyWidths(1012) == LegacyWidths{61, 130});
 
 /// Signals by the values of the code indicators; empty = reserved.
 using IndicatedSignals = std::array<std::string_view, 4>;

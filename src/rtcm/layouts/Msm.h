@@ -117,21 +117,31 @@ struct MsmHead {
     std::uint32_t signals = 0;    // bit 31 = id 1
 };
 
+/// Number of the field of the epoch time, by system. That of GLONASS stands behind three bits of
+/// DF416, the day of the week.
+constexpr int msmEpochDf(int type) {
+    constexpr std::array<int, kMsmSystems.size()> numbers{4, 34, 248, 4, 428, 427, 546};
+    const auto row = static_cast<std::size_t>((type - 1070) / 10);
+    return row < numbers.size() ? numbers[row] : 0;
+}
+
+// clang-format off
 inline constexpr auto layoutMsmHead = [](auto& b, auto& h) {
-    b.u(12, h.type);             // DF002
-    b.u(12, h.staid);            // DF003
-    b.u(30, h.epoch);            // DF004, DF034, DF248, DF427, DF428
-    b.u(1, h.more);              // DF393
-    b.u(3, h.iods);              // DF409
-    b.u(7, h.reserved);          // DF001
-    b.u(2, h.steering);          // DF411
-    b.u(2, h.externalClock);     // DF412
-    b.u(1, h.smoothing);         // DF417
-    b.u(3, h.smoothingInterval); // DF418
-    b.u(64, h.satellites);       // DF394
-    b.u(32, h.signals);          // DF395
+    b.u(12, h.type,              df(2, "message number"));
+    b.u(12, h.staid,             df(3, "station id"));
+    b.u(30, h.epoch,             df(msmEpochDf(h.type), "epoch time", "ms"));
+    b.u(1,  h.more,              df(393, "more messages follow"));
+    b.u(3,  h.iods,              df(409, "IODS"));
+    b.u(7,  h.reserved,          df(1, "reserved"));
+    b.u(2,  h.steering,          df(411, "clock steering"));
+    b.u(2,  h.externalClock,     df(412, "external clock"));
+    b.u(1,  h.smoothing,         df(417, "divergence-free smoothing"));
+    b.u(3,  h.smoothingInterval, df(418, "smoothing interval"));
+    b.u(64, h.satellites,        df(394, "satellite mask"));
+    b.u(32, h.signals,           df(395, "signal mask"));
 };
-static_assert(bitsOf<MsmHead>(layoutMsmHead) == 169);
+// clang-format on
+static_assert(bitsOf(layoutMsmHead, MsmHead{}) == 169);
 
 struct MsmSatellite {
     int rangeMs;       // whole ms of the rough range; 255 = none
@@ -150,18 +160,20 @@ struct MsmSatellite {
 
 inline constexpr MsmSatellite kNoMsmSatellite{255, 0, 0, kNone};
 
+// clang-format off
 inline constexpr auto layoutMsmSatellites = [](auto& b, auto& satellites, const MsmForm& f) {
     for (auto& s : satellites)
-        b.u(8, s.rangeMs); // DF397
+        b.u(8, s.rangeMs,           df(397, "whole ms of rough range", "ms"));
     if (f.rates)
         for (auto& s : satellites)
-            b.u(4, s.extended); // GLONASS: channel + 7, DF419
+            b.u(4, s.extended,      df(419, "extended information")); // GLONASS: channel + 7
     for (auto& s : satellites)
-        b.u(10, s.rangeFraction); // DF398
+        b.u(10, s.rangeFraction,    df(398, "fraction of rough range", "2^-10 ms"));
     if (f.rates)
         for (auto& s : satellites)
-            b.sOrNone(14, s.rateMps, 1.0); // DF399
+            b.sOrNone(14, s.rateMps, 1.0, df(399, "rough phase-range rate", "m/s"));
 };
+// clang-format on
 
 struct MsmCell {
     double rangeMs; // fine pseudorange
@@ -173,21 +185,43 @@ struct MsmCell {
 };
 inline constexpr MsmCell kNoMsmCell{kNone, kNone, 0, 0, 0.0, kNone};
 
+// clang-format off
 inline constexpr auto layoutMsmCells = [](auto& b, auto& cells, const MsmForm& f) {
+    const bool fine = f.lock == 10; // MSM6, MSM7
     for (auto& c : cells)
-        b.sOrNone(f.range, c.rangeMs, f.rangeMs); // DF400, DF405
+        b.sOrNone(f.range, c.rangeMs, f.rangeMs, df(fine ? 405 : 400, "fine pseudorange", "ms"));
     for (auto& c : cells)
-        b.sOrNone(f.phase, c.phaseMs, f.phaseMs); // DF401, DF406
+        b.sOrNone(f.phase, c.phaseMs, f.phaseMs, df(fine ? 406 : 401, "fine phase range", "ms"));
     for (auto& c : cells)
-        b.u(f.lock, c.lock); // DF402, DF407
+        b.u(f.lock, c.lock,         df(fine ? 407 : 402, "lock indicator"));
     for (auto& c : cells)
-        b.u(1, c.halfCycle); // DF420
+        b.u(1, c.halfCycle,         df(420, "half-cycle ambiguity"));
     for (auto& c : cells)
-        b.u(f.cnr, c.cnrDb, f.cnrDb); // DF403, DF408
+        b.u(f.cnr, c.cnrDb, f.cnrDb, df(fine ? 408 : 403, "CNR", "dB-Hz"));
     if (f.rates)
         for (auto& c : cells)
-            b.sOrNone(15, c.rateMps, 1e-4); // DF404
+            b.sOrNone(15, c.rateMps, 1e-4, df(404, "fine phase-range rate", "m/s"));
 };
+// clang-format on
+
+/// Bits of a satellite and of a cell.
+struct MsmWidths {
+    int satellite, cell;
+    bool operator==(const MsmWidths&) const = default;
+};
+constexpr MsmWidths msmWidths(const MsmForm& form) {
+    const std::array satellite{kNoMsmSatellite};
+    const std::array cell{kNoMsmCell};
+    BitCounter satelliteBits;
+    layoutMsmSatellites(satelliteBits, satellite, form);
+    BitCounter cellBits;
+    layoutMsmCells(cellBits, cell, form);
+    return {satelliteBits.bits(), cellBits.bits()};
+}
+static_assert(msmWidths(kMsmForms[0]) == MsmWidths{18, 48});
+static_assert(msmWidths(kMsmForms[1]) == MsmWidths{36, 63});
+static_assert(msmWidths(kMsmForms[2]) == MsmWidths{18, 65});
+static_assert(msmWidths(kMsmForms[3]) == MsmWidths{36, 80});
 
 /// Any of the 28 messages, as sent: head.type says which. Rows beyond the counts are not even set.
 struct MsmMessage {
@@ -230,7 +264,7 @@ constexpr const MsmSystem& msmSystem(int type) {
 inline constexpr auto layoutMsmBody = [](auto& b, auto& m) {
     const MsmForm& form = msmForm(m.head.type);
     if (m.maskBits() > 0)
-        b.u(static_cast<int>(m.maskBits()), m.cellMask); // DF396
+        b.u(static_cast<int>(m.maskBits()), m.cellMask, df(396, "cell mask"));
     if constexpr (std::remove_reference_t<decltype(b)>::kReads)
         m.countCells();
     const std::span satellites(m.satellites.data(), m.satelliteCount);
