@@ -1,8 +1,8 @@
 #include "ctl/Dump.h"
 
-#include "common/bits.h"
 #include "ctl/ByteSource.h"
 #include "ctl/Describe.h"
+#include "rtcm/layouts/ReplyFrame.h"
 
 #include <array>
 #include <cstdio>
@@ -60,13 +60,15 @@ void Dump::tellReply(const Found& found) {
         ++counts_.replies;
     else
         countBad(found);
-    const auto word = getbitu(found.bytes, 32, 32);
-    const auto kind = static_cast<int>(getbitu(found.bytes, 64, 16));
-    report_->reply(found, word, kind);
+    ReplyHead head;
+    BitReader in(found.bytes);
+    layoutReplyHead(in, head);
+    report_->reply(found, head.requestWord, head.kind);
     if (!found.good)
         return;
-    FrameScanner inside(FrameScanner::Replies::kIgnore, found.offset + kReplyHead);
-    inside.feed(found.bytes.subspan(kReplyHead, found.bytes.size() - kReplyHead - kReplyCheck));
+    FrameScanner inside(FrameScanner::Replies::kIgnore, found.offset + kReplyHeadBytes);
+    inside.feed(found.bytes.subspan(kReplyHeadBytes,
+                                    found.bytes.size() - kReplyHeadBytes - kReplyCheckBytes));
     inside.end();
     while (const auto piece = inside.next()) {
         if (piece->kind == Found::kMessage)

@@ -2,13 +2,11 @@
 
 #include "common/bits.h"
 #include "rtcm/Frame.h"
+#include "rtcm/layouts/ReplyFrame.h"
 
 namespace ctl::dump {
 
 namespace {
-
-constexpr std::uint8_t kReplyStart = 0xDA;
-constexpr std::uint8_t kReplyMark = 0x68;
 
 bool checks(std::span<const std::uint8_t> frame, std::size_t checkBytes) {
     const std::size_t n = frame.size() - checkBytes;
@@ -40,9 +38,10 @@ std::optional<std::size_t> FrameScanner::frameAt(std::size_t at) const {
     }
     if (left < 4)
         return std::nullopt;
-    const std::size_t length = getbitu(buff_, 8 * at + 8, 16) + 3 + kReplyCheck;
-    const bool fits = length >= kReplyHead + kReplyCheck && length <= kMaxReply;
-    return fits && buff_[at + 3] == kReplyMark ? length : 0;
+    ReplyHead head;
+    BitReader in{std::span(buff_).subspan(at)};
+    layoutReplyHead(in, head);
+    return head.begins() ? head.frameBytes() : 0;
 }
 
 Found FrameScanner::take(Found::Kind kind, std::size_t length, bool good) {
@@ -60,7 +59,7 @@ std::optional<Found> FrameScanner::next() {
             const auto announced = frameAt(first_);
             Found found = take(Found::kSkipped, skipped, false);
             found.cut =
-                exhausted && ended_ && (inCutReply_ || announced.value_or(kMaxReply) > skipped);
+                exhausted && ended_ && (inCutReply_ || announced.value_or(kReplyBytes) > skipped);
             return found;
         }
         if (exhausted)
@@ -77,7 +76,7 @@ std::optional<Found> FrameScanner::next() {
         }
         const auto frame = std::span(buff_).subspan(at_, *length);
         const Found::Kind kind = buff_[at_] == kPreamble ? Found::kMessage : Found::kReply;
-        const bool good = checks(frame, kind == Found::kMessage ? kCheckBytes : kReplyCheck);
+        const bool good = checks(frame, kind == Found::kMessage ? kCheckBytes : kReplyCheckBytes);
         if (!good) {
             // What follows decides whether this was a frame at all.
             if (*length == left && !ended_)

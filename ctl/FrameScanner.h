@@ -7,14 +7,10 @@
 #include <vector>
 
 /// FrameScanner: RTCM 3 frames (RTCM 10403.x) and reply frames of the service in a stream of bytes
-/// of any origin. Reply frame: 0xDA; 16 bits, the bytes before the check word minus 3; 0x68; the
-/// request word; 0x0006; RTCM 3 frames; the CRC-24Q of all before, in 32 bits.
+/// of any origin.
 
 namespace ctl::dump {
 
-inline constexpr std::size_t kReplyHead = 10;    // bytes before the messages
-inline constexpr std::size_t kReplyCheck = 4;    // bytes of the check word
-inline constexpr std::size_t kMaxReply = 4096;   // bytes of a whole reply frame
 inline constexpr std::size_t kMaxSkipped = 4096; // bytes told as one piece
 
 struct Found {

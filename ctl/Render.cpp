@@ -1,6 +1,7 @@
 #include "ctl/Render.h"
 
 #include "common/Findings.h"
+#include "rtcm/layouts/ReplyFrame.h"
 
 #include <algorithm>
 #include <ostream>
@@ -8,8 +9,6 @@
 namespace ctl::dump {
 
 namespace {
-
-constexpr int kReplyKind = 6;
 
 using Unsigned = unsigned long long;
 

@@ -216,10 +216,10 @@ void Trial::keep() {
 /// Counts what a reply holds.
 void Trial::open(std::span<const std::uint8_t> reply) {
     std::uint64_t cells = 0;
-    if (reply.size() > dump::kReplyHead + dump::kReplyCheck) {
+    if (reply.size() > kReplyHeadBytes + kReplyCheckBytes) {
         dump::FrameScanner inside(dump::FrameScanner::Replies::kIgnore);
         inside.feed(
-            reply.subspan(dump::kReplyHead, reply.size() - dump::kReplyHead - dump::kReplyCheck));
+            reply.subspan(kReplyHeadBytes, reply.size() - kReplyHeadBytes - kReplyCheckBytes));
         inside.end();
         while (const auto piece = inside.next()) {
             const Description d = dump::describe(piece->bytes);

@@ -1,6 +1,7 @@
 #include "fuzz/support.h"
 
 #include "common/bits.h"
+#include "rtcm/layouts/ReplyFrame.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,8 +12,6 @@
 namespace {
 
 constexpr std::uint8_t kMessageStart = 0xD3;
-constexpr std::uint8_t kReplyStart = 0xDA;
-constexpr std::size_t kReplyHead = 10;
 using Span = std::span<std::uint8_t>;
 
 void setRight(Span stream, bool replies);
@@ -30,16 +29,17 @@ std::size_t setMessageRight(Span bytes) {
     return length + around;
 }
 
-/// The same for a reply: 16 bits of length, a mark, request word and kind, messages, 32 bits.
+/// The same for a reply and the messages in it.
 std::size_t setReplyRight(Span bytes) {
-    if (bytes.size() < kReplyHead + 4 || bytes[0] != kReplyStart || bytes[3] != 0x68)
+    ReplyHead head;
+    BitReader in(bytes);
+    layoutReplyHead(in, head);
+    if (!head.begins() || head.frameBytes() > bytes.size())
         return 0;
-    const std::size_t beforeCheck = getbitu(bytes, 8, 16) + 3;
-    if (beforeCheck < kReplyHead || beforeCheck + 4 > bytes.size())
-        return 0;
-    setRight(bytes.subspan(kReplyHead, beforeCheck - kReplyHead), false);
+    const std::size_t beforeCheck = head.frameBytes() - kReplyCheckBytes;
+    setRight(bytes.subspan(kReplyHeadBytes, beforeCheck - kReplyHeadBytes), false);
     setbitu(bytes, 8 * beforeCheck, 32, crc24q(bytes.first(beforeCheck)));
-    return beforeCheck + 4;
+    return head.frameBytes();
 }
 
 void setRight(Span stream, bool replies) {

@@ -33,9 +33,7 @@ constexpr auto kCarried = [] {
 
 constexpr double kLeastCarried = 1e6; // cycles, m
 constexpr int kLastBds2 = 16;         // PRN
-constexpr std::size_t kHeaderBytesOfReply = 10;
-constexpr std::size_t kCheckBytesOfReply = 4;
-constexpr std::size_t kMostBeforeCheck = kReplyBytes - kCheckBytesOfReply;
+constexpr std::size_t kMostBeforeCheck = kReplyBytes - kReplyCheckBytes;
 
 /// Satellites counted by group letter, in the order of kSystems.
 using Counts = std::array<int, kSystemCount>;
@@ -165,12 +163,7 @@ std::span<const std::uint8_t> VrsEncoder_m_encodeReply(const ReplyEncoder& in, V
     ReplyArea& area = pack.reply;
     const std::span buffer(area.buffer);
     area.totalLength = area.frameLength = 0;
-    setbitu(buffer, 0, 8, 0xDA);
-    setbitu(buffer, 8, 16, 0);
-    setbitu(buffer, 24, 8, 0x68);
-    setbitu(buffer, 32, 32, static_cast<std::uint32_t>(requestWord));
-    setbitu(buffer, 64, 16, 6);
-    area.bits = static_cast<int>(8 * kHeaderBytesOfReply);
+    area.bits = static_cast<int>(8 * kReplyHeadBytes);
     const bool encoded = VrsEncoder_m_encodeRtcm_ex(in, pack, area.bits) == 1;
     const auto n = static_cast<std::size_t>(area.bits / 8);
     // The messages alone may fill the buffer; with the check word they may not fit (deliberate).
@@ -178,9 +171,13 @@ std::span<const std::uint8_t> VrsEncoder_m_encodeReply(const ReplyEncoder& in, V
         area.bits = 0;
         return {};
     }
-    setbitu(buffer, 8, 16, static_cast<std::uint32_t>(n - 3));
+    const ReplyHead head{.length = n - kReplyUncounted,
+                         .requestWord = static_cast<std::uint32_t>(requestWord)};
+    BitWriter out(buffer.first(kReplyHeadBytes));
+    layoutReplyHead(out, head);
+    out.finish();
     setbitu(buffer, 8 * n, 32, crc24q(buffer.first(n)));
     area.frameLength = static_cast<int>(n);
-    area.totalLength = static_cast<int>(n + kCheckBytesOfReply);
-    return buffer.first(n + kCheckBytesOfReply);
+    area.totalLength = static_cast<int>(n + kReplyCheckBytes);
+    return buffer.first(n + kReplyCheckBytes);
 }

@@ -2,6 +2,7 @@
 
 #include "common/ComCoord.h"
 #include "common/EpochObs.h"
+#include "rtcm/layouts/ReplyFrame.h"
 
 #include <array>
 #include <cstddef>
@@ -9,9 +10,6 @@
 #include <string>
 
 /// VrsObsPack: one epoch of one station on its way from the epoch buffer to the reply.
-
-/// Room for a reply frame with its check word.
-inline constexpr std::size_t kReplyBytes = 4096;
 
 /// Where the reply frame of a pack is built.
 struct ReplyArea {
