@@ -50,10 +50,6 @@ MonthDay yeardoy2monthday(int year, int doy) {
     return {};
 }
 
-double timdif(int mjd1, int mjd2, double sod1, double sod2) {
-    return (mjd1 - mjd2) * kSecondsPerDay + sod1 - sod2;
-}
-
 WeekTime mjd2wksow(int mjd, double sod) {
     const int week = static_cast<int>((mjd + sod / kSecondsPerDay - kGpsEpochMjd) / 7.0);
     return {week, (mjd - kGpsEpochMjd - 7 * week) * kSecondsPerDay + sod};

@@ -35,7 +35,9 @@ int md_julday(int year, int month, int day);
 /// Month and day of a day of year; {0, 0} beyond the year's length.
 MonthDay yeardoy2monthday(int year, int doy);
 /// First epoch minus second, s.
-double timdif(int mjd1, int mjd2, double sod1, double sod2);
+inline double timdif(int mjd1, int mjd2, double sod1, double sod2) {
+    return (mjd1 - mjd2) * kSecondsPerDay + sod1 - sod2;
+}
 WeekTime mjd2wksow(int mjd, double sod);
 MjdTime wksow2mjd(int week, double sow);
 YearDoy mjd2doy(int mjd);

@@ -19,6 +19,8 @@ struct GTime {
 struct WeekTime {
     int week = 0;
     double sow = 0.0;
+
+    bool operator==(const WeekTime&) const = default;
 };
 
 /// Year, month, day, hour, minute, second.

@@ -13,7 +13,6 @@ namespace {
 
 constexpr double kElevationCutoffDeg = 5.0;
 constexpr double kHistoryAgeS = 30.0;
-constexpr double kForecastS = 10.0; // further ahead a rate alone is not near enough
 constexpr double kMaxOffsetM = 5000.0;
 constexpr double kPresent = 1e-6;
 constexpr double kFactorUnset = 0.01;
@@ -25,13 +24,6 @@ struct Geometry {
     double referenceM = 0.0;
 };
 
-/// The light time of an epoch, from the last one before; 0 = unknown.
-double forecastLightTime(const RangeHistory& history, const VrsObsPack& epoch) {
-    const double sinceS = timdif(epoch.mjd, history.seen.mjd, epoch.sod, history.seen.sod);
-    return std::fabs(sinceS) <= kForecastS ? history.lightTimeS + history.lightTimeRate * sinceS
-                                           : 0.0;
-}
-
 /// The satellite at the transmit time of the virtual point; nothing where there is no orbit (its
 /// reader has said so) or no convergence.
 std::optional<Geometry> geometryOf(const OrbitSource& in, RangeHistory& history,
@@ -40,17 +32,14 @@ std::optional<Geometry> geometryOf(const OrbitSource& in, RangeHistory& history,
     Geometry g;
     std::array<SightPoint, 2> points{
         {{virtualXyz, virtualXyz}, {in.session.stations[0].xyz, reference.xyz}}};
-    const LightTime result = solveLightTime(in, satellite, reference, points, g.satellite,
-                                            forecastLightTime(history, reference));
+    const LightTime result =
+        solveLightTime(in, satellite, reference, points, g.satellite, &history.lightTimes);
     if (result == LightTime::notConverged)
         print(Lasting{Cause::noConvergence, satellite},
               "***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",
               in.session.satelliteNames[satellite].c_str(), points[0].deltaS);
     if (result != LightTime::found)
         return std::nullopt;
-    history.seen = {reference.mjd, reference.sod};
-    history.lightTimeS = points[0].lightTimeS;
-    history.lightTimeRate = lightTimeRate(g.satellite, virtualXyz);
     g.virtualM = points[0].rangeM;
     g.referenceM = points[1].rangeM;
     return g;

@@ -3,6 +3,7 @@
 #include "common/ComTime.h"
 #include "vrs/BaseStation.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -24,69 +25,130 @@ double rangeTo(const OrbitState& s, const Vector3& point, const Vector3& rotatio
            kRotationPerMetre * (s[0] * rotationPoint[1] - s[1] * rotationPoint[0]);
 }
 
-constexpr double kAlmostS = 1e-7;
-constexpr double kMostRate = 1e-4; // of a light time; no satellite's is a tenth of it
+constexpr double kForecastS = 60.0; // ahead, at most
+constexpr int kMostLooks = 2;       // at forecasts
+constexpr double kMostRate = 1e-4;  // of a light time; no satellite's is a tenth of it
+// Changes of the light time on its way that surely do, and do not, keep the iteration going.
+constexpr double kMovingS = 1.01 * kConvergedS;
+constexpr double kStillS = 0.99 * kConvergedS;
 
-/// The ranges from one look at the satellite at an almost right transmit time: it goes on in a
-/// straight line. In kAlmostS gravity bends that by less than 1e-14 m, and the light time to the
-/// moved satellite is right to 1e-12 s, as the last pass of an iteration leaves it.
-bool settle(double lightTimeS, std::span<SightPoint> points, OrbitState& state) {
-    const double early =
-        lightTimeS - rangeTo(state, points[0].xyz, points[0].rotation) / kSpeedOfLight;
-    if (!(std::fabs(early) < kAlmostS &&
-          std::fabs(lightTimeRate(state, points[0].xyz)) < kMostRate))
-        return false;
-    for (std::size_t i = 0; i < 3; ++i)
-        state[i] += early * state[3 + i];
+/// Rate of the light time to a point, s/s.
+double lightTimeRate(const OrbitState& s, const SightPoint& p) {
+    const Vector3 sight{s[0] - p.xyz[0], s[1] - p.xyz[1], s[2] - p.xyz[2]};
+    return ((sight[0] * s[3] + sight[1] * s[4] + sight[2] * s[5]) /
+                std::sqrt(sight[0] * sight[0] + sight[1] * sight[1] + sight[2] * sight[2]) +
+            kRotationPerMetre * (s[3] * p.rotation[1] - s[4] * p.rotation[0])) /
+           kSpeedOfLight;
+}
+
+/// Ranges and light times from a look at the satellite; false where one has no sense.
+bool measure(std::span<SightPoint> points, const OrbitState& state) {
+    bool near = true; // not so for not-a-number either
     for (SightPoint& p : points) {
         p.rangeM = rangeTo(state, p.xyz, p.rotation);
-        p.lightTimeS = p.rangeM / kSpeedOfLight;
+        const double lightTimeS = p.rangeM / kSpeedOfLight;
+        p.deltaS = p.lightTimeS - lightTimeS;
+        p.lightTimeS = lightTimeS;
+        near = near && lightTimeS < kMaxLightTimeS;
     }
-    return true;
+    return near;
+}
+
+/// The light time (s) at which the iteration looks last, to 1e-15 s, from what was seen near it; 0
+/// where that is not sure. It looks at the time of reception, at the light time that it finds
+/// there, and once more where that changes the light time. `rate` is that of the first point.
+double lastLook(double lookedS, double rate, const OrbitState& state,
+                std::span<const SightPoint> points, const LightTimes& history) {
+    const double foundS = points[0].lightTimeS;
+    if (std::fabs(rate * foundS) > kMovingS)
+        return std::fabs(rate) < kMostRate ? foundS + rate * (lookedS - foundS - rate * lookedS)
+                                           : 0.0;
+    const bool still = std::all_of(points.begin(), points.end(), [&](const SightPoint& p) {
+        return std::fabs(lightTimeRate(state, p) * p.lightTimeS) < kStillS;
+    });
+    const std::optional<double> change = history.rateChange();
+    return still && change ? foundS + (rate + 0.5 * *change * lookedS) * lookedS : 0.0;
 }
 
 } // namespace
 
-double lightTimeRate(const OrbitState& s, const Vector3& point) {
-    const Vector3 sight{s[0] - point[0], s[1] - point[1], s[2] - point[2]};
-    return (sight[0] * s[3] + sight[1] * s[4] + sight[2] * s[5]) /
-           (std::sqrt(sight[0] * sight[0] + sight[1] * sight[1] + sight[2] * sight[2]) *
-            kSpeedOfLight);
+void LightTimes::add(MjdTime t, double lightTimeS, double rate) {
+    const double sinceS = timdif(t.mjd, seen_[0].t.mjd, t.sod, seen_[0].t.sod);
+    count_ = count_ > 0 && sinceS > 0.0 && sinceS <= kForecastS ? 2 : 1;
+    seen_[1] = seen_[0];
+    seen_[0] = {t, lightTimeS, rate / (1.0 + rate)};
+}
+
+double LightTimes::at(MjdTime t) const {
+    const auto& [now, before] = seen_;
+    const double sinceS = timdif(t.mjd, now.t.mjd, t.sod, now.t.sod);
+    if (count_ == 0 || !(sinceS > 0.0 && sinceS <= kForecastS))
+        return 0.0;
+    const double straight = now.lightTimeS + now.rate * sinceS;
+    if (count_ == 1)
+        return straight;
+    // Hermite's polynomial by divided differences.
+    const double stepS = timdif(now.t.mjd, before.t.mjd, now.t.sod, before.t.sod);
+    const double slope = (now.lightTimeS - before.lightTimeS) / stepS;
+    const double bend = (now.rate - slope) / stepS;
+    const double bendBefore = (slope - before.rate) / stepS;
+    return straight + sinceS * sinceS * (bend + (sinceS + stepS) * (bend - bendBefore) / stepS);
+}
+
+std::optional<double> LightTimes::rateChange() const {
+    if (count_ < 2)
+        return std::nullopt;
+    const auto& [now, before] = seen_;
+    return (now.rate - before.rate) / timdif(now.t.mjd, before.t.mjd, now.t.sod, before.t.sod);
 }
 
 LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPack& pack,
-                         std::span<SightPoint> points, OrbitState& state, double forecastS) {
+                         std::span<SightPoint> points, OrbitState& state, LightTimes* history) {
+    const MjdTime received{pack.mjd, pack.sod};
+    const auto instant = [&](double lightTimeS) {
+        const MjdTime t = timinc(received.mjd, received.sod, -lightTimeS);
+        return mjd2wksow(t.mjd, t.sod);
+    };
     const auto look = [&](double lightTimeS) {
-        const MjdTime t = timinc(pack.mjd, pack.sod, -lightTimeS);
+        const MjdTime t = timinc(received.mjd, received.sod, -lightTimeS);
         return VrsBaseStation_v_readOrbit(in, satellite, t.mjd, state,
                                           pack.ephemerisIndex[satellite], t.sod) != 0;
     };
-    if (forecastS > 0.0) {
-        if (!look(forecastS))
+
+    double lookS = history ? history->at(received) : 0.0;
+    for (int looks = 0; looks < kMostLooks && lookS > 0.0; ++looks) {
+        if (!look(lookS))
             return LightTime::noOrbit;
-        if (settle(forecastS, points, state))
+        if (!measure(points, state))
+            break;
+        const double rate = lightTimeRate(state, points[0]);
+        const double lastS = lastLook(lookS, rate, state, points, *history);
+        if (instant(lastS) == instant(lookS)) {
+            history->add(received, lastS, rate);
             return LightTime::found;
+        }
+        lookS = lastS;
     }
+
+    for (SightPoint& p : points)
+        p.lightTimeS = 0.0;
     int passes = 0;
     bool moving = true;
     while (moving && passes < kMostPasses) {
-        if (!look(points[0].lightTimeS))
+        lookS = points[0].lightTimeS;
+        if (!look(lookS))
             return LightTime::noOrbit;
-        moving = false;
-        bool near = true; // not so for not-a-number either
-        for (SightPoint& p : points) {
-            p.rangeM = rangeTo(state, p.xyz, p.rotation);
-            const double lightTimeS = p.rangeM / kSpeedOfLight;
-            p.deltaS = p.lightTimeS - lightTimeS;
-            p.lightTimeS = lightTimeS;
-            moving = moving || std::fabs(p.deltaS) > kConvergedS;
-            near = near && lightTimeS < kMaxLightTimeS;
-        }
-        if (!near)
+        if (!measure(points, state))
             return LightTime::notConverged;
+        moving = std::any_of(points.begin(), points.end(),
+                             [](const SightPoint& p) { return std::fabs(p.deltaS) > kConvergedS; });
         ++passes;
     }
-    return passes < kSuspectPasses ? LightTime::found : LightTime::notConverged;
+    if (passes >= kSuspectPasses)
+        return LightTime::notConverged;
+    if (history)
+        history->add(received, lookS, lightTimeRate(state, points[0]));
+    return LightTime::found;
 }
 
 Vector3 localSight(const OrbitState& satellite, const Vector3& point, const Matrix3& fromLocal) {

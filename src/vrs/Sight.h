@@ -4,7 +4,9 @@
 #include "orbit/RnxephUtils.h"
 #include "vrs/VrsObsPack.h"
 
+#include <array>
 #include <cstddef>
+#include <optional>
 #include <span>
 
 /// Sight: what a point on the ground sees of a satellite. Range in the frame of reception, with the
@@ -19,14 +21,35 @@ struct SightPoint {
     double deltaS = 0.0; // light time before the last pass minus the one after it
 };
 
+/// The light times of a satellite's last two epochs and their rates, from which the next is
+/// forecast.
+class LightTimes {
+public:
+    /// At a time of reception: the light time, and its rate at the transmission.
+    void add(MjdTime t, double lightTimeS, double rate);
+    /// By the cubic through both, s; 0 where there are none, or too old ones.
+    double at(MjdTime t) const;
+    /// Change of the rate, 1/s; nothing where there is one epoch only.
+    std::optional<double> rateChange() const;
+
+private:
+    struct Seen {
+        MjdTime t;
+        double lightTimeS;
+        double rate; // at the reception
+    };
+    std::array<Seen, 2> seen_{}; // the newest first
+    int count_ = 0;
+};
+
 enum class LightTime { found, noOrbit, notConverged };
 /// Iterates until the light times to all points (at least one) no longer change. All see the
-/// satellite at the transmit time of the first one, for which a forecast (s; 0 = none) saves the
-/// iteration where it is almost right. Without an orbit, its reader has printed why.
+/// satellite at the transmit time of the first one. A history of that point's light times saves the
+/// iteration where it surely would end at the instant that they forecast, as orbits tell instants
+/// apart: the result is the same to the last bit. Without an orbit, its reader has printed why.
 LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPack& pack,
-                         std::span<SightPoint> points, OrbitState& state, double forecastS = 0.0);
-/// Rate of the light time to a point, s/s; without the Earth-rotation term.
-double lightTimeRate(const OrbitState& satellite, const Vector3& point);
+                         std::span<SightPoint> points, OrbitState& state,
+                         LightTimes* history = nullptr);
 
 /// East, north and up of a satellite from a point, m; `fromLocal` turns local axes into
 /// Earth-centred ones.

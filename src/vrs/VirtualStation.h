@@ -4,6 +4,7 @@
 #include "orbit/RnxephUtils.h"
 #include "rinex/Rnxobs.h"
 #include "rtcm/rtcm.h"
+#include "vrs/Sight.h"
 #include "vrs/VrsObsPack.h"
 
 #include <array>
@@ -20,14 +21,12 @@ struct VrsEncoders {
 };
 
 /// What is kept of a satellite from epoch to epoch: for the Doppler correction its last answered
-/// epoch, and the last light time to the virtual point, from which the next is forecast.
+/// epoch, and the last light times to the virtual point.
 struct RangeHistory {
     int mjd = 0;
     double sod = 0.0;
-    double drleng = 0.0; // range at the virtual point minus range at the reference, m
-    MjdTime seen;
-    double lightTimeS = 0.0; // 0 = none
-    double lightTimeRate = 0.0;
+    double drleng = 0.0;   // range at the virtual point minus range at the reference, m
+    LightTimes lightTimes; // at which its satellite was looked at last
     /// f1^2 / f^2 per carrier slot, formed when first needed; 0 = not formed. Recorded only.
     std::array<double, kMaxSlots> ionosphereFactor{};
 };
