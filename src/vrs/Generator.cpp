@@ -33,7 +33,7 @@ std::optional<Geometry> geometryOf(const OrbitSource& in, RangeHistory& history,
     std::array<SightPoint, 2> points{
         {{virtualXyz, virtualXyz}, {in.session.stations[0].xyz, reference.xyz}}};
     const LightTime result =
-        solveLightTime(in, satellite, reference, points, g.satellite, &history.lightTimes);
+        solveLightTime(in, satellite, reference, points, g.satellite, history.lightTimes);
     if (result == LightTime::notConverged)
         print(Lasting{Cause::noConvergence, satellite},
               "***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",

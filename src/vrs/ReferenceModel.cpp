@@ -16,7 +16,8 @@ void modelSatellite(const OrbitSource& in, VrsObsPack& pack, std::size_t satelli
     pack.ephemerisIndex[satellite] = kEphemerisWanted;
     SightPoint station{pack.xyz, pack.xyz};
     OrbitState state{};
-    switch (solveLightTime(in, satellite, pack, std::span(&station, 1), state)) {
+    LightTimes none;
+    switch (solveLightTime(in, satellite, pack, std::span(&station, 1), state, none)) {
     case LightTime::noOrbit:
         return;
     case LightTime::notConverged:

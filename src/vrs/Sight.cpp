@@ -103,7 +103,7 @@ std::optional<double> LightTimes::rateChange() const {
 }
 
 LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPack& pack,
-                         std::span<SightPoint> points, OrbitState& state, LightTimes* history) {
+                         std::span<SightPoint> points, OrbitState& state, LightTimes& history) {
     const MjdTime received{pack.mjd, pack.sod};
     const auto instant = [&](double lightTimeS) {
         const MjdTime t = timinc(received.mjd, received.sod, -lightTimeS);
@@ -115,16 +115,16 @@ LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPac
                                           pack.ephemerisIndex[satellite], t.sod) != 0;
     };
 
-    double lookS = history ? history->at(received) : 0.0;
+    double lookS = history.at(received);
     for (int looks = 0; looks < kMostLooks && lookS > 0.0; ++looks) {
         if (!look(lookS))
             return LightTime::noOrbit;
         if (!measure(points, state))
             break;
         const double rate = lightTimeRate(state, points[0]);
-        const double lastS = lastLook(lookS, rate, state, points, *history);
+        const double lastS = lastLook(lookS, rate, state, points, history);
         if (instant(lastS) == instant(lookS)) {
-            history->add(received, lastS, rate);
+            history.add(received, lastS, rate);
             return LightTime::found;
         }
         lookS = lastS;
@@ -146,8 +146,7 @@ LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPac
     }
     if (passes >= kSuspectPasses)
         return LightTime::notConverged;
-    if (history)
-        history->add(received, lookS, lightTimeRate(state, points[0]));
+    history.add(received, lookS, lightTimeRate(state, points[0]));
     return LightTime::found;
 }
 

@@ -44,12 +44,12 @@ private:
 
 enum class LightTime { found, noOrbit, notConverged };
 /// Iterates until the light times to all points (at least one) no longer change. All see the
-/// satellite at the transmit time of the first one. A history of that point's light times saves the
-/// iteration where it surely would end at the instant that they forecast, as orbits tell instants
-/// apart: the result is the same to the last bit. Without an orbit, its reader has printed why.
+/// satellite at the transmit time of the first one. The history of that point's light times saves
+/// the iteration where it surely would end at the instant that they forecast, as orbits tell
+/// instants apart: the result is the same to the last bit. Without an orbit, its reader has printed
+/// why.
 LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPack& pack,
-                         std::span<SightPoint> points, OrbitState& state,
-                         LightTimes* history = nullptr);
+                         std::span<SightPoint> points, OrbitState& state, LightTimes& history);
 
 /// East, north and up of a satellite from a point, m; `fromLocal` turns local axes into
 /// Earth-centred ones.

@@ -170,7 +170,7 @@ TEST_F(Virtual, LightTimesThatWereForecastAreThoseOfTheIteration) {
     for (const std::string& name : names) {
         const std::size_t i = indexOf(name);
         using Points = std::array<SightPoint, 2>;
-        const auto solve = [&](LightTimes* history) {
+        const auto solve = [&](LightTimes& history) {
             Points points{{{request.xyz, request.xyz}, {reference->xyz, reference->xyz}}};
             OrbitState state{};
             EXPECT_EQ(solveLightTime(sources().orbits(), i, *reference, points, state, history),
@@ -178,8 +178,9 @@ TEST_F(Virtual, LightTimesThatWereForecastAreThoseOfTheIteration) {
             return std::pair(state, points);
         };
         const auto comesOutOf = [&](LightTimes history) {
-            const auto [state, points] = solve(nullptr);
-            const auto [forecastState, forecast] = solve(&history);
+            LightTimes none;
+            const auto [state, points] = solve(none);
+            const auto [forecastState, forecast] = solve(history);
             EXPECT_EQ(forecastState, state) << name;
             EXPECT_EQ(forecast[0].rangeM, points[0].rangeM) << name;
             EXPECT_EQ(forecast[1].rangeM, points[1].rangeM) << name;
