@@ -1,9 +1,9 @@
 #include "bench/Pieces.h"
 
+#include "base/bits.h"
 #include "bench/Station.h"
-#include "common/Clock.h"
-#include "common/ComTime.h"
-#include "common/bits.h"
+#include "gnss/Clock.h"
+#include "gnss/ComTime.h"
 #include "orbit/RnxephUtils.h"
 #include "rtcm/rtcm.h"
 

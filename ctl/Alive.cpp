@@ -1,6 +1,6 @@
 #include "ctl/Alive.h"
 
-#include "common/Clock.h"
+#include "gnss/Clock.h"
 
 #include <array>
 #include <cerrno>

@@ -1,9 +1,9 @@
 #include "ctl/Alive.h"
-#include "ctl/Check.h"
-#include "ctl/Dump.h"
-#include "ctl/Faults.h"
-#include "ctl/Quirks.h"
-#include "ctl/Simulate.h"
+#include "ctl/check/Check.h"
+#include "ctl/dump/Dump.h"
+#include "ctl/simulate/Faults.h"
+#include "ctl/simulate/Quirks.h"
+#include "ctl/simulate/Simulate.h"
 
 #include <CLI/CLI.hpp>
 

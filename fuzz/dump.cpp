@@ -1,6 +1,6 @@
 #include "fuzz/support.h"
 
-#include "ctl/Dump.h"
+#include "ctl/dump/Dump.h"
 
 #include <cjson/cJSON.h>
 

@@ -1,7 +1,7 @@
 #include "fuzz/support.h"
 
-#include "app/datapack.h"
-#include "tests/app/packets.h"
+#include "beside/datapack.h"
+#include "tests/packets.h"
 
 // Command packets: those of any bytes are the ones that the rules of the protocol find, and a
 // packet that is built is found again.

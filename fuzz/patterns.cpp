@@ -1,7 +1,7 @@
 #include "fuzz/support.h"
 
-#include "common/ComText.h"
-#include "common/Patterns.h"
+#include "base/ComText.h"
+#include "config/Patterns.h"
 
 #include <array>
 

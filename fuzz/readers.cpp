@@ -1,14 +1,14 @@
 #include "fuzz/support.h"
 
-#include "common/Configuration.h"
-#include "common/SiteFile.h"
-#include "common/Taiutc.h"
+#include "beside/Tropo_vmf1.h"
+#include "config/Antatx.h"
+#include "config/Configuration.h"
 #include "config/Deploy.h"
 #include "config/PostMode.h"
-#include "ctl/Remarks.h"
+#include "config/SiteFile.h"
+#include "ctl/check/Remarks.h"
 #include "fuzz/fatal.h"
-#include "models/Antatx.h"
-#include "models/Tropo_vmf1.h"
+#include "gnss/Taiutc.h"
 
 #include <algorithm>
 #include <array>

@@ -1,10 +1,10 @@
 #include "fuzz/support.h"
 
 #include "app/Service.h"
-#include "common/Clock.h"
-#include "common/ComText.h"
-#include "common/ComTime.h"
+#include "base/ComText.h"
 #include "config/Deploy.h"
+#include "gnss/Clock.h"
+#include "gnss/ComTime.h"
 #include "reference/standard/sky.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "fuzz/support.h"
 
-#include "common/bits.h"
+#include "base/bits.h"
 #include "rtcm/layouts/ReplyFrame.h"
 
 #include <cstdio>

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "app/Service.h"
-#include "common/ComFreq.h"
 #include "config/Deploy.h"
+#include "gnss/ComFreq.h"
 #include "session.h"
 
 #include <unistd.h>

@@ -4,7 +4,7 @@
 #include "process.h"
 #include "session.h"
 
-#include "common/Clock.h"
+#include "gnss/Clock.h"
 #include "reference/service/predict.h"
 
 #include <csignal>

@@ -1,9 +1,9 @@
 /// What the tests of the road share: places, satellites, a clock that stands, streams.
 #pragma once
 
-#include "common/Clock.h"
-#include "common/ComText.h"
-#include "common/ComTime.h"
+#include "base/ComText.h"
+#include "gnss/Clock.h"
+#include "gnss/ComTime.h"
 #include "reference/service/framing.h"
 #include "reference/standard/geometry.h"
 #include "reference/standard/orbit.h"

@@ -1,8 +1,8 @@
 #include "app/PeerLink.h"
 
-#include "common/Clock.h"
-#include "common/Configuration.h"
-#include "common/Print.h"
+#include "base/Print.h"
+#include "config/Configuration.h"
+#include "gnss/Clock.h"
 #include "net/Notify.h"
 #include "net/ysocket.h"
 

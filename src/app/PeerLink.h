@@ -9,7 +9,7 @@
 /// earlier sends have not left, it is dropped whole. Frames that are passed on are small and keep
 /// their worth: they are dropped only where many are waiting.
 
-struct Connector; // common/Configuration.h
+struct Connector; // config/Configuration.h
 
 class PeerLink {
 public:

@@ -1,7 +1,7 @@
 #include "app/Service.h"
 
-#include "common/Clock.h"
-#include "common/Print.h"
+#include "base/Print.h"
+#include "gnss/Clock.h"
 #include "net/Notify.h"
 #include "net/ysocket.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/PeerLink.h"
-#include "common/Configuration.h"
+#include "config/Configuration.h"
 #include "intake/StreamObs.h"
 #include "vrs/VrsMain.h"
 

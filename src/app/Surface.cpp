@@ -1,7 +1,7 @@
 #include "app/Surface.h"
 
-#include "common/Print.h"
-#include "common/Signals.h"
+#include "base/Print.h"
+#include "base/Signals.h"
 #include "config/Deploy.h"
 #include "net/Log.h"
 #include "net/Notify.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/Service.h"
-#include "app/datapack.h"
+#include "beside/datapack.h"
 
 #include <array>
 #include <cstddef>

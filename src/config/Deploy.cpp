@@ -4,12 +4,12 @@
 #include "config/Section.h"
 #include "config/Switches.h"
 
-#include "common/Clock.h"
-#include "common/ComText.h"
-#include "common/ComTime.h"
-#include "common/LineReader.h"
-#include "common/Print.h"
-#include "common/ReadingWatcher.h"
+#include "base/ComText.h"
+#include "base/LineReader.h"
+#include "base/Print.h"
+#include "base/ReadingWatcher.h"
+#include "gnss/Clock.h"
+#include "gnss/ComTime.h"
 
 #include <cjson/cJSON.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/Configuration.h"
-#include "common/Findings.h"
+#include "base/Findings.h"
+#include "config/Configuration.h"
 #include "config/JsonDocument.h"
 
 #include <string>

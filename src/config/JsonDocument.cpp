@@ -1,7 +1,7 @@
 #include "config/JsonDocument.h"
 
-#include "common/ComText.h"
-#include "common/ReadingWatcher.h"
+#include "base/ComText.h"
+#include "base/ReadingWatcher.h"
 
 #include <cjson/cJSON.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Findings.h"
+#include "base/Findings.h"
 
 #include <memory>
 #include <string>

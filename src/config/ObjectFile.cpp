@@ -1,10 +1,10 @@
-#include "common/ComFreq.h"
-#include "common/ComText.h"
-#include "common/LineReader.h"
-#include "common/ReadingWatcher.h"
-#include "common/SiteFile.h"
+#include "base/ComText.h"
+#include "base/LineReader.h"
+#include "base/ReadingWatcher.h"
 #include "config/Deploy.h"
 #include "config/PostMode.h"
+#include "config/SiteFile.h"
+#include "gnss/ComFreq.h"
 
 #include <algorithm>
 #include <cmath>

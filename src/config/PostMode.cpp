@@ -1,12 +1,12 @@
 #include "config/PostMode.h"
 
-#include "common/ComFreq.h"
-#include "common/ComText.h"
-#include "common/ComTime.h"
-#include "common/LineReader.h"
-#include "common/Patterns.h"
-#include "models/Antatx.h"
-#include "models/ModelFile.h"
+#include "base/ComText.h"
+#include "base/LineReader.h"
+#include "config/Antatx.h"
+#include "config/ModelFile.h"
+#include "config/Patterns.h"
+#include "gnss/ComFreq.h"
+#include "gnss/ComTime.h"
 
 #include <array>
 #include <cmath>

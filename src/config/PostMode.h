@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/Configuration.h"
-#include "common/Findings.h"
+#include "base/Findings.h"
+#include "config/Configuration.h"
 
 /// PostMode: what "-post" resolves at start-up, beyond what a live session needs: satellite
 /// information, antennas of satellites and stations, names of files. Reports to the findings; the

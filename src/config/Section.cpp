@@ -1,6 +1,6 @@
 #include "config/Section.h"
 
-#include "common/ReadingWatcher.h"
+#include "base/ReadingWatcher.h"
 
 #include <cjson/cJSON.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/ComText.h"
-#include "common/Configuration.h"
+#include "base/ComText.h"
+#include "config/Configuration.h"
 #include "config/JsonDocument.h"
 
 #include <functional>

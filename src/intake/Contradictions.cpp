@@ -1,8 +1,8 @@
 #include "intake/Contradictions.h"
 
-#include "common/ComText.h"
-#include "common/Print.h"
-#include "common/Session.h"
+#include "base/ComText.h"
+#include "base/Print.h"
+#include "gnss/Session.h"
 
 #include <algorithm>
 #include <cmath>

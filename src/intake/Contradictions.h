@@ -1,8 +1,8 @@
 #pragma once
 
-#include "common/ComCoord.h"
-#include "common/GTime.h"
-#include "common/gnsscmn.h"
+#include "gnss/ComCoord.h"
+#include "gnss/GTime.h"
+#include "gnss/gnsscmn.h"
 
 #include <array>
 #include <chrono>

@@ -1,9 +1,9 @@
 #include "intake/StreamObs.h"
 
-#include "common/Clock.h"
-#include "common/ComText.h"
-#include "common/ComTime.h"
-#include "common/Print.h"
+#include "base/ComText.h"
+#include "base/Print.h"
+#include "gnss/Clock.h"
+#include "gnss/ComTime.h"
 
 #include <algorithm>
 #include <cmath>

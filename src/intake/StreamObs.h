@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/Session.h"
-#include "common/Taiutc.h"
+#include "gnss/Session.h"
+#include "gnss/Taiutc.h"
 #include "intake/Contradictions.h"
 #include "orbit/Rnxeph.h"
 #include "rtcm/rtcm.h"

@@ -1,8 +1,8 @@
 #include "net/LineWriter.h"
 
-#include "common/Clock.h"
-#include "common/Findings.h"
-#include "common/Signals.h"
+#include "base/Findings.h"
+#include "base/Signals.h"
+#include "gnss/Clock.h"
 #include "net/ysocket.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "net/Log.h"
 
-#include "common/Clock.h"
-#include "common/Findings.h"
+#include "base/Findings.h"
+#include "gnss/Clock.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Print.h"
+#include "base/Print.h"
 #include "net/LastingWarnings.h"
 #include "net/LineWriter.h"
 

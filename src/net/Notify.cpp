@@ -1,7 +1,7 @@
 #include "net/Notify.h"
 
-#include "common/Clock.h"
-#include "common/Print.h"
+#include "base/Print.h"
+#include "gnss/Clock.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "net/hosts.h"
 
-#include "common/Print.h"
+#include "base/Print.h"
 #include "net/ysocket.h"
 
 #include <arpa/inet.h>

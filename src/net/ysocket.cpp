@@ -1,6 +1,6 @@
 #include "net/ysocket.h"
 
-#include "common/Print.h"
+#include "base/Print.h"
 #include "net/Notify.h"
 
 #include <algorithm>

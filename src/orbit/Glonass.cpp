@@ -1,9 +1,9 @@
 #include "orbit/RnxephUtils.h"
 
-#include "common/ComCoord.h"
-#include "common/ComText.h"
-#include "common/ComTime.h"
-#include "common/Print.h"
+#include "base/ComText.h"
+#include "base/Print.h"
+#include "gnss/ComCoord.h"
+#include "gnss/ComTime.h"
 
 #include <cmath>
 #include <string>

@@ -1,10 +1,10 @@
 #include "orbit/RnxephUtils.h"
 
-#include "common/ComCoord.h"
-#include "common/ComFreq.h"
-#include "common/ComText.h"
-#include "common/ComTime.h"
-#include "common/Print.h"
+#include "base/ComText.h"
+#include "base/Print.h"
+#include "gnss/ComCoord.h"
+#include "gnss/ComFreq.h"
+#include "gnss/ComTime.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #include "orbit/Rnxeph.h"
 
-#include "common/ComText.h"
+#include "base/ComText.h"
 
 #include <algorithm>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "orbit/RnxephUtils.h"
 
-#include "common/ComTime.h"
-#include "common/Print.h"
+#include "base/Print.h"
+#include "gnss/ComTime.h"
 
 #include <cmath>
 

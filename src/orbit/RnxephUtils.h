@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/ComTime.h"
+#include "gnss/ComTime.h"
 #include "orbit/Rnxeph.h"
 
 #include <array>

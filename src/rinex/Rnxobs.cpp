@@ -1,10 +1,10 @@
 #include "rinex/Rnxobs.h"
 
-#include "common/ComText.h"
-#include "common/ComTime.h"
-#include "common/Findings.h"
-#include "common/Print.h"
-#include "common/Signals.h"
+#include "base/ComText.h"
+#include "base/Findings.h"
+#include "base/Print.h"
+#include "base/Signals.h"
+#include "gnss/ComTime.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Session.h"
+#include "gnss/Session.h"
 
 #include <span>
 #include <string>

@@ -1,6 +1,6 @@
 #include "rtcm/Frame.h"
 
-#include "common/bits.h"
+#include "base/bits.h"
 
 std::size_t closeFrame(std::span<std::uint8_t> buff, std::size_t nbit) {
     const std::size_t bytes = (nbit + 7) / 8;

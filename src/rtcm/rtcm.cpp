@@ -1,6 +1,6 @@
 #include "rtcm/rtcm.h"
 
-#include "common/Print.h"
+#include "base/Print.h"
 
 #include <algorithm>
 #include <bit>

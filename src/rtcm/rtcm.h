@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/GTime.h"
-#include "common/gnsscmn.h"
+#include "gnss/GTime.h"
+#include "gnss/gnsscmn.h"
 #include "rtcm/Frame.h"
 
 #include <array>

@@ -1,9 +1,9 @@
 #include "rtcm/Messages.h"
 #include "rtcm/decode.h"
 
-#include "common/Clock.h"
-#include "common/Findings.h"
-#include "common/Print.h"
+#include "base/Findings.h"
+#include "base/Print.h"
+#include "gnss/Clock.h"
 
 #include <cmath>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 #include "rtcm/Messages.h"
 #include "rtcm/decode.h"
 
-#include "common/Clock.h"
-#include "common/Print.h"
+#include "base/Print.h"
+#include "gnss/Clock.h"
 
 #include <cmath>
 

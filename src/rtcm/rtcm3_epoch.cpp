@@ -1,7 +1,7 @@
 #include "rtcm/decode.h"
 
-#include "common/Clock.h"
-#include "common/Print.h"
+#include "base/Print.h"
+#include "gnss/Clock.h"
 
 #include <cmath>
 #include <utility>

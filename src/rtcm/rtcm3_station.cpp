@@ -1,9 +1,9 @@
 #include "rtcm/Messages.h"
 #include "rtcm/decode.h"
 
-#include "common/ComCoord.h"
-#include "common/Findings.h"
-#include "common/Print.h"
+#include "base/Findings.h"
+#include "base/Print.h"
+#include "gnss/ComCoord.h"
 
 #include <algorithm>
 #include <cmath>

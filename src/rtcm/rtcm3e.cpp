@@ -1,7 +1,7 @@
 #include "rtcm/Messages.h"
 #include "rtcm/encode.h"
 
-#include "common/ComCoord.h"
+#include "gnss/ComCoord.h"
 
 #include <cmath>
 

@@ -1,7 +1,7 @@
 #include "rtcm/Messages.h"
 #include "rtcm/encode.h"
 
-#include "common/Print.h"
+#include "base/Print.h"
 
 #include <array>
 #include <cmath>

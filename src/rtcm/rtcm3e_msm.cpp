@@ -1,8 +1,8 @@
 #include "rtcm/Messages.h"
 #include "rtcm/encode.h"
 
-#include "common/ComCoord.h"
-#include "common/Print.h"
+#include "base/Print.h"
+#include "gnss/ComCoord.h"
 
 #include <algorithm>
 #include <array>

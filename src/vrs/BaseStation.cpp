@@ -1,6 +1,6 @@
 #include "vrs/BaseStation.h"
 
-#include "common/Print.h"
+#include "base/Print.h"
 #include "rinex/Rnxobs.h"
 #include "vrs/Generator.h"
 #include "vrs/VrsEncoder.h"

@@ -1,9 +1,9 @@
 #include "vrs/Generator.h"
 
-#include "common/ComFreq.h"
-#include "common/ComText.h"
-#include "common/ComTime.h"
-#include "common/Print.h"
+#include "base/ComText.h"
+#include "base/Print.h"
+#include "gnss/ComFreq.h"
+#include "gnss/ComTime.h"
 #include "vrs/Sight.h"
 
 #include <cmath>

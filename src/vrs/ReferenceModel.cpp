@@ -1,4 +1,4 @@
-#include "common/Print.h"
+#include "base/Print.h"
 #include "vrs/BaseStation.h"
 #include "vrs/Sight.h"
 

@@ -1,6 +1,6 @@
 #include "vrs/Sight.h"
 
-#include "common/ComTime.h"
+#include "gnss/ComTime.h"
 #include "vrs/BaseStation.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/ComCoord.h"
+#include "gnss/ComCoord.h"
 #include "orbit/RnxephUtils.h"
 #include "vrs/VrsObsPack.h"
 

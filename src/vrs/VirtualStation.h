@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Session.h"
+#include "gnss/Session.h"
 #include "orbit/RnxephUtils.h"
 #include "rinex/Rnxobs.h"
 #include "rtcm/rtcm.h"

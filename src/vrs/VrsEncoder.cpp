@@ -1,8 +1,8 @@
 #include "vrs/VrsEncoder.h"
 
-#include "common/ComText.h"
-#include "common/ComTime.h"
-#include "common/Print.h"
+#include "base/ComText.h"
+#include "base/Print.h"
+#include "gnss/ComTime.h"
 
 #include <algorithm>
 #include <array>

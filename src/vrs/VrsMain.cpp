@@ -1,6 +1,6 @@
 #include "vrs/VrsMain.h"
 
-#include "common/Print.h"
+#include "base/Print.h"
 #include "vrs/BaseStation.h"
 #include "vrs/VrsObsPack.h"
 

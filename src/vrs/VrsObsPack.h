@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/ComCoord.h"
-#include "common/EpochObs.h"
+#include "gnss/ComCoord.h"
+#include "gnss/EpochObs.h"
 #include "rtcm/layouts/ReplyFrame.h"
 
 #include <array>

@@ -1,5 +1,5 @@
 #include "app/Surface.h"
-#include "common/check.h"
+#include "check.h"
 #include "configured.h"
 
 TEST(Teardown, GivesBackEveryListOfTheRecord) {

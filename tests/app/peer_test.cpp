@@ -1,6 +1,6 @@
 #include "service.h"
 
-#include "common/Clock.h"
+#include "gnss/Clock.h"
 #include "reference/service/judge.h"
 
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "common/check.h"
+#include "check.h"
 #include "config/Deploy.h"
 #include "process.h"
 

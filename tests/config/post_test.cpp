@@ -1,5 +1,5 @@
-#include "common/ComText.h"
-#include "common/check.h"
+#include "base/ComText.h"
+#include "check.h"
 #include "config/Deploy.h"
 #include "config/PostMode.h"
 #include "process.h"

@@ -1,8 +1,8 @@
-#include "common/check.h"
-#include "ctl/Access.h"
-#include "ctl/Check.h"
-#include "ctl/Place.h"
-#include "ctl/Unit.h"
+#include "check.h"
+#include "ctl/check/Access.h"
+#include "ctl/check/Check.h"
+#include "ctl/check/Place.h"
+#include "ctl/check/Unit.h"
 #include "process.h"
 
 #include <cjson/cJSON.h>

@@ -1,7 +1,7 @@
 #include "process.h"
 #include "session.h"
 
-#include "ctl/Dump.h"
+#include "ctl/dump/Dump.h"
 #include "reference/standard/ephemeris.h"
 #include "reference/standard/msm.h"
 

@@ -1,6 +1,6 @@
-#include "ctl/Judgement.h"
+#include "ctl/simulate/Judgement.h"
 
-#include "common/Findings.h"
+#include "base/Findings.h"
 
 #include <functional>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "ctl/Labels.h"
-#include "ctl/Report.h"
+#include "ctl/report/Labels.h"
+#include "ctl/report/Report.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

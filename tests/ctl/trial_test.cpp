@@ -1,7 +1,7 @@
 #include "process.h"
 #include "session.h"
 
-#include "common/check.h"
+#include "check.h"
 #include "reference/standard/census.h"
 #include "reference/standard/msm.h"
 

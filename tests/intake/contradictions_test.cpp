@@ -1,3 +1,4 @@
+#include "base/Findings.h"
 #include "service.h"
 
 #include "intake/Contradictions.h"

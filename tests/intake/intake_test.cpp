@@ -1,6 +1,6 @@
 #include "configured.h"
 
-#include "common/Leaps.h"
+#include "gnss/Leaps.h"
 #include "reference/standard/msm.h"
 
 #include <cmath>

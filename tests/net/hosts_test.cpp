@@ -1,4 +1,4 @@
-#include "common/check.h"
+#include "check.h"
 #include "net/hosts.h"
 #include "net/ysocket.h"
 

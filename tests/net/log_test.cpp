@@ -1,6 +1,6 @@
-#include "common/Findings.h"
-#include "common/Signals.h"
-#include "common/check.h"
+#include "base/Findings.h"
+#include "base/Signals.h"
+#include "check.h"
 #include "net/Log.h"
 
 #include <array>

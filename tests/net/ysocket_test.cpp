@@ -1,4 +1,4 @@
-#include "common/check.h"
+#include "check.h"
 #include "net/ysocket.h"
 
 #include <arpa/inet.h>

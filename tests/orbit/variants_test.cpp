@@ -1,4 +1,4 @@
-#include "common/check.h"
+#include "check.h"
 #include "configured.h"
 #include "orbit/RnxephUtils.h"
 

@@ -1,7 +1,7 @@
 #include "rinex/Rnxobs.h"
 
-#include "common/Signals.h"
-#include "common/check.h"
+#include "base/Signals.h"
+#include "check.h"
 #include "process.h"
 
 #include <csignal>

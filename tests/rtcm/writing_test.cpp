@@ -1,6 +1,6 @@
 #include "session.h"
 
-#include "ctl/Encode.h"
+#include "ctl/simulate/Encode.h"
 #include "reference/standard/ephemeris.h"
 #include "reference/standard/legacy.h"
 #include "reference/standard/msm.h"

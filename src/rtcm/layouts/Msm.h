@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/gnsscmn.h"
+#include "gnss/gnsscmn.h"
 #include "rtcm/BitCursor.h"
 
 #include <algorithm>

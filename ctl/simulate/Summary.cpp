@@ -1,0 +1,358 @@
+#include "ctl/simulate/Summary.h"
+
+#include "base/Findings.h"
+#include "ctl/simulate/Calendar.h"
+#include "ctl/simulate/Judgement.h"
+
+#include <algorithm>
+#include <cjson/cJSON.h>
+#include <cmath>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace ctl::simulate {
+
+namespace {
+
+constexpr std::size_t kMostFaultsShown = 20;
+constexpr std::size_t kDateLength = 11; // "2026-03-01 "
+
+template <class Map> void addCounts(Map& sum, const Map& counts) {
+    for (const auto& [key, n] : counts)
+        sum[key] += n;
+}
+
+void addSatellite(ref::SatelliteTally& sum, const ref::SatelliteTally& s) {
+    sum.due += s.due;
+    for (const auto& [what, w] : s.wrong) {
+        ref::SatelliteTally::Wrong& to = sum.wrong[what];
+        to.epochs += w.epochs;
+        to.rangeM = std::max(to.rangeM, w.rangeM);
+        to.phaseM = std::max(to.phaseM, w.phaseM);
+    }
+}
+
+void addPosition(ref::PositionTally& sum, const ref::PositionTally& p) {
+    const int wrong = sum.wrong + p.wrong;
+    if (p.awayM >= sum.awayM)
+        sum = p;
+    sum.wrong = wrong;
+}
+
+void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
+    sum.stream.ended += v.stream.ended;
+    sum.stream.unended += v.stream.unended;
+    sum.stream.ephemerides += v.stream.ephemerides;
+    sum.stream.timely += v.stream.timely;
+    addCounts(sum.stream.cells, v.stream.cells);
+    sum.ended += v.ended;
+    sum.due += v.due;
+    sum.replies += v.replies;
+    sum.forwarded += v.forwarded;
+    sum.missing += v.missing;
+    sum.cells += v.cells;
+    sum.wrong += v.wrong;
+    addCounts(sum.signals, v.signals);
+    addCounts(sum.fates, v.fates);
+    addCounts(sum.bytes, v.bytes);
+    addCounts(sum.troubles, v.troubles);
+    addCounts(sum.missingTypes, v.missingTypes);
+    for (const auto& [type, e] : v.otherEpoch)
+        sum.otherEpoch[type] = {sum.otherEpoch[type].first + e.first, e.second};
+    addPosition(sum.position, v.position);
+    for (const auto& [sat, tally] : v.satellites)
+        addSatellite(sum.satellites[sat], tally);
+    for (const auto& [system, w] : v.worst) {
+        ref::Worst& s = sum.worst[system];
+        s.rangeM = std::max(s.rangeM, w.rangeM);
+        s.phaseM = std::max(s.phaseM, w.phaseM);
+        s.cells += w.cells;
+    }
+    sum.delaysS.insert(sum.delaysS.end(), v.delaysS.begin(), v.delaysS.end());
+    sum.faults.insert(sum.faults.end(), v.faults.begin(), v.faults.end());
+}
+
+long observationsSent(const ref::Verdict& v) {
+    long sum = 0;
+    for (const auto& [signal, n] : v.stream.cells)
+        sum += n;
+    return sum;
+}
+
+/// Signals of the stream that no reply has, and what is missing of the others.
+std::string lostSignals(const ref::Verdict& v) {
+    std::string whole;
+    long others = 0;
+    for (const char system : kStreamSystems) {
+        std::string mine;
+        for (const auto& [signal, sent] : v.stream.cells) {
+            const auto came = v.signals.find(signal);
+            if (signal[0] != system)
+                continue;
+            if (came == v.signals.end())
+                mine += (mine.empty() ? std::string(systemName(system)) + " " : ", ") +
+                        codeOf(signal) + text(" %ld", sent);
+            else
+                others += std::max(0L, sent - came->second);
+        }
+        whole += mine.empty() ? "" : mine + "; ";
+    }
+    return (whole.empty() ? "none; " : whole) + text("%ld observations of others", others);
+}
+
+std::uint64_t bytesReceived(const ref::Verdict& v) {
+    std::uint64_t sum = 0;
+    for (const auto& [type, n] : v.bytes)
+        sum += n;
+    return sum;
+}
+
+/// Columns of the terminal that standard output is.
+std::size_t terminalWidth() {
+    winsize size{};
+    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+    return known ? size.ws_col : 80;
+}
+
+std::string milliseconds(double s) {
+    return text("%.2f ms", s * 1e3);
+}
+
+using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+
+cJSON* child(cJSON* parent, const char* name) {
+    return cJSON_AddObjectToObject(parent, name);
+}
+
+} // namespace
+
+const char* systemName(char system) {
+    switch (system) {
+    case 'G':
+        return "GPS";
+    case 'R':
+        return "GLONASS";
+    case 'E':
+        return "Galileo";
+    case 'C':
+        return "BeiDou";
+    case 'J':
+        return "QZSS";
+    case 'S':
+        return "SBAS";
+    case 'I':
+        return "NavIC";
+    default:
+        return "?";
+    }
+}
+
+std::string codeOf(const std::string& signal) {
+    return signal.size() > 1 ? signal.substr(1) : "unassigned";
+}
+
+double delayAt(std::vector<float> delaysS, double part) {
+    if (delaysS.empty())
+        return 0;
+    const auto at =
+        std::min(delaysS.size() - 1,
+                 static_cast<std::size_t>(std::floor(part * static_cast<double>(delaysS.size()))));
+    std::nth_element(delaysS.begin(), delaysS.begin() + static_cast<std::ptrdiff_t>(at),
+                     delaysS.end());
+    return static_cast<double>(delaysS[at]);
+}
+
+void Progress::epoch(const ref::EpochResult& result, const ref::Verdict& soFar) {
+    if (kind_ == Kind::none)
+        return;
+    std::map<char, int> answered;
+    for (const auto& s : result.satellites)
+        if (s.expected.fate == ref::Fate::answered)
+            ++answered[s.expected.sat[0]];
+    std::string systems;
+    for (const char system : kSimulatedSystems)
+        if (answered.contains(system))
+            systems += text(" %c%d", system, answered[system]);
+    const std::string delay = milliseconds(result.delayS);
+    std::string line;
+    if (kind_ == Kind::lines) {
+        line = text("%s %s  reply %zu bytes after %s",
+                    utcText(result.time, Fraction::milliseconds)
+                        .substr(known_.day ? 0 : kDateLength)
+                        .c_str(),
+                    systems.c_str(), result.bytes, delay.c_str());
+        if (known_.values)
+            line += text("  worst so far %.1f mm range, %.2f mm phase", soFar.worstRangeM() * 1e3,
+                         soFar.worstPhaseM() * 1e3);
+        out_ << line << (soFar.wrong > 0 ? "  WRONG" : "") << "\n";
+        return;
+    }
+    line = text("%s%s  %zu B after %s",
+                utcText(result.time, Fraction::none).substr(kDateLength).c_str(), systems.c_str(),
+                result.bytes, delay.c_str());
+    if (known_.values)
+        line +=
+            text("  worst %.1f mm, %.2f mm", soFar.worstRangeM() * 1e3, soFar.worstPhaseM() * 1e3);
+    if (soFar.wrong > 0)
+        line += text("  %d WRONG", soFar.wrong);
+    out_ << "\r\033[K" << line.substr(0, terminalWidth() - 1) << std::flush;
+    open_ = true;
+}
+
+void Progress::say(const std::string& line) {
+    if (kind_ == Kind::none)
+        return;
+    end();
+    out_ << line << std::endl;
+}
+
+void Progress::end() {
+    if (open_)
+        out_ << "\n";
+    open_ = false;
+}
+
+Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const FaultPlan& station,
+                long epochs, Known known) {
+    Totals t;
+    t.epochs = epochs;
+    t.known = known;
+    t.endpoints = static_cast<int>(endpoints.size());
+    t.faults = station.done;
+    for (const auto& e : endpoints) {
+        t.given += e->epochs;
+        t.connections += e->connections;
+        t.bytesSent += e->bytesSent;
+        const ref::Verdict& v = e->judge.verdict();
+        addVerdict(t.verdict, v);
+        t.silent += v.observations() == 0 ? 1 : 0;
+        for (const auto& [fault, n] : e->plan.done)
+            t.faults[fault] += n;
+    }
+    return t;
+}
+
+std::string summaryText(const Totals& t) {
+    const ref::Verdict& v = t.verdict;
+    const Judgement judgement = judgementOf(t);
+    std::string out = text("\n%ld epochs made, %ld sent on %d connection%s, %llu bytes\n", t.epochs,
+                           t.given, t.connections, t.connections == 1 ? "" : "s",
+                           static_cast<unsigned long long>(t.bytesSent));
+    out +=
+        text("  came back    %d replies and %d forwarded frames, %llu bytes; %d missing\n",
+             v.replies, v.forwarded, static_cast<unsigned long long>(bytesReceived(v)), v.missing);
+    out += text("  stream       %ld epochs, %ld observations; %d observations in the replies\n",
+                v.stream.ended + v.stream.unended, observationsSent(v), v.observations());
+    if (v.observations() > 0)
+        out += "  lost signals " + lostSignals(v) + "\n";
+    if (t.known.values) {
+        out += "  satellites  ";
+        for (const auto& [fate, n] : v.fates)
+            out +=
+                text("%s %s %d", &fate == &v.fates.begin()->first ? "" : ",", ref::name(fate), n);
+        out += "\n";
+        for (const char system : kSimulatedSystems)
+            if (const auto w = v.worst.find(system); w != v.worst.end())
+                out += text("  %-12s %d cells; at most %.2f mm of range and %.3f mm of phase from "
+                            "the truth\n",
+                            systemName(system), w->second.cells, w->second.rangeM * 1e3,
+                            w->second.phaseM * 1e3);
+        out += text("  bounds       %.2f mm of range, %.3f mm of phase (half a step of the "
+                    "message, and 0.1 mm)\n",
+                    ref::rangeBoundM('G') * 1e3, ref::phaseBoundM('G') * 1e3);
+        if (v.worst.contains('J'))
+            out += text("               QZSS %.1f mm more, for its specified rotation rate\n",
+                        ref::kQzssMoreM * 1e3);
+    } else {
+        out += "  checked      form, order and completeness; values are not known\n";
+    }
+    if (!v.delaysS.empty())
+        out += text("  delay        median %s, 99 of 100 within %s, worst %s\n",
+                    milliseconds(delayAt(v.delaysS, 0.5)).c_str(),
+                    milliseconds(delayAt(v.delaysS, 0.99)).c_str(),
+                    milliseconds(delayAt(v.delaysS, 1.0)).c_str());
+    if (!t.faults.empty()) {
+        out += "  made wrong  ";
+        for (const auto& [fault, n] : t.faults)
+            out += text(" %s %d", std::string(name(fault)).c_str(), n);
+        out += "\n";
+    }
+    for (const std::string& remark : judgement.remarks)
+        out += "  note: " + remark + "\n";
+    for (const std::string& cause : judgement.causes)
+        out += "  CAUSE: " + cause + "\n";
+    const std::size_t shown = std::min(v.faults.size(), kMostFaultsShown);
+    for (std::size_t i = 0; i < shown; ++i)
+        out += "  WRONG: " + v.faults[i] + "\n";
+    if (v.wrong > static_cast<int>(shown))
+        out += text("  and %d more\n", v.wrong - static_cast<int>(shown));
+    return out + judgement.words + "\n";
+}
+
+std::string summaryJson(const Totals& t) {
+    const ref::Verdict& v = t.verdict;
+    const Judgement judgement = judgementOf(t);
+    const Json root(cJSON_CreateObject(), cJSON_Delete);
+    cJSON* const o = root.get();
+    const auto lines = [o](const char* key, const std::vector<std::string>& words) {
+        cJSON* const list = cJSON_AddArrayToObject(o, key);
+        for (const std::string& w : words)
+            cJSON_AddItemToArray(list, cJSON_CreateString(w.c_str()));
+    };
+    cJSON_AddStringToObject(o, "answer", name(judgement.answer));
+    cJSON_AddStringToObject(o, "words", judgement.words.c_str());
+    lines("causes", judgement.causes);
+    lines("remarks", judgement.remarks);
+    const auto number = [](cJSON* to, const std::string& key, double value) {
+        cJSON_AddNumberToObject(to, key.c_str(), value);
+    };
+    number(o, "epochs", static_cast<double>(t.epochs));
+    number(o, "epochsSent", static_cast<double>(t.given));
+    number(o, "connections", t.connections);
+    number(o, "bytesSent", static_cast<double>(t.bytesSent));
+    number(o, "bytesReceived", static_cast<double>(bytesReceived(v)));
+    number(o, "replies", v.replies);
+    number(o, "forwarded", v.forwarded);
+    number(o, "missing", v.missing);
+    number(o, "wrong", static_cast<double>(judgement.wrong));
+    cJSON_AddBoolToObject(o, "valuesChecked", t.known.values);
+    cJSON* const stream = child(o, "stream");
+    number(stream, "epochs", static_cast<double>(v.stream.ended + v.stream.unended));
+    number(stream, "epochsWithoutEnd", static_cast<double>(v.stream.unended));
+    number(stream, "repliesDue", static_cast<double>(v.due));
+    number(stream, "ephemerides", static_cast<double>(v.stream.ephemerides));
+    number(stream, "observations", static_cast<double>(observationsSent(v)));
+    cJSON* const sent = child(stream, "cells");
+    for (const auto& [signal, n] : v.stream.cells)
+        number(sent, signal, static_cast<double>(n));
+    number(o, "observations", v.observations());
+    cJSON* const systems = child(o, "systems");
+    for (const auto& [system, w] : v.worst) {
+        cJSON* const s = child(systems, systemName(system));
+        number(s, "cells", w.cells);
+        number(s, "worstRangeMm", w.rangeM * 1e3);
+        number(s, "worstPhaseMm", w.phaseM * 1e3);
+    }
+    cJSON* const signals = child(o, "cells");
+    for (const auto& [signal, n] : v.signals)
+        number(signals, signal, n);
+    cJSON* const fates = child(o, "satellites");
+    for (const auto& [fate, n] : v.fates)
+        number(fates, ref::name(fate), n);
+    cJSON* const types = child(o, "bytesByType");
+    for (const auto& [type, n] : v.bytes)
+        number(types, type == 0 ? "replyFrame" : std::to_string(type), static_cast<double>(n));
+    cJSON* const delay = child(o, "delayMs");
+    number(delay, "median", delayAt(v.delaysS, 0.5) * 1e3);
+    number(delay, "p99", delayAt(v.delaysS, 0.99) * 1e3);
+    number(delay, "worst", delayAt(v.delaysS, 1.0) * 1e3);
+    cJSON* const faults = child(o, "faultsMade");
+    for (const auto& [fault, n] : t.faults)
+        number(faults, std::string(name(fault)), n);
+    lines("faultsFound", v.faults);
+    const std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(o),
+                                                               cJSON_free);
+    return printed ? std::string(printed.get()) + "\n" : "";
+}
+
+} // namespace ctl::simulate

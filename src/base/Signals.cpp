@@ -1,0 +1,66 @@
+#include "base/Signals.h"
+
+#include "base/Print.h"
+
+#include <array>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::array kEnding{SIGTERM, SIGINT};
+constexpr std::array kCrashing{SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGQUIT};
+
+volatile std::sig_atomic_t deferring = 0; // how many SignalsDeferred there are
+volatile std::sig_atomic_t deferred = 0;  // the signal that came meanwhile
+
+/// Nothing but async-signal-safe calls, also in the flush. The default action, which SA_RESETHAND
+/// has put back, ends every process but process 1.
+void end(int signal) {
+    if (deferring > 0) {
+        deferred = signal;
+        return;
+    }
+    printFlush();
+    static_cast<void>(raise(signal));
+    _exit(128 + signal);
+}
+
+} // namespace
+
+void endOnSignals() {
+    struct sigaction action {};
+    action.sa_handler = end;
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+    for (const int signal : kEnding)
+        static_cast<void>(sigaction(signal, &action, nullptr));
+    for (const int signal : kCrashing) {
+        struct sigaction present {};
+        if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_DFL)
+            static_cast<void>(sigaction(signal, &action, nullptr)); // a sanitizer may have its own
+    }
+}
+
+SignalsHeld::SignalsHeld() {
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int signal : kEnding)
+        sigaddset(&ending, signal);
+    static_cast<void>(pthread_sigmask(SIG_BLOCK, &ending, &before_));
+}
+
+SignalsHeld::~SignalsHeld() {
+    static_cast<void>(pthread_sigmask(SIG_SETMASK, &before_, nullptr));
+}
+
+SignalsDeferred::SignalsDeferred() {
+    deferring = deferring + 1;
+}
+
+SignalsDeferred::~SignalsDeferred() {
+    deferring = deferring - 1;
+    if (deferring > 0 || deferred == 0)
+        return;
+    const int signal = deferred;
+    deferred = 0;
+    end(signal);
+}

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "gnss/Taiutc.h"
+
+#include <span>
+
+/// Leaps: UTC against GPS time (gpst2utc, utc2gpst of GTime.h), by the built-in table `leaps` and
+/// by what the leap-second file knows beyond it.
+
+/// Puts the values that are later than the last built-in one behind the table, in place of those
+/// given before. Values are in the order of their days. One that is not a leap second away from
+/// the value before it ends the list: that is a file with an error, not the Earth's rotation.
+void extendLeaps(std::span<const LeapEntry> values);
