@@ -4,6 +4,9 @@
 #include "bench/Station.h"
 #include "gnss/Clock.h"
 #include "gnss/ComTime.h"
+#include "gnss/Leaps.h"
+#include "orbit/Glonass.h"
+#include "orbit/Kepler.h"
 #include "orbit/RnxephUtils.h"
 #include "rtcm/rtcm.h"
 

@@ -1,10 +1,10 @@
-#include "fuzz/support.h"
-
 #include "app/Service.h"
 #include "ctl/check/Check.h"
 #include "fuzz/fatal.h"
+#include "fuzz/support.h"
 #include "gnss/Clock.h"
 #include "gnss/ComTime.h"
+#include "gnss/Leaps.h"
 #include "reference/standard/sky.h"
 
 #include <cjson/cJSON.h>

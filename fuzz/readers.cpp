@@ -1,13 +1,15 @@
-#include "fuzz/support.h"
-
 #include "beside/Tropo_vmf1.h"
 #include "config/Antatx.h"
+#include "config/AntennaNames.h"
 #include "config/Configuration.h"
 #include "config/Deploy.h"
+#include "config/ObjectFile.h"
 #include "config/PostMode.h"
 #include "config/SiteFile.h"
+#include "config/SvNav.h"
 #include "ctl/check/Remarks.h"
 #include "fuzz/fatal.h"
+#include "fuzz/support.h"
 #include "gnss/Taiutc.h"
 
 #include <algorithm>

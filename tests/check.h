@@ -16,6 +16,13 @@ void expectFatal(const auto& call, const std::string& printed) {
                 testing::Eq(printed));
 }
 
+/// What the call prints.
+std::string printed(const auto& call) {
+    testing::internal::CaptureStdout();
+    call();
+    return testing::internal::GetCapturedStdout();
+}
+
 /// A directory of its own.
 struct Scratch {
     Scratch() = default;

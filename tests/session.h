@@ -4,6 +4,7 @@
 #include "base/ComText.h"
 #include "gnss/Clock.h"
 #include "gnss/ComTime.h"
+#include "gnss/Leaps.h"
 #include "reference/service/framing.h"
 #include "reference/standard/geometry.h"
 #include "reference/standard/orbit.h"

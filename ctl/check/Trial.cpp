@@ -3,6 +3,7 @@
 #include "base/ComText.h"
 #include "base/bits.h"
 #include "gnss/Clock.h"
+#include "gnss/Leaps.h"
 #include "rtcm/layouts/Legacy.h"
 #include "rtcm/layouts/Msm.h"
 #include "rtcm/layouts/StationMessages.h"

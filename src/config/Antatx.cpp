@@ -1,6 +1,7 @@
 #include "config/Antatx.h"
 
 #include "base/ComText.h"
+#include "config/AntexFile.h"
 
 #include <algorithm>
 

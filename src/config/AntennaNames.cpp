@@ -1,5 +1,6 @@
+#include "config/AntennaNames.h"
+
 #include "base/ComText.h"
-#include "config/Antatx.h"
 #include "config/ModelFile.h"
 
 #include <algorithm>

@@ -1,5 +1,6 @@
+#include "config/AntexFile.h"
+
 #include "base/ComText.h"
-#include "config/Antatx.h"
 #include "config/ModelFile.h"
 
 #include <algorithm>

@@ -1,13 +1,13 @@
 #include "config/Deploy.h"
 
-#include "config/PostMode.h"
-#include "config/Section.h"
-#include "config/Switches.h"
-
 #include "base/ComText.h"
 #include "base/LineReader.h"
 #include "base/Print.h"
 #include "base/ReadingWatcher.h"
+#include "config/ObjectFile.h"
+#include "config/PostMode.h"
+#include "config/Section.h"
+#include "config/Switches.h"
 #include "gnss/Clock.h"
 #include "gnss/ComTime.h"
 

@@ -34,7 +34,3 @@ void m_parseTablesConfigures(TablePaths& out, const std::string& path, Findings&
 /// the place given where it makes no sense.
 bool m_parseFrequency(FrequencyTable& table, std::string_view value, const std::string& file,
                       const std::string& key, Findings& findings);
-/// ObjectFile: satellites and stations from the file that the tables name ("object").
-void readObjectFile(Deployment& out, Findings& findings);
-void Station_initial(StationRecord& record);
-void Satellite_initial(SatelliteRecord& record);

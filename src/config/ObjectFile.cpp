@@ -1,7 +1,8 @@
+#include "config/ObjectFile.h"
+
 #include "base/ComText.h"
 #include "base/LineReader.h"
 #include "base/ReadingWatcher.h"
-#include "config/Deploy.h"
 #include "config/PostMode.h"
 #include "config/SiteFile.h"
 #include "gnss/ComFreq.h"

@@ -3,8 +3,10 @@
 #include "base/ComText.h"
 #include "base/LineReader.h"
 #include "config/Antatx.h"
+#include "config/AntennaNames.h"
 #include "config/ModelFile.h"
 #include "config/Patterns.h"
+#include "config/SvNav.h"
 #include "gnss/ComFreq.h"
 #include "gnss/ComTime.h"
 

@@ -1,5 +1,6 @@
+#include "config/SvNav.h"
+
 #include "base/ComText.h"
-#include "config/Antatx.h"
 #include "config/ModelFile.h"
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 #include "gnss/GTime.h"
 
 #include "gnss/Clock.h"
+#include "gnss/Leaps.h"
 
 #include <algorithm>
 #include <cmath>

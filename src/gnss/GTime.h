@@ -50,10 +50,6 @@ GTime timeadd(GTime t, double seconds);
 /// a - b, s.
 double timediff(GTime a, GTime b);
 
-/// Leap seconds by the built-in table `leaps`.
-GTime gpst2utc(GTime t);
-GTime utc2gpst(GTime t);
-
 /// Full GPS week of a 10-bit one: the latest with the same remainder that is not later than one
 /// week ahead of the clock.
 int adjgpsweek(int week);

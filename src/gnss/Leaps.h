@@ -4,8 +4,11 @@
 
 #include <span>
 
-/// Leaps: UTC against GPS time (gpst2utc, utc2gpst of GTime.h), by the built-in table `leaps` and
-/// by what the leap-second file knows beyond it.
+/// Leaps: UTC against GPS time, by the built-in table `leaps` and by what the leap-second file
+/// knows beyond it.
+
+GTime gpst2utc(GTime t);
+GTime utc2gpst(GTime t);
 
 /// Puts the values that are later than the last built-in one behind the table, in place of those
 /// given before. Values are in the order of their days. One that is not a leap second away from

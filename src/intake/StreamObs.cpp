@@ -4,6 +4,7 @@
 #include "base/Print.h"
 #include "gnss/Clock.h"
 #include "gnss/ComTime.h"
+#include "gnss/Leaps.h"
 
 #include <algorithm>
 #include <cmath>

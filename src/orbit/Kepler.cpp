@@ -1,4 +1,4 @@
-#include "orbit/RnxephUtils.h"
+#include "orbit/Kepler.h"
 
 #include "base/ComText.h"
 #include "base/Print.h"

@@ -2,6 +2,8 @@
 
 #include "base/Print.h"
 #include "gnss/ComTime.h"
+#include "orbit/Glonass.h"
+#include "orbit/Kepler.h"
 
 #include <cmath>
 

@@ -66,6 +66,8 @@ int decode_type1019(RtcmState& s, KeplerMessage& m);
 int decode_type1020(RtcmState& s, GlonassMessage& m);
 int decode_type1029(RtcmState& s, TextMessage& m);
 int decode_type1033(RtcmState& s, EquipmentMessage& m);
+/// NavIC satellites have no numbers, so every one of their ephemerides is refused.
+int decode_type1041(RtcmState& s);
 int decode_type1042(RtcmState& s, KeplerMessage& m);
 int decode_type1044(RtcmState& s, KeplerMessage& m);
 int decode_type1045(RtcmState& s, KeplerMessage& m);

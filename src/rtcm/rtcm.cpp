@@ -1,6 +1,8 @@
 #include "rtcm/rtcm.h"
 
 #include "base/Print.h"
+#include "rtcm/rtcm3.h"
+#include "rtcm/rtcm3e.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,9 +1,10 @@
-#include "rtcm/Messages.h"
-#include "rtcm/decode.h"
+#include "rtcm/rtcm3.h"
 
 #include "base/Findings.h"
 #include "base/Print.h"
 #include "gnss/Clock.h"
+#include "gnss/Leaps.h"
+#include "rtcm/Messages.h"
 
 #include <cmath>
 #include <cstdlib>

@@ -1,8 +1,9 @@
-#include "rtcm/Messages.h"
-#include "rtcm/decode.h"
-
 #include "base/Print.h"
 #include "gnss/Clock.h"
+#include "gnss/Leaps.h"
+#include "rtcm/Messages.h"
+#include "rtcm/rtcm3.h"
+#include "rtcm/rtcm3_epoch.h"
 
 #include <cmath>
 

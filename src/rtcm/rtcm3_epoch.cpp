@@ -1,7 +1,9 @@
-#include "rtcm/decode.h"
+#include "rtcm/rtcm3_epoch.h"
 
 #include "base/Print.h"
 #include "gnss/Clock.h"
+#include "gnss/Leaps.h"
+#include "rtcm/rtcm3.h"
 
 #include <cmath>
 #include <utility>

@@ -1,8 +1,8 @@
-#include "rtcm/Messages.h"
-#include "rtcm/decode.h"
-
 #include "base/Print.h"
 #include "gnss/ComCoord.h"
+#include "rtcm/Messages.h"
+#include "rtcm/rtcm3.h"
+#include "rtcm/rtcm3_epoch.h"
 
 #include <array>
 

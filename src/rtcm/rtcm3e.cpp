@@ -1,7 +1,8 @@
-#include "rtcm/Messages.h"
-#include "rtcm/encode.h"
+#include "rtcm/rtcm3e.h"
 
 #include "gnss/ComCoord.h"
+#include "gnss/Leaps.h"
+#include "rtcm/Messages.h"
 
 #include <cmath>
 

@@ -1,7 +1,6 @@
-#include "rtcm/Messages.h"
-#include "rtcm/encode.h"
-
 #include "base/Print.h"
+#include "rtcm/Messages.h"
+#include "rtcm/rtcm3e.h"
 
 #include <array>
 #include <cmath>

@@ -1,8 +1,7 @@
-#include "rtcm/Messages.h"
-#include "rtcm/encode.h"
-
 #include "base/Print.h"
 #include "gnss/ComCoord.h"
+#include "rtcm/Messages.h"
+#include "rtcm/rtcm3e.h"
 
 #include <algorithm>
 #include <array>

@@ -27,10 +27,3 @@ int VrsBaseStation_m_outputObservation(const VrsSources& in, const VrsObsPack& p
 /// there is one.
 int VrsBaseStation_v_readOrbit(const OrbitSource& in, std::size_t satellite, int mjd,
                                OrbitState& position, int& ephemerisIndex, double sod);
-/// Ranges, elevations and azimuths of the pack's observed satellites as its station sees them; 0
-/// where a satellite has none.
-void VrsBaseStation_m_gnssModel(const OrbitSource& in, VrsObsPack& pack);
-/// The system number that means GLONASS; every other one means the Keplerian systems together.
-inline constexpr int kCountGlonass = 1;
-/// Satellites of the store that have an ephemeris.
-int VrsBaseStation_CountSat(const EphemerisStore& store, int system);

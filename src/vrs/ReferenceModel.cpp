@@ -1,5 +1,6 @@
+#include "vrs/ReferenceModel.h"
+
 #include "base/Print.h"
-#include "vrs/BaseStation.h"
 #include "vrs/Sight.h"
 
 #include <algorithm>

@@ -1,6 +1,8 @@
 #include "base/ComText.h"
 #include "check.h"
 #include "config/Antatx.h"
+#include "config/AntennaNames.h"
+#include "config/SvNav.h"
 #include "paths.h"
 
 #include <cstring>

@@ -3,6 +3,7 @@
 #include "gnss/Clock.h"
 #include "gnss/ComCoord.h"
 #include "gnss/ComTime.h"
+#include "gnss/Leaps.h"
 #include "gnss/Taiutc.h"
 
 #include <chrono>
@@ -155,12 +156,6 @@ TEST(LeapSecondFile, GivesTheValueStrictlyBetweenTwoEntries) {
     check::expectFatal(lookUp(1), "***ERROR(readCommFil):file_table not exist leapsc item \n");
 }
 
-std::string printed(const auto& call) {
-    testing::internal::CaptureStdout();
-    call();
-    return testing::internal::GetCapturedStdout();
-}
-
 TEST(LeapSecondFile, KeepsItsLastWholeTableUntilTheNextWholeOne) {
     namespace fs = std::filesystem;
     const check::Scratch scratch;
@@ -173,7 +168,7 @@ TEST(LeapSecondFile, KeepsItsLastWholeTableUntilTheNextWholeOne) {
     leaps.path = path;
     write("+leap sec\n59000 10\n"); // cut at the first reading: taken as it is
     int got = -1;
-    EXPECT_EQ(printed([&] { got = Taiutc_m_getTaiutc(leaps, 59000); }), "");
+    EXPECT_EQ(check::printed([&] { got = Taiutc_m_getTaiutc(leaps, 59000); }), "");
     EXPECT_EQ(got, 0);
     // Each reading of a file of any length would hold up an epoch.
     const std::string tooLong =
@@ -181,7 +176,7 @@ TEST(LeapSecondFile, KeepsItsLastWholeTableUntilTheNextWholeOne) {
     int value = 10;
     const auto whole = [&] {
         write(text("+leap sec\n59000 %d\n62000 12\n-leap sec\n", ++value).c_str());
-        EXPECT_EQ(printed([&] { got = Taiutc_m_getTaiutc(leaps, 59001); }), "");
+        EXPECT_EQ(check::printed([&] { got = Taiutc_m_getTaiutc(leaps, 59001); }), "");
         EXPECT_EQ(got, value);
     };
     const struct {
@@ -197,7 +192,7 @@ TEST(LeapSecondFile, KeepsItsLastWholeTableUntilTheNextWholeOne) {
     for (const auto& c : cases) {
         whole();
         c.damage();
-        const std::string lines = printed([&] {
+        const std::string lines = check::printed([&] {
             for (int reading = 0; reading < 3; ++reading)
                 EXPECT_EQ(Taiutc_m_getTaiutc(leaps, 59001), value) << c.fault;
         });
@@ -250,7 +245,7 @@ TEST(LeapSecondFile, IsToldToEndOnEachOfItsLastSixtyDays) {
     LeapEnd end = LeapEnd::matters;
     leaps.path = scratch.write("leap", "+leap sec\n57754 37\n62502 37\n-leap sec\n");
     const auto look = [&](int mjd, double sod = 0.0) {
-        return printed([&] { Taiutc_m_lookDaily(leaps, {mjd2time(mjd, sod), 0.0}, end); });
+        return check::printed([&] { Taiutc_m_lookDaily(leaps, {mjd2time(mjd, sod), 0.0}, end); });
     };
     const auto line = [&](int days) {
         return text("***WARN(Taiutc): file = %s,table ends on 2030-01-01,days left = %d,a GLONASS "

@@ -1,22 +1,15 @@
-#include "base/Findings.h"
 #include "service.h"
 
+#include "base/Findings.h"
+#include "check.h"
 #include "intake/Contradictions.h"
 #include "reference/standard/ephemeris.h"
 #include "reference/standard/msm.h"
-
-#include <functional>
 
 namespace {
 
 using namespace std::chrono_literals;
 using ref::Bytes;
-
-std::string printed(const std::function<void()>& call) {
-    testing::internal::CaptureStdout();
-    call();
-    return testing::internal::GetCapturedStdout();
-}
 
 int occurrences(const std::string& text, const std::string& part) {
     int count = 0;
@@ -48,7 +41,7 @@ TEST(Contradiction, IsToldAgainOnlyAfterAnHourWithoutIt) {
          }}};
     for (const auto& kind : kinds) {
         const auto look = [&](bool contradicts, Contradictions::Instant now) {
-            return printed([&] { kind.look(contradicts, now); });
+            return check::printed([&] { kind.look(contradicts, now); });
         };
         EXPECT_EQ(look(false, 0h), "");
         EXPECT_EQ(look(true, 1s), kind.line);
@@ -57,9 +50,9 @@ TEST(Contradiction, IsToldAgainOnlyAfterAnHourWithoutIt) {
         EXPECT_EQ(look(false, 6h) + look(false, 6h + 2s), "");
         EXPECT_EQ(look(true, 6h + 3s), kind.line);
     }
-    EXPECT_EQ(printed([&] { c.channel(8, 1, 2, 9h); }),
+    EXPECT_EQ(check::printed([&] { c.channel(8, 1, 2, 9h); }),
               "***WARN(StreamObs): R08 has channel 2 in session.obj, 1 in the stream!\n");
-    EXPECT_EQ(printed([&] { c.ephemeris("C05", old, clock, 9h); }).size(), weekLine.size());
+    EXPECT_EQ(check::printed([&] { c.ephemeris("C05", old, clock, 9h); }).size(), weekLine.size());
     // A Saturday night, a Sunday morning and a Wednesday: with toe at midnight before Sunday a
     // message may carry the week that ends or the one that begins.
     const GTime thisWeek = epoch2time({2026, 11, 15, 0, 0, 0});
@@ -77,15 +70,16 @@ TEST(Contradiction, IsToldAgainOnlyAfterAnHourWithoutIt) {
                  {timeadd(nextWeek, kSecondsPerWeek), sunday, true}};
     for (const auto& w : weeks) {
         Contradictions fresh;
-        EXPECT_EQ(!printed([&] { fresh.ephemeris("E05", w.stated, w.clock, 9h); }).empty(), w.told);
+        EXPECT_EQ(!check::printed([&] { fresh.ephemeris("E05", w.stated, w.clock, 9h); }).empty(),
+                  w.told);
     }
     // A GPS week comes modulo 1024: completed to 2007, it is that of a clock three weeks behind.
-    EXPECT_EQ(printed([&] {
+    EXPECT_EQ(check::printed([&] {
                   c.ephemeris("J01", timeadd(clock, (3 - 1024) * kSecondsPerWeek), clock, 9h);
               }),
               "***WARN(StreamObs): J01 eph is of 2026-12-12 23:51, the clock says 2026-11-21 "
               "23:51!\n");
-    EXPECT_EQ(printed([&] {
+    EXPECT_EQ(check::printed([&] {
                   c.channel(9, kUnknownChannel, 2, 9h);
                   c.channel(9, 2, kUnknownChannel, 9h);
                   c.channel(28, 1, 2, 9h);
@@ -96,7 +90,7 @@ TEST(Contradiction, IsToldAgainOnlyAfterAnHourWithoutIt) {
 TEST(Contradiction, OfStationsIsAnIdThatChangesTwiceInAMinute) {
     Contradictions c;
     const auto ids = [&](std::initializer_list<std::pair<int, Contradictions::Instant>> seen) {
-        return printed([&] {
+        return check::printed([&] {
             for (const auto& [id, now] : seen)
                 c.stationId(id, now);
         });

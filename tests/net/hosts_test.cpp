@@ -1,5 +1,5 @@
+#include "beside/hosts.h"
 #include "check.h"
-#include "net/hosts.h"
 #include "net/ysocket.h"
 
 #include <arpa/inet.h>

@@ -1,7 +1,7 @@
 #include "configured.h"
-#include "recordings.h"
-
+#include "orbit/Glonass.h"
 #include "orbit/RnxephUtils.h"
+#include "recordings.h"
 #include "reference/standard/msm.h"
 #include "vrs/BaseStation.h"
 

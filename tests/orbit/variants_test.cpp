@@ -1,5 +1,7 @@
 #include "check.h"
 #include "configured.h"
+#include "orbit/Glonass.h"
+#include "orbit/Kepler.h"
 #include "orbit/RnxephUtils.h"
 
 #include <algorithm>

@@ -1,10 +1,10 @@
-#include "session.h"
-
+#include "gnss/Leaps.h"
 #include "reference/service/predict.h"
 #include "reference/standard/ephemeris.h"
 #include "reference/standard/kinds.h"
 #include "reference/standard/legacy.h"
 #include "reference/standard/msm.h"
+#include "session.h"
 
 #include <algorithm>
 #include <cmath>

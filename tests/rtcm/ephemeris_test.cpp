@@ -1,6 +1,6 @@
-#include "session.h"
-
+#include "gnss/Leaps.h"
 #include "rtcm/layouts/EphemerisMessages.h"
+#include "session.h"
 
 #include <cmath>
 

@@ -1,6 +1,6 @@
 #include "configured.h"
-
 #include "vrs/BaseStation.h"
+#include "vrs/ReferenceModel.h"
 
 #include <cmath>
 

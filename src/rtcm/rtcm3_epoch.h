@@ -2,24 +2,9 @@
 
 #include "rtcm/rtcm.h"
 
-#include <algorithm>
 #include <optional>
-#include <string_view>
 
-/// decode: the handlers of the messages and what they share. All return a Status.
-
-inline BitReader messageOf(const RtcmState& s) {
-    const auto end = static_cast<std::size_t>(s.len);
-    return BitReader(
-        std::span(s.buff).subspan(kHeaderBytes, std::max(end, kHeaderBytes) - kHeaderBytes));
-}
-inline bool hasOption(const RtcmState& s, std::string_view option) {
-    return s.opt.find(option) != std::string::npos;
-}
-
-/// Adopts the message's station id; false where it is not the one of the epoch being collected
-/// (which is then given up) or not the one that the options ask for.
-bool test_staid(RtcmState& s, int staid);
+/// rtcm3_epoch: times of messages, and the epoch that they are collected in.
 
 /// Sets `time` from the system clock while it is unknown.
 void needTime(RtcmState& s);
@@ -53,21 +38,3 @@ Status refuse(RtcmState& s, const EpochMessage& m);
 ObsRecord* epochRecord(RtcmState& s, const EpochMessage& m, int sat);
 /// Ends a message of the epoch: kNothing while more follow, kEpoch after the last one.
 Status endOfMessage(RtcmState& s, bool more);
-/// 1 when the lock indicator is 0 or smaller than the last one of the signal.
-inline std::uint8_t lossoflock(RtcmState& s, int sat, std::size_t slot, int lock) {
-    s.touch(sat);
-    SignalTrack& track = s.tracks[static_cast<std::size_t>(sat - 1)][slot];
-    const bool lost = lock == 0 || lock < track.lock;
-    track.lock = static_cast<std::uint16_t>(lock);
-    return lost ? 1 : 0;
-}
-/// 0.001 dB-Hz; 0 outside (0, 100).
-inline std::uint16_t snratio(double cnr) {
-    return cnr > 0.0 && cnr < 100.0
-               ? static_cast<std::uint16_t>(std::min(cnr / 0.001 + 0.5, 65535.0))
-               : std::uint16_t{0};
-}
-/// Learns a GLONASS channel from the stream.
-void learnChannel(RtcmState& s, int slot, int channel);
-/// NavIC satellites have no numbers, so every one of their ephemerides is refused.
-int decode_type1041(RtcmState& s);

@@ -9,3 +9,5 @@ struct hostent;
 /// The last of the host's addresses (IPv4 or IPv6) as text; its length, or -1 with a line for an
 /// address of another kind.
 int lastAddress(const hostent& host, std::string& out);
+/// Address of a host name as text, the last one of several; its length, or -1.
+int getHostByName(const std::string& name, std::string& out);

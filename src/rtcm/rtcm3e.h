@@ -2,7 +2,10 @@
 
 #include "rtcm/rtcm.h"
 
-/// encode: what the encoders of the messages share.
+/// rtcm3e: encodes messages, and what their encoders share.
+
+/// Writes the message of a type from bit 24 on; 0 for a type without an encoder.
+int encode_rtcm3(RtcmState& state, int type, int subtype, int sync);
 
 /// Writes a message into buff from bit 24 on and leaves the number of bits in nbit; 1.
 template <class Layout, class Record>

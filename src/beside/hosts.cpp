@@ -1,7 +1,6 @@
-#include "net/hosts.h"
+#include "beside/hosts.h"
 
 #include "base/Print.h"
-#include "net/ysocket.h"
 
 #include <arpa/inet.h>
 #include <array>

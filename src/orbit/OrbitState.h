@@ -1,0 +1,6 @@
+#pragma once
+
+#include <array>
+
+/// X, Y, Z and their rates.
+using OrbitState = std::array<double, 6>;

@@ -1,0 +1,23 @@
+#include "vrs/VrsObsPack.h"
+
+void VrsObsPack_Initial(VrsObsPack& pack) {
+    pack.name.clear();
+    pack.mjd = 0;
+    pack.sod = 0.0;
+    pack.obs.clear();
+    pack.xyz = {};
+    pack.referenceRange.fill(0.0);
+    pack.elevation.fill(0.0);
+    pack.azimuth.fill(0.0);
+    pack.ephemerisIndex.fill(-1);
+    pack.reply.totalLength = pack.reply.frameLength = pack.reply.bits = 0;
+    pack.reply.stationId = 0;
+}
+
+void VrsObsPack_Readobs(VrsObsPack& pack, const CurrentEpoch& current, std::size_t station) {
+    const StationEpoch& stored = current.stationEpochs[station];
+    pack.name = stored.name;
+    pack.mjd = current.currentMjd;
+    pack.sod = current.currentSod;
+    pack.obs.copyFrom(stored.obs);
+}
