@@ -118,7 +118,7 @@ Msm readLegacy(const Bytes& body) {
         if (!l2)
             continue;
         Cell second = first;
-        const auto code = io.u(2); // DF016, DF046
+        const auto code = static_cast<std::size_t>(io.u(2)); // DF016, DF046
         second.signal = glonass ? kGlonassL2[code] : kGpsL2[code];
         std::optional<double> codeM;
         io.orNone(14, codeM, 0.02); // DF017, DF047
