@@ -1,6 +1,7 @@
 #include "ctl/simulate/Calendar.h"
 
 #include "base/Findings.h"
+#include "gnss/ComTime.h"
 #include "reference/standard/orbit.h"
 
 #include <chrono>
@@ -53,7 +54,7 @@ std::optional<ref::GpsTime> parseUtc(const std::string& given) {
 }
 
 int utcMjd(ref::GpsTime t) {
-    return 44244 + static_cast<int>((t - ref::GpsTime{} - ref::kLeapS) / 86400);
+    return kGpsEpochMjd + static_cast<int>((t - ref::GpsTime{} - ref::kLeapS) / 86400);
 }
 
 } // namespace ctl::simulate

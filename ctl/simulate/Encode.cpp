@@ -10,8 +10,8 @@ namespace ctl::simulate {
 namespace {
 
 ref::Bytes stationMessage(int type, int station, const ref::Vec3& siteM, ref::GpsTime t) {
-    const ref::Text1033 equipment{station, "ADVNULLANTENNA", 0, "1", "KESTRUNE SIMULATOR", "2.5",
-                                  "1"};
+    const ref::Text1033 equipment{
+        station, "ADVNULLANTENNA", 0, "1", "KESTRUNE SIMULATOR", KESTRUNE_VERSION, "1"};
     switch (type) {
     case 1005:
     case 1006:
