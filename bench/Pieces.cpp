@@ -9,6 +9,7 @@
 #include "orbit/Kepler.h"
 #include "orbit/RnxephUtils.h"
 #include "rtcm/rtcm.h"
+#include "rtcm/rtcm3e.h"
 
 #include <cstdint>
 #include <fstream>

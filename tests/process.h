@@ -31,12 +31,18 @@ inline std::string replaced(std::string text, const std::string& from, const std
     return text;
 }
 
-/// A TCP socket at a free port of loopback, not yet listening.
-inline int boundSocket(int& port) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+/// An address of loopback.
+inline sockaddr_in loopback(const char* host = "127.0.0.1", int port = 0) {
     sockaddr_in a{};
     a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = htons(static_cast<std::uint16_t>(port));
+    EXPECT_EQ(inet_pton(AF_INET, host, &a.sin_addr), 1) << host;
+    return a;
+}
+/// A TCP socket at a free port of that host, not yet listening.
+inline int boundSocket(int& port, const char* host = "127.0.0.1") {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a = loopback(host);
     socklen_t n = sizeof a;
     EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
     EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&a), &n), 0);

@@ -148,24 +148,12 @@ void readConnections(Configuration& out, const JsonDocument& document, Findings&
     vrs.value("input-protocol", out.inputProtocol);
 }
 
-/// Systems as "freqused" names them; the first name of a letter is the usual one.
-struct SystemName {
-    std::string_view part;
-    char letter;
-};
-constexpr std::array<SystemName, 7> kSystemNames{{{"GPS", 'G'},
-                                                  {"GLS", 'R'},
-                                                  {"GAL", 'E'},
-                                                  {"BDS", 'C'},
-                                                  {"CPS", 'C'},
-                                                  {"CMS", 'C'},
-                                                  {"QZS", 'J'}}};
-
 /// A system named in "freqused", by substring.
 char systemLetter(std::string_view name) {
-    for (const SystemName& n : kSystemNames)
-        if (contains(name, n.part))
-            return n.letter;
+    for (const ConfiguredSystem& system : kConfiguredSystems)
+        for (const std::string_view known : system.names)
+            if (!known.empty() && contains(name, known))
+                return system.letter;
     return 0;
 }
 
@@ -227,10 +215,8 @@ bool parseCarriers(FrequencyTable& table, const std::string& item, const std::st
 } // namespace
 
 std::string_view Deploy_m_systemName(char letter) {
-    for (const SystemName& n : kSystemNames)
-        if (n.letter == letter)
-            return n.part;
-    return {};
+    const ConfiguredSystem* const system = configuredSystem(letter);
+    return system ? system->names[0] : std::string_view{};
 }
 
 void usage() {

@@ -3,34 +3,12 @@
 #include "base/ComText.h"
 #include "base/Print.h"
 
-#include <algorithm>
 #include <cmath>
 #include <utility>
 
 namespace {
 
 constexpr const char* kFreqUsed = "common/freqused"; // the key that names carriers
-
-/// The bands that have slots ("L1", ...), in the order in which the names are tried.
-struct SystemCarriers {
-    char letter;
-    std::string_view name;
-    std::string_view bands;
-};
-constexpr std::array<SystemCarriers, 5> kCarriers{{
-    {'G', "GPS", "125"},
-    {'J', "QZSS", "1256"},
-    {'E', "GALILEO", "18657"},
-    // Deliberate: "L2" is B1I; the configuration maps B1 to it and B1c to "L1".
-    {'C', "BDS", "125678"},
-    {'R', "GLONASS", "12"},
-}};
-
-const SystemCarriers* carriersOf(char system) {
-    const auto it = std::find_if(kCarriers.begin(), kCarriers.end(),
-                                 [&](const SystemCarriers& s) { return s.letter == system; });
-    return it == kCarriers.end() ? nullptr : &*it;
-}
 
 double wavelength(double hz) {
     return hz > 0.0 ? kSpeedOfLight / hz : 0.0;
@@ -63,7 +41,7 @@ std::optional<CombinationConstants> combine(std::span<const CarrierSlot> slots) 
 } // namespace
 
 std::optional<double> carrier(char system, std::string_view slot, int k) {
-    if (const SystemCarriers* const s = carriersOf(system))
+    if (const ConfiguredSystem* const s = configuredSystem(system))
         for (const char band : s->bands)
             if (const std::array name{'L', band}; contains(slot, {name.data(), name.size()}))
                 return bandFrequency(system, band, k);
@@ -71,11 +49,14 @@ std::optional<double> carrier(char system, std::string_view slot, int k) {
 }
 
 Finding unknownCarrier(char system, std::string_view slot, const std::string& file) {
-    const SystemCarriers* const s = carriersOf(system);
+    const ConfiguredSystem* const s = configuredSystem(system);
     if (!s)
         return {FindingId::carrierOfNoSystem, file, 0, kFreqUsed, {std::string(slot)}};
-    return {
-        FindingId::carrierUnknown, file, 0, kFreqUsed, {std::string(slot), std::string(s->name)}};
+    return {FindingId::carrierUnknown,
+            file,
+            0,
+            kFreqUsed,
+            {std::string(slot), std::string(s->fullName)}};
 }
 
 double getfreq(char system, std::string_view slot, int k) {
@@ -98,7 +79,7 @@ int glonassChannel(const SatelliteRecord& satellite, StreamedChannels streamed) 
 double freqbytp(const SatelliteRecord& satellite, std::string_view slot,
                 StreamedChannels streamed) {
     const char system = satellite.cprn.front();
-    if (!carriersOf(system)) {
+    if (!configuredSystem(system)) {
         print("type = %s,unknow observation type\n", std::string(slot).c_str());
         return 0.0;
     }

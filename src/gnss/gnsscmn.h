@@ -92,6 +92,29 @@ int satid2no(std::string_view id);
 /// "G05"; three digits for SBAS; empty for an invalid number.
 std::string satno2id(int sat);
 
+/// What a configuration can name: systems, in the order in which their names are tried, and their
+/// bands (digits of codes), whose carrier slots are "L1", ..., in that of theirs.
+struct ConfiguredSystem {
+    char letter;
+    std::array<std::string_view, 3> names; // the first is the usual one
+    std::string_view fullName;             // in lines
+    std::string_view bands;
+};
+inline constexpr std::array<ConfiguredSystem, 5> kConfiguredSystems{
+    {{'G', {"GPS"}, "GPS", "125"},
+     {'R', {"GLS"}, "GLONASS", "12"},
+     {'E', {"GAL"}, "GALILEO", "18657"},
+     // Deliberate: "L2" is B1I; the configuration maps B1 to it and B1c to "L1".
+     {'C', {"BDS", "CPS", "CMS"}, "BDS", "125678"},
+     {'J', {"QZS"}, "QZSS", "1256"}}};
+/// Null for a letter that no configuration can name.
+constexpr const ConfiguredSystem* configuredSystem(char letter) {
+    for (const ConfiguredSystem& s : kConfiguredSystems)
+        if (s.letter == letter)
+            return &s;
+    return nullptr;
+}
+
 // clang-format off
 /// Observation codes by number.
 inline constexpr std::array<std::string_view, kMaxCode + 1> obscodes{

@@ -9,24 +9,27 @@
 
 /// Rnxeph: the ephemeris store, one slot per configured satellite, in the shape of a
 /// RINEX 3 navigation record. A new ephemeris replaces the old one whole; nothing is removed, so
-/// readers judge the age. BDS times are BDT readings, the others GPS time.
+/// readers judge the age. BDS times are BDT readings, the others GPS time. "Recorded" is what is
+/// kept for a reader of whole records; no orbit needs it.
 
 struct GPSEPH {
-    double selection = 1000000.0;
+    double selection = 1000000.0; // recorded
     std::string cprn;
     int tocMjd = 0; // clock epoch; 0 = no ephemeris
     double tocSod = 0;
     double af0 = 0, af1 = 0, af2 = 0; // s, s/s, s/s^2
-    int aode = 0;                     // age-of-data number
+    int aode = 0;                     // age-of-data number; recorded
     double crs = 0, deln = 0, M0 = 0; // m, rad/s, rad
     double cuc = 0, e = 0, cus = 0, sqrtA = 0;
     double toe = 0; // s of GPS week
     double cic = 0, OMEGA0 = 0, cis = 0;
     double i0 = 0, crc = 0, omega = 0, OMEGADOT = 0;
-    double idot = 0, codesOnL2 = 0, week = 0, l2pFlag = 0; // week of toe, GPS count
-    double accuracy = 0, health = 0, tgd1 = 0, tgd2 = 0;   // accuracy: index as received
+    double idot = 0, week = 0; // week of toe, GPS count
+    double tgd1 = 0, tgd2 = 0;
     double iodc = 0;
-    std::array<double, 6> spare{};
+    double codesOnL2 = 0, l2pFlag = 0, health = 0; // recorded
+    double accuracy = 0;                           // index as received; recorded
+    std::array<double, 6> spare{};                 // recorded
     /// BDS: above 6.0 the record has the three that follow in place of sqrtA; what the stream
     /// brings has 0.
     double type = 0;
@@ -35,17 +38,17 @@ struct GPSEPH {
 };
 
 struct GLSEPH {
-    double selection = 1000000.0;
+    double selection = 1000000.0; // recorded
     std::string cprn;
-    int mjd = 0; // of toe; 0 = no ephemeris
-    int aode = 0;
+    int mjd = 0;                                          // of toe; 0 = no ephemeris
+    int aode = 0;                                         // recorded
     double sod = 0;                                       // of toe
     double clockBias = 0;                                 // s; -TauN
     double gamma = 0;                                     // relative frequency bias
-    double frameTime = 0;                                 // s of week, UTC
+    double frameTime = 0;                                 // s of week, UTC; recorded
     std::array<double, 3> posKm{}, velKmps{}, accKmps2{}; // PZ-90
-    double health = 0, channel = 0, ageDays = 0;
-    double spare = 0;
+    double channel = 0;
+    double health = 0, ageDays = 0, spare = 0; // recorded
 };
 
 struct EphemerisStore {

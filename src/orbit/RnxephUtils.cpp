@@ -44,22 +44,22 @@ int report(int result, std::size_t satellite, const std::string& cprn) {
 
 } // namespace
 
-bool satelliteState(const OrbitSource& in, std::size_t satellite, MjdTime t, OrbitState& state,
-                    int& ephemerisIndex) {
+int VrsBaseStation_v_readOrbit(const OrbitSource& in, std::size_t satellite, int mjd,
+                               OrbitState& position, int& ephemerisIndex, double sod) {
     const char system = in.session.satelliteNames[satellite].front();
-    const WeekTime gps = mjd2wksow(t.mjd, t.sod);
+    const WeekTime gps = mjd2wksow(mjd, sod);
     if (system == 'R') {
         const GLSEPH* const record = select<GLSEPH>(in, in.store.glonass, satellite, &GLSEPH::mjd,
                                                     &GLSEPH::sod, ephemerisIndex);
         if (record)
-            state = glonassState(*record, wksow2mjd(gps.week, gps.sow));
-        return record != nullptr;
+            position = glonassState(*record, wksow2mjd(gps.week, gps.sow));
+        return record ? 1 : 0;
     }
     const GPSEPH* const record = select<GPSEPH>(in, in.store.kepler, satellite, &GPSEPH::tocMjd,
                                                 &GPSEPH::tocSod, ephemerisIndex);
     if (record)
-        state = keplerState(*record, {gps.week, system == 'C' ? gps.sow - kBdtOffset : gps.sow});
-    return record != nullptr;
+        position = keplerState(*record, {gps.week, system == 'C' ? gps.sow - kBdtOffset : gps.sow});
+    return record ? 1 : 0;
 }
 
 int BrdUtils_m_brd2xyz(const OrbitSource& in, std::string_view mode, std::size_t satellite,

@@ -32,8 +32,8 @@ int BrdUtils_m_gls2xyz(const OrbitSource& in, std::string_view mode, std::size_t
                        int week, OrbitState& position, double& clock, int& ephemerisIndex,
                        double secondOfWeek);
 
-/// Position and velocity of a configured satellite at a time of transmission (GPS time, BeiDou's
-/// too). False, with a line, where there is no ephemeris of the last two hours. The slot used goes
-/// to `ephemerisIndex`.
-bool satelliteState(const OrbitSource& in, std::size_t satellite, MjdTime t, OrbitState& state,
-                    int& ephemerisIndex);
+/// The one place where a satellite's state is asked for: position and velocity of a configured one
+/// at a time of transmission (GPS time, BeiDou's too). 1, or 0 with a line where there is no
+/// ephemeris of the last two hours. The slot used goes to `ephemerisIndex`.
+int VrsBaseStation_v_readOrbit(const OrbitSource& in, std::size_t satellite, int mjd,
+                               OrbitState& position, int& ephemerisIndex, double sod);

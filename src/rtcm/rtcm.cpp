@@ -117,24 +117,6 @@ int input_rtcm3f(RtcmState& s, std::FILE* file) {
     return kNothing;
 }
 
-int gen_rtcm3(RtcmState& s, int type, int subtype, int sync) {
-    s.nbyte = s.nbit = s.len = 0;
-    s.nbit = kMessageBit;
-    if (!encode_rtcm3(s, type, subtype, sync)) {
-        s.nbit = 0;
-        return 0;
-    }
-    s.nbyte = static_cast<int>(closeFrame(s.buff, static_cast<std::size_t>(s.nbit)));
-    s.len = (s.nbit + 7) / 8;
-    s.nbit = 8 * s.len;
-    if (s.nbyte == 0) {
-        trace(2, "generate rtcm 3 message length error len=%d\n", s.len);
-        s.nbit = s.len = 0;
-        return 0;
-    }
-    return 1;
-}
-
 int fcn_glo(int sat, const RtcmState& s) {
     int slot = 0;
     if (satsys(sat, &slot) != kGlonass)

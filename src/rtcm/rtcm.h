@@ -176,9 +176,6 @@ struct Taken {
 /// that input_rtcm3_ex would have byte by byte.
 Taken input_rtcm3_block(RtcmState& state, std::span<const std::uint8_t> block, int& framelen);
 
-/// Builds one frame in buff, length in nbyte. 1, or 0 and nbyte 0 where that is impossible.
-int gen_rtcm3(RtcmState& state, int type, int subtype, int sync);
-
 /// GLONASS channel + 7 of a satellite: from the configured satellite, its ephemeris in the state,
 /// or the state's channel table; -1 if unknown or not GLONASS.
 int fcn_glo(int sat, const RtcmState& state);

@@ -1,5 +1,6 @@
 #include "rtcm/rtcm3e.h"
 
+#include "base/Print.h"
 #include "gnss/ComCoord.h"
 #include "gnss/Leaps.h"
 #include "rtcm/Messages.h"
@@ -25,6 +26,24 @@ std::uint32_t milliseconds(double seconds) {
 }
 
 } // namespace
+
+int gen_rtcm3(RtcmState& s, int type, int subtype, int sync) {
+    s.nbyte = s.nbit = s.len = 0;
+    s.nbit = kMessageBit;
+    if (!encode_rtcm3(s, type, subtype, sync)) {
+        s.nbit = 0;
+        return 0;
+    }
+    s.nbyte = static_cast<int>(closeFrame(s.buff, static_cast<std::size_t>(s.nbit)));
+    s.len = (s.nbit + 7) / 8;
+    s.nbit = 8 * s.len;
+    if (s.nbyte == 0) {
+        trace(2, "generate rtcm 3 message length error len=%d\n", s.len);
+        s.nbit = s.len = 0;
+        return 0;
+    }
+    return 1;
+}
 
 int encode_rtcm3(RtcmState& s, int type, int /*subtype*/, int sync) {
     const int result = dispatch(s, type, sync);

@@ -4,6 +4,8 @@
 
 /// rtcm3e: encodes messages, and what their encoders share.
 
+/// Builds one frame in buff, length in nbyte. 1, or 0 and nbyte 0 where that is impossible.
+int gen_rtcm3(RtcmState& state, int type, int subtype, int sync);
 /// Writes the message of a type from bit 24 on; 0 for a type without an encoder.
 int encode_rtcm3(RtcmState& state, int type, int subtype, int sync);
 

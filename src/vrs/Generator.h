@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vrs/BaseStation.h"
+#include "vrs/VirtualStation.h"
 
 #include <cstdint>
 #include <span>

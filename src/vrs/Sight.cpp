@@ -1,7 +1,6 @@
 #include "vrs/Sight.h"
 
 #include "gnss/ComTime.h"
-#include "vrs/BaseStation.h"
 
 #include <algorithm>
 #include <cmath>

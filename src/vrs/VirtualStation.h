@@ -44,6 +44,13 @@ struct VirtualStation {
     VrsEncoders encoders;
 };
 
+/// One request of a virtual station at its reference.
+struct VrsBaseStation {
+    std::string name;
+    Vector3 xyz{};                       // of the reference, m
+    std::span<const std::uint8_t> reply; // encoded frame; empty = no reply
+};
+
 /// What the virtual stations of a service share.
 struct VrsSources {
     const Switches& switches;

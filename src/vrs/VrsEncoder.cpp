@@ -3,6 +3,7 @@
 #include "base/ComText.h"
 #include "base/Print.h"
 #include "gnss/ComTime.h"
+#include "rtcm/rtcm3e.h"
 
 #include <algorithm>
 #include <array>

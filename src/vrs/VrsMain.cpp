@@ -1,8 +1,9 @@
 #include "vrs/VrsMain.h"
 
 #include "base/Print.h"
-#include "vrs/BaseStation.h"
-#include "vrs/VrsObsPack.h"
+#include "rinex/Rnxobs.h"
+#include "vrs/Generator.h"
+#include "vrs/VrsEncoder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -48,4 +49,39 @@ int VrsMain(VirtualStation& virtualStation, const VrsSources& in, std::size_t st
     print(Level::debug, "***INFO: Create a buff, size=%d\n", static_cast<int>(base.reply.size()));
     std::copy(base.reply.begin(), base.reply.end(), reply.begin());
     return static_cast<int>(base.reply.size());
+}
+
+void VrsBaseStation_Initial(VrsBaseStation& base) {
+    base = {};
+}
+
+void VrsBaseStation_m_process(VirtualStation& station, const VrsSources& in, VrsBaseStation& base,
+                              const RequestRecord& request) {
+    VrsGenerator_s_genVirtualObs(station, in, base, request);
+    VrsBaseStation_m_save(in, station.reference);
+    base.reply = VrsEncoder_m_encodeReply({station.encoders, in.session, in.epoch}, station.answer,
+                                          request.requestWord);
+}
+
+void VrsBaseStation_m_save(const VrsSources& in, const VrsObsPack& reference) {
+    if (in.switches.vrsSave && in.switches.rawSave) {
+        print(Lasting{Cause::savingSwitches},
+              "***WARN(BaseStation): Can't save vrs and raw obs at the same time!\n");
+        return;
+    }
+    if (in.switches.vrsSave) // deliberate: never the virtual epoch
+        print(Lasting{Cause::savingSwitches},
+              "***ERROR(BaseStation): Not support output vrs, now use -rawsav\n");
+    if (in.switches.vrsSave || in.switches.rawSave)
+        VrsBaseStation_m_outputObservation(in, reference);
+}
+
+int VrsBaseStation_m_outputObservation(const VrsSources& in, const VrsObsPack& pack) {
+    RinexWriter writer;
+    Rnxobs_initial(writer);
+    writer.station = pack.name;
+    writer.obs = &pack.obs;
+    writer.session = &in.session;
+    writer.folder = &in.folder;
+    return Rnxobs_v_outFileObs(writer, pack.mjd, pack.sod);
 }

@@ -78,8 +78,8 @@ TEST(SimulatedSky, IsMadeAnewFromItsSeed) {
         sky.seed = seed;
         sky.noise = true;
         Bytes out;
-        for (int epoch = 0; epoch < 400; ++epoch)
-            for (const Bytes& f : sky.epochFrames({2408, 604000.0 + 2 * epoch}, 7))
+        for (int epoch = 0; epoch < 100; ++epoch)
+            for (const Bytes& f : sky.epochFrames({2408, 604700.0 + 2 * epoch}, 7))
                 out.insert(out.end(), f.begin(), f.end());
         return out;
     };

@@ -1,7 +1,6 @@
 #include "process.h"
-#include "session.h"
-
 #include "reference/standard/msm.h"
+#include "session.h"
 
 #include <cjson/cJSON.h>
 #include <csignal>
@@ -121,13 +120,16 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
             const Tamper& tamper = {}) {
     const fs::path folder =
         fs::path(testing::TempDir()) / ("kestrune_sim_" + std::to_string(getpid()));
+    // On an address of its own, no other process takes a port that was found free.
+    const int pid = getpid();
+    const std::string host = text("127.%d.%d.%d", 1 + (pid >> 16), pid >> 8 & 255, pid & 255);
     int simulatorPort = 0;
     int proxyPort = 0;
-    close(boundSocket(simulatorPort));
-    const int listener = boundSocket(proxyPort);
+    close(boundSocket(simulatorPort, host.c_str()));
+    const int listener = boundSocket(proxyPort, host.c_str());
     listen(listener, 1);
-    options.insert(options.begin(), {"simulate", "--json", "--port", std::to_string(simulatorPort),
-                                     "--write-deployment", folder});
+    options.insert(options.begin(), {"simulate", "--json", "--host", host, "--port",
+                                     std::to_string(simulatorPort), "--write-deployment", folder});
     Program simulator(kCtlProgram, options, folder.string() + ".out");
     const fs::path deployment = folder / "vrs.json";
     for (int i = 0; i < 400 && readFile(folder / "leapsec.tab").empty(); ++i)
@@ -137,13 +139,16 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     if (tamper)
         tamper(folder);
     Program service(kServiceProgram, {"-mode", "vrs", deployment}, folder / "log");
+    pollfd coming{listener, POLLIN, 0};
+    if (poll(&coming, 1, 60000) != 1) {
+        ADD_FAILURE() << "no service comes: " << readFile(folder / "log")
+                      << readFile(folder.string() + ".out");
+        return {};
+    }
     const int toService = accept(listener, nullptr, nullptr);
     const int toSimulator = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    a.sin_port = htons(static_cast<std::uint16_t>(simulatorPort));
-    EXPECT_EQ(connect(toSimulator, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    const sockaddr_in a = loopback(host.c_str(), simulatorPort);
+    EXPECT_EQ(connect(toSimulator, reinterpret_cast<const sockaddr*>(&a), sizeof a), 0);
     const int on = 1;
     for (const int fd : {toService, toSimulator})
         setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

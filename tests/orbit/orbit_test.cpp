@@ -3,7 +3,6 @@
 #include "orbit/RnxephUtils.h"
 #include "recordings.h"
 #include "reference/standard/msm.h"
-#include "vrs/BaseStation.h"
 
 #include <algorithm>
 #include <cmath>

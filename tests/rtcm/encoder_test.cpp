@@ -1,6 +1,6 @@
-#include "session.h"
-
 #include "reference/standard/legacy.h"
+#include "rtcm/rtcm3e.h"
+#include "session.h"
 
 #include <cmath>
 #include <map>

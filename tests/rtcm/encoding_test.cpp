@@ -4,6 +4,7 @@
 #include "reference/standard/kinds.h"
 #include "reference/standard/legacy.h"
 #include "reference/standard/msm.h"
+#include "rtcm/rtcm3e.h"
 #include "session.h"
 
 #include <algorithm>

@@ -1,5 +1,4 @@
 #include "configured.h"
-#include "vrs/BaseStation.h"
 #include "vrs/ReferenceModel.h"
 
 #include <cmath>
