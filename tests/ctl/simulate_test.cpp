@@ -1,6 +1,8 @@
 #include "process.h"
-#include "reference/standard/msm.h"
 #include "session.h"
+
+#include "base/Findings.h"
+#include "reference/standard/msm.h"
 
 #include <cjson/cJSON.h>
 #include <csignal>
