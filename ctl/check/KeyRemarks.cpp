@@ -121,8 +121,7 @@ private:
 
     bool anyMissing() const {
         return std::any_of(findings_.list().begin(), findings_.list().end(), [&](const Finding& f) {
-            return severityOf(f.id) == Severity::fatal && f.file == document_.file &&
-                   std::find(f.values.begin(), f.values.end(), "") != f.values.end();
+            return f.id == FindingId::keyMissing && f.file == document_.file;
         });
     }
 
@@ -167,7 +166,7 @@ private:
                              [&](const std::string& p) { return leafOf(p) == leaf; });
     }
 
-    /// The changes that make another name of it.
+    /// Edit distance from which a name counts as another one.
     static std::size_t tolerance(const std::string& name) {
         return 1 + std::max<std::size_t>(name.size() / 3, 1);
     }

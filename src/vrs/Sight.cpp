@@ -27,9 +27,9 @@ double rangeTo(const OrbitState& s, const Vector3& point, const Vector3& rotatio
 constexpr double kForecastS = 60.0; // ahead, at most
 constexpr int kMostLooks = 2;       // at forecasts
 constexpr double kMostRate = 1e-4;  // of a light time; no satellite's is a tenth of it
-// Changes of the light time on its way that surely do, and do not, keep the iteration going.
+// A change of the light time on its way that surely keeps the iteration going.
 constexpr double kMovingS = 1.01 * kConvergedS;
-constexpr double kStillS = 0.99 * kConvergedS;
+constexpr double kUnsureS = 1e-14; // of what the iteration looks at last
 
 /// Rate of the light time to a point, s/s.
 double lightTimeRate(const OrbitState& s, const SightPoint& p) {
@@ -53,20 +53,16 @@ bool measure(std::span<SightPoint> points, const OrbitState& state) {
     return near;
 }
 
-/// The light time (s) at which the iteration looks last, to 1e-15 s, from what was seen near it; 0
+/// Whether the light time changes so much on its way that the iteration looks three times.
+bool looksThrice(double lightTimeS, double rate) {
+    return std::fabs(rate) < kMostRate && std::fabs(rate * lightTimeS) > kMovingS;
+}
+
+/// The light time (s) at which the iteration looks last, to kUnsureS, from what was seen near it; 0
 /// where that is not sure. It looks at the time of reception, at the light time that it finds
-/// there, and once more where that changes the light time. `rate` is that of the first point.
-double lastLook(double lookedS, double rate, const OrbitState& state,
-                std::span<const SightPoint> points, const LightTimes& history) {
-    const double foundS = points[0].lightTimeS;
-    if (std::fabs(rate * foundS) > kMovingS)
-        return std::fabs(rate) < kMostRate ? foundS + rate * (lookedS - foundS - rate * lookedS)
-                                           : 0.0;
-    const bool still = std::all_of(points.begin(), points.end(), [&](const SightPoint& p) {
-        return std::fabs(lightTimeRate(state, p) * p.lightTimeS) < kStillS;
-    });
-    const std::optional<double> change = history.rateChange();
-    return still && change ? foundS + (rate + 0.5 * *change * lookedS) * lookedS : 0.0;
+/// there, and once more.
+double lastLook(double lookedS, double foundS, double rate) {
+    return looksThrice(foundS, rate) ? foundS + rate * (lookedS - foundS - rate * lookedS) : 0.0;
 }
 
 } // namespace
@@ -81,24 +77,18 @@ void LightTimes::add(MjdTime t, double lightTimeS, double rate) {
 double LightTimes::at(MjdTime t) const {
     const auto& [now, before] = seen_;
     const double sinceS = timdif(t.mjd, now.t.mjd, t.sod, now.t.sod);
-    if (count_ == 0 || !(sinceS > 0.0 && sinceS <= kForecastS))
+    if (count_ == 0 || !(sinceS > 0.0 && sinceS <= kForecastS) ||
+        !looksThrice(now.lightTimeS, now.rate)) // else the iteration is as quick
         return 0.0;
-    const double straight = now.lightTimeS + now.rate * sinceS;
-    if (count_ == 1)
-        return straight;
-    // Hermite's polynomial by divided differences.
-    const double stepS = timdif(now.t.mjd, before.t.mjd, now.t.sod, before.t.sod);
-    const double slope = (now.lightTimeS - before.lightTimeS) / stepS;
-    const double bend = (now.rate - slope) / stepS;
-    const double bendBefore = (slope - before.rate) / stepS;
-    return straight + sinceS * sinceS * (bend + (sinceS + stepS) * (bend - bendBefore) / stepS);
-}
-
-std::optional<double> LightTimes::rateChange() const {
-    if (count_ < 2)
-        return std::nullopt;
-    const auto& [now, before] = seen_;
-    return (now.rate - before.rate) / timdif(now.t.mjd, before.t.mjd, now.t.sod, before.t.sod);
+    double forecastS = now.lightTimeS + now.rate * sinceS;
+    if (count_ == 2) { // Hermite's polynomial by divided differences
+        const double stepS = timdif(now.t.mjd, before.t.mjd, now.t.sod, before.t.sod);
+        const double slope = (now.lightTimeS - before.lightTimeS) / stepS;
+        const double bend = (now.rate - slope) / stepS;
+        const double bendBefore = (slope - before.rate) / stepS;
+        forecastS += sinceS * sinceS * (bend + (sinceS + stepS) * (bend - bendBefore) / stepS);
+    }
+    return forecastS > 0.0 && forecastS < kMaxLightTimeS ? forecastS : 0.0;
 }
 
 LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPack& pack,
@@ -115,14 +105,15 @@ LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPac
     };
 
     double lookS = history.at(received);
-    for (int looks = 0; looks < kMostLooks && lookS > 0.0; ++looks) {
+    for (int looks = 0; looks < kMostLooks && lookS > 0.0 && lookS < kMaxLightTimeS; ++looks) {
         if (!look(lookS))
             return LightTime::noOrbit;
         if (!measure(points, state))
             break;
         const double rate = lightTimeRate(state, points[0]);
-        const double lastS = lastLook(lookS, rate, state, points, history);
-        if (instant(lastS) == instant(lookS)) {
+        const double lastS = lastLook(lookS, points[0].lightTimeS, rate);
+        const WeekTime looked = instant(lookS);
+        if (instant(lastS - kUnsureS) == looked && instant(lastS + kUnsureS) == looked) {
             history.add(received, lastS, rate);
             return LightTime::found;
         }

@@ -6,11 +6,10 @@
 
 #include <array>
 #include <cstddef>
-#include <optional>
 #include <span>
 
 /// Sight: what a point on the ground sees of a satellite. Range in the frame of reception, with the
-/// Earth-rotation term; light time by iteration.
+/// Earth-rotation term; light time by iteration, or the same from a forecast.
 
 /// A point that a satellite is seen from; the iteration fills in the rest.
 struct SightPoint {
@@ -18,7 +17,7 @@ struct SightPoint {
     Vector3 rotation{}; // the point in the Earth-rotation term, m
     double rangeM = 0.0;
     double lightTimeS = 0.0;
-    double deltaS = 0.0; // light time before the last pass minus the one after it
+    double deltaS = 0.0; // light time before the last look minus the one after it
 };
 
 /// The light times of a satellite's last two epochs and their rates, from which the next is
@@ -27,10 +26,8 @@ class LightTimes {
 public:
     /// At a time of reception: the light time, and its rate at the transmission.
     void add(MjdTime t, double lightTimeS, double rate);
-    /// By the cubic through both, s; 0 where there are none, or too old ones.
+    /// By the cubic through both, s; 0 where there are none, too old ones, or no sense in it.
     double at(MjdTime t) const;
-    /// Change of the rate, 1/s; nothing where there is one epoch only.
-    std::optional<double> rateChange() const;
 
 private:
     struct Seen {
