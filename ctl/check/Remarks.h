@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/Findings.h"
-#include "base/ReadingWatcher.h"
 #include "config/Configuration.h"
+#include "config/ReadingWatcher.h"
 
 #include <map>
 #include <string>

@@ -1,7 +1,7 @@
 #include "config/JsonDocument.h"
 
 #include "base/ComText.h"
-#include "base/ReadingWatcher.h"
+#include "config/ReadingWatcher.h"
 
 #include <cjson/cJSON.h>
 

@@ -30,5 +30,5 @@ inline bool plausibleDate(const DateTime& t) {
 /// MJD with fraction of a plausible date.
 inline double fractionalMjd(const DateTime& t) {
     return md_julday(t.year, t.month, t.day) + t.hour / 24.0 + t.minute / 1440.0 +
-           t.second / 86400.0;
+           t.second / kSecondsPerDay;
 }

@@ -2,8 +2,8 @@
 
 #include "base/ComText.h"
 #include "base/LineReader.h"
-#include "base/ReadingWatcher.h"
 #include "config/PostMode.h"
+#include "config/ReadingWatcher.h"
 #include "config/SiteFile.h"
 #include "gnss/ComFreq.h"
 

@@ -1,6 +1,6 @@
 #include "config/Section.h"
 
-#include "base/ReadingWatcher.h"
+#include "config/ReadingWatcher.h"
 
 #include <cjson/cJSON.h>
 

@@ -2,7 +2,7 @@
 
 #include "base/ComText.h"
 #include "base/LineReader.h"
-#include "base/ReadingWatcher.h"
+#include "config/ReadingWatcher.h"
 
 #include <algorithm>
 #include <cmath>

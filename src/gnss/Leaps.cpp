@@ -1,7 +1,5 @@
 #include "gnss/Leaps.h"
 
-#include "gnss/GTime.h"
-
 #include <array>
 #include <cstdlib>
 

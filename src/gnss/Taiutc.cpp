@@ -4,7 +4,6 @@
 #include "base/LineReader.h"
 #include "base/Print.h"
 #include "gnss/ComTime.h"
-#include "gnss/Leaps.h"
 
 #include <algorithm>
 #include <sys/stat.h>

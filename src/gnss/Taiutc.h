@@ -8,6 +8,7 @@
 /// also extends the built-in table of gpst2utc and utc2gpst.
 
 #include "gnss/GTime.h"
+#include "gnss/Leaps.h"
 
 #include <array>
 #include <cstddef>
@@ -17,12 +18,6 @@
 /// From this many days before its end the table is told to end soon.
 inline constexpr int kLeapTableEndsSoonDays = 60;
 
-struct LeapEntry {
-    int mjd;
-    int taiMinusUtc; // s
-    int line;        // of the file
-    bool stuck;      // something other than a blank or a comment follows one of the numbers
-};
 /// Room for every leap second since 1972 and a good many to come; rows beyond it are not read.
 struct LeapTable {
     std::array<LeapEntry, 128> entries;
