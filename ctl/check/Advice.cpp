@@ -146,9 +146,18 @@ std::string saidBy(const Finding& finding) {
          {"****ERROR(Deploy): ", "***ERROR(readCommFil):", "atxfile = {file},", "file = {file},",
           "key = {key},", "line = {line},"})
         cutOut(pattern, part);
-    std::string line = filled(pattern, finding);
-    cutOut(line, "value = ,");
-    return line;
+    constexpr std::string_view value = "value = {},";
+    Finding said = finding;
+    if (const std::size_t at = pattern.find(value); at != std::string::npos) {
+        std::size_t before = 0;
+        for (std::size_t i = pattern.find("{}"); i < at; i = pattern.find("{}", i + 1))
+            ++before;
+        if (said.values.at(before).empty()) {
+            said.values.erase(said.values.begin() + static_cast<std::ptrdiff_t>(before));
+            pattern.erase(at, value.size());
+        }
+    }
+    return filled(pattern, said);
 }
 
 std::string adviceAt(const Finding& finding, const Remarks& seen) {
