@@ -55,7 +55,7 @@ struct CarrierPair {
     double wavelengthM = 0.0;
 };
 
-/// Constants of the combinations of a satellite's two highest carriers f1 > f2.
+/// Constants of the combinations of a satellite's two highest carriers f1 > f2. Recorded only.
 struct CombinationConstants {
     double g = 0.0;               // f1 / f2
     double g2 = 0.0;              // its square

@@ -160,7 +160,7 @@ double bandFrequency(char systemLetter, char digit, int fcn) {
     if (row == std::string_view::npos)
         return 0.0;
     for (const Band& band : kBands[row])
-        if (band.digit == digit && digit != 0)
+        if (band.digit == digit)
             return band.hz + band.stepHz * fcn;
     return 0.0;
 }

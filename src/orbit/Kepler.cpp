@@ -218,7 +218,7 @@ OrbitState keplerState(const GPSEPH& r, WeekTime t) {
 
 int BrdUtils_m_geph2xyz(const Session& session, const GPSEPH& r, std::string_view mode, int week,
                         OrbitState& position, double& clock, double sow) {
-    const double dt = (week * 7 + kGpsEpochMjd - r.tocMjd) * 86400.0 + sow - r.tocSod;
+    const double dt = (week * 7 + kGpsEpochMjd - r.tocMjd) * kSecondsPerDay + sow - r.tocSod;
     clock = r.af0 + (r.af1 + r.af2 * dt) * dt;
     if (systemOf(r) == 'C')
         clock -= bdsGroupDelay(session, r);

@@ -31,7 +31,7 @@ enum Status : int {
 struct ObsRecord {
     GTime time;
     std::uint8_t sat = 0;                       // satellite number
-    std::uint8_t rcv = 0;                       // always 0
+    std::uint8_t rcv = 0;                       // always 0; recorded only
     std::array<std::uint16_t, kObsSlots> SNR{}; // 0.001 dB-Hz; 0 = none
     std::array<std::uint8_t, kObsSlots> LLI{};  // bit 0 slip possible, bit 1 half cycle
     std::array<std::uint8_t, kObsSlots> code{}; // observation code; 0 = empty

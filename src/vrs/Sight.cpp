@@ -94,12 +94,15 @@ double LightTimes::at(MjdTime t) const {
 LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPack& pack,
                          std::span<SightPoint> points, OrbitState& state, LightTimes& history) {
     const MjdTime received{pack.mjd, pack.sod};
-    const auto instant = [&](double lightTimeS) {
-        const MjdTime t = timinc(received.mjd, received.sod, -lightTimeS);
+    const auto transmitted = [&](double lightTimeS) {
+        return timinc(received.mjd, received.sod, -lightTimeS);
+    };
+    const auto instant = [&](double lightTimeS) { // as an orbit takes it
+        const MjdTime t = transmitted(lightTimeS);
         return mjd2wksow(t.mjd, t.sod);
     };
     const auto look = [&](double lightTimeS) {
-        const MjdTime t = timinc(received.mjd, received.sod, -lightTimeS);
+        const MjdTime t = transmitted(lightTimeS);
         return VrsBaseStation_v_readOrbit(in, satellite, t.mjd, state,
                                           pack.ephemerisIndex[satellite], t.sod) != 0;
     };

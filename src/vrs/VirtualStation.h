@@ -21,12 +21,12 @@ struct VrsEncoders {
 };
 
 /// What is kept of a satellite from epoch to epoch: for the Doppler correction its last answered
-/// epoch, and the last light times to the virtual point.
+/// epoch, and the light times to the virtual point.
 struct RangeHistory {
     int mjd = 0;
     double sod = 0.0;
     double drleng = 0.0;   // range at the virtual point minus range at the reference, m
-    LightTimes lightTimes; // at which its satellite was looked at last
+    LightTimes lightTimes; // of its last two epochs
     /// f1^2 / f^2 per carrier slot, formed when first needed; 0 = not formed. Recorded only.
     std::array<double, kMaxSlots> ionosphereFactor{};
 };
