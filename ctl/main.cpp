@@ -1,6 +1,7 @@
 #include "ctl/Alive.h"
 #include "ctl/check/Check.h"
 #include "ctl/dump/Dump.h"
+#include "ctl/rinex/Rinex.h"
 #include "ctl/simulate/Faults.h"
 #include "ctl/simulate/Quirks.h"
 #include "ctl/simulate/Simulate.h"
@@ -122,6 +123,39 @@ void addCheck(CLI::App& app, int& status) {
     });
 }
 
+void addRinex(CLI::App& app, int& status) {
+    const auto w = std::make_shared<ctl::rinex::Arguments>();
+    CLI::App* const c = app.add_subcommand(
+        "rinex", "Make a RINEX 3.05 observation file of what the service saved with -rawsav.");
+    // clang-format off
+    c->add_option("files", w->files, "files of one station, in any order")->required()->check(CLI::ExistingFile);
+    c->add_option("-o,--out", w->out, "a file, - for standard output, or a folder, which gets a file with a long name; the working folder by default");
+    c->add_flag("--force", w->force, "replace a file that is there already");
+    c->add_option("--deployment", w->deployment, "take name, position, antenna and GLONASS channels from this configuration")->type_name("FILE");
+    c->add_option("--unit", w->unit, "the same of the unit kestrune@NAME")->type_name("NAME");
+    c->add_option("--marker", w->marker, "name of the marker, such as ABCD00AUS; by default that in the names of the files");
+    c->add_option("--marker-number", w->markerNumber, "such as a DOMES number");
+    c->add_option("--marker-type", w->markerType, "of the standard's list")->capture_default_str();
+    c->add_option("--observer", w->observer, "who observes");
+    c->add_option("--agency", w->agency, "for whom");
+    c->add_option("--run-by", w->runBy, "who makes the file");
+    c->add_option("--receiver", w->receiver, "its type");
+    c->add_option("--receiver-number", w->receiverNumber, "its serial number");
+    c->add_option("--receiver-version", w->receiverVersion, "of its firmware");
+    c->add_option("--antenna", w->antenna, "its type and radome, \"TRM59800.00 NONE\"");
+    c->add_option("--antenna-number", w->antennaNumber, "its serial number");
+    c->add_option("--antenna-delta", w->antennaDelta, "of its reference point from the marker, m; 0,0,0 by default")->type_name("HEIGHT,EAST,NORTH");
+    c->add_option("--position", w->position, "of the marker, Earth-centred, m")->type_name("X,Y,Z");
+    c->add_option("--signals", w->signals, "the signal of each carrier, which the records do not tell: \"G=1C,2W,5Q R=1P,2P\"")->type_name("S=LIST")->delimiter(' ')->allow_extra_args(false);
+    c->add_option("--channels", w->channels, "GLONASS channels: R01=1,R02=-4")->type_name("Rnn=K")->delimiter(',')->allow_extra_args(false);
+    c->add_option("--leap-seconds", w->leapSeconds, "GPS time minus UTC; by default that of the first epoch")->check(CLI::Range(0, 99));
+    // clang-format on
+    c->footer(
+        "Ends with 0; 1 where something in the files was left out, each with its file, line\n"
+        "and value, or where there was no epoch; 2 where an argument or a file cannot be used.");
+    c->callback([w, &status] { status = ctl::rinex::runRinex(*w); });
+}
+
 void addAlive(CLI::App& app, int& status) {
     const auto seconds = std::make_shared<int>(10);
     CLI::App* const alive = app.add_subcommand(
@@ -143,6 +177,7 @@ int run(int argc, char** argv) {
     addSimulate(app, status);
     addDump(app, status);
     addCheck(app, status);
+    addRinex(app, status);
     addAlive(app, status);
     try {
         app.parse(argc, argv);
