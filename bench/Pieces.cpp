@@ -8,7 +8,7 @@
 #include "orbit/Glonass.h"
 #include "orbit/Kepler.h"
 #include "orbit/RnxephUtils.h"
-#include "rtcm/rtcm.h"
+#include "rtcm/rtcm3.h"
 #include "rtcm/rtcm3e.h"
 
 #include <cstdint>

@@ -10,7 +10,7 @@
 #include "reference/standard/orbit.h"
 #include "reference/standard/sky.h"
 #include "reference/standard/station.h"
-#include "rtcm/rtcm.h"
+#include "rtcm/rtcm3.h"
 
 #include <gtest/gtest.h>
 

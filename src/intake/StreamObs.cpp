@@ -5,6 +5,7 @@
 #include "gnss/Clock.h"
 #include "gnss/ComTime.h"
 #include "gnss/Leaps.h"
+#include "rtcm/rtcm3.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,18 +2,15 @@
 
 #include "gnss/GTime.h"
 #include "gnss/gnsscmn.h"
-#include "rtcm/Frame.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <optional>
-#include <span>
 #include <string>
 
-/// rtcm: framing of RTCM 3 (RTCM 10403.x) and RtcmState, the one record that a decoder or an
-/// encoder keeps between bytes and between messages. Times are GPS time; phases cycles, ranges m.
+/// rtcm: RtcmState, the one record that a decoder or an encoder of RTCM 3 (RTCM 10403.x) keeps
+/// between bytes and between messages. Times are GPS time; phases cycles, ranges m.
 
 inline constexpr std::size_t kObsSlots = 5; // signals of an observation record
 inline constexpr std::size_t kMaxObs = 96;  // records of an epoch
@@ -157,24 +154,6 @@ struct RtcmState {
 
 /// Takes the state back to its empty start; GLONASS channels stay. Costs what was touched.
 void init_rtcm(RtcmState& state);
-
-/// Decodes one byte.
-int input_rtcm3(RtcmState& state, std::uint8_t byte);
-/// The same; when a frame is complete, stores its whole length (check word included) even if the
-/// check word is wrong.
-int input_rtcm3_ex(RtcmState& state, std::uint8_t byte, int& framelen);
-
-/// Decodes up to 4096 bytes of a file: the first status other than 0, kEndOfFile where the file
-/// ends before that, else 0. What follows the byte of the status stays in the file.
-int input_rtcm3f(RtcmState& state, std::FILE* file);
-
-struct Taken {
-    std::size_t bytes; // from the front of the block, at least 1 of a non-empty one
-    int status;        // of the last byte taken
-};
-/// Takes the bytes of a block up to the end of the next frame, or all of them, with the result
-/// that input_rtcm3_ex would have byte by byte.
-Taken input_rtcm3_block(RtcmState& state, std::span<const std::uint8_t> block, int& framelen);
 
 /// GLONASS channel + 7 of a satellite: from the configured satellite, its ephemeris in the state,
 /// or the state's channel table; -1 if unknown or not GLONASS.

@@ -6,10 +6,20 @@
 #include "gnss/Leaps.h"
 #include "rtcm/Messages.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+#include <utility>
 
 namespace {
+
+/// Bytes that the frame under construction has in all; 3 until its length is known.
+std::size_t frameSize(const RtcmState& s) {
+    return static_cast<std::size_t>(s.nbyte) < kHeaderBytes
+               ? kHeaderBytes
+               : static_cast<std::size_t>(s.len) + kCheckBytes;
+}
 
 /// Whether the options leave a message out, unread: also one that is cut off is not malformed then.
 bool leftOut(const RtcmState& s, int type) {
@@ -48,7 +58,118 @@ int dispatch(RtcmState& s, int type) {
     return status;
 }
 
+/// A message that has these reaches to its multiple-message bit (DF005, DF393), which is the 55th,
+/// or in GLONASS 1009 to 1012 the 52nd.
+constexpr int kBytesToEndMark = 7;
+
+bool sameTime(GTime a, GTime b) {
+    return a == b || std::fabs(timediff(a, b)) <= 1e-9;
+}
+
+/// Whether replies carry the system. The times of others are not relied on: a receiver in use sends
+/// the time of day for SBAS.
+bool carried(System system) {
+    return system != kSbas && system != kIrnss;
+}
+
+/// Seconds of week of a 30-bit epoch time. Nothing for a time that no week has.
+std::optional<double> secondsOfWeek(std::uint32_t field) {
+    constexpr std::uint32_t weekMs = 604800000; // itself: the first instant of the next week
+    constexpr std::uint32_t fieldEnd = 1U << 30;
+    constexpr std::uint32_t mostBelowZeroMs = 20000;
+    // Some receivers subtract the 14 s of BDT from the first seconds of a GPS week and send the
+    // negative number in the unsigned field.
+    if (field >= fieldEnd - mostBelowZeroMs)
+        return -((fieldEnd - field) * 0.001);
+    if (field <= weekMs)
+        return field * 0.001;
+    return std::nullopt;
+}
+
+/// The time of a week (s, GPS) that is nearest to a reference.
+GTime adjweek(GTime near, double tow) {
+    const WeekTime reference = time2gpst(near);
+    if (tow < reference.sow - kHalfWeek)
+        tow += kSecondsPerWeek;
+    else if (tow > reference.sow + kHalfWeek)
+        tow -= kSecondsPerWeek;
+    return gpst2time(reference.week, tow);
+}
+
+/// The time of a Moscow day (s) that is nearest to a reference.
+GTime adjday_glot(GTime near, double tod) {
+    const WeekTime moscow = time2gpst(timeadd(gpst2utc(near), kMoscowOffset));
+    const double reference = std::fmod(moscow.sow, kSecondsPerDay);
+    const double day = moscow.sow - reference;
+    const GTime t = gpst2time(moscow.week, day + nearestDay(tod, reference));
+    return utc2gpst(timeadd(t, -kMoscowOffset));
+}
+
+/// The epoch time of a message. Nothing where no clock can show it.
+std::optional<GTime> epochTime(RtcmState& s, const EpochMessage& m) {
+    needTime(s);
+    if (m.system == kGlonass) // the day of week of an MSM is not needed
+        return adjday_glot(s.time, (m.field & 0x7FFFFFFU) * 0.001);
+    const std::optional<double> tow = secondsOfWeek(m.field);
+    if (!tow)
+        return std::nullopt;
+    return adjweek(s.time, *tow + (m.system == kBds ? kBdtOffset : 0.0));
+}
+
 } // namespace
+
+Taken input_rtcm3_block(RtcmState& s, std::span<const std::uint8_t> block, int& framelen) {
+    static_assert(kMaxFrame <= std::tuple_size_v<decltype(s.buff)>);
+    std::size_t used = 0;
+    if (s.nbyte == 0) {
+        const auto start = std::find(block.begin(), block.end(), kPreamble);
+        used = static_cast<std::size_t>(start - block.begin());
+    }
+    // Header, then the rest, as far as the block reaches.
+    for (std::size_t size = frameSize(s); used < block.size(); size = frameSize(s)) {
+        const auto held = static_cast<std::size_t>(s.nbyte);
+        const std::size_t n = std::min(size - held, block.size() - used);
+        std::memcpy(s.buff.data() + held, block.data() + used, n);
+        used += n;
+        s.nbyte += static_cast<int>(n);
+        if (held + n < size)
+            break;
+        if (size == kHeaderBytes) {
+            s.len = static_cast<int>(getbitu(s.buff, 14, 10) + kHeaderBytes);
+            continue;
+        }
+        framelen = s.nbyte;
+        s.nbyte = 0;
+        const auto len = static_cast<std::size_t>(s.len);
+        if (crc24q({s.buff.data(), len}) != getbitu(s.buff, len * 8, 24)) {
+            trace(2, "rtcm3 parity error: len=%d\n", s.len);
+            return {used, kNothing};
+        }
+        return {used, decode_rtcm3(s)};
+    }
+    return {used, kNothing};
+}
+
+int input_rtcm3_ex(RtcmState& s, std::uint8_t byte, int& framelen) {
+    return input_rtcm3_block(s, {&byte, 1}, framelen).status;
+}
+
+int input_rtcm3(RtcmState& s, std::uint8_t byte) {
+    int framelen = 0;
+    return input_rtcm3_ex(s, byte, framelen);
+}
+
+int input_rtcm3f(RtcmState& s, std::FILE* file) {
+    constexpr int most = 4096;
+    for (int i = 0; i < most; ++i) {
+        const int byte = std::fgetc(file);
+        if (byte == EOF)
+            return kEndOfFile;
+        if (const int status = input_rtcm3(s, static_cast<std::uint8_t>(byte)))
+            return status;
+    }
+    return kNothing;
+}
 
 int decode_rtcm3(RtcmState& s) {
     const auto type = static_cast<int>(getbitu(s.buff, kMessageBit, 12));
@@ -83,4 +204,84 @@ bool test_staid(RtcmState& s, int staid) {
 void learnChannel(RtcmState& s, int slot, int channel) {
     if (validChannel(channel))
         s.nav.glo_fcn[static_cast<std::size_t>(slot - 1)] = channel + 8;
+}
+
+double nearestDay(double tod, double reference) {
+    while (tod < reference - kSecondsPerDay / 2)
+        tod += kSecondsPerDay;
+    while (tod > reference + kSecondsPerDay / 2)
+        tod -= kSecondsPerDay;
+    return tod;
+}
+
+void needTime(RtcmState& s) {
+    if (s.time.unknown())
+        s.time = utc2gpst(utcNow());
+}
+
+bool admit(RtcmState& s, EpochMessage& m) {
+    m.tooShort = s.len < static_cast<int>(kHeaderBytes) + kBytesToEndMark;
+    if (m.tooShort) {
+        trace(2, "rtcm3 %d length error: len=%d\n", m.type, s.len);
+        return false;
+    }
+    m.time = epochTime(s, m);
+    if (!m.time) {
+        trace(2, "rtcm3 %d epoch time error: %u\n", m.type, m.field);
+        return false;
+    }
+    m.otherStation = !test_staid(s, m.staid);
+    return !m.otherStation;
+}
+
+void join(RtcmState& s, const EpochMessage& m) {
+    if (carried(m.system)) {
+        s.time = s.epoch = *m.time;
+        s.dated = true;
+    } else if (!s.dated) {
+        s.epoch = *m.time; // `time` stays the reference for the messages to come
+    }
+}
+
+Status refuse(RtcmState& s, const EpochMessage& m) {
+    if (m.otherStation && hasOption(s, "-STA="))
+        return kMalformed; // a station that the options leave out
+    s.refused = {m.type, m.tooShort ? std::nullopt : std::optional(m.field), false};
+    if (m.tooShort)
+        return kMalformed;
+    // What another station sends ends that station's epoch, not the one being collected.
+    if (m.otherStation || s.epoch.unknown())
+        return kMalformed;
+    if (m.time && carried(m.system) && !sameTime(*m.time, s.epoch)) {
+        // The station is at another epoch: the one being collected has no end.
+        s.refused.lostEpoch = true;
+        s.obs.n = 0;
+        s.epoch = {};
+        s.dated = false;
+        return kMalformed;
+    }
+    return m.more ? kMalformed : endOfMessage(s, /*more=*/false);
+}
+
+ObsRecord* epochRecord(RtcmState& s, const EpochMessage& m, int sat) {
+    if (!sameTime(*m.time, s.epoch))
+        return nullptr;
+    if (s.obsflag || (s.obs.n > 0 && !sameTime(s.obs.data[0].time, s.epoch))) {
+        s.obs.n = 0;
+        s.obsflag = 0;
+    }
+    const int index = obsindex(s.obs, s.epoch, sat);
+    return index < 0 ? nullptr : &s.obs.data[static_cast<std::size_t>(index)];
+}
+
+Status endOfMessage(RtcmState& s, bool more) {
+    s.obsflag = more ? 0 : 1;
+    if (more)
+        return kNothing;
+    s.time = std::exchange(s.epoch, {});
+    s.dated = false;
+    // A last message without satellites must not pass off an older, unfinished epoch as its own.
+    if (s.obs.n > 0 && !sameTime(s.obs.data[0].time, s.time))
+        s.obs.n = 0;
+    return kEpoch;
 }

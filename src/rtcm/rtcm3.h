@@ -1,11 +1,36 @@
 #pragma once
 
+#include "rtcm/Frame.h"
 #include "rtcm/rtcm.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <span>
 #include <string_view>
 
-/// rtcm3: decodes the message of a frame, and what its handlers share.
+/// rtcm3: the way of a stream to its epochs. Framing, the message of a frame, its station and time,
+/// and the epoch that it belongs to; the handlers of the messages share what stands here.
+
+/// Decodes one byte.
+int input_rtcm3(RtcmState& state, std::uint8_t byte);
+/// The same; when a frame is complete, stores its whole length (check word included) even if the
+/// check word is wrong.
+int input_rtcm3_ex(RtcmState& state, std::uint8_t byte, int& framelen);
+
+/// Decodes up to 4096 bytes of a file: the first status other than 0, kEndOfFile where the file
+/// ends before that, else 0. What follows the byte of the status stays in the file.
+int input_rtcm3f(RtcmState& state, std::FILE* file);
+
+struct Taken {
+    std::size_t bytes; // from the front of the block, at least 1 of a non-empty one
+    int status;        // of the last byte taken
+};
+/// Takes the bytes of a block up to the end of the next frame, or all of them, with the result
+/// that input_rtcm3_ex would have byte by byte.
+Taken input_rtcm3_block(RtcmState& state, std::span<const std::uint8_t> block, int& framelen);
 
 /// Decodes the frame held in buff; a Status.
 int decode_rtcm3(RtcmState& state);
@@ -40,3 +65,36 @@ inline std::uint16_t snratio(double cnr) {
                ? static_cast<std::uint16_t>(std::min(cnr / 0.001 + 0.5, 65535.0))
                : std::uint16_t{0};
 }
+
+/// Sets `time` from the system clock while it is unknown.
+void needTime(RtcmState& s);
+/// A time of day moved by whole days to within half a day of the reference.
+double nearestDay(double tod, double reference);
+
+/// What the head of an observation message says of its epoch.
+struct EpochMessage {
+    int type;
+    System system;
+    int staid;
+    std::uint32_t field;       // epoch time as sent
+    bool more;                 // further messages of the epoch follow
+    std::optional<GTime> time; // resolved against `time` of the state
+    bool otherStation = false; // refused by test_staid
+    bool tooShort = false;     // it ends before its multiple-message bit
+};
+
+/// Resolves the time of a message and checks its station; false where either is refused, or the
+/// message is too short to be placed.
+bool admit(RtcmState& s, EpochMessage& m);
+/// Takes a whole message into the epoch of its time, which becomes `time`. The time of a system
+/// that no reply carries counts only while nothing else is in the epoch.
+void join(RtcmState& s, const EpochMessage& m);
+/// A message that is refused brings nothing, but it ends the epoch that is being collected where it
+/// is the last one of it: then kEpoch, else kMalformed.
+Status refuse(RtcmState& s, const EpochMessage& m);
+/// Record of a satellite in the epoch of the message that was taken into it; an epoch of another
+/// time, or one that is complete, makes room. Null when the set is full, or when the epoch keeps a
+/// time that is not the message's.
+ObsRecord* epochRecord(RtcmState& s, const EpochMessage& m, int sat);
+/// Ends a message of the epoch: kNothing while more follow, kEpoch after the last one.
+Status endOfMessage(RtcmState& s, bool more);

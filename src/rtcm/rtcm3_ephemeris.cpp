@@ -3,7 +3,6 @@
 #include "gnss/Leaps.h"
 #include "rtcm/Messages.h"
 #include "rtcm/rtcm3.h"
-#include "rtcm/rtcm3_epoch.h"
 
 #include <cmath>
 

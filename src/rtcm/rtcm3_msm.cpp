@@ -2,7 +2,6 @@
 #include "gnss/ComCoord.h"
 #include "rtcm/Messages.h"
 #include "rtcm/rtcm3.h"
-#include "rtcm/rtcm3_epoch.h"
 
 #include <array>
 
