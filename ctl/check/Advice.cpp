@@ -38,7 +38,7 @@ constexpr auto kAdvice = [] {
     {jsonTooLarge, "is larger than 4 MiB", unreadable},
     {jsonErrorBefore, kNone},
     {jsonMalformed, kNone}, // explained by what was read
-    {keyMissing, "add the key; only common/clock may be left out"},
+    {keyMissing, "add the key"},
     {valueIsNoText, "every value is a string, also a number: put it in quotation marks"},
     {timeMalformed,
      "write year month day hour minute second length, such as \"2026 3 1 0 0 0 86400\""},
@@ -46,6 +46,7 @@ constexpr auto kAdvice = [] {
     {integerMalformed, "write a whole number, such as \"1\""},
     {numberMalformed, "write a number, such as \"30\""},
     {clockMalformed, kNone},
+    {optionMalformed, "or leave the key out"},
     {portOutOfRange, kNone},
     {tablesPathMissing, kNone},
     {requestsMissing, "write [\"VRS0\"]"},

@@ -94,10 +94,12 @@ private:
             {Severity::fatal, document_.file, 0, section, std::move(what), std::move(advice)});
     }
 
-    /// The unknown object that stands for a section: one with a similar name, or with its keys.
+    /// The unknown object that stands for a section: one with a similar name, or with most of its
+    /// keys.
     std::string meantFor(const std::string& section) const {
         const cJSON* member = nullptr;
         std::string withKeys;
+        std::ptrdiff_t most = 0;
         cJSON_ArrayForEach(member, document_.root.get()) {
             std::string name = nameOf(*member);
             if (!cJSON_IsObject(member) || !known(name, &sectionOf).empty() ||
@@ -105,18 +107,20 @@ private:
                 continue;
             if (editDistance(toLower(section), toLower(name)) < tolerance(section))
                 return name;
-            if (withKeys.empty() && holdsKeyOf(*member, section))
+            if (const std::ptrdiff_t held = keysOf(*member, section); held > most) {
+                most = held;
                 withKeys = name;
+            }
         }
         return withKeys;
     }
 
-    bool holdsKeyOf(const cJSON& object, const std::string& section) const {
-        return std::any_of(document_.asked.begin(), document_.asked.end(),
-                           [&](const std::string& path) {
-                               return sectionOf(path) == section &&
-                                      cJSON_HasObjectItem(&object, leafOf(path).c_str());
-                           });
+    std::ptrdiff_t keysOf(const cJSON& object, const std::string& section) const {
+        return std::count_if(document_.asked.begin(), document_.asked.end(),
+                             [&](const std::string& path) {
+                                 return sectionOf(path) == section &&
+                                        cJSON_HasObjectItem(&object, leafOf(path).c_str());
+                             });
     }
 
     bool anyMissing() const {

@@ -30,6 +30,7 @@ constexpr auto kFindingLines = [] {
     {numberMalformed, fatal, "file = {file},key = {key},value = {},expected \"%lf\""},
     {clockMalformed, fatal,
      "file = {file},key = {key},value = {},expected \"YYYY-MM-DD hh:mm:ss\", UTC"},
+    {optionMalformed, fatal, "file = {file},key = {key},value = {},expected {}"},
     {portOutOfRange, fatal, "file = {file},key = {key},value = {},port is not in 1..65535"},
     {tablesPathMissing, fatal,
      "file = {file},key = {key},value = {},expected the path of the tables file as a string"},

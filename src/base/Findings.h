@@ -25,6 +25,7 @@ enum class FindingId : std::uint8_t {
     integerMalformed,
     numberMalformed,
     clockMalformed,
+    optionMalformed,
     portOutOfRange,
     tablesPathMissing,
     requestsMissing,

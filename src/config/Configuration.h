@@ -58,6 +58,10 @@ struct Configuration : Switches {
     Connector output;
     std::string inputProtocol;
     std::optional<GTime> clock; // UTC at which the replay clock starts
+    // Optional; empty and 0 = none.
+    std::string statePath;  // folder that keeps ephemerides
+    std::string statusPath; // file that tells the state
+    double watchdogS = 0.0; // without an epoch the connection is made anew
     Stream stream;
 };
 

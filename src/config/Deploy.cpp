@@ -86,6 +86,22 @@ std::optional<GTime> parseClock(const std::string& value) {
     return t;
 }
 
+auto pathInto(std::string& out) {
+    return [&out](const std::string& v) {
+        out = v;
+        return !v.empty();
+    };
+}
+
+/// Numbers as many as there is room for, and nothing else.
+bool numbersOnly(const std::string& v, std::span<double> out) {
+    TextScanner scan(v);
+    for (double& number : out)
+        if (!scan.number(number) || !std::isfinite(number))
+            return false;
+    return scan.atEnd();
+}
+
 /// The leap-second file, which every 1020 reads, must be there before the first one comes.
 void checkLeapSeconds(const Deployment& out, Findings& findings) {
     const std::string& path = out.tables.leapsc;
@@ -111,6 +127,11 @@ void readCommon(Deployment& out, const JsonDocument& document, Findings& finding
         m_parseFrequency(out.frequencies, value, document.file, "common/freqused", findings);
     common.integer("threads", out.threads);
     common.integer("tracelevel", out.traceLevel);
+    common.option("status", "the path of a file", pathInto(out.statusPath));
+    common.option("watchdog", "seconds from 1 to 86400", [&](const std::string& v) {
+        return numbersOnly(v, std::span(&out.watchdogS, 1)) && out.watchdogS >= 1.0 &&
+               out.watchdogS <= kSecondsPerDay;
+    });
     if (common.has("clock") && common.value("clock", value)) {
         out.clock = parseClock(value);
         if (!out.clock)
@@ -141,11 +162,46 @@ void readRequests(Session& out, const JsonDocument& document, Findings& findings
     }
 }
 
-void readConnections(Configuration& out, const JsonDocument& document, Findings& findings) {
+/// One of two words; whether it is the second.
+auto eitherOf(const char* first, const char* second, bool& isSecond) {
+    return [=, &isSecond](const std::string& v) {
+        isSecond = v == second;
+        return isSecond || v == first;
+    };
+}
+
+bool readOffset(std::optional<Vector3>& out, const std::string& v) {
+    Vector3 enu{};
+    if (!numbersOnly(v, enu) || !(distance(enu, {}) <= kMaxOffsetM))
+        return false;
+    out = enu;
+    return true;
+}
+
+bool readGuard(std::optional<PlaceGuard>& out, std::string v) {
+    constexpr std::string_view warn = " warn";
+    PlaceGuard guard;
+    guard.warnOnly = v.ends_with(warn);
+    if (guard.warnOnly)
+        v.resize(v.size() - warn.size());
+    if (!numbersOnly(v, std::span(&guard.mostM, 1)) || !(guard.mostM > 0.0))
+        return false;
+    out = guard;
+    return true;
+}
+
+void readVrs(Deployment& out, const JsonDocument& document, Findings& findings) {
     const Section vrs(document, "vrs", findings);
     vrs.connector("input-connector", out.input);
     vrs.connector("output-connector", out.output);
     vrs.value("input-protocol", out.inputProtocol);
+    vrs.option("answer", "\"specified\" or \"complete\"",
+               eitherOf("specified", "complete", out.answering.complete));
+    vrs.option("output", "\"reply\" or \"rtcm3\"", eitherOf("reply", "rtcm3", out.answering.plain));
+    vrs.option("offset", "\"EAST NORTH UP\" in metres, together at most 5000",
+               [&](const std::string& v) { return readOffset(out.answering.offsetM, v); });
+    vrs.option("guard", "\"METRES\" or \"METRES warn\"",
+               [&](const std::string& v) { return readGuard(out.guard, v); });
 }
 
 /// A system named in "freqused", by substring.
@@ -264,6 +320,7 @@ Findings readDeployment(Deployment& out, const std::string& path, ReadingWatcher
     paths.value("broad", out.broadPath);
     paths.value("obs", out.obsPath);
     paths.value("output", out.outputPath);
+    paths.option("state", "the path of a folder", pathInto(out.statePath));
 
     std::string tablesFile;
     const cJSON* const files = document.member("files");
@@ -296,7 +353,7 @@ void m_readJsonItem(Deployment& out, const JsonDocument& document, std::string_v
     if (contains(section, "reqs"))
         readRequests(out, document, findings);
     if (contains(section, "vrs"))
-        readConnections(out, document, findings);
+        readVrs(out, document, findings);
 }
 
 void m_parseTablesConfigures(TablePaths& out, const std::string& path, Findings& findings) {

@@ -48,6 +48,13 @@ void Section::number(const char* key, double& out) const {
          [&](TextScanner& s) { return s.number(out) && std::isfinite(out); });
 }
 
+void Section::option(const char* key, const char* expected,
+                     const std::function<bool(const std::string&)>& read) const {
+    std::string v;
+    if (has(key) && value(key, v) && !read(v))
+        findings_.addKey(FindingId::optionMalformed, document_.file, path(key), {v, expected});
+}
+
 void Section::connector(const char* key, Connector& out) const {
     const bool read = scan(key, FindingId::connectorMalformed,
                            [&](TextScanner& s) { return s.word(out.host) && s.integer(out.port); });

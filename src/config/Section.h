@@ -29,6 +29,10 @@ public:
     void integer(const char* key, int& out) const;
     void number(const char* key, double& out) const;
     void connector(const char* key, Connector& out) const;
+    /// A key that may be absent; a finding that says what is expected where `read` refuses its
+    /// text.
+    void option(const char* key, const char* expected,
+                const std::function<bool(const std::string&)>& read) const;
 
 private:
     const JsonDocument& document_;

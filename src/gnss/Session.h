@@ -124,7 +124,25 @@ struct Switches {
     bool rawSave = false;
 };
 
+inline constexpr double kMaxOffsetM = 5000.0; // of a virtual station from its reference
+
+/// How epochs are answered.
+struct Answering {
+    bool complete = false; // all signals in messages of the numbers that came, else MSM4 of a few
+    bool plain = false;    // as an RTCM 3 stream, else in reply frames
+    std::optional<Vector3> offsetM; // virtual station, east, north, up; else about 300 m north
+};
+
+/// Largest distance (m) of the place that a station states from the configured one.
+struct PlaceGuard {
+    double mostM = 0.0;
+    bool warnOnly = false; // replies go on
+};
+
 struct Session {
+    Answering answering;
+    std::optional<PlaceGuard> guard;
+
     std::vector<std::string> stationNames; // upper case
     std::string systems;                   // letters in use, the primary system first
     int primarySystem = 0;                 // position of that letter in kSystems
