@@ -4,6 +4,7 @@
 #include "rtcm/layouts/Legacy.h"
 #include "rtcm/layouts/Msm.h"
 #include "rtcm/layouts/StationMessages.h"
+#include "rtcm/rtcm3.h"
 
 #include <tuple>
 
@@ -75,6 +76,10 @@ int decode_type1046(RtcmState& s, KeplerMessage& m);
 int decode_type1230(RtcmState& s, BiasMessage& m);
 int decodeMsm(RtcmState& s, int type);
 int decodeLegacy(RtcmState& s, int type);
+
+/// Puts a whole message into the records of the epoch.
+void storeMsm(RtcmState& s, const MsmMessage& message, const EpochMessage& e);
+void storeLegacy(RtcmState& s, const LegacyMessage& message, const EpochMessage& e);
 
 bool encodePosition(RtcmState& s, PositionMessage& m);
 bool encodeEquipment(RtcmState& s, EquipmentMessage& m);

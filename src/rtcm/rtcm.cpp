@@ -57,11 +57,12 @@ int fcn_glo(int sat, const RtcmState& s) {
     if (satsys(sat, &slot) != kGlonass)
         return -1;
     const auto row = static_cast<std::size_t>(slot - 1);
-    if (s.nav.configuredChannels[row] >= 1)
-        return s.nav.configuredChannels[row] - 1;
+    const int configured = s.nav.configuredChannels[row] - 1; // -1 = none
+    if (configured >= 0 && !s.byStandards)
+        return configured;
     if (s.nav.geph[row].sat == sat && validChannel(s.nav.geph[row].frq))
         return s.nav.geph[row].frq + 7;
-    return s.nav.glo_fcn[row] >= 1 ? s.nav.glo_fcn[row] - 1 : -1;
+    return s.nav.glo_fcn[row] >= 1 ? s.nav.glo_fcn[row] - 1 : configured;
 }
 
 int obsindex(ObsSet& obs, GTime time, int sat) {

@@ -2,6 +2,7 @@
 
 #include "gnss/GTime.h"
 #include "gnss/gnsscmn.h"
+#include "rtcm/BitCursor.h"
 
 #include <array>
 #include <cstddef>
@@ -140,6 +141,9 @@ struct RtcmState {
     std::array<std::uint8_t, 1200> buff{};
     std::array<std::uint32_t, 400> nmsg3{}; // messages by type
     std::string opt;                        // options
+    /// 1042 is placed within half a week, and a channel that the stream states goes before the
+    /// configured one. Not cleared by init_rtcm.
+    bool byStandards = false;
 
     /// Records that something is held for this satellite, so that init_rtcm clears it.
     void touch(int sat) {
@@ -154,6 +158,13 @@ struct RtcmState {
 
 /// Takes the state back to its empty start; GLONASS channels stay. Costs what was touched.
 void init_rtcm(RtcmState& state);
+
+/// What a station has said of itself.
+struct SenderInfo {
+    StationInfo said;
+    bool named = false;  // antenna or receiver, by 1007, 1008 or 1033
+    bool height = false; // it sends 1006
+};
 
 /// GLONASS channel + 7 of a satellite: from the configured satellite, its ephemeris in the state,
 /// or the state's channel table; -1 if unknown or not GLONASS.

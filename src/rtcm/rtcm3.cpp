@@ -61,6 +61,9 @@ int dispatch(RtcmState& s, int type) {
 /// A message that has these reaches to its multiple-message bit (DF005, DF393), which is the 55th,
 /// or in GLONASS 1009 to 1012 the 52nd.
 constexpr int kBytesToEndMark = 7;
+bool endsBeforeMark(const RtcmState& s) {
+    return s.len < static_cast<int>(kHeaderBytes) + kBytesToEndMark;
+}
 
 bool sameTime(GTime a, GTime b) {
     return a == b || std::fabs(timediff(a, b)) <= 1e-9;
@@ -105,20 +108,18 @@ GTime adjday_glot(GTime near, double tod) {
     return utc2gpst(timeadd(t, -kMoscowOffset));
 }
 
-/// The epoch time of a message. Nothing where no clock can show it.
-std::optional<GTime> epochTime(RtcmState& s, const EpochMessage& m) {
-    needTime(s);
-    if (m.system == kGlonass) // the day of week of an MSM is not needed
-        return adjday_glot(s.time, (m.field & 0x7FFFFFFU) * 0.001);
-    const std::optional<double> tow = secondsOfWeek(m.field);
-    if (!tow)
-        return std::nullopt;
-    return adjweek(s.time, *tow + (m.system == kBds ? kBdtOffset : 0.0));
-}
-
 } // namespace
 
-Taken input_rtcm3_block(RtcmState& s, std::span<const std::uint8_t> block, int& framelen) {
+std::optional<GTime> epochTime(GTime near, System system, std::uint32_t field) {
+    if (system == kGlonass) // the day of week of an MSM is not needed
+        return adjday_glot(near, (field & 0x7FFFFFFU) * 0.001);
+    const std::optional<double> tow = secondsOfWeek(field);
+    if (!tow)
+        return std::nullopt;
+    return adjweek(near, *tow + (system == kBds ? kBdtOffset : 0.0));
+}
+
+Framed takeFrame(RtcmState& s, std::span<const std::uint8_t> block, int& framelen) {
     static_assert(kMaxFrame <= std::tuple_size_v<decltype(s.buff)>);
     std::size_t used = 0;
     if (s.nbyte == 0) {
@@ -143,11 +144,16 @@ Taken input_rtcm3_block(RtcmState& s, std::span<const std::uint8_t> block, int& 
         const auto len = static_cast<std::size_t>(s.len);
         if (crc24q({s.buff.data(), len}) != getbitu(s.buff, len * 8, 24)) {
             trace(2, "rtcm3 parity error: len=%d\n", s.len);
-            return {used, kNothing};
+            return {used, false};
         }
-        return {used, decode_rtcm3(s)};
+        return {used, true};
     }
-    return {used, kNothing};
+    return {used, false};
+}
+
+Taken input_rtcm3_block(RtcmState& s, std::span<const std::uint8_t> block, int& framelen) {
+    const Framed frame = takeFrame(s, block, framelen);
+    return {frame.bytes, frame.whole ? decode_rtcm3(s) : kNothing};
 }
 
 int input_rtcm3_ex(RtcmState& s, std::uint8_t byte, int& framelen) {
@@ -219,13 +225,40 @@ void needTime(RtcmState& s) {
         s.time = utc2gpst(utcNow());
 }
 
+std::optional<EpochMessage> observationHead(const RtcmState& s) {
+    const auto type = static_cast<int>(getbitu(s.buff, kMessageBit, 12));
+    BitReader in = messageOf(s);
+    if (isMsm4To7(type)) {
+        MsmHead h;
+        layoutMsmHead(in, h);
+        return EpochMessage{.type = type,
+                            .system = msmSystem(type).system,
+                            .staid = h.staid,
+                            .field = h.epoch,
+                            .more = h.more != 0,
+                            .tooShort = endsBeforeMark(s)};
+    }
+    if (isLegacy(type)) {
+        LegacyHead h;
+        layoutLegacyHead(in, h);
+        return EpochMessage{.type = type,
+                            .system = legacyForm(type).glonass ? kGlonass : kGps,
+                            .staid = h.staid,
+                            .field = h.epochMs,
+                            .more = h.more != 0,
+                            .tooShort = endsBeforeMark(s)};
+    }
+    return std::nullopt;
+}
+
 bool admit(RtcmState& s, EpochMessage& m) {
-    m.tooShort = s.len < static_cast<int>(kHeaderBytes) + kBytesToEndMark;
+    m.tooShort = endsBeforeMark(s);
     if (m.tooShort) {
         trace(2, "rtcm3 %d length error: len=%d\n", m.type, s.len);
         return false;
     }
-    m.time = epochTime(s, m);
+    needTime(s);
+    m.time = epochTime(s.time, m.system, m.field);
     if (!m.time) {
         trace(2, "rtcm3 %d epoch time error: %u\n", m.type, m.field);
         return false;

@@ -24,12 +24,17 @@ int input_rtcm3_ex(RtcmState& state, std::uint8_t byte, int& framelen);
 /// ends before that, else 0. What follows the byte of the status stays in the file.
 int input_rtcm3f(RtcmState& state, std::FILE* file);
 
-struct Taken {
+struct Framed {
     std::size_t bytes; // from the front of the block, at least 1 of a non-empty one
+    bool whole;        // buff holds a frame whose check word is right
+};
+/// Takes the bytes of a block up to the end of the next frame, or all of them.
+Framed takeFrame(RtcmState& state, std::span<const std::uint8_t> block, int& framelen);
+struct Taken {
+    std::size_t bytes; // as above
     int status;        // of the last byte taken
 };
-/// Takes the bytes of a block up to the end of the next frame, or all of them, with the result
-/// that input_rtcm3_ex would have byte by byte.
+/// The same and decodes the frame, with the result that input_rtcm3_ex would have byte by byte.
 Taken input_rtcm3_block(RtcmState& state, std::span<const std::uint8_t> block, int& framelen);
 
 /// Decodes the frame held in buff; a Status.
@@ -71,18 +76,29 @@ void needTime(RtcmState& s);
 /// A time of day moved by whole days to within half a day of the reference.
 double nearestDay(double tod, double reference);
 
+/// The epoch time of an observation message, nearest to a reference. Nothing where no clock can
+/// show it.
+std::optional<GTime> epochTime(GTime near, System system, std::uint32_t field);
+
+/// Whether a message is of what a station says of itself; its id stands behind its number.
+constexpr bool tellsOfStation(int type) {
+    return (type >= 1005 && type <= 1008) || type == 1013 || type == 1033 || type == 1230;
+}
+
 /// What the head of an observation message says of its epoch.
 struct EpochMessage {
     int type;
     System system;
     int staid;
-    std::uint32_t field;       // epoch time as sent
-    bool more;                 // further messages of the epoch follow
-    std::optional<GTime> time; // resolved against `time` of the state
-    bool otherStation = false; // refused by test_staid
-    bool tooShort = false;     // it ends before its multiple-message bit
+    std::uint32_t field;                      // epoch time as sent
+    bool more;                                // further messages of the epoch follow
+    std::optional<GTime> time = std::nullopt; // resolved against `time` of the state
+    bool otherStation = false;                // refused by test_staid
+    bool tooShort = false;                    // it ends before its multiple-message bit
 };
 
+/// The head of the message in buff, without its time; nothing where it holds no observations.
+std::optional<EpochMessage> observationHead(const RtcmState& s);
 /// Resolves the time of a message and checks its station; false where either is refused, or the
 /// message is too short to be placed.
 bool admit(RtcmState& s, EpochMessage& m);

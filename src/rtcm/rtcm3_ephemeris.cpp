@@ -8,16 +8,18 @@
 
 namespace {
 
-/// Places toe and toc in the week of toe, which is moved by one where that brings toe to within
-/// half a week of `time`: strictly earlier than -302400 s, or +302400 s and later (deliberate).
+/// Weeks to add to a time of ephemeris so that it comes within half a week of another time:
+/// strictly earlier than -302400 s, or +302400 s and later (deliberate).
+int weeksToNearest(GTime toe, GTime time) {
+    const double ahead = timediff(toe, time);
+    return ahead < -kHalfWeek ? 1 : ahead >= kHalfWeek ? -1 : 0;
+}
+
+/// Places toe and toc in the week of toe that is nearest to `time`.
 void resolveWeek(RtcmState& s, KeplerMessage& r, int week) {
     needTime(s);
     r.stated = gpst2time(week, r.toes);
-    const double ahead = timediff(r.stated, s.time);
-    if (ahead < -kHalfWeek)
-        ++week;
-    else if (ahead >= kHalfWeek)
-        --week;
+    week += weeksToNearest(r.stated, s.time);
     r.week = week;
     r.toe = gpst2time(week, r.toes);
     r.toc = gpst2time(week, r.tocs);
@@ -91,7 +93,10 @@ int decode_type1042(RtcmState& s, KeplerMessage& m) {
         return kMalformed;
     needTime(s);
     m.week = adjbdtweek(m.week);
-    m.toe = m.stated = timeadd(bdt2time(m.week, m.toes), kBdtOffset);
+    m.stated = timeadd(bdt2time(m.week, m.toes), kBdtOffset);
+    if (s.byStandards)
+        m.week += weeksToNearest(m.stated, s.time);
+    m.toe = timeadd(bdt2time(m.week, m.toes), kBdtOffset);
     m.toc = timeadd(bdt2time(m.week, m.tocs), kBdtOffset);
     m.ttr = s.time;
     return store(s, m);

@@ -85,6 +85,12 @@ bool readBody(const RtcmState& s, BitReader& in, LegacyMessage& m) {
 
 } // namespace
 
+void storeLegacy(RtcmState& s, const LegacyMessage& message, const EpochMessage& e) {
+    for (int i = 0; i < message.head.satellites; ++i)
+        storeSatellite(s, message.satellites[static_cast<std::size_t>(i)],
+                       legacyForm(message.head.type), e);
+}
+
 int decodeLegacy(RtcmState& s, int type) {
     const LegacyForm form = legacyForm(type);
     BitReader in = messageOf(s);
@@ -97,7 +103,6 @@ int decodeLegacy(RtcmState& s, int type) {
     if (!admit(s, m) || !readBody(s, in, message))
         return refuse(s, m);
     join(s, m);
-    for (int i = 0; i < head.satellites; ++i)
-        storeSatellite(s, message.satellites[static_cast<std::size_t>(i)], form, m);
+    storeLegacy(s, message, m);
     return endOfMessage(s, m.more);
 }

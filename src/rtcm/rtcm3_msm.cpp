@@ -12,6 +12,13 @@ constexpr std::size_t kMainSlots = 4; // the slot after them takes one further s
 /// The message, and its masks as lists.
 struct ReceivedMsm : MsmMessage {
     explicit ReceivedMsm(int type) : system(msmSystem(type)) {}
+    explicit ReceivedMsm(const MsmMessage& m) : MsmMessage(m), system(msmSystem(m.head.type)) {
+        listIds();
+    }
+    void listIds() {
+        listBits(head.satellites, ids);
+        listBits(head.signals, signalIds);
+    }
 
     const MsmSystem& system;
     std::array<int, kMsmSatellites> ids; // 1..64
@@ -29,8 +36,7 @@ using Signals = std::array<Signal, kMsmSignals>;
 /// The masks and the body; false where they do not fit each other or the frame.
 bool readBody(const RtcmState& s, BitReader& in, ReceivedMsm& m, int type) {
     m.countHead();
-    listBits(m.head.satellites, m.ids);
-    listBits(m.head.signals, m.signalIds);
+    m.listIds();
     const auto satellites = static_cast<int>(m.satelliteCount);
     const auto signals = static_cast<int>(m.signalCount);
     if (m.pairs() > kMsmCells) {
@@ -172,6 +178,10 @@ void save_msm_obs(RtcmState& s, const ReceivedMsm& m, const EpochMessage& e) {
 }
 
 } // namespace
+
+void storeMsm(RtcmState& s, const MsmMessage& message, const EpochMessage& e) {
+    save_msm_obs(s, ReceivedMsm(message), e);
+}
 
 /// Every MSM; MSM1 to MSM3 carry no full observations and are passed over.
 int decodeMsm(RtcmState& s, int type) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "rtcm/Frame.h"
 #include "rtcm/rtcm.h"
 
 /// rtcm3e: encodes messages, and what their encoders share.

@@ -13,8 +13,10 @@ inline constexpr std::uint8_t kReplyMark = 0x68;
 inline constexpr int kReplyKind = 6;
 inline constexpr std::size_t kReplyHeadBytes = 10;
 inline constexpr std::size_t kReplyCheckBytes = 4;
-inline constexpr std::size_t kReplyBytes = 4096;  // of a whole frame, at most
 inline constexpr std::size_t kReplyUncounted = 3; // bytes up to the end of the length
+// Of a whole frame, at most: what the length can say, and what an answer of a few signals takes.
+inline constexpr std::size_t kLongestReply = kReplyUncounted + 0xFFFF + kReplyCheckBytes;
+inline constexpr std::size_t kReplyBytes = 4096;
 
 struct ReplyHead {
     int start = kReplyStart;
@@ -25,7 +27,7 @@ struct ReplyHead {
 
     /// Whether a frame begins so, and how long it is.
     bool begins() const {
-        return start == kReplyStart && mark == kReplyMark && frameBytes() <= kReplyBytes &&
+        return start == kReplyStart && mark == kReplyMark && frameBytes() <= kLongestReply &&
                frameBytes() >= kReplyHeadBytes + kReplyCheckBytes;
     }
     std::size_t frameBytes() const { return kReplyUncounted + length + kReplyCheckBytes; }

@@ -1,0 +1,120 @@
+#include "rtcm/Msm4.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <span>
+
+namespace {
+
+constexpr int kGpsType = 1074;
+constexpr int kGlonassType = 1084;
+constexpr int kGpsSatellites = 32; // ids above are SBAS
+constexpr int kGlonassSatellites = 24;
+constexpr double kMostCnrDb = 63.0; // DF403
+
+/// Signal ids of MSM by the code indicators of DF010, DF016, DF039 and DF046; 0 = none. MSM has no
+/// signal for cross-correlated L2, which is P(Y) too.
+constexpr std::array<int, 2> kL1Ids{2, 3};
+constexpr std::array<int, 4> kGpsL2Ids{17, 9, 10, 10};
+constexpr std::array<int, 4> kGlonassL2Ids{8, 9, 0, 0};
+
+/// The least time of lock (s) that DF013, DF019, DF043 and DF049 stand for.
+int leastLockS(int indicator) {
+    struct Range {
+        int below, step, offset;
+    };
+    constexpr std::array<Range, 6> ranges{
+        {{24, 1, 0}, {48, 2, 24}, {72, 4, 120}, {96, 8, 408}, {120, 16, 1176}, {127, 32, 3096}}};
+    for (const Range& r : ranges)
+        if (indicator < r.below)
+            return indicator * r.step - r.offset;
+    return 937;
+}
+
+struct Signal {
+    int id; // 0 = none
+    double rangeM, phaseM;
+    int lock;
+    double cnrDb;
+};
+std::array<Signal, 2> signalsOf(const LegacySatellite& s, const LegacyForm& form) {
+    const double rangeM = l1RangeM(s, form.glonass);
+    std::array<Signal, 2> signals{
+        {{kL1Ids[static_cast<std::size_t>(s.code1)], rangeM, rangeM + s.phase1M, s.lock1, s.cnr1Db},
+         {0, kNone, kNone, 0, 0.0}}};
+    if (form.l2 && !(isNone(s.range2M) && isNone(s.phase2M)))
+        signals[1] = {(form.glonass ? kGlonassL2Ids : kGpsL2Ids)[static_cast<std::size_t>(s.code2)],
+                      rangeM + s.range2M, rangeM + s.phase2M, s.lock2, s.cnr2Db};
+    return signals;
+}
+
+bool hasId(const LegacySatellite& s, bool glonass) {
+    return s.id >= 1 && s.id <= (glonass ? kGlonassSatellites : kGpsSatellites);
+}
+
+std::uint32_t signalBit(int id) {
+    return id == 0 ? 0 : std::uint32_t{1} << (kMsmSignals - static_cast<std::size_t>(id));
+}
+
+MsmCell cellOf(const Signal& signal, double roughMs) {
+    const MsmForm& form = msmForm(kGpsType);
+    MsmCell cell = kNoMsmCell;
+    cell.rangeMs = signal.rangeM / kRangeMs - roughMs;
+    cell.phaseMs = signal.phaseM / kRangeMs - roughMs;
+    cell.lock = lockIndicator(form, leastLockS(signal.lock));
+    cell.cnrDb = std::min(roundHalfUp(signal.cnrDb), kMostCnrDb);
+    return cell;
+}
+
+} // namespace
+
+std::size_t toMsm4(const LegacyMessage& from, std::uint32_t epoch, std::size_t first,
+                   MsmMessage& out) {
+    const LegacyForm form = legacyForm(from.head.type);
+    const std::span all(from.satellites.data(), static_cast<std::size_t>(from.head.satellites));
+    std::uint32_t signals = 0;
+    for (const LegacySatellite& s : all)
+        for (const Signal& signal : signalsOf(s, form))
+            signals |= signalBit(signal.id);
+
+    // In order of id; of a satellite that comes twice the first.
+    std::array<const LegacySatellite*, kMsm4Ids> byId{};
+    for (const LegacySatellite& s : all)
+        if (hasId(s, form.glonass) && !byId[static_cast<std::size_t>(s.id)])
+            byId[static_cast<std::size_t>(s.id)] = &s;
+
+    out.head = {.type = form.glonass ? kGlonassType : kGpsType,
+                .staid = from.head.staid,
+                .epoch = epoch,
+                .more = from.head.more,
+                .smoothing = from.head.smoothing,
+                .smoothingInterval = from.head.smoothingInterval,
+                .signals = signals};
+    out.satelliteCount = out.cellCount = 0;
+    out.signalCount = static_cast<std::size_t>(std::popcount(signals));
+    out.cellMask = 0;
+    std::size_t id = first;
+    for (; id < byId.size() && out.pairs() + out.signalCount <= kMsmCells; ++id) {
+        if (!byId[id])
+            continue;
+        out.head.satellites |= std::uint64_t{1} << (kMsmSatellites - id);
+        MsmSatellite& satellite = out.satellites[out.satelliteCount++] = kNoMsmSatellite;
+        const auto roughs = static_cast<std::uint32_t>(
+            roundHalfUp(l1RangeM(*byId[id], form.glonass) / kRangeMs / pow2(-10)));
+        satellite.setRange(roughs);
+        std::uint32_t has = 0;
+        std::array<Signal, 2> cells = signalsOf(*byId[id], form);
+        for (const Signal& signal : cells) // ascending ids
+            if (signal.id != 0) {
+                has |= signalBit(signal.id);
+                out.cells[out.cellCount++] = cellOf(signal, satellite.roughMs());
+            }
+        for (std::uint32_t left = signals; left != 0;) {
+            const std::uint32_t bit = std::bit_floor(left);
+            out.cellMask = out.cellMask << 1 | ((has & bit) != 0 ? 1U : 0U);
+            left &= ~bit;
+        }
+    }
+    return id;
+}
