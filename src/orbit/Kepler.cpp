@@ -193,9 +193,12 @@ OrbitState fromGeoFrame(const OrbitState& s, double omega, double tk) {
     return out;
 }
 
-/// C01 to C05; geostationary satellites of other numbers broadcast in the common frame here.
-bool usesGeoFrame(const GPSEPH& r) {
-    return r.cprn.starts_with("C0") && prnOf(r.cprn) >= 1 && prnOf(r.cprn) <= 5;
+/// C01 to C05 and, by BDS-SIS-ICD-B1I 3.0, C59 to C63.
+bool usesGeoFrame(const GPSEPH& r, OrbitRules rules) {
+    if (!r.cprn.starts_with('C'))
+        return false;
+    const int prn = prnOf(r.cprn);
+    return (prn >= 1 && prn <= 5) || (rules == OrbitRules::standards && prn >= 59 && prn <= 63);
 }
 
 char systemOf(const GPSEPH& r) {
@@ -204,11 +207,13 @@ char systemOf(const GPSEPH& r) {
 
 } // namespace
 
-OrbitState keplerState(const GPSEPH& r, WeekTime t) {
-    const OrbitConstants& k = constantsOf(systemOf(r));
+OrbitState keplerState(const GPSEPH& r, WeekTime t, OrbitRules rules) {
+    OrbitConstants k = constantsOf(systemOf(r));
+    if (rules == OrbitRules::standards && k.system == 'J')
+        k.omega = kOtherConstants.omega; // IS-QZSS-PNT has GPS's
     const double tk = (t.week - r.week) * kSecondsPerWeek + t.sow - r.toe;
     const InPlane plane = inPlane(r, meanMotion(r, k.gm, tk), tk);
-    if (usesGeoFrame(r)) {
+    if (usesGeoFrame(r, rules)) {
         const Motion node{r.OMEGA0 + r.OMEGADOT * tk - k.omega * r.toe, r.OMEGADOT};
         return fromGeoFrame(turned(plane, node), k.omega, tk);
     }
@@ -225,7 +230,7 @@ int BrdUtils_m_geph2xyz(const Session& session, const GPSEPH& r, std::string_vie
     if (contains(mode, "ynn"))
         return -1;
 
-    position = keplerState(r, {week, sow});
+    position = keplerState(r, {week, sow}, OrbitRules::departures);
     if (!mode.ends_with('y'))
         std::fill(position.begin() + 3, position.end(), 0.0);
     return 1;

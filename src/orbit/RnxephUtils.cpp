@@ -3,7 +3,6 @@
 #include "base/Print.h"
 #include "gnss/ComTime.h"
 #include "orbit/Glonass.h"
-#include "orbit/Kepler.h"
 
 #include <cmath>
 
@@ -58,7 +57,8 @@ int VrsBaseStation_v_readOrbit(const OrbitSource& in, std::size_t satellite, int
     const GPSEPH* const record = select<GPSEPH>(in, in.store.kepler, satellite, &GPSEPH::tocMjd,
                                                 &GPSEPH::tocSod, ephemerisIndex);
     if (record)
-        position = keplerState(*record, {gps.week, system == 'C' ? gps.sow - kBdtOffset : gps.sow});
+        position = keplerState(*record, {gps.week, system == 'C' ? gps.sow - kBdtOffset : gps.sow},
+                               in.rules);
     return record ? 1 : 0;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gnss/ComTime.h"
+#include "orbit/Kepler.h"
 #include "orbit/OrbitState.h"
 #include "orbit/Rnxeph.h"
 
@@ -16,6 +17,7 @@ struct OrbitSource {
     const Session& session;
     const EphemerisStore& store;
     MjdTime epoch;
+    OrbitRules rules = OrbitRules::departures;
 };
 
 /// Age above which an ephemeris is not used, s.
