@@ -49,9 +49,9 @@ std::vector<std::string> linesOf(std::string_view text) {
     return lines;
 }
 
-class Answering {
+class AnsweringService {
 public:
-    Answering() {
+    AnsweringService() {
         utcNow = [] { return gpst2utc(gpst2time(kNow.week, kNow.sow)); };
         service_->intake.onrtcm = [this](std::uint32_t status, const std::uint8_t*, std::int32_t) {
             std::array<std::uint8_t, 8192> reply;
@@ -86,7 +86,7 @@ private:
     ref::Bytes stream_;
 };
 
-std::unique_ptr<Answering> answering;
+std::unique_ptr<AnsweringService> answering;
 std::unique_ptr<Folder> folder;
 
 void check(std::span<const std::string> switches) {
@@ -111,7 +111,7 @@ void check(std::span<const std::string> switches) {
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    answering = std::make_unique<Answering>();
+    answering = std::make_unique<AnsweringService>();
     folder = std::make_unique<Folder>();
     return 0;
 }

@@ -65,7 +65,7 @@ struct Configured {
     std::size_t indexOf(const std::string& name) const {
         return static_cast<std::size_t>(record.satelliteNamed(name));
     }
-    VrsSources sources() { return {record, record, store, record, service.folder}; }
+    VrsSources sources() { return service.sources(); }
 
     const std::unique_ptr<Service> owned = std::make_unique<Service>();
     Service& service = *owned;

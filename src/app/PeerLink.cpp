@@ -62,10 +62,10 @@ void PeerLink::receiveFailed(int error) const {
         tellCut(std::strerror(error));
 }
 
-void PeerLink::sendReply(int fd, std::span<const std::uint8_t> reply, double epochS) {
+bool PeerLink::sendReply(int fd, std::span<const std::uint8_t> reply, double epochS) {
     const ConnectionState state = socket_state(fd);
     if (!state.established)
-        return;
+        return false;
     const Instant now = monotonicNow();
     // An epoch that comes sooner behind the last one than its time says is of a recording that is
     // played fast: until it is due, waiting makes nothing older. A live stream is never ahead.
@@ -77,10 +77,11 @@ void PeerLink::sendReply(int fd, std::span<const std::uint8_t> reply, double epo
     lastEpochS_ = epochS;
     if (!fits) {
         count(replies_);
-        return;
+        return false;
     }
     send(fd, reply);
     replyLeft();
+    return true;
 }
 
 void PeerLink::sendFrame(int fd, std::span<const std::uint8_t> frame) {

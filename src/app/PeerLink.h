@@ -25,8 +25,9 @@ public:
     void receiveFailed(int error) const;
 
     // Nothing is sent where the connection is not established.
-    /// Sends or drops the reply to an epoch (its time in s, of any scale that runs evenly).
-    void sendReply(int fd, std::span<const std::uint8_t> reply, double epochS);
+    /// Sends or drops the reply to an epoch (its time in s, of any scale that runs evenly); whether
+    /// it was sent.
+    bool sendReply(int fd, std::span<const std::uint8_t> reply, double epochS);
     /// Sends or drops a frame of the stream.
     void sendFrame(int fd, std::span<const std::uint8_t> frame);
 

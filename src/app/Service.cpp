@@ -45,28 +45,52 @@ void Service::prepareSession() {
     folder = {record.outputPath};
     Rnxeph_initial(intake.ephemerides, record.satelliteNames);
     StreamObs_m_initial(intake, record.tables.leapsc);
+    intake.savesEpochs = record.rawSave;
     station.begin(record);
 }
 
+VrsSources Service::sources() {
+    return {record, record, intake.ephemerides, record, folder, intake.run.epoch(), intake.sender};
+}
+
 int Service::answer(std::size_t place, std::span<std::uint8_t> reply) {
-    return VrsMain(station, {record, record, intake.ephemerides, record, folder}, place, reply);
+    return VrsMain(station, sources(), place, reply);
 }
 
 void Service::onMessage(std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
     if (status == kEpoch) {
         const int size = answer(0, replyBuffer_);
         print(Level::debug, "***INFO: Get a return buff, size=%d\n", size);
-        if (size > 0)
-            peer.sendReply(sockets.output,
-                           std::span(replyBuffer_).first(static_cast<std::size_t>(size)),
-                           record.currentMjd * kSecondsPerDay + record.currentSod);
+        if (size > 0 &&
+            !peer.sendReply(sockets.output,
+                            std::span(replyBuffer_).first(static_cast<std::size_t>(size)),
+                            record.currentMjd * kSecondsPerDay + record.currentSod))
+            station.introduced.reset(); // it may have been in what is lost
         printEpochEnd();
     } else {
         print(Level::debug, "***INFO: Copy raw buff, size=%d\n", length);
         if (length > 0)
-            peer.sendFrame(sockets.output, {frame, static_cast<std::size_t>(length)});
+            forward({frame, static_cast<std::size_t>(length)});
     }
     notifyDue(); // one block may hold many epochs, each with seconds of a slow card or peer
+}
+
+/// A plain stream has no second place and names: those of the sender stay behind, and its biases
+/// are the virtual station's.
+void Service::forward(std::span<const std::uint8_t> frame) {
+    const auto type = static_cast<int>(getbitu(frame, kMessageBit, 12));
+    if (!record.answering.plain || !tellsOfStation(type)) {
+        peer.sendFrame(sockets.output, frame);
+        return;
+    }
+    std::array<std::uint8_t, kMaxFrame> own;
+    if (type != 1230 || frame.size() > own.size())
+        return;
+    std::copy(frame.begin(), frame.end(), own.begin());
+    setbitu(own, kMessageBit + 12, 12,
+            static_cast<std::uint32_t>(record.requests.front().stationId));
+    const std::size_t size = closeFrame(own, 8 * (frame.size() - kCheckBytes));
+    peer.sendFrame(sockets.output, std::span(own).first(size));
 }
 
 void Service::serveOnce() {
@@ -88,6 +112,7 @@ void Service::serveOnce() {
             return;
         }
         peer.made();
+        station.introduced.reset();
         printEnded(Cause::noConnection);
         printEnded(Cause::outputLost);
         notifyConnection("connected to");

@@ -28,6 +28,8 @@ struct Service {
 
     /// Readies epoch, folder, intake and ephemeris store of the configuration for its first byte.
     void prepareSession();
+    /// What its virtual stations work on.
+    VrsSources sources();
     /// Answers the stored epoch of a station as VrsMain does.
     int answer(std::size_t station, std::span<std::uint8_t> reply);
     /// A message of the stream: an epoch is answered by the virtual station, every other frame is
@@ -48,7 +50,8 @@ struct Service {
 private:
     void notifyConnection(const char* what) const;
     void waitForData() const;
+    void forward(std::span<const std::uint8_t> frame);
 
     std::array<std::uint8_t, 10240> received_;
-    std::array<std::uint8_t, 8192> replyBuffer_;
+    std::array<std::uint8_t, kLongestReply> replyBuffer_;
 };

@@ -72,6 +72,14 @@ void Contradictions::stationId(int id, Instant now) {
     }
 }
 
+void Contradictions::otherStation(int id, int own, Instant now) {
+    if (others_.begins(id != own, now))
+        print(Level::warning,
+              "***WARN(StreamObs): messages of station %d are refused, the stream is station "
+              "%d's!\n",
+              id, own);
+}
+
 void Contradictions::position(int type, const Vector3& stated, std::string_view station,
                               const Vector3& configured, Instant now) {
     const double apartM = distance(stated, configured);

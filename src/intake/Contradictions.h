@@ -20,6 +20,8 @@ public:
     /// stream when the id changes twice within a minute; a receiver that gets a new id changes it
     /// once.
     void stationId(int id, Instant now);
+    /// The id of a message, and that of the station whose messages count.
+    void otherStation(int id, int own, Instant now);
     /// Forgets the last id: the next connection may lead to another station.
     void newConnection();
 
@@ -43,7 +45,7 @@ private:
     int id_ = -1; // -1 = none yet
     bool changed_ = false;
     Instant changedAt_{};
-    Standing ids_, position_;
+    Standing ids_, others_, position_;
     std::array<Standing, kSystemLetters> ephemerides_;
     std::array<Standing, kGlonassSlots> channels_;
 };

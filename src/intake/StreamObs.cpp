@@ -13,10 +13,10 @@
 
 namespace {
 
-void storeEpoch(StreamIntake& in, std::size_t station) {
+void storeEpoch(StreamIntake& in, std::size_t station, GTime time) {
     print(Level::debug, "***INFO(StreamObs): Got observation data\n");
     StationEpoch& epoch = in.epoch.stationEpochs[station];
-    const WeekTime t = time2gpst(in.decoder.time);
+    const WeekTime t = time2gpst(time);
     const MjdTime day = wksow2mjd(t.week, t.sow);
     epoch.mjd = in.epoch.currentMjd = day.mjd;
     epoch.sod = in.epoch.currentSod = day.sod;
@@ -53,14 +53,38 @@ void compare(StreamIntake& in, int status, std::size_t station, Contradictions::
         compareChannels(in, now);
 }
 
+/// Keeps what a station message says; the decoder forgets it.
+void rememberSender(StreamIntake& in) {
+    const auto type = static_cast<int>(getbitu(in.decoder.buff, kMessageBit, 12));
+    const StationInfo& said = in.decoder.sta;
+    StationInfo& kept = in.sender.said;
+    if (type == 1006) {
+        in.sender.height = true;
+        kept.hgt = said.hgt;
+    }
+    if (type != 1007 && type != 1008 && type != 1033)
+        return;
+    in.sender.named = true;
+    kept.antdes = said.antdes;
+    kept.antsetup = said.antsetup;
+    if (type != 1007)
+        kept.antsno = said.antsno;
+    if (type == 1033) {
+        kept.rectype = said.rectype;
+        kept.recver = said.recver;
+        kept.recsno = said.recsno;
+    }
+}
+
 /// What the message brought goes to its place, then to the callback; then the decoder starts
 /// afresh, so that nothing survives from message to message but an unfinished epoch.
 void take(StreamIntake& in, int status, std::size_t station, int framelen,
           Contradictions::Instant now) {
     if (status == kStation) {
         print("***WARN(StreamObs): Not support antenna!\n");
+        rememberSender(in);
     } else if (status == kEpoch) {
-        storeEpoch(in, station);
+        storeEpoch(in, station, in.decoder.time);
     } else if (status == kEphemeris) {
         print("***INFO(StreamObs): Got ephemeris data, %d-%s!\n", in.decoder.ephsat,
               satno2id(in.decoder.ephsat).c_str());
@@ -85,6 +109,71 @@ void tellRefused(RtcmState& decoder) {
     if (m.lostEpoch)
         print(Lasting{Cause::epochLost, type},
               "***WARN(StreamObs): epoch before it is not answered!\n");
+}
+
+/// Answers what the run has collected, and begins the next one.
+void endRun(StreamIntake& in, std::size_t station, EpochRun::End by, int framelen) {
+    const ReceivedEpoch& epoch = in.run.ended();
+    if (!epoch.time.unknown()) {
+        storeEpoch(in, station, epoch.time);
+        if (in.savesEpochs) {
+            decodeEpoch(in.decoder, epoch);
+            StreamObs_m_setObsData(in, in.decoder.obs, station);
+        }
+        if (in.onrtcm)
+            in.onrtcm(kEpoch, in.decoder.buff.data(), framelen);
+    }
+    in.streamStation.runEnded(in.run.stationId(), by == EpochRun::End::byMark);
+    in.run.begin(by);
+}
+
+/// A station that has had three epochs without a message of the stream's takes over.
+void changeStation(StreamIntake& in, std::size_t station, int framelen) {
+    if (!in.run.empty())
+        endRun(in, station, EpochRun::End::byTime, framelen);
+    print(Level::warning, "***WARN(StreamObs): station %d is gone, the stream is station %d's!\n",
+          in.streamStation.id().value_or(-1), *in.streamStation.rival());
+    in.streamStation.takeOver();
+    in.run.forgetStation();
+    in.sender = {};
+}
+
+/// Puts an observation message into the epoch that is being collected.
+void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen,
+             Contradictions::Instant now) {
+    RefusedMessage& refused = in.decoder.refused;
+    if (m.tooShort) {
+        refused = {m.type, std::nullopt, false};
+        return;
+    }
+    const int own = in.streamStation.id().value_or(in.run.empty() ? m.staid : in.run.stationId());
+    in.contradictions.otherStation(m.staid, own, now);
+    if (!in.streamStation.counts(m, own)) {
+        if (in.streamStation.rival())
+            changeStation(in, station, framelen);
+        return;
+    }
+    m.time = epochTime(utc2gpst(utcNow()), m.system, m.field);
+    if (!in.run.read(m, messageOf(in.decoder)))
+        refused = {m.type, m.field, false};
+    if (const EpochRun::End by = in.run.endsBefore(m); by != EpochRun::End::none)
+        endRun(in, station, by, framelen);
+    in.run.take(m);
+    if (!m.more)
+        endRun(in, station, EpochRun::End::byMark, framelen);
+}
+
+/// Whether a message of a complete answer's stream is none to be decoded: its observations are
+/// collected, and what another station says of itself is passed over.
+bool collected(StreamIntake& in, std::size_t station, int framelen, Contradictions::Instant now) {
+    if (const std::optional<EpochMessage> m = observationHead(in.decoder)) {
+        collect(in, station, *m, framelen, now);
+        return true;
+    }
+    const auto type = static_cast<int>(getbitu(in.decoder.buff, kMessageBit, 12));
+    const auto id = static_cast<int>(getbitu(in.decoder.buff, kMessageBit + 12, 12));
+    const std::optional<int> own = in.streamStation.id();
+    return own && id != *own && tellsOfStation(type);
 }
 
 MjdTime mjdOf(GTime t) {
@@ -163,6 +252,21 @@ void replace(std::span<Record> records, int slot, int sat, const Record& record)
     records[static_cast<std::size_t>(slot)] = record;
 }
 
+/// The message of the frame in the decoder's buffer.
+void takeMessage(StreamIntake& in, std::size_t station, int framelen, Contradictions::Instant now) {
+    const bool complete = in.session.answering.complete;
+    if (complete && collected(in, station, framelen, now)) {
+        tellRefused(in.decoder);
+        return;
+    }
+    const int status = decode_rtcm3(in.decoder);
+    if (in.decoder.statedId >= 0 && !complete)
+        in.contradictions.stationId(in.decoder.statedId, now);
+    tellRefused(in.decoder);
+    if (status > 0)
+        take(in, status, station, framelen, now);
+}
+
 } // namespace
 
 void RtcmObsDecoder_Initial(RtcmState& state) {
@@ -175,6 +279,7 @@ int StreamReader(StreamIntake& in, std::size_t station, const std::uint8_t* buff
         print("***INFO(StreamObs): RtcmObsDecoder_Initial\n");
         RtcmObsDecoder_Initial(in.decoder);
         in.decoder.nav.configuredChannels = in.session.glonassChannels();
+        in.decoder.byStandards = in.session.answering.complete;
         in.decoderReady = true;
     }
     if (length <= 0)
@@ -184,13 +289,10 @@ int StreamReader(StreamIntake& in, std::size_t station, const std::uint8_t* buff
     const Contradictions::Instant now = monotonicNow();
     int framelen = 0;
     for (std::span left(buffer, static_cast<std::size_t>(length)); !left.empty();) {
-        const Taken taken = input_rtcm3_block(in.decoder, left, framelen);
-        if (in.decoder.statedId >= 0)
-            in.contradictions.stationId(in.decoder.statedId, now);
-        tellRefused(in.decoder);
-        if (taken.status > 0)
-            take(in, taken.status, station, framelen, now);
-        left = left.subspan(taken.bytes);
+        const Framed frame = takeFrame(in.decoder, left, framelen);
+        if (frame.whole)
+            takeMessage(in, station, framelen, now);
+        left = left.subspan(frame.bytes);
     }
     return 0;
 }
@@ -198,12 +300,16 @@ int StreamReader(StreamIntake& in, std::size_t station, const std::uint8_t* buff
 void StreamObs_m_initial(StreamIntake& in, const std::string& leapSecondFile) {
     in.decoderReady = false;
     in.contradictions = {};
+    in.sender = {};
+    in.run.forgetStation();
+    in.streamStation = {};
     in.leapSeconds = {};
     in.leapSeconds.path = leapSecondFile;
 }
 
 void StreamObs_m_restart(StreamIntake& in) {
     init_rtcm(in.decoder);
+    in.run.drop();
     in.contradictions.newConnection();
 }
 

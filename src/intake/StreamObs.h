@@ -3,6 +3,7 @@
 #include "gnss/Session.h"
 #include "gnss/Taiutc.h"
 #include "intake/Contradictions.h"
+#include "intake/EpochRun.h"
 #include "orbit/Rnxeph.h"
 #include "rtcm/rtcm.h"
 
@@ -32,6 +33,11 @@ struct StreamIntake {
     bool decoderReady = false;
     Contradictions contradictions;
     LeapSeconds leapSeconds;
+    SenderInfo sender;
+    // Of complete answers:
+    EpochRun run;
+    StreamStation streamStation;
+    bool savesEpochs = false; // the station's epoch is filled, too
 };
 
 /// Decodes a received block into the station of that index; always 0. A message that ends in a

@@ -4,6 +4,7 @@
 #include "base/Print.h"
 #include "gnss/ComFreq.h"
 #include "gnss/ComTime.h"
+#include "vrs/MovedEpoch.h"
 #include "vrs/Sight.h"
 
 #include <cmath>
@@ -13,36 +14,26 @@ namespace {
 
 constexpr double kElevationCutoffDeg = 5.0;
 constexpr double kHistoryAgeS = 30.0;
-constexpr double kMaxOffsetM = 5000.0;
 constexpr double kPresent = 1e-6;
 constexpr double kFactorUnset = 0.01;
 
-/// Two points and one satellite.
+/// The satellite at the transmit time of the virtual point, and what that point and the reference
+/// see of it; nothing where there is no orbit (its reader has said so) or no convergence.
 struct Geometry {
     OrbitState satellite{};
-    double virtualM = 0.0;
-    double referenceM = 0.0;
+    std::array<SightPoint, 2> points; // virtual, reference
 };
-
-/// The satellite at the transmit time of the virtual point; nothing where there is no orbit (its
-/// reader has said so) or no convergence.
 std::optional<Geometry> geometryOf(const OrbitSource& in, RangeHistory& history,
                                    std::size_t satellite, VrsObsPack& reference,
                                    const Vector3& virtualXyz) {
-    Geometry g;
-    std::array<SightPoint, 2> points{
-        {{virtualXyz, virtualXyz}, {in.session.stations[0].xyz, reference.xyz}}};
+    Geometry g{{}, {{{virtualXyz, virtualXyz}, {in.session.stations[0].xyz, reference.xyz}}}};
     const LightTime result =
-        solveLightTime(in, satellite, reference, points, g.satellite, history.lightTimes);
+        solveLightTime(in, satellite, reference, g.points, g.satellite, history.lightTimes);
     if (result == LightTime::notConverged)
         print(Lasting{Cause::noConvergence, satellite},
               "***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",
-              in.session.satelliteNames[satellite].c_str(), points[0].deltaS);
-    if (result != LightTime::found)
-        return std::nullopt;
-    g.virtualM = points[0].rangeM;
-    g.referenceM = points[1].rangeM;
-    return g;
+              in.session.satelliteNames[satellite].c_str(), g.points[0].deltaS);
+    return result == LightTime::found ? std::optional(g) : std::nullopt;
 }
 
 double elevationDeg(const OrbitState& satellite, const Vector3& point, const Matrix3& fromLocal) {
@@ -112,25 +103,52 @@ VrsObsPack& VrsGenerator_s_genVirtualObs(VirtualStation& station, const VrsSourc
     return station.answer;
 }
 
+void VrsGenerator_m_begin(VirtualStation& station, const RequestRecord& virtualStation) {
+    VrsObsPack& out = station.answer;
+    VrsObsPack_Initial(out);
+    station.reference.referenceRange.fill(0.0);
+    out.mjd = station.reference.mjd;
+    out.sod = station.reference.sod;
+    out.name = virtualStation.name;
+    out.xyz = virtualStation.xyz;
+    out.reply.stationId = virtualStation.stationId;
+}
+
+std::optional<RangeChange> VrsGenerator_m_rangeChange(VirtualStation& station,
+                                                      const OrbitSource& orbits,
+                                                      const Viewpoint& from,
+                                                      std::size_t satellite) {
+    const std::optional<Geometry> g =
+        geometryOf(orbits, station.history[satellite], satellite, station.reference, from.xyz);
+    if (!g)
+        return std::nullopt;
+    const auto& [virtualPoint, referencePoint] = g->points;
+    station.reference.referenceRange[satellite] = referencePoint.rangeM;
+    const double elevation = elevationDeg(g->satellite, from.xyz, from.fromLocal);
+    if (!(elevation >= kElevationCutoffDeg)) {
+        print("***WARN(Generator): %s elevation is lower than cutoff(5)! elev=%.2lf\n",
+              orbits.session.satelliteNames[satellite].c_str(), elevation);
+        return std::nullopt;
+    }
+    RangeChange change{virtualPoint.rangeM - referencePoint.rangeM, 0.0};
+    if (orbits.session.answering.complete) // the only one that has rates
+        change.mps = kSpeedOfLight * (lightTimeRate(g->satellite, virtualPoint) -
+                                      lightTimeRate(g->satellite, referencePoint));
+    return change;
+}
+
 void VrsGenerator_s_genObservation_raw(VirtualStation& station, const VrsSources& in,
                                        const RequestRecord& virtualStation,
                                        std::span<const std::uint8_t> flags) {
     VrsObsPack& out = station.answer;
-    VrsObsPack& reference = station.reference;
+    const VrsObsPack& reference = station.reference;
     const OrbitSource orbits = in.orbits();
     const auto [currentMjd, currentSod] = orbits.epoch;
     const StreamedChannels streamed = in.epoch.streamedChannels();
-    VrsObsPack_Initial(out);
-    reference.referenceRange.fill(0.0);
-    const Matrix3 fromLocal = rot_enu2xyz(virtualStation.blh[0], virtualStation.blh[1]);
-    out.mjd = reference.mjd;
-    out.sod = reference.sod;
-    out.name = virtualStation.name;
-    out.xyz = virtualStation.xyz;
-    out.reply.stationId = virtualStation.stationId;
+    const Viewpoint from(virtualStation);
+    VrsGenerator_m_begin(station, virtualStation);
 
     for (std::size_t i = 0; i < in.session.satelliteNames.size(); ++i) {
-        const std::string& name = in.session.satelliteNames[i];
         RangeHistory& history = station.history[i];
         const double ageS = std::fabs(timdif(history.mjd, currentMjd, history.sod, currentSod));
         if (!reference.obs.has(i) || flags[i] == 0) {
@@ -138,22 +156,27 @@ void VrsGenerator_s_genObservation_raw(VirtualStation& station, const VrsSources
                 history.drleng = 0.0;
             continue;
         }
-        const std::optional<Geometry> g =
-            geometryOf(orbits, history, i, reference, virtualStation.xyz);
-        if (!g)
+        const std::optional<RangeChange> change =
+            VrsGenerator_m_rangeChange(station, orbits, from, i);
+        if (!change)
             continue;
-        reference.referenceRange[i] = g->referenceM;
-        const double rangeDifference = g->virtualM - g->referenceM;
-        const double elevation = elevationDeg(g->satellite, virtualStation.xyz, fromLocal);
-        if (!(elevation >= kElevationCutoffDeg)) {
-            print("***WARN(Generator): %s elevation is lower than cutoff(5)! elev=%.2lf\n",
-                  name.c_str(), elevation);
-            continue;
-        }
         shiftSlots(out.obs.row(i), reference.obs[i], in.session.satellites[i], streamed, history,
-                   rangeDifference, ageS);
+                   change->metres, ageS);
         history.mjd = currentMjd;
         history.sod = currentSod;
-        history.drleng = rangeDifference;
+        history.drleng = change->metres;
     }
+}
+
+void VrsGenerator_m_changes(VirtualStation& station, const VrsSources& in,
+                            const RequestRecord& virtualStation) {
+    const OrbitSource orbits = in.orbits();
+    const Viewpoint from(virtualStation);
+    VrsGenerator_m_begin(station, virtualStation);
+    station.changes.fill(std::nullopt);
+    const auto satellites = satellitesOf(in.received, in.session);
+    for (std::size_t i = 0; i < in.session.satelliteNames.size(); ++i)
+        if (satellites.test(i))
+            station.changes[in.session.satelliteNumber[i]] =
+                VrsGenerator_m_rangeChange(station, orbits, from, i);
 }

@@ -31,15 +31,6 @@ constexpr double kMostRate = 1e-4;  // of a light time; no satellite's is a tent
 constexpr double kMovingS = 1.01 * kConvergedS;
 constexpr double kUnsureS = 1e-14; // of what the iteration looks at last
 
-/// Rate of the light time to a point, s/s.
-double lightTimeRate(const OrbitState& s, const SightPoint& p) {
-    const Vector3 sight{s[0] - p.xyz[0], s[1] - p.xyz[1], s[2] - p.xyz[2]};
-    return ((sight[0] * s[3] + sight[1] * s[4] + sight[2] * s[5]) /
-                std::sqrt(sight[0] * sight[0] + sight[1] * sight[1] + sight[2] * sight[2]) +
-            kRotationPerMetre * (s[3] * p.rotation[1] - s[4] * p.rotation[0])) /
-           kSpeedOfLight;
-}
-
 /// Ranges and light times from a look at the satellite; false where one has no sense.
 bool measure(std::span<SightPoint> points, const OrbitState& state) {
     bool near = true; // not so for not-a-number either
@@ -66,6 +57,14 @@ double lastLook(double lookedS, double foundS, double rate) {
 }
 
 } // namespace
+
+double lightTimeRate(const OrbitState& s, const SightPoint& p) {
+    const Vector3 sight{s[0] - p.xyz[0], s[1] - p.xyz[1], s[2] - p.xyz[2]};
+    return ((sight[0] * s[3] + sight[1] * s[4] + sight[2] * s[5]) /
+                std::sqrt(sight[0] * sight[0] + sight[1] * sight[1] + sight[2] * sight[2]) +
+            kRotationPerMetre * (s[3] * p.rotation[1] - s[4] * p.rotation[0])) /
+           kSpeedOfLight;
+}
 
 void LightTimes::add(MjdTime t, double lightTimeS, double rate) {
     const double sinceS = timdif(t.mjd, seen_[0].t.mjd, t.sod, seen_[0].t.sod);

@@ -48,6 +48,9 @@ enum class LightTime { found, noOrbit, notConverged };
 LightTime solveLightTime(const OrbitSource& in, std::size_t satellite, VrsObsPack& pack,
                          std::span<SightPoint> points, OrbitState& state, LightTimes& history);
 
+/// Rate of the light time to a point that sees the satellite, s/s.
+double lightTimeRate(const OrbitState& satellite, const SightPoint& point);
+
 /// East, north and up of a satellite from a point, m; `fromLocal` turns local axes into
 /// Earth-centred ones.
 Vector3 localSight(const OrbitState& satellite, const Vector3& point, const Matrix3& fromLocal);

@@ -3,12 +3,14 @@
 #include "gnss/Session.h"
 #include "orbit/RnxephUtils.h"
 #include "rinex/Rnxobs.h"
+#include "rtcm/ReceivedEpoch.h"
 #include "rtcm/rtcm.h"
 #include "vrs/Sight.h"
 #include "vrs/VrsObsPack.h"
 
 #include <array>
 #include <cstdint>
+#include <optional>
 
 /// VirtualStation: what one virtual station keeps from epoch to epoch, and where its requests
 /// work. A second virtual station is a second object.
@@ -31,6 +33,15 @@ struct RangeHistory {
     std::array<double, kMaxSlots> ionosphereFactor{};
 };
 
+/// Range at the virtual station minus range at its reference, and the rate of that (0 but for
+/// complete answers).
+struct RangeChange {
+    double metres;
+    double mps;
+};
+/// By satellite number; nothing for a satellite that is not answered.
+using RangeChanges = std::array<std::optional<RangeChange>, kMaxSatNumber + 1>;
+
 struct VirtualStation {
     /// Readies the encoder for a session.
     void begin(const Session& session) {
@@ -38,10 +49,13 @@ struct VirtualStation {
     }
 
     std::array<RangeHistory, kMaxSatellites> history; // by configured satellite
+    /// Epoch in which a plain stream named station and place last; nothing on a new connection.
+    std::optional<MjdTime> introduced;
     // Workspaces of a request; they are too large to be built anew for every epoch.
     VrsObsPack reference;
     VrsObsPack answer; // the reply frame is built in it
     VrsEncoders encoders;
+    RangeChanges changes; // of a complete answer
 };
 
 /// One request of a virtual station at its reference.
@@ -58,8 +72,13 @@ struct VrsSources {
     const EphemerisStore& ephemerides;
     CurrentEpoch& epoch;
     OutputFolder& folder;
+    const ReceivedEpoch& received; // of a complete answer
+    const SenderInfo& sender;
 
     OrbitSource orbits() const {
-        return {session, ephemerides, {epoch.currentMjd, epoch.currentSod}};
+        return {session,
+                ephemerides,
+                {epoch.currentMjd, epoch.currentSod},
+                session.answering.complete ? OrbitRules::standards : OrbitRules::departures};
     }
 };

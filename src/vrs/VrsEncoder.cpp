@@ -3,7 +3,9 @@
 #include "base/ComText.h"
 #include "base/Print.h"
 #include "gnss/ComTime.h"
+#include "rtcm/Frame.h"
 #include "rtcm/rtcm3e.h"
+#include "vrs/MovedEpoch.h"
 
 #include <algorithm>
 #include <array>
@@ -34,10 +36,22 @@ constexpr auto kCarried = [] {
 
 constexpr double kLeastCarried = 1e6; // cycles, m
 constexpr int kLastBds2 = 16;         // PRN
-constexpr std::size_t kMostBeforeCheck = kReplyBytes - kReplyCheckBytes;
+
+/// Bytes that a reply may have.
+std::size_t roomOf(const ReplyEncoder& in) {
+    return in.moved || in.session.answering.plain ? kLongestReply : kReplyBytes;
+}
 
 /// Satellites counted by group letter, in the order of kSystems.
 using Counts = std::array<int, kSystemCount>;
+void count(Counts& counts, int satellite) {
+    int prn = 0;
+    const unsigned system = satsys(satellite, &prn);
+    const int place = kSystemOf[static_cast<std::size_t>(satellite)];
+    if (place >= 0)
+        ++counts[system == kBds && prn > kLastBds2 ? systemIndex('B')
+                                                   : static_cast<std::size_t>(place)];
+}
 
 /// Copies the slots that the reply carries into the next record of an encoder state. A satellite
 /// without any still takes a record, with satellite number 0.
@@ -77,14 +91,12 @@ Counts fillStates(const ReplyEncoder& in, const EpochObs& obs) {
         const auto system = static_cast<std::size_t>(place);
         int prn = 0;
         satsys(sat, &prn);
-        if (system == bds && prn > kLastBds2) {
-            // BDS-3 looks at the configured frequencies only, and under the row of BDS.
+        count(counts, sat);
+        // BDS-3 looks at the configured frequencies only, and under the row of BDS.
+        if (system == bds && prn > kLastBds2)
             addRecord(in.states.bds3, obs[i], bds, in.session.frequencies[bds].size(), sat);
-            ++counts[systemIndex('B')];
-        } else {
+        else
             addRecord(in.states.main, obs[i], system, kMaxSlots, sat);
-            ++counts[system];
-        }
     }
     return counts;
 }
@@ -96,7 +108,15 @@ struct Block {
 
     void add(RtcmState& state, int type, int sync) {
         gen_rtcm3(state, type, 0, sync);
-        const auto n = static_cast<std::size_t>(state.nbyte);
+        add(state, static_cast<std::size_t>(state.nbyte));
+    }
+    void add(RtcmState& state, const MsmMessage& message) {
+        writeMessage(state, layoutMsm, message);
+        add(state, closeFrame(state.buff, static_cast<std::size_t>(state.nbit)));
+    }
+
+private:
+    void add(const RtcmState& state, std::size_t n) {
         if (length + n <= room.size())
             std::copy_n(state.buff.begin(), n, room.begin() + static_cast<std::ptrdiff_t>(length));
         length += n;
@@ -108,11 +128,44 @@ void setText(Descriptor& field, std::string_view value) {
     value.copy(field.data(), field.size() - 1);
 }
 
-void addMessages(VrsEncoders& states, Block& block, const Counts& counts) {
-    setText(states.main.sta.antdes, "GPPNULLANTENNA");
-    setText(states.main.sta.recsno, "KRV VRS");
-    block.add(states.main, 1005, 0);
-    block.add(states.main, 1033, 0);
+/// Place and names. A complete answer passes the sender's names on, once it has said any.
+void addIntroduction(const ReplyEncoder& in, Block& block) {
+    RtcmState& state = in.states.main;
+    StationInfo& station = state.sta;
+    const bool height = in.sender && in.sender->height && in.session.answering.plain;
+    if (in.sender && in.moved && in.sender->named) {
+        const Vector3 place = station.pos;
+        station = in.sender->said;
+        station.pos = place;
+    } else {
+        setText(station.antdes, "GPPNULLANTENNA");
+        setText(station.recsno, "KRV VRS");
+    }
+    station.itrf = 0;
+    if (height)
+        station.hgt = in.sender->said.hgt;
+    block.add(state, height ? 1006 : 1005, 0);
+    block.add(state, 1033, 0);
+}
+
+/// The messages received, moved.
+Counts addMoved(const ReplyEncoder& in, Block& block, int stationId) {
+    Counts counts{};
+    for (std::size_t satellite = 0; satellite < in.moved->changes.size(); ++satellite)
+        if (in.moved->changes[satellite])
+            count(counts, static_cast<int>(satellite));
+    const auto& [epoch, changes] = *in.moved;
+    int left = countMoved(epoch, changes);
+    moveEpoch(epoch, changes, [&](MsmMessage& message) {
+        message.head.staid = stationId & 0xFFF;
+        message.head.more = --left > 0 ? 1 : 0;
+        block.add(in.states.main, message);
+    });
+    return counts;
+}
+
+/// The messages of the states.
+void addOwn(VrsEncoders& states, Block& block, const Counts& counts) {
     const auto present = [&](const Outgoing& o) { return counts[systemIndex(o.group)] > 0; };
     for (auto it = kOutgoing.begin(); it != kOutgoing.end(); ++it)
         if (present(*it))
@@ -133,6 +186,31 @@ void prepareStates(const ReplyEncoder& in, const VrsObsPack& pack) {
     states.main.sta.pos = pack.xyz;
 }
 
+/// Appends the messages of the epoch; false where they do not fit.
+bool encodeMessages(const ReplyEncoder& in, VrsObsPack& pack, int& bits, Counts& counts) {
+    prepareStates(in, pack);
+    const auto start = static_cast<std::size_t>(bits / 8);
+    Block block{std::span(pack.reply.buffer).first(roomOf(in)).subspan(start)};
+    if (in.introduces)
+        addIntroduction(in, block);
+    if (in.moved) {
+        counts = addMoved(in, block, pack.reply.stationId);
+    } else {
+        counts = fillStates(in, pack.obs);
+        addOwn(in.states, block, counts);
+    }
+    if (block.length > block.room.size()) {
+        print(Lasting{Cause::longReply}, "nbyte = %d,buff size is large than the allocated %lu",
+              static_cast<int>(block.length), static_cast<unsigned long>(roomOf(in)));
+        return false;
+    }
+    bits += static_cast<int>(8 * block.length);
+    const auto n = [&](char group) { return counts[systemIndex(group)]; };
+    print("send nsats: G=%d, R=%d, E=%d, C2=%d, C3=%d, J=%d #Total=%d\n", n('G'), n('R'), n('E'),
+          n('C'), n('B'), n('J'), n('G') + n('R') + n('E') + n('C') + n('B') + n('J'));
+    return true;
+}
+
 } // namespace
 
 int index_mask(std::size_t system, std::string_view type) {
@@ -142,43 +220,36 @@ int index_mask(std::size_t system, std::string_view type) {
 }
 
 int VrsEncoder_m_encodeRtcm_ex(const ReplyEncoder& in, VrsObsPack& pack, int& bits) {
-    prepareStates(in, pack);
-    const Counts counts = fillStates(in, pack.obs);
-    const auto start = static_cast<std::size_t>(bits / 8);
-    Block block{std::span(pack.reply.buffer).subspan(start)};
-    addMessages(in.states, block, counts);
-    if (block.length > block.room.size()) {
-        print(Lasting{Cause::longReply}, "nbyte = %d,buff size is large than the allocated %lu",
-              static_cast<int>(block.length), static_cast<unsigned long>(kReplyBytes));
-        return 0;
-    }
-    bits += static_cast<int>(8 * block.length);
-    const auto n = [&](char group) { return counts[systemIndex(group)]; };
-    print("send nsats: G=%d, R=%d, E=%d, C2=%d, C3=%d, J=%d #Total=%d\n", n('G'), n('R'), n('E'),
-          n('C'), n('B'), n('J'), n('G') + n('R') + n('E') + n('C') + n('B') + n('J'));
-    return 1;
+    Counts counts;
+    return encodeMessages(in, pack, bits, counts) ? 1 : 0;
 }
 
 std::span<const std::uint8_t> VrsEncoder_m_encodeReply(const ReplyEncoder& in, VrsObsPack& pack,
                                                        std::int32_t requestWord) {
     ReplyArea& area = pack.reply;
+    const bool plain = in.session.answering.plain;
     const std::span buffer(area.buffer);
     area.totalLength = area.frameLength = 0;
-    area.bits = static_cast<int>(8 * kReplyHeadBytes);
-    const bool encoded = VrsEncoder_m_encodeRtcm_ex(in, pack, area.bits) == 1;
+    area.bits = plain ? 0 : static_cast<int>(8 * kReplyHeadBytes);
+    Counts satellites;
+    bool encoded = encodeMessages(in, pack, area.bits, satellites);
+    if (plain || in.moved)
+        encoded = encoded && std::ranges::any_of(satellites, [](int n) { return n > 0; });
     const auto n = static_cast<std::size_t>(area.bits / 8);
     // The messages alone may fill the buffer; with the check word they may not fit (deliberate).
-    if (!encoded || n > kMostBeforeCheck) {
+    if (!encoded || n > roomOf(in) - kReplyCheckBytes) {
         area.bits = 0;
         return {};
     }
+    area.frameLength = area.totalLength = static_cast<int>(n);
+    if (plain)
+        return buffer.first(n);
     const ReplyHead head{.length = n - kReplyUncounted,
                          .requestWord = static_cast<std::uint32_t>(requestWord)};
     BitWriter out(buffer.first(kReplyHeadBytes));
     layoutReplyHead(out, head);
     out.finish();
     setbitu(buffer, 8 * n, 32, crc24q(buffer.first(n)));
-    area.frameLength = static_cast<int>(n);
     area.totalLength = static_cast<int>(n + kReplyCheckBytes);
     return buffer.first(n + kReplyCheckBytes);
 }

@@ -17,7 +17,7 @@ struct ReplyArea {
     int frameLength = 0; // without check word
     int bits = 0;        // written so far
     std::int32_t stationId = 0;
-    std::array<std::uint8_t, kReplyBytes> buffer;
+    std::array<std::uint8_t, kLongestReply> buffer;
 };
 
 struct VrsObsPack {
