@@ -5,17 +5,21 @@
 
 namespace {
 
+/// Calls clear(row) for the marked rows, sat - 1, and unmarks them.
+template <class Clear> void clearMarked(RtcmState::Touched& set, Clear clear) {
+    for (std::size_t word = 0; word < set.size(); ++word)
+        for (; set[word] != 0; set[word] &= set[word] - 1)
+            clear(64 * word + static_cast<std::size_t>(std::countr_zero(set[word])));
+}
+
 void clearTouched(RtcmState& s) {
-    for (std::size_t word = 0; word < s.touched.size(); ++word)
-        for (; s.touched[word] != 0; s.touched[word] &= s.touched[word] - 1) {
-            const std::size_t row =
-                64 * word + static_cast<std::size_t>(std::countr_zero(s.touched[word]));
-            s.nav.eph[row].sat = 0;
-            s.tracks[row] = {};
-            int slot = 0;
-            if (satsys(static_cast<int>(row) + 1, &slot) == kGlonass)
-                s.nav.geph[static_cast<std::size_t>(slot - 1)].sat = 0;
-        }
+    clearMarked(s.tracked, [&](std::size_t row) { s.tracks[row] = {}; });
+    clearMarked(s.withEphemeris, [&](std::size_t row) {
+        s.nav.eph[row].sat = 0;
+        int slot = 0;
+        if (satsys(static_cast<int>(row) + 1, &slot) == kGlonass)
+            s.nav.geph[static_cast<std::size_t>(slot - 1)].sat = 0;
+    });
     for (std::size_t page = 0; s.countedPages != 0; ++page, s.countedPages >>= 1)
         if (s.countedPages & 1U)
             std::fill_n(s.nmsg3.begin() + static_cast<std::ptrdiff_t>(16 * page), 16, 0U);

@@ -145,14 +145,18 @@ struct RtcmState {
     /// configured one. Not cleared by init_rtcm.
     bool byStandards = false;
 
-    /// Records that something is held for this satellite, so that init_rtcm clears it.
-    void touch(int sat) {
-        const auto row = static_cast<std::size_t>(sat - 1);
-        touched[row / 64] |= std::uint64_t{1} << row % 64;
-    }
+    using Touched = std::array<std::uint64_t, kMaxSatNumber / 64 + 1>; // bit sat - 1
+    /// Records that a signal of this satellite has a track, so that init_rtcm clears it.
+    void touch(int sat) { mark(tracked, sat); }
+    /// The same of an ephemeris.
+    void touchEphemeris(int sat) { mark(withEphemeris, sat); }
     /// Counts a message of a type.
     void count(int type);
-    std::array<std::uint64_t, kMaxSatNumber / 64 + 1> touched{}; // bit sat - 1
+    static void mark(Touched& set, int sat) {
+        const auto row = static_cast<std::size_t>(sat - 1);
+        set[row / 64] |= std::uint64_t{1} << row % 64;
+    }
+    Touched tracked{}, withEphemeris{};
     std::uint32_t countedPages = 0; // bit k: some of the 16 counters from 16 k on is not 0
 };
 

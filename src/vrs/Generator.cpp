@@ -18,22 +18,21 @@ constexpr double kPresent = 1e-6;
 constexpr double kFactorUnset = 0.01;
 
 /// The satellite at the transmit time of the virtual point, and what that point and the reference
-/// see of it; nothing where there is no orbit (its reader has said so) or no convergence.
+/// see of it.
 struct Geometry {
     OrbitState satellite{};
     std::array<SightPoint, 2> points; // virtual, reference
 };
-std::optional<Geometry> geometryOf(const OrbitSource& in, RangeHistory& history,
-                                   std::size_t satellite, VrsObsPack& reference,
-                                   const Vector3& virtualXyz) {
-    Geometry g{{}, {{{virtualXyz, virtualXyz}, {in.session.stations[0].xyz, reference.xyz}}}};
+/// False where there is no orbit (its reader has said so) or no convergence.
+bool solveGeometry(const OrbitSource& in, RangeHistory& history, std::size_t satellite,
+                   VrsObsPack& reference, Geometry& g) {
     const LightTime result =
         solveLightTime(in, satellite, reference, g.points, g.satellite, history.lightTimes);
     if (result == LightTime::notConverged)
         print(Lasting{Cause::noConvergence, satellite},
               "***WARN(Generator): %s position not convergence! ddelay=%14.13lf\n",
               in.session.satelliteNames[satellite].c_str(), g.points[0].deltaS);
-    return result == LightTime::found ? std::optional(g) : std::nullopt;
+    return result == LightTime::found;
 }
 
 double elevationDeg(const OrbitState& satellite, const Vector3& point, const Matrix3& fromLocal) {
@@ -106,6 +105,7 @@ VrsObsPack& VrsGenerator_s_genVirtualObs(VirtualStation& station, const VrsSourc
 void VrsGenerator_m_begin(VirtualStation& station, const RequestRecord& virtualStation) {
     VrsObsPack& out = station.answer;
     VrsObsPack_Initial(out);
+    station.reference.ranged = true;
     station.reference.referenceRange.fill(0.0);
     out.mjd = station.reference.mjd;
     out.sod = station.reference.sod;
@@ -118,13 +118,13 @@ std::optional<RangeChange> VrsGenerator_m_rangeChange(VirtualStation& station,
                                                       const OrbitSource& orbits,
                                                       const Viewpoint& from,
                                                       std::size_t satellite) {
-    const std::optional<Geometry> g =
-        geometryOf(orbits, station.history[satellite], satellite, station.reference, from.xyz);
-    if (!g)
+    Geometry g{{},
+               {{{from.xyz, from.xyz}, {orbits.session.stations[0].xyz, station.reference.xyz}}}};
+    if (!solveGeometry(orbits, station.history[satellite], satellite, station.reference, g))
         return std::nullopt;
-    const auto& [virtualPoint, referencePoint] = g->points;
+    const auto& [virtualPoint, referencePoint] = g.points;
     station.reference.referenceRange[satellite] = referencePoint.rangeM;
-    const double elevation = elevationDeg(g->satellite, from.xyz, from.fromLocal);
+    const double elevation = elevationDeg(g.satellite, from.xyz, from.fromLocal);
     if (!(elevation >= kElevationCutoffDeg)) {
         print("***WARN(Generator): %s elevation is lower than cutoff(5)! elev=%.2lf\n",
               orbits.session.satelliteNames[satellite].c_str(), elevation);
@@ -132,8 +132,8 @@ std::optional<RangeChange> VrsGenerator_m_rangeChange(VirtualStation& station,
     }
     RangeChange change{virtualPoint.rangeM - referencePoint.rangeM, 0.0};
     if (orbits.session.answering.complete) // the only one that has rates
-        change.mps = kSpeedOfLight * (lightTimeRate(g->satellite, virtualPoint) -
-                                      lightTimeRate(g->satellite, referencePoint));
+        change.mps = kSpeedOfLight * (lightTimeRate(g.satellite, virtualPoint) -
+                                      lightTimeRate(g.satellite, referencePoint));
     return change;
 }
 

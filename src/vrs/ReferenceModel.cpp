@@ -38,6 +38,7 @@ void modelSatellite(const OrbitSource& in, VrsObsPack& pack, std::size_t satelli
 } // namespace
 
 void VrsBaseStation_m_gnssModel(const OrbitSource& in, VrsObsPack& pack) {
+    pack.ranged = pack.modelled = true;
     pack.elevation.fill(0.0);
     pack.azimuth.fill(0.0);
     pack.referenceRange.fill(0.0);

@@ -1,15 +1,21 @@
 #include "vrs/VrsObsPack.h"
 
+#include <utility>
+
 void VrsObsPack_Initial(VrsObsPack& pack) {
     pack.name.clear();
     pack.mjd = 0;
     pack.sod = 0.0;
     pack.obs.clear();
     pack.xyz = {};
-    pack.referenceRange.fill(0.0);
-    pack.elevation.fill(0.0);
-    pack.azimuth.fill(0.0);
-    pack.ephemerisIndex.fill(-1);
+    if (std::exchange(pack.ranged, false)) {
+        pack.referenceRange.fill(0.0);
+        pack.ephemerisIndex.fill(-1);
+    }
+    if (std::exchange(pack.modelled, false)) {
+        pack.elevation.fill(0.0);
+        pack.azimuth.fill(0.0);
+    }
     pack.reply.totalLength = pack.reply.frameLength = pack.reply.bits = 0;
     pack.reply.stationId = 0;
 }

@@ -28,11 +28,13 @@ struct VrsObsPack {
     Vector3 xyz{}; // station, m
     /// Geometric range from the reference antenna, m, by configured satellite; 0 = none.
     std::array<double, kMaxSatellites> referenceRange{};
+    /// Store slot of the ephemeris chosen for a satellite; -1 = none yet.
+    std::array<int, kMaxSatellites> ephemerisIndex{};
     /// Directions from the station, rad, by configured satellite; the azimuth from north over east.
     /// Of the reference model alone.
     std::array<double, kMaxSatellites> elevation{}, azimuth{};
-    /// Store slot of the ephemeris chosen for a satellite; -1 = none yet.
-    std::array<int, kMaxSatellites> ephemerisIndex{};
+    /// Whether the first two, and the last two, may hold something.
+    bool ranged = true, modelled = true;
     ReplyArea reply;
 };
 
