@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 
 namespace {
 
@@ -26,14 +27,30 @@ void Service::notifyConnection(const char* what) const {
     notifyStatus("%s %s:%d", what, record.input.host.c_str(), record.input.port);
 }
 
-void Service::waitForData() const {
-    if (socket_wait(sockets.input, kSilence))
-        return;
+/// What the watchdog leaves until an epoch must have come.
+std::chrono::milliseconds Service::untilWatchdog() const {
+    if (record.watchdogS <= 0.0)
+        return kNoLimit;
+    const auto due = lastEpochAt_ + std::chrono::milliseconds(std::llround(record.watchdogS * 1e3));
+    return std::max(std::chrono::ceil<std::chrono::milliseconds>(due - monotonicNow()),
+                    std::chrono::milliseconds(0));
+}
+
+/// False where the watchdog's time passes first.
+bool Service::waitForData() const {
+    const std::chrono::milliseconds left = untilWatchdog();
+    if (left.count() == 0)
+        return false;
+    if (socket_wait(sockets.input, std::min<std::chrono::milliseconds>(kSilence, left)))
+        return true;
+    if (left <= kSilence)
+        return false;
     const CalendarTime last = time2epoch(timeadd(utcNow(), -static_cast<double>(kSilence.count())));
     notifyStatus("connected to %s:%d, no data since %02.0f:%02.0f UTC", record.input.host.c_str(),
                  record.input.port, last[3], last[4]);
-    socket_wait(sockets.input, kNoLimit);
+    const bool any = socket_wait(sockets.input, untilWatchdog());
     notifyConnection("connected to");
+    return any;
 }
 
 void Service::prepareSession() {
@@ -59,12 +76,16 @@ int Service::answer(std::size_t place, std::span<std::uint8_t> reply) {
 
 void Service::onMessage(std::uint32_t status, const std::uint8_t* frame, std::int32_t length) {
     if (status == kEpoch) {
+        if (record.watchdogS > 0.0)
+            lastEpochAt_ = monotonicNow();
         const int size = answer(0, replyBuffer_);
         print(Level::debug, "***INFO: Get a return buff, size=%d\n", size);
-        if (size > 0 &&
-            !peer.sendReply(sockets.output,
-                            std::span(replyBuffer_).first(static_cast<std::size_t>(size)),
-                            record.currentMjd * kSecondsPerDay + record.currentSod))
+        const bool held = intake.displaced && !record.guard->warnOnly;
+        const std::span reply(replyBuffer_.data(), static_cast<std::size_t>(size));
+        const bool sent = !held && size > 0 &&
+                          peer.sendReply(sockets.output, reply,
+                                         record.currentMjd * kSecondsPerDay + record.currentSod);
+        if (size > 0 && !sent)
             station.introduced.reset(); // it may have been in what is lost
         printEpochEnd();
     } else {
@@ -112,6 +133,7 @@ void Service::serveOnce() {
             return;
         }
         peer.made();
+        lastEpochAt_ = monotonicNow();
         station.introduced.reset();
         printEnded(Cause::noConnection);
         printEnded(Cause::outputLost);
@@ -121,7 +143,12 @@ void Service::serveOnce() {
             print(Lasting{Cause::outputLost}, "***WARN: Connect output failed, %s:%d\n",
                   record.output.host.c_str(), record.output.port);
     }
-    waitForData();
+    if (!waitForData()) {
+        print(Level::warning, "***WARN: No epoch for %.0f s, connection to %s:%d is made anew!\n",
+              record.watchdogS, record.input.host.c_str(), record.input.port);
+        socket_disconnect(sockets.input);
+        return;
+    }
     const int length = socket_recv(sockets.input, received_);
     const int error = errno;
     print(Level::debug, "recv len:%d\n", length);

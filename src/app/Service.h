@@ -6,6 +6,7 @@
 #include "vrs/VrsMain.h"
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -49,9 +50,11 @@ struct Service {
 
 private:
     void notifyConnection(const char* what) const;
-    void waitForData() const;
+    bool waitForData() const;
+    std::chrono::milliseconds untilWatchdog() const;
     void forward(std::span<const std::uint8_t> frame);
 
+    std::chrono::nanoseconds lastEpochAt_{}; // or the connection's; monotonic
     std::array<std::uint8_t, 10240> received_;
     std::array<std::uint8_t, kLongestReply> replyBuffer_;
 };

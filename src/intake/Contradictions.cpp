@@ -80,6 +80,13 @@ void Contradictions::otherStation(int id, int own, Instant now) {
               id, own);
 }
 
+void Contradictions::takeOverRefused(int id, bool elsewhere, Instant now) {
+    if (refused_.begins(elsewhere, now))
+        print(Level::warning,
+              "***WARN(StreamObs): station %d states another place, the stream is not its own!\n",
+              id);
+}
+
 void Contradictions::position(int type, const Vector3& stated, std::string_view station,
                               const Vector3& configured, Instant now) {
     const double apartM = distance(stated, configured);

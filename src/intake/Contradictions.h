@@ -22,6 +22,8 @@ public:
     void stationId(int id, Instant now);
     /// The id of a message, and that of the station whose messages count.
     void otherStation(int id, int own, Instant now);
+    /// Whether a station that was to take over states a place beyond the guard's limit.
+    void takeOverRefused(int id, bool elsewhere, Instant now);
     /// Forgets the last id: the next connection may lead to another station.
     void newConnection();
 
@@ -45,7 +47,7 @@ private:
     int id_ = -1; // -1 = none yet
     bool changed_ = false;
     Instant changedAt_{};
-    Standing ids_, others_, position_;
+    Standing ids_, others_, refused_, position_;
     std::array<Standing, kSystemLetters> ephemerides_;
     std::array<Standing, kGlonassSlots> channels_;
 };

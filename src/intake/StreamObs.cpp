@@ -5,6 +5,7 @@
 #include "gnss/Clock.h"
 #include "gnss/ComTime.h"
 #include "gnss/Leaps.h"
+#include "rtcm/layouts/StationMessages.h"
 #include "rtcm/rtcm3.h"
 
 #include <algorithm>
@@ -36,12 +37,34 @@ void compareChannels(StreamIntake& in, Contradictions::Instant now) {
     }
 }
 
+/// Whether a place is beyond the guard's limit.
+bool beyondGuard(const StreamIntake& in, const Vector3& stated, const StationRecord& configured) {
+    return in.session.guard && !(distance(stated, configured.xyz) <= in.session.guard->mostM);
+}
+
+/// Tells when the sender begins and ends to state a place beyond the guard's limit.
+void guardPlace(StreamIntake& in, int type, const StationRecord& configured) {
+    const Vector3& stated = in.decoder.sta.pos;
+    const bool displaced = beyondGuard(in, stated, configured);
+    if (std::exchange(in.displaced, displaced) == displaced)
+        return;
+    const double apartM = distance(stated, configured.xyz);
+    if (displaced)
+        print(Level::warning, "***WARN(StreamObs): %d is %.1f m from %s, replies %s!\n", type,
+              apartM, configured.name.c_str(),
+              in.session.guard->warnOnly ? "go on" : "are held back");
+    else
+        print(Level::notice, "***INFO(StreamObs): %d is %.1f m from %s, which is in order again!\n",
+              type, apartM, configured.name.c_str());
+}
+
 /// Tells what in the message contradicts what is known otherwise.
 void compare(StreamIntake& in, int status, std::size_t station, Contradictions::Instant now) {
     const auto type = static_cast<int>(getbitu(in.decoder.buff, kMessageBit, 12));
     if (status == kStation && (type == 1005 || type == 1006)) {
         const StationRecord& configured = in.session.stations[station];
         in.contradictions.position(type, in.decoder.sta.pos, configured.name, configured.xyz, now);
+        guardPlace(in, type, configured);
     }
     if (status == kEphemeris && type != 1020 &&
         in.session.satelliteIndex[static_cast<std::size_t>(in.decoder.ephsat)] >= 0)
@@ -128,14 +151,25 @@ void endRun(StreamIntake& in, std::size_t station, EpochRun::End by, int framele
 }
 
 /// A station that has had three epochs without a message of the stream's takes over.
-void changeStation(StreamIntake& in, std::size_t station, int framelen) {
+void changeStation(StreamIntake& in, std::size_t station, int framelen,
+                   Contradictions::Instant now) {
+    const int rival = *in.streamStation.rival();
+    const bool standsElsewhere = in.session.guard && !in.session.guard->warnOnly && in.otherPlace &&
+                                 in.otherPlace->stationId == rival &&
+                                 beyondGuard(in, in.otherPlace->xyz, in.session.stations[station]);
+    in.contradictions.takeOverRefused(rival, standsElsewhere, now);
+    if (standsElsewhere) {
+        in.streamStation.refuseRival();
+        return;
+    }
     if (!in.run.empty())
         endRun(in, station, EpochRun::End::byTime, framelen);
     print(Level::warning, "***WARN(StreamObs): station %d is gone, the stream is station %d's!\n",
-          in.streamStation.id().value_or(-1), *in.streamStation.rival());
+          in.streamStation.id().value_or(-1), rival);
     in.streamStation.takeOver();
     in.run.forgetStation();
     in.sender = {};
+    in.otherPlace.reset();
 }
 
 /// Puts an observation message into the epoch that is being collected.
@@ -150,7 +184,7 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
     in.contradictions.otherStation(m.staid, own, now);
     if (!in.streamStation.counts(m, own)) {
         if (in.streamStation.rival())
-            changeStation(in, station, framelen);
+            changeStation(in, station, framelen, now);
         return;
     }
     m.time = epochTime(utc2gpst(utcNow()), m.system, m.field);
@@ -173,7 +207,16 @@ bool collected(StreamIntake& in, std::size_t station, int framelen, Contradictio
     const auto type = static_cast<int>(getbitu(in.decoder.buff, kMessageBit, 12));
     const auto id = static_cast<int>(getbitu(in.decoder.buff, kMessageBit + 12, 12));
     const std::optional<int> own = in.streamStation.id();
-    return own && id != *own && tellsOfStation(type);
+    if (!own || id == *own || !tellsOfStation(type))
+        return false;
+    if (type == 1005 || type == 1006) {
+        PositionMessage m;
+        BitReader message = messageOf(in.decoder);
+        layoutPosition<1005>(message, m); // 1006 begins so
+        if (message.ok())
+            in.otherPlace = {id, m.pos};
+    }
+    return true;
 }
 
 MjdTime mjdOf(GTime t) {
@@ -301,8 +344,10 @@ void StreamObs_m_initial(StreamIntake& in, const std::string& leapSecondFile) {
     in.decoderReady = false;
     in.contradictions = {};
     in.sender = {};
+    in.displaced = false;
     in.run.forgetStation();
     in.streamStation = {};
+    in.otherPlace.reset();
     in.leapSeconds = {};
     in.leapSeconds.path = leapSecondFile;
 }

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 /// StreamObs: takes received bytes through the RTCM 3 decoder, stores epochs in the station's
@@ -20,6 +21,12 @@
 /// The frame is gone after the call.
 using ReplyCallback =
     std::function<void(std::uint32_t status, const std::uint8_t* frame, std::int32_t length)>;
+
+/// The place that a station states in a 1005 or 1006, m.
+struct StatedPlace {
+    int stationId;
+    Vector3 xyz;
+};
 
 /// The reader of one stream and what it owns; it writes the current epoch.
 struct StreamIntake {
@@ -34,10 +41,12 @@ struct StreamIntake {
     Contradictions contradictions;
     LeapSeconds leapSeconds;
     SenderInfo sender;
+    bool displaced = false; // the sender states a place beyond the guard's limit
     // Of complete answers:
     EpochRun run;
     StreamStation streamStation;
-    bool savesEpochs = false; // the station's epoch is filled, too
+    std::optional<StatedPlace> otherPlace; // of a station that does not count
+    bool savesEpochs = false;              // the station's epoch is filled, too
 };
 
 /// Decodes a received block into the station of that index; always 0. A message that ends in a

@@ -33,13 +33,6 @@ void setOption(int fd, int level, int name, int value) {
     static_cast<void>(setsockopt(fd, level, name, &value, sizeof value));
 }
 
-/// Takes the descriptor back to "not connected"; a peer that is still there sees a reset.
-void dissolve(int fd) {
-    sockaddr none{};
-    none.sa_family = AF_UNSPEC;
-    static_cast<void>(connect(fd, &none, sizeof none));
-}
-
 sockaddr_in addressOf(const char* host, std::uint32_t port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -115,11 +108,17 @@ int socket_new_tcp() {
     return fd;
 }
 
+void socket_disconnect(int fd) {
+    sockaddr none{}; // back to "not connected"; a peer that is still there sees a reset
+    none.sa_family = AF_UNSPEC;
+    static_cast<void>(connect(fd, &none, sizeof none));
+}
+
 int socket_connect(int fd, const char* host, std::uint32_t port) {
-    dissolve(fd); // a second connect on a used descriptor fails with EISCONN for ever
+    socket_disconnect(fd); // a second connect on a used descriptor fails with EISCONN for ever
     int result = connectTelling(fd, addressOf(host, port));
     if (result == 0 && connectedToItself(fd)) {
-        dissolve(fd);
+        socket_disconnect(fd);
         result = -1;
     }
     // Deliberate: the text of the result, not of errno.
@@ -189,7 +188,7 @@ int socket_send(int fd, std::span<const std::uint8_t> bytes) {
     }
     if (sent != static_cast<ssize_t>(bytes.size())) {
         const int error = errno;
-        dissolve(fd);
+        socket_disconnect(fd);
         errno = error;
     }
     return static_cast<int>(sent);

@@ -23,6 +23,8 @@ int socket_connect(int fd, const char* host, std::uint32_t port);
 /// once: it stays non-blocking. A refusal that comes later counts as connected; socket_isconnection
 /// tells.
 int socket_connect_timeout(int fd, const char* host, std::uint32_t port, int seconds);
+/// Ends the connection at once; the descriptor can be connected again.
+void socket_disconnect(int fd);
 /// 0 when the connection is established, else -1.
 int socket_isconnection(int fd);
 /// Waits until a receive would return at once; false where the limit passes first.
