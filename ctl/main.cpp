@@ -1,6 +1,7 @@
 #include "ctl/Alive.h"
 #include "ctl/check/Check.h"
 #include "ctl/dump/Dump.h"
+#include "ctl/init/Init.h"
 #include "ctl/rinex/Rinex.h"
 #include "ctl/simulate/Faults.h"
 #include "ctl/simulate/Quirks.h"
@@ -156,6 +157,33 @@ void addRinex(CLI::App& app, int& status) {
     c->callback([w, &status] { status = ctl::rinex::runRinex(*w); });
 }
 
+void addInit(CLI::App& app, int& status) {
+    const auto w = std::make_shared<ctl::init::Arguments>();
+    CLI::App* const c =
+        app.add_subcommand("init", "Write a complete configuration for a station, and check it.");
+    c->add_option("name", w->name,
+                  "of the unit kestrune@NAME; the station gets its first four "
+                  "letters and digits as its name")
+        ->required();
+    c->add_option("endpoint", w->endpoint, "where the stream comes from")
+        ->type_name("HOST:PORT")
+        ->required();
+    c->add_option("--position", w->position,
+                  "of the antenna, Earth-centred, m; by default it is read from the stream, for "
+                  "30 s at most")
+        ->type_name("X,Y,Z");
+    c->add_option("--systems", w->systems,
+                  "letters of G R E C J; by default those of the stream, with --position all")
+        ->type_name("LETTERS");
+    c->add_option("--folder", w->folder,
+                  "where NAME.json and the folder NAME are made; the working folder by default");
+    c->footer(
+        "Nothing is overwritten. Ends with 0; 1 where the stream lacks what is needed or the\n"
+        "configuration cannot work, and then nothing is left; 2 for wrong arguments or a\n"
+        "file that is there already.");
+    c->callback([w, &status] { status = ctl::init::runInit(*w); });
+}
+
 void addAlive(CLI::App& app, int& status) {
     const auto seconds = std::make_shared<int>(10);
     CLI::App* const alive = app.add_subcommand(
@@ -177,6 +205,7 @@ int run(int argc, char** argv) {
     addSimulate(app, status);
     addDump(app, status);
     addCheck(app, status);
+    addInit(app, status);
     addRinex(app, status);
     addAlive(app, status);
     try {

@@ -129,6 +129,7 @@ void Trial::see(const Found& found) {
     }
     const Description d = dump::describe(found.bytes);
     ++result_.messages;
+    ++result_.types[d.type];
     if (d.station)
         result_.stations.insert(*d.station);
     if (dump::isObservation(d.type) && d.decoded)

@@ -60,9 +60,10 @@ struct TimesApart {
 struct TrialResult {
     const Deployment* deployment = nullptr; // of the trial
     std::uint64_t bytes = 0;
-    std::uint64_t messages = 0;  // with a right check word
-    std::uint64_t badFrames = 0; // behind the first good one
-    std::string beginning;       // of bytes in which there was no message
+    std::uint64_t messages = 0;         // with a right check word
+    std::uint64_t badFrames = 0;        // behind the first good one
+    std::string beginning;              // of bytes in which there was no message
+    std::map<int, std::uint64_t> types; // of the messages
     std::uint64_t observationMessages = 0;
     std::uint64_t ephemerisMessages = 0;
     std::uint64_t lateEphemerides = 0; // of them, those behind the last epoch

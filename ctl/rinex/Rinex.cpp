@@ -4,6 +4,7 @@
 #include "base/Findings.h"
 #include "config/Deploy.h"
 #include "ctl/Counted.h"
+#include "ctl/Metres.h"
 #include "ctl/check/Unit.h"
 #include "ctl/rinex/Header.h"
 #include "ctl/rinex/Joined.h"
@@ -34,22 +35,6 @@ constexpr std::size_t kMostShown = 100; // faults
 
 [[noreturn]] void fail(const std::string& why) {
     throw std::runtime_error(why);
-}
-
-/// Three numbers, "X,Y,Z".
-Vector3 threeNumbers(const char* option, const std::string& value) {
-    Vector3 out{};
-    const char* at = value.data();
-    const char* const end = at + value.size();
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        const auto read = std::from_chars(at, end, out[i]);
-        const bool comma = read.ptr < end && *read.ptr == ',';
-        if (read.ec != std::errc() || !std::isfinite(out[i]) || std::fabs(out[i]) >= 1e8 ||
-            (i < 2 ? !comma : read.ptr != end))
-            fail(text("%s %s: three numbers of metres with commas between", option, value.c_str()));
-        at = read.ptr + 1;
-    }
-    return out;
 }
 
 /// Slot and channel of "R05=1".
@@ -129,12 +114,12 @@ Header headerOf(const Arguments& a) {
     set(h.antenna, antennaColumns(a.antenna));
     h.antennaNumber = a.antennaNumber;
     if (!a.position.empty())
-        h.positionM = threeNumbers("--position", a.position);
+        h.positionM = threeMetres("--position", a.position);
     else if (a.deployment.empty())
         fail("where does the antenna stand? Give --position X,Y,Z, --deployment FILE or --unit "
              "NAME");
     if (!a.antennaDelta.empty())
-        h.antennaDeltaM = threeNumbers("--antenna-delta", a.antennaDelta);
+        h.antennaDeltaM = threeMetres("--antenna-delta", a.antennaDelta);
     for (const std::string& argument : a.channels)
         h.channels.insert_or_assign(channelOf(argument).first, channelOf(argument).second);
     return h;

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "gnss/ComCoord.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+/// Files: the five files of a deployment.
+
+namespace ctl::init {
+
+struct Station {
+    std::string name; // 4 characters
+    std::string host; // dotted IPv4
+    int port = 0;
+    Vector3 xyz{};       // m
+    std::string systems; // letters of those that are configured; empty: all
+};
+
+/// Where the files of a deployment lie, and what the service keeps.
+struct Layout {
+    std::filesystem::path deployment; // FOLDER/NAME.json
+    std::filesystem::path folder;     // FOLDER/NAME, of the four other files
+    std::filesystem::path kept;       // folder that the service writes in
+};
+
+struct NewFile {
+    std::filesystem::path path;
+    std::string content;
+};
+
+/// The deployment file first.
+std::vector<NewFile> filesOf(const Station& station, const Layout& layout);
+
+/// Writes all of them, or none: std::runtime_error where one is there already or cannot be written.
+void writeNew(const std::vector<NewFile>& files);
+/// Takes them back.
+void removeNew(const std::vector<NewFile>& files);
+
+} // namespace ctl::init
