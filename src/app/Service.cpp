@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -66,6 +67,21 @@ void Service::prepareSession() {
     station.begin(record);
 }
 
+void Service::readState() {
+    ephemerisFile.open(record.statePath, record.file);
+    int satellite = 0;
+    const ReplyCallback sends =
+        std::exchange(intake.onrtcm, [&](std::uint32_t status, const std::uint8_t*, std::int32_t) {
+            satellite = status == kEphemeris ? intake.decoder.ephsat : 0;
+        });
+    ephemerisFile.read([&](std::span<const std::uint8_t> frame) {
+        satellite = 0;
+        StreamReader(intake, 0, frame.data(), static_cast<int>(frame.size()));
+        return satellite;
+    });
+    intake.onrtcm = sends;
+}
+
 VrsSources Service::sources() {
     return {record, record, intake.ephemerides, record, folder, intake.run.epoch(), intake.sender};
 }
@@ -89,6 +105,8 @@ void Service::onMessage(std::uint32_t status, const std::uint8_t* frame, std::in
             station.introduced.reset(); // it may have been in what is lost
         printEpochEnd();
     } else {
+        if (status == kEphemeris)
+            ephemerisFile.keep(intake.decoder.ephsat, {frame, static_cast<std::size_t>(length)});
         print(Level::debug, "***INFO: Copy raw buff, size=%d\n", length);
         if (length > 0)
             forward({frame, static_cast<std::size_t>(length)});
@@ -155,6 +173,7 @@ void Service::serveOnce() {
     if (length == -1)
         peer.receiveFailed(error);
     StreamReader(intake, 0, received_.data(), length);
+    ephemerisFile.writeIfDue();
 }
 
 void Service::finish() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/EphemerisFile.h"
 #include "app/PeerLink.h"
 #include "config/Configuration.h"
 #include "intake/StreamObs.h"
@@ -29,6 +30,8 @@ struct Service {
 
     /// Readies epoch, folder, intake and ephemeris store of the configuration for its first byte.
     void prepareSession();
+    /// Takes up the ephemerides that the file of the state holds, if any; before the first byte.
+    void readState();
     /// What its virtual stations work on.
     VrsSources sources();
     /// Answers the stored epoch of a station as VrsMain does.
@@ -45,6 +48,7 @@ struct Service {
     StreamIntake intake{record, record};
     VirtualStation station;
     OutputFolder folder;
+    EphemerisFile ephemerisFile;
     PeerLink peer{record.input};
     ServiceSockets sockets;
 

@@ -59,6 +59,7 @@ void serve(int argc, char** argv) {
     print(Level::notice, "Kestrune v2.5\n");
     onrtcm = onrtcm0;
     Initialize(argc, argv);
+    service.readState();
     notifyInitial();
     inputSocketID = outputSocketID = socket_new_tcp();
     if (inputSocketID < 0)

@@ -10,6 +10,7 @@ namespace {
 constexpr std::array kEnding{SIGTERM, SIGINT};
 constexpr std::array kCrashing{SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGQUIT};
 
+void (*beforeEnd)() = nullptr;
 volatile std::sig_atomic_t deferring = 0; // how many SignalsDeferred there are
 volatile std::sig_atomic_t deferred = 0;  // the signal that came meanwhile
 
@@ -21,6 +22,8 @@ void end(int signal) {
         return;
     }
     printFlush();
+    if (beforeEnd && (signal == SIGTERM || signal == SIGINT))
+        beforeEnd();
     static_cast<void>(raise(signal));
     _exit(128 + signal);
 }
@@ -38,6 +41,10 @@ void endOnSignals() {
         if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_DFL)
             static_cast<void>(sigaction(signal, &action, nullptr)); // a sanitizer may have its own
     }
+}
+
+void callBeforeEnd(void (*function)()) {
+    beforeEnd = function;
 }
 
 SignalsHeld::SignalsHeld() {

@@ -10,6 +10,9 @@
 /// a crash end it, the lines that were printed get out.
 void endOnSignals();
 
+/// What the handler calls besides, when the process ends by such a signal: async-signal-safe.
+void callBeforeEnd(void (*function)());
+
 /// Holds both back during its lifetime.
 class SignalsHeld {
 public:
