@@ -128,6 +128,7 @@ private:
 
 struct ServiceOptions {
     std::string example = "canberra";
+    std::map<std::string, std::string> keys{}; // further ones, by section
     std::vector<std::string> switches{};
     rlim_t largestFile = RLIM_INFINITY;     // bytes
     std::vector<std::string> environment{}; // NAME=value
@@ -147,6 +148,9 @@ public:
         deployment = replaced(deployment, "127.0.0.1 2101", "127.0.0.1 " + std::to_string(port));
         deployment = replaced(deployment, kClock, clock);
         deployment = replaced(deployment, "data/out", out());
+        for (const auto& [section, more] : options.keys)
+            deployment = replaced(deployment, "\"" + section + "\": {",
+                                  "\"" + section + "\": {" + more + ",");
         fs::create_directories(out());
         std::ofstream(folder / "vrs.json") << deployment;
         process_ =
