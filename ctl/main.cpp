@@ -6,6 +6,7 @@
 #include "ctl/simulate/Faults.h"
 #include "ctl/simulate/Quirks.h"
 #include "ctl/simulate/Simulate.h"
+#include "ctl/status/Status.h"
 
 #include <CLI/CLI.hpp>
 
@@ -184,6 +185,38 @@ void addInit(CLI::App& app, int& status) {
     c->callback([w, &status] { status = ctl::init::runInit(*w); });
 }
 
+void addStatus(CLI::App& app, int& status) {
+    const auto w = std::make_shared<ctl::status::Arguments>();
+    CLI::App* const c = app.add_subcommand(
+        "status", "Print what services say of themselves: a screen, or a line each for several.");
+    c->add_option("files", w->files, "files of common/status")->required();
+    CLI::Option* const watch = c->add_flag("--watch", w->watch, "print it again every second");
+    CLI::Option* const json = c->add_flag("--json", w->json, "one JSON object a line");
+    c->add_flag("--prometheus", w->prometheus, "the text format of Prometheus")
+        ->excludes(json)
+        ->excludes(watch);
+    json->excludes(watch);
+    c->footer("Ends with 0; 1 where a file cannot be read.");
+    c->callback([w, &status] { status = ctl::status::runStatus(*w); });
+}
+
+void addHealth(CLI::App& app, int& status) {
+    struct Arguments {
+        std::string file;
+        double maxAgeS = 30.0;
+    };
+    const auto w = std::make_shared<Arguments>();
+    CLI::App* const c =
+        app.add_subcommand("health", "Say whether a service still gets its epochs.");
+    c->add_option("file", w->file, "file of common/status")->required();
+    c->add_option("--max-age", w->maxAgeS, "seconds since the last epoch")
+        ->check(CLI::Range(0.1, 86400.0))
+        ->capture_default_str();
+    c->footer(
+        "Ends with 0 while the last epoch is no older, else with 1 and a line that says why.");
+    c->callback([w, &status] { status = ctl::status::runHealth(w->file, w->maxAgeS); });
+}
+
 void addAlive(CLI::App& app, int& status) {
     const auto seconds = std::make_shared<int>(10);
     CLI::App* const alive = app.add_subcommand(
@@ -207,6 +240,8 @@ int run(int argc, char** argv) {
     addCheck(app, status);
     addInit(app, status);
     addRinex(app, status);
+    addStatus(app, status);
+    addHealth(app, status);
     addAlive(app, status);
     try {
         app.parse(argc, argv);
