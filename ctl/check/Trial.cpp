@@ -74,7 +74,7 @@ GTime timeOf(const CurrentEpoch& epoch) {
 } // namespace
 
 Trial::Trial(Deployment deployment, double seconds)
-    : limitS_(seconds), replyBuffer_(2 * kReplyBytes) {
+    : limitS_(seconds), replyBuffer_(kLongestReply) {
     static_cast<Deployment&>(service_->record) = std::move(deployment);
     service_->record.rawSave = service_->record.vrsSave = false; // nothing is written
     service_->prepareSession();
@@ -116,7 +116,7 @@ void Trial::run() {
 void Trial::message(std::uint32_t status) {
     if (status == kEpoch) {
         epoch();
-    } else if (openSecond_) { // the decoder starts afresh behind it
+    } else if (openSecond_ && !answering().complete) { // the decoder starts afresh behind it
         ++result_.interrupted;
         openSecond_.reset();
     }
@@ -197,7 +197,8 @@ void Trial::epoch() {
         ++result_.backward;
     }
     result_.last = time;
-    keep();
+    if (!answering().complete)
+        keep();
     const int size = service_->answer(0, replyBuffer_);
     open(std::span(replyBuffer_).first(static_cast<std::size_t>(std::max(size, 0))));
     upToEpoch_ = result_;
@@ -218,10 +219,11 @@ void Trial::keep() {
 /// Counts what a reply holds.
 void Trial::open(std::span<const std::uint8_t> reply) {
     std::uint64_t cells = 0;
-    if (reply.size() > kReplyHeadBytes + kReplyCheckBytes) {
+    const std::size_t before = answering().plain ? 0 : kReplyHeadBytes;
+    const std::size_t behind = answering().plain ? 0 : kReplyCheckBytes;
+    if (reply.size() > before + behind) {
         dump::FrameScanner inside(dump::FrameScanner::Replies::kIgnore);
-        inside.feed(
-            reply.subspan(kReplyHeadBytes, reply.size() - kReplyHeadBytes - kReplyCheckBytes));
+        inside.feed(reply.subspan(before, reply.size() - before - behind));
         inside.end();
         while (const auto piece = inside.next()) {
             const Description d = dump::describe(piece->bytes);
@@ -230,7 +232,10 @@ void Trial::open(std::span<const std::uint8_t> reply) {
             std::set<std::string> names;
             for (const auto& row : d.rows) {
                 ++cells;
-                ++result_.signals[{systemOf(d.type), std::get<std::string>(row[1])}].replied;
+                auto& signal = result_.signals[{systemOf(d.type), std::get<std::string>(row[1])}];
+                ++signal.replied;
+                if (answering().complete) // nothing is chosen
+                    ++signal.kept;
                 names.insert(std::get<std::string>(row[0]));
             }
             for (const std::string& name : names)

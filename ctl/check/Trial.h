@@ -107,6 +107,7 @@ private:
     void seeTime(std::span<const std::uint8_t> frame, int type);
     void epoch();
     void keep();
+    const Answering& answering() const { return service_->record.answering; }
     void open(std::span<const std::uint8_t> reply);
 
     void take(Level level, std::string_view text) override;

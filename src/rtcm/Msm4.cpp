@@ -13,8 +13,8 @@ constexpr int kGpsSatellites = 32; // ids above are SBAS
 constexpr int kGlonassSatellites = 24;
 constexpr double kMostCnrDb = 63.0; // DF403
 
-/// Signal ids of MSM by the code indicators of DF010, DF016, DF039 and DF046; 0 = none. MSM has no
-/// signal for cross-correlated L2, which is P(Y) too.
+/// SentSignal ids of MSM by the code indicators of DF010, DF016, DF039 and DF046; 0 = none. MSM has
+/// no signal for cross-correlated L2, which is P(Y) too.
 constexpr std::array<int, 2> kL1Ids{2, 3};
 constexpr std::array<int, 4> kGpsL2Ids{17, 9, 10, 10};
 constexpr std::array<int, 4> kGlonassL2Ids{8, 9, 0, 0};
@@ -32,15 +32,15 @@ int leastLockS(int indicator) {
     return 937;
 }
 
-struct Signal {
+struct SentSignal {
     int id; // 0 = none
     double rangeM, phaseM;
     int lock;
     double cnrDb;
 };
-std::array<Signal, 2> signalsOf(const LegacySatellite& s, const LegacyForm& form) {
+std::array<SentSignal, 2> sentSignals(const LegacySatellite& s, const LegacyForm& form) {
     const double rangeM = l1RangeM(s, form.glonass);
-    std::array<Signal, 2> signals{
+    std::array<SentSignal, 2> signals{
         {{kL1Ids[static_cast<std::size_t>(s.code1)], rangeM, rangeM + s.phase1M, s.lock1, s.cnr1Db},
          {0, kNone, kNone, 0, 0.0}}};
     if (form.l2 && !(isNone(s.range2M) && isNone(s.phase2M)))
@@ -57,7 +57,7 @@ std::uint32_t signalBit(int id) {
     return id == 0 ? 0 : std::uint32_t{1} << (kMsmSignals - static_cast<std::size_t>(id));
 }
 
-MsmCell cellOf(const Signal& signal, double roughMs) {
+MsmCell cellOf(const SentSignal& signal, double roughMs) {
     const MsmForm& form = msmForm(kGpsType);
     MsmCell cell = kNoMsmCell;
     cell.rangeMs = signal.rangeM / kRangeMs - roughMs;
@@ -75,7 +75,7 @@ std::size_t toMsm4(const LegacyMessage& from, std::uint32_t epoch, std::size_t f
     const std::span all(from.satellites.data(), static_cast<std::size_t>(from.head.satellites));
     std::uint32_t signals = 0;
     for (const LegacySatellite& s : all)
-        for (const Signal& signal : signalsOf(s, form))
+        for (const SentSignal& signal : sentSignals(s, form))
             signals |= signalBit(signal.id);
 
     // In order of id; of a satellite that comes twice the first.
@@ -104,8 +104,8 @@ std::size_t toMsm4(const LegacyMessage& from, std::uint32_t epoch, std::size_t f
             roundHalfUp(l1RangeM(*byId[id], form.glonass) / kRangeMs / pow2(-10)));
         satellite.setRange(roughs);
         std::uint32_t has = 0;
-        std::array<Signal, 2> cells = signalsOf(*byId[id], form);
-        for (const Signal& signal : cells) // ascending ids
+        std::array<SentSignal, 2> cells = sentSignals(*byId[id], form);
+        for (const SentSignal& signal : cells) // ascending ids
             if (signal.id != 0) {
                 has |= signalBit(signal.id);
                 out.cells[out.cellCount++] = cellOf(signal, satellite.roughMs());

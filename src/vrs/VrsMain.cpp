@@ -67,6 +67,8 @@ int VrsMain(VirtualStation& virtualStation, const VrsSources& in, std::size_t st
     VrsBaseStation_m_process(virtualStation, in, base, request);
 
     print(Level::debug, "***INFO: Create a buff, size=%d\n", static_cast<int>(base.reply.size()));
+    if (base.reply.size() > reply.size())
+        return 0;
     std::copy(base.reply.begin(), base.reply.end(), reply.begin());
     return static_cast<int>(base.reply.size());
 }

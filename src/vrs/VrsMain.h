@@ -13,7 +13,7 @@ inline constexpr double kVirtualLatitudeShift = 4.7088369190215936e-05;
 
 /// Answers the stored epoch of a station: puts the reply frame into the buffer (at least 4096
 /// bytes, kLongestReply for complete and plain answers) and returns its length, 0 where there is no
-/// reply. The stored epoch is taken: it is empty afterwards.
+/// reply or no room for it. The stored epoch is taken: it is empty afterwards.
 int VrsMain(VirtualStation& virtualStation, const VrsSources& in, std::size_t station,
             std::span<std::uint8_t> reply);
 
