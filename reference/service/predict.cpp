@@ -1,38 +1,22 @@
-#include "predict.h"
+#include "complete.h"
 
 #include "reference/standard/census.h"
 #include "reference/standard/kinds.h"
 #include "reference/standard/legacy.h"
-#include "reference/standard/station.h"
 #include "slots.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+#include <numbers>
 
 namespace ref {
 
 namespace {
 
-constexpr double kOldestS = 7200;
-constexpr double kLowestDeg = 5;
 constexpr double kPresent = 1e6; // m and cycles; what is smaller counts as absent
 
-// t moved by whole periods to where it is nearest.
-GpsTime nearest(GpsTime t, GpsTime to, double periodS) {
-    return t + -periodS * std::round((t - to) / periodS);
-}
-
-// Highest satellite numbers that a service knows; a message of another one is malformed to it.
-constexpr std::pair<char, int> kHighest[] = {{'G', 32}, {'R', 27}, {'E', 36}, {'C', 63}, {'J', 10}};
-
-// Name of an ephemeris' satellite; std::out_of_range for one that does not exist.
-std::string nameOf(char system, int id) {
-    for (const auto& [letter, highest] : kHighest)
-        if (letter == system && id >= 1 && id <= highest)
-            return satName(system, id);
-    throw std::out_of_range("no such satellite");
-}
+// What a service says of itself.
+const Text1033 kUnnamed{kVirtualStation, "GPPNULLANTENNA", 0, "", "", "", "KRV VRS"};
 
 // The whole message; nothing where its contents do not fit.
 std::optional<Msm> contentsOf(const Frame& f) {
@@ -47,84 +31,36 @@ bool sameTime(GpsTime a, GpsTime b) {
     return std::abs(a - b) <= 1e-9;
 }
 
-// The epoch field of a system other than GLONASS, s of its week. The last 20 s of the field's range
-// stand for times below zero; nothing for others beyond a week.
-std::optional<double> secondsOfWeek(std::uint32_t field) {
-    const double s = field * 1e-3;
-    constexpr double rangeS = 1073741.824; // 2^30 ms
-    if (s > kWeekS && s < rangeS - 20 - 1e-4)
-        return std::nullopt;
-    return s > kWeekS ? s - rangeS : s;
-}
-
 // A station message to its end; std::out_of_range where the message is shorter.
 void readStationMessage(const Frame& f) {
-    BitSource in(f.body);
-    std::string text;
-    in.u(24); // DF002, DF003
     if (f.type <= 1006) {
         read1005(f.body);
     } else if (f.type == 1033) {
         read1033(f.body);
-    } else if (f.type == 1230) {
-        in.u(4);
+    } else if (f.type != 1230) {
+        readAntenna(f.body);
+    } else {
+        BitSource in(f.body);
+        in.u(28);
         for (auto mask = in.u(4); mask != 0; mask &= mask - 1) // DF422: a bias for each bit
             in.u(16);
-    } else { // 1007, 1008
-        in.text(text);
-        in.u(8);
-        if (f.type == 1008)
-            in.text(text);
     }
 }
 
 } // namespace
 
-Vec3 virtualPoint(const Vec3& reference) {
+Vec3 virtualPoint(const Vec3& reference, const std::optional<Vec3>& offsetM) {
     Geodetic g = toGeodetic(reference);
+    if (offsetM) // turned from the axes of the place to those of the Earth
+        return reference + turnAxes(2, -(g.lon + std::numbers::pi / 2),
+                                    turnAxes(0, g.lat - std::numbers::pi / 2, *offsetM));
     g.lat += 4.7088369190215936e-05;
     return toXyz(g);
 }
 
-const char* name(Fate fate) {
-    static constexpr std::array names{
-        "answered", "below 5 degrees",    "no ephemeris", "ephemeris too old",
-        "no phase", "no signal to carry", "missing"};
-    return names[static_cast<std::size_t>(fate)];
-}
-
-std::optional<Msm> headOf(const Frame& f) {
-    if (!isMsm(f.type) && !isLegacy(f.type))
-        return std::nullopt;
-    Msm m;
-    m.type = f.type;
-    m.msm = isMsm(f.type) ? f.type % 10 : 0;
-    m.system = isMsm(f.type) ? "GRESJCI"[f.type / 10 - 107] : f.type >= 1009 ? 'R' : 'G';
-    const std::size_t timeBits = f.type >= 1009 && f.type <= 1012 ? 27 : 30;
-    BitSource b(f.body);
-    if (b.left() < 24 + timeBits + 1)
-        return std::nullopt;
-    b.u(12);
-    b.u(12, m.station);
-    b.u(static_cast<int>(timeBits), m.epochField);
-    b.flag(m.more);
-    return m;
-}
-
-std::optional<GpsTime> timeNear(const Msm& m, GpsTime near) {
-    if (m.system == 'R') {
-        const double tod = (m.epochField & 0x7FFFFFF) * 1e-3; // without the day of week
-        return nearest(GpsTime{} + (tod - kMoscowS + kLeapS), near, 86400);
-    }
-    const std::optional<double> s = secondsOfWeek(m.epochField);
-    if (!s)
-        return std::nullopt;
-    return nearest(GpsTime{} + (*s + (m.system == 'C' ? kBdtLagS : 0)), near, kWeekS);
-}
-
 Predictor::Predictor(Expectation e)
-    : expectation(std::move(e)), virtualAt(virtualPoint(expectation.siteM)),
-      time_(expectation.near) {}
+    : expectation(std::move(e)), virtualAt(virtualPoint(expectation.siteM, expectation.offsetM)),
+      answerable_(expectation.siteM, virtualAt), named_(kUnnamed) {}
 
 std::vector<Expected> Predictor::take(std::span<const std::uint8_t> piece) {
     std::vector<Expected> out;
@@ -145,52 +81,116 @@ std::vector<Expected> Predictor::take(std::span<const std::uint8_t> piece) {
 
 void Predictor::restart() {
     cutter_.forget();
-    startAfresh();
+    forgetEpoch();
+}
+
+// What the plain stream says of the station itself, the virtual one says there.
+void Predictor::forward(const Frame& f, std::vector<Expected>& out) {
+    Expected e;
+    e.type = f.type;
+    e.frame = f.bytes;
+    if (expectation.output == Output::rtcm3 && isStation(f.type)) {
+        if (f.type != 1230)
+            return;
+        BitSource in(f.body);
+        BitString body;
+        body.u(12, in.u(12)).u(12, kVirtualStation);
+        for (in.u(12); in.left() > 0;)
+            body.u(1, in.u(1));
+        e.frame = frame(body.bytes());
+    }
+    out.push_back(std::move(e));
+}
+
+void Predictor::note(const Frame& f) {
+    readStationMessage(f);
+    if (f.type == 1006)
+        antennaHeightM_ = read1005(f.body).heightM;
+    if (f.type <= 1006 || f.type == 1230 || expectation.answer == Answer::specified)
+        return;
+    const Text1033 t = f.type == 1033 ? read1033(f.body) : readAntenna(f.body);
+    named_.antenna = t.antenna;
+    named_.setup = t.setup;
+    if (f.type != 1007)
+        named_.antennaSerial = t.antennaSerial;
+    if (f.type != 1033)
+        return;
+    named_.receiver = t.receiver;
+    named_.firmware = t.firmware;
+    named_.receiverSerial = t.receiverSerial;
+}
+
+void Predictor::forgetStation() {
+    named_ = kUnnamed;
+    antennaHeightM_.reset();
+}
+
+Expected Predictor::answerAt(GpsTime time) const {
+    Expected e;
+    e.time = time;
+    e.equipment = named_;
+    e.antennaHeightM = antennaHeightM_;
+    return e;
+}
+
+SpecifiedPredictor::SpecifiedPredictor(Expectation e)
+    : Predictor(std::move(e)), time_(expectation.near) {}
+
+void SpecifiedPredictor::forgetEpoch() {
+    dropEpoch();
+    station_ = 0;
 }
 
 // While an epoch is being collected, a message of another station is dropped, and the next one
 // accepted whatever its station.
-bool Predictor::otherStation(const Frame& f) {
+bool SpecifiedPredictor::otherStation(const Frame& f) {
     const auto station = static_cast<int>(BitSource(f.body).u(24) & 0xFFF); // DF003
     const bool other = station_ != 0 && station_ != station;
     station_ = other ? 0 : station;
     return other;
 }
 
-void Predictor::message(const Frame& f, std::vector<Expected>& out) {
+void SpecifiedPredictor::message(const Frame& f, std::vector<Expected>& out) {
+    // After whatever it passes on, the service decodes as if nothing had been before.
     if (isEphemeris(f.type)) {
-        std::string sat;
-        if (f.type == 1020) {
-            sat = nameOf('R', readGlonass(f.body).slot);
-        } else {
-            const Kepler k = readKepler(f.body);
-            sat = nameOf(k.system, k.id);
-        }
-        navigation_.take(f);
-        orbits_[sat] = navigation_.satellite(sat);
+        answerable_.take(f);
         forward(f, out);
+        forgetEpoch();
     } else if (isStation(f.type)) {
         readStationMessage(f);
-        if (!otherStation(f))
-            forward(f, out);
+        if (otherStation(f))
+            return;
+        note(f);
+        forward(f, out);
+        forgetEpoch();
     } else if (isMsm(f.type) || isLegacy(f.type)) {
         if (!observations(f))
             return;
-        Expected reply;
-        reply.time = *collecting_;
+        Expected reply = answerAt(*collecting_);
         if (expectation.values)
             for (const auto& [sat, columns] : epoch_)
                 reply.satellites.push_back(satellite(sat, columns));
+        for (const auto& [sat, n] : cells_)
+            reply.brought[sat[0]].received += n;
+        for (const ExpectedSatellite& s : reply.satellites)
+            if (s.fate == Fate::answered || s.fate == Fate::noSignal)
+                reply.brought[s.sat[0]].answerable += cells_[s.sat];
         reply.observed = std::move(epoch_);
+        if (expectation.output == Output::rtcm3) { // whose epochs are their messages
+            const auto sent = [](const ExpectedSatellite& s) {
+                return (s.fate == Fate::answered || s.fate == Fate::noSignal) && !s.uncertain;
+            };
+            reply.certain = std::any_of(reply.satellites.begin(), reply.satellites.end(), sent);
+        }
         out.push_back(std::move(reply));
-        startAfresh();
+        forgetEpoch();
     }
 }
 
 // Whether the message ends an epoch that is to be answered. One that is refused does so, too;
 // unless it is another station's, or its time says that it belongs to another epoch, which leaves
 // the one being collected without end.
-bool Predictor::observations(const Frame& f) {
+bool SpecifiedPredictor::observations(const Frame& f) {
     const std::optional<Msm> head = headOf(f);
     if (!head)
         return false; // what it says of its epoch is not known
@@ -201,37 +201,29 @@ bool Predictor::observations(const Frame& f) {
     if (m) {
         collect(*m, *t);
     } else if (collecting_ && t && datesEpochs(head->system) && !sameTime(*t, *collecting_)) {
-        forgetEpoch();
+        dropEpoch();
         return false;
     }
     return collecting_ && !head->more;
 }
 
-// After whatever it passes on, the service decodes as if nothing had been before.
-void Predictor::forward(const Frame& f, std::vector<Expected>& out) {
-    out.push_back({0, f.type, f.bytes, {}, {}, {}});
-    startAfresh();
-}
-
-void Predictor::startAfresh() {
-    forgetEpoch();
-    station_ = 0;
-}
-
-void Predictor::forgetEpoch() {
+void SpecifiedPredictor::dropEpoch() {
     epoch_.clear();
+    cells_.clear();
     collecting_.reset();
     dated_ = false;
 }
 
-void Predictor::collect(const Msm& m, GpsTime t) {
+void SpecifiedPredictor::collect(const Msm& m, GpsTime t) {
     if (!datesEpochs(m.system)) {
         if (!dated_)
             collecting_ = t;
         return; // a service may keep such observations, but sends none
     }
-    if (collecting_ && !sameTime(t, *collecting_))
+    if (collecting_ && !sameTime(t, *collecting_)) {
         epoch_.clear();
+        cells_.clear();
+    }
     collecting_ = time_ = t;
     dated_ = true;
     std::vector<std::string> signals = m.signals;
@@ -240,13 +232,15 @@ void Predictor::collect(const Msm& m, GpsTime t) {
             if (std::find(signals.begin(), signals.end(), c.signal) == signals.end())
                 signals.push_back(c.signal);
     const std::vector<std::string> order = m.msm == 0 ? signals : storedSignals(m.system, signals);
-    for (const Cell& c : m.cells)
+    for (const Cell& c : m.cells) {
+        ++cells_[c.sat];
         if (expectation.satellites.contains(c.sat))
             store(c, order);
+    }
 }
 
 // Places a cell in its carrier's column; the order decides between two.
-void Predictor::store(const Cell& c, const std::vector<std::string>& order) {
+void SpecifiedPredictor::store(const Cell& c, const std::vector<std::string>& order) {
     const auto rank = std::find(order.begin(), order.end(), c.signal);
     const auto bands = expectation.bands.find(c.system);
     if (rank == order.end() || bands == expectation.bands.end() ||
@@ -258,35 +252,15 @@ void Predictor::store(const Cell& c, const std::vector<std::string>& order) {
         columns[c.signal[0]] = c;
 }
 
-// Of the clock's reference time against the epoch; BDT is compared as it stands.
-double Predictor::ageS(const std::string& sat) const {
-    if (sat[0] != 'R')
-        return std::remainder(navigation_.kepler.at(sat).toc - time_.sow, kWeekS);
-    const double tod = std::fmod(time_.sow - kLeapS + kMoscowS, 86400.0);
-    return std::remainder(navigation_.glonass.at(sat).tb * 900.0 - tod, 86400.0);
-}
-
-ExpectedSatellite Predictor::satellite(const std::string& sat, const Columns& columns) const {
-    ExpectedSatellite s;
-    s.sat = sat;
-    const auto orbit = orbits_.find(sat);
-    if (orbit != orbits_.end()) {
-        const RangeChange c = rangeChange(orbit->second, expectation.siteM, virtualAt, time_);
-        s.direction = c.direction;
-        s.changeM = c.deltaM;
-    }
+ExpectedSatellite SpecifiedPredictor::satellite(const std::string& sat,
+                                                const Columns& columns) const {
+    ExpectedSatellite s{answerable_.look(sat, time_), sat, {}};
     const bool phase = std::any_of(columns.begin(), columns.end(),
                                    [](const auto& c) { return c.second.phaseRangeM.has_value(); });
-    if (!phase)
+    if (!phase) {
         s.fate = Fate::noPhase;
-    else if (orbit == orbits_.end())
-        s.fate = Fate::noEphemeris;
-    else if (std::abs(ageS(sat)) > kOldestS)
-        s.fate = Fate::oldEphemeris;
-    else if (s.direction.elevationDeg < kLowestDeg)
-        s.fate = Fate::low;
-    s.uncertain = (s.fate == Fate::answered || s.fate == Fate::low) &&
-                  std::abs(s.direction.elevationDeg - kLowestDeg) < 1e-4;
+        s.uncertain = false;
+    }
     if (s.fate != Fate::answered && !s.uncertain)
         return s;
     const int channel = sat[0] == 'R' ? expectation.channels.at(columns.begin()->second.id) : 0;
@@ -304,6 +278,12 @@ ExpectedSatellite Predictor::satellite(const std::string& sat, const Columns& co
     if (s.cells.empty() && s.fate == Fate::answered)
         s.fate = Fate::noSignal;
     return s;
+}
+
+std::unique_ptr<Predictor> predictorFor(const Expectation& e) {
+    if (e.answer == Answer::complete)
+        return std::make_unique<CompletePredictor>(e);
+    return std::make_unique<SpecifiedPredictor>(e);
 }
 
 } // namespace ref

@@ -3,12 +3,14 @@
 /// the readers, orbits and geometry of reference/standard.
 #pragma once
 
+#include "answerable.h"
 #include "framing.h"
+#include "received.h"
 
-#include "reference/standard/msm.h"
-#include "reference/standard/orbit.h"
+#include "reference/standard/station.h"
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -16,8 +18,15 @@
 
 namespace ref {
 
-/// The virtual station: 4.7088369190215936e-05 rad of latitude north of the reference.
-Vec3 virtualPoint(const Vec3& reference);
+constexpr int kVirtualStation = 4095; ///< its id
+
+/// How a service answers, and in what it sends.
+enum class Answer { specified, complete };
+enum class Output { reply, rtcm3 };
+
+/// The virtual station: 4.7088369190215936e-05 rad of latitude north of the reference, or at an
+/// offset (east, north, up) from it.
+Vec3 virtualPoint(const Vec3& reference, const std::optional<Vec3>& offsetM = std::nullopt);
 
 /// Station messages that the service passes on.
 constexpr bool isStation(int type) {
@@ -25,14 +34,18 @@ constexpr bool isStation(int type) {
 }
 
 struct Expectation {
+    Answer answer = Answer::specified;
+    Output output = Output::reply;
     Vec3 siteM{};
+    std::optional<Vec3> offsetM; ///< of the virtual station
     GpsTime near; ///< the first epoch is within half a week of it; with GLONASS within half a day
     std::set<std::string> satellites; ///< configured
     std::map<int, int> channels;      ///< GLONASS, by slot
-    /// Band digits of the configured carriers; signals on others are dropped.
+    /// Of the specified answer. Band digits of the configured carriers; signals on others are
+    /// dropped.
     std::map<char, std::string> bands{
         {'G', "125"}, {'R', "12"}, {'E', "1576"}, {'C', "276"}, {'J', "125"}};
-    /// Signals that a reply carries.
+    /// Of the specified answer: signals that a reply carries.
     std::map<char, std::set<std::string>> carried{{'G', {"1C", "2W", "5Q"}},
                                                   {'R', {"1P", "2P"}},
                                                   {'E', {"1X", "5X", "6X", "7X"}},
@@ -44,54 +57,56 @@ struct Expectation {
     bool siteKnown = true; ///< false: siteM is not the station's
 };
 
-/// What the head of an observation message says: type, system, station, epoch field, multiple-
-/// message bit. Nothing for other messages, and where the head is not whole.
-std::optional<Msm> headOf(const Frame& f);
-
-/// Epoch of an observation message, where it is nearest to a time: within half a week, GLONASS half
-/// a day. Nothing for an epoch that no week has.
-std::optional<GpsTime> timeNear(const Msm& m, GpsTime near);
-
-/// Whether the time of a system's messages counts. Of SBAS and NavIC, which no reply carries, only
-/// the end of the epoch does; their time does where an epoch holds nothing else.
-constexpr bool datesEpochs(char system) {
-    return system != 'S' && system != 'I';
-}
-
-/// What becomes of a satellite of the epoch; the judge knows of one that is missing.
-enum class Fate { answered, low, noEphemeris, oldEphemeris, noPhase, noSignal, missing };
-const char* name(Fate fate);
-
 struct ExpectedCell {
     double pseudorangeM = 0, phaseRangeM = 0; ///< at the virtual station
     double wavelengthM = 0, cnr = 0;          ///< m, dB-Hz
 };
 
-struct ExpectedSatellite {
+struct ExpectedSatellite : Answerable::Look {
     std::string sat;
-    Fate fate = Fate::answered;
-    bool uncertain = false;                    ///< too close to the elevation limit to say
-    Direction direction;                       ///< from the virtual station
-    double changeM = 0;                        ///< of the range
     std::map<std::string, ExpectedCell> cells; ///< by signal
 };
 
 /// Observations of a satellite by band digit: of two on one carrier the one that is kept.
 using Columns = std::map<char, Cell>;
 
-/// One frame that must come back.
+/// A message of a complete answer, from the one that was received.
+struct DueMessage {
+    struct Satellite {
+        int id = 0;
+        bool uncertain = false;
+        double changeM = 0, changeRateMps = 0;
+    };
+    ReceivedMessage from;
+    std::vector<Satellite> satellites; ///< that must be there, by id; those alone
+};
+
+/// Observations of an epoch: of all satellites, of those that can be answered.
+struct Brought {
+    long received = 0, answerable = 0;
+};
+
+/// What must come back: a forwarded frame, or the answer to an epoch.
 struct Expected {
     std::uint64_t end = 0; ///< bytes of the stream up to the end of the frame that asks for it
-    int type = 0;          ///< of a forwarded frame; 0 = the reply to an epoch
+    int type = 0;          ///< of a forwarded frame; 0 = the answer to an epoch
     Bytes frame;           ///< forwarded
     GpsTime time;          ///< of the epoch
     std::vector<ExpectedSatellite> satellites;
     std::map<std::string, Columns> observed; ///< what the epoch's own messages carried
+    std::map<char, Brought> brought;         ///< the same counted, by system
+    std::vector<DueMessage> messages;        ///< complete answer
+    bool finished = true;                    ///< epoch with its multiple-message bit
+    bool certain = true;                     ///< false: whether something comes at all is not known
+    Text1033 equipment;                      ///< what 1033 says
+    std::optional<double> antennaHeightM;    ///< of 1006, where the plain stream has it
 };
 
 class Predictor {
 public:
-    explicit Predictor(Expectation e);
+    virtual ~Predictor() = default;
+    Predictor(const Predictor&) = delete;
+    Predictor& operator=(const Predictor&) = delete;
     /// The stream goes on; what is owed for what it completes.
     std::vector<Expected> take(std::span<const std::uint8_t> piece);
     /// A new connection: unfinished frame and epoch are forgotten.
@@ -102,27 +117,51 @@ public:
     const Expectation expectation;
     const Vec3 virtualAt;
 
+protected:
+    explicit Predictor(Expectation e);
+    /// An accepted frame; throws for one whose contents do not fit their message.
+    virtual void message(const Frame& f, std::vector<Expected>& out) = 0;
+    virtual void forgetEpoch() = 0;
+    /// The frame as it is passed on, where it is.
+    void forward(const Frame& f, std::vector<Expected>& out);
+    /// What a station message says; throws for one that the service refuses.
+    void note(const Frame& f);
+    /// Another station has taken over.
+    void forgetStation();
+    Expected answerAt(GpsTime time) const;
+
+    Answerable answerable_;
+    Text1033 named_; ///< by the station
+    std::optional<double> antennaHeightM_;
+
 private:
-    void message(const Frame& f, std::vector<Expected>& out);
+    FrameCutter cutter_;
+    long ended_ = 0;
+};
+
+class SpecifiedPredictor : public Predictor {
+public:
+    explicit SpecifiedPredictor(Expectation e);
+
+private:
+    void message(const Frame& f, std::vector<Expected>& out) override;
+    void forgetEpoch() override;
     bool observations(const Frame& f);
     bool otherStation(const Frame& f);
-    void forward(const Frame& f, std::vector<Expected>& out);
-    void startAfresh();
-    void forgetEpoch();
+    void dropEpoch();
     void collect(const Msm& m, GpsTime t);
     void store(const Cell& c, const std::vector<std::string>& order);
     ExpectedSatellite satellite(const std::string& sat, const Columns& columns) const;
-    double ageS(const std::string& sat) const;
 
-    FrameCutter cutter_;
-    Navigation navigation_;
-    std::map<std::string, SatFn> orbits_;
     std::map<std::string, Columns> epoch_;
+    std::map<std::string, long> cells_; // of the epoch, kept or not, by satellite
     GpsTime time_;                      // of the last message; the next ones are near it
     std::optional<GpsTime> collecting_; // of the epoch being collected
     bool dated_ = false;                // by a system that dates epochs
     int station_ = 0;                   // of the epoch being collected; 0 = none yet
-    long ended_ = 0;
 };
+
+/// The one for an expectation's answer.
+std::unique_ptr<Predictor> predictorFor(const Expectation& e);
 
 } // namespace ref

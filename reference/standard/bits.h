@@ -44,6 +44,7 @@ public:
     }
     BitString& flag(bool v) { return u(1, v ? 1 : 0); }
     void fixed(int width, int v) { u(width, v); }
+    void i(int width, int v) { s(width, std::int64_t{v}); }
     void u(int width, double v, double unit) { u(width, std::llround(v / unit)); }
     void s(int width, double v, double unit) { s(width, std::llround(v / unit)); }
     void sm(int width, double v, double unit) {
@@ -94,6 +95,7 @@ public:
     template <std::integral T> void u(int width, T& v, int origin = 0) {
         v = static_cast<T>(static_cast<std::int64_t>(u(width)) + origin);
     }
+    void i(int width, int& v) { v = static_cast<int>(s(width)); }
     void u(int width, double& v, double unit) { v = static_cast<double>(u(width)) * unit; }
     void s(int width, double& v, double unit) { v = static_cast<double>(s(width)) * unit; }
     void sm(int width, double& v, double unit) {

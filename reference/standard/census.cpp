@@ -12,10 +12,6 @@ bool isAnyMsm(int type) {
     return type >= 1071 && type <= 1137 && type % 10 >= 1 && type % 10 <= 7;
 }
 
-char msmSystem(int type) {
-    return "GRESJCI"[type / 10 - 107];
-}
-
 // Of an MSM, from its masks; what follows them is not read.
 void addMsmCells(const Frame& f, std::map<std::string, long>& cells) {
     const char system = msmSystem(f.type);

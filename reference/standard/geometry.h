@@ -25,6 +25,7 @@ struct Vec3 {
 Vec3 turnAxes(int axis, double angle, const Vec3& a);
 
 constexpr double kLightSpeed = 299792458.0;    // m/s
+constexpr double kMsM = kLightSpeed / 1000;    // m per ms of range
 constexpr double kEarthRate = 7.2921151467e-5; // rad/s
 constexpr double kDegree = std::numbers::pi / 180;
 constexpr double kWeekS = 604800.0;

@@ -22,10 +22,11 @@ std::optional<int> indicator(const std::array<const char*, 4>& signals, const st
 }
 
 // DF013, DF019, DF043, DF049: the last second, offset and step of each range.
+constexpr int kLockRanges[][3] = {{24, 0, 1},    {72, 24, 2},     {168, 120, 4},
+                                  {360, 408, 8}, {744, 1176, 16}, {937, 3096, 32}};
+
 int lockField(double lockS) {
-    constexpr int ranges[][3] = {{24, 0, 1},    {72, 24, 2},     {168, 120, 4},
-                                 {360, 408, 8}, {744, 1176, 16}, {937, 3096, 32}};
-    for (const auto& [below, offset, step] : ranges)
+    for (const auto& [below, offset, step] : kLockRanges)
         if (lockS < below)
             return (static_cast<int>(lockS) + offset) / step;
     return 127;
@@ -73,6 +74,13 @@ std::optional<double> phaseDifference(BitSource& io) {
 
 } // namespace
 
+int legacyLockS(int indicator) {
+    for (const auto& [below, offset, step] : kLockRanges)
+        if (indicator * step - offset < below)
+            return indicator * step - offset;
+    return 937;
+}
+
 Msm readLegacy(const Bytes& body) {
     BitSource io(body);
     Msm m;
@@ -89,7 +97,8 @@ Msm readLegacy(const Bytes& body) {
     m.epochField = static_cast<std::uint32_t>(io.u(glonass ? 27 : 30));
     io.flag(m.more); // DF005
     const auto satellites = io.u(5);
-    io.u(4); // DF007, DF008
+    io.u(1, m.smoothed);  // DF007, DF036
+    io.u(3, m.smoothing); // DF008, DF037
     for (std::uint64_t i = 0; i < satellites; ++i) {
         Cell first;
         first.system = m.system;

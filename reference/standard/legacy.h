@@ -10,6 +10,9 @@ namespace ref {
 /// std::invalid_argument for another type, std::out_of_range for a body too short.
 Msm readLegacy(const Bytes& body);
 
+/// The least time of lock (s) that an indicator of these messages states.
+int legacyLockS(int indicator);
+
 /// 1004 (GPS) or 1012 (GLONASS) of the satellites that have a range on L1, 31 at most, with one
 /// signal a carrier; empty without any. The cells stand satellite by satellite, L1 first. The epoch
 /// field may be that of an MSM. std::out_of_range for a range that the fields cannot hold.

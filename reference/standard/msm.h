@@ -2,14 +2,12 @@
 /// Metres, metres per second, dB-Hz.
 #pragma once
 
-#include "bits.h"
 #include "geometry.h"
+#include "rawmsm.h"
 
 #include <optional>
 
 namespace ref {
-
-constexpr std::size_t kMostPairs = 64; ///< of satellite and signal: bits of a cell mask
 
 /// Signal (RINEX band digit and attribute) of an MSM signal id 1..32; empty when unassigned.
 std::string signalOf(char system, int signalId);
@@ -37,6 +35,8 @@ struct Msm {
     std::uint32_t epochField = 0; ///< DF004, DF034 with its day of week, and their like; as sent
     bool more = false;            ///< multiple-message bit
     int iods = 0;
+    int reserved = 0, steering = 0, externalClock = 0; ///< DF001, DF411, DF412
+    int smoothed = 0, smoothing = 0;                   ///< DF417, DF418
     std::vector<int> sats{};
     std::vector<std::string> signals{};
     std::vector<Cell> cells{}; ///< in order of satellite id, then signal id
@@ -50,11 +50,13 @@ Msm readMsm(const Bytes& body);
 /// says how many cells it has. Cells behind the mask have no signal.
 Msm readOverfullMsm(const Bytes& body);
 
-/// Uses station, system, msm, epochField, more, iods and the cells (in any order, none twice; masks
-/// follow from them). A satellite's rough range and rate are those of its first cell that has one;
-/// a fine field that is absent gets its invalid marker, one that does not fit throws
+/// Uses the fields of the head (type follows from system and msm) and the cells (in any order, none
+/// twice; masks follow from them). A satellite's rough range and rate are those of its first cell
+/// that has one; a fine field that is absent gets its invalid marker, one that does not fit throws
 /// std::out_of_range.
-Bytes writeMsm(Msm m);
+Bytes writeMsm(const Msm& m);
+/// The fields that writeMsm writes.
+RawMsm rawOf(const Msm& m);
 
 /// DF402 (MSM4, MSM5) or DF407 of a lock time.
 int lockIndicator(int msm, double lockS);

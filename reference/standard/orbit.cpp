@@ -80,8 +80,8 @@ Vec3 position(const Kepler& k, GpsTime t, double rate) {
     // axes of the Earth at toe, then those of the Earth at t
     Vec3 r = turnAxes(0, -inclination, {plane.real(), plane.imag(), 0});
     r = turnAxes(2, -(k.node + k.nodeDot * tk - rate * k.toe), r);
-    if (k.system == 'C' && k.id <= 5)
-        r = turnAxes(0, -5 * std::numbers::pi / 180, r); // geostationary: BDS-SIS-ICD 5.2.4.12
+    if (k.system == 'C' && isGeostationary(k.id)) // BDS-SIS-ICD-B1I 3.0, 5.2.4.12
+        r = turnAxes(0, -5 * std::numbers::pi / 180, r);
     return turnAxes(2, rate * tk, r);
 }
 

@@ -13,6 +13,11 @@ constexpr double kLeapS = 18;      // GPS time - UTC, from 2017 on
 constexpr double kBdtLagS = 14;    // GPS time - BDT
 constexpr double kMoscowS = 10800; // GLONASS time - UTC
 
+/// Of BeiDou: C01 to C05 and C59 to C63.
+constexpr bool isGeostationary(int id) {
+    return id <= 5 || id >= 59;
+}
+
 /// Rotation rate of the Earth that the ephemerides of a system are made for, rad/s.
 double earthRate(char system);
 

@@ -43,6 +43,10 @@ Bytes write1005(const Station1005& s) {
 Text1033 read1033(const Bytes& body) {
     return readBody<Text1033>(body, k1033);
 }
+Text1033 readAntenna(const Bytes& body) {
+    const bool serial = BitSource(body).u(12) == 1008;
+    return serial ? readBody<Text1033>(body, k1008) : readBody<Text1033>(body, k1007);
+}
 Bytes write1033(const Text1033& t) {
     return writeBody(t, k1033);
 }

@@ -27,6 +27,8 @@ struct Text1033 {
     std::string antennaSerial, receiver, firmware, receiverSerial;
 };
 Text1033 read1033(const Bytes& body);
+/// 1007 or 1008.
+Text1033 readAntenna(const Bytes& body);
 Bytes write1033(const Text1033& t);
 Bytes write1007(const Text1033& t); ///< its antenna
 Bytes write1008(const Text1033& t); ///< its antenna with the serial number

@@ -97,7 +97,7 @@ void compare(const Record& got, const ref::Expected& epoch, const ref::Expectati
 /// Plays a stream to a service with these options; its replies must be right.
 void play(Peer& peer, const Bytes& stream, std::vector<ref::Expected>& owed) {
     const ref::Expectation e = expectation();
-    owed = ref::Predictor(e).take(stream);
+    owed = ref::SpecifiedPredictor(e).take(stream);
     ASSERT_TRUE(peer.accept());
     const ref::Verdict v =
         ref::judge(stream, peer.exchange(stream, 4096, static_cast<int>(owed.size())), e);
@@ -218,7 +218,7 @@ TEST(Saving, GoesOnWithoutTheFolderOnceItCouldBeUsed) {
     play(peer, generated(kNow, 2), owed);
     fs::remove_all(service.out());
     const Bytes more = generated(kNow + 2.0, 2);
-    const auto due = ref::Predictor(expectation()).take(more).size();
+    const auto due = ref::SpecifiedPredictor(expectation()).take(more).size();
     peer.exchange(more, 4096, static_cast<int>(due));
     EXPECT_FALSE(fs::exists(service.out()));
     EXPECT_TRUE(contains(service.wholeLog(), ",epoch is not written,No such file or directory\n"));

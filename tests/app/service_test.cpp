@@ -93,7 +93,7 @@ TEST(Service, AnswersEveryEpochOfReceiversWithTheirQuirks) {
         const Bytes stream = recording(c.file);
         ref::Expectation e = expectation();
         e.near = {2407, 604788};
-        const std::vector<ref::Expected> owed = ref::Predictor(e).take(stream);
+        const std::vector<ref::Expected> owed = ref::SpecifiedPredictor(e).take(stream);
         Peer peer;
         peer.listen();
         RunningService service(peer.port, "2026-02-28 23:59:30");
@@ -122,7 +122,7 @@ TEST(Service, AnswersInPostMode) {
     ref::Expectation e = expectation();
     e.satellites = {"G01", "G10", "G32", "R01", "R05", "R24", "E01",
                     "E11", "C01", "C06", "C11", "C20", "J01"};
-    const std::vector<ref::Expected> owed = ref::Predictor(e).take(stream);
+    const std::vector<ref::Expected> owed = ref::SpecifiedPredictor(e).take(stream);
     Peer peer;
     peer.listen();
     const RunningService service(peer.port, kClock, {.example = "post", .switches = {"-post"}});

@@ -14,7 +14,7 @@ Totals goodRun() {
     Totals t;
     t.connections = 1;
     ref::Verdict& v = t.verdict;
-    v.stream.ended = v.ended = v.due = v.replies = 60;
+    v.stream.ended = v.ended = v.taken = v.due = v.replies = 60;
     v.cells = 1200;
     v.signals["G1C"] = 1200;
     for (const char system : {'G', 'R'})

@@ -32,7 +32,7 @@ protected:
         e.values = false;
         e.near = {2009, 430650};
         std::vector<int> types;
-        for (const ref::Expected& x : ref::Predictor(e).take(stream))
+        for (const ref::Expected& x : ref::SpecifiedPredictor(e).take(stream))
             types.push_back(x.type);
         return types;
     }

@@ -15,6 +15,8 @@ namespace {
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 const ref::Vec3 kSiteM{-4467102, 2683039, -3666949};
+const ref::CellBounds kBounds{ref::kRangeHalfStepM, ref::kPhaseHalfStepM, ref::rangeBoundM('J'),
+                              ref::phaseBoundM('J')};
 
 ref::EpochResult crowdedEpoch(int number) {
     ref::EpochResult r;
@@ -28,6 +30,7 @@ ref::EpochResult crowdedEpoch(int number) {
         s.expected.direction = {4.0 + i, 6.0 * i};
         s.expected.changeM = 250 - 8 * i;
         s.cells.assign(3, {0.008 - 2e-4 * i, 1e-4});
+        s.bounds = kBounds;
     }
     return r;
 }
@@ -100,7 +103,7 @@ TEST(Report, IsOneWellFormedPageWhateverHappened) {
     v.replies = 3000;
     v.wrong = 1;
     v.faults = {"<script>alert('\"&\x01</script>"};
-    v.worst['J'] = {0.5, 0.01, 3};
+    v.worst['J'] = {0.5, 0.01, 0, 3, kBounds};
     v.bytes = {{0, 1}, {1074, 100}, {4095, 1 << 30}};
     v.delaysS.assign(3000, 0.004F);
     Report empty(kSiteM);
@@ -136,7 +139,7 @@ TEST(Report, HasOneBoundInFigureChartAndTable) {
     Report report(kSiteM);
     report.epoch(crowdedEpoch(0));
     Totals t;
-    t.verdict.worst['J'] = {0.009, 0.0005, 3};
+    t.verdict.worst['J'] = {0.009, 0.0005, 0, 3, kBounds};
     const std::string page = report.page(t);
     for (const char* bound : {"9.43 mm allowed", "worst 9.00 of 9.43 mm", "<td>9.43</td>",
                               "0.779 mm allowed", "worst 0.500 of 0.779 mm", "<td>0.779</td>"})

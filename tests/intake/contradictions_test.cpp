@@ -142,7 +142,7 @@ TEST(Contradiction, OfTheRealServiceIsOneLineInItsLog) {
     RunningService service(peer.port, kClock);
     ASSERT_TRUE(peer.accept());
     peer.exchange(stream, 1000,
-                  static_cast<int>(ref::Predictor(expectation()).take(stream).size()));
+                  static_cast<int>(ref::SpecifiedPredictor(expectation()).take(stream).size()));
     const std::string log = service.wholeLog();
     EXPECT_EQ(occurrences(log, "Got observation data"), 6);
     for (const std::string& line :

@@ -1,0 +1,111 @@
+#include "complete.h"
+
+#include "reference/standard/kinds.h"
+
+#include <algorithm>
+
+namespace ref {
+
+namespace {
+
+using Looks = std::map<std::string, Answerable::Look>;
+
+// Legacy messages hold more than one MSM can: the satellites in order, as many as fit.
+std::vector<ReceivedMessage> parts(ReceivedMessage m, const std::set<int>& kept) {
+    const std::size_t room = m.raw.signals.empty() ? kMostPairs : kMostPairs / m.raw.signals.size();
+    if (!m.legacy || kept.size() <= room)
+        return {std::move(m)};
+    std::vector<ReceivedMessage> out;
+    std::size_t n = 0;
+    for (const int id : kept) {
+        if (n++ % room == 0) {
+            out.push_back(m);
+            out.back().raw.satellites.clear();
+            out.back().raw.cells.clear();
+            out.back().whole.clear();
+        }
+        ReceivedMessage& part = out.back();
+        part.raw.satellites.push_back(m.raw.satellite(id));
+        for (std::size_t i = 0; i < m.raw.cells.size(); ++i)
+            if (m.raw.cells[i].id == id) {
+                part.raw.cells.push_back(m.raw.cells[i]);
+                part.whole.push_back(m.whole[i]);
+            }
+    }
+    return out;
+}
+
+bool mayCome(const Answerable::Look& l) {
+    return l.fate == Fate::answered || l.uncertain;
+}
+
+} // namespace
+
+CompletePredictor::CompletePredictor(Expectation e)
+    : Predictor(std::move(e)), runs_(expectation.near) {}
+
+void CompletePredictor::message(const Frame& f, std::vector<Expected>& out) {
+    if (isEphemeris(f.type)) {
+        answerable_.take(f);
+        forward(f, out);
+    } else if (isStation(f.type)) {
+        if (runs_.refuses(static_cast<int>(BitSource(f.body).u(24) & 0xFFF)))
+            return;
+        note(f);
+        forward(f, out);
+    } else if (isMsm(f.type) || isLegacy(f.type)) {
+        for (Run& run : runs_.take(f))
+            out.push_back(answer(std::move(run)));
+        if (runs_.stationChanged())
+            forgetStation();
+    }
+}
+
+Expected CompletePredictor::answer(Run run) {
+    Expected e = answerAt(run.time);
+    e.finished = run.finished;
+    e.certain = false;
+    Looks looks;
+    for (ReceivedMessage& m : run.messages) {
+        const char system = m.raw.system();
+        Brought& brought = e.brought[system];
+        brought.received += m.cells;
+        std::map<int, DueMessage::Satellite> due;
+        for (const RawMsm::Cell& c : m.raw.cells) {
+            const std::string sat = satName(system, c.id);
+            if (!expectation.satellites.contains(sat))
+                continue;
+            const auto [held, fresh] = looks.try_emplace(sat);
+            if (fresh && expectation.values)
+                held->second = answerable_.look(sat, run.time);
+            const Answerable::Look& l = held->second;
+            brought.answerable += l.fate == Fate::answered ? 1 : 0;
+            if (!mayCome(l) && expectation.values)
+                continue;
+            const double rate =
+                mayCome(l) && !due.contains(c.id) ? answerable_.changeRateMps(sat, run.time) : 0;
+            due.try_emplace(c.id, DueMessage::Satellite{c.id, l.uncertain || !expectation.values,
+                                                        l.changeM, rate});
+            e.certain = e.certain || (expectation.values && !l.uncertain);
+        }
+        std::set<int> ids;
+        for (const auto& [id, s] : due)
+            ids.insert(id);
+        if (due.empty())
+            continue;
+        for (ReceivedMessage& part : parts(std::move(m), ids)) {
+            DueMessage& d = e.messages.emplace_back();
+            for (const auto& [id, s] : due)
+                if (std::any_of(part.raw.satellites.begin(), part.raw.satellites.end(),
+                                [id = id](const auto& r) { return r.id == id; }))
+                    d.satellites.push_back(s);
+            d.from = std::move(part);
+        }
+    }
+    if (expectation.values)
+        for (const auto& [sat, look] : looks)
+            e.satellites.push_back({look, sat, {}});
+    return e;
+}
+
+} // namespace ref
