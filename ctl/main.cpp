@@ -56,6 +56,11 @@ void addSimulate(CLI::App& app, int& status) {
         ->check(CLI::IsMember({"before", "interleaved", "late"}))->capture_default_str();
     c->add_option("--split", w->split, "send in blocks of N bytes, or random ones");
     c->add_option("--write-deployment", w->deployment, "write a configuration for this station into a directory");
+    c->add_option("--answer", w->answer, "how the service answers: specified, complete, or both (two services, on successive ports)")
+        ->check(CLI::IsMember({"specified", "complete", "both"}))->capture_default_str();
+    c->add_option("--output", w->output, "what comes back: reply frames, or a plain rtcm3 stream")
+        ->check(CLI::IsMember({"reply", "rtcm3"}))->capture_default_str();
+    c->add_option("--offset", w->offset, "EAST,NORTH,UP (m) of the virtual station; without it, 300 m north");
     c->add_option("--stations", w->stations, "endpoints, on successive ports")->check(CLI::Range(1, 5000))->capture_default_str();
     c->add_option("--record", w->record, "write what is sent on the first endpoint to a file");
     c->add_option("--replies", w->replies, "write what comes back there to a file");

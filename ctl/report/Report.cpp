@@ -49,13 +49,12 @@ std::string figure(const std::string& name, const std::string& value, const std:
 // Of the system that comes nearest to its bound.
 std::string worstFigure(const ref::Verdict& v, ErrorOf what) {
     const bool range = what == ErrorOf::range;
-    const auto boundOf = range ? ref::rangeBoundM : ref::phaseBoundM;
     double worstM = 0;
-    double boundM = boundOf('G');
+    double boundM = 0;
     for (const auto& [system, w] : v.worst) {
         const double errorM = range ? w.rangeM : w.phaseM;
-        const double ownM = boundOf(system);
-        if (errorM / ownM > worstM / boundM) {
+        const double ownM = range ? w.bounds.rangeM : w.bounds.phaseM;
+        if (boundM == 0 || errorM / ownM > worstM / boundM) {
             worstM = errorM;
             boundM = ownM;
         }
@@ -217,12 +216,18 @@ std::string skySection(const ReportData& d) {
 }
 
 std::string errorSection(const ReportData& d, const simulate::Totals& t) {
+    const bool complete = t.answers.front() == ref::Answer::complete;
     std::string out =
-        "<section class=\"wide\">\n<h2>Difference from the truth</h2>\n<p class=\"note\">How often "
-        "each difference came, by system. The messages have steps of 17.87 mm of range and 0.559 "
-        "mm of phase; rounding alone leaves anything up to half a step, evenly. Dashed lines are "
-        "the bounds: half a step and 0.1 mm";
-    if (d.range.contains('J'))
+        std::string("<section class=\"wide\">\n<h2>Difference from the truth</h2>\n<p "
+                    "class=\"note\">How often each difference came, by system. ") +
+        (complete ? ""
+                  : "The messages have steps of 17.87 mm of range and 0.559 mm of "
+                    "phase; ") +
+        (complete ? "Rounding" : "rounding") +
+        " alone leaves anything up to half a step, evenly. Dashed lines are the "
+        "bounds: half a step and " +
+        (complete ? "0.02 mm" : "0.1 mm");
+    if (!complete && d.range.contains('J'))
         out += ", for QZSS 0.4 mm more, for its specified rotation rate";
     out += ". A satellite that hardly moves in a short run has the same difference again and "
            "again: a peak.</p>\n";
@@ -245,6 +250,15 @@ std::string signalSection(const ReportData& d, const ref::Verdict& v) {
            signalsTable(d, v) + "</section>\n";
 }
 
+std::string keptSection(const simulate::Totals& t) {
+    const std::string kept = keptTable(t);
+    return kept.empty() ? ""
+                        : "<section class=\"wide\">\n<h2>What each answer keeps</h2>\n<p "
+                          "class=\"note\">Observations of one stream by signal, and those that "
+                          "came back in each answer.</p>\n" +
+                              kept + "</section>\n";
+}
+
 std::string typeSection(const ref::Verdict& v) {
     std::vector<std::pair<int, std::uint64_t>> types(v.bytes.begin(), v.bytes.end());
     std::stable_sort(types.begin(), types.end(),
@@ -262,8 +276,10 @@ std::string typeSection(const ref::Verdict& v) {
 
 } // namespace
 
-void ErrorBins::add(double errorM, double halfStepM) {
+void ErrorBins::add(double errorM, double halfStepM, double boundM) {
     constexpr int middle = kBins / 2;
+    halfStepM_ = halfStepM;
+    boundM_ = boundM;
     const double bin =
         std::isfinite(errorM) ? middle + std::floor(errorM / halfStepM * kBinsOfHalfStep) : 0;
     ++counts_[static_cast<std::size_t>(std::clamp(bin, 0.0, kBins - 1.0))];
@@ -300,8 +316,8 @@ void Report::epoch(const ref::EpochResult& result) {
             ++samples_;
         }
         for (const ref::CellError& e : s.cells) {
-            data_.range[s.expected.sat[0]].add(e.rangeM, ref::kRangeHalfStepM);
-            data_.phase[s.expected.sat[0]].add(e.phaseM, ref::kPhaseHalfStepM);
+            data_.range[s.expected.sat[0]].add(e.rangeM, s.bounds.rangeHalfStepM, s.bounds.rangeM);
+            data_.phase[s.expected.sat[0]].add(e.phaseM, s.bounds.phaseHalfStepM, s.bounds.phaseM);
         }
     }
     addDelay(result.delayS);
@@ -351,14 +367,14 @@ std::string Report::page(const simulate::Totals& t) const {
         out += errorSection(data_, t);
     if (!data_.range.empty())
         out += "<section>\n<h2>Change of range</h2>\n<p class=\"note\">What each satellite's "
-               "observations were shifted by, 300 m to the north. The dotted lines are the most "
-               "that is possible at an elevation.</p>\n" +
+               "observations were shifted by. The dotted lines are the most that is possible at "
+               "an elevation.</p>\n" +
                rangeChangeChart(data_) + systemKey(data_) +
                "<p class=\"note\">The numbers are in the table of the sky.</p>\n</section>\n";
     if (!t.verdict.delaysS.empty() && !data_.delays.empty())
         out += delaySection(data_, t);
     if (!t.verdict.stream.cells.empty())
-        out += signalSection(data_, t.verdict);
+        out += signalSection(data_, t.verdict) + keptSection(t);
     if (!t.verdict.bytes.empty())
         out += typeSection(t.verdict);
     return out + "</div>\n</main>\n</body>\n</html>\n";

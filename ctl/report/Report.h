@@ -29,7 +29,9 @@ class ErrorBins {
 public:
     static constexpr int kBinsOfHalfStep = 12;
     static constexpr int kBins = 80; // what is further out counts in the outermost
-    void add(double errorM, double halfStepM);
+    void add(double errorM, double halfStepM, double boundM);
+    double halfStepM() const { return halfStepM_; }
+    double boundM() const { return boundM_; }
     long count(int bin) const { return counts_[static_cast<std::size_t>(bin)]; }
     long most() const;
     /// Bins from the middle outwards, on either side, up to the last that is not empty.
@@ -37,6 +39,8 @@ public:
 
 private:
     std::array<long, kBins> counts_{};
+    double halfStepM_ = 0; // of the last one
+    double boundM_ = 0;
 };
 
 /// The replies to some successive epochs, s.
@@ -45,7 +49,7 @@ struct DelaySample {
 };
 
 struct ReportData {
-    ref::Vec3 siteM{};
+    ref::Vec3 siteM{}, virtualM{};
     ref::GpsTime first, last;
     long epochs = 0;
     std::map<std::string, ShownSatellite> satellites;
@@ -57,7 +61,11 @@ struct ReportData {
 
 class Report {
 public:
-    explicit Report(const ref::Vec3& siteM) { data_.siteM = siteM; }
+    /// The virtual station stands 300 m north, or at an offset.
+    explicit Report(const ref::Vec3& siteM, const std::optional<ref::Vec3>& offsetM = {}) {
+        data_.siteM = siteM;
+        data_.virtualM = ref::virtualPoint(siteM, offsetM);
+    }
     /// An epoch of the first endpoint.
     void epoch(const ref::EpochResult& result);
     std::string page(const simulate::Totals& totals) const;

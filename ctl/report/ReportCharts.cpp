@@ -97,14 +97,21 @@ std::string svgLine(double x1, double y1, double x2, double y2, const char* clas
 }
 
 std::string rangeChangeChart(const ReportData& data) {
-    const double farthestM = norm(ref::virtualPoint(data.siteM) - data.siteM);
+    const ref::Vec3 offsetM = data.virtualM - data.siteM;
+    const double lengthM = norm(offsetM);
+    const double upM =
+        lengthM * std::sin(ref::direction(data.siteM, data.virtualM).elevationDeg * ref::kDegree);
+    const double levelM = std::sqrt(std::max(0.0, lengthM * lengthM - upM * upM));
+    const double farthestM = std::max(1.0, lengthM);
     const Axis x{0, 90, 40, kChartWidth - 6};
     const Axis y{-farthestM * 1.08, farthestM * 1.08, 252, 26};
     std::string out = svgStart(290, "change of range by elevation");
-    for (int m = -300; m <= 300; m += 100) {
-        out += svgLine(x.from, y.at(m), x.to, y.at(m), m == 0 ? "axis" : "grid");
+    const double step = niceStep(2 * farthestM, 6);
+    for (int i = -static_cast<int>(farthestM / step); i <= farthestM / step; ++i) {
+        const double m = i * step;
+        out += svgLine(x.from, y.at(m), x.to, y.at(m), i == 0 ? "axis" : "grid");
         out +=
-            svgText(x.from - 6, y.at(m) + 4, "end", m < 0 ? text("\u2212%d", -m) : text("%d", m));
+            svgText(x.from - 6, y.at(m) + 4, "end", (i < 0 ? "\u2212" : "") + plain(std::abs(m)));
     }
     for (int deg = 0; deg <= 90; deg += 15) {
         out += svgLine(x.at(deg), y.from, x.at(deg), y.from + 4, "axis");
@@ -117,7 +124,8 @@ std::string rangeChangeChart(const ReportData& data) {
         std::string path;
         for (int deg = 0; deg <= 90; deg += 3)
             path += (deg == 0 ? "M" : "L") + coordinate(x.at(deg)) + " " +
-                    coordinate(y.at(side * farthestM * std::cos(deg * std::numbers::pi / 180)));
+                    coordinate(y.at(side * (levelM * std::cos(deg * ref::kDegree) +
+                                            std::abs(upM) * std::sin(deg * ref::kDegree))));
         out += "<path d=\"" + path + "\" class=\"limit\"/>\n";
     }
     for (const auto& [sat, record] : data.satellites) {
@@ -149,13 +157,13 @@ std::string rangeChangeChart(const ReportData& data) {
 
 std::string errorChart(const ReportData& data, const ref::Verdict& verdict, ErrorOf what) {
     const bool range = what == ErrorOf::range;
-    const double halfMm = (range ? ref::kRangeHalfStepM : ref::kPhaseHalfStepM) * 1e3;
-    const auto boundOf = range ? ref::rangeBoundM : ref::phaseBoundM;
-    const double binMm = halfMm / ErrorBins::kBinsOfHalfStep;
+    const auto binMmOf = [](const ErrorBins& bins) {
+        return bins.halfStepM() * 1e3 / ErrorBins::kBinsOfHalfStep;
+    };
     const std::map<char, ErrorBins>& systems = range ? data.range : data.phase;
-    double mostMm = boundOf('G') * 1e3;
+    double mostMm = 1e-3;
     for (const auto& [system, bins] : systems)
-        mostMm = std::max(mostMm, bins.reach() * binMm);
+        mostMm = std::max({mostMm, bins.boundM() * 1e3, bins.reach() * binMmOf(bins)});
     const Axis x{-1.08 * mostMm, 1.08 * mostMm, 0, kChartWidth};
     constexpr double rowHeight = 66;
     constexpr double barHeight = 36;
@@ -167,7 +175,8 @@ std::string errorChart(const ReportData& data, const ref::Verdict& verdict, Erro
         if (it == systems.end())
             continue;
         const ErrorBins& bins = it->second;
-        const double ownMm = boundOf(system) * 1e3;
+        const double ownMm = bins.boundM() * 1e3;
+        const double binMm = binMmOf(bins);
         const double floor = top + rowHeight - 8;
         const auto worst = verdict.worst.find(system);
         const double worstMm = worst == verdict.worst.end()

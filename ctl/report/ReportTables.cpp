@@ -91,7 +91,7 @@ std::string whyLost(const ReportData& d, const ref::Verdict& v, const std::strin
 }
 
 // The error that a part (0..1) of them does not exceed, to the width of a bin, m.
-double errorOfPart(const ErrorBins& bins, double part, double halfStepM) {
+double errorOfPart(const ErrorBins& bins, double part) {
     constexpr int half = ErrorBins::kBins / 2;
     long all = 0;
     for (int bin = 0; bin < ErrorBins::kBins; ++bin)
@@ -100,7 +100,7 @@ double errorOfPart(const ErrorBins& bins, double part, double halfStepM) {
     for (int out = 1; out <= half; ++out) {
         within += bins.count(half - out) + bins.count(half + out - 1);
         if (static_cast<double>(within) >= part * static_cast<double>(all))
-            return out * halfStepM / ErrorBins::kBinsOfHalfStep;
+            return out * bins.halfStepM() / ErrorBins::kBinsOfHalfStep;
     }
     return 0;
 }
@@ -110,14 +110,15 @@ double errorOfPart(const ErrorBins& bins, double part, double halfStepM) {
 std::string placesTable(const ReportData& d, const simulate::Totals& t) {
     if (!t.known.site)
         return "<p class=\"note\">The recording does not say where its station stands.</p>\n";
-    const ref::Vec3 virtualM = ref::virtualPoint(d.siteM);
     std::string rows =
-        placeRow("reference station", d.siteM) + placeRow("virtual station", virtualM);
+        placeRow("reference station", d.siteM) + placeRow("virtual station", d.virtualM);
     if (norm(t.verdict.position.cameM) > 0)
         rows += placeRow("1005 of the replies", t.verdict.position.cameM);
     return "<table>\n" + rows + "</table>\n<p class=\"note\">" +
-           escaped(text("The virtual station stands %.2f m north of the reference station.",
-                        norm(virtualM - d.siteM))) +
+           escaped(
+               text("The virtual station stands %.2f m %s the reference station.",
+                    norm(d.virtualM - d.siteM),
+                    norm(d.virtualM - ref::virtualPoint(d.siteM)) < 0.01 ? "north of" : "from")) +
            "</p>\n";
 }
 
@@ -144,6 +145,26 @@ std::string signalsTable(const ReportData& d, const ref::Verdict& v) {
     return table({"signal", "in the stream", "in the replies", "lost", "why"}, rows);
 }
 
+std::string keptTable(const simulate::Totals& t) {
+    const auto specified = t.kept.find(ref::Answer::specified);
+    const auto complete = t.kept.find(ref::Answer::complete);
+    if (specified == t.kept.end() || complete == t.kept.end())
+        return "";
+    const auto cameBack = [](const simulate::Kept& kept, const std::string& signal) {
+        const auto it = kept.signals.find(signal);
+        return count(it == kept.signals.end() ? 0 : it->second);
+    };
+    std::string rows;
+    for (const char system : simulate::kStreamSystems)
+        for (const auto& [signal, sent] : complete->second.sent)
+            if (signal[0] == system)
+                rows +=
+                    row({std::string(simulate::systemName(system)) + " " + simulate::codeOf(signal),
+                         count(sent), cameBack(specified->second, signal),
+                         cameBack(complete->second, signal)});
+    return table({"signal", "in the stream", "specified answer", "complete answer"}, rows);
+}
+
 std::string skyTable(const ReportData& d) {
     std::string rows;
     for (const char system : simulate::kSimulatedSystems)
@@ -168,11 +189,11 @@ std::string errorTable(const ReportData& d, const ref::Verdict& v) {
         if (range == d.range.end() || phase == d.phase.end() || worst == v.worst.end())
             continue;
         const auto mm = [](const char* form, double m) { return text(form, m * 1e3); };
-        rows += row({simulate::systemName(system), count(worst->second.cells),
-                     mm("%.1f", errorOfPart(range->second, 0.5, ref::kRangeHalfStepM)),
-                     mm("%.2f", worst->second.rangeM), mm("%.2f", ref::rangeBoundM(system)),
-                     mm("%.2f", errorOfPart(phase->second, 0.5, ref::kPhaseHalfStepM)),
-                     mm("%.3f", worst->second.phaseM), mm("%.3f", ref::phaseBoundM(system))});
+        rows +=
+            row({simulate::systemName(system), count(worst->second.cells),
+                 mm("%.1f", errorOfPart(range->second, 0.5)), mm("%.2f", worst->second.rangeM),
+                 mm("%.2f", range->second.boundM()), mm("%.2f", errorOfPart(phase->second, 0.5)),
+                 mm("%.3f", worst->second.phaseM), mm("%.3f", phase->second.boundM())});
     }
     return behindChart({"system", "observations", "range, mm: half within", "worst", "allowed",
                         "phase, mm: half within", "worst", "allowed"},

@@ -42,7 +42,20 @@ void write(const fs::path& path, const std::string& contents) {
         throw std::runtime_error(path.string() + " cannot be written");
 }
 
-std::string deploymentFile(const fs::path& directory, const Deployment& d, int port) {
+std::string answerKeys(const Deployment& d, ref::Answer answer) {
+    std::string out;
+    if (answer == ref::Answer::complete)
+        out += ",\n    \"answer\": \"complete#every signal, as received\"";
+    if (d.output == ref::Output::rtcm3)
+        out += ",\n    \"output\": \"rtcm3#a plain stream\"";
+    if (d.offsetM)
+        out += text(",\n    \"offset\": \"%.4f %.4f %.4f#east, north, up in metres\"",
+                    (*d.offsetM)[0], (*d.offsetM)[1], (*d.offsetM)[2]);
+    return out;
+}
+
+std::string deploymentFile(const fs::path& directory, const Deployment& d, int port,
+                           ref::Answer answer) {
     const std::string dir = directory.string();
     std::string day = utcText(d.start, Fraction::none); // YYYY-MM-DD hh:mm:ss
     for (char& c : day)
@@ -70,12 +83,13 @@ std::string deploymentFile(const fs::path& directory, const Deployment& d, int p
   "vrs": {
     "input-connector": "%s %d#where the simulator listens",
     "output-connector": "%s %d#must be there; replies leave on the input connection",
-    "input-protocol": "RTCM3"
+    "input-protocol": "RTCM3"%s
   }
 }
 )",
                 dir.c_str(), dir.c_str(), dir.c_str(), std::string(kMark).c_str(), dir.c_str(),
-                day.c_str(), clock.c_str(), d.host.c_str(), port, d.host.c_str(), port);
+                day.c_str(), clock.c_str(), d.host.c_str(), port, d.host.c_str(), port,
+                answerKeys(d, answer).c_str());
 }
 
 std::string tablesFile(const fs::path& directory) {
@@ -145,7 +159,8 @@ std::vector<fs::path> writeDeployment(const fs::path& directory, const Deploymen
     std::vector<fs::path> paths;
     for (int i = 0; i < d.endpoints; ++i) {
         paths.push_back(folder / (i == 0 ? "vrs.json" : text("vrs-%d.json", i + 1)));
-        write(paths.back(), deploymentFile(folder, d, d.port + i));
+        const auto n = static_cast<std::size_t>(i) % d.answers.size();
+        write(paths.back(), deploymentFile(folder, d, d.port + i, d.answers[n]));
     }
     write(folder / "tables.json", tablesFile(folder));
     write(folder / "session.obj", objectFile(d.satellites));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "reference/standard/geometry.h"
+#include "reference/service/predict.h"
 
 #include <filesystem>
 #include <optional>
@@ -17,8 +17,11 @@ struct Deployment {
     int endpoints = 1;
     ref::Vec3 siteM{};
     std::vector<std::string> satellites;
-    std::optional<ref::GpsTime> clock; // where the service's clock starts
-    ref::GpsTime start;                // of the session
+    std::optional<ref::GpsTime> clock;                        // where the service's clock starts
+    ref::GpsTime start;                                       // of the session
+    std::vector<ref::Answer> answers{ref::Answer::specified}; // of the endpoints, in turn
+    ref::Output output = ref::Output::reply;
+    std::optional<ref::Vec3> offsetM; // of the virtual station
 };
 
 /// Satellites that a recorded stream may hold.

@@ -65,10 +65,9 @@ void FileDescriptor::reset() {
     fd_ = -1;
 }
 
-Endpoint::Endpoint(const std::string& host, int port, ref::Expectation expectation,
+Endpoint::Endpoint(const std::string& host, int port, const ref::Expectation& expectation,
                    FaultPlan faults, Split split)
-    : judge(std::move(expectation)), plan(std::move(faults)), listener_(listenOn(host, port)),
-      split_(split) {}
+    : judge(expectation), plan(std::move(faults)), listener_(listenOn(host, port)), split_(split) {}
 
 void Endpoint::accept() {
     const int fd = ::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);

@@ -40,7 +40,7 @@ struct Split {
 class Endpoint {
 public:
     /// Listens. std::runtime_error names the address that cannot be had.
-    Endpoint(const std::string& host, int port, ref::Expectation expectation, FaultPlan plan,
+    Endpoint(const std::string& host, int port, const ref::Expectation& expectation, FaultPlan plan,
              Split split);
 
     int listener() const { return listener_.get(); }

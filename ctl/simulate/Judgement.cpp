@@ -33,7 +33,7 @@ struct Group {
     bool always = true; // in every epoch that was to carry them
     int most = 0;       // epochs of the one that has it most
     int of = 0;         // the epochs that were to carry that one
-    double rangeM = 0, phaseM = 0;
+    double rangeM = 0, phaseM = 0, rateMps = 0;
 };
 
 Group groupOf(const ref::Verdict& v, Trouble what) {
@@ -52,6 +52,7 @@ Group groupOf(const ref::Verdict& v, Trouble what) {
         }
         g.rangeM = std::max(g.rangeM, w.rangeM);
         g.phaseM = std::max(g.phaseM, w.phaseM);
+        g.rateMps = std::max(g.rateMps, w.rateMps);
     }
     return g;
 }
@@ -112,8 +113,10 @@ void addCells(const ref::Verdict& v, std::vector<std::string>& out) {
     if (!off.satellites.empty())
         out.push_back(
             whoAndWhen(v, off) +
-            (off.rangeM > 0 ? ": ranges off by up to " + lengthText(off.rangeM)
-                            : ": phases off by up to " + lengthText(off.phaseM)) +
+            (off.rangeM > 0    ? ": ranges off by up to " + lengthText(off.rangeM)
+             : off.phaseM > 0  ? ": phases off by up to " + lengthText(off.phaseM)
+             : off.rateMps > 0 ? ": rates off by up to " + lengthText(off.rateMps) + "/s"
+                               : ": values lost, or changed where none is known") +
             (elsewhere ? ", " + placeText(v.position) + ": is this the station's position?" : ""));
     else if (elsewhere)
         out.push_back(placeText(v.position) +
@@ -192,6 +195,10 @@ bool refusedOnPurpose(const Totals& t) {
     return it != t.faults.end() && it->second > 0;
 }
 
+bool complete(const Totals& t) {
+    return t.answers == std::vector{ref::Answer::complete};
+}
+
 std::vector<std::string> remarksOf(const Totals& t, long swallowed, long refused) {
     const ref::Verdict& v = t.verdict;
     std::vector<std::string> out;
@@ -203,9 +210,12 @@ std::vector<std::string> remarksOf(const Totals& t, long swallowed, long refused
         if (n == 0)
             out.push_back(std::string(name(fault)) +
                           " never happened in this run: nothing is known of it");
-    if (v.stream.unended > 0)
+    if (v.stream.unended > 0 && !complete(t))
         out.push_back(counted(v.stream.unended, "epoch") +
                       " of the stream without an end: no reply is due");
+    if (v.unfinished > 0)
+        out.push_back(counted(v.unfinished, "epoch") +
+                      " without an end: what came is answered when the next epoch begins");
     if (swallowed > 0)
         out.push_back(counted(swallowed, "epoch") +
                       " of the stream within damaged frames, or bytes that only begin like a "
@@ -215,7 +225,8 @@ std::vector<std::string> remarksOf(const Totals& t, long swallowed, long refused
                                               "is this the station's position?");
         out.push_back(placeValues(v.position));
     }
-    if (v.replies > 0 && v.observations() == 0) {
+    const bool answered = v.replies > 0 || (v.due == 0 && v.stream.ended > 0);
+    if (answered && v.observations() == 0) {
         if (v.stream.ephemerides == 0)
             out.push_back("the stream brings no ephemerides: no satellite can be answered");
         else if (v.stream.timely == 0)
@@ -254,7 +265,7 @@ int exitStatus(Answer answer) {
 Judgement judgementOf(const Totals& t) {
     const ref::Verdict& v = t.verdict;
     Judgement j;
-    const long refused = std::max(0L, v.ended - v.due);
+    const long refused = std::max(0L, v.ended - v.taken);
     const long unanswered = refusedOnPurpose(t) ? 0 : refused;
     j.wrong = v.wrong + unanswered;
     j.remarks = remarksOf(t, std::max(0L, v.stream.ended - v.ended), refused);

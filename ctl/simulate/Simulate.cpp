@@ -21,7 +21,8 @@ namespace ctl::simulate {
 namespace {
 
 constexpr std::size_t kMostJudgedByValue = 16; // endpoints
-constexpr double kHalfDayS = 43200 - 3600;     // with room
+constexpr double kMostOffsetM = 5000;
+constexpr double kHalfDayS = 43200 - 3600; // with room
 constexpr double kHalfWeekS = 302400 - 3600;
 constexpr std::string_view kAllSystems = "GRECJS";
 
@@ -141,6 +142,22 @@ Quirks quirksOf(const Arguments& w) {
     }
 }
 
+/// The answers of the endpoints, which repeat in that order.
+std::vector<ref::Answer> answersOf(const std::string& given) {
+    if (given == "both")
+        return {ref::Answer::specified, ref::Answer::complete};
+    return {given == "complete" ? ref::Answer::complete : ref::Answer::specified};
+}
+
+std::optional<ref::Vec3> offsetOf(const std::string& given) {
+    if (given.empty())
+        return std::nullopt;
+    const std::vector<double> n = numbers(given);
+    if (n.size() != 3 || std::hypot(n[0], n[1], n[2]) > kMostOffsetM)
+        refuse("--offset", given, "three numbers, EAST,NORTH,UP in metres, together at most 5000");
+    return ref::Vec3{n[0], n[1], n[2]};
+}
+
 /// The command line understood.
 struct Run {
     StationOptions station;
@@ -148,7 +165,15 @@ struct Run {
     Pace pace;
     Split split;
     std::optional<ref::GpsTime> clock; // where the service's clock is to start
+    std::vector<ref::Answer> answers;
+    ref::Output output = ref::Output::reply;
+    std::optional<ref::Vec3> offsetM;
+    std::set<std::string> recorded; // satellites with ephemerides in a recording
     Known known;
+
+    bool specified() const {
+        return std::find(answers.begin(), answers.end(), ref::Answer::specified) != answers.end();
+    }
 };
 
 void plan(Run& run, const Arguments& w) {
@@ -165,6 +190,9 @@ void plan(Run& run, const Arguments& w) {
     run.station.silentAtStart = run.faults.asked(Fault::noEphemerides);
     if (run.station.silentAtStart && w.play.empty())
         ++run.faults.done[Fault::noEphemerides];
+    run.answers = answersOf(w.answer);
+    run.output = w.output == "rtcm3" ? ref::Output::rtcm3 : ref::Output::reply;
+    run.offsetM = offsetOf(w.offset);
     run.split = splitOf(w.split);
     run.pace.speed = speedOf(w.speed);
     run.pace.intervalS = 1 / run.station.rateHz;
@@ -186,7 +214,10 @@ void plan(Run& run, const Arguments& w) {
 ref::Expectation expectationOf(const Run& run, const std::vector<std::string>& satellites,
                                std::size_t endpoint) {
     ref::Expectation e;
+    e.answer = run.answers[endpoint % run.answers.size()];
+    e.output = run.output;
     e.siteM = run.station.siteM;
+    e.offsetM = run.offsetM;
     e.near = run.station.start;
     e.values = run.known.values && endpoint < kMostJudgedByValue;
     e.dayKnown = run.known.day;
@@ -202,19 +233,27 @@ std::unique_ptr<Source> sourceOf(Run& run, const Arguments& w) {
     if (w.play.empty())
         return std::make_unique<SimulatedStation>(run.station);
     auto recording = std::make_unique<Recording>(w.play, run.station.start);
-    run.known = {
-        .values = false, .day = run.clock.has_value(), .site = recording->siteM.has_value()};
+    run.known.day = run.clock.has_value();
+    run.known.site = recording->siteM.has_value();
+    // the complete answer follows from what is received
+    run.known.values = !run.specified() && run.known.day && run.known.site;
+    run.recorded = recording->satellites;
     if (recording->siteM)
         run.station.siteM = *recording->siteM;
     return recording;
 }
 
 std::vector<std::string> satellitesOf(const Run& run, const Arguments& w) {
-    if (!w.play.empty())
+    if (!w.play.empty() && (run.specified() || run.recorded.empty()))
         return satellitesOfRecordings();
+    if (!w.play.empty())
+        return {run.recorded.begin(), run.recorded.end()};
     std::string systems = run.station.systems;
     std::erase(systems, 'S'); // has no ephemerides, so no place in a deployment
-    return ref::Constellation::satellites(systems);
+    std::vector<std::string> all = ref::Constellation::satellites(systems);
+    if (run.specified()) // which takes the geostationary C59 to C63 for others
+        std::erase_if(all, [](const std::string& sat) { return sat >= "C59" && sat <= "C63"; });
+    return all;
 }
 
 void warnOfClocks(const Run& run, const Arguments& w, Progress& progress) {
@@ -249,7 +288,7 @@ void closeWritten(std::ofstream& file, const std::string& path) {
 Endpoints endpointsOf(const Run& run, const Arguments& w,
                       const std::vector<std::string>& satellites) {
     Endpoints endpoints;
-    for (std::size_t i = 0; i < static_cast<std::size_t>(w.stations); ++i)
+    for (std::size_t i = 0; i < static_cast<std::size_t>(w.stations) * run.answers.size(); ++i)
         endpoints.push_back(std::make_unique<Endpoint>(w.host, w.port + static_cast<int>(i),
                                                        expectationOf(run, satellites, i),
                                                        FaultPlan(w.faults, w.seed + i), run.split));
@@ -263,19 +302,23 @@ void sayWhatIsThere(const Run& run, const Arguments& w, const std::vector<std::s
         progress.say("note: legacy messages carry GPS and GLONASS alone");
     if (w.deployment.empty())
         return;
-    const auto paths = writeDeployment(w.deployment, {w.host, w.port, w.stations, run.station.siteM,
-                                                      satellites, run.clock, run.station.start});
-    progress.say("deployment written; start the service with: Kestrune -mode vrs " +
-                 paths.front().string());
+    const auto paths = writeDeployment(
+        w.deployment,
+        {w.host, w.port, w.stations * static_cast<int>(run.answers.size()), run.station.siteM,
+         satellites, run.clock, run.station.start, run.answers, run.output, run.offsetM});
+    for (std::size_t i = 0; i < run.answers.size(); ++i)
+        progress.say("deployment written; start the service with: Kestrune -mode vrs " +
+                     paths[i].string());
 }
 
 } // namespace
 
 int runSimulate(const Arguments& w) {
-    if (w.port + w.stations - 1 > 65535)
-        refuse("--stations", std::to_string(w.stations), "the ports end at 65535");
     Run run;
     plan(run, w);
+    const int ports = w.stations * static_cast<int>(run.answers.size());
+    if (w.port + ports - 1 > 65535)
+        refuse("--stations", std::to_string(w.stations), "the ports end at 65535");
     const auto kind = w.json                       ? Progress::Kind::none
                       : isatty(STDOUT_FILENO) != 0 ? Progress::Kind::moving
                                                    : Progress::Kind::lines;
@@ -287,7 +330,7 @@ int runSimulate(const Arguments& w) {
     std::ofstream record = opened(w.record);
     std::ofstream replies = opened(w.replies);
     std::ofstream page = opened(w.report);
-    report::Report drawing(run.station.siteM);
+    report::Report drawing(run.station.siteM, run.offsetM);
     Endpoint& first = *endpoints.front();
     first.record = w.record.empty() ? nullptr : &record;
     first.replies = w.replies.empty() ? nullptr : &replies;
@@ -298,16 +341,16 @@ int runSimulate(const Arguments& w) {
     };
     Simulator simulator(*source, endpoints, run.pace, run.faults);
     simulator.onWaiting = [&] {
-        progress.say(w.stations == 1
-                         ? text("waiting for a service on %s:%d", w.host.c_str(), w.port)
-                         : text("waiting for services on %s:%d to %d", w.host.c_str(), w.port,
-                                w.port + w.stations - 1));
+        progress.say(ports == 1 ? text("waiting for a service on %s:%d", w.host.c_str(), w.port)
+                                : text("waiting for services on %s:%d to %d", w.host.c_str(),
+                                       w.port, w.port + ports - 1));
     };
     for (const int signal : {SIGINT, SIGTERM})
         std::signal(signal, [](int) { stopAsked = 1; });
     simulator.run(stopAsked);
     progress.end();
-    const Totals totals = totalsOf(endpoints, simulator.faults, simulator.epochs(), run.known);
+    Totals totals = totalsOf(endpoints, simulator.faults, simulator.epochs(), run.known);
+    totals.answers = run.answers;
     if (page.is_open())
         page << drawing.page(totals);
     closeWritten(page, w.report);

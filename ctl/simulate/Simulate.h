@@ -30,6 +30,9 @@ struct Arguments {
     std::string record;
     std::string replies;
     std::string play;
+    std::string answer = "specified";
+    std::string output = "reply";
+    std::string offset;
     std::string report;
     std::vector<std::string> faults;
     std::vector<std::string> quirks;

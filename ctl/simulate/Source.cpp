@@ -213,6 +213,7 @@ Recording::Recording(const std::string& path, ref::GpsTime near) {
     const ref::Bytes bytes{std::istreambuf_iterator<char>(file), {}};
     EpochFrames epoch;
     ref::GpsTime time = near;
+    ref::Navigation navigation;
     std::size_t from = 0; // what is broken between good frames is sent with the next one
     for (const ref::Frame& f : ref::goodFrames(bytes)) {
         const std::size_t to = f.offset + f.bytes.size();
@@ -221,6 +222,10 @@ Recording::Recording(const std::string& path, ref::GpsTime near) {
         from = to;
         if (!siteM)
             siteM = referencePoint(f);
+        try {
+            navigation.take(f);
+        } catch (const std::exception&) { // too short: sent, without a satellite
+        }
         const std::optional<ref::Msm> head = ref::headOf(f);
         if (!head)
             continue;
@@ -232,6 +237,10 @@ Recording::Recording(const std::string& path, ref::GpsTime near) {
         epoch.time = time;
         epochs_.push_back(std::exchange(epoch, {}));
     }
+    for (const auto& [sat, k] : navigation.kepler)
+        satellites.insert(sat);
+    for (const auto& [sat, g] : navigation.glonass)
+        satellites.insert(sat);
     if (epochs_.empty())
         throw std::runtime_error(path + " holds no complete epoch of observations");
     epoch.frames.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(from), bytes.end());

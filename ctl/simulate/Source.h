@@ -93,7 +93,8 @@ public:
     std::optional<ref::GpsTime> nextTime() const override;
 
     std::size_t epochs() const { return epochs_.size(); }
-    std::optional<ref::Vec3> siteM; // of the first 1005 or 1006
+    std::optional<ref::Vec3> siteM;   // of the first 1005 or 1006
+    std::set<std::string> satellites; // that have an ephemeris
 
 private:
     std::vector<EpochFrames> epochs_;

@@ -29,6 +29,7 @@ void addSatellite(ref::SatelliteTally& sum, const ref::SatelliteTally& s) {
         to.epochs += w.epochs;
         to.rangeM = std::max(to.rangeM, w.rangeM);
         to.phaseM = std::max(to.phaseM, w.phaseM);
+        to.rateMps = std::max(to.rateMps, w.rateMps);
     }
 }
 
@@ -39,6 +40,20 @@ void addPosition(ref::PositionTally& sum, const ref::PositionTally& p) {
     sum.wrong = wrong;
 }
 
+void addWorst(std::map<char, ref::Worst>& sum, const std::map<char, ref::Worst>& worst) {
+    for (const auto& [system, w] : worst) {
+        ref::Worst& s = sum[system];
+        s.rangeM = std::max(s.rangeM, w.rangeM);
+        s.phaseM = std::max(s.phaseM, w.phaseM);
+        s.rateMps = std::max(s.rateMps, w.rateMps);
+        s.bounds = {std::max(s.bounds.rangeHalfStepM, w.bounds.rangeHalfStepM),
+                    std::max(s.bounds.phaseHalfStepM, w.bounds.phaseHalfStepM),
+                    std::max(s.bounds.rangeM, w.bounds.rangeM),
+                    std::max(s.bounds.phaseM, w.bounds.phaseM)};
+        s.cells += w.cells;
+    }
+}
+
 void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
     sum.stream.ended += v.stream.ended;
     sum.stream.unended += v.stream.unended;
@@ -46,7 +61,9 @@ void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
     sum.stream.timely += v.stream.timely;
     addCounts(sum.stream.cells, v.stream.cells);
     sum.ended += v.ended;
+    sum.taken += v.taken;
     sum.due += v.due;
+    sum.unfinished += v.unfinished;
     sum.replies += v.replies;
     sum.forwarded += v.forwarded;
     sum.missing += v.missing;
@@ -62,12 +79,7 @@ void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
     addPosition(sum.position, v.position);
     for (const auto& [sat, tally] : v.satellites)
         addSatellite(sum.satellites[sat], tally);
-    for (const auto& [system, w] : v.worst) {
-        ref::Worst& s = sum.worst[system];
-        s.rangeM = std::max(s.rangeM, w.rangeM);
-        s.phaseM = std::max(s.phaseM, w.phaseM);
-        s.cells += w.cells;
-    }
+    addWorst(sum.worst, v.worst);
     sum.delaysS.insert(sum.delaysS.end(), v.delaysS.begin(), v.delaysS.end());
     sum.faults.insert(sum.faults.end(), v.faults.begin(), v.faults.end());
 }
@@ -98,6 +110,46 @@ std::string lostSignals(const ref::Verdict& v) {
         whole += mine.empty() ? "" : mine + "; ";
     }
     return (whole.empty() ? "none; " : whole) + text("%ld observations of others", others);
+}
+
+/// What each answer kept of the stream, by system.
+std::string keptText(const Totals& t) {
+    std::string out;
+    for (const auto& [answer, kept] : t.kept)
+        for (const char system : kStreamSystems) {
+            const auto it = kept.systems.find(system);
+            if (it == kept.systems.end())
+                continue;
+            const ref::CellTally& c = it->second;
+            out += text("  %-12s %-8s %ld observations received, %ld of satellites that can be "
+                        "answered, %ld kept\n",
+                        name(answer), systemName(system), c.received, c.answerable, c.kept);
+        }
+    return out;
+}
+
+/// The largest differences from the truth; the complete answer's messages have steps of their own.
+std::string worstText(const std::map<char, ref::Worst>& worst, ref::Answer answer,
+                      const std::string& whose) {
+    std::string out;
+    for (const char system : kSimulatedSystems) {
+        const auto it = worst.find(system);
+        if (it == worst.end())
+            continue;
+        const ref::Worst& w = it->second;
+        out +=
+            text("  %-12s %d cells; at most %.2f mm of range and %.3f mm of phase from the truth",
+                 (systemName(system) + whose).c_str(), w.cells, w.rangeM * 1e3, w.phaseM * 1e3);
+        if (answer == ref::Answer::complete)
+            out += text(" (of %.2f and %.3f); %.2f mm/s of rate (of %.1f)", w.bounds.rangeM * 1e3,
+                        w.bounds.phaseM * 1e3, w.rateMps * 1e3, ref::kRateBoundMps * 1e3);
+        out += "\n";
+    }
+    return out;
+}
+
+bool answeredBy(const Totals& t, ref::Answer answer) {
+    return std::find(t.answers.begin(), t.answers.end(), answer) != t.answers.end();
 }
 
 std::uint64_t bytesReceived(const ref::Verdict& v) {
@@ -145,6 +197,10 @@ const char* systemName(char system) {
     default:
         return "?";
     }
+}
+
+const char* name(ref::Answer answer) {
+    return answer == ref::Answer::complete ? "complete" : "specified";
 }
 
 std::string codeOf(const std::string& signal) {
@@ -225,6 +281,16 @@ Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const F
         t.bytesSent += e->bytesSent;
         const ref::Verdict& v = e->judge.verdict();
         addVerdict(t.verdict, v);
+        Kept& kept = t.kept[e->judge.answer()];
+        for (const auto& [system, tally] : v.tally) {
+            ref::CellTally& sum = kept.systems[system];
+            sum.received += tally.received;
+            sum.answerable += tally.answerable;
+            sum.kept += tally.kept;
+        }
+        addCounts(kept.sent, v.stream.cells);
+        addCounts(kept.signals, v.signals);
+        addWorst(kept.worst, v.worst);
         t.silent += v.observations() == 0 ? 1 : 0;
         for (const auto& [fault, n] : e->plan.done)
             t.faults[fault] += n;
@@ -251,16 +317,17 @@ std::string summaryText(const Totals& t) {
             out +=
                 text("%s %s %d", &fate == &v.fates.begin()->first ? "" : ",", ref::name(fate), n);
         out += "\n";
-        for (const char system : kSimulatedSystems)
-            if (const auto w = v.worst.find(system); w != v.worst.end())
-                out += text("  %-12s %d cells; at most %.2f mm of range and %.3f mm of phase from "
-                            "the truth\n",
-                            systemName(system), w->second.cells, w->second.rangeM * 1e3,
-                            w->second.phaseM * 1e3);
-        out += text("  bounds       %.2f mm of range, %.3f mm of phase (half a step of the "
-                    "message, and 0.1 mm)\n",
-                    ref::rangeBoundM('G') * 1e3, ref::phaseBoundM('G') * 1e3);
-        if (v.worst.contains('J'))
+        out += keptText(t);
+        if (t.answers.size() == 1)
+            out += worstText(v.worst, t.answers.front(), "");
+        else
+            for (const auto& [answer, kept] : t.kept)
+                out += worstText(kept.worst, answer, std::string(", ") + name(answer));
+        if (answeredBy(t, ref::Answer::specified))
+            out += text("  bounds       %.2f mm of range, %.3f mm of phase (half a step of the "
+                        "message, and 0.1 mm)\n",
+                        ref::rangeBoundM('G') * 1e3, ref::phaseBoundM('G') * 1e3);
+        if (answeredBy(t, ref::Answer::specified) && v.worst.contains('J'))
             out += text("               QZSS %.1f mm more, for its specified rotation rate\n",
                         ref::kQzssMoreM * 1e3);
     } else {
@@ -332,6 +399,17 @@ std::string summaryJson(const Totals& t) {
         number(s, "cells", w.cells);
         number(s, "worstRangeMm", w.rangeM * 1e3);
         number(s, "worstPhaseMm", w.phaseM * 1e3);
+        number(s, "worstRateMmps", w.rateMps * 1e3);
+    }
+    cJSON* const kept = child(o, "kept");
+    for (const auto& [answer, k] : t.kept) {
+        cJSON* const byAnswer = child(kept, name(answer));
+        for (const auto& [system, c] : k.systems) {
+            cJSON* const s = child(byAnswer, systemName(system));
+            number(s, "received", static_cast<double>(c.received));
+            number(s, "answerable", static_cast<double>(c.answerable));
+            number(s, "kept", static_cast<double>(c.kept));
+        }
     }
     cJSON* const signals = child(o, "cells");
     for (const auto& [signal, n] : v.signals)

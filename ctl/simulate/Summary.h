@@ -37,6 +37,14 @@ private:
     bool open_ = false;
 };
 
+/// What an answer keeps of a stream.
+struct Kept {
+    std::map<char, ref::CellTally> systems;
+    std::map<std::string, long> sent;   // by signal
+    std::map<std::string, int> signals; // that came back
+    std::map<char, ref::Worst> worst;   // by system
+};
+
 /// Figures of all endpoints.
 struct Totals {
     long epochs = 0; // made
@@ -46,6 +54,8 @@ struct Totals {
     ref::Verdict verdict; // of all together
     std::map<Fault, int> faults;
     Known known;
+    std::vector<ref::Answer> answers{ref::Answer::specified}; // of the endpoints, in turn
+    std::map<ref::Answer, Kept> kept;
     int endpoints = 1;
     int silent = 0; // endpoints with replies that carried no observation
 };
@@ -57,6 +67,7 @@ inline constexpr std::string_view kSimulatedSystems = "GRECJ";
 /// Systems that a stream can have, in the order of tables.
 inline constexpr std::string_view kStreamSystems = "GRECJSI";
 const char* systemName(char system);
+const char* name(ref::Answer answer);
 /// "2W" of "G2W"
 std::string codeOf(const std::string& signal);
 

@@ -56,7 +56,7 @@ int Verdict::observations() const {
     return sum;
 }
 
-Judge::Judge(Expectation e) : predictor_(predictorFor(e)) {
+Judge::Judge(const Expectation& e) : predictor_(predictorFor(e)) {
     verdict_.position.dueM = predictor_->virtualAt;
 }
 
@@ -198,7 +198,7 @@ void Judge::reply(std::span<const std::uint8_t> bytes) {
         around -= m.bytes.size();
     verdict_.bytes[0] += around;
     blockSinceS_ = heldSinceS_;
-    answer(std::move(came), whole);
+    answer(came, whole);
 }
 
 // The plain stream: what belongs to an answer is collected to its last message.
@@ -238,7 +238,7 @@ bool Judge::answers(const Msm& first, const Expected& e) const {
     });
 }
 
-void Judge::answer(Came came, bool whole) {
+void Judge::answer(const Came& came, bool whole) {
     ++verdict_.replies;
     EpochResult result;
     result.bytes = came.bytes;

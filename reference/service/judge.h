@@ -33,7 +33,7 @@ std::string secondsText(double s);
 
 class Judge {
 public:
-    explicit Judge(Expectation e);
+    explicit Judge(const Expectation& e);
 
     std::function<void(const EpochResult&)> onEpoch; ///< optional
 
@@ -83,7 +83,7 @@ private:
     void reply(std::span<const std::uint8_t> bytes);
     void plain(std::span<const std::uint8_t> bytes);
     void breakOffBlock();
-    void answer(Came came, bool whole);
+    void answer(const Came& came, bool whole);
     void skip(std::size_t count);
     void unaskedReply(const std::optional<Msm>& first);
     bool answers(const Msm& first, const Expected& e) const;

@@ -279,7 +279,7 @@ TEST(Rinex, HasWhatTheStreamCarriedOverMidnight) {
     send(sky.ephemerisFrames(start));
     for (int i = 0; i < 6; ++i)
         send(sky.epochFrames(start + 1.0 * i, 7));
-    std::vector<ref::Expected> owed = ref::Predictor(expectation()).take(stream);
+    std::vector<ref::Expected> owed = ref::SpecifiedPredictor(expectation()).take(stream);
     ASSERT_TRUE(peer.accept());
     peer.exchange(stream, 4096, static_cast<int>(owed.size()));
     std::erase_if(owed, [](const ref::Expected& x) { return x.type != 0; });

@@ -259,7 +259,21 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
         {"--start", "2038-01-19T03:14:04", "--duration", "8"},
         {"--start", "2038-11-20T23:59:38", "--duration", "8"},
         {"--start", "2026-03-01T12:00:00", "--duration", "30", "--rate", "10", "--fault",
-         allFaults}};
+         allFaults},
+        {"--start",    "2026-02-28T23:59:38",
+         "--duration", "60",
+         "--rate",     "5",
+         "--msm",      "7",
+         "--tracking", "pilot",
+         "--systems",  "GRECJS",
+         "--answer",   "complete",
+         "--output",   "rtcm3",
+         "--offset",   "-900,2100,35",
+         "--quirk",    "bds-week,week-end,glonass-day,sbas-day",
+         "--fault",    allFaults},
+        {"--start", "2026-03-01T20:59:50", "--duration", "20", "--rate", "5", "--msm", "legacy",
+         "--answer", "complete", "--fault", allFaults},
+        {"--start", "2026-03-01T12:00:00", "--duration", "25", "--output", "rtcm3"}};
     const std::string file = testing::TempDir() + "kestrune_replies" + std::to_string(getpid());
     for (std::vector<std::string> options : cases) {
         options.insert(options.end(), {"--speed", "max", "--replies", file});
@@ -453,6 +467,34 @@ TEST(Simulator, NamesTheCauseOfWhatIsWrongEverywhere) {
         for (const char* const cause : c.causes)
             EXPECT_TRUE(contains(o.causes, cause)) << c.what << ": " << o.causes;
     }
+}
+
+// What the complete answer owes follows from what is received, so values of recordings are known.
+TEST(Simulator, JudgesValuesOfRecordingsWithTheCompleteAnswer) {
+    CAPTURE_OR_SKIP(canberra, "str24-msm4.rtcm3");
+    CAPTURE_OR_SKIP(davis, "antarctica-msm7.rtcm3");
+    Bytes ephemeridesFirst; // they are the last that was recorded
+    Bytes rest;
+    for (const ref::Frame& f : ref::goodFrames(davis)) {
+        const bool early = f.type == 1019 || f.type == 1020 || f.type == 1044 || f.type == 1045;
+        Bytes& to = early ? ephemeridesFirst : rest;
+        to.insert(to.end(), f.bytes.begin(), f.bytes.end());
+    }
+    ephemeridesFirst.insert(ephemeridesFirst.end(), rest.begin(), rest.end());
+    const std::pair<const char*, Bytes> cases[] = {
+        {"2018-07-12T23:37:11", Bytes(canberra.begin(), canberra.begin() + 300000)},
+        {"2018-01-02T19:57:47", ephemeridesFirst}};
+    const std::string file = testing::TempDir() + "kestrune_played" + std::to_string(getpid());
+    for (const auto& [start, stream] : cases) {
+        std::ofstream(file, std::ios::binary)
+            .write(reinterpret_cast<const char*>(stream.data()),
+                   static_cast<std::streamsize>(stream.size()));
+        const Outcome o = run({"--play", file, "--start", start, "--speed", "max", "--answer",
+                               "complete", "--output", "rtcm3"},
+                              unaltered, unaltered);
+        EXPECT_EQ(o.answer, "right") << start << o.printed;
+    }
+    fs::remove(file);
 }
 
 TEST(Simulator, KnowsTheFormOfARecordingAndNothingOfEmptyReplies) {

@@ -102,9 +102,11 @@ TEST(AxisByDifference, GivesTheOrbitOfTheWholeAxis) {
             const double sow = r.toe + tk;
             const OrbitState s = stateAt(r, sow);
             // Deliberate: the mean motion, too, is that of the axis at tk.
-            const ref::Kepler k = c.axisM > 0.0 ? independent(r, c.axisM + r.deltaA + r.Adot * tk,
-                                                              r.deln + 0.5 * r.ndot * tk)
-                                                : independent(r, 26.5e6, r.deln);
+            ref::Kepler k = c.axisM > 0.0 ? independent(r, c.axisM + r.deltaA + r.Adot * tk,
+                                                        r.deln + 0.5 * r.ndot * tk)
+                                          : independent(r, 26.5e6, r.deln);
+            if (ref::isGeostationary(k.id) && k.id > 5)
+                k.id = 58; // deliberate: without the tilt of geostationary satellites
             const ref::GpsTime t{2009, sow + (k.system == 'C' ? 14.0 : 0.0)};
             EXPECT_LT(norm(ref::position(k, t) - ref::Vec3{s[0], s[1], s[2]}), 1e-3)
                 << c.cprn << ' ' << tk;
