@@ -103,10 +103,16 @@ void tellEnd(const LeapSeconds& leaps, int day) {
     if (last < 0 || last - day > kLeapTableEndsSoonDays)
         return;
     const DateTime end = mjd2date(last, 0.0);
-    print(Level::warning,
-          "***WARN(Taiutc): file = %s,table ends on %04d-%02d-%02d,days left = %d,a GLONASS "
-          "ephemeris after that ends the service!\n",
-          leaps.path.c_str(), end.year, end.month, end.day, last - day);
+    if (leaps.end == LeapEnd::endsService)
+        print(Level::warning,
+              "***WARN(Taiutc): file = %s,table ends on %04d-%02d-%02d,days left = %d,a GLONASS "
+              "ephemeris after that ends the service!\n",
+              leaps.path.c_str(), end.year, end.month, end.day, last - day);
+    else
+        print(Level::warning,
+              "***WARN(Taiutc): file = %s,table ends on %04d-%02d-%02d,days left = %d,its last "
+              "value stays in force!\n",
+              leaps.path.c_str(), end.year, end.month, end.day, last - day);
 }
 
 } // namespace
@@ -129,14 +135,14 @@ bool Taiutc_m_load(LeapSeconds& leaps) {
     return true;
 }
 
-void Taiutc_m_lookDaily(LeapSeconds& leaps, GTime utc, LeapEnd end) {
+void Taiutc_m_lookDaily(LeapSeconds& leaps, GTime utc) {
     const int day = time2mjd(utc.time).mjd;
     // A clock that is set back over midnight does not bring the day a second time.
     if (day == leaps.lookedDay || day + 1 == leaps.lookedDay)
         return;
     leaps.lookedDay = day;
     if ((leaps.read || kindOf(leaps.path) == Kind::regular) && Taiutc_m_load(leaps) &&
-        end == LeapEnd::matters)
+        leaps.end != LeapEnd::doesNot)
         tellEnd(leaps, day);
 }
 
@@ -154,6 +160,8 @@ int Taiutc_m_getTaiutc(LeapSeconds& leaps, int mjd) {
     const int last = rows.back().mjd;
     if (mjd < first)
         fatal("mjd = %d,mjde = %d,epoch before table start", mjd, first);
+    if (mjd > last && leaps.end == LeapEnd::lastValueStays)
+        return rows[rows.size() > 1 ? rows.size() - 2 : 0].taiMinusUtc; // the last row only ends it
     if (mjd > last)
         fatal("mjd = %d,mjde = %d,epoch after table start", mjd, last);
     for (std::size_t i = 0; i + 1 < rows.size(); ++i)

@@ -28,6 +28,10 @@ struct LeapTable {
     std::span<const LeapEntry> rows() const { return std::span(entries).first(count); }
 };
 
+/// What comes of the end of the table, which matters where GLONASS is configured: it ends the
+/// service, or its last value stays in force.
+enum class LeapEnd { doesNot, endsService, lastValueStays };
+
 /// The file of one path, and what was said of it.
 struct LeapSeconds {
     std::string path;
@@ -36,17 +40,17 @@ struct LeapSeconds {
     LeapTable table;
     bool told = false; // that a later reading was not whole
     int lookedDay = 0; // MJD of the last daily look
+    LeapEnd end = LeapEnd::endsService;
 };
 
 /// Reads the file; false where there is no table, because it never could be opened. A reading that
 /// is not whole is told once, until the next whole one.
 bool Taiutc_m_load(LeapSeconds& leaps);
-/// Whether somebody is to be told of an end that is near: where GLONASS is configured.
-enum class LeapEnd { matters, doesNot };
 /// Reads the file once a day, for streams without GLONASS ephemerides.
-void Taiutc_m_lookDaily(LeapSeconds& leaps, GTime utc, LeapEnd end);
+void Taiutc_m_lookDaily(LeapSeconds& leaps, GTime utc);
 /// Reads the file; ends the process where there is no table.
 void Taiutc_m_rdUtcFile(LeapSeconds& leaps);
 /// TAI - UTC at an MJD, s; reads the file anew, so that an update of it is seen. 0 exactly on an
-/// entry's day; ends the process before the first and after the last entry.
+/// entry's day; ends the process before the first entry and after the last one, where that does not
+/// stay in force.
 int Taiutc_m_getTaiutc(LeapSeconds& leaps, int mjd);

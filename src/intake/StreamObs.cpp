@@ -327,8 +327,7 @@ int StreamReader(StreamIntake& in, std::size_t station, const std::uint8_t* buff
     }
     if (length <= 0)
         return 0;
-    Taiutc_m_lookDaily(in.leapSeconds, utcNow(),
-                       contains(in.session.systems, "R") ? LeapEnd::matters : LeapEnd::doesNot);
+    Taiutc_m_lookDaily(in.leapSeconds, utcNow());
     const Contradictions::Instant now = monotonicNow();
     int framelen = 0;
     for (std::span left(buffer, static_cast<std::size_t>(length)); !left.empty();) {
@@ -350,6 +349,9 @@ void StreamObs_m_initial(StreamIntake& in, const std::string& leapSecondFile) {
     in.otherPlace.reset();
     in.leapSeconds = {};
     in.leapSeconds.path = leapSecondFile;
+    in.leapSeconds.end = !contains(in.session.systems, "R") ? LeapEnd::doesNot
+                         : in.session.answering.complete    ? LeapEnd::lastValueStays
+                                                            : LeapEnd::endsService;
 }
 
 void StreamObs_m_restart(StreamIntake& in) {

@@ -242,10 +242,10 @@ TEST(LeapSecondFile, ExtendsTheBuiltInTable) {
 TEST(LeapSecondFile, IsToldToEndOnEachOfItsLastSixtyDays) {
     const check::Scratch scratch;
     LeapSeconds leaps;
-    LeapEnd end = LeapEnd::matters;
+    LeapEnd& end = leaps.end;
     leaps.path = scratch.write("leap", "+leap sec\n57754 37\n62502 37\n-leap sec\n");
     const auto look = [&](int mjd, double sod = 0.0) {
-        return check::printed([&] { Taiutc_m_lookDaily(leaps, {mjd2time(mjd, sod), 0.0}, end); });
+        return check::printed([&] { Taiutc_m_lookDaily(leaps, {mjd2time(mjd, sod), 0.0}); });
     };
     const auto line = [&](int days) {
         return text("***WARN(Taiutc): file = %s,table ends on 2030-01-01,days left = %d,a GLONASS "
@@ -260,11 +260,14 @@ TEST(LeapSecondFile, IsToldToEndOnEachOfItsLastSixtyDays) {
     EXPECT_EQ(look(62504), line(-2));
     end = LeapEnd::doesNot;
     EXPECT_EQ(look(62505), "") << "nothing reads the file for its end";
-    end = LeapEnd::matters;
+    end = LeapEnd::lastValueStays;
+    EXPECT_TRUE(contains(look(62506), ",days left = -4,its last value stays in force!\n"));
+    EXPECT_EQ(Taiutc_m_getTaiutc(leaps, 62506), 37);
+    end = LeapEnd::endsService;
     scratch.write("leap", "+leap sec\n57754 37\n62600 37\n-leap sec\n");
-    EXPECT_EQ(look(62506), "") << "the new end is read on the same day";
+    EXPECT_EQ(look(62507), "") << "the new end is read on the same day";
     scratch.write("leap", "+leap sec\n57754 37\n-2147483648 37\n-leap sec\n");
-    EXPECT_EQ(look(62507), "");
+    EXPECT_EQ(look(62508), "");
 }
 
 // First row: the example of IOGP Publication 373-7-2, 4.1.1. The others: closed formula, evaluated
