@@ -98,7 +98,7 @@ void addSystem(Lines& lines, const StatusFile& s, const ConfiguredSystem& system
     satellites += behind("; ", countsUnder(s, path + "/left_out_count"));
     satellites += "; ephemerides of " + std::to_string(s.count(path + "/ephemeris_count"));
     if (const auto oldest = s.number(path + "/oldest_ephemeris_age_s"))
-        satellites += ", the oldest " + spanText(*oldest);
+        satellites += ", the oldest of " + spanText(*oldest) + (*oldest < 0.0 ? " ahead" : " ago");
     lines.add(std::string(system.fullName), satellites);
     s.forEach(path + "/signals/*", [&](const std::vector<std::string>& names, const cJSON&) {
         const std::string signal = path + "/signals/" + names[0];

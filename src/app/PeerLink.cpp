@@ -84,14 +84,16 @@ bool PeerLink::sendReply(int fd, std::span<const std::uint8_t> reply, double epo
     return true;
 }
 
-void PeerLink::sendFrame(int fd, std::span<const std::uint8_t> frame) {
+bool PeerLink::sendFrame(int fd, std::span<const std::uint8_t> frame) {
     const ConnectionState state = socket_state(fd);
     if (!state.established)
-        return;
-    if (leavesRoom(fd, state.unsent, kMostUnsentBeforeFrame, kMostPatience))
+        return false;
+    const bool fits = leavesRoom(fd, state.unsent, kMostUnsentBeforeFrame, kMostPatience);
+    if (fits)
         send(fd, frame);
     else
         count(frames_);
+    return fits;
 }
 
 /// Whether no more than that many bytes are waiting, now (`unsent`) or within the time. Waiting

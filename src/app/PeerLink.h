@@ -28,8 +28,8 @@ public:
     /// Sends or drops the reply to an epoch (its time in s, of any scale that runs evenly); whether
     /// it was sent.
     bool sendReply(int fd, std::span<const std::uint8_t> reply, double epochS);
-    /// Sends or drops a frame of the stream.
-    void sendFrame(int fd, std::span<const std::uint8_t> frame);
+    /// Sends or drops a frame of the stream; whether it was sent.
+    bool sendFrame(int fd, std::span<const std::uint8_t> frame);
 
 private:
     using Instant = std::chrono::nanoseconds; // of the monotonic clock

@@ -67,6 +67,14 @@ void Service::prepareSession() {
     station.begin(record);
 }
 
+void Service::beginStatus() {
+    if (record.statusPath.empty())
+        return;
+    status_ = std::make_unique<ServiceStatus>(*this);
+    intake.watcher = status_.get();
+    status_->write();
+}
+
 void Service::readState() {
     ephemerisFile.open(record.statePath, record.file);
     int satellite = 0;
@@ -101,10 +109,14 @@ void Service::onMessage(std::uint32_t status, const std::uint8_t* frame, std::in
         const bool sent = !held && size > 0 &&
                           peer.sendReply(sockets.output, reply,
                                          record.currentMjd * kSecondsPerDay + record.currentSod);
+        if (status_)
+            status_->epoch(fateOf(reply, held, sent), reply);
         if (size > 0 && !sent)
             station.introduced.reset(); // it may have been in what is lost
         printEpochEnd();
     } else {
+        if (status_)
+            status_->ofStream({frame, static_cast<std::size_t>(length)});
         if (status == kEphemeris)
             ephemerisFile.keep(intake.decoder.ephsat, {frame, static_cast<std::size_t>(length)});
         print(Level::debug, "***INFO: Copy raw buff, size=%d\n", length);
@@ -119,7 +131,7 @@ void Service::onMessage(std::uint32_t status, const std::uint8_t* frame, std::in
 void Service::forward(std::span<const std::uint8_t> frame) {
     const auto type = static_cast<int>(getbitu(frame, kMessageBit, 12));
     if (!record.answering.plain || !tellsOfStation(type)) {
-        peer.sendFrame(sockets.output, frame);
+        pass(frame);
         return;
     }
     std::array<std::uint8_t, kMaxFrame> own;
@@ -129,17 +141,38 @@ void Service::forward(std::span<const std::uint8_t> frame) {
     setbitu(own, kMessageBit + 12, 12,
             static_cast<std::uint32_t>(record.requests.front().stationId));
     const std::size_t size = closeFrame(own, 8 * (frame.size() - kCheckBytes));
-    peer.sendFrame(sockets.output, std::span(own).first(size));
+    pass(std::span(own).first(size));
+}
+
+void Service::pass(std::span<const std::uint8_t> frame) {
+    const bool sent = peer.sendFrame(sockets.output, frame);
+    if (status_)
+        status_->passed(frame.size(), sent);
+}
+
+ServiceStatus::Fate Service::fateOf(std::span<const std::uint8_t> reply, bool held,
+                                    bool sent) const {
+    if (sent)
+        return ServiceStatus::Fate::answered;
+    if (!usable(record.stations.front().xyz))
+        return ServiceStatus::Fate::noCoordinates;
+    if (reply.empty())
+        return ServiceStatus::Fate::noSatellite;
+    return held ? ServiceStatus::Fate::guard : ServiceStatus::Fate::notSent;
 }
 
 void Service::serveOnce() {
     if (socket_isconnection(sockets.input) == -1) {
         StreamObs_m_restart(intake);
+        if (status_)
+            status_->lost(ServiceStatus::Loss::failed); // where nothing has told why
         if (const auto left = peer.untilNextConnect(); left.count() > 0) {
             notifyConnection("connection was lost at once, waiting 3 s to reach");
             pauseTelling(left);
         }
         notifyConnection("connecting to");
+        if (status_)
+            status_->attempt();
         const int connected = socket_connect(sockets.input, record.input.host.c_str(),
                                              static_cast<std::uint32_t>(record.input.port));
         notifyReady();
@@ -151,6 +184,8 @@ void Service::serveOnce() {
             return;
         }
         peer.made();
+        if (status_)
+            status_->connected();
         lastEpochAt_ = monotonicNow();
         station.introduced.reset();
         printEnded(Cause::noConnection);
@@ -165,6 +200,8 @@ void Service::serveOnce() {
         print(Level::warning, "***WARN: No epoch for %.0f s, connection to %s:%d is made anew!\n",
               record.watchdogS, record.input.host.c_str(), record.input.port);
         socket_disconnect(sockets.input);
+        if (status_)
+            status_->lost(ServiceStatus::Loss::watchdog);
         return;
     }
     const int length = socket_recv(sockets.input, received_);
@@ -172,7 +209,13 @@ void Service::serveOnce() {
     print(Level::debug, "recv len:%d\n", length);
     if (length == -1)
         peer.receiveFailed(error);
+    if (status_ && length > 0)
+        status_->received(static_cast<std::size_t>(length));
+    else if (status_)
+        status_->lost(length == 0 ? ServiceStatus::Loss::closed : ServiceStatus::Loss::failed);
     StreamReader(intake, 0, received_.data(), length);
+    if (status_)
+        status_->writeIfDue();
     ephemerisFile.writeIfDue();
 }
 

@@ -2,6 +2,7 @@
 
 #include "app/EphemerisFile.h"
 #include "app/PeerLink.h"
+#include "app/Status.h"
 #include "config/Configuration.h"
 #include "intake/StreamObs.h"
 #include "vrs/VrsMain.h"
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 /// Service: all that lives from epoch to epoch, each thing once. It is large: not for the stack.
@@ -32,6 +34,8 @@ struct Service {
     void prepareSession();
     /// Takes up the ephemerides that the file of the state holds, if any; before the first byte.
     void readState();
+    /// Begins to tell of itself, where the configuration asks for it.
+    void beginStatus();
     /// What its virtual stations work on.
     VrsSources sources();
     /// Answers the stored epoch of a station as VrsMain does.
@@ -57,7 +61,10 @@ private:
     bool waitForData() const;
     std::chrono::milliseconds untilWatchdog() const;
     void forward(std::span<const std::uint8_t> frame);
+    void pass(std::span<const std::uint8_t> frame);
+    ServiceStatus::Fate fateOf(std::span<const std::uint8_t> reply, bool held, bool sent) const;
 
+    std::unique_ptr<ServiceStatus> status_;  // null where none is asked for
     std::chrono::nanoseconds lastEpochAt_{}; // or the connection's; monotonic
     std::array<std::uint8_t, 10240> received_;
     std::array<std::uint8_t, kLongestReply> replyBuffer_;

@@ -60,6 +60,7 @@ void serve(int argc, char** argv) {
     onrtcm = onrtcm0;
     Initialize(argc, argv);
     service.readState();
+    service.beginStatus();
     notifyInitial();
     inputSocketID = outputSocketID = socket_new_tcp();
     if (inputSocketID < 0)

@@ -137,6 +137,8 @@ void tellRefused(RtcmState& decoder) {
 /// Answers what the run has collected, and begins the next one.
 void endRun(StreamIntake& in, std::size_t station, EpochRun::End by, int framelen) {
     const ReceivedEpoch& epoch = in.run.ended();
+    if (in.watcher)
+        in.watcher->epochEnd(by == EpochRun::End::byMark);
     if (!epoch.time.unknown()) {
         storeEpoch(in, station, epoch.time);
         if (in.savesEpochs) {
@@ -183,6 +185,8 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
     const int own = in.streamStation.id().value_or(in.run.empty() ? m.staid : in.run.stationId());
     in.contradictions.otherStation(m.staid, own, now);
     if (!in.streamStation.counts(m, own)) {
+        if (in.watcher)
+            in.watcher->ofOtherStation();
         if (in.streamStation.rival())
             changeStation(in, station, framelen, now);
         return;
@@ -193,6 +197,8 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
     if (const EpochRun::End by = in.run.endsBefore(m); by != EpochRun::End::none)
         endRun(in, station, by, framelen);
     in.run.take(m);
+    if (in.watcher)
+        in.watcher->observations({in.decoder.buff.data(), static_cast<std::size_t>(framelen)});
     if (!m.more)
         endRun(in, station, EpochRun::End::byMark, framelen);
 }
@@ -302,7 +308,11 @@ void takeMessage(StreamIntake& in, std::size_t station, int framelen, Contradict
         tellRefused(in.decoder);
         return;
     }
+    if (in.watcher && !complete && observationHead(in.decoder))
+        in.watcher->observations({in.decoder.buff.data(), static_cast<std::size_t>(framelen)});
     const int status = decode_rtcm3(in.decoder);
+    if (in.watcher && !complete && status == kEpoch)
+        in.watcher->epochEnd(/*whole=*/true);
     if (in.decoder.statedId >= 0 && !complete)
         in.contradictions.stationId(in.decoder.statedId, now);
     tellRefused(in.decoder);
@@ -331,7 +341,12 @@ int StreamReader(StreamIntake& in, std::size_t station, const std::uint8_t* buff
     const Contradictions::Instant now = monotonicNow();
     int framelen = 0;
     for (std::span left(buffer, static_cast<std::size_t>(length)); !left.empty();) {
+        framelen = 0; // until a frame ends
         const Framed frame = takeFrame(in.decoder, left, framelen);
+        if (in.watcher && frame.whole)
+            in.watcher->frame({in.decoder.buff.data(), static_cast<std::size_t>(framelen)});
+        else if (in.watcher && framelen > 0)
+            in.watcher->wrongCheckWord();
         if (frame.whole)
             takeMessage(in, station, framelen, now);
         left = left.subspan(frame.bytes);

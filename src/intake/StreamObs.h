@@ -4,6 +4,7 @@
 #include "gnss/Taiutc.h"
 #include "intake/Contradictions.h"
 #include "intake/EpochRun.h"
+#include "intake/StreamWatcher.h"
 #include "orbit/Rnxeph.h"
 #include "rtcm/rtcm.h"
 
@@ -35,6 +36,7 @@ struct StreamIntake {
     const Session& session;
     CurrentEpoch& epoch;
     ReplyCallback onrtcm; // may be empty
+    StreamWatcher* watcher = nullptr;
     EphemerisStore ephemerides;
     RtcmState decoder;
     bool decoderReady = false;

@@ -51,7 +51,7 @@ TEST(Status, TellsPeopleHowAServiceIs) {
         "    out           120000 bytes, 59 answers (5 dropped), 20 frames passed on (8 dropped)\n"
         "    delay         50 % within 0.0002 s, 99 % within 0.001 s\n"
         "    GPS           11 seen, 9 answered; low 1, no ephemeris 1; ephemerides of 30, the "
-        "oldest 90 min\n"
+        "oldest of 90 min ago\n"
         "                  1C 660 received, 540 answered; satellite not answered 120\n"
         "                  2W 650 received, 535 answered; satellite not answered 115\n"
         "    GLONASS       8 seen, 7 answered; ephemerides of 9\n"

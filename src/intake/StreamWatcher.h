@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+/// StreamWatcher: who counts what intake takes in. A service without a status has none.
+class StreamWatcher {
+public:
+    /// A whole frame whose check word is right, of any station.
+    virtual void frame(std::span<const std::uint8_t> frame) = 0;
+    virtual void wrongCheckWord() = 0;
+    /// An observation message of the stream's station; those of others are only counted.
+    virtual void observations(std::span<const std::uint8_t> frame) = 0;
+    virtual void ofOtherStation() = 0;
+    /// An epoch has ended, by its own end or without it.
+    virtual void epochEnd(bool whole) = 0;
+
+protected:
+    ~StreamWatcher() = default;
+};
