@@ -213,6 +213,9 @@ std::vector<std::string> remarksOf(const Totals& t, long swallowed, long refused
     if (v.stream.unended > 0 && !complete(t))
         out.push_back(counted(v.stream.unended, "epoch") +
                       " of the stream without an end: no reply is due");
+    if (v.others > 0)
+        out.push_back(counted(v.others, "epoch") +
+                      " of another station in the stream: no answer is due");
     if (v.unfinished > 0)
         out.push_back(counted(v.unfinished, "epoch") +
                       " without an end: what came is answered when the next epoch begins");
@@ -265,7 +268,7 @@ int exitStatus(Answer answer) {
 Judgement judgementOf(const Totals& t) {
     const ref::Verdict& v = t.verdict;
     Judgement j;
-    const long refused = std::max(0L, v.ended - v.taken);
+    const long refused = std::max(0L, v.ended - v.taken - v.others);
     const long unanswered = refusedOnPurpose(t) ? 0 : refused;
     j.wrong = v.wrong + unanswered;
     j.remarks = remarksOf(t, std::max(0L, v.stream.ended - v.ended), refused);

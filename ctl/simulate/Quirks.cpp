@@ -35,7 +35,10 @@ Quirks::Quirks(const std::vector<std::string>& names) {
 }
 
 std::uint32_t Quirks::epochField(char system, ref::GpsTime t) const {
-    const std::uint32_t field = ref::epochField(system, t);
+    const std::uint32_t field = system == 'C' && has(Quirk::bdsGpsTime) ? ref::epochField('G', t)
+                                : system == 'R' && has(Quirk::leapSecond)
+                                    ? ref::epochField('R', t + 1)
+                                    : ref::epochField(system, t);
     if (system == 'R') {
         // Up to three hours after Moscow's midnight: the day before, not yet over.
         const std::uint32_t tod = field & 0x7FFFFFF;

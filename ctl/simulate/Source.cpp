@@ -27,6 +27,8 @@ constexpr std::size_t kSpoiltAtOnce = 4;
 // Around the 7200 s at which an ephemeris is too old, so that some pass it while in use.
 constexpr std::array<double, 4> kOldS{7150, 7190, 7195, 9000};
 constexpr long kMisbehaviour = 25; // epochs
+// East, north, up of the station.
+constexpr ref::Vec3 kOtherStationM{8000, 6000, 100};
 
 struct EphemerisWriter {
     ref::Bytes operator()(const ref::Kepler& k) const { return ref::writeKepler(k); }
@@ -49,11 +51,15 @@ std::optional<ref::Vec3> referencePoint(const ref::Frame& f) {
 } // namespace
 
 SimulatedStation::SimulatedStation(const StationOptions& options)
-    : options_(options), sky_(options.siteM) {
-    sky_.systems = options.systems;
-    sky_.signals = ref::tracking(options.tracking);
-    sky_.seed = options.seed;
-    sky_.noise = options.noise;
+    : options_(options), sky_(options.siteM),
+      other_(ref::virtualPoint(options.siteM, kOtherStationM)) {
+    for (ref::Sky* const sky : {&sky_, &other_}) {
+        sky->systems = options.systems;
+        sky->signals = ref::tracking(options.tracking);
+        sky->seed = options.seed;
+        sky->noise = options.noise;
+    }
+    other_.station = sky_.station + 1;
     std::string withEphemerides = options.systems;
     std::erase(withEphemerides, 'S');
     satellites_ = ref::Constellation::satellites(withEphemerides);
@@ -150,34 +156,51 @@ void SimulatedStation::addEphemerides(std::vector<ref::Bytes>& out, ref::GpsTime
         send(inView_[turn_++ % inView_.size()]);
 }
 
-std::vector<ref::Bytes> SimulatedStation::observations(ref::GpsTime t) {
+std::vector<ref::Bytes> SimulatedStation::messagesOf(ref::Sky& sky, ref::GpsTime t,
+                                                     std::vector<std::string>& seen) const {
     std::vector<ref::Bytes> out;
-    std::vector<std::string> seen;
     const auto see = [&](const std::vector<ref::Cell>& cells) {
         for (const ref::Cell& c : cells)
             if (c.system != 'S' && (seen.empty() || seen.back() != c.sat))
                 seen.push_back(c.sat);
     };
     if (options_.msm != 0) {
-        for (ref::Msm& m : sky_.epoch(t, options_.msm)) {
+        for (ref::Msm& m : sky.epoch(t, options_.msm)) {
             m.epochField = options_.quirks.epochField(m.system, t);
             see(m.cells);
             out.push_back(ref::frame(ref::writeMsm(m)));
         }
-    } else {
-        const std::vector<ref::Cell> cells = sky_.observe(t, false);
-        see(cells);
-        const auto messageOf = [&](char system, bool more) {
-            const std::uint32_t epoch = options_.quirks.epochField(system, t);
-            return ref::writeLegacy(system, sky_.station, epoch, more, cells);
-        };
-        const ref::Bytes glonass = messageOf('R', false);
-        const ref::Bytes gps = messageOf('G', !glonass.empty());
-        for (const ref::Bytes& message : {gps, glonass})
-            if (!message.empty())
-                out.push_back(ref::frame(message));
+        return out;
     }
+    const std::vector<ref::Cell> cells = sky.observe(t, false);
+    see(cells);
+    const auto messageOf = [&](char system, bool more) {
+        const std::uint32_t epoch = options_.quirks.epochField(system, t);
+        return ref::writeLegacy(system, sky.station, epoch, more, cells);
+    };
+    const ref::Bytes glonass = messageOf('R', false);
+    const ref::Bytes gps = messageOf('G', !glonass.empty());
+    for (const ref::Bytes& message : {gps, glonass})
+        if (!message.empty())
+            out.push_back(ref::frame(message));
+    return out;
+}
+
+std::vector<ref::Bytes> SimulatedStation::observations(ref::GpsTime t) {
+    std::vector<std::string> seen;
+    std::vector<ref::Bytes> own = messagesOf(sky_, t, seen);
     inView_ = std::move(seen);
+    if (!options_.quirks.has(Quirk::twoStations) || own.empty())
+        return own;
+    std::vector<std::string> unused;
+    std::vector<ref::Bytes> out;
+    auto next = own.begin();
+    for (ref::Bytes& message : messagesOf(other_, t, unused)) {
+        if (next + 1 < own.end())
+            out.push_back(std::move(*next++));
+        out.push_back(std::move(message));
+    }
+    std::move(next, own.end(), std::back_inserter(out));
     return out;
 }
 

@@ -68,12 +68,15 @@ private:
     void addStationMessages(std::vector<ref::Bytes>& out, ref::GpsTime t) const;
     void addEphemerides(std::vector<ref::Bytes>& out, ref::GpsTime t);
     std::vector<ref::Bytes> observations(ref::GpsTime t);
+    std::vector<ref::Bytes> messagesOf(ref::Sky& sky, ref::GpsTime t,
+                                       std::vector<std::string>& seen) const;
 
     StationOptions options_;
     ref::Sky sky_;
-    std::vector<std::string> satellites_;                // with ephemerides
-    std::vector<std::string> inView_;                    // of the last epoch
-    std::map<std::string, int> sentSet_;                 // number of the set last sent
+    ref::Sky other_;                      // of the station whose messages come between
+    std::vector<std::string> satellites_; // with ephemerides
+    std::vector<std::string> inView_;     // of the last epoch
+    std::map<std::string, int> sentSet_;  // number of the set last sent
     std::vector<std::pair<std::string, double>> spoilt_; // satellites that get an old set, its age
     std::size_t turn_ = 0;                               // in the rotation of ephemerides
     long epoch_ = 0;

@@ -62,6 +62,7 @@ void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
     addCounts(sum.stream.cells, v.stream.cells);
     sum.ended += v.ended;
     sum.taken += v.taken;
+    sum.others += v.others;
     sum.due += v.due;
     sum.unfinished += v.unfinished;
     sum.replies += v.replies;

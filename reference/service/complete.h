@@ -10,6 +10,7 @@ namespace ref {
 class CompletePredictor : public Predictor {
 public:
     explicit CompletePredictor(Expectation e);
+    long others() const override { return runs_.refusedEnds(); }
 
 private:
     void message(const Frame& f, std::vector<Expected>& out) override;

@@ -89,6 +89,7 @@ void Judge::sent(std::span<const std::uint8_t> piece) {
     }
     census_.take(piece);
     verdict_.ended = predictor_->ended();
+    verdict_.others = predictor_->others();
 }
 
 std::size_t Judge::owed() const {

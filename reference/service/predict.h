@@ -113,6 +113,8 @@ public:
     void restart();
     /// Epochs with an end mark in the frames that the service accepts, answered or not.
     long ended() const { return ended_; }
+    /// Of them, those of another station, which are not answered.
+    virtual long others() const { return 0; }
 
     const Expectation expectation;
     const Vec3 virtualAt;

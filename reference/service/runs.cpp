@@ -136,8 +136,10 @@ void Runs::countOther(const Msm& head, std::optional<Ms> t, std::vector<Run>& ou
     other_.fields[head.type] = head.epochField;
     if (dated && !other_.time)
         other_.time = t;
-    if (!head.more)
+    if (!head.more) {
+        ++refusedEnds_;
         startAfresh();
+    }
     if (other_.epochs < kInARow)
         return;
     if (open_)

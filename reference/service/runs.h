@@ -26,6 +26,8 @@ public:
     bool refuses(int station) const;
     /// Forgets what is not complete.
     void newConnection();
+    /// Multiple-message bits of other stations that ended an epoch of theirs.
+    long refusedEnds() const { return refusedEnds_; }
     /// Another station has taken over since the last call.
     bool stationChanged() { return std::exchange(changed_, false); }
 
@@ -61,6 +63,7 @@ private:
     GpsTime near_;
     std::optional<int> pinned_;
     bool changed_ = false;
+    long refusedEnds_ = 0;
     std::optional<Open> open_;
     Other other_;
     int uninterruptedId_ = -1, uninterrupted_ = 0; // runs in a row that ended without their bit

@@ -86,6 +86,7 @@ struct Verdict {
     StreamCounts stream;                ///< what was sent
     long ended = 0;                     ///< epochs that end in the frames a service accepts
     long taken = 0;                     ///< of them, those that it takes for an epoch
+    long others = 0;                    ///< of them, those of another station
     long due = 0;                       ///< answers asked for
     long unfinished = 0;                ///< of them, for epochs without their end mark
     int replies = 0, forwarded = 0;     ///< that came

@@ -27,6 +27,9 @@ constexpr Shell kShells[] = {
     {'C',  6,  3, 3, 0, 0.005, 54.5, 190, 118}, {'C', 9, 2, 2, 0, 0.003, 54.8, 170, 95},
     {'C', 11,  4, 3, 27906e3, 0.002, 55.3, 10, 0}, {'C', 16, 1, 1, 0, 0.004, 55.0, 180, 112},
     {'C', 19, 18, 3, 27906e3, 0.0008, 55.0,  30, 0}, {'C', 38, 3, 3, 0, 0.002, 55.2, 175, 110},
+    {'C', 59,  1, 1, 0, 0.0003, 5, 0, 140},   {'C', 60, 1, 1, 0, 0.0002, 5, 0, 80},
+    {'C', 61,  1, 1, 0, 0.0004, 5, 0, 110.5}, {'C', 62, 1, 1, 0, 0.0005, 5, 0, 144.5},
+    {'C', 63,  1, 1, 0, 0.0003, 5, 0, 58.75},
     {'J',  1,  2, 2, 0, 0.075, 41.0, 270, 135}, {'J', 4, 1, 1, 0, 0.075, 40.5, 270, 139},
     {'J',  7,  1, 1, 0, 0.0002, 0.1, 30, 127}};
 
@@ -92,7 +95,7 @@ Kepler elements(const Shell& s, int id, double toeTotal) {
     k.id = id;
     const bool bdt = s.system == 'C';
     const bool stays = s.axisM == 0;
-    const bool geo = bdt && id <= 5;
+    const bool geo = bdt && isGeostationary(id);
     const double rate = bdt ? 7.292115e-5 : kEarthRate;
     const double gm = s.system == 'G' || s.system == 'J' ? 3.986005e14 : 3.986004418e14;
     const double step = std::ldexp(3.1415926535898, -43); // of deltaN and nodeDot
@@ -105,7 +108,11 @@ Kepler elements(const Shell& s, int id, double toeTotal) {
         rounded(std::sqrt(stays ? std::cbrt(gm / (rate * rate)) : s.axisM), std::ldexp(1.0, -19));
     const double motion = std::sqrt(gm) / std::pow(k.sqrtA, 3);
     k.nodeDot = rounded(geo ? 1e-11 : -8e-9, step);
-    k.deltaN = rounded(stays ? rate - k.nodeDot - motion : 1e-9 * spread(s.system, id, 1), step);
+    k.deltaN = rounded(stays ? rate - k.nodeDot - motion
+                       // a motion of its own would in years bunch those of a plane
+                       : s.system == 'R' ? 0
+                                         : 1e-9 * spread(s.system, id, 1),
+                       step);
     if (geo) {
         // Equatorial once the tilt is undone, so only the sum of the angles counts. The node is
         // that of the axes at toe; the perigee stands still among the stars.

@@ -10,7 +10,8 @@
 
 namespace ref {
 
-/// 31 GPS, 24 GLONASS, 24 Galileo, 36 BeiDou (geostationary C01 to C05, inclined, medium),
+/// 31 GPS, 24 GLONASS (three planes of eight evenly spaced), 24 Galileo, 41 BeiDou (geostationary
+/// C01 to C05 and C59 to C63, inclined, medium),
 /// 4 QZSS (J07 geostationary) and, without ephemerides, 3 SBAS satellites.
 class Constellation {
 public:

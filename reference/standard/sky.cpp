@@ -53,6 +53,15 @@ double ionosphereM(double elevationDeg) {
     return 3.5 / std::sqrt(1 - c * c);
 }
 
+// What the receiver says of itself in each message: the same all the time, none of it zero.
+void setHead(Msm& m, std::uint64_t seed) {
+    m.iods = static_cast<int>(1 + seed % 7);
+    m.steering = 1;
+    m.externalClock = 2;
+    m.smoothed = 1;
+    m.smoothing = static_cast<int>(1 + seed % 6);
+}
+
 } // namespace
 
 const Tracking& tracking(const std::string& name) {
@@ -186,6 +195,7 @@ std::vector<Msm> Sky::epoch(GpsTime t, int msm) {
                 continue;
             if (room == 0) {
                 messages.push_back({0, station, system, msm, epochField(system, t), true});
+                setHead(messages.back(), seed);
                 room = 64 / perSat * perSat;
             }
             messages.back().cells.push_back(c);

@@ -273,7 +273,9 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
          "--fault",    allFaults},
         {"--start", "2026-03-01T20:59:50", "--duration", "20", "--rate", "5", "--msm", "legacy",
          "--answer", "complete", "--fault", allFaults},
-        {"--start", "2026-03-01T12:00:00", "--duration", "25", "--output", "rtcm3"}};
+        {"--start", "2026-03-01T12:00:00", "--duration", "25", "--output", "rtcm3"},
+        {"--start", "2026-02-28T23:59:38", "--duration", "40", "--msm", "5", "--tracking",
+         "combined", "--answer", "complete", "--quirk", "bds-gps-time,leap-second,two-stations"}};
     const std::string file = testing::TempDir() + "kestrune_replies" + std::to_string(getpid());
     for (std::vector<std::string> options : cases) {
         options.insert(options.end(), {"--speed", "max", "--replies", file});
