@@ -251,12 +251,9 @@ std::string signalSection(const ReportData& d, const ref::Verdict& v) {
 }
 
 std::string keptSection(const simulate::Totals& t) {
-    const std::string kept = keptTable(t);
-    return kept.empty() ? ""
-                        : "<section class=\"wide\">\n<h2>What each answer keeps</h2>\n<p "
-                          "class=\"note\">Observations of one stream by signal, and those that "
-                          "came back in each answer.</p>\n" +
-                              kept + "</section>\n";
+    return "<section class=\"wide\">\n<h2>What each answer keeps</h2>\n<p class=\"note\">"
+           "Observations of one stream by signal, and those that came back in each answer.</p>\n" +
+           keptTable(t) + "</section>\n";
 }
 
 std::string typeSection(const ref::Verdict& v) {
@@ -374,7 +371,7 @@ std::string Report::page(const simulate::Totals& t) const {
     if (!t.verdict.delaysS.empty() && !data_.delays.empty())
         out += delaySection(data_, t);
     if (!t.verdict.stream.cells.empty())
-        out += signalSection(data_, t.verdict) + keptSection(t);
+        out += t.kept.size() > 1 ? keptSection(t) : signalSection(data_, t.verdict);
     if (!t.verdict.bytes.empty())
         out += typeSection(t.verdict);
     return out + "</div>\n</main>\n</body>\n</html>\n";

@@ -12,7 +12,7 @@ namespace ctl::report {
 std::string placesTable(const ReportData& d, const simulate::Totals& t);
 /// Observations of the stream by signal, and what became of them.
 std::string signalsTable(const ReportData& d, const ref::Verdict& v);
-/// Of a run with both answers: the signals that each kept. Empty for other runs.
+/// Of a run with both answers: the signals that each kept.
 std::string keptTable(const simulate::Totals& t);
 
 /// With the changes of range.
