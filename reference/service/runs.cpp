@@ -44,12 +44,12 @@ void Runs::newConnection() {
 }
 
 // A number comes again for another part of the same epoch: other pairs at the same time.
-bool Runs::endsBefore(const Msm& head, std::optional<Ms> t, const Held& held) const {
+bool Runs::endsBefore(const Msm& head, std::optional<Ms> t, const OpenRun::Held& held) const {
     if (datesEpochs(head.system) && t && open_->time && *t - usual(head.system) != *open_->time)
         return true;
     const auto [from, to] = open_->numbers.equal_range(head.type);
     return open_->numbers.size() >= kMostMessages || std::any_of(from, to, [&](const auto& n) {
-               const Held& before = n.second;
+               const OpenRun::Held& before = n.second;
                return before.field != held.field || !before.pairs || !held.pairs ||
                       std::any_of(held.pairs->begin(), held.pairs->end(),
                                   [&](const auto& p) { return before.pairs->contains(p); });
@@ -72,7 +72,7 @@ std::vector<Run> Runs::take(const Frame& f) {
         uninterrupted_ = 0;
     uninterruptedId_ = head->station;
     std::optional<ReceivedMessage> m = time ? received(f, *time) : std::nullopt;
-    Held held{head->epochField, std::nullopt};
+    OpenRun::Held held{head->epochField, std::nullopt};
     if (m) {
         held.pairs.emplace();
         for (const RawMsm::Cell& c : m->raw.cells)
@@ -81,7 +81,7 @@ std::vector<Run> Runs::take(const Frame& f) {
     if (open_ && endsBefore(*head, t, held))
         end(/*finished=*/false, out);
     if (!open_)
-        open_.emplace().station = head->station;
+        open_ = OpenRun{head->station, {}, {}, {}, {}};
     open_->numbers.emplace(head->type, std::move(held));
     if (t) {
         open_->timeOf.emplace(head->system, *t);
@@ -102,7 +102,7 @@ std::vector<Run> Runs::take(const Frame& f) {
 }
 
 void Runs::end(bool finished, std::vector<Run>& out) {
-    Open o = std::move(*open_);
+    OpenRun o = std::move(*open_);
     open_.reset();
     uninterrupted_ = finished ? 0 : uninterrupted_ + 1;
     if (finished || uninterrupted_ >= kInARow)

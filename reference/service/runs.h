@@ -15,6 +15,27 @@ struct Run {
     bool finished = false; ///< by its multiple-message bit
 };
 
+/// A run that goes on.
+struct OpenRun {
+    using SignalPairs = std::set<std::pair<int, int>>; // satellite id, signal id
+    struct Held {
+        std::uint32_t field;
+        std::optional<SignalPairs> pairs; // nothing: of a message that cannot be read
+    };
+    int station;
+    std::multimap<int, Held> numbers;
+    std::optional<std::int64_t> time;    // ms, of its first message that has one
+    std::map<char, std::int64_t> timeOf; // by system
+    std::vector<ReceivedMessage> messages;
+};
+
+/// Epochs of a station that is not the stream's, by heads alone.
+struct OtherStation {
+    int station = -1, epochs = 0;
+    std::map<int, std::uint32_t> fields;
+    std::optional<std::int64_t> time;
+};
+
 class Runs {
 public:
     /// The first epoch is within half a week of the time; GLONASS within half a day.
@@ -33,28 +54,9 @@ public:
 
 private:
     using Ms = std::int64_t;
-    using SignalPairs = std::set<std::pair<int, int>>; // satellite id, signal id
-    struct Held {
-        std::uint32_t field = 0;
-        std::optional<SignalPairs> pairs; // nothing: of a message that cannot be read
-    };
-    struct Open {
-        int station = 0;
-        std::multimap<int, Held> numbers;
-        std::optional<Ms> time;    // of its first message that has one
-        std::map<char, Ms> timeOf; // by system
-        std::vector<ReceivedMessage> messages;
-    };
-    /// Epochs of a station that is not the stream's, by heads alone.
-    struct Other {
-        int station = -1, epochs = 0;
-        std::map<int, std::uint32_t> fields;
-        std::optional<Ms> time;
-    };
-
     std::optional<int> station() const;
     void countOther(const Msm& head, std::optional<Ms> t, std::vector<Run>& out);
-    bool endsBefore(const Msm& head, std::optional<Ms> t, const Held& held) const;
+    bool endsBefore(const Msm& head, std::optional<Ms> t, const OpenRun::Held& held) const;
     void end(bool finished, std::vector<Run>& out);
     void learn(const Msm& head, std::optional<Ms> t);
     void learnAtEnd();
@@ -64,8 +66,8 @@ private:
     std::optional<int> pinned_;
     bool changed_ = false;
     long refusedEnds_ = 0;
-    std::optional<Open> open_;
-    Other other_;
+    std::optional<OpenRun> open_;
+    OtherStation other_;
     int uninterruptedId_ = -1, uninterrupted_ = 0; // runs in a row that ended without their bit
     // from one multiple-message bit to the next
     std::map<int, std::uint32_t> groupFields_; // by number
