@@ -224,11 +224,10 @@ int countMoved(const ReceivedEpoch& epoch, const RangeChanges& changes) {
     return count;
 }
 
-void moveEpoch(const ReceivedEpoch& epoch, const RangeChanges& changes,
-               const std::function<void(MsmMessage&)>& take) {
+void moveEpoch(const ReceivedEpoch& epoch, const RangeChanges& changes, MovedTaker taker) {
     MsmMessage out;
     forEachMsm(epoch, [&](const MsmMessage& m) {
         if (moved(m, changes, out))
-            take(out);
+            taker.take(taker.self, out);
     });
 }

@@ -26,27 +26,31 @@ int allocations = 0;
 }
 
 TEST(Road, AllocatesNothingFromBytesToReply) {
-    const ref::GpsTime now = kNow;
-    const FixedClock clock(now);
-    Configured c; // without a socket: replies are built and dropped
-    c.service.intake.onrtcm = [&](std::uint32_t status, const std::uint8_t* frame,
-                                  std::int32_t length) {
-        c.service.onMessage(status, frame, length);
-    };
-    ref::Sky sky(kSite);
-    ref::Bytes stream;
-    for (const ref::Bytes& f : sky.ephemerisFrames(now))
-        stream.insert(stream.end(), f.begin(), f.end());
-    for (int epoch = 0; epoch < 4; ++epoch)
-        for (const ref::Bytes& f : sky.epochFrames(now + 1.0 * epoch, 4 + epoch))
+    for (const bool complete : {false, true}) {
+        const ref::GpsTime now = kNow;
+        const FixedClock clock(now);
+        Configured c; // without a socket: replies are built and dropped
+        c.record.answering = {complete, complete, {}};
+        c.service.prepareSession();
+        c.service.intake.onrtcm = [&](std::uint32_t status, const std::uint8_t* frame,
+                                      std::int32_t length) {
+            c.service.onMessage(status, frame, length);
+        };
+        ref::Sky sky(kSite);
+        ref::Bytes stream;
+        for (const ref::Bytes& f : sky.ephemerisFrames(now))
             stream.insert(stream.end(), f.begin(), f.end());
-    testing::internal::CaptureStdout();
-    c.read(stream);
-    allocations = 0;
-    counting = true;
-    c.read(stream);
-    counting = false;
-    const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(contains(printed, "***INFO: Get a return buff"));
-    EXPECT_EQ(allocations, 0);
+        for (int epoch = 0; epoch < 4; ++epoch)
+            for (const ref::Bytes& f : sky.epochFrames(now + 1.0 * epoch, 4 + epoch))
+                stream.insert(stream.end(), f.begin(), f.end());
+        testing::internal::CaptureStdout();
+        c.read(stream);
+        allocations = 0;
+        counting = true;
+        c.read(stream);
+        counting = false;
+        const std::string printed = testing::internal::GetCapturedStdout();
+        EXPECT_TRUE(contains(printed, "***INFO: Get a return buff"));
+        EXPECT_EQ(allocations, 0) << complete;
+    }
 }
