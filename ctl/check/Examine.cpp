@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -191,7 +192,8 @@ void examineCarriers(std::size_t system, Reading& reading) {
             if (!hasSatellites(reading.deployment, letter))
                 tell(reading, Severity::warning, kFreqUsed,
                      text("%s has no carrier %s", name.c_str(), slot.c_str()), "remove it");
-        } else if (slot.size() < 2 || signalsOf(system, slot).empty()) {
+        } else if (!reading.deployment.answering.complete &&
+                   (slot.size() < 2 || signalsOf(system, slot).empty())) {
             tell(reading, Severity::warning, kFreqUsed,
                  text("no reply carries a signal of %s on %s", name.c_str(), slot.c_str()),
                  text("of %s it carries %s (the digit is the carrier): choose other carriers",
@@ -216,7 +218,7 @@ void examineAnswer(Reading& reading) {
                              {},
                              "no satellite is configured: no epoch is answered with an observation",
                              "list satellites in front of the line -Satellite used"});
-    else if (!any)
+    else if (!any && !reading.deployment.answering.complete)
         tell(reading, Severity::fatal, kFreqUsed,
              "no reply can carry a signal of the configured satellites: no epoch is answered",
              "configure satellites and carriers of the same system, such as GPS:L1_L2");
@@ -269,6 +271,41 @@ void examineChannels(Reading& reading) {
                              "the stream tells it; until then there is no phase"});
 }
 
+/// Why nothing can be written in a folder; empty where it can.
+std::string whyNotWritable(const std::string& folder) {
+    struct stat status {};
+    if (stat(folder.c_str(), &status) != 0)
+        return reasonWith(folder, std::strerror(errno));
+    if (!S_ISDIR(status.st_mode))
+        return "is no directory";
+    return access(folder.c_str(), W_OK | X_OK) == 0 ? "" : std::strerror(errno);
+}
+
+/// Folders that the service writes in and can do without.
+void examineKept(const std::string& unit, Reading& reading) {
+    const auto examine = [&](const char* key, const std::string& folder) {
+        if (refused(reading, key))
+            return;
+        const std::string own = unit.empty() ? "" : stateFolder(unit);
+        const std::string why = unit.empty()          ? whyNotWritable(folder)
+                                : isOrIn(folder, own) ? ""
+                                                      : "the unit may not";
+        if (!why.empty())
+            tell(reading, Severity::warning, key,
+                 text("nothing can be written in %s: %s", folder.c_str(), why.c_str()),
+                 unit.empty() ? "the service goes on without it: create the folder, and let it "
+                                "write there"
+                              : text("write a path in %s, which it makes", own.c_str()));
+    };
+    const Deployment& d = reading.deployment;
+    if (!d.statePath.empty())
+        examine("path/state", d.statePath);
+    if (!d.statusPath.empty()) {
+        const std::string folder = std::filesystem::path(d.statusPath).parent_path();
+        examine("common/status", folder.empty() ? "." : folder);
+    }
+}
+
 void examineSaving(const std::string& unit, Reading& reading) {
     constexpr const char* key = "path/output";
     if (reading.deployment.rawSave && reading.deployment.vrsSave)
@@ -288,24 +325,18 @@ void examineSaving(const std::string& unit, Reading& reading) {
                  text("write %s, which it makes", own.c_str()));
         return;
     }
-    struct stat status {};
-    const char* const folder = reading.deployment.outputPath.c_str();
-    std::string why;
-    if (stat(folder, &status) != 0)
-        why = reasonWith(reading.deployment.outputPath, std::strerror(errno));
-    else if (!S_ISDIR(status.st_mode))
-        why = "is no directory";
-    else if (access(folder, W_OK | X_OK) != 0)
-        why = std::strerror(errno);
-    if (!why.empty())
+    if (const std::string why = whyNotWritable(reading.deployment.outputPath); !why.empty())
         tell(reading, Severity::fatal, key,
-             text("nothing can be saved in %s: %s", folder, why.c_str()),
+             text("nothing can be saved in %s: %s", reading.deployment.outputPath.c_str(),
+                  why.c_str()),
              "the service ends at the first epoch: create the folder, and let it write there");
 }
 
 /// Geostationary satellites of these numbers are turned like the others, which they are not.
 void examineLateGeostationary(Reading& reading) {
     constexpr std::array names{"C59", "C60", "C61", "C62", "C63"};
+    if (reading.deployment.answering.complete)
+        return; // turned as they are
     std::string found;
     for (const char* const name : names)
         if (pointer_string(reading.deployment.satelliteNames, name) >= 0)
@@ -376,6 +407,7 @@ void examineSession(const std::string& unit, Reading& reading) {
     examineChannels(reading);
     examineLateGeostationary(reading);
     examineSaving(unit, reading);
+    examineKept(unit, reading);
     examineLeapSeconds(reading);
     if (geteuid() == 0)
         examineAccess(unit.empty() ? Severity::warning : Severity::fatal, reading);
@@ -389,8 +421,13 @@ std::vector<std::string> outlineOfSession(const Deployment& d) {
         lines.push_back(text("station %s lands at %s", d.stations[0].name.c_str(),
                              longText(placeOf(d.stations[0].xyz)).c_str()));
     lines.push_back(text("%zu satellites:%s", d.satellites.size(), satelliteCounts(d).c_str()));
-    for (std::string& line : signalLines(d))
-        lines.push_back(std::move(line));
+    if (d.answering.complete)
+        lines.push_back("answers each observation message with all its signals");
+    else
+        for (std::string& line : signalLines(d))
+            lines.push_back(std::move(line));
+    if (d.answering.plain)
+        lines.push_back("sends a plain RTCM 3 stream");
     if (const std::string leap = outlineOfLeapSeconds(d); !leap.empty())
         lines.push_back(leap);
     if (d.rawSave != d.vrsSave)

@@ -53,6 +53,13 @@ bool carrierConfigured(const Session& session, const SignalKey& key) {
     });
 }
 
+/// Whether replies of the deployment carry a signal; a complete one has those of every system that
+/// can be answered.
+bool carried(const TrialResult& result, const SignalKey& key) {
+    return result.deployment->answering.complete ? contains("GRECJ", {&key.first, 1})
+                                                 : repliesCarry(key.first, key.second);
+}
+
 /// A signal of the same band that the service keeps in its place.
 std::string rivalOf(const SignalKey& key, const TrialResult& result) {
     for (const auto& [other, count] : result.signals)
@@ -105,11 +112,14 @@ std::string whyLost(const SignalKey& key, const TrialResult& result) {
     const SignalCount& count = result.signals.at(key);
     if (count.replied >= count.received)
         return {};
-    const auto& [system, code] = key;
-    if (!repliesCarry(system, code))
+    if (!carried(result, key))
         return "no reply carries it";
-    if (!configured(*result.deployment, system))
+    if (!configured(*result.deployment, key.first))
         return "no satellite of the system is configured";
+    if (result.deployment->answering.complete)
+        return count.replied > 0
+                   ? "some satellites have no ephemeris, stand low, or are not configured"
+                   : "its satellites have no ephemeris, stand low, or are not configured";
     if (!carrierConfigured(*result.deployment, key))
         return "its carrier is not in common/freqused";
     const std::string rival = rivalOf(key, result);
@@ -213,9 +223,9 @@ std::string verdictOn(const TrialResult& r) {
         why = "every observation message says that more of its epoch follow";
     else if (r.epochs == 0)
         why = "the service refuses them";
-    else if (std::none_of(r.signals.begin(), r.signals.end(), [](const auto& entry) {
-                 return entry.second.kept > 0 &&
-                        repliesCarry(entry.first.first, entry.first.second);
+    else if (std::none_of(r.signals.begin(), r.signals.end(), [&](const auto& entry) {
+                 return entry.second.received > 0 && carried(r, entry.first) &&
+                        (entry.second.kept > 0 || r.deployment->answering.complete);
              }))
         why = "no reply carries the signals that come";
     else if (r.ephemerisMessages == 0)

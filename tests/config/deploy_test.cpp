@@ -229,6 +229,45 @@ TEST(Deployment, EndsTheProcessWithTheLineOfItsFault) {
             .expectFatal(replaced(bad("files/" + key, "", "key is missing"), v, tables));
 }
 
+TEST(Deployment, ReadsOptionalKeysAndRefusesOtherValues) {
+    const char* const v = "vrs.json";
+    const DeploymentFiles plain(v, "@", "@");
+    plain.read();
+    EXPECT_FALSE(plain.out.answering.complete || plain.out.answering.plain ||
+                 plain.out.answering.offsetM || plain.out.guard);
+    EXPECT_TRUE(plain.out.statePath.empty() && plain.out.statusPath.empty());
+    EXPECT_EQ(plain.out.watchdogS, 0.0);
+
+    const DeploymentFiles all(
+        v, "\"vrs\": {",
+        R"("vrs": {"answer": "complete", "output": "rtcm3", "offset": "3000 -4000 0", "guard": "2.5 warn",)");
+    EXPECT_TRUE(all.read().list().empty());
+    EXPECT_TRUE(all.out.answering.complete && all.out.answering.plain);
+    EXPECT_EQ(all.out.answering.offsetM, (Vector3{3000.0, -4000.0, 0.0}));
+    EXPECT_TRUE(all.out.guard->mostM == 2.5 && all.out.guard->warnOnly);
+    const DeploymentFiles kept(v, "\"common\": {",
+                               R"("common": {"status": "/run/s", "watchdog": "30",)");
+    EXPECT_TRUE(kept.read().list().empty() && kept.out.statusPath == "/run/s" &&
+                kept.out.watchdogS == 30.0);
+
+    const struct {
+        const char *section, *key, *value, *expected;
+    } refused[] = {
+        {"vrs", "answer", "full", R"("specified" or "complete")"},
+        {"vrs", "output", "RTCM3", R"("reply" or "rtcm3")"},
+        {"vrs", "offset", "3000 4000", R"("EAST NORTH UP" in metres, together at most 5000)"},
+        {"vrs", "offset", "3000 4001 0", R"("EAST NORTH UP" in metres, together at most 5000)"},
+        {"vrs", "guard", "0", R"("METRES" or "METRES warn")"},
+        {"vrs", "guard", "5 m", R"("METRES" or "METRES warn")"},
+        {"common", "watchdog", "0.5", "seconds from 1 to 86400"},
+        {"path", "state", "", "the path of a folder"}};
+    for (const auto& r : refused)
+        DeploymentFiles(v, text("\"%s\": {", r.section),
+                        text("\"%s\": {\"%s\": \"%s\",", r.section, r.key, r.value))
+            .expectFatal(text("file = @vrs.json,key = %s/%s,value = %s,expected %s\n", r.section,
+                              r.key, r.value, r.expected));
+}
+
 TEST(Deployment, ReportsEveryFaultOfAReading) {
     const DeploymentFiles d("vrs.json", "30\", \"threads\": \"2", "x\", \"threads\": \"y");
     d.write("stacoo", "");
