@@ -140,6 +140,7 @@ void addRinex(CLI::App& app, int& status) {
     c->add_flag("--force", w->force, "replace a file that is there already");
     c->add_option("--deployment", w->deployment, "take name, position, antenna and GLONASS channels from this configuration")->type_name("FILE");
     c->add_option("--unit", w->unit, "the same of the unit kestrune@NAME")->type_name("NAME");
+    c->add_option("--status", w->status, "take receiver, antenna, channels and signals from this file of common/status")->type_name("FILE");
     c->add_option("--marker", w->marker, "name of the marker, such as ABCD00AUS; by default that in the names of the files");
     c->add_option("--marker-number", w->markerNumber, "such as a DOMES number");
     c->add_option("--marker-type", w->markerType, "of the standard's list")->capture_default_str();

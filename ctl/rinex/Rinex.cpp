@@ -9,6 +9,7 @@
 #include "ctl/rinex/Header.h"
 #include "ctl/rinex/Joined.h"
 #include "ctl/rinex/Signals.h"
+#include "ctl/status/StatusFile.h"
 #include "gnss/Clock.h"
 #include "gnss/ComTime.h"
 #include "gnss/Leaps.h"
@@ -22,6 +23,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -71,6 +73,42 @@ void takeDeployment(const Arguments& arguments, Header& header) {
             header.channels[static_cast<int>(i) + 1] = channels[i] - 8;
 }
 
+/// What the sender says of itself, by the status of the service; columns cut what is longer.
+void takeStatus(const status::StatusFile& from, Header& header) {
+    constexpr std::size_t columns = 20;
+    const auto set = [&](std::string& to, const char* path) {
+        if (const std::string value = from.text(path); !value.empty())
+            to = value.substr(0, columns);
+    };
+    set(header.marker, "station");
+    set(header.receiver, "sender/receiver");
+    set(header.receiverNumber, "sender/receiver_serial");
+    set(header.receiverVersion, "sender/firmware");
+    set(header.antenna, "sender/antenna");
+    header.antenna = antennaColumns(header.antenna);
+    set(header.antennaNumber, "sender/antenna_serial");
+    for (int slot = 1; slot <= kGlonassSlots; ++slot)
+        if (const auto k = from.number(text("sender/channels/R%02d_channel", slot)))
+            if (*k >= kLowestChannel && *k <= kHighestChannel)
+                header.channels[slot] = static_cast<int>(*k);
+}
+
+/// The signals of carriers on which a receiver has one.
+Attributes signalsOf(const status::StatusFile& from) {
+    Attributes out;
+    std::set<std::pair<char, char>> several;
+    from.forEach("systems/*/signals/*", [&](const std::vector<std::string>& names, const cJSON&) {
+        if (names[0].size() != 1 || !isSignal(names[0][0], names[1]))
+            return;
+        const std::pair carrier{names[0][0], names[1][0]};
+        if (!out.try_emplace(carrier, names[1][1]).second)
+            several.insert(carrier);
+    });
+    for (const auto& carrier : several)
+        out.erase(carrier);
+    return out;
+}
+
 /// "STR2" of "data/str21930.18o"; empty for another name.
 std::string markerOf(const std::string& file) {
     const std::string name = fs::path(file).filename();
@@ -96,6 +134,8 @@ Header headerOf(const Arguments& a) {
     Header h;
     if (!a.deployment.empty())
         takeDeployment(a, h);
+    if (!a.status.empty())
+        takeStatus(status::StatusFile(a.status), h);
     const auto set = [](std::string& to, const std::string& from) {
         if (!from.empty())
             to = from;
@@ -108,11 +148,11 @@ Header headerOf(const Arguments& a) {
     h.observer = a.observer;
     h.agency = a.agency;
     h.runBy = a.runBy;
-    h.receiver = a.receiver;
-    h.receiverNumber = a.receiverNumber;
-    h.receiverVersion = a.receiverVersion;
+    set(h.receiver, a.receiver);
+    set(h.receiverNumber, a.receiverNumber);
+    set(h.receiverVersion, a.receiverVersion);
     set(h.antenna, antennaColumns(a.antenna));
-    h.antennaNumber = a.antennaNumber;
+    set(h.antennaNumber, a.antennaNumber);
     if (!a.position.empty())
         h.positionM = threeMetres("--position", a.position);
     else if (a.deployment.empty())
@@ -133,7 +173,9 @@ GTime gpsTime(std::int64_t ticks) {
 
 /// Completes the header by what the epochs say.
 void takeEpochs(const Joined& joined, const Arguments& a, Header& h) {
-    const Attributes attributes = readSignals(a.signals);
+    Attributes attributes = readSignals(a.signals);
+    if (!a.status.empty())
+        attributes.merge(signalsOf(status::StatusFile(a.status)));
     for (const auto& [system, contents] : joined.systems())
         for (std::size_t i = 0; i < contents.columns.size(); ++i)
             if (contents.columns[i])
@@ -329,6 +371,8 @@ void resolveUnit(Arguments& a) {
         fail(a.unit + " is no name of a unit");
     for (std::string& file : a.files)
         file = fs::absolute(file);
+    if (!a.status.empty())
+        a.status = fs::absolute(a.status);
     if (a.out != "-")
         a.out = fs::absolute(a.out.empty() ? "." : a.out);
     a.deployment = check::deploymentOf(name);

@@ -16,6 +16,7 @@ struct Arguments {
     std::string out; // a file, a folder, "-" for standard output; empty: this folder
     bool force = false;
     std::string deployment, unit; // a configuration to take the station from
+    std::string status;           // a file of common/status to take receiver and signals from
     std::string marker, markerNumber, markerType = "GEODETIC";
     std::string observer, agency, runBy;
     std::string receiver, receiverNumber, receiverVersion;

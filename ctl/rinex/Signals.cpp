@@ -23,14 +23,14 @@ constexpr Band kBands[] = {{'G', '1', "CSLXPWYMN"}, {'G', '2', "CDSLXPWYMN"}, {'
                            {'C', '6', "IQXDPZ"}, //
                            {'C', '7', "IQXDPZ"},    {'C', '8', "DPX"}};
 
+} // namespace
+
 bool isSignal(char system, std::string_view signal) {
     for (const Band& band : kBands)
         if (signal.size() == 2 && band.system == system && band.digit == signal[0])
             return contains(band.attributes, signal.substr(1));
     return false;
 }
-
-} // namespace
 
 Attributes readSignals(const std::vector<std::string>& lists) {
     Attributes out;

@@ -16,6 +16,9 @@ using Attributes = std::map<std::pair<char, char>, char>;
 /// two signals of one carrier.
 Attributes readSignals(const std::vector<std::string>& lists);
 
+/// Whether the records can have a signal, such as "2W", of the system.
+bool isSignal(char system, std::string_view signal);
+
 /// "C2W" of "C2"; with a blank, which stands for an unknown signal, where it is not given.
 std::string observationCode(char system, std::string_view type, const Attributes& attributes);
 

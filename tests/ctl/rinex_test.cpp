@@ -483,6 +483,29 @@ TEST(Rinex, RefusesWhatCannotBeMeant) {
     EXPECT_NE(readFile(s.path + "out"), "precious\n");
 }
 
+TEST(Rinex, TakesFromTheStatusWhatTheSenderSays) {
+    const check::Scratch s;
+    const std::string in = s.write("abcd0050.24o", epochAt("08 20 30.0000000", {kG05, kR07}));
+    const std::string status = s.write("status", R"({"format": "kestrune-status-1",
+        "station": "ABCD", "sender": {"receiver": "RX 1", "receiver_serial": "5",
+        "firmware": "2.1 of a name that is too long", "antenna": "TRM59800.00     SCIS",
+        "antenna_serial": "77", "channels": {"R07_channel": 5, "R08_channel": 99}},
+        "systems": {"G": {"signals": {"1C": {}, "2W": {}}},
+                    "R": {"signals": {"1C": {}, "1P": {}, "id 9": {}}}, "xx": {"signals": {"1C": {}}}}})");
+    EXPECT_EQ(rinex(kOptions + in + " --receiver RX2 --status " + status + " -o " + s.path + "out")
+                  .status,
+              0);
+    const ReadFile file = readRinex(readFile(s.path + "out"));
+    EXPECT_EQ(file.header.at("REC # / TYPE / VERS")[0],
+              (std::vector<std::string>{"5                   ", "RX2                 ",
+                                        "2.1 of a name that i"}));
+    EXPECT_EQ(file.header.at("ANT # / TYPE")[0],
+              (std::vector<std::string>{"77                  ", "TRM59800.00     SCIS"}));
+    EXPECT_EQ(file.header.at("GLONASS SLOT / FRQ #")[0][3], " 5");
+    EXPECT_EQ(file.types.at('G')[0], "C1C");
+    EXPECT_EQ(file.types.at('R')[0], "C1 "); // two signals: unknown
+}
+
 TEST(Rinex, NamesItsFileByStationTimePeriodAndInterval) {
     constexpr std::int64_t second = ctl::rinex::kTicksPerSecond;
     constexpr std::int64_t day = ctl::rinex::kTicksPerDay;
