@@ -21,7 +21,7 @@ namespace {
 constexpr std::chrono::minutes kSpacing{1};
 /// Ephemerides are broadcast about two hours ahead and used for two hours more. So old, their days
 /// and weeks are still sure.
-constexpr std::int64_t kMostAgeS = 4 * 3600;
+constexpr std::int64_t kMostAgeS = 14400;
 constexpr std::int64_t kMostAheadS = 60; // a clock that was set back
 
 EphemerisFile* toWriteAtEnd = nullptr;
@@ -178,22 +178,21 @@ int EphemerisFile::write() {
     {
         const SignalsDeferred untilWritten;
         const std::size_t size = compose();
-        fd = ::open(newPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+        unlink(newPath_.c_str()); // of a write that was cut off, or a pipe that would be waited for
+        fd = ::open(newPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
         if (fd < 0)
             return errno;
         errno = ENOSPC; // of a write that takes a part
         whole = ::write(fd, store_->file.data(), size) == static_cast<ssize_t>(size);
-        dirty_ = false;
     }
     int error = whole && fsync(fd) == 0 ? 0 : errno;
     if (close(fd) != 0 && error == 0)
         error = errno;
     if (error == 0 && std::rename(newPath_.c_str(), path_.c_str()) != 0)
         error = errno;
-    if (error != 0) {
+    if (error != 0)
         unlink(newPath_.c_str());
-        dirty_ = true;
-    }
+    dirty_ = error != 0; // a signal before this writes it anew
     return error;
 }
 

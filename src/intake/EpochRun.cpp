@@ -66,9 +66,15 @@ void UsualDifferences::add(const EpochMessage& m) {
     Row& row = rows_[rowOf(m.system)];
     if (m.time && !row.time)
         row.time = m.time;
+    const EpochMessage* const held = group_.find(m.type);
+    broken_ = broken_ || group_.full() || (held && held->field != m.field);
+    if (!held && !group_.full())
+        group_.add(m);
 }
 
 void UsualDifferences::endGroup() {
+    if (broken_)
+        return breakGroup();
     const auto dating = std::ranges::find_if(
         kDating, [&](System system) { return rows_[rowOf(system)].time.has_value(); });
     for (std::size_t i = 0; i < rows_.size(); ++i) {
@@ -89,9 +95,12 @@ void UsualDifferences::endGroup() {
     }
     for (Row& row : rows_)
         row.time.reset();
+    group_.clear();
 }
 
 void UsualDifferences::breakGroup() {
+    group_.clear();
+    broken_ = false;
     for (Row& row : rows_) {
         row.time.reset();
         row.shown = 0;
@@ -131,6 +140,7 @@ bool StreamStation::counts(const EpochMessage& m, int own) {
 }
 
 void StreamStation::lookAtOther(const EpochMessage& m) {
+    first_ = {};
     const UsualDifferences none;
     if (m.staid != other_.id) {
         other_ = {m.staid, 0};

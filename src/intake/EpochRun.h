@@ -11,6 +11,29 @@
 /// EpochRun: which messages of a stream are one epoch, and of one station, for answers that carry
 /// all that came. What a head says decides about runs, what a body holds about contents.
 
+class UsualDifferences;
+
+/// The heads of the messages of a run.
+class RunHeads {
+public:
+    bool empty() const { return heads_.empty(); }
+    bool full() const { return heads_.size() >= kMost; }
+    void add(const EpochMessage& m) { heads_.push_back(m); }
+    void clear() { heads_.clear(); }
+
+    /// The first message of that number; null where there is none.
+    const EpochMessage* find(int type) const;
+    /// Whether a message has another time than the run.
+    bool otherTime(const EpochMessage& m, const UsualDifferences& usual) const;
+    /// The time of the message that dates the run; nothing where none does.
+    std::optional<GTime> time(const UsualDifferences& usual) const;
+    int stationId() const { return heads_.front().staid; }
+
+private:
+    static constexpr std::size_t kMost = 64;
+    std::vector<EpochMessage> heads_;
+};
+
 /// By how much the times of a system lie beside those of the system that dates an epoch (GPS, else
 /// Galileo, QZSS, BDS, GLONASS): 0, until three whole groups of messages in a row show another
 /// constant, which is told. A group is what comes from one end of an epoch to the next.
@@ -32,27 +55,8 @@ private:
         int shown = 0; // groups in a row
     };
     std::array<Row, kMsmSystems.size()> rows_; // as kMsmSystems
-};
-
-/// The heads of the messages of a run.
-class RunHeads {
-public:
-    bool empty() const { return heads_.empty(); }
-    bool full() const { return heads_.size() >= kMost; }
-    void add(const EpochMessage& m) { heads_.push_back(m); }
-    void clear() { heads_.clear(); }
-
-    /// The first message of that number; null where there is none.
-    const EpochMessage* find(int type) const;
-    /// Whether a message has another time than the run.
-    bool otherTime(const EpochMessage& m, const UsualDifferences& usual) const;
-    /// The time of the message that dates the run; nothing where none does.
-    std::optional<GTime> time(const UsualDifferences& usual) const;
-    int stationId() const { return heads_.front().staid; }
-
-private:
-    static constexpr std::size_t kMost = 64;
-    std::vector<EpochMessage> heads_;
+    RunHeads group_;
+    bool broken_ = false; // a number came again, with another time
 };
 
 /// Whose messages count where several stations share a stream: those of the station that first has

@@ -43,19 +43,18 @@ bool beyondGuard(const StreamIntake& in, const Vector3& stated, const StationRec
 }
 
 /// Tells when the sender begins and ends to state a place beyond the guard's limit.
-void guardPlace(StreamIntake& in, int type, const StationRecord& configured) {
-    const Vector3& stated = in.decoder.sta.pos;
-    const bool displaced = beyondGuard(in, stated, configured);
+void guardPlace(StreamIntake& in, const StatedPlace& place, const StationRecord& configured) {
+    const bool displaced = beyondGuard(in, place.xyz, configured);
     if (std::exchange(in.displaced, displaced) == displaced)
         return;
-    const double apartM = distance(stated, configured.xyz);
+    const double apartM = distance(place.xyz, configured.xyz);
     if (displaced)
-        print(Level::warning, "***WARN(StreamObs): %d is %.1f m from %s, replies %s!\n", type,
+        print(Level::warning, "***WARN(StreamObs): %d is %.1f m from %s, replies %s!\n", place.type,
               apartM, configured.name.c_str(),
               in.session.guard->warnOnly ? "go on" : "are held back");
     else
         print(Level::notice, "***INFO(StreamObs): %d is %.1f m from %s, which is in order again!\n",
-              type, apartM, configured.name.c_str());
+              place.type, apartM, configured.name.c_str());
 }
 
 /// Tells what in the message contradicts what is known otherwise.
@@ -64,7 +63,7 @@ void compare(StreamIntake& in, int status, std::size_t station, Contradictions::
     if (status == kStation && (type == 1005 || type == 1006)) {
         const StationRecord& configured = in.session.stations[station];
         in.contradictions.position(type, in.decoder.sta.pos, configured.name, configured.xyz, now);
-        guardPlace(in, type, configured);
+        guardPlace(in, {in.decoder.staid, type, in.decoder.sta.pos}, configured);
     }
     if (status == kEphemeris && type != 1020 &&
         in.session.satelliteIndex[static_cast<std::size_t>(in.decoder.ephsat)] >= 0)
@@ -139,26 +138,38 @@ void endRun(StreamIntake& in, std::size_t station, EpochRun::End by, int framele
     const ReceivedEpoch& epoch = in.run.ended();
     if (in.watcher)
         in.watcher->epochEnd(by == EpochRun::End::byMark);
-    if (!epoch.time.unknown()) {
-        storeEpoch(in, station, epoch.time);
-        if (in.savesEpochs) {
+    if (!epoch.time.unknown() && !epoch.messages().empty()) {
+        if (in.savesEpochs)
             decodeEpoch(in.decoder, epoch);
-            StreamObs_m_setObsData(in, in.decoder.obs, station);
-        }
+        storeEpoch(in, station, epoch.time);
         if (in.onrtcm)
             in.onrtcm(kEpoch, in.decoder.buff.data(), framelen);
     }
     in.streamStation.runEnded(in.run.stationId(), by == EpochRun::End::byMark);
     in.run.begin(by);
+    // Before the stream had a station, another one may have spoken of itself.
+    if (in.streamStation.id() && in.spokeFirst && in.spokeFirst != in.streamStation.id()) {
+        in.sender = {};
+        in.displaced = false;
+    }
+    if (in.streamStation.id())
+        in.spokeFirst.reset();
+}
+
+/// The place that a station stated last while it did not count; null where there is none.
+const StatedPlace* placeOf(const StreamIntake& in, int id) {
+    const auto place = std::ranges::find(in.otherPlaces, id, &StatedPlace::stationId);
+    return place == in.otherPlaces.end() ? nullptr : &*place;
 }
 
 /// A station that has had three epochs without a message of the stream's takes over.
-void changeStation(StreamIntake& in, std::size_t station, int framelen,
+void changeStation(StreamIntake& in, std::size_t station, int own, int framelen,
                    Contradictions::Instant now) {
     const int rival = *in.streamStation.rival();
-    const bool standsElsewhere = in.session.guard && !in.session.guard->warnOnly && in.otherPlace &&
-                                 in.otherPlace->stationId == rival &&
-                                 beyondGuard(in, in.otherPlace->xyz, in.session.stations[station]);
+    const StatedPlace* const place = placeOf(in, rival);
+    const StationRecord& configured = in.session.stations[station];
+    const bool elsewhere = place && beyondGuard(in, place->xyz, configured);
+    const bool standsElsewhere = elsewhere && !in.session.guard->warnOnly;
     in.contradictions.takeOverRefused(rival, standsElsewhere, now);
     if (standsElsewhere) {
         in.streamStation.refuseRival();
@@ -167,11 +178,16 @@ void changeStation(StreamIntake& in, std::size_t station, int framelen,
     if (!in.run.empty())
         endRun(in, station, EpochRun::End::byTime, framelen);
     print(Level::warning, "***WARN(StreamObs): station %d is gone, the stream is station %d's!\n",
-          in.streamStation.id().value_or(-1), rival);
+          own, rival);
+    if (place)
+        guardPlace(in, *place, configured);
+    else if (std::exchange(in.displaced, false))
+        print(Level::notice, "***INFO(StreamObs): station %d has stated no place, replies go on!\n",
+              rival);
     in.streamStation.takeOver();
     in.run.forgetStation();
     in.sender = {};
-    in.otherPlace.reset();
+    in.spokeFirst.reset();
 }
 
 /// Puts an observation message into the epoch that is being collected.
@@ -188,7 +204,7 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
         if (in.watcher)
             in.watcher->ofOtherStation();
         if (in.streamStation.rival())
-            changeStation(in, station, framelen, now);
+            changeStation(in, station, own, framelen, now);
         return;
     }
     m.time = epochTime(utc2gpst(utcNow()), m.system, m.field);
@@ -203,6 +219,17 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
         endRun(in, station, EpochRun::End::byMark, framelen);
 }
 
+/// Keeps the place of a station that does not count, in that of the one that is longest here where
+/// there are many.
+void keepPlace(StreamIntake& in, const StatedPlace& place) {
+    constexpr std::size_t most = 32;
+    std::erase_if(in.otherPlaces,
+                  [&](const StatedPlace& p) { return p.stationId == place.stationId; });
+    if (in.otherPlaces.size() >= most)
+        in.otherPlaces.erase(in.otherPlaces.begin());
+    in.otherPlaces.push_back(place);
+}
+
 /// Whether a message of a complete answer's stream is none to be decoded: its observations are
 /// collected, and what another station says of itself is passed over.
 bool collected(StreamIntake& in, std::size_t station, int framelen, Contradictions::Instant now) {
@@ -212,15 +239,22 @@ bool collected(StreamIntake& in, std::size_t station, int framelen, Contradictio
     }
     const auto type = static_cast<int>(getbitu(in.decoder.buff, kMessageBit, 12));
     const auto id = static_cast<int>(getbitu(in.decoder.buff, kMessageBit + 12, 12));
-    const std::optional<int> own = in.streamStation.id();
-    if (!own || id == *own || !tellsOfStation(type))
+    if (!tellsOfStation(type))
         return false;
+    const std::optional<int> own = in.streamStation.id() ? in.streamStation.id()
+                                   : in.run.empty()      ? std::nullopt
+                                                         : std::optional(in.run.stationId());
+    if (!own || id == *own) {
+        if (!in.streamStation.id())
+            in.spokeFirst = id;
+        return false;
+    }
     if (type == 1005 || type == 1006) {
         PositionMessage m;
         BitReader message = messageOf(in.decoder);
         layoutPosition<1005>(message, m); // 1006 begins so
         if (message.ok())
-            in.otherPlace = {id, m.pos};
+            keepPlace(in, {id, type, m.pos});
     }
     return true;
 }
@@ -361,7 +395,8 @@ void StreamObs_m_initial(StreamIntake& in, const std::string& leapSecondFile) {
     in.displaced = false;
     in.run.forgetStation();
     in.streamStation = {};
-    in.otherPlace.reset();
+    in.otherPlaces.clear();
+    in.spokeFirst.reset();
     in.leapSeconds = {};
     in.leapSeconds.path = leapSecondFile;
     in.leapSeconds.end = !contains(in.session.systems, "R") ? LeapEnd::doesNot

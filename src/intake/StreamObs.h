@@ -13,6 +13,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 /// StreamObs: takes received bytes through the RTCM 3 decoder, stores epochs in the station's
 /// epoch buffer and ephemerides in its store, and hands every message with a positive status to
@@ -23,9 +24,10 @@
 using ReplyCallback =
     std::function<void(std::uint32_t status, const std::uint8_t* frame, std::int32_t length)>;
 
-/// The place that a station states in a 1005 or 1006, m.
+/// The place that a station stated last in a 1005 or 1006, m.
 struct StatedPlace {
     int stationId;
+    int type; // 1005 or 1006
     Vector3 xyz;
 };
 
@@ -47,8 +49,9 @@ struct StreamIntake {
     // Of complete answers:
     EpochRun run;
     StreamStation streamStation;
-    std::optional<StatedPlace> otherPlace; // of a station that does not count
-    bool savesEpochs = false;              // the station's epoch is filled, too
+    std::vector<StatedPlace> otherPlaces; // of stations that do not count
+    std::optional<int> spokeFirst;        // station that told of itself before one counted
+    bool savesEpochs = false;             // the station's epoch is filled, too
 };
 
 /// Decodes a received block into the station of that index; always 0. A message that ends in a

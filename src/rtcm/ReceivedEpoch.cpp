@@ -6,10 +6,12 @@
 
 namespace {
 
-/// The body of that type, made where the row held the other one.
-template <class Body> Body& bodyOf(ReceivedMessage& row) {
-    Body* const held = std::get_if<Body>(&row.body);
-    return held ? *held : row.body.emplace<Body>();
+/// The MSM of a row; what is not read of one without cells is as in a new one.
+MsmMessage& emptyMsm(ReceivedMessage& row) {
+    MsmMessage* const held = std::get_if<MsmMessage>(&row.body);
+    MsmMessage& m = held ? *held : row.body.emplace<MsmMessage>();
+    m.cellMask = 0;
+    return m;
 }
 
 } // namespace
@@ -20,9 +22,9 @@ bool ReceivedEpoch::read(const EpochMessage& head, BitReader in) {
     ReceivedMessage& row = rows_[count_];
     row.head = head;
     if (isLegacy(head.type))
-        layoutLegacy(in, bodyOf<LegacyMessage>(row));
+        layoutLegacy(in, row.body.emplace<LegacyMessage>());
     else
-        layoutMsm(in, bodyOf<MsmMessage>(row));
+        layoutMsm(in, emptyMsm(row));
     pending_ = in.ok();
     return pending_;
 }

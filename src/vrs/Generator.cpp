@@ -91,7 +91,9 @@ VrsObsPack& VrsGenerator_s_genVirtualObs(VirtualStation& station, const VrsSourc
                                          const RequestRecord& virtualStation) {
     std::array<std::uint8_t, kMaxSatellites> flags;
     flags.fill(2);
-    if (virtualStation.distanceM > kMaxOffsetM && !in.switches.post) {
+    // An offset that is configured was examined there.
+    if (virtualStation.distanceM > kMaxOffsetM && !in.session.answering.offsetM &&
+        !in.switches.post) {
         print(Lasting{Cause::farOffset},
               "***WARN: VRS offset distance(%14.3lf) too long, using raw obs!\n",
               virtualStation.distanceM);

@@ -109,7 +109,7 @@ template <class Visit> void forEachSatellite(const MsmMessage& m, Visit visit) {
     std::uint64_t mask = m.pairs() == 0 ? 0 : m.cellMask << (kMsmCells - m.pairs());
     std::uint64_t ids = m.head.satellites;
     std::size_t cell = 0;
-    for (std::size_t rank = 0; rank < m.satelliteCount && mask != 0; ++rank) {
+    for (std::size_t rank = 0; rank < m.satelliteCount && mask != 0 && ids != 0; ++rank) {
         const int id = std::countl_zero(ids) + 1;
         ids &= ~idBit(id);
         const std::uint64_t signals = mask >> (64 - m.signalCount);

@@ -1,9 +1,12 @@
 #include "service.h"
 
 #include "base/ComText.h"
+#include "base/Findings.h"
 #include "reference/standard/ephemeris.h"
 #include "reference/standard/sky.h"
 #include "reference/standard/station.h"
+
+#include <sys/stat.h>
 
 // The real program with keys that a plain deployment does not have.
 
@@ -87,6 +90,8 @@ TEST(State, LetsAServiceThatStartsAgainAnswerItsFirstEpochInFull) {
         return reply;
     };
     std::string log;
+    // A pipe in the way of the new file is not waited for.
+    ASSERT_EQ(mkfifo((file.string() + ".new").c_str(), 0600), 0);
     const Bytes full = answerOf(joined(ephemerides), static_cast<int>(ephemerides.size()), log);
     EXPECT_GT(full.size(), 800U);
     EXPECT_TRUE(fs::exists(file) && !fs::exists(file.string() + ".new")) << log;

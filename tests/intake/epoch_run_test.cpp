@@ -128,6 +128,12 @@ TEST(EpochRun, LearnsAClockThatIsOffByAConstant) {
     EXPECT_EQ(epochs.of(epoch(5, 0)), "G@5 C@19") << "the receiver was mended";
     EXPECT_EQ(epochs.of(epoch(6, 0)) + epochs.of(epoch(7, 0)), "G@6 C@20G@7 C@21");
     EXPECT_EQ(epochs.of(epoch(8, 0)), "GC@8");
+
+    Epochs lost; // ends: what follows is of the next epoch
+    for (double at = 0; at < 6; at += 2)
+        lost.of({{'G', at, true}, {'R', at + 1, true}, {'G', at + 1, false}});
+    EXPECT_EQ(lost.lines, "");
+    EXPECT_EQ(lost.of({{'G', 8, true}, {'R', 9, false}}), "G@8 R@9");
 }
 
 TEST(EpochRun, IsOfOneStation) {
@@ -144,6 +150,83 @@ TEST(EpochRun, IsOfOneStation) {
     EXPECT_EQ(epochs.of({{'R', 6, false, 8}, {'G', 7, false, 8}, {'G', 7, false, 7}}), "R@6 G@7");
 }
 
+TEST(EpochRun, HearsWhatItsOwnStationSaysOfItself) {
+    const ref::Vec3 elsewhere{kSite[0] + 200.0, kSite[1], kSite[2]};
+    const auto state = [&](Epochs& epochs, int station, const ref::Vec3& xyz) {
+        epochs.c.read(ref::frame(ref::write1005({.station = station, .xyzM = xyz})));
+        epochs.c.read(
+            ref::frame(ref::write1008({station, text("ANTENNA%d", station), 0, "1", "", "", ""})));
+    };
+    const auto named = [](const Epochs& epochs) {
+        return std::string(view(epochs.c.service.intake.sender.said.antdes));
+    };
+    // Another station speaks before the stream has one, and within its first epoch.
+    for (const bool within : {false, true}) {
+        Epochs epochs;
+        epochs.c.record.guard = PlaceGuard{100.0, false};
+        if (within)
+            epochs.of({{'G', 0, true, 7}});
+        state(epochs, 8, elsewhere);
+        EXPECT_EQ(epochs.of({{'R', 0, false, 7}}), within ? "GR@0" : "R@0");
+        EXPECT_FALSE(epochs.c.service.intake.displaced);
+        EXPECT_EQ(named(epochs), "");
+        state(epochs, 7, elsewhere);
+        EXPECT_TRUE(epochs.c.service.intake.displaced);
+        EXPECT_EQ(named(epochs), "ANTENNA7");
+        EXPECT_EQ(epochs.of({{'G', 1, false, 9}, {'G', 2, false, 9}, {'G', 3, false, 9}}), "");
+        EXPECT_FALSE(epochs.c.service.intake.displaced)
+            << "the place was that of the other station";
+        EXPECT_EQ(named(epochs), "");
+    }
+}
+
+TEST(EpochRun, BringsNothingOfAnOlderEpoch) {
+    Epochs epochs;
+    epochs.c.service.intake.savesEpochs = true;
+    const auto stored = [&] {
+        const EpochObs& obs = epochs.c.record.stationEpochs[0].obs;
+        std::string names;
+        for (const std::size_t satellite : obs.written())
+            names += epochs.c.record.satelliteNames[satellite] + " ";
+        epochs.c.record.stationEpochs[0].obs.clear(); // taken, as by a request
+        return names;
+    };
+    epochs.of({{'G', 0, true}, {'R', 0, true}, {'C', 0, false}});
+    EXPECT_EQ(stored(), "G01 R01 C01 ");
+    epochs.of({{'G', 1, false, 1, 2}});
+    EXPECT_EQ(stored(), "G02 ");
+    // 1003 has no ambiguity: what a 1004 in its place had is not its own.
+    const auto legacy = [&](int type) {
+        ref::BitString b;
+        b.u(12, static_cast<std::uint64_t>(type));
+        b.u(12, 1).u(30, ref::epochField('G', kNow + 2.0)).u(1, 0).u(5, 1).u(1, 0).u(3, 0);
+        b.u(6, 3).u(1, 0).u(24, 100000).u(20, 0).u(7, 9);
+        if (type == 1004)
+            b.u(8, 70).u(8, 160);
+        b.u(2, 3).u(14, 0).u(20, 0).u(7, 9);
+        if (type == 1004)
+            b.u(8, 160);
+        epochs.c.read(ref::frame(b.bytes()));
+        const double rangeM =
+            epochs.c.record.stationEpochs[0].obs[epochs.c.indexOf("G03")].range[0];
+        epochs.c.record.stationEpochs[0].obs.clear();
+        return rangeM;
+    };
+    check::printed([&] {
+        EXPECT_NEAR(legacy(1004), 2000.0 + 70 * 299792.458, 0.01);
+        EXPECT_NEAR(legacy(1003), 2000.0, 0.01);
+    });
+    // Nothing is answered of a run whose messages were all refused, and no satellites are no fault.
+    EXPECT_EQ(epochs.of({{'G', 4, false, 1, 1, true}}), "");
+    ref::Msm none;
+    none.system = 'G';
+    none.msm = 7;
+    none.station = 1;
+    none.epochField = ref::epochField('G', kNow + 5.0);
+    check::printed([&] { epochs.c.read(ref::frame(ref::writeMsm(none))); });
+    EXPECT_EQ(epochs.c.service.intake.decoder.refused.type, 0);
+}
+
 TEST(EpochRun, TakesNoStationThatStandsElsewhere) {
     Epochs epochs;
     epochs.c.record.guard = PlaceGuard{100.0, false};
@@ -155,6 +238,9 @@ TEST(EpochRun, TakesNoStationThatStandsElsewhere) {
         "");
     EXPECT_TRUE(
         contains(epochs.lines, "station 8 states another place, the stream is not its own!"));
+    // A third station that is right does not vouch for it.
+    epochs.c.read(ref::frame(ref::write1005({.station = 9, .xyzM = kSite})));
+    EXPECT_EQ(epochs.of({{'G', 4, false, 8}, {'G', 4, false, 8}, {'G', 4, false, 8}}), "");
     epochs.c.read(ref::frame(ref::write1005({.station = 8, .xyzM = kSite})));
     EXPECT_EQ(epochs.of({{'G', 5, false, 8}, {'G', 6, false, 8}, {'G', 7, false, 8}}), "G@7");
 }
