@@ -35,7 +35,8 @@ std::uint64_t ephemeridesOf(const EphemerisStore& store) {
 /// 0 or the error number; the old file stays where it fails.
 int replaceFile(const std::string& path, const std::string& content) {
     const std::string fresh = path + ".new";
-    const int fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+    static_cast<void>(unlink(fresh.c_str())); // a pipe there would be waited for
+    const int fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0)
         return errno;
     const ssize_t n = write(fd, content.data(), content.size());
