@@ -70,7 +70,7 @@ private:
         if (!out_.empty())
             out_ += ' ';
         for (const ReceivedMessage& m : epoch.messages())
-            out_ += "GRESJCI"[(m.head.type - 1070) / 10];
+            out_ += isLegacy(m.head.type) ? 'L' : "GRESJCI"[(m.head.type - 1070) / 10];
         const WeekTime t = time2gpst(epoch.time);
         out_ += text("@%g", t.sow - kNow.sow);
     }
