@@ -66,11 +66,6 @@ std::uint32_t rawEpoch(std::span<const std::uint8_t> frame, int type) {
     return head.epochMs;
 }
 
-GTime timeOf(const CurrentEpoch& epoch) {
-    constexpr int unixMjd = 40587;
-    return timeadd({std::int64_t{86400} * (epoch.currentMjd - unixMjd), 0.0}, epoch.currentSod);
-}
-
 } // namespace
 
 Trial::Trial(Deployment deployment, double seconds)
@@ -184,7 +179,7 @@ void Trial::seeTime(std::span<const std::uint8_t> frame, int type) {
 
 /// The service has stored an epoch and asks for its reply.
 void Trial::epoch() {
-    const GTime time = timeOf(service_->record);
+    const GTime time = gtimeOf({service_->record.currentMjd, service_->record.currentSod});
     if (result_.epochs > 0 && timediff(time, result_.first) > limitS_) {
         enough_ = true;
         result_ = upToEpoch_; // without the messages of this one

@@ -3,6 +3,7 @@
 #include "base/ComText.h"
 #include "base/Findings.h"
 #include "ctl/Counted.h"
+#include "ctl/Times.h"
 #include "ctl/check/Examine.h"
 #include "ctl/check/Place.h"
 #include "ctl/dump/Fields.h"
@@ -67,12 +68,6 @@ std::string rivalOf(const SignalKey& key, const TrialResult& result) {
             other != key && count.kept > 0)
             return other.second;
     return {};
-}
-
-std::string dateTimeText(GTime t) {
-    const CalendarTime c = time2epoch(t);
-    return text("%04.0f-%02.0f-%02.0f %02.0f:%02.0f:%02.0f", c[0], c[1], c[2], c[3], c[4],
-                std::floor(c[5]));
 }
 
 std::string durationText(double seconds) {

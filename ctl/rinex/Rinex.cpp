@@ -166,8 +166,8 @@ Header headerOf(const Arguments& a) {
 }
 
 GTime gpsTime(std::int64_t ticks) {
-    constexpr std::int64_t unixMjd = 40587;
-    return {(ticks - unixMjd * kTicksPerDay) / kTicksPerSecond,
+    return {mjd2time(static_cast<int>(ticks / kTicksPerDay), 0.0) +
+                ticks % kTicksPerDay / kTicksPerSecond,
             static_cast<double>(ticks % kTicksPerSecond) / kTicksPerSecond};
 }
 

@@ -2,6 +2,7 @@
 
 #include "base/Findings.h"
 #include "ctl/Counted.h"
+#include "ctl/Times.h"
 #include "gnss/GTime.h"
 #include "gnss/gnsscmn.h"
 
@@ -25,9 +26,7 @@ std::string spanText(double seconds) {
 }
 
 std::string instantText(double unixS) {
-    const CalendarTime t = time2epoch({static_cast<std::int64_t>(unixS), 0.0});
-    return text("%04.0f-%02.0f-%02.0f %02.0f:%02.0f:%02.0f UTC", t[0], t[1], t[2], t[3], t[4],
-                t[5]);
+    return dateTimeText({static_cast<std::int64_t>(unixS), 0.0}) + " UTC";
 }
 
 /// "low 1, no ephemeris 2" of the counts under a path that are not 0.

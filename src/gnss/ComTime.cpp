@@ -93,6 +93,10 @@ MjdTime time2mjd(std::int64_t seconds) {
             3600.0 * c[3] + 60.0 * c[4] + c[5]};
 }
 
+GTime gtimeOf(MjdTime t) {
+    return timeadd({mjd2time(t.mjd, 0.0), 0.0}, t.sod);
+}
+
 WeekDay gpsweek(int year, int month, int day) {
     int mjd = day;
     if (year != 0)

@@ -45,6 +45,8 @@ DateTime mjd2date(int mjd, double sod);
 /// Whole seconds since 1970; 0 outside 1970..2099.
 std::int64_t mjd2time(int mjd, double sod);
 MjdTime time2mjd(std::int64_t seconds);
+/// The same instant of the same scale.
+GTime gtimeOf(MjdTime t);
 
 struct WeekDay {
     int week = 0;
