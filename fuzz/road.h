@@ -107,11 +107,9 @@ private:
     /// Whole RTCM 3 frames, whose MSM can be read.
     static void requireFrames(Bytes reply) {
         while (!reply.empty()) {
-            const std::size_t size = reply.size() < 6 ? 0 : getbitu(reply, 14, 10) + 6;
-            require(size > 0 && size <= reply.size() && reply[0] == kPreamble &&
-                        crc24q(reply.first(size - 3)) == getbitu(reply, 8 * (size - 3), 24),
-                    "a whole frame in the answer");
-            if (isMsm4To7(static_cast<int>(getbitu(reply, kMessageBit, 12)))) {
+            const std::size_t size = wholeFrame(reply);
+            require(size > 0, "a whole frame in the answer");
+            if (isMsm4To7(messageType(reply))) {
                 MsmMessage m;
                 BitReader in = messageOf(reply.first(size));
                 layoutMsm(in, m);

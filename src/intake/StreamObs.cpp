@@ -59,7 +59,7 @@ void guardPlace(StreamIntake& in, const StatedPlace& place, const StationRecord&
 
 /// Tells what in the message contradicts what is known otherwise.
 void compare(StreamIntake& in, int status, std::size_t station, Contradictions::Instant now) {
-    const auto type = static_cast<int>(getbitu(in.decoder.buff, kMessageBit, 12));
+    const int type = messageType(in.decoder.buff);
     if (status == kStation && (type == 1005 || type == 1006)) {
         const StationRecord& configured = in.session.stations[station];
         in.contradictions.position(type, in.decoder.sta.pos, configured.name, configured.xyz, now);
@@ -77,9 +77,13 @@ void compare(StreamIntake& in, int status, std::size_t station, Contradictions::
 
 /// Keeps what a station message says; the decoder forgets it.
 void rememberSender(StreamIntake& in) {
-    const auto type = static_cast<int>(getbitu(in.decoder.buff, kMessageBit, 12));
+    const int type = messageType(in.decoder.buff);
     const StationInfo& said = in.decoder.sta;
     StationInfo& kept = in.sender.said;
+    if (type == 1005 || type == 1006) {
+        in.sender.placed = true;
+        kept.pos = said.pos;
+    }
     if (type == 1006) {
         in.sender.height = true;
         kept.hgt = said.hgt;
@@ -190,6 +194,13 @@ void changeStation(StreamIntake& in, std::size_t station, int own, int framelen,
     in.spokeFirst.reset();
 }
 
+/// The station that counts: the stream's, else that of the run that is being collected.
+std::optional<int> ownStation(const StreamIntake& in) {
+    if (in.streamStation.id() || in.run.empty())
+        return in.streamStation.id();
+    return in.run.stationId();
+}
+
 /// Puts an observation message into the epoch that is being collected.
 void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen,
              Contradictions::Instant now) {
@@ -198,7 +209,7 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
         refused = {m.type, std::nullopt, false};
         return;
     }
-    const int own = in.streamStation.id().value_or(in.run.empty() ? m.staid : in.run.stationId());
+    const int own = ownStation(in).value_or(m.staid);
     in.contradictions.otherStation(m.staid, own, now);
     if (!in.streamStation.counts(m, own)) {
         if (in.watcher)
@@ -237,13 +248,11 @@ bool collected(StreamIntake& in, std::size_t station, int framelen, Contradictio
         collect(in, station, *m, framelen, now);
         return true;
     }
-    const auto type = static_cast<int>(getbitu(in.decoder.buff, kMessageBit, 12));
-    const auto id = static_cast<int>(getbitu(in.decoder.buff, kMessageBit + 12, 12));
+    const int type = messageType(in.decoder.buff);
+    const int id = stationIdOf(in.decoder.buff);
     if (!tellsOfStation(type))
         return false;
-    const std::optional<int> own = in.streamStation.id() ? in.streamStation.id()
-                                   : in.run.empty()      ? std::nullopt
-                                                         : std::optional(in.run.stationId());
+    const std::optional<int> own = ownStation(in);
     if (!own || id == *own) {
         if (!in.streamStation.id())
             in.spokeFirst = id;

@@ -21,6 +21,18 @@ inline constexpr std::size_t kMessageBit = 8 * kHeaderBytes; // first bit of a m
 /// bytes or the frame does not fit.
 std::size_t closeFrame(std::span<std::uint8_t> buff, std::size_t nbit);
 
+/// Length of the frame in front of the bytes, its check word right; 0 where none is whole.
+std::size_t wholeFrame(std::span<const std::uint8_t> bytes);
+
+/// Number of the message of a frame; 0 where it has none.
+inline int messageType(std::span<const std::uint8_t> frame) {
+    return static_cast<int>(getbitu(frame, kMessageBit, 12));
+}
+/// The station id of a message that tells it, behind its number.
+inline int stationIdOf(std::span<const std::uint8_t> frame) {
+    return static_cast<int>(getbitu(frame, kMessageBit + 12, 12));
+}
+
 /// The message of a whole frame, between header and check word.
 inline BitReader messageOf(std::span<const std::uint8_t> frame) {
     constexpr std::size_t around = kHeaderBytes + kCheckBytes;

@@ -77,6 +77,14 @@ int decode_type1230(RtcmState& s, BiasMessage& m);
 int decodeMsm(RtcmState& s, int type);
 int decodeLegacy(RtcmState& s, int type);
 
+/// What the head of an observation message of that type says of its epoch; one that is cut off may
+/// hold another type.
+constexpr EpochMessage epochMessage(int type, const MsmHead& h) {
+    return {type, msmSystem(type).system, h.staid, h.epoch, h.more != 0};
+}
+constexpr EpochMessage epochMessage(int type, const LegacyHead& h) {
+    return {type, legacyForm(type).glonass ? kGlonass : kGps, h.staid, h.epochMs, h.more != 0};
+}
 /// Puts a whole message into the records of the epoch.
 void storeMsm(RtcmState& s, const MsmMessage& message, const EpochMessage& e);
 void storeLegacy(RtcmState& s, const LegacyMessage& message, const EpochMessage& e);

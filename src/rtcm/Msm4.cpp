@@ -13,24 +13,23 @@ constexpr int kGpsSatellites = 32; // ids above are SBAS
 constexpr int kGlonassSatellites = 24;
 constexpr double kMostCnrDb = 63.0; // DF403
 
-/// SentSignal ids of MSM by the code indicators of DF010, DF016, DF039 and DF046; 0 = none. MSM has
-/// no signal for cross-correlated L2, which is P(Y) too.
-constexpr std::array<int, 2> kL1Ids{2, 3};
-constexpr std::array<int, 4> kGpsL2Ids{17, 9, 10, 10};
-constexpr std::array<int, 4> kGlonassL2Ids{8, 9, 0, 0};
-
-/// The least time of lock (s) that DF013, DF019, DF043 and DF049 stand for.
-int leastLockS(int indicator) {
-    struct Range {
-        int below, step, offset;
-    };
-    constexpr std::array<Range, 6> ranges{
-        {{24, 1, 0}, {48, 2, 24}, {72, 4, 120}, {96, 8, 408}, {120, 16, 1176}, {127, 32, 3096}}};
-    for (const Range& r : ranges)
-        if (indicator < r.below)
-            return indicator * r.step - r.offset;
-    return 937;
+/// Id of a signal in the messages of a type; 0 = none. MSM has no signal for cross-correlated L2,
+/// which is P(Y) too.
+constexpr int idOf(int type, std::string_view signal) {
+    const SignalCodes& codes = msmSystem(type).codes;
+    const auto at =
+        std::find(codes.begin() + 1, codes.end(), obs2code(signal == "2D" ? "2W" : signal));
+    return signal.empty() || at == codes.end() ? 0 : static_cast<int>(at - codes.begin());
 }
+constexpr auto idsOf(int type, const IndicatedSignals& signals) {
+    std::array<int, 4> ids{};
+    std::ranges::transform(signals, ids.begin(), [=](auto signal) { return idOf(type, signal); });
+    return ids;
+}
+constexpr auto kL1Ids = idsOf(kGpsType, kL1Signals);
+constexpr auto kGpsL2Ids = idsOf(kGpsType, kGpsL2Signals);
+constexpr auto kGlonassL2Ids = idsOf(kGlonassType, kGlonassL2Signals);
+static_assert(kL1Ids == idsOf(kGlonassType, kL1Signals));
 
 struct SentSignal {
     int id; // 0 = none

@@ -166,6 +166,7 @@ void init_rtcm(RtcmState& state);
 /// What a station has said of itself.
 struct SenderInfo {
     StationInfo said;
+    bool placed = false; // by 1005 or 1006
     bool named = false;  // antenna or receiver, by 1007, 1008 or 1033
     bool height = false; // it sends 1006
 };

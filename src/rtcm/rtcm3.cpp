@@ -178,7 +178,7 @@ int input_rtcm3f(RtcmState& s, std::FILE* file) {
 }
 
 int decode_rtcm3(RtcmState& s) {
-    const auto type = static_cast<int>(getbitu(s.buff, kMessageBit, 12));
+    const int type = messageType(s.buff);
     if (s.outtype)
         s.msgtype = text("RTCM %4d (%4d):", type, s.len);
     if (!s.opt.empty() && hasOption(s, "-RT_INP")) {
@@ -198,8 +198,7 @@ bool test_staid(RtcmState& s, int staid) {
             if (std::atoi(s.opt.c_str() + at + 5) != staid)
                 return false;
     if (s.staid != 0 && s.obsflag == 0 && staid != s.staid) {
-        trace(2, "rtcm3 %d staid invalid id=%d %d\n",
-              static_cast<int>(getbitu(s.buff, kMessageBit, 12)), staid, s.staid);
+        trace(2, "rtcm3 %d staid invalid id=%d %d\n", messageType(s.buff), staid, s.staid);
         s.staid = 0;
         return false;
     }
@@ -226,28 +225,18 @@ void needTime(RtcmState& s) {
 }
 
 std::optional<EpochMessage> observationHead(const RtcmState& s) {
-    const auto type = static_cast<int>(getbitu(s.buff, kMessageBit, 12));
+    const int type = messageType(s.buff);
     BitReader in = messageOf(s);
-    if (isMsm4To7(type)) {
-        MsmHead h;
-        layoutMsmHead(in, h);
-        return EpochMessage{.type = type,
-                            .system = msmSystem(type).system,
-                            .staid = h.staid,
-                            .field = h.epoch,
-                            .more = h.more != 0,
-                            .tooShort = endsBeforeMark(s)};
-    }
-    if (isLegacy(type)) {
-        LegacyHead h;
-        layoutLegacyHead(in, h);
-        return EpochMessage{.type = type,
-                            .system = legacyForm(type).glonass ? kGlonass : kGps,
-                            .staid = h.staid,
-                            .field = h.epochMs,
-                            .more = h.more != 0,
-                            .tooShort = endsBeforeMark(s)};
-    }
+    const auto headBy = [&](const auto& layout, auto head) {
+        layout(in, head);
+        EpochMessage m = epochMessage(type, head);
+        m.tooShort = endsBeforeMark(s);
+        return m;
+    };
+    if (isMsm4To7(type))
+        return headBy(layoutMsmHead, MsmHead{});
+    if (isLegacy(type))
+        return headBy(layoutLegacyHead, LegacyHead{});
     return std::nullopt;
 }
 

@@ -92,13 +92,11 @@ void storeLegacy(RtcmState& s, const LegacyMessage& message, const EpochMessage&
 }
 
 int decodeLegacy(RtcmState& s, int type) {
-    const LegacyForm form = legacyForm(type);
     BitReader in = messageOf(s);
     LegacyMessage message;
     const LegacyHead& head = message.head;
     layoutLegacyHead(in, message.head);
-    EpochMessage m{type, form.glonass ? kGlonass : kGps, head.staid, head.epochMs, head.more != 0,
-                   {}};
+    EpochMessage m = epochMessage(type, head);
     // The length is judged once for all satellites, before any of them is stored.
     if (!admit(s, m) || !readBody(s, in, message))
         return refuse(s, m);

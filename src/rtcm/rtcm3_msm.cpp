@@ -190,7 +190,7 @@ int decodeMsm(RtcmState& s, int type) {
     ReceivedMsm m(type);
     BitReader in = messageOf(s);
     layoutMsmHead(in, m.head);
-    EpochMessage e{type, m.system.system, m.head.staid, m.head.epoch, m.head.more != 0, {}};
+    EpochMessage e = epochMessage(type, m.head);
     if (!admit(s, e) || !readBody(s, in, m, type))
         return refuse(s, e);
     join(s, e);

@@ -144,18 +144,25 @@ inline bool splitL1Range(LegacySatellite& s, bool glonass, double rangeM) {
 }
 
 /// DF013, DF019, DF043, DF049: lock time in steps that grow from 1 s to 32 s.
+struct LegacyLockRange {
+    int below, offset, step; // s
+};
+inline constexpr std::array<LegacyLockRange, 6> kLegacyLock{
+    {{24, 0, 1}, {72, 24, 2}, {168, 120, 4}, {360, 408, 8}, {744, 1176, 16}, {937, 3096, 32}}};
 constexpr int legacyLock(double seconds) {
-    struct Range {
-        int below, offset, step; // s
-    };
-    constexpr std::array<Range, 6> ranges{
-        {{24, 0, 1}, {72, 24, 2}, {168, 120, 4}, {360, 408, 8}, {744, 1176, 16}, {937, 3096, 32}}};
     if (!(seconds > 0.0))
         return 0; // a clock that went back
-    for (const Range& r : ranges)
+    for (const LegacyLockRange& r : kLegacyLock)
         if (seconds < r.below)
             return (static_cast<int>(seconds) + r.offset) / r.step;
     return 127;
+}
+/// The least time (s) that an indicator stands for.
+constexpr int leastLockS(int indicator) {
+    for (const LegacyLockRange& r : kLegacyLock)
+        if (const int s = indicator * r.step - r.offset; s < r.below)
+            return s;
+    return kLegacyLock.back().below;
 }
 
 /// Any of the eight messages, as sent: head.type says which, head.satellites how many rows.
