@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -25,21 +24,6 @@ constexpr std::int64_t kMostAgeS = 14400;
 constexpr std::int64_t kMostAheadS = 60; // a clock that was set back
 
 EphemerisFile* toWriteAtEnd = nullptr;
-
-/// Length of the whole frame in front, its check word right; 0 where there is none.
-std::size_t wholeFrame(std::span<const std::uint8_t> bytes) {
-    if (bytes.size() < kHeaderBytes + kCheckBytes || bytes[0] != kPreamble)
-        return 0;
-    const std::size_t size = getbitu(bytes, 14, 10) + kHeaderBytes + kCheckBytes;
-    if (size > bytes.size())
-        return 0;
-    const std::size_t checked = size - kCheckBytes;
-    return crc24q(bytes.first(checked)) == getbitu(bytes, 8 * checked, 24) ? size : 0;
-}
-
-int typeOf(std::span<const std::uint8_t> frame) {
-    return static_cast<int>(getbitu(frame, kMessageBit, 12));
-}
 
 bool isEphemeris(int type) {
     constexpr std::array<int, 7> types{63, 1019, 1020, 1042, 1044, 1045, 1046};
@@ -67,7 +51,8 @@ std::vector<Saved> framesOf(std::span<const std::uint8_t> file) {
         file = file.subspan(stamp.size());
         const std::span frame = file.first(wholeFrame(file));
         file = file.subspan(frame.size());
-        if (stamp.empty() || typeOf(stamp) != 1013 || frame.empty() || !isEphemeris(typeOf(frame)))
+        if (stamp.empty() || messageType(stamp) != 1013 || frame.empty() ||
+            !isEphemeris(messageType(frame)))
             return {};
         frames.push_back({timeOf(stamp), frame});
     }
@@ -79,8 +64,7 @@ std::vector<Saved> framesOf(std::span<const std::uint8_t> file) {
 void EphemerisFile::open(const std::string& folder, const std::string& deployment) {
     if (folder.empty())
         return;
-    path_ = folder + "/" + std::filesystem::path(deployment).stem().string() + ".rtcm3";
-    newPath_ = path_ + ".new";
+    file_.open(folder + "/" + std::filesystem::path(deployment).stem().string() + ".rtcm3");
     store_ = std::make_unique<Store>();
     writtenAt_ = monotonicNow();
     toWriteAtEnd = this;
@@ -88,10 +72,11 @@ void EphemerisFile::open(const std::string& folder, const std::string& deploymen
 }
 
 void EphemerisFile::read(const std::function<int(std::span<const std::uint8_t>)>& take) {
-    if (path_.empty())
+    if (!store_)
         return;
+    const char* const path = file_.path().c_str();
     // Neither a link is followed nor a pipe waited for.
-    const int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd < 0 && errno == ENOENT)
         return; // the first start
     const ssize_t n = fd < 0 ? -1 : ::read(fd, store_->file.data(), store_->file.size());
@@ -99,14 +84,12 @@ void EphemerisFile::read(const std::function<int(std::span<const std::uint8_t>)>
     if (fd >= 0)
         close(fd);
     if (n < 0) {
-        print(Level::warning, "***WARN: file = %s,cannot be read,%s\n", path_.c_str(),
-              std::strerror(error));
+        print(Level::warning, "***WARN: file = %s,cannot be read,%s\n", path, std::strerror(error));
         return;
     }
     const auto frames = framesOf(std::span(store_->file).first(static_cast<std::size_t>(n)));
     if (frames.empty()) {
-        print(Level::warning, "***WARN: file = %s,holds no saved ephemerides,passed over!\n",
-              path_.c_str());
+        print(Level::warning, "***WARN: file = %s,holds no saved ephemerides,passed over!\n", path);
         return;
     }
     std::size_t fresh = 0;
@@ -118,8 +101,8 @@ void EphemerisFile::read(const std::function<int(std::span<const std::uint8_t>)>
         if (const int satellite = take(saved.frame))
             keep(satellite, saved.frame, saved.at);
     }
-    print(Level::notice, "***INFO: file = %s,%zu of %zu ephemerides are taken up\n", path_.c_str(),
-          fresh, frames.size());
+    print(Level::notice, "***INFO: file = %s,%zu of %zu ephemerides are taken up\n", path, fresh,
+          frames.size());
 }
 
 void EphemerisFile::keep(int satellite, std::span<const std::uint8_t> frame) {
@@ -127,7 +110,7 @@ void EphemerisFile::keep(int satellite, std::span<const std::uint8_t> frame) {
 }
 
 void EphemerisFile::keep(int satellite, std::span<const std::uint8_t> frame, std::int64_t at) {
-    if (path_.empty() || frame.size() > kMostFrame)
+    if (!store_ || frame.size() > kMostFrame)
         return;
     const SignalsDeferred untilWhole;
     Kept& kept = store_->kept[static_cast<std::size_t>(satellite)];
@@ -141,13 +124,7 @@ void EphemerisFile::writeIfDue() {
     if (!dirty_ || monotonicNow() - writtenAt_ < kSpacing)
         return;
     printFlush(); // the disk may take long
-    const int error = write();
-    if (error != 0 && !failing_)
-        print(Level::warning, "***WARN: file = %s,cannot be written,%s\n", path_.c_str(),
-              std::strerror(error));
-    else if (error == 0 && failing_)
-        print(Level::notice, "***INFO: file = %s,is written again\n", path_.c_str());
-    failing_ = error != 0;
+    file_.tell(write());
     writtenAt_ = monotonicNow();
 }
 
@@ -171,27 +148,14 @@ std::size_t EphemerisFile::compose() {
     return size;
 }
 
-/// 0 or the error number; then the file is as it was. Nothing but async-signal-safe calls.
+/// What ReplacedFile::write gives.
 int EphemerisFile::write() {
-    int fd = -1;
-    bool whole = false;
-    {
-        const SignalsDeferred untilWritten;
-        const std::size_t size = compose();
-        unlink(newPath_.c_str()); // of a write that was cut off, or a pipe that would be waited for
-        fd = ::open(newPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-        if (fd < 0)
-            return errno;
-        errno = ENOSPC; // of a write that takes a part
-        whole = ::write(fd, store_->file.data(), size) == static_cast<ssize_t>(size);
-    }
-    int error = whole && fsync(fd) == 0 ? 0 : errno;
-    if (close(fd) != 0 && error == 0)
-        error = errno;
-    if (error == 0 && std::rename(newPath_.c_str(), path_.c_str()) != 0)
-        error = errno;
-    if (error != 0)
-        unlink(newPath_.c_str());
+    const std::size_t size = [this] {
+        const SignalsDeferred untilWhole;
+        return compose();
+    }();
+    const int error =
+        file_.write(std::span(store_->file).first(size), ReplacedFile::Disk::isWaitedFor);
     dirty_ = error != 0; // a signal before this writes it anew
     return error;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/ReplacedFile.h"
 #include "gnss/gnsscmn.h"
 
 #include <array>
@@ -44,9 +45,8 @@ private:
     int write();
     static void writeAtEnd();
 
-    std::string path_, newPath_; // empty = nothing is kept
-    std::unique_ptr<Store> store_;
+    ReplacedFile file_;
+    std::unique_ptr<Store> store_; // null: nothing is kept
     bool dirty_ = false;
-    bool failing_ = false;
     std::chrono::nanoseconds writtenAt_{};
 };

@@ -115,8 +115,6 @@ void Service::onMessage(std::uint32_t status, const std::uint8_t* frame, std::in
             station.introduced.reset(); // it may have been in what is lost
         printEpochEnd();
     } else {
-        if (status_)
-            status_->ofStream({frame, static_cast<std::size_t>(length)});
         if (status == kEphemeris)
             ephemerisFile.keep(intake.decoder.ephsat, {frame, static_cast<std::size_t>(length)});
         print(Level::debug, "***INFO: Copy raw buff, size=%d\n", length);
@@ -129,7 +127,7 @@ void Service::onMessage(std::uint32_t status, const std::uint8_t* frame, std::in
 /// A plain stream has no second place and names: those of the sender stay behind, and its biases
 /// are the virtual station's.
 void Service::forward(std::span<const std::uint8_t> frame) {
-    const auto type = static_cast<int>(getbitu(frame, kMessageBit, 12));
+    const int type = messageType(frame);
     if (!record.answering.plain || !tellsOfStation(type)) {
         pass(frame);
         return;

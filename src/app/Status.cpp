@@ -2,15 +2,10 @@
 
 #include "app/Service.h"
 #include "gnss/Clock.h"
+#include "rtcm/Frame.h"
 #include "rtcm/layouts/ReplyFrame.h"
-#include "rtcm/layouts/StationMessages.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -32,29 +27,12 @@ std::uint64_t ephemeridesOf(const EphemerisStore& store) {
                                       std::ranges::count_if(store.glonass, held));
 }
 
-/// 0 or the error number; the old file stays where it fails.
-int replaceFile(const std::string& path, const std::string& content) {
-    const std::string fresh = path + ".new";
-    static_cast<void>(unlink(fresh.c_str())); // a pipe there would be waited for
-    const int fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0)
-        return errno;
-    const ssize_t n = write(fd, content.data(), content.size());
-    const int error = n < 0 ? errno : n == static_cast<ssize_t>(content.size()) ? 0 : ENOSPC;
-    if (close(fd) != 0 && error == 0)
-        return errno;
-    if (error == 0 && std::rename(fresh.c_str(), path.c_str()) == 0)
-        return 0;
-    const int why = error != 0 ? error : errno;
-    static_cast<void>(std::remove(fresh.c_str()));
-    return why;
-}
-
 } // namespace
 
-ServiceStatus::ServiceStatus(const Service& service)
-    : service_(service), next_(printTarget), startedS_(unixNowS()), stateSinceS_(startedS_),
-      warmStart_(ephemeridesOf(service.intake.ephemerides)) {
+ServiceStatus::ServiceStatus(const Service& of)
+    : service_(of), next_(printTarget), startedS_(unixNowS()), stateSinceS_(startedS_),
+      warmStart_(ephemeridesOf(of.intake.ephemerides)) {
+    file_.open(of.record.statusPath);
     printTarget = this;
 }
 
@@ -96,12 +74,12 @@ void ServiceStatus::received(std::size_t bytes) {
 
 void ServiceStatus::frame(std::span<const std::uint8_t> frame) {
     frameBytesIn_ += frame.size();
-    ++messagesIn_[typeOfFrame(frame)];
+    ++messagesIn_[messageType(frame)];
 }
 
 void ServiceStatus::observations(std::span<const std::uint8_t> frame) {
     addMessage(in_, frame);
-    stationId_ = static_cast<int>(getbitu(frame, kMessageBit + 12, 12));
+    stationId_ = stationIdOf(frame);
 }
 
 void ServiceStatus::take(const Lasting& what, std::string_view text) {
@@ -123,12 +101,9 @@ void ServiceStatus::take(const Lasting& what, std::string_view text) {
 void ServiceStatus::countAnswer(std::span<const std::uint8_t> reply) {
     if (!service_.record.answering.plain && reply.size() >= kReplyHeadBytes + kReplyCheckBytes)
         reply = reply.subspan(kReplyHeadBytes, reply.size() - kReplyHeadBytes - kReplyCheckBytes);
-    while (reply.size() > kHeaderBytes + kCheckBytes) {
-        const std::size_t size = getbitu(reply, 14, 10) + kHeaderBytes + kCheckBytes;
-        if (size > reply.size())
-            return;
+    while (const std::size_t size = wholeFrame(reply)) {
         const std::span frame = reply.first(size);
-        ++messagesOut_[typeOfFrame(frame)];
+        ++messagesOut_[messageType(frame)];
         addMessage(out_, frame);
         reply = reply.subspan(size);
     }
@@ -159,31 +134,15 @@ void ServiceStatus::passed(std::size_t bytes, bool sent) {
     bytesOut_ += sent ? bytes : 0;
 }
 
-void ServiceStatus::ofStream(std::span<const std::uint8_t> frame) {
-    const int type = typeOfFrame(frame);
-    if (type != 1005 && type != 1006)
-        return;
-    PositionMessage m;
-    BitReader in = messageOf(frame);
-    layoutPosition<1005>(in, m); // 1006 begins so
-    if (in.ok())
-        statedPlace_ = m.pos;
-}
-
 void ServiceStatus::writeIfDue() {
     if (monotonicNow() - writtenAt_ >= kStatusSpacing)
         write();
 }
 
 void ServiceStatus::write() {
-    const std::string& path = service_.record.statusPath;
-    const int error = replaceFile(path, composed());
+    const std::string content = composed();
+    file_.tell(file_.write({reinterpret_cast<const std::uint8_t*>(content.data()), content.size()},
+                           ReplacedFile::Disk::mayWait));
     reasons_ = {};
-    if (error != 0 && !failing_)
-        print(Level::warning, "***WARN: file = %s,cannot be written,%s\n", path.c_str(),
-              std::strerror(error));
-    else if (error == 0 && failing_)
-        print(Level::notice, "***INFO: file = %s,is written again\n", path.c_str());
-    failing_ = error != 0;
     writtenAt_ = monotonicNow();
 }

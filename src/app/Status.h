@@ -1,8 +1,8 @@
 #pragma once
 
+#include "app/ReplacedFile.h"
 #include "app/Tally.h"
 #include "base/Print.h"
-#include "gnss/ComCoord.h"
 #include "gnss/EpochObs.h"
 #include "intake/StreamWatcher.h"
 
@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -23,7 +22,7 @@ struct Service;
 class ServiceStatus final : public StreamWatcher, public PrintTarget {
 public:
     /// From now on what is printed goes through it.
-    explicit ServiceStatus(const Service& service);
+    explicit ServiceStatus(const Service& of);
     ~ServiceStatus();
     ServiceStatus(const ServiceStatus&) = delete;
     ServiceStatus& operator=(const ServiceStatus&) = delete;
@@ -42,8 +41,6 @@ public:
     void epoch(Fate fate, std::span<const std::uint8_t> reply);
     /// A frame that was to be passed on.
     void passed(std::size_t bytes, bool sent);
-    /// A message that is no observation, of the stream's station.
-    void ofStream(std::span<const std::uint8_t> frame);
 
     void writeIfDue();
     /// Writes the file. A failure is told when it begins.
@@ -61,6 +58,7 @@ public:
     void ended(Cause cause) override { next_->ended(cause); }
     void flush() override { next_->flush(); }
     void lastLine() override { next_->lastLine(); }
+    std::uint64_t droppedLines() const override { return next_->droppedLines(); }
 
 private:
     using Instant = std::chrono::nanoseconds; // of the monotonic clock
@@ -84,12 +82,12 @@ private:
     std::string_view whyNot(int satellite) const;
     std::string_view whyDropped(std::size_t system, std::size_t signal) const;
 
+    ReplacedFile file_;
     const Service& service_;
     PrintTarget* const next_;
     const double startedS_; // Unix times
     std::string_view state_ = "connecting";
     double stateSinceS_;
-    bool failing_ = false;
     Instant writtenAt_{};
 
     const Count warmStart_; // satellites with an ephemeris at the start
@@ -112,5 +110,4 @@ private:
     std::array<Reason, kMaxSatellites> reasons_{};
 
     int stationId_ = -1;
-    std::optional<Vector3> statedPlace_;
 };

@@ -7,40 +7,40 @@
 #include "gnss/Leaps.h"
 #include "vrs/VrsEncoder.h"
 
+#include <cjson/cJSON.h>
+
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <unistd.h>
+#include <vector>
 
 // What the file of the status says. A value that is not known is left out.
 
-/// Builds a JSON object.
+/// A JSON object that is built from the outside in.
 class ServiceStatus::Json {
 public:
-    void open(std::string_view name = {}) {
-        key(name);
-        out_ += '{';
+    Json() : root_(cJSON_CreateObject(), cJSON_Delete), path_{root_.get()} {}
+
+    void open(std::string_view name) {
+        path_.push_back(cJSON_AddObjectToObject(path_.back(), key(name)));
     }
-    void close() { out_ += '}'; }
-    void add(std::string_view name, Count n) {
-        key(name);
-        out_ += std::to_string(n);
-    }
+    void close() { path_.pop_back(); }
     void add(std::string_view name, double value) {
-        if (!std::isfinite(value))
-            return;
-        key(name);
-        out_ += ::text("%.15g", value);
+        if (std::isfinite(value))
+            cJSON_AddNumberToObject(path_.back(), key(name), value);
     }
+    void add(std::string_view name, Count n) { add(name, static_cast<double>(n)); }
     void add(std::string_view name, bool value) {
-        key(name);
-        out_ += value ? "true" : "false";
+        cJSON_AddBoolToObject(path_.back(), key(name), value);
     }
-    /// A text, of ASCII; a '?' stands for other characters. An empty one is left out.
+    /// A text; a '?' stands for what is no character of ASCII. An empty one is left out.
     void add(std::string_view name, std::string_view value) {
-        if (value.empty())
-            return;
-        key(name);
-        quote(value);
+        std::string shown(value);
+        std::ranges::replace_if(
+            shown, [](char c) { return c < ' ' || c > '~'; }, '?');
+        if (!shown.empty())
+            cJSON_AddStringToObject(path_.back(), key(name), shown.c_str());
     }
     void add(std::string_view name, const char* value) { add(name, std::string_view(value)); }
     /// Counts by a number or a name.
@@ -53,39 +53,24 @@ public:
                 add(what, Count{n});
         close();
     }
-    std::string take() { return std::move(out_); }
+    std::string text() const {
+        const std::unique_ptr<char, decltype(&cJSON_free)> printed(
+            cJSON_PrintUnformatted(root_.get()), cJSON_free);
+        return printed ? printed.get() : "";
+    }
 
 private:
-    void key(std::string_view name) {
-        if (!out_.empty() && out_.back() != '{')
-            out_ += ',';
-        if (name.empty())
-            return;
-        quote(name);
-        out_ += ':';
-    }
-    void quote(std::string_view value) {
-        out_ += '"';
-        for (const char c : value) {
-            if (c == '"' || c == '\\')
-                out_ += '\\';
-            out_ += c >= ' ' && c < 127 ? c : '?';
-        }
-        out_ += '"';
-    }
-    std::string out_;
+    const char* key(std::string_view name) { return (key_ = name).c_str(); }
+
+    std::unique_ptr<cJSON, void (*)(cJSON*)> root_;
+    std::vector<cJSON*> path_; // open objects
+    std::string key_;
 };
 
 namespace {
 
 double unixSeconds(GTime t) {
     return static_cast<double>(t.time) + t.sec;
-}
-
-/// The last epoch's own time, GPS time.
-GTime timeOf(const CurrentEpoch& epoch) {
-    constexpr std::int64_t unixMjd = 40587;
-    return timeadd({86400 * (epoch.currentMjd - unixMjd), 0.0}, epoch.currentSod);
 }
 
 /// Signal of a system by its MSM id, "1C"; "id 20" without a name.
@@ -155,7 +140,7 @@ void ServiceStatus::tellEpochs(Json& out) const {
                           std::pair{"guard", fate(Fate::guard)},
                           std::pair{"not sent", fate(Fate::notSent)}});
     if (lastEpochReceivedS_ > 0.0) {
-        const GTime time = timeOf(service_.record);
+        const GTime time = gtimeOf({service_.record.currentMjd, service_.record.currentSod});
         out.open("last");
         constexpr double gpsEpochUnixS = 315964800.0;
         out.add("time_gps_s", unixSeconds(time) - gpsEpochUnixS);
@@ -274,8 +259,8 @@ void ServiceStatus::tellSender(Json& out) const {
     out.add("receiver", view(said.rectype));
     out.add("firmware", view(said.recver));
     out.add("receiver_serial", view(said.recsno));
-    if (statedPlace_)
-        out.add("distance_m", distance(*statedPlace_, s.record.stations.front().xyz));
+    if (s.intake.sender.placed)
+        out.add("distance_m", distance(said.pos, s.record.stations.front().xyz));
     out.add("guard_holds", s.intake.displaced && s.record.guard && !s.record.guard->warnOnly);
     out.open("channels");
     for (std::size_t slot = 0; slot < kGlonassSlots; ++slot)
@@ -287,9 +272,8 @@ void ServiceStatus::tellSender(Json& out) const {
 
 std::string ServiceStatus::composed() const {
     Json out;
-    out.open();
     out.add("format", "kestrune-status-1");
-    out.add("version", "2.5");
+    out.add("version", KESTRUNE_VERSION);
     out.add("station", std::string_view(service_.record.stations.front().name));
     tellProcess(out);
     tellTraffic(out);
@@ -300,6 +284,13 @@ std::string ServiceStatus::composed() const {
             tellSystem(out, system);
     out.close();
     tellSender(out);
+    if (const auto leaps = service_.intake.leapSeconds.table.rows(); !leaps.empty()) {
+        out.open("leap_seconds");
+        out.add("file_end_unix_s", static_cast<double>(mjd2time(leaps.back().mjd, 0.0)));
+        out.close();
+    }
+    out.open("log");
+    out.add("dropped_lines_total", droppedLines());
     out.close();
-    return out.take() + "\n";
+    return out.text() + "\n";
 }

@@ -5,12 +5,8 @@
 #include <bit>
 #include <utility>
 
-int typeOfFrame(std::span<const std::uint8_t> frame) {
-    return frame.size() < kHeaderBytes + 2 ? 0 : static_cast<int>(getbitu(frame, kMessageBit, 12));
-}
-
 void addMessage(Tally& tally, std::span<const std::uint8_t> frame) {
-    const int type = typeOfFrame(frame);
+    const int type = messageType(frame);
     if (!isMsm4To7(type))
         return;
     BitReader in = messageOf(frame);

@@ -21,8 +21,6 @@ using Satellites = std::array<std::uint64_t, kMsmSystems.size()>;
 void addMessage(Tally& tally, std::span<const std::uint8_t> frame);
 /// The satellites of the epoch that ends.
 Satellites endEpoch(Tally& tally);
-/// Type of the message of a whole frame.
-int typeOfFrame(std::span<const std::uint8_t> frame);
 /// "GRESJCI", by system.
 inline constexpr std::string_view kMsmLetters = "GRESJCI";
 /// Satellite number of an MSM id; 0 = none.

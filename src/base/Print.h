@@ -67,6 +67,8 @@ public:
     virtual void flush() = 0;
     /// The process ends behind the next line.
     virtual void lastLine() = 0;
+    /// Lines that nobody read in time, since the start.
+    virtual std::uint64_t droppedLines() const { return 0; }
 
 protected:
     ~PrintTarget() = default;

@@ -76,8 +76,10 @@ void LineWriter::flush() {
     }
     lines_.erase(0, out);
     const std::size_t kept = rest_ ? lines_.find('\n') + 1 : 0;
-    dropped_ += static_cast<std::uint64_t>(
+    const auto lost = static_cast<std::uint64_t>(
         std::count(lines_.begin() + static_cast<std::ptrdiff_t>(kept), lines_.end(), '\n'));
+    dropped_ += lost;
+    droppedInAll_ += lost;
     lines_.resize(kept);
 }
 

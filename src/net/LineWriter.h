@@ -26,6 +26,8 @@ public:
     void flush();
     /// From now on lines may wait for room, that long in all.
     void waitFor(std::chrono::milliseconds limit);
+    /// Lines dropped since the start.
+    std::uint64_t dropped() const { return droppedInAll_; }
 
 private:
     bool tellDropped(std::size_t at);
@@ -40,7 +42,8 @@ private:
     bool asksFirst_ = false; // whether it has room: a write might wait
     std::string mark_;
     std::string lines_;
-    bool rest_ = false; // the first of the lines was taken in part
-    std::uint64_t dropped_ = 0;
+    bool rest_ = false;         // the first of the lines was taken in part
+    std::uint64_t dropped_ = 0; // since it was told last
+    std::uint64_t droppedInAll_ = 0;
     std::chrono::nanoseconds waitsUntil_{}; // of the monotonic clock; zero: no waiting
 };

@@ -21,6 +21,7 @@ public:
     void ended(Cause cause) override;
     void flush() override;
     void lastLine() override;
+    std::uint64_t droppedLines() const override { return writer_.dropped(); }
 
 private:
     void tellEnded(std::string_view line);

@@ -150,6 +150,8 @@ TEST(StatusOfService, IsWhatAStreamBroughtAndWhatLeft) {
         EXPECT_EQ(s.number("sender/station_id"), 7.0);
         EXPECT_NEAR(s.number("sender/distance_m").value_or(0), 5.0, 1e-3);
         EXPECT_EQ(s.count("connection/made_total"), 1U);
+        EXPECT_EQ(s.number("log/dropped_lines_total"), 0.0);
+        EXPECT_EQ(s.number("leap_seconds/file_end_unix_s"), 86400.0 * (62502 - 40587));
         ref::Census in;
         ref::Census out;
         in.take(stream.bytes);
