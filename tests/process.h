@@ -98,3 +98,12 @@ inline Ran runInShell(const std::string& program, const std::string& rest) {
     const int status = pclose(pipe);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
+/// The same in a folder.
+inline Ran runInFolder(const std::filesystem::path& folder, const std::string& program,
+                       const std::string& rest) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder);
+    Ran ran = runInShell(program, rest);
+    std::filesystem::current_path(before);
+    return ran;
+}

@@ -45,6 +45,21 @@ inline ref::Bytes cut(const ref::Bytes& frame, std::ptrdiff_t bytes) {
     return ref::frame(ref::Bytes(frame.begin() + 3, frame.begin() + 3 + bytes));
 }
 
+/// The reply frame, typed by its description.
+inline ref::Bytes replyFrame(const ref::Bytes& messages, unsigned flip = 0) {
+    ref::Bytes out = ref::BitString()
+                         .u(8, 0xDA)
+                         .u(16, messages.size() + 7)
+                         .u(8, 0x68)
+                         .u(32, 0xFFFFFFFFU)
+                         .u(16, 6)
+                         .bytes();
+    out.insert(out.end(), messages.begin(), messages.end());
+    const ref::Bytes check = ref::BitString().u(32, ref::crc24q(out) ^ flip).bytes();
+    out.insert(out.end(), check.begin(), check.end());
+    return out;
+}
+
 /// Holds the clock at an instant, UTC.
 class FixedClock {
 public:

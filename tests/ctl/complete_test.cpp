@@ -131,16 +131,7 @@ Bytes inReplyFrame(const std::vector<Bytes>& messages) {
     Bytes all;
     for (const Bytes& m : messages)
         append(all, m);
-    Bytes out = ref::BitString()
-                    .u(8, 0xDA)
-                    .u(16, all.size() + 7)
-                    .u(8, 0x68)
-                    .u(32, 0xFFFFFFFFU)
-                    .u(16, 6)
-                    .bytes();
-    append(out, all);
-    append(out, ref::BitString().u(32, ref::crc24q(out)).bytes());
-    return out;
+    return replyFrame(all);
 }
 
 /// What a right service sends back for a stream, but for what is spoilt.

@@ -82,19 +82,6 @@ const cJSON* field(const cJSON* message, int df) {
 
 const Bytes kPosition = frame(ref::write1005({.station = 7, .itrf = 14, .xyzM = kSite}));
 
-/// The reply frame, typed by its description.
-Bytes reply(const Bytes& messages, unsigned flip = 0) {
-    Bytes out = BitString()
-                    .u(8, 0xDA)
-                    .u(16, messages.size() + 7)
-                    .u(8, 0x68)
-                    .u(32, 0xFFFFFFFFU)
-                    .u(16, 6)
-                    .bytes();
-    out = out + messages;
-    return out + BitString().u(32, ref::crc24q(out) ^ flip).bytes();
-}
-
 ref::Cell cell(int id, const char* signal, double rangeM) {
     ref::Cell c;
     c.id = id;
@@ -321,7 +308,7 @@ TEST(DumpFraming, TellsBrokenBytesAndFindsTheNextFrame) {
               0,
               {"         0     3  --", "         3    25  good", "        28    25  good",
                "        53    25  good"}},
-             {kPosition + reply(kPosition, 1) + kPosition,
+             {kPosition + replyFrame(kPosition, 1) + kPosition,
               1,
               {"         0    25  good", "        25    39  BAD  0xDA", "        64    25  good"}},
              {Bytes(5000, 'x') + kPosition,
@@ -344,13 +331,13 @@ TEST(DumpFraming, TakesAStreamThatIsJoinedAndLeftAnywhere) {
     for (int second = 0; second < 2; ++second)
         for (const Bytes& f : ref::Sky(kSite).epochFrames({2009, 430650.0 + second}, 4))
             stream = stream + f;
-    stream = stream + reply(kPosition + kPosition);
+    stream = stream + replyFrame(kPosition + kPosition);
     for (std::size_t at = 1; at <= stream.size(); ++at) {
         const Bytes head(stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>(at));
         const Dumped d = dump(head);
         EXPECT_EQ(d.status, d.has(" good ") ? 0 : 1) << at << "\n" << d.text;
     }
-    stream.resize(stream.size() - reply(kPosition + kPosition).size());
+    stream.resize(stream.size() - replyFrame(kPosition + kPosition).size());
     for (std::size_t at = 0; at < stream.size(); at += 3) {
         const Dumped d = dump({stream.begin() + static_cast<std::ptrdiff_t>(at), stream.end()});
         EXPECT_EQ(d.status, d.has(" good ") ? 0 : 1) << at << "\n" << d.text;
@@ -360,7 +347,7 @@ TEST(DumpFraming, TakesAStreamThatIsJoinedAndLeftAnywhere) {
 
 TEST(DumpReply, OpensTheFrame) {
     const Bytes messages = kPosition + msm7('E', 1000, {cell(3, "1X", 24e6)});
-    const Dumped d = dump(reply(messages) + kPosition);
+    const Dumped d = dump(replyFrame(messages) + kPosition);
     const auto lines = d.lines();
     EXPECT_EQ(d.status, 0);
     EXPECT_TRUE(lines.at(1).starts_with("         0   ") && d.has("good 0xDA  reply frame"))
@@ -371,7 +358,7 @@ TEST(DumpReply, OpensTheFrame) {
     EXPECT_FALSE(lines.at(4).find("  good 1005  reference point") == std::string::npos);
     EXPECT_TRUE(d.has("3  messages in all, 1 reply frames, 0 frames with"));
     // Bytes between its messages are as broken as elsewhere.
-    EXPECT_EQ(dump(reply(kPosition + Bytes{0, 1})).status, 1);
+    EXPECT_EQ(dump(replyFrame(kPosition + Bytes{0, 1})).status, 1);
 }
 
 TEST(DumpSummary, TellsWhatAReceiverWouldMiss) {
@@ -437,7 +424,7 @@ TEST(DumpOfHostileInput, EndsAndStaysPrintable) {
                 body[1 + random() % (body.size() - 1)] ^=
                     static_cast<std::uint8_t>(1U << random() % 4);
             body.resize(body.size() - random() % 2 * (random() % body.size()));
-            lies = lies + (random() % 8 ? frame(body) : reply(frame(body)));
+            lies = lies + (random() % 8 ? frame(body) : replyFrame(frame(body)));
         }
         Bytes noise(20000);
         for (std::uint8_t& b : noise)

@@ -18,11 +18,7 @@ class Init : public testing::Test {
 protected:
     Init() { fs::permissions(scratch.path, fs::perms::owner_all | fs::perms(055)); }
     Ran init(const std::string& arguments) const {
-        const fs::path before = fs::current_path();
-        fs::current_path(scratch.path);
-        Ran ran = runInShell(kCtlProgram, "init " + arguments + " 2>&1");
-        fs::current_path(before);
-        return ran;
+        return runInFolder(scratch.path, kCtlProgram, "init " + arguments + " 2>&1");
     }
     void stream(const std::vector<Bytes>& frames) const {
         std::string content;

@@ -31,11 +31,7 @@ protected:
     }
     /// `kestrunectl check` with these arguments; both streams.
     Ran check(const std::string& arguments) const {
-        const fs::path before = fs::current_path();
-        fs::current_path(scratch.path);
-        Ran ran = runInShell(kCtlProgram, "check vrs.json " + arguments + " 2>&1");
-        fs::current_path(before);
-        return ran;
+        return runInFolder(scratch.path, kCtlProgram, "check vrs.json " + arguments + " 2>&1");
     }
     Ran check(const Bytes& stream, const std::string& arguments) const {
         scratch.write("stream", std::string(stream.begin(), stream.end()));
