@@ -43,16 +43,18 @@ void Runs::newConnection() {
     group_.clear();
 }
 
-// A number comes again for another part of the same epoch: other pairs at the same time.
+// A number comes again for another part of the same epoch: other pairs at the same time. A part
+// that cannot be read brought none.
 bool Runs::endsBefore(const Msm& head, std::optional<Ms> t, const OpenRun::Held& held) const {
     if (datesEpochs(head.system) && t && open_->time && *t - usual(head.system) != *open_->time)
         return true;
     const auto [from, to] = open_->numbers.equal_range(head.type);
     return open_->numbers.size() >= kMostMessages || std::any_of(from, to, [&](const auto& n) {
                const OpenRun::Held& before = n.second;
-               return before.field != held.field || !before.pairs || !held.pairs ||
-                      std::any_of(held.pairs->begin(), held.pairs->end(),
-                                  [&](const auto& p) { return before.pairs->contains(p); });
+               return before.field != held.field || !held.pairs ||
+                      std::any_of(held.pairs->begin(), held.pairs->end(), [&](const auto& p) {
+                          return before.pairs && before.pairs->contains(p);
+                      });
            });
 }
 

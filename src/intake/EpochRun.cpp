@@ -10,12 +10,8 @@ namespace {
 constexpr double kSameS = 0.0005; // times are sent in ms
 constexpr int kGroupsToLearn = 3;
 constexpr int kEpochsToBelieve = 3; // of another station, or of one whose ends do not come
-/// The first that is there dates an epoch. A receiver in use sends the time of day for SBAS.
+/// The first that is there dates an epoch.
 constexpr std::array<System, 5> kDating{kGps, kGalileo, kQzss, kBds, kGlonass};
-
-bool dates(System system) {
-    return std::ranges::find(kDating, system) != kDating.end();
-}
 
 std::size_t rowOf(System system) {
     const auto row = std::ranges::find(kMsmSystems, system, &MsmSystem::system);
@@ -57,6 +53,10 @@ bool repeatsBody(const ReceivedMessage& held, const ReceivedMessage& m) {
 }
 
 } // namespace
+
+bool dates(System system) {
+    return std::ranges::find(kDating, system) != kDating.end();
+}
 
 double UsualDifferences::of(System system) const {
     return rows_[rowOf(system)].usualS;

@@ -13,6 +13,10 @@
 
 class UsualDifferences;
 
+/// Whether an epoch may have the time of a system's messages. A receiver in use sends the time of
+/// day for SBAS.
+bool dates(System system);
+
 /// The heads of the messages of a run.
 class RunHeads {
 public:

@@ -201,6 +201,23 @@ std::optional<int> ownStation(const StreamIntake& in) {
     return in.run.stationId();
 }
 
+/// GPS time by the stream, as far as it tells: a time of week needs a clock that is right to half a
+/// week, GLONASS' times of day one that is right to half a day.
+GTime streamNow(const StreamIntake& in) {
+    return timeadd(utc2gpst(utcNow()), in.aheadS);
+}
+
+/// The time of a message; that of a week says how far the clock is off.
+std::optional<GTime> timeOf(StreamIntake& in, const EpochMessage& m) {
+    if (m.system == kGlonass || !dates(m.system))
+        return epochTime(streamNow(in), m.system, m.field);
+    const GTime clock = utc2gpst(utcNow());
+    const std::optional<GTime> time = epochTime(clock, m.system, m.field);
+    if (time)
+        in.aheadS = timediff(*time, clock);
+    return time;
+}
+
 /// Puts an observation message into the epoch that is being collected.
 void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen,
              Contradictions::Instant now) {
@@ -218,7 +235,7 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
             changeStation(in, station, own, framelen, now);
         return;
     }
-    m.time = epochTime(utc2gpst(utcNow()), m.system, m.field);
+    m.time = timeOf(in, m);
     if (!in.run.read(m, messageOf(in.decoder)))
         refused = {m.type, m.field, false};
     if (const EpochRun::End by = in.run.endsBefore(m); by != EpochRun::End::none)
@@ -353,6 +370,8 @@ void takeMessage(StreamIntake& in, std::size_t station, int framelen, Contradict
     }
     if (in.watcher && !complete && observationHead(in.decoder))
         in.watcher->observations({in.decoder.buff.data(), static_cast<std::size_t>(framelen)});
+    if (complete)
+        in.decoder.time = streamNow(in);
     const int status = decode_rtcm3(in.decoder);
     if (in.watcher && !complete && status == kEpoch)
         in.watcher->epochEnd(/*whole=*/true);
@@ -406,6 +425,7 @@ void StreamObs_m_initial(StreamIntake& in, const std::string& leapSecondFile) {
     in.streamStation = {};
     in.otherPlaces.clear();
     in.spokeFirst.reset();
+    in.aheadS = 0.0;
     in.leapSeconds = {};
     in.leapSeconds.path = leapSecondFile;
     in.leapSeconds.end = !contains(in.session.systems, "R") ? LeapEnd::doesNot

@@ -51,6 +51,7 @@ struct StreamIntake {
     StreamStation streamStation;
     std::vector<StatedPlace> otherPlaces; // of stations that do not count
     std::optional<int> spokeFirst;        // station that told of itself before one counted
+    double aheadS = 0.0;                  // times of week of the stream, against the clock
     bool savesEpochs = false;             // the station's epoch is filled, too
 };
 

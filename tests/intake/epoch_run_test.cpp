@@ -42,7 +42,8 @@ Bytes frameOf(const Sent& s) {
 /// "GE@0".
 class Epochs {
 public:
-    Epochs() {
+    /// With a clock that is off by so many hours.
+    explicit Epochs(double clockOffH = 0.0) : clock_(kNow + 3600.0 * clockOffH) {
         c.record.answering.complete = true;
         c.service.intake.onrtcm = [this](std::uint32_t status, const std::uint8_t*, std::int32_t) {
             if (status == kEpoch)
@@ -74,7 +75,7 @@ private:
         const WeekTime t = time2gpst(epoch.time);
         out_ += text("@%g", t.sow - kNow.sow);
     }
-    const FixedClock clock_{kNow};
+    const FixedClock clock_;
     std::string out_;
 };
 
@@ -95,6 +96,9 @@ TEST(EpochRun, EndsByItsEndByTheNextNumberOrByTheNextTime) {
         {"refused of a number that is there",
          {{'G', 0, true}, {'G', 0, true, 1, 2, true}, {'E', 0, false}},
          "G@0 E@0"},
+        {"refused, its number's second part is not",
+         {{'G', 0, true}, {'C', 0, true, 1, 1, true}, {'C', 0, true, 1, 2}, {'E', 0, false}},
+         "GCE@0"},
         {"dated by GPS wherever it stands", {{'R', 0, true}, {'G', 0, false}}, "RG@0"},
         {"SBAS with time of day", {{'S', -259200, true}, {'G', 0, false}}, "SG@0"},
         {"nothing that dates it", {{'S', 0, false}}, ""},
@@ -134,6 +138,24 @@ TEST(EpochRun, LearnsAClockThatIsOffByAConstant) {
         lost.of({{'G', at, true}, {'R', at + 1, true}, {'G', at + 1, false}});
     EXPECT_EQ(lost.lines, "");
     EXPECT_EQ(lost.of({{'G', 8, true}, {'R', 9, false}}), "G@8 R@9");
+}
+
+TEST(EpochRun, HasTheDaysOfGlonassFromTheOtherSystems) {
+    const std::vector<Bytes> sent = ref::Sky(kSite).ephemerisFrames(kNow);
+    const auto glonass =
+        std::ranges::find_if(sent, [](const Bytes& frame) { return messageType(frame) == 1020; });
+    ASSERT_NE(glonass, sent.end());
+    for (const double off : {-30.0, -13.0, 13.0, 30.0}) {
+        Epochs epochs(off);
+        EXPECT_EQ(epochs.of({{'G', 0, true}, {'R', 0, false}}), "GR@0") << off;
+        EXPECT_EQ(epochs.of({{'R', 1, true}, {'S', -86400, true}, {'E', 1, false}}), "RSE@1");
+        epochs.c.read(*glonass);
+        const auto held = std::ranges::find_if(epochs.c.store.glonass,
+                                               [](const GLSEPH& e) { return e.mjd != 0; });
+        ASSERT_NE(held, epochs.c.store.glonass.end());
+        const MjdTime now = wksow2mjd(kNow.week, kNow.sow);
+        EXPECT_LE(std::fabs(timdif(held->mjd, now.mjd, held->sod, now.sod)), 1800.0) << off;
+    }
 }
 
 TEST(EpochRun, IsOfOneStation) {
