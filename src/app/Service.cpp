@@ -145,7 +145,7 @@ void Service::forward(std::span<const std::uint8_t> frame) {
 void Service::pass(std::span<const std::uint8_t> frame) {
     const bool sent = peer.sendFrame(sockets.output, frame);
     if (status_)
-        status_->passed(frame.size(), sent);
+        status_->passed(frame, sent);
 }
 
 ServiceStatus::Fate Service::fateOf(std::span<const std::uint8_t> reply, bool held,
@@ -213,7 +213,7 @@ void Service::serveOnce() {
         status_->lost(length == 0 ? ServiceStatus::Loss::closed : ServiceStatus::Loss::failed);
     StreamReader(intake, 0, received_.data(), length);
     if (status_)
-        status_->writeIfDue();
+        status_->blockEnd();
     ephemerisFile.writeIfDue();
 }
 

@@ -1,15 +1,20 @@
 #include "app/Status.h"
 
 #include "app/Service.h"
+#include "base/Signals.h"
 #include "gnss/Clock.h"
+#include "net/Notify.h"
 #include "rtcm/Frame.h"
 #include "rtcm/layouts/ReplyFrame.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
 constexpr std::chrono::seconds kStatusSpacing{1};
+
+ServiceStatus* toTellAtEnd = nullptr;
 
 double unixNowS() {
     const GTime now = utcNow();
@@ -31,14 +36,20 @@ std::uint64_t ephemeridesOf(const EphemerisStore& store) {
 
 ServiceStatus::ServiceStatus(const Service& of)
     : service_(of), next_(printTarget), startedS_(unixNowS()), stateSinceS_(startedS_),
-      warmStart_(ephemeridesOf(of.intake.ephemerides)) {
+      warmStart_(ephemeridesOf(of.intake.ephemerides)), tally_(of.record) {
     file_.open(of.record.statusPath);
     printTarget = this;
+    toTellAtEnd = this;
+    callBeforeEnd(writeAtEnd);
+    endInWaitsOnly();
+    tellBeside([this] { return writeIfDue(); });
 }
 
 ServiceStatus::~ServiceStatus() {
     if (printTarget == this)
         printTarget = next_;
+    toTellAtEnd = nullptr;
+    tellBeside({});
 }
 
 void ServiceStatus::changed(std::string_view state) {
@@ -51,8 +62,6 @@ void ServiceStatus::attempt() {
     ++attempts_;
     if (state_ != "connecting")
         changed("connecting");
-    else
-        writeIfDue();
 }
 
 void ServiceStatus::connected() {
@@ -72,20 +81,31 @@ void ServiceStatus::received(std::size_t bytes) {
     lastByteAt_ = monotonicNow();
 }
 
+void ServiceStatus::blockEnd() {
+    skippedBytes_ =
+        bytesIn_ -
+        std::min(bytesIn_, frameBytesIn_ + static_cast<Count>(service_.intake.decoder.nbyte));
+}
+
 void ServiceStatus::frame(std::span<const std::uint8_t> frame) {
     frameBytesIn_ += frame.size();
-    ++messagesIn_[messageType(frame)];
+    messagesIn_[messageType(frame)].add(frame.size());
 }
 
 void ServiceStatus::observations(std::span<const std::uint8_t> frame) {
-    addMessage(in_, frame);
+    tally_.received(frame);
     stationId_ = stationIdOf(frame);
+}
+
+void ServiceStatus::epochEnd(bool whole) {
+    ++(whole ? wholeEpochs_ : unfinishedEpochs_);
+    if (!tally_.empty())
+        tally_.endEpoch(Tally::Answer::none); // nobody was asked for an answer
 }
 
 void ServiceStatus::take(const Lasting& what, std::string_view text) {
     next_->take(what, text);
-    if (what.cause == Cause::messageRefused)
-        ++refused_[static_cast<int>(what.subject)];
+    tooLarge_ = tooLarge_ || what.cause == Cause::longReply;
     if (what.subject >= reasons_.size())
         return;
     Reason& reason = reasons_[what.subject];
@@ -97,52 +117,75 @@ void ServiceStatus::take(const Lasting& what, std::string_view text) {
         reason = Reason::noOrbit;
 }
 
+/// The service ends by itself.
+void ServiceStatus::lastLine() {
+    writeAtEnd();
+    next_->lastLine();
+}
+
 /// The frames of an answer.
 void ServiceStatus::countAnswer(std::span<const std::uint8_t> reply) {
     if (!service_.record.answering.plain && reply.size() >= kReplyHeadBytes + kReplyCheckBytes)
         reply = reply.subspan(kReplyHeadBytes, reply.size() - kReplyHeadBytes - kReplyCheckBytes);
-    while (const std::size_t size = wholeFrame(reply)) {
-        const std::span frame = reply.first(size);
-        ++messagesOut_[messageType(frame)];
-        addMessage(out_, frame);
-        reply = reply.subspan(size);
+    while (!reply.empty()) {
+        const std::span frame = reply.first(frameLength(reply));
+        messagesOut_[messageType(frame)].add(frame.size());
+        tally_.answered(frame);
+        reply = reply.subspan(frame.size());
     }
 }
 
 void ServiceStatus::epoch(Fate fate, std::span<const std::uint8_t> reply) {
     if (fate == Fate::answered) {
         const std::chrono::duration<double> delay = monotonicNow() - lastByteAt_;
-        ++delays_;
+        const auto bound =
+            std::ranges::lower_bound(kDelayBounds, delay.count(), {}, &DelayBound::s);
+        ++delays_[static_cast<std::size_t>(bound - kDelayBounds.begin())];
         delaySumS_ += delay.count();
-        for (std::size_t i = 0; i < kDelayBoundsS.size(); ++i)
-            withinBound_[i] += delay.count() <= kDelayBoundsS[i] ? 1U : 0U;
         countAnswer(reply);
         ++answers_;
         bytesOut_ += reply.size();
+        // A reply of few signals is sent also where it holds no satellite.
+        if (tally_.answeredNone())
+            fate = Fate::noSatellite;
+    } else if (fate == Fate::noSatellite && tooLarge_) {
+        fate = Fate::tooLarge;
     }
-    seen_ = endEpoch(in_);
-    answered_ = endEpoch(out_);
-    // A reply of few signals is sent also where it holds no satellite.
-    if (fate == Fate::answered && answered_ == Satellites{})
-        fate = Fate::noSatellite;
+    tally_.endEpoch(fate == Fate::answered || fate == Fate::noSatellite
+                        ? Tally::Answer::byObservation
+                        : Tally::Answer::none);
     ++fates_[static_cast<std::size_t>(fate)];
+    lastFate_ = fate;
+    lastReasons_ = std::exchange(reasons_, {});
+    tooLarge_ = false;
     lastEpochReceivedS_ = unixNowS();
 }
 
-void ServiceStatus::passed(std::size_t bytes, bool sent) {
+void ServiceStatus::passed(std::span<const std::uint8_t> frame, bool sent) {
     ++(sent ? passedOn_ : framesDropped_);
-    bytesOut_ += sent ? bytes : 0;
+    if (!sent)
+        return;
+    bytesOut_ += frame.size();
+    messagesOut_[messageType(frame)].add(frame.size());
 }
 
-void ServiceStatus::writeIfDue() {
+/// The time until it is due again.
+std::chrono::milliseconds ServiceStatus::writeIfDue() {
     if (monotonicNow() - writtenAt_ >= kStatusSpacing)
         write();
+    return std::chrono::ceil<std::chrono::milliseconds>(writtenAt_ + kStatusSpacing -
+                                                        monotonicNow());
 }
 
 void ServiceStatus::write() {
+    tally_.settle();
     const std::string content = composed();
     file_.tell(file_.write({reinterpret_cast<const std::uint8_t*>(content.data()), content.size()},
                            ReplacedFile::Disk::mayWait));
-    reasons_ = {};
     writtenAt_ = monotonicNow();
+}
+
+void ServiceStatus::writeAtEnd() {
+    if (toTellAtEnd)
+        toTellAtEnd->changed("ended");
 }

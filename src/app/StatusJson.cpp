@@ -10,61 +10,99 @@
 #include <cjson/cJSON.h>
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <memory>
+#include <numeric>
 #include <unistd.h>
 #include <vector>
 
 // What the file of the status says. A value that is not known is left out.
 
-/// A JSON object that is built from the outside in.
+/// Tells the status into an object of JSON that holds the last one: from second to second few
+/// values change, and hardly ever what there is. Names come in the same order each time. A number
+/// is text here, in place: the library would print it twice and read it once.
 class ServiceStatus::Json {
 public:
-    Json() : root_(cJSON_CreateObject(), cJSON_Delete), path_{root_.get()} {}
+    explicit Json(cJSON* root) : path_{{root, root->child}} {}
+    ~Json() { dropRest(); }
+    Json(const Json&) = delete;
+    Json& operator=(const Json&) = delete;
 
     void open(std::string_view name) {
-        path_.push_back(cJSON_AddObjectToObject(path_.back(), key(name)));
+        cJSON* object = next(name);
+        if (!object)
+            object = cJSON_AddObjectToObject(path_.back().object, key(name));
+        path_.push_back({object, object->child});
     }
-    void close() { path_.pop_back(); }
+    void close() {
+        dropRest();
+        path_.pop_back();
+    }
     void add(std::string_view name, double value) {
         if (std::isfinite(value))
-            cJSON_AddNumberToObject(path_.back(), key(name), value);
+            addNumber(name, value);
     }
-    void add(std::string_view name, Count n) { add(name, static_cast<double>(n)); }
-    void add(std::string_view name, bool value) {
-        cJSON_AddBoolToObject(path_.back(), key(name), value);
-    }
+    void add(std::string_view name, Count n) { addNumber(name, n); }
+    void add(std::string_view name, bool value) { addRaw(name, value ? "true" : "false"); }
     /// A text; a '?' stands for what is no character of ASCII. An empty one is left out.
     void add(std::string_view name, std::string_view value) {
-        std::string shown(value);
+        if (value.empty())
+            return;
+        text_ = value;
         std::ranges::replace_if(
-            shown, [](char c) { return c < ' ' || c > '~'; }, '?');
-        if (!shown.empty())
-            cJSON_AddStringToObject(path_.back(), key(name), shown.c_str());
+            text_, [](char c) { return c < ' ' || c > '~'; }, '?');
+        if (cJSON* const item = next(name); !item)
+            cJSON_AddStringToObject(path_.back().object, key(name), text_.c_str());
+        else if (text_ != item->valuestring)
+            cJSON_SetValuestring(item, text_.c_str());
     }
     void add(std::string_view name, const char* value) { add(name, std::string_view(value)); }
-    /// Counts by a number or a name.
+    /// Counts by a name.
     template <class Counts> void counts(std::string_view name, const Counts& list) {
         open(name);
         for (const auto& [what, n] : list)
-            if constexpr (std::is_integral_v<std::remove_cvref_t<decltype(what)>>)
-                add(std::to_string(what), Count{n});
-            else
-                add(what, Count{n});
+            add(what, Count{n});
         close();
-    }
-    std::string text() const {
-        const std::unique_ptr<char, decltype(&cJSON_free)> printed(
-            cJSON_PrintUnformatted(root_.get()), cJSON_free);
-        return printed ? printed.get() : "";
     }
 
 private:
+    static constexpr std::string_view kRoom = "                               "; // of a number
+    struct Level {
+        cJSON* object;
+        cJSON* next; // of the last status, what comes next; null: nothing
+    };
+
+    /// The value of that name, where it comes next. Null where it must be made; then what follows
+    /// is made, too.
+    cJSON* next(std::string_view name) {
+        Level& level = path_.back();
+        if (level.next && name == level.next->string)
+            return std::exchange(level.next, level.next->next);
+        dropRest();
+        return nullptr;
+    }
+    void dropRest() {
+        for (Level& level = path_.back(); level.next;)
+            cJSON_Delete(cJSON_DetachItemViaPointer(level.object,
+                                                    std::exchange(level.next, level.next->next)));
+    }
+    void addRaw(std::string_view name, std::string_view value) {
+        cJSON* item = next(name);
+        if (!item)
+            item = cJSON_AddRawToObject(path_.back().object, key(name), kRoom.data());
+        item->valuestring[value.copy(item->valuestring, kRoom.size())] = '\0';
+    }
+    void addNumber(std::string_view name, auto value) {
+        std::array<char, kRoom.size()> number;
+        const auto end = std::to_chars(number.data(), number.data() + number.size(), value);
+        addRaw(name, {number.data(), end.ptr});
+    }
     const char* key(std::string_view name) { return (key_ = name).c_str(); }
 
-    std::unique_ptr<cJSON, void (*)(cJSON*)> root_;
-    std::vector<cJSON*> path_; // open objects
-    std::string key_;
+    std::vector<Level> path_; // open objects
+    std::string key_, text_;
 };
 
 namespace {
@@ -72,6 +110,19 @@ namespace {
 double unixSeconds(GTime t) {
     return static_cast<double>(t.time) + t.sec;
 }
+
+/// A whole number as a name.
+class NumberText {
+public:
+    explicit NumberText(int n)
+        : size_(static_cast<std::size_t>(
+              std::to_chars(text_.data(), text_.data() + text_.size(), n).ptr - text_.data())) {}
+    operator std::string_view() const { return {text_.data(), size_}; }
+
+private:
+    std::array<char, 12> text_;
+    std::size_t size_;
+};
 
 /// Signal of a system by its MSM id, "1C"; "id 20" without a name.
 std::string signalName(std::size_t system, std::size_t id) {
@@ -100,14 +151,27 @@ void ServiceStatus::tellProcess(Json& out) const {
     out.close();
 }
 
+void ServiceStatus::tellMessages(Json& out, const ByType& messages) {
+    out.open("messages_total");
+    for (const auto& [type, m] : messages)
+        out.add(NumberText(type), m.frames);
+    out.close();
+    out.open("message_bytes_total");
+    for (const auto& [type, m] : messages)
+        out.add(NumberText(type), m.bytes);
+    out.close();
+}
+
 void ServiceStatus::tellTraffic(Json& out) const {
-    const auto pending = static_cast<Count>(service_.intake.decoder.nbyte);
     out.open("input");
     out.add("received_bytes_total", bytesIn_);
-    out.add("skipped_bytes_total", bytesIn_ - std::min(bytesIn_, frameBytesIn_ + pending));
+    out.add("skipped_bytes_total", skippedBytes_);
     out.add("wrong_check_words_total", wrongCheckWords_);
-    out.counts("messages_total", messagesIn_);
-    out.counts("refused_messages_total", refused_);
+    tellMessages(out, messagesIn_);
+    out.open("refused_messages_total");
+    for (const auto& [type, n] : refused_)
+        out.add(NumberText(type), n);
+    out.close();
     out.add("other_station_messages_total", ofOtherStation_);
     out.close();
     out.open("output");
@@ -116,13 +180,14 @@ void ServiceStatus::tellTraffic(Json& out) const {
     out.add("dropped_answers_total", fates_[static_cast<std::size_t>(Fate::notSent)]);
     out.add("forwarded_frames_total", passedOn_);
     out.add("dropped_frames_total", framesDropped_);
-    out.counts("messages_total", messagesOut_);
+    tellMessages(out, messagesOut_);
     out.open("delay");
     out.add("sum_s", delaySumS_);
-    out.add("answers_total", delays_);
+    out.add("answers_total", std::accumulate(delays_.begin(), delays_.end(), Count{0}));
     out.open("at_most_total");
-    for (std::size_t i = 0; i < kDelayBoundsS.size(); ++i)
-        out.add(text("%g", kDelayBoundsS[i]), withinBound_[i]);
+    Count within = 0;
+    for (std::size_t i = 0; i < kDelayBounds.size(); ++i)
+        out.add(kDelayBounds[i].name, within += delays_[i]);
     out.close();
     out.close();
     out.close();
@@ -138,6 +203,7 @@ void ServiceStatus::tellEpochs(Json& out) const {
                std::array{std::pair{"no satellite", fate(Fate::noSatellite)},
                           std::pair{"no coordinates", fate(Fate::noCoordinates)},
                           std::pair{"guard", fate(Fate::guard)},
+                          std::pair{"too large", fate(Fate::tooLarge)},
                           std::pair{"not sent", fate(Fate::notSent)}});
     if (lastEpochReceivedS_ > 0.0) {
         const GTime time = gtimeOf({service_.record.currentMjd, service_.record.currentSod});
@@ -156,45 +222,44 @@ std::string_view ServiceStatus::whyNot(int satellite) const {
     const int index = service_.record.satelliteIndex[static_cast<std::size_t>(satellite)];
     if (index < 0)
         return "not configured";
-    switch (reasons_[static_cast<std::size_t>(index)]) {
+    if (lastFate_ != Fate::answered && lastFate_ != Fate::noSatellite)
+        return "epoch not answered";
+    const auto i = static_cast<std::size_t>(index);
+    switch (lastReasons_[i]) {
     case Reason::noEphemeris:
         return "no ephemeris";
     case Reason::oldEphemeris:
         return "old ephemeris";
     case Reason::noOrbit:
         return "no orbit";
-    default:
-        return service_.record.answering.complete ? "low" : "low or no signal";
+    default: // with an orbit it has a range, and is moved unless it is low
+        return service_.station.reference.referenceRange[i] != 0.0 && !moved(i) ? "low"
+                                                                                : "no signal";
     }
 }
 
-/// Why answers lack observations of a signal, of all that it is received of or of some satellites.
-std::string_view ServiceStatus::whyDropped(std::size_t system, std::size_t signal) const {
-    const std::uint8_t code = kMsmSystems[system].codes[signal];
-    const std::size_t row = systemIndex(kMsmLetters[system]);
+/// Whether the last epoch has observations of a satellite at the virtual station.
+bool ServiceStatus::moved(std::size_t index) const {
+    const VirtualStation& station = service_.station;
     if (service_.record.answering.complete)
-        return "satellite not answered";
-    if (code2obs(code).empty())
-        return "unknown";
-    if (index_mask(row, "C" + std::string(code2obs(code))) < 0)
-        return "not in the reply's list";
-    if (service_.record.slotOf[row][code] < 0)
-        return "carrier not in use";
-    return "satellite not answered, or another signal took its carrier";
+        return station.changes[service_.record.satelliteNumber[index]].has_value();
+    return std::ranges::find(station.answer.obs.written(), index) !=
+           station.answer.obs.written().end();
 }
 
 void ServiceStatus::tellSignals(Json& out, std::size_t system) const {
     out.open("signals");
     for (std::size_t id = 1; id <= kMsmSignals; ++id) {
-        const Count received = in_[system].cells[id];
-        const Count answered = out_[system].cells[id];
-        if (received == 0 && answered == 0)
+        const SignalCount& counts = tally_.count(system, id);
+        if (counts.received == 0 && counts.answered == 0)
             continue;
         out.open(signalName(system, id));
-        out.add("received_total", received);
-        out.add("answered_total", answered);
+        out.add("received_total", counts.received);
+        out.add("answered_total", counts.answered);
         out.open("dropped_total");
-        out.add(whyDropped(system, id), received - std::min(received, answered));
+        for (std::size_t why = 0; why < kDroppedTexts.size(); ++why)
+            if (counts.dropped[why] != 0)
+                out.add(kDroppedTexts[why], counts.dropped[why]);
         out.close();
         out.close();
     }
@@ -232,16 +297,17 @@ void ServiceStatus::tellEphemerides(Json& out, char letter) const {
     }
 }
 
-void ServiceStatus::tellSystem(Json& out, std::size_t system) const {
+void ServiceStatus::tellSystem(Json& out, std::size_t system, std::uint64_t seen,
+                               std::uint64_t answered) const {
     const auto count = [](std::uint64_t mask) { return static_cast<Count>(std::popcount(mask)); };
     const std::string_view letter = kMsmLetters.substr(system, 1);
     std::map<std::string_view, Count> leftOut;
-    std::uint64_t lacking = seen_[system] & ~answered_[system];
+    std::uint64_t lacking = seen & ~answered;
     for (; lacking != 0; lacking &= ~std::bit_floor(lacking))
         ++leftOut[whyNot(satelliteOf(system, std::countl_zero(lacking) + 1))];
     out.open(letter);
-    out.add("seen_count", count(seen_[system]));
-    out.add("answered_count", count(answered_[system]));
+    out.add("seen_count", count(seen));
+    out.add("answered_count", count(answered));
     out.counts("left_out_count", leftOut);
     tellEphemerides(out, letter.front());
     tellSignals(out, system);
@@ -265,13 +331,23 @@ void ServiceStatus::tellSender(Json& out) const {
     out.open("channels");
     for (std::size_t slot = 0; slot < kGlonassSlots; ++slot)
         if (const int channel = s.intake.decoder.nav.glo_fcn[slot]; channel != 0)
-            out.add(text("R%02zu_channel", slot + 1), static_cast<double>(channel - 8));
+            out.add(satno2id(satno(kGlonass, static_cast<int>(slot) + 1)) + "_channel",
+                    static_cast<double>(channel - 8));
     out.close();
     out.close();
 }
 
-std::string ServiceStatus::composed() const {
-    Json out;
+ServiceStatus::Document::Document() : root(cJSON_CreateObject(), cJSON_Delete) {}
+
+std::string ServiceStatus::composed() {
+    tell(Json(document_.root.get()));
+    constexpr int usual = 8192; // bytes
+    const std::unique_ptr<char, decltype(&cJSON_free)> printed(
+        cJSON_PrintBuffered(document_.root.get(), usual, /*format=*/0), cJSON_free);
+    return std::string(printed ? printed.get() : "") + "\n";
+}
+
+void ServiceStatus::tell(Json&& out) const {
     out.add("format", "kestrune-status-1");
     out.add("version", KESTRUNE_VERSION);
     out.add("station", std::string_view(service_.record.stations.front().name));
@@ -279,9 +355,11 @@ std::string ServiceStatus::composed() const {
     tellTraffic(out);
     tellEpochs(out);
     out.open("systems");
+    const Satellites seen = tally_.seen();
+    const Satellites answered = tally_.answered();
     for (std::size_t system = 0; system < kMsmSystems.size(); ++system)
-        if (contains(service_.record.systems, kMsmLetters.substr(system, 1)) || seen_[system] != 0)
-            tellSystem(out, system);
+        if (contains(service_.record.systems, kMsmLetters.substr(system, 1)) || seen[system] != 0)
+            tellSystem(out, system, seen[system], answered[system]);
     out.close();
     tellSender(out);
     if (const auto leaps = service_.intake.leapSeconds.table.rows(); !leaps.empty()) {
@@ -292,5 +370,4 @@ std::string ServiceStatus::composed() const {
     out.open("log");
     out.add("dropped_lines_total", droppedLines());
     out.close();
-    return out.text() + "\n";
 }

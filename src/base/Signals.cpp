@@ -2,6 +2,7 @@
 
 #include "base/Print.h"
 
+#include <algorithm>
 #include <array>
 #include <unistd.h>
 
@@ -10,22 +11,41 @@ namespace {
 constexpr std::array kEnding{SIGTERM, SIGINT};
 constexpr std::array kCrashing{SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGQUIT};
 
-void (*beforeEnd)() = nullptr;
+std::array<void (*)(), 2> beforeEnd{};
 volatile std::sig_atomic_t deferring = 0; // how many SignalsDeferred there are
 volatile std::sig_atomic_t deferred = 0;  // the signal that came meanwhile
+volatile std::sig_atomic_t inWaitsOnly = 0, waiting = 0;
+
+bool isEnding(int signal) {
+    return signal == SIGTERM || signal == SIGINT;
+}
+
+bool mayEnd(int signal) {
+    return deferring == 0 && (inWaitsOnly == 0 || waiting != 0 || !isEnding(signal));
+}
 
 /// Nothing but async-signal-safe calls, also in the flush. The default action, which SA_RESETHAND
 /// has put back, ends every process but process 1.
 void end(int signal) {
-    if (deferring > 0) {
+    if (!mayEnd(signal)) {
         deferred = signal;
         return;
     }
     printFlush();
-    if (beforeEnd && (signal == SIGTERM || signal == SIGINT))
-        beforeEnd();
+    if (isEnding(signal))
+        for (void (*const function)() : beforeEnd)
+            if (function)
+                function();
     static_cast<void>(raise(signal));
     _exit(128 + signal);
+}
+
+void endIfDeferred() {
+    if (deferred == 0 || !mayEnd(deferred))
+        return;
+    const int signal = deferred;
+    deferred = 0;
+    end(signal);
 }
 
 } // namespace
@@ -44,7 +64,10 @@ void endOnSignals() {
 }
 
 void callBeforeEnd(void (*function)()) {
-    beforeEnd = function;
+    const auto room = std::ranges::find_if(
+        beforeEnd, [=](const auto& held) { return !held || held == function; });
+    if (room != beforeEnd.end())
+        *room = function;
 }
 
 SignalsHeld::SignalsHeld() {
@@ -65,9 +88,18 @@ SignalsDeferred::SignalsDeferred() {
 
 SignalsDeferred::~SignalsDeferred() {
     deferring = deferring - 1;
-    if (deferring > 0 || deferred == 0)
-        return;
-    const int signal = deferred;
-    deferred = 0;
-    end(signal);
+    endIfDeferred();
+}
+
+void endInWaitsOnly() {
+    inWaitsOnly = 1;
+}
+
+SignalsAwaited::SignalsAwaited() {
+    waiting = 1;
+    endIfDeferred();
+}
+
+SignalsAwaited::~SignalsAwaited() {
+    waiting = 0;
 }

@@ -10,7 +10,8 @@
 /// a crash end it, the lines that were printed get out.
 void endOnSignals();
 
-/// What the handler calls besides, when the process ends by such a signal: async-signal-safe.
+/// What the handler calls besides, in this order, when the process ends by such a signal. Functions
+/// are async-signal-safe, or the process ends in waits only. There is room for two.
 void callBeforeEnd(void (*function)());
 
 /// Holds both back during its lifetime.
@@ -33,4 +34,16 @@ public:
     ~SignalsDeferred();
     SignalsDeferred(const SignalsDeferred&) = delete;
     SignalsDeferred& operator=(const SignalsDeferred&) = delete;
+};
+
+/// From now on SIGTERM and SIGINT end the process only where it waits.
+void endInWaitsOnly();
+
+/// Around a call that waits.
+class SignalsAwaited {
+public:
+    SignalsAwaited();
+    ~SignalsAwaited();
+    SignalsAwaited(const SignalsAwaited&) = delete;
+    SignalsAwaited& operator=(const SignalsAwaited&) = delete;
 };

@@ -122,10 +122,12 @@ void take(StreamIntake& in, int status, std::size_t station, int framelen,
     init_rtcm(in.decoder);
 }
 
-void tellRefused(RtcmState& decoder) {
-    const RefusedMessage m = std::exchange(decoder.refused, {});
+void tellRefused(StreamIntake& in) {
+    const RefusedMessage m = std::exchange(in.decoder.refused, {});
     if (m.type == 0)
         return;
+    if (in.watcher)
+        in.watcher->refused(m.type);
     const auto type = static_cast<std::size_t>(m.type);
     const Lasting what{Cause::messageRefused, type};
     if (m.epoch)
@@ -140,8 +142,6 @@ void tellRefused(RtcmState& decoder) {
 /// Answers what the run has collected, and begins the next one.
 void endRun(StreamIntake& in, std::size_t station, EpochRun::End by, int framelen) {
     const ReceivedEpoch& epoch = in.run.ended();
-    if (in.watcher)
-        in.watcher->epochEnd(by == EpochRun::End::byMark);
     if (!epoch.time.unknown() && !epoch.messages().empty()) {
         if (in.savesEpochs)
             decodeEpoch(in.decoder, epoch);
@@ -149,6 +149,8 @@ void endRun(StreamIntake& in, std::size_t station, EpochRun::End by, int framele
         if (in.onrtcm)
             in.onrtcm(kEpoch, in.decoder.buff.data(), framelen);
     }
+    if (in.watcher)
+        in.watcher->epochEnd(by == EpochRun::End::byMark);
     in.streamStation.runEnded(in.run.stationId(), by == EpochRun::End::byMark);
     in.run.begin(by);
     // Before the stream had a station, another one may have spoken of itself.
@@ -236,12 +238,13 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
         return;
     }
     m.time = timeOf(in, m);
-    if (!in.run.read(m, messageOf(in.decoder)))
+    const bool whole = in.run.read(m, messageOf(in.decoder));
+    if (!whole)
         refused = {m.type, m.field, false};
     if (const EpochRun::End by = in.run.endsBefore(m); by != EpochRun::End::none)
         endRun(in, station, by, framelen);
     in.run.take(m);
-    if (in.watcher)
+    if (in.watcher && whole)
         in.watcher->observations({in.decoder.buff.data(), static_cast<std::size_t>(framelen)});
     if (!m.more)
         endRun(in, station, EpochRun::End::byMark, framelen);
@@ -361,25 +364,44 @@ void replace(std::span<Record> records, int slot, int sat, const Record& record)
     records[static_cast<std::size_t>(slot)] = record;
 }
 
+/// Says what a message has brought of an epoch, or cost it. `unfinished` is the epoch that the
+/// decoder was collecting; a specified answer has nothing of one that loses its end.
+void tellWatcher(StreamIntake& in, const std::optional<GTime>& unfinished, int status,
+                 int framelen) {
+    const RtcmState& s = in.decoder;
+    const int type = messageType(s.buff);
+    const bool taken = status >= 0 && s.refused.type == 0; // refused: told with its line
+    const bool wiped = status > 0 && status != kEpoch;
+    const GTime goesOn = status == kEpoch ? s.time : s.epoch;
+    if (unfinished && (wiped || !(goesOn == *unfinished)))
+        in.watcher->epochEnd(/*whole=*/false);
+    if (taken && (isMsm4To7(type) || isLegacy(type)))
+        in.watcher->observations({s.buff.data(), static_cast<std::size_t>(framelen)});
+    else if (status < 0 && s.refused.type == 0)
+        in.watcher->refused(type);
+}
+
 /// The message of the frame in the decoder's buffer.
 void takeMessage(StreamIntake& in, std::size_t station, int framelen, Contradictions::Instant now) {
     const bool complete = in.session.answering.complete;
     if (complete && collected(in, station, framelen, now)) {
-        tellRefused(in.decoder);
+        tellRefused(in);
         return;
     }
-    if (in.watcher && !complete && observationHead(in.decoder))
-        in.watcher->observations({in.decoder.buff.data(), static_cast<std::size_t>(framelen)});
     if (complete)
         in.decoder.time = streamNow(in);
+    const std::optional<GTime> unfinished =
+        in.decoder.dated ? std::optional(in.decoder.epoch) : std::nullopt;
     const int status = decode_rtcm3(in.decoder);
-    if (in.watcher && !complete && status == kEpoch)
-        in.watcher->epochEnd(/*whole=*/true);
+    if (in.watcher)
+        tellWatcher(in, unfinished, status, framelen);
     if (in.decoder.statedId >= 0 && !complete)
         in.contradictions.stationId(in.decoder.statedId, now);
-    tellRefused(in.decoder);
+    tellRefused(in);
     if (status > 0)
         take(in, status, station, framelen, now);
+    if (in.watcher && status == kEpoch)
+        in.watcher->epochEnd(/*whole=*/true);
 }
 
 } // namespace
@@ -434,6 +456,8 @@ void StreamObs_m_initial(StreamIntake& in, const std::string& leapSecondFile) {
 }
 
 void StreamObs_m_restart(StreamIntake& in) {
+    if (in.watcher && (in.decoder.dated || !in.run.empty()))
+        in.watcher->epochEnd(/*whole=*/false);
     init_rtcm(in.decoder);
     in.run.drop();
     in.contradictions.newConnection();

@@ -1,6 +1,7 @@
 #include "net/Notify.h"
 
 #include "base/Print.h"
+#include "base/Signals.h"
 #include "gnss/Clock.h"
 
 #include <algorithm>
@@ -18,6 +19,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -42,6 +44,7 @@ struct Manager {
     bool hasNews() const { return ready || !status.empty(); }
 };
 Manager manager;
+std::function<milliseconds()> beside;
 
 /// A path, or an abstract name behind '@'; either may fill the field, without a NUL at its end.
 bool setAddress(std::string_view name) {
@@ -92,6 +95,11 @@ milliseconds tell() {
         next = std::min(next, manager.aliveDue);
     }
     return std::chrono::ceil<milliseconds>(next - now);
+}
+
+int pollAwaitingSignals(pollfd& p, milliseconds limit) {
+    const SignalsAwaited here;
+    return poll(&p, 1, static_cast<int>(limit.count()));
 }
 
 std::optional<std::uint64_t> wholeNumber(const char* value) {
@@ -145,15 +153,23 @@ void notifyDue() {
     static_cast<void>(tell());
 }
 
+void tellBeside(std::function<milliseconds()> what) {
+    beside = std::move(what);
+}
+
 bool waitTelling(int fd, short events, milliseconds limit) {
     printFlush();
     const Instant end = monotonicNow() + limit;
     pollfd p{fd, events, 0};
     for (;;) {
-        const milliseconds due = tell();
+        milliseconds due = tell();
+        if (beside) {
+            due = std::min(due, beside());
+            printFlush(); // what it had to say
+        }
         const auto left = std::chrono::ceil<milliseconds>(end - monotonicNow());
         const milliseconds slice = std::max(std::min(due, left), milliseconds(0));
-        const int n = poll(&p, 1, static_cast<int>(slice.count()));
+        const int n = pollAwaitingSignals(p, slice);
         if (n > 0 || (n < 0 && errno != EINTR))
             return true;
         if (n == 0 && left <= due)

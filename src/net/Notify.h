@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 
 /// Notify: what the service tells the service manager that started it, by the protocol of
 /// sd_notify(3) and sd_watchdog_enabled(3): that it is ready, what it does, and that it is
@@ -21,9 +22,10 @@ void notifyDue();
 /// Longer than any process lives, and short enough for sums of nanoseconds.
 inline constexpr std::chrono::milliseconds kNoLimit = std::chrono::hours(24 * 365 * 100);
 /// Lets the printed lines out, then waits until poll finds the descriptor ready (or in error), and
-/// meanwhile sends what is due.
-/// False when the limit passes first.
+/// meanwhile sends what is due. False when the limit passes first. Signals end the process here.
 bool waitTelling(int fd, short events, std::chrono::milliseconds limit);
+/// What every wait does besides, empty = nothing: it gives the time until it is due again.
+void tellBeside(std::function<std::chrono::milliseconds()> what);
 /// Waits for nothing but the time.
 void pauseTelling(std::chrono::milliseconds time);
 

@@ -17,9 +17,9 @@ std::size_t closeFrame(std::span<std::uint8_t> buff, std::size_t nbit) {
 std::size_t wholeFrame(std::span<const std::uint8_t> bytes) {
     if (bytes.size() < kHeaderBytes || bytes[0] != kPreamble)
         return 0;
-    const std::size_t checked = getbitu(bytes, 14, 10) + kHeaderBytes;
-    if (checked + kCheckBytes > bytes.size() ||
-        crc24q(bytes.first(checked)) != getbitu(bytes, 8 * checked, 24))
-        return 0;
-    return checked + kCheckBytes;
+    const std::size_t length = frameLength(bytes);
+    const std::size_t checked = length - kCheckBytes;
+    return length <= bytes.size() && crc24q(bytes.first(checked)) == getbitu(bytes, 8 * checked, 24)
+               ? length
+               : 0;
 }

@@ -21,6 +21,10 @@ inline constexpr std::size_t kMessageBit = 8 * kHeaderBytes; // first bit of a m
 /// bytes or the frame does not fit.
 std::size_t closeFrame(std::span<std::uint8_t> buff, std::size_t nbit);
 
+/// Length of the frame that the bytes begin with, which are a header at least.
+inline std::size_t frameLength(std::span<const std::uint8_t> bytes) {
+    return kHeaderBytes + getbitu(bytes, 14, 10) + kCheckBytes;
+}
 /// Length of the frame in front of the bytes, its check word right; 0 where none is whole.
 std::size_t wholeFrame(std::span<const std::uint8_t> bytes);
 

@@ -16,7 +16,7 @@ using ref::Bytes;
 
 struct StatusStream {
     Bytes bytes;
-    std::map<std::string, std::uint64_t> messages; // by number
+    std::map<std::string, std::uint64_t> messages, sizes; // by number; bytes
     std::uint64_t skipped = 0;
 };
 
@@ -24,13 +24,15 @@ std::string typeText(const Bytes& frame) {
     return std::to_string(frame[3] << 4 | frame[4] >> 4);
 }
 
-/// Epochs of a station near the place of the example, with bytes between that are no frames.
+/// Epochs of a station near the place of the example, the last of them behind one without its end,
+/// with bytes between that are no frames.
 StatusStream streamOfStation(int epochs) {
     StatusStream out;
     const auto add = [&](const std::vector<Bytes>& frames) {
         for (const Bytes& f : frames) {
             out.bytes.insert(out.bytes.end(), f.begin(), f.end());
             ++out.messages[typeText(f)];
+            out.sizes[typeText(f)] += f.size();
         }
     };
     const auto addNoise = [&](const Bytes& noise) {
@@ -48,7 +50,11 @@ StatusStream streamOfStation(int epochs) {
     Bytes broken = ref::frame(ref::write1005({.station = 7, .xyzM = kSite}));
     broken[10] ^= 1;
     addNoise(broken);
-    add(sky.epochFrames(kNow + 1.0 * epochs, 7));
+    std::vector<Bytes> unfinished = sky.epochFrames(kNow + 1.0 * epochs, 7);
+    unfinished.pop_back();
+    add(unfinished);
+    add({ref::frame(ref::write1005({.station = 7, .xyzM = {kSite[0], kSite[1] + 5.0, kSite[2]}}))});
+    add(sky.epochFrames(kNow + 1.0 * (epochs + 1), 7));
     return out;
 }
 
@@ -137,16 +143,38 @@ TEST(StatusOfService, IsWhatAStreamBroughtAndWhatLeft) {
         peer.drop();
         const StatusFile s = afterTheLoss(path);
         auto messages = stream.messages;
+        auto sizes = stream.sizes;
         ++messages[typeText(last)];
+        sizes[typeText(last)] += last.size();
         EXPECT_EQ(s.count("input/received_bytes_total"), stream.bytes.size() + last.size());
         EXPECT_EQ(s.count("input/skipped_bytes_total"), stream.skipped);
         EXPECT_EQ(s.count("input/wrong_check_words_total"), 1U);
         for (const auto& [type, n] : messages)
             EXPECT_EQ(s.count("input/messages_total/" + type), n) << type;
+        for (const auto& [type, n] : sizes)
+            EXPECT_EQ(s.count("input/message_bytes_total/" + type), n) << type;
+        // The complete answer has what came of the unfinished one.
+        const std::uint64_t answered = complete ? 7 : 6;
         EXPECT_EQ(s.count("epochs/complete_total"), 6U);
-        EXPECT_EQ(s.count("epochs/answered_total"), 6U);
+        EXPECT_EQ(s.count("epochs/unfinished_total"), 1U);
+        EXPECT_EQ(s.count("epochs/answered_total"), answered);
         EXPECT_EQ(s.count("output/sent_bytes_total"), received.size());
-        EXPECT_EQ(s.count("output/delay/at_most_total/1"), 6U);
+        std::uint64_t sentFrames = 0;
+        std::uint64_t sentBytes = 0;
+        for (const ref::Frame& f : ref::goodFrames(received)) {
+            ++sentFrames;
+            sentBytes += f.body.size() + 6;
+        }
+        const auto sum = [&](const std::string& of) {
+            std::uint64_t n = 0;
+            s.forEach(of + "/*", [&](const auto&, const cJSON& value) {
+                n += static_cast<std::uint64_t>(value.valuedouble);
+            });
+            return n;
+        };
+        EXPECT_EQ(sum("output/messages_total"), sentFrames);
+        EXPECT_EQ(sum("output/message_bytes_total"), sentBytes);
+        EXPECT_EQ(s.count("output/delay/at_most_total/1"), answered);
         EXPECT_EQ(s.number("sender/station_id"), 7.0);
         EXPECT_NEAR(s.number("sender/distance_m").value_or(0), 5.0, 1e-3);
         EXPECT_EQ(s.count("connection/made_total"), 1U);
@@ -166,24 +194,98 @@ TEST(StatusOfService, IsWhatAStreamBroughtAndWhatLeft) {
             const std::string signal = "systems/" + names[0] + "/signals/" + names[1];
             EXPECT_EQ(s.count(signal + "/received_total"), cells(in)) << signal;
             EXPECT_EQ(s.count(signal + "/answered_total"), cells(out)) << signal;
-            std::uint64_t dropped = 0;
-            s.forEach(signal + "/dropped_total/*", [&](const auto&, const cJSON& n) {
-                dropped += static_cast<std::uint64_t>(n.valuedouble);
-            });
-            EXPECT_EQ(dropped, cells(in) - cells(out)) << signal;
+            EXPECT_EQ(sum(signal + "/dropped_total"), cells(in) - cells(out)) << signal;
             ++signals;
         });
         EXPECT_EQ(signals, in.counts().cells.size());
         for (const char* const system : {"G", "R", "E", "C", "J"}) {
             const std::string of = std::string("systems/") + system;
-            std::uint64_t leftOut = 0;
-            s.forEach(of + "/left_out_count/*", [&](const auto&, const cJSON& n) {
-                leftOut += static_cast<std::uint64_t>(n.valuedouble);
-            });
             EXPECT_GT(s.count(of + "/seen_count"), 0U);
-            EXPECT_EQ(s.count(of + "/seen_count"), s.count(of + "/answered_count") + leftOut);
+            EXPECT_EQ(s.count(of + "/seen_count"),
+                      s.count(of + "/answered_count") + sum(of + "/left_out_count"));
         }
     }
+}
+
+TEST(StatusOfService, SaysWhyASignalIsNotAnswered) {
+    Peer peer;
+    peer.listen();
+    const fs::path path = fs::path(testing::TempDir()) / "status.json";
+    const RunningService service(peer.port, kClock,
+                                 {.keys = {{"common", "\"status\": \"" + path.string() + "\""},
+                                           {"vrs", R"("output": "rtcm3")"}}});
+    ref::Sky sky(kSite);
+    sky.signals['G'] = {"1C", "2W", "2X", "5X"};
+    sky.signals['E'] = {"1X", "5X", "8I"};
+    Bytes stream;
+    for (const auto& frames :
+         {sky.ephemerisFrames(kNow), sky.epochFrames(kNow, 5), sky.epochFrames(kNow + 1.0, 5)})
+        for (const Bytes& f : frames)
+            stream.insert(stream.end(), f.begin(), f.end());
+    ASSERT_TRUE(peer.accept());
+    exchangeToTheEnd(peer, stream);
+    peer.drop();
+    const StatusFile s = afterTheLoss(path);
+    const struct {
+        const char* signal;
+        const char* why; // nothing: it is answered
+    } cases[] = {{"G/signals/1C", nullptr},
+                 {"G/signals/2W", "another signal took its carrier"},
+                 {"G/signals/2X", "not in the reply's list"},
+                 {"G/signals/5X", "not in the reply's list"},
+                 {"E/signals/5X", nullptr},
+                 {"E/signals/id 18", "unknown"},
+                 {"C/signals/2I", nullptr}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.signal);
+        const std::string at = std::string("systems/") + row.signal;
+        const std::uint64_t received = s.count(at + "/received_total");
+        const std::uint64_t low = s.count(at + "/dropped_total/satellite not answered");
+        EXPECT_GT(received, 0U);
+        EXPECT_EQ(s.count(at + "/answered_total"), row.why ? 0 : received - low);
+        if (row.why) {
+            EXPECT_EQ(s.count(at + "/dropped_total/" + row.why), received - low);
+        }
+    }
+}
+
+TEST(StatusOfService, IsWrittenInASilenceAndAtTheEnd) {
+    Peer peer;
+    peer.listen();
+    const fs::path path = fs::path(testing::TempDir()) / "status.json";
+    RunningService service(peer.port, kClock,
+                           {.keys = {{"common", "\"status\": \"" + path.string() + "\""}}});
+    ASSERT_TRUE(peer.accept());
+    const StatusStream stream = streamOfStation(2);
+    EXPECT_TRUE(peer.sendOnly(stream.bytes));
+    // Nothing more comes; what came is told all the same, and the time goes on.
+    const auto writtenS = [&] {
+        return StatusFile(path.string()).number("process/written_unix_s").value_or(0.0);
+    };
+    const auto waitFor = [](const auto& what) {
+        for (int i = 0; i < 1000 && !what(); ++i)
+            sleepms(20);
+        return what();
+    };
+    EXPECT_TRUE(waitFor([&] {
+        return StatusFile(path.string()).count("input/received_bytes_total") == stream.bytes.size();
+    }));
+    const double before = writtenS();
+    EXPECT_TRUE(waitFor([&] { return writtenS() > before + 1.5; }));
+    const StatusFile silent(path.string());
+    EXPECT_EQ(silent.text("connection/state"), "connected");
+    EXPECT_EQ(silent.count("epochs/answered_total"), 3U);
+    EXPECT_GT(silent.number("process/written_unix_s").value_or(0.0) -
+                  silent.number("epochs/last/received_unix_s").value_or(0.0),
+              1.4);
+    EXPECT_TRUE(peer.sendOnly(Bytes{'e', 'n', 'd'}));
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.end(), -SIGTERM);
+    const StatusFile last(path.string());
+    EXPECT_EQ(last.text("connection/state"), "ended");
+    EXPECT_GE(last.number("process/written_unix_s").value_or(0.0),
+              silent.number("process/written_unix_s").value_or(1e18));
+    EXPECT_EQ(last.count("epochs/answered_total"), 3U);
 }
 
 TEST(StatusOfService, SaysWhyNothingIsAnsweredAndThatItCannotBeWritten) {
@@ -205,7 +307,10 @@ TEST(StatusOfService, SaysWhyNothingIsAnsweredAndThatItCannotBeWritten) {
     peer.drop();
     EXPECT_TRUE(service.tells("***INFO: file = " + path.string() + ",is written again\n"));
     const StatusFile s = afterTheLoss(path);
-    EXPECT_EQ(s.count("epochs/not_answered_total/guard"), 3U);
+    EXPECT_EQ(s.count("epochs/not_answered_total/guard"), 4U);
+    EXPECT_GT(s.count("systems/G/left_out_count/epoch not answered"), 0U);
+    EXPECT_EQ(s.count("systems/G/signals/1C/dropped_total/epoch not answered"),
+              s.count("systems/G/signals/1C/received_total"));
     EXPECT_EQ(s.count("epochs/answered_total"), 0U);
     EXPECT_FALSE(s.isTrue("sender/guard_holds"));
     const std::string log = service.log();
