@@ -209,15 +209,14 @@ GTime streamNow(const StreamIntake& in) {
     return timeadd(utc2gpst(utcNow()), in.aheadS);
 }
 
-/// The time of a message; that of a week says how far the clock is off.
-std::optional<GTime> timeOf(StreamIntake& in, const EpochMessage& m) {
-    if (m.system == kGlonass || !dates(m.system))
-        return epochTime(streamNow(in), m.system, m.field);
-    const GTime clock = utc2gpst(utcNow());
-    const std::optional<GTime> time = epochTime(clock, m.system, m.field);
-    if (time)
-        in.aheadS = timediff(*time, clock);
-    return time;
+std::optional<GTime> timeOf(const StreamIntake& in, const EpochMessage& m) {
+    return epochTime(m.system == kGlonass ? streamNow(in) : utc2gpst(utcNow()), m.system, m.field);
+}
+
+/// A time of week says how far the clock is off.
+void compareWithClock(StreamIntake& in, const EpochMessage& m) {
+    if (m.time && m.system != kGlonass && dates(m.system))
+        in.aheadS = timediff(*m.time, utc2gpst(utcNow()));
 }
 
 /// Puts an observation message into the epoch that is being collected.
@@ -228,6 +227,7 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
         refused = {m.type, std::nullopt, false};
         return;
     }
+    m.time = timeOf(in, m);
     const int own = ownStation(in).value_or(m.staid);
     in.contradictions.otherStation(m.staid, own, now);
     if (!in.streamStation.counts(m, own)) {
@@ -237,7 +237,7 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
             changeStation(in, station, own, framelen, now);
         return;
     }
-    m.time = timeOf(in, m);
+    compareWithClock(in, m);
     const bool whole = in.run.read(m, messageOf(in.decoder));
     if (!whole)
         refused = {m.type, m.field, false};

@@ -170,6 +170,9 @@ TEST(EpochRun, IsOfOneStation) {
     EXPECT_EQ(epochs.of({{'G', 6, true, 8}}), "") << "the third one ended without its end";
     EXPECT_EQ(epochs.lines, "***WARN(StreamObs): station 7 is gone, the stream is station 8's!\n");
     EXPECT_EQ(epochs.of({{'R', 6, false, 8}, {'G', 7, false, 8}, {'G', 7, false, 7}}), "R@6 G@7");
+    // Of station 7 an end, an epoch that lost its end and one that lost its begin.
+    EXPECT_EQ(epochs.of({{'G', 9, true, 7}, {'R', 12, false, 7}}), "");
+    EXPECT_EQ(epochs.lines, "***WARN(StreamObs): station 8 is gone, the stream is station 7's!\n");
 }
 
 TEST(EpochRun, HearsWhatItsOwnStationSaysOfItself) {
