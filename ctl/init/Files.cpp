@@ -73,7 +73,7 @@ std::string deploymentFile(const Station& station, const Layout& layout) {
     out = filled(out, "\"output\": \"none\"", output);
     out = withKey(out, output, "state", value(layout.kept));
     out = withKey(out, "\"tracelevel\": \"0\"", "watchdog", kWatchdogS);
-    out = withKey(out, "\"tracelevel\": \"0\"", "status", value(layout.kept / "status.json"));
+    out = filled(out, "/var/lib/kestrune/status.json", value(layout.kept / "status.json"));
     out = withKey(out, "\"input-protocol\": \"RTCM3\"", "output", "rtcm3");
     return withKey(out, "\"input-protocol\": \"RTCM3\"", "answer", "complete");
 }

@@ -57,9 +57,13 @@ private:
 
 std::string connectionText(const StatusFile& s, double now) {
     const std::string state = s.text("connection/state");
+    const auto since = s.number("connection/since_unix_s");
+    if (state == "ended")
+        return "ended" + (since ? " " + spanText(now - *since) + " ago" : std::string()) +
+               "; its peer was " + s.text("connection/peer");
     std::string out = state == "connected" ? "connected to " : "not connected to ";
     out += s.text("connection/peer");
-    if (const auto since = s.number("connection/since_unix_s"))
+    if (since)
         out += " for " + spanText(now - *since);
     return out;
 }

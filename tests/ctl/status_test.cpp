@@ -62,6 +62,11 @@ TEST(Status, TellsPeopleHowAServiceIs) {
     EXPECT_EQ(lineOf(s, kNow),
               "ABCD  connected   last epoch 0.4 s ago       59 of 64 epochs answered, "
               "16 of 19 satellites\n");
+    const StatusFile ended("x", replaced(example(), "\"connected\"", "\"ended\""));
+    EXPECT_TRUE(
+        screenOf(ended, kNow)
+            .starts_with(
+                "ABCD: ended 60.8 s ago; its peer was 192.0.2.7:2101; process 4711 since "));
     const StatusFile held("x",
                           replaced(example(), "\"guard_holds\": false", "\"guard_holds\": true"));
     EXPECT_TRUE(contains(screenOf(held, kNow), "ANSWERS ARE HELD BACK"));
