@@ -203,12 +203,11 @@ void Trial::epoch() {
 void Trial::keep() {
     const EpochObs& obs = service_->record.stationEpochs[0].obs;
     for (const std::size_t satellite : obs.written())
-        for (std::size_t k = 0; k < kMaxSlots; ++k) {
-            const SatelliteObs& row = obs[satellite];
-            const std::string code(code2obs(row.phaseType[k]));
-            if (!code.empty() && row.phase[k] != 0.0 && row.range[k] != 0.0)
+        obs.each(satellite, [&](std::size_t, const SlotObs& slot) {
+            const std::string code(code2obs(slot.phaseType));
+            if (!code.empty() && slot.phase != 0.0 && slot.range != 0.0)
                 ++result_.signals[{service_->record.satelliteNames[satellite].front(), code}].kept;
-        }
+        });
 }
 
 /// Counts what a reply holds.

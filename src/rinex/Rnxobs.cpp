@@ -46,7 +46,7 @@ constexpr std::size_t kMostColumns = kBdsTypes.size();
 
 /// One satellite's line: its values in the columns of its system, 0 where there is none.
 void addSatellite(std::string& out, const Session& session, std::size_t satellite,
-                  const SatelliteObs& obs) {
+                  const EpochObs& epoch) {
     const std::string& name = session.satelliteNames[satellite];
     const std::span<const std::string_view> types = Rnxobs_m_initObsType(name.front());
     std::array<double, kMostColumns> row{};
@@ -60,10 +60,11 @@ void addSatellite(std::string& out, const Session& session, std::size_t satellit
     };
     const auto system = systemIndex(name.front());
     for (std::size_t f = 0; f < session.frequencies[system].size(); ++f) {
-        put('L', obs.phaseType[f], obs.phase[f]);
-        put('C', obs.rangeType[f], obs.range[f]);
-        put('D', obs.rangeType[f], obs.doppler[f]);
-        put('S', obs.rangeType[f], obs.cn0[f]);
+        const SlotObs& obs = epoch.at(satellite, f);
+        put('L', obs.phaseType, obs.phase);
+        put('C', obs.rangeType, obs.range);
+        put('D', obs.rangeType, static_cast<double>(obs.doppler));
+        put('S', obs.rangeType, obs.cn0);
     }
     out += name;
     for (std::size_t i = 0; i < types.size(); ++i)
@@ -79,7 +80,7 @@ std::string recordOf(const RinexWriter& writer, int mjd, double sod, int count) 
         t.second, 0, count);
     for (std::size_t i = 0; i < writer.session->satelliteNames.size(); ++i)
         if (writer.obs->has(i))
-            addSatellite(out, *writer.session, i, (*writer.obs)[i]);
+            addSatellite(out, *writer.session, i, *writer.obs);
     return out;
 }
 

@@ -41,36 +41,38 @@ double elevationDeg(const OrbitState& satellite, const Vector3& point, const Mat
 
 /// Shifts one satellite's slots by the range difference (m). Slots 4 to 7 have the carriers of
 /// slots 0 to 3, for a second set of codes.
-void shiftSlots(SatelliteObs& out, const SatelliteObs& in, const SatelliteRecord& record,
-                StreamedChannels streamed, RangeHistory& history, double rangeDifference,
-                double ageS) {
+void shiftSlots(EpochObs& to, const EpochObs& from, std::size_t satellite,
+                const SatelliteRecord& record, StreamedChannels streamed, RangeHistory& history,
+                double rangeDifference, double ageS) {
     const double lastDifference = history.drleng;
-    for (std::size_t k = 0; k < kMaxSlots; ++k) {
+    from.each(satellite, [&](std::size_t k, const SlotObs& in) {
         const std::size_t carrier = k % kMaxFrequencies;
         if (carrier >= record.slots.size())
-            continue;
-        if (std::fabs(in.range[k]) > kPresent) {
-            out.range[k] = in.range[k] + rangeDifference;
-            out.rangeType[k] = in.rangeType[k];
+            return;
+        SlotObs& out = to.slot(satellite, k);
+        if (std::fabs(in.range) > kPresent) {
+            out.range = in.range + rangeDifference;
+            out.rangeType = in.rangeType;
         }
-        if (!(std::fabs(in.phase[k]) > kPresent))
-            continue;
+        if (!(std::fabs(in.phase) > kPresent))
+            return;
         const double hz = carrierOf(record, carrier, streamed);
         if (hz <= 0.0)
-            continue; // no wavelength, no phase
+            return; // no wavelength, no phase
         const double wavelengthM = kSpeedOfLight / hz;
         double& factor = history.ionosphereFactor[k];
         if (std::fabs(factor) < kFactorUnset) {
             const double f1 = carrierOf(record, 0, streamed);
             factor = f1 * f1 / (hz * hz);
         }
-        out.phase[k] = in.phase[k] + rangeDifference / wavelengthM;
-        out.phaseType[k] = in.phaseType[k];
-        out.cn0[k] = in.cn0[k];
-        out.doppler[k] = in.doppler[k];
+        out.phase = in.phase + rangeDifference / wavelengthM;
+        out.phaseType = in.phaseType;
+        out.cn0 = in.cn0;
+        double doppler = static_cast<double>(in.doppler);
         if (ageS > 0.0)
-            out.doppler[k] += (rangeDifference - lastDifference) / wavelengthM / ageS;
-    }
+            doppler += (rangeDifference - lastDifference) / wavelengthM / ageS;
+        out.doppler = static_cast<float>(doppler);
+    });
 }
 
 /// The reference's own observations under the virtual request.
@@ -162,7 +164,7 @@ void VrsGenerator_s_genObservation_raw(VirtualStation& station, const VrsSources
             VrsGenerator_m_rangeChange(station, orbits, from, i);
         if (!change)
             continue;
-        shiftSlots(out.obs.row(i), reference.obs[i], in.session.satellites[i], streamed, history,
+        shiftSlots(out.obs, reference.obs, i, in.session.satellites[i], streamed, history,
                    change->metres, ageS);
         history.mjd = currentMjd;
         history.sod = currentSod;

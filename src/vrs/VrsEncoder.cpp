@@ -55,26 +55,25 @@ void count(Counts& counts, int satellite) {
 
 /// Copies the slots that the reply carries into the next record of an encoder state. A satellite
 /// without any still takes a record, with satellite number 0.
-void addRecord(RtcmState& state, const SatelliteObs& obs, std::size_t maskRow, std::size_t slots,
-               int satellite) {
+void addRecord(RtcmState& state, const EpochObs& epoch, std::size_t index, std::size_t maskRow,
+               std::size_t slots, int satellite) {
     if (static_cast<std::size_t>(state.obs.n) >= kMaxObs)
         return;
     ObsRecord& record = state.obs.data[static_cast<std::size_t>(state.obs.n++)];
     record = {};
     std::size_t k = 0;
-    for (std::size_t j = 0; j < slots && k < kObsSlots; ++j) {
-        const std::uint8_t code = obs.phaseType[j];
-        if (!kCarried[maskRow][code] || !(std::fabs(obs.phase[j]) > kLeastCarried) ||
-            !(std::fabs(obs.range[j]) > kLeastCarried))
-            continue;
-        record.L[k] = obs.phase[j];
-        record.P[k] = obs.range[j];
-        record.D[k] = static_cast<float>(obs.doppler[j]);
-        record.SNR[k] = static_cast<std::uint16_t>(obs.cn0[j] / 0.001);
+    epoch.each(index, [&](std::size_t slot, const SlotObs& obs) {
+        if (slot >= slots || k >= kObsSlots || !kCarried[maskRow][obs.phaseType] ||
+            !(std::fabs(obs.phase) > kLeastCarried) || !(std::fabs(obs.range) > kLeastCarried))
+            return;
+        record.L[k] = obs.phase;
+        record.P[k] = obs.range;
+        record.D[k] = obs.doppler;
+        record.SNR[k] = static_cast<std::uint16_t>(obs.cn0 / 0.001);
         record.sat = static_cast<std::uint8_t>(satellite);
-        record.code[k] = code;
+        record.code[k] = obs.phaseType;
         ++k;
-    }
+    });
 }
 
 /// Sorts the observed satellites into the encoder states and counts them by group.
@@ -94,9 +93,9 @@ Counts fillStates(const ReplyEncoder& in, const EpochObs& obs) {
         count(counts, sat);
         // BDS-3 looks at the configured frequencies only, and under the row of BDS.
         if (system == bds && prn > kLastBds2)
-            addRecord(in.states.bds3, obs[i], bds, in.session.frequencies[bds].size(), sat);
+            addRecord(in.states.bds3, obs, i, bds, in.session.frequencies[bds].size(), sat);
         else
-            addRecord(in.states.main, obs[i], system, kMaxSlots, sat);
+            addRecord(in.states.main, obs, i, system, kMaxSlots, sat);
     }
     return counts;
 }

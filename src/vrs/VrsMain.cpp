@@ -45,7 +45,6 @@ int VrsMain(VirtualStation& virtualStation, const VrsSources& in, std::size_t st
     VrsObsPack& referencePack = virtualStation.reference;
     VrsObsPack_Initial(referencePack);
     VrsObsPack_Readobs(referencePack, in.epoch, station);
-    in.epoch.stationEpochs[station].obs.clear(); // the next epoch holds what its own messages carry
     if (referencePack.name.empty())
         referencePack.name = in.session.stationNames[station];
 

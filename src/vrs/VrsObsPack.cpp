@@ -20,10 +20,11 @@ void VrsObsPack_Initial(VrsObsPack& pack) {
     pack.reply.stationId = 0;
 }
 
-void VrsObsPack_Readobs(VrsObsPack& pack, const CurrentEpoch& current, std::size_t station) {
-    const StationEpoch& stored = current.stationEpochs[station];
+void VrsObsPack_Readobs(VrsObsPack& pack, CurrentEpoch& current, std::size_t station) {
+    StationEpoch& stored = current.stationEpochs[station];
     pack.name = stored.name;
     pack.mjd = current.currentMjd;
     pack.sod = current.currentSod;
-    pack.obs.copyFrom(stored.obs);
+    std::swap(pack.obs, stored.obs);
+    stored.obs.clear(); // the next epoch holds what its own messages carry
 }

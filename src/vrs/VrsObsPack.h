@@ -40,5 +40,5 @@ struct VrsObsPack {
 
 /// Empties a pack.
 void VrsObsPack_Initial(VrsObsPack& pack);
-/// Takes over a station's stored epoch; its time is the current one.
-void VrsObsPack_Readobs(VrsObsPack& pack, const CurrentEpoch& current, std::size_t station);
+/// Takes a station's stored epoch, which is empty then; its time is the current one.
+void VrsObsPack_Readobs(VrsObsPack& pack, CurrentEpoch& current, std::size_t station);

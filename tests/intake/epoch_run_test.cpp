@@ -233,7 +233,7 @@ TEST(EpochRun, BringsNothingOfAnOlderEpoch) {
             b.u(8, 160);
         epochs.c.read(ref::frame(b.bytes()));
         const double rangeM =
-            epochs.c.record.stationEpochs[0].obs[epochs.c.indexOf("G03")].range[0];
+            epochs.c.record.stationEpochs[0].obs.at(epochs.c.indexOf("G03"), 0).range;
         epochs.c.record.stationEpochs[0].obs.clear();
         return rangeM;
     };

@@ -32,9 +32,9 @@ protected:
         Configured::read(block);
         return testing::internal::GetCapturedStdout();
     }
-    const SatelliteObs& row(const std::string& name) {
-        return record.stationEpochs[0]
-            .obs[static_cast<std::size_t>(pointer_string(record.satelliteNames, name))];
+    const SlotObs& stored(const std::string& name, std::size_t k) {
+        return record.stationEpochs[0].obs.at(
+            static_cast<std::size_t>(pointer_string(record.satelliteNames, name)), k);
     }
     static Bytes epoch(int type, const std::vector<std::pair<const char*, double>>& signals,
                        bool more = false, int id = 3,
@@ -67,15 +67,14 @@ const Bytes kStatedPlace = ref::frame(ref::write1005({.station = 0, .xyzM = kSit
 
 TEST_F(Intake, LetsTheLaterSlotOverwriteTheEarlierOfOneCarrier) {
     read({epoch(1077, {{"1C", 21e6}, {"2W", 21e6 + 10}, {"2X", 21e6 + 20}, {"5Q", 21e6 + 30}})});
-    const SatelliteObs& g = row("G03");
-    EXPECT_EQ(g.phaseType[0], obs2code("1C"));
-    EXPECT_EQ(g.phaseType[1], obs2code("2X")); // the fifth slot came after 2W
-    EXPECT_EQ(g.rangeType[1], obs2code("2X"));
-    EXPECT_NEAR(g.range[1], 21e6 + 20, 0.01);
-    EXPECT_NEAR(g.phase[1], (21e6 + 20) / 299792458.0 * 1227600000.0, 0.01);
-    EXPECT_EQ(g.cn0[1], 44.0);
-    EXPECT_NEAR(g.doppler[1], 100.0 / 299792458.0 * 1227600000.0, 0.1); // sign reversed
-    EXPECT_NEAR(g.range[2], 21e6 + 30, 0.01);
+    EXPECT_EQ(stored("G03", 0).phaseType, obs2code("1C"));
+    EXPECT_EQ(stored("G03", 1).phaseType, obs2code("2X")); // the fifth slot came after 2W
+    EXPECT_EQ(stored("G03", 1).rangeType, obs2code("2X"));
+    EXPECT_NEAR(stored("G03", 1).range, 21e6 + 20, 0.01);
+    EXPECT_NEAR(stored("G03", 1).phase, (21e6 + 20) / 299792458.0 * 1227600000.0, 0.01);
+    EXPECT_EQ(stored("G03", 1).cn0, 44.0);
+    EXPECT_NEAR(stored("G03", 1).doppler, 100.0 / 299792458.0 * 1227600000.0, 0.1); // sign reversed
+    EXPECT_NEAR(stored("G03", 2).range, 21e6 + 30, 0.01);
     EXPECT_EQ(record.currentMjd, 58311); // 2018-07-12
     EXPECT_NEAR(record.currentSod, 430650 - 4 * 86400, 1e-6);
 }
@@ -83,8 +82,8 @@ TEST_F(Intake, LetsTheLaterSlotOverwriteTheEarlierOfOneCarrier) {
 TEST_F(Intake, DropsWhatIsNotConfigured) {
     configure(service, {"G03"}, "GPS:L1_L5");
     read({epoch(1074, {{"1C", 21e6}, {"2W", 21e6 + 10}}, true), epoch(1094, {{"1X", 23e6}})});
-    EXPECT_NE(row("G03").range[0], 0.0);
-    EXPECT_EQ(row("G03").range[1], 0.0);
+    EXPECT_NE(stored("G03", 0).range, 0.0);
+    EXPECT_EQ(stored("G03", 1).range, 0.0);
     EXPECT_EQ(record.stationEpochs[0].obs.written().size(), 1U);
 }
 
@@ -109,8 +108,8 @@ TEST_F(Intake, ReportsEachMessageWithItsWholeFrameAndStartsAfresh) {
 
 TEST_F(Intake, WipesThePartOfAnEpochThatAStationMessageFollows) {
     read({epoch(1074, {{"1C", 21e6}}, true), kStatedPlace, epoch(1094, {{"1X", 23e6}})});
-    EXPECT_EQ(row("G03").range[0], 0.0);
-    EXPECT_NE(row("E03").range[0], 0.0);
+    EXPECT_EQ(stored("G03", 0).range, 0.0);
+    EXPECT_NE(stored("E03", 0).range, 0.0);
 }
 
 TEST_F(Intake, ForgetsFrameAndEpochOfALostConnection) {
@@ -119,8 +118,8 @@ TEST_F(Intake, ForgetsFrameAndEpochOfALostConnection) {
     StreamObs_m_restart(service.intake);
     read({epoch(1094, {{"1X", 23e6}})});
     ASSERT_EQ(replies.size(), 1U);
-    EXPECT_EQ(row("G03").range[0], 0.0);
-    EXPECT_NE(row("E03").range[0], 0.0);
+    EXPECT_EQ(stored("G03", 0).range, 0.0);
+    EXPECT_NE(stored("E03", 0).range, 0.0);
 }
 
 TEST_F(Intake, KeepsTheSystemsOfAnEpochTogetherAfterTheNextLeapSecond) {
@@ -138,8 +137,8 @@ TEST_F(Intake, KeepsTheSystemsOfAnEpochTogetherAfterTheNextLeapSecond) {
     cell.pseudorangeM = 21e6;
     glonass.cells = {cell};
     read({epoch(1074, {{"1C", 21e6}}, true), ref::frame(ref::writeMsm(glonass))});
-    EXPECT_NE(row("R07").range[0], 0.0);
-    EXPECT_NE(row("G03").range[0], 0.0);
+    EXPECT_NE(stored("R07", 0).range, 0.0);
+    EXPECT_NE(stored("G03", 0).range, 0.0);
     EXPECT_NEAR(record.currentSod, 430650 - 4 * 86400, 1e-6);
     std::remove(path.c_str());
     extendLeaps({});
@@ -167,7 +166,7 @@ TEST_F(Intake, TellsOfARefusedMessageAndAnswersWhatTheOthersBrought) {
         ASSERT_EQ(replies.size(), 1U);
         EXPECT_EQ(replies[0].status, 1U);
         EXPECT_EQ(replies[0].frame, refused);
-        EXPECT_NE(row("G03").range[0], 0.0);
+        EXPECT_NE(stored("G03", 0).range, 0.0);
         EXPECT_EQ(record.stationEpochs[0].obs.written().size(), 1U);
         EXPECT_NEAR(record.currentSod, 430650 - 4 * 86400, 1e-6);
     }
@@ -202,8 +201,8 @@ TEST_F(Intake, TakesFromSbasAndNavicTheEndOfAnEpochAlone) {
         record.stationEpochs[0].obs.clear();
         read(frames);
         EXPECT_EQ(replies.size(), 1U);
-        EXPECT_NE(row("G03").range[0], 0.0);
-        EXPECT_NE(row("R03").range[0], 0.0);
+        EXPECT_NE(stored("G03", 0).range, 0.0);
+        EXPECT_NE(stored("R03", 0).range, 0.0);
         EXPECT_EQ(record.currentMjd, 58311); // 2018-07-12
         EXPECT_NEAR(record.currentSod, 430650 - 4 * 86400, 1e-6);
     }
@@ -275,7 +274,7 @@ TEST_F(Intake, StoresGlonassEphemeridesInKilometres) {
     EXPECT_EQ(r.aode, 10); // quarter hours of the Moscow day
     // The channel now serves the observations, also after the decoder started afresh.
     read({epoch(1084, {{"1C", 21e6}}, false, 7)});
-    EXPECT_NEAR(row("R07").phase[0], 21e6 / 299792458.0 * (1602e6 + 5 * 562500.0), 0.01);
+    EXPECT_NEAR(stored("R07", 0).phase, 21e6 / 299792458.0 * (1602e6 + 5 * 562500.0), 0.01);
     EXPECT_EQ(record.stationEpochs[0].glonassChannels[6], 13);
     EXPECT_NEAR(freqbytp(record.satellites[static_cast<std::size_t>(record.satelliteNamed("R07"))],
                          "L2", record.streamedChannels()),

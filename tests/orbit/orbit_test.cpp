@@ -58,7 +58,7 @@ void expectFit(const Bytes& stream, const CalendarTime& utc, std::size_t leastOf
         std::map<char, std::vector<double>> residuals;
         for (const std::size_t i : c.record.stationEpochs[0].obs.written()) {
             const std::string& name = c.record.satelliteNames[i];
-            const double rangeM = c.record.stationEpochs[0].obs[i].range[0];
+            const double rangeM = c.record.stationEpochs[0].obs.at(i, 0).range;
             const double sent = epoch.sow - rangeM / ref::kLightSpeed;
             const double own = sent - (name[0] == 'C' ? 14.0 : 0.0);
             OrbitState s{};

@@ -29,12 +29,8 @@ struct Station : check::Scratch {
     }
     void put(std::size_t satellite, std::size_t slot, const std::string& code, double phase,
              double range, double cn0, double doppler) {
-        SatelliteObs& row = obs.row(satellite);
-        row.phase[slot] = phase;
-        row.range[slot] = range;
-        row.cn0[slot] = cn0;
-        row.doppler[slot] = doppler;
-        row.phaseType[slot] = row.rangeType[slot] = obs2code(code);
+        obs.slot(satellite, slot) = {phase,          range, cn0, static_cast<float>(doppler),
+                                     obs2code(code), obs2code(code)};
     }
     int write(RinexWriter writer, double sod) {
         writer.obs = &obs;

@@ -24,7 +24,7 @@ TEST(ReferenceModel, IsTheGeometryOfThePacksOwnStation) {
     for (std::size_t i = 0; i < c.record.satelliteNames.size(); ++i)
         if (const std::string& name = c.record.satelliteNames[i];
             navigation.kepler.contains(name) || navigation.glonass.contains(name))
-            pack->obs.row(i).phase[0] = 1e8;
+            pack->obs.slot(i, 0).phase = 1e8;
     c.store.kepler[1].sqrtA = 0.0; // G02: no orbit at all
     c.store.kepler[2].tocMjd = 0;  // G03: no ephemeris
     for (auto* const values : {&pack->elevation, &pack->azimuth, &pack->referenceRange})
@@ -38,7 +38,7 @@ TEST(ReferenceModel, IsTheGeometryOfThePacksOwnStation) {
     int below = 0, above = 0;
     for (std::size_t i = 0; i < c.record.satelliteNames.size(); ++i) {
         const std::string& name = c.record.satelliteNames[i];
-        if (!existobs(pack->obs[i]) || name == "G02" || name == "G03") {
+        if (!pack->obs.has(i) || name == "G02" || name == "G03") {
             EXPECT_TRUE(pack->referenceRange[i] == 0.0 && pack->elevation[i] == 0.0 &&
                         pack->azimuth[i] == 0.0)
                 << name;

@@ -45,14 +45,10 @@ protected:
         reference->mjd = day.mjd;
         reference->sod = day.sod;
     }
-    SatelliteObs& observe(const std::string& name, std::size_t slot = 0, const char* type = "1C") {
-        SatelliteObs& row = reference->obs.row(indexOf(name));
-        row.phase[slot] = 1.2e8;
-        row.range[slot] = 2.3e7;
-        row.cn0[slot] = 44.0;
-        row.doppler[slot] = 500.0;
-        row.phaseType[slot] = row.rangeType[slot] = obs2code(type);
-        return row;
+    SlotObs& observe(const std::string& name, std::size_t slot = 0, const char* type = "1C") {
+        SlotObs& obs = reference->obs.slot(indexOf(name), slot);
+        obs = {1.2e8, 2.3e7, 44.0, 500.0F, obs2code(type), obs2code(type)};
+        return obs;
     }
     std::string generate() {
         testing::internal::CaptureStdout();
@@ -61,7 +57,10 @@ protected:
         VrsGenerator_s_genVirtualObs(service.station, sources(), base, request);
         return testing::internal::GetCapturedStdout();
     }
-    const SatelliteObs& got(const std::string& name) { return out->obs[indexOf(name)]; }
+    const SlotObs& got(const std::string& name, std::size_t slot = 0) {
+        return out->obs.at(indexOf(name), slot);
+    }
+    bool answered(const std::string& name) { return out->obs.has(indexOf(name)); }
     ref::RangeChange truth(const std::string& name, ref::GpsTime t = kNow) {
         return ref::rangeChange(navigation.satellite(name), kSite, ref::virtualPoint(kSite), t);
     }
@@ -118,15 +117,15 @@ TEST_F(Virtual, ObservationsDifferByTheChangeOfRangeAtTheVirtualTransmitTime) {
         for (std::size_t k = 0; k < 2; ++k) {
             const double hz = freqbytp(record.satellites[i], record.frequencies[system][k],
                                        record.streamedChannels());
-            EXPECT_NEAR(got(name).range[k] - 2.3e7, change.deltaM, 2e-5) << name;
-            EXPECT_NEAR((got(name).phase[k] - 1.2e8) * ref::kLightSpeed / hz, change.deltaM, 2e-5)
+            EXPECT_NEAR(got(name, k).range - 2.3e7, change.deltaM, 2e-5) << name;
+            EXPECT_NEAR((got(name, k).phase - 1.2e8) * ref::kLightSpeed / hz, change.deltaM, 2e-5)
                 << name;
-            EXPECT_EQ(got(name).cn0[k], 44.0);
+            EXPECT_EQ(got(name, k).cn0, 44.0);
             ++compared;
         }
         EXPECT_NEAR(reference->referenceRange[i], change.rangeRefM, name[0] == 'R' ? 0.02 : 0.6);
         EXPECT_NEAR(reference->referenceRange[i], rangeOfOrbit(i), 3e-6) << name;
-        EXPECT_EQ(got(name).rangeType[1], obs2code("2C"));
+        EXPECT_EQ(got(name, 1).rangeType, obs2code("2C"));
     }
     EXPECT_GT(compared, 60);
     EXPECT_EQ(out->name, "VRS0");
@@ -141,7 +140,7 @@ TEST_F(Virtual, DopplerFollowsTheRateOfTheChangeOfRange) {
         observe(name);
         setEpoch(kNow + ahead);
         generate();
-        return got(name).doppler[0];
+        return got(name).doppler;
     };
     const auto change = [&](double from, double to) {
         return (truth(name, kNow + to).deltaM - truth(name, kNow + from).deltaM) / (to - from) *
@@ -235,7 +234,7 @@ TEST_F(Virtual, SatellitesBelowFiveDegreesOrWithoutOrbitAreLeftOut) {
     const std::string printed = generate();
     EXPECT_TRUE(contains(printed, "G03 doesn't have ephemeris!"));
     EXPECT_TRUE(contains(printed, "***WARN(Generator): G02 position not convergence! ddelay="));
-    EXPECT_FALSE(existobs(got("G03")) || existobs(got("G02")));
+    EXPECT_FALSE(answered("G03") || answered("G02"));
     std::string cutoffs;
     std::istringstream lines(printed);
     for (std::string line; std::getline(lines, line);)
@@ -244,7 +243,7 @@ TEST_F(Virtual, SatellitesBelowFiveDegreesOrWithoutOrbitAreLeftOut) {
     EXPECT_EQ(cutoffs, expected);
     EXPECT_FALSE(expected.empty());
     for (const std::string& name : inView('G'))
-        EXPECT_TRUE(existobs(got(name)) || name == "G03" || name == "G02") << name;
+        EXPECT_TRUE(answered(name) || name == "G03" || name == "G02") << name;
 }
 
 TEST_F(Virtual, SatellitesComeAndGoAtFiveDegrees) {
@@ -264,7 +263,7 @@ TEST_F(Virtual, SatellitesComeAndGoAtFiveDegrees) {
             observe(name);
             setEpoch(kNow + ahead);
             generate();
-            EXPECT_EQ(existobs(got(name)), above(name, ahead)) << name << ' ' << ahead;
+            EXPECT_EQ(answered(name), above(name, ahead)) << name << ' ' << ahead;
         }
         ++crossings;
     }
@@ -273,14 +272,14 @@ TEST_F(Virtual, SatellitesComeAndGoAtFiveDegrees) {
 
 TEST_F(Virtual, AbsentValuesStayAbsent) {
     const std::string name = inView('E').at(0);
-    observe(name, 0).range[0] = 0.0;
-    observe(name, 2).phase[2] = 0.0;
+    observe(name, 0).range = 0.0;
+    observe(name, 2).phase = 0.0;
     const std::string rangesOnly = inView('E').at(1);
-    observe(rangesOnly, 0).phase[0] = 0.0; // ranges alone do not make a satellite observed
+    observe(rangesOnly, 0).phase = 0.0; // ranges alone do not make a satellite observed
     generate();
-    EXPECT_TRUE(got(name).phase[0] != 0.0 && got(name).range[0] == 0.0);
-    EXPECT_TRUE(got(name).phase[2] == 0.0 && got(name).range[2] != 0.0);
-    EXPECT_TRUE(out->obs[indexOf(rangesOnly)].range[0] == 0.0);
+    EXPECT_TRUE(got(name).phase != 0.0 && got(name).range == 0.0);
+    EXPECT_TRUE(got(name, 2).phase == 0.0 && got(name, 2).range != 0.0);
+    EXPECT_TRUE(got(rangesOnly).range == 0.0);
 }
 
 TEST_F(Virtual, BeyondFiveKilometresTheReferenceSpeaksForItself) {
@@ -301,7 +300,7 @@ TEST_F(Virtual, BeyondFiveKilometresTheReferenceSpeaksForItself) {
             contains(printed,
                      "***WARN: VRS offset distance(      5000.001) too long, using raw obs!\n"),
             c.raw);
-        EXPECT_EQ(got(name).range[0] == 2.3e7, c.raw);
+        EXPECT_EQ(got(name).range == 2.3e7, c.raw);
         EXPECT_EQ(out->xyz, c.raw ? record.stations[0].xyz : request.xyz);
         EXPECT_EQ(out->mjd, reference->mjd);
         EXPECT_EQ(out->reply.stationId, -1);
@@ -339,7 +338,7 @@ TEST_F(Virtual, StationWithoutUsableReferenceCoordinatesIsNotAnsweredButSaved) {
     std::uintmax_t size = 0;
     for (const double bad : {0.0, std::nan(""), HUGE_VAL}) {
         record.stations[0].xyz[1] = bad;
-        record.stationEpochs[0].obs.row(0).phase[0] = 1e8;
+        record.stationEpochs[0].obs.slot(0, 0).phase = 1e8;
         record.stationEpochs[0].name = "STR2";
         std::array<std::uint8_t, kReplyBytes> reply{};
         testing::internal::CaptureStdout();
@@ -368,11 +367,7 @@ protected:
     }
     void add(const std::string& name, std::size_t slot, const char* type, double phase = 1.2e8,
              double range = 2.3e7) {
-        SatelliteObs& row = pack->obs.row(indexOf(name));
-        row.phase[slot] = phase;
-        row.range[slot] = range;
-        row.cn0[slot] = 44.6;
-        row.phaseType[slot] = obs2code(type);
+        pack->obs.slot(indexOf(name), slot) = {phase, range, 44.6, 0.0F, obs2code(type), 0};
     }
     /// Types and multiple-message bits, such as "1074+ 1124-".
     std::string encode() {
@@ -399,7 +394,7 @@ protected:
 
 TEST_F(ReplyFrame, SendsEachSystemOnceAndMarksAllButTheLast) {
     add("G05", 0, "1C");
-    pack->obs.row(indexOf("G05")).cn0[0] = 44.4996;
+    pack->obs.slot(indexOf("G05"), 0).cn0 = 44.4996;
     EXPECT_EQ(encode(), "1074- ");
     add("J02", 0, "1C");
     EXPECT_EQ(encode(), "1074+ 1114- ");
