@@ -1,20 +1,14 @@
 #include "rtcm/rtcm.h"
 
 #include <algorithm>
-#include <bit>
 
 namespace {
 
-/// Calls clear(row) for the marked rows, sat - 1, and unmarks them.
-template <class Clear> void clearMarked(RtcmState::Touched& set, Clear clear) {
-    for (std::size_t word = 0; word < set.size(); ++word)
-        for (; set[word] != 0; set[word] &= set[word] - 1)
-            clear(64 * word + static_cast<std::size_t>(std::countr_zero(set[word])));
-}
-
 void clearTouched(RtcmState& s) {
-    clearMarked(s.tracked, [&](std::size_t row) { s.tracks[row] = {}; });
-    clearMarked(s.withEphemeris, [&](std::size_t row) {
+    s.lastLock.clear();
+    s.phaseBase.clear();
+    s.lockStart.clear();
+    s.withEphemeris.forget([&](std::size_t row) {
         s.nav.eph[row].sat = 0;
         int slot = 0;
         if (satsys(static_cast<int>(row) + 1, &slot) == kGlonass)

@@ -5,6 +5,7 @@
 #include "rtcm/BitCursor.h"
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -101,11 +102,39 @@ struct NavData {
     std::array<int, 32> configuredChannels{};
 };
 
-/// What is carried from message to message for one signal of a satellite.
-struct SignalTrack {
-    double cp = 0.0;        // decoder: last phase difference, cycles; encoder: phase offset, m
-    std::uint16_t lock = 0; // last lock-time indicator
-    GTime lltime;           // encoder: start of lock
+/// Satellites whose rows were touched, bit sat - 1: what is cleared of them costs what was touched.
+class Touched {
+public:
+    void add(int sat) {
+        const auto row = static_cast<std::size_t>(sat - 1);
+        words_[row / 64] |= std::uint64_t{1} << row % 64;
+    }
+    /// Calls clear(row) for each row, sat - 1, and forgets them.
+    template <class Clear> void forget(Clear clear) {
+        for (std::size_t word = 0; word < words_.size(); ++word)
+            for (; words_[word] != 0; words_[word] &= words_[word] - 1)
+                clear(64 * word + static_cast<std::size_t>(std::countr_zero(words_[word])));
+    }
+
+private:
+    std::array<std::uint64_t, kMaxSatNumber / 64 + 1> words_{};
+};
+
+/// What is carried from message to message for each signal of a satellite. One value of all signals
+/// stands together: an epoch that needs one of them leaves the memory of the others alone.
+template <class Value> class SignalTrack {
+public:
+    Value& of(int sat, std::size_t slot) {
+        touched_.add(sat);
+        return rows_[static_cast<std::size_t>(sat - 1)][slot];
+    }
+    void clear() {
+        touched_.forget([this](std::size_t row) { rows_[row] = {}; });
+    }
+
+private:
+    std::array<std::array<Value, kObsSlots>, kMaxSatNumber> rows_{}; // row sat - 1
+    Touched touched_;
 };
 
 /// An observation message whose time, station or contents were refused.
@@ -134,10 +163,12 @@ struct RtcmState {
     bool dated = false;     // `epoch` is from a system that replies carry
     RefusedMessage refused; // the last one since somebody took it from here
     int ephsat = 0;         // satellite of the last stored ephemeris
-    std::array<std::array<SignalTrack, kObsSlots>, kMaxSatNumber> tracks; // row sat - 1
-    int nbyte = 0;                                                        // bytes held in buff
-    int nbit = 0;                                                         // bits written
-    int len = 0; // frame length without check word
+    SignalTrack<std::uint16_t> lastLock; // decoder: last lock-time indicator
+    SignalTrack<double> phaseBase; // decoder: last phase difference, cycles; encoder: offset, m
+    SignalTrack<GTime> lockStart;  // encoder
+    int nbyte = 0;                 // bytes held in buff
+    int nbit = 0;                  // bits written
+    int len = 0;                   // frame length without check word
     std::array<std::uint8_t, 1200> buff{};
     std::array<std::uint32_t, 400> nmsg3{}; // messages by type
     std::string opt;                        // options
@@ -145,18 +176,9 @@ struct RtcmState {
     /// configured one. Not cleared by init_rtcm.
     bool byStandards = false;
 
-    using Touched = std::array<std::uint64_t, kMaxSatNumber / 64 + 1>; // bit sat - 1
-    /// Records that a signal of this satellite has a track, so that init_rtcm clears it.
-    void touch(int sat) { mark(tracked, sat); }
-    /// The same of an ephemeris.
-    void touchEphemeris(int sat) { mark(withEphemeris, sat); }
     /// Counts a message of a type.
     void count(int type);
-    static void mark(Touched& set, int sat) {
-        const auto row = static_cast<std::size_t>(sat - 1);
-        set[row / 64] |= std::uint64_t{1} << row % 64;
-    }
-    Touched tracked{}, withEphemeris{};
+    Touched withEphemeris;          // init_rtcm clears theirs
     std::uint32_t countedPages = 0; // bit k: some of the 16 counters from 16 k on is not 0
 };
 

@@ -58,10 +58,9 @@ void learnChannel(RtcmState& s, int slot, int channel);
 
 /// 1 when the lock indicator is 0 or smaller than the last one of the signal.
 inline std::uint8_t lossoflock(RtcmState& s, int sat, std::size_t slot, int lock) {
-    s.touch(sat);
-    SignalTrack& track = s.tracks[static_cast<std::size_t>(sat - 1)][slot];
-    const bool lost = lock == 0 || lock < track.lock;
-    track.lock = static_cast<std::uint16_t>(lock);
+    std::uint16_t& last = s.lastLock.of(sat, slot);
+    const bool lost = lock == 0 || lock < last;
+    last = static_cast<std::uint16_t>(lock);
     return lost ? 1 : 0;
 }
 /// 0.001 dB-Hz; 0 outside (0, 100).

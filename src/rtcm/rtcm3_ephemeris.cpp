@@ -32,7 +32,7 @@ int store(RtcmState& s, const EphRecord& r) {
     if (held.sat == r.sat && held.iode == r.iode && !hasOption(s, "-EPHALL"))
         return kNothing;
     held = r;
-    s.touchEphemeris(r.sat);
+    s.withEphemeris.add(r.sat);
     s.ephsat = r.sat;
     return kEphemeris;
 }
@@ -138,7 +138,7 @@ int decode_type1020(RtcmState& s, GlonassMessage& m) {
         !hasOption(s, "-EPHALL"))
         return kNothing;
     held = m;
-    s.touchEphemeris(m.sat);
+    s.withEphemeris.add(m.sat);
     s.ephsat = m.sat;
     return kEphemeris;
 }

@@ -7,8 +7,7 @@ namespace {
 
 /// Undoes a roll-over of the phase difference (cycles) against the signal's last one.
 double adjcp(RtcmState& s, int sat, std::size_t slot, double cp) {
-    s.touch(sat);
-    double& last = s.tracks[static_cast<std::size_t>(sat - 1)][slot].cp;
+    double& last = s.phaseBase.of(sat, slot);
     if (last != 0.0) {
         if (cp < last - 750.0)
             cp += 1500.0;

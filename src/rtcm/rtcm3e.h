@@ -29,8 +29,7 @@ std::uint32_t epochField(System system, GTime time);
 double wavelengthM(const RtcmState& s, System system, const ObsRecord& record, std::size_t slot);
 /// Lock time of a record's signal, s; starts again when lock was lost.
 inline double lockTime(RtcmState& s, const ObsRecord& record, std::size_t slot, bool lost) {
-    s.touch(record.sat);
-    GTime& start = s.tracks[static_cast<std::size_t>(record.sat - 1)][slot].lltime;
+    GTime& start = s.lockStart.of(record.sat, slot);
     if (!start.unknown() && !lost)
         return timediff(record.time, start);
     start = record.time;

@@ -165,13 +165,12 @@ double finePhase(RtcmState& s, const ObsRecord& record, std::size_t k, double wa
                  double roughM, bool& lost) {
     if (record.L[k] == 0.0 || wavelength <= 0.0)
         return 0.0;
-    s.touch(record.sat);
-    SignalTrack& track = s.tracks[static_cast<std::size_t>(record.sat - 1)][k];
+    double& base = s.phaseBase.of(record.sat, k);
     const double phaseM = record.L[k] * wavelength - roughM;
-    lost = (record.LLI[k] & 1) != 0 || std::fabs(phaseM - track.cp) >= kMaxFinePhaseM;
+    lost = (record.LLI[k] & 1) != 0 || std::fabs(phaseM - base) >= kMaxFinePhaseM;
     if (lost)
-        track.cp = roundHalfUp(phaseM / wavelength) * wavelength;
-    return phaseM - track.cp;
+        base = roundHalfUp(phaseM / wavelength) * wavelength;
+    return phaseM - base;
 }
 
 /// The value of a fine field in ms, or none where it is 0 (deliberate) or out of its limit.
