@@ -70,9 +70,8 @@ public:
     void copyFrom(const EpochObs& other) {
         clear();
         for (const std::size_t satellite : other.written())
-            other.each(satellite, [&](std::size_t k, const SlotObs& obs) {
-                slot(satellite, k) = obs;
-            });
+            other.each(satellite,
+                       [&](std::size_t k, const SlotObs& obs) { slot(satellite, k) = obs; });
     }
 
 private:

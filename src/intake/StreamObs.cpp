@@ -477,13 +477,13 @@ int StreamObs_m_setObsData(StreamIntake& in, const ObsSet& obs, std::size_t stat
             if (slots[code] < 0)
                 continue;
             // Where two signals share a carrier, the later slot overwrites the earlier.
-            out.slot(static_cast<std::size_t>(satellite), static_cast<std::size_t>(slots[code])) = {
-                .phase = record.L[i],
-                .range = record.P[i],
-                .cn0 = record.SNR[i] / 1000.0,
-                .doppler = -record.D[i],
-                .phaseType = code,
-                .rangeType = code};
+            out.slot(static_cast<std::size_t>(satellite),
+                     static_cast<std::size_t>(slots[code])) = {.phase = record.L[i],
+                                                               .range = record.P[i],
+                                                               .cn0 = record.SNR[i] / 1000.0,
+                                                               .doppler = -record.D[i],
+                                                               .phaseType = code,
+                                                               .rangeType = code};
         }
     }
     return 1;

@@ -39,6 +39,13 @@ double elevationDeg(const OrbitState& satellite, const Vector3& point, const Mat
     return elevationOf(localSight(satellite, point, fromLocal)) * 180.0 / kPi;
 }
 
+void formFactor(RangeHistory& history, std::size_t k, double f1, double hz) {
+    const double factor = f1 * f1 / (hz * hz);
+    history.ionosphereFactor[k] = factor;
+    if (!(std::fabs(factor) < kFactorUnset)) // else it is tried again
+        history.formed |= static_cast<std::uint8_t>(1U << k);
+}
+
 /// Shifts one satellite's slots by the range difference (m). Slots 4 to 7 have the carriers of
 /// slots 0 to 3, for a second set of codes.
 void shiftSlots(EpochObs& to, const EpochObs& from, std::size_t satellite,
@@ -60,11 +67,8 @@ void shiftSlots(EpochObs& to, const EpochObs& from, std::size_t satellite,
         if (hz <= 0.0)
             return; // no wavelength, no phase
         const double wavelengthM = kSpeedOfLight / hz;
-        double& factor = history.ionosphereFactor[k];
-        if (std::fabs(factor) < kFactorUnset) {
-            const double f1 = carrierOf(record, 0, streamed);
-            factor = f1 * f1 / (hz * hz);
-        }
+        if ((history.formed >> k & 1) == 0)
+            formFactor(history, k, carrierOf(record, 0, streamed), hz);
         out.phase = in.phase + rangeDifference / wavelengthM;
         out.phaseType = in.phaseType;
         out.cn0 = in.cn0;
@@ -153,11 +157,16 @@ void VrsGenerator_s_genObservation_raw(VirtualStation& station, const VrsSources
     VrsGenerator_m_begin(station, virtualStation);
 
     for (std::size_t i = 0; i < in.session.satelliteNames.size(); ++i) {
+        const bool observed = reference.obs.has(i) && flags[i] != 0;
+        if (!observed && !station.moved[i])
+            continue;
         RangeHistory& history = station.history[i];
         const double ageS = std::fabs(timdif(history.mjd, currentMjd, history.sod, currentSod));
-        if (!reference.obs.has(i) || flags[i] == 0) {
-            if (ageS > kHistoryAgeS)
+        if (!observed) {
+            if (ageS > kHistoryAgeS) {
                 history.drleng = 0.0;
+                station.moved[i] = false;
+            }
             continue;
         }
         const std::optional<RangeChange> change =
@@ -169,6 +178,7 @@ void VrsGenerator_s_genObservation_raw(VirtualStation& station, const VrsSources
         history.mjd = currentMjd;
         history.sod = currentSod;
         history.drleng = change->metres;
+        station.moved[i] = true;
     }
 }
 

@@ -9,6 +9,7 @@
 #include "vrs/VrsObsPack.h"
 
 #include <array>
+#include <bitset>
 #include <cstdint>
 #include <optional>
 
@@ -24,12 +25,13 @@ struct VrsEncoders {
 
 /// What is kept of a satellite from epoch to epoch: for the Doppler correction its last answered
 /// epoch, and the light times to the virtual point.
-struct RangeHistory {
+struct alignas(32) RangeHistory { // an epoch needs all but the factors: two lines of a cache
     int mjd = 0;
+    std::uint8_t formed = 0; // bit k: the factor of slot k
     double sod = 0.0;
     double drleng = 0.0;   // range at the virtual point minus range at the reference, m
     LightTimes lightTimes; // of its last two epochs
-    /// f1^2 / f^2 per carrier slot, formed when first needed; 0 = not formed. Recorded only.
+    /// f1^2 / f^2 per carrier slot, formed when first needed. Recorded only.
     std::array<double, kMaxSlots> ionosphereFactor{};
 };
 
@@ -49,6 +51,7 @@ struct VirtualStation {
     }
 
     std::array<RangeHistory, kMaxSatellites> history; // by configured satellite
+    std::bitset<kMaxSatellites> moved;                // whose `drleng` may be other than 0
     /// Epoch in which a plain stream named station and place last; nothing on a new connection.
     std::optional<MjdTime> introduced;
     // Workspaces of a request; they are too large to be built anew for every epoch.

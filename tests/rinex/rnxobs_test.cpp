@@ -29,8 +29,8 @@ struct Station : check::Scratch {
     }
     void put(std::size_t satellite, std::size_t slot, const std::string& code, double phase,
              double range, double cn0, double doppler) {
-        obs.slot(satellite, slot) = {phase,          range, cn0, static_cast<float>(doppler),
-                                     obs2code(code), obs2code(code)};
+        obs.slot(satellite, slot) = {
+            phase, range, cn0, static_cast<float>(doppler), obs2code(code), obs2code(code)};
     }
     int write(RinexWriter writer, double sod) {
         writer.obs = &obs;
