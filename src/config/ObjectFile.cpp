@@ -152,8 +152,8 @@ void readSatellites(const ObjectReader& in) {
         acceptSatellite(in, parseSatellite(in, line));
     if (out.satellites.empty())
         in.report(FindingId::noSatellite);
-    out.indexSatellites();
     setFrequencies(out, in.findings);
+    out.indexSatellites();
     orderSystems(out);
     for (std::size_t i = 0; i < kSystemCount; ++i)
         out.useNumbers[i] =

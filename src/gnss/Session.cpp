@@ -2,6 +2,8 @@
 
 #include "base/ComText.h"
 
+#include <algorithm>
+
 namespace {
 
 std::int16_t slotOfCode(const std::vector<std::string>& frequencies, std::string_view code) {
@@ -27,8 +29,15 @@ void Session::indexSatellite(std::size_t place) {
 
 void Session::indexSatellites() {
     satelliteIndex = noSatellites();
-    for (std::size_t place = 0; place < satelliteNames.size(); ++place)
+    carrierHz = {};
+    for (std::size_t place = 0; place < satelliteNames.size(); ++place) {
         indexSatellite(place);
+        if (place < satellites.size())
+            std::ranges::transform(
+                std::span(satellites[place].slots)
+                    .first(std::min(satellites[place].slots.size(), kMaxFrequencies)),
+                carrierHz[place].begin(), &CarrierSlot::hz);
+    }
     for (std::size_t system = 0; system < kSystemCount; ++system)
         for (int code = 0; code <= kMaxCode; ++code)
             slotOf[system][static_cast<std::size_t>(code)] =

@@ -160,10 +160,14 @@ struct Session {
     std::array<std::int16_t, kMaxSatNumber + 1> satelliteIndex = noSatellites();
     /// The reverse: number of a configured satellite's name.
     std::array<std::uint8_t, kMaxSatellites> satelliteNumber{};
+    /// Carriers of a configured satellite by slot, Hz: those of its record, in one place. 0 where
+    /// there is no slot or its frequency was unknown.
+    std::array<std::array<double, kMaxFrequencies>, kMaxSatellites> carrierHz{};
     /// Carrier slot by place in kSystems and observation code: the first frequency name of the
     /// station whose digit is that of the code; -1 = none.
     std::array<std::array<std::int16_t, kMaxCode + 1>, kSystemCount> slotOf{};
-    /// Enters the satellite of that place in satelliteNames, or all of them anew with the slots.
+    /// Enters the satellite of that place in satelliteNames, or all of them anew with carriers and
+    /// slots.
     void indexSatellite(std::size_t place);
     void indexSatellites();
     /// Index of a satellite by its name, -1 = not configured.

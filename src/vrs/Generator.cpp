@@ -35,8 +35,11 @@ bool solveGeometry(const OrbitSource& in, RangeHistory& history, std::size_t sat
     return result == LightTime::found;
 }
 
-double elevationDeg(const OrbitState& satellite, const Vector3& point, const Matrix3& fromLocal) {
-    return elevationOf(localSight(satellite, point, fromLocal)) * 180.0 / kPi;
+/// Whether an elevation is so far above the cutoff that its angle need not be known.
+bool surelyAboveCutoff(const Vector3& local) {
+    constexpr double slope = 0.0876; // of 5.006 degrees
+    const double horizontal2 = local[0] * local[0] + local[1] * local[1];
+    return local[2] > 0.0 && local[2] * local[2] > slope * slope * horizontal2;
 }
 
 void formFactor(RangeHistory& history, std::size_t k, double f1, double hz) {
@@ -48,13 +51,18 @@ void formFactor(RangeHistory& history, std::size_t k, double f1, double hz) {
 
 /// Shifts one satellite's slots by the range difference (m). Slots 4 to 7 have the carriers of
 /// slots 0 to 3, for a second set of codes.
-void shiftSlots(EpochObs& to, const EpochObs& from, std::size_t satellite,
-                const SatelliteRecord& record, StreamedChannels streamed, RangeHistory& history,
-                double rangeDifference, double ageS) {
+void shiftSlots(EpochObs& to, const EpochObs& from, std::size_t satellite, const Session& session,
+                StreamedChannels streamed, RangeHistory& history, double rangeDifference,
+                double ageS) {
     const double lastDifference = history.drleng;
+    const auto carrierHz = [&](std::size_t slot) {
+        const double hz = session.carrierHz[satellite][slot];
+        return hz > 0.0 ? hz : carrierOf(session.satellites[satellite], slot, streamed);
+    };
     from.each(satellite, [&](std::size_t k, const SlotObs& in) {
         const std::size_t carrier = k % kMaxFrequencies;
-        if (carrier >= record.slots.size())
+        if (session.carrierHz[satellite][carrier] == 0.0 &&
+            carrier >= session.satellites[satellite].slots.size())
             return;
         SlotObs& out = to.slot(satellite, k);
         if (std::fabs(in.range) > kPresent) {
@@ -63,12 +71,12 @@ void shiftSlots(EpochObs& to, const EpochObs& from, std::size_t satellite,
         }
         if (!(std::fabs(in.phase) > kPresent))
             return;
-        const double hz = carrierOf(record, carrier, streamed);
+        const double hz = carrierHz(carrier);
         if (hz <= 0.0)
             return; // no wavelength, no phase
         const double wavelengthM = kSpeedOfLight / hz;
         if ((history.formed >> k & 1) == 0)
-            formFactor(history, k, carrierOf(record, 0, streamed), hz);
+            formFactor(history, k, carrierHz(0), hz);
         out.phase = in.phase + rangeDifference / wavelengthM;
         out.phaseType = in.phaseType;
         out.cn0 = in.cn0;
@@ -132,11 +140,14 @@ std::optional<RangeChange> VrsGenerator_m_rangeChange(VirtualStation& station,
         return std::nullopt;
     const auto& [virtualPoint, referencePoint] = g.points;
     station.reference.referenceRange[satellite] = referencePoint.rangeM;
-    const double elevation = elevationDeg(g.satellite, from.xyz, from.fromLocal);
-    if (!(elevation >= kElevationCutoffDeg)) {
-        print("***WARN(Generator): %s elevation is lower than cutoff(5)! elev=%.2lf\n",
-              orbits.session.satelliteNames[satellite].c_str(), elevation);
-        return std::nullopt;
+    const Vector3 local = localSight(g.satellite, from.xyz, from.fromLocal);
+    if (!surelyAboveCutoff(local)) {
+        const double elevation = elevationOf(local) * 180.0 / kPi;
+        if (!(elevation >= kElevationCutoffDeg)) {
+            print("***WARN(Generator): %s elevation is lower than cutoff(5)! elev=%.2lf\n",
+                  orbits.session.satelliteNames[satellite].c_str(), elevation);
+            return std::nullopt;
+        }
     }
     RangeChange change{virtualPoint.rangeM - referencePoint.rangeM, 0.0};
     if (orbits.session.answering.complete) // the only one that has rates
@@ -173,8 +184,7 @@ void VrsGenerator_s_genObservation_raw(VirtualStation& station, const VrsSources
             VrsGenerator_m_rangeChange(station, orbits, from, i);
         if (!change)
             continue;
-        shiftSlots(out.obs, reference.obs, i, in.session.satellites[i], streamed, history,
-                   change->metres, ageS);
+        shiftSlots(out.obs, reference.obs, i, in.session, streamed, history, change->metres, ageS);
         history.mjd = currentMjd;
         history.sod = currentSod;
         history.drleng = change->metres;
