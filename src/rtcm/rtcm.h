@@ -109,6 +109,10 @@ public:
         const auto row = static_cast<std::size_t>(sat - 1);
         words_[row / 64] |= std::uint64_t{1} << row % 64;
     }
+    bool has(int sat) const {
+        const auto row = static_cast<std::size_t>(sat - 1);
+        return (words_[row / 64] >> row % 64 & 1) != 0;
+    }
     /// Calls clear(row) for each row, sat - 1, and forgets them.
     template <class Clear> void forget(Clear clear) {
         for (std::size_t word = 0; word < words_.size(); ++word)
@@ -128,6 +132,8 @@ public:
         touched_.add(sat);
         return rows_[static_cast<std::size_t>(sat - 1)][slot];
     }
+    /// Whether a value of the satellite was asked for since the last clear().
+    bool has(int sat) const { return touched_.has(sat); }
     void clear() {
         touched_.forget([this](std::size_t row) { rows_[row] = {}; });
     }

@@ -29,6 +29,8 @@ std::uint32_t epochField(System system, GTime time);
 double wavelengthM(const RtcmState& s, System system, const ObsRecord& record, std::size_t slot);
 /// Lock time of a record's signal, s; starts again when lock was lost.
 inline double lockTime(RtcmState& s, const ObsRecord& record, std::size_t slot, bool lost) {
+    if (record.time.unknown() && !s.lockStart.has(record.sat))
+        return 0.0; // a record of a reply has no time: nothing starts
     GTime& start = s.lockStart.of(record.sat, slot);
     if (!start.unknown() && !lost)
         return timediff(record.time, start);
