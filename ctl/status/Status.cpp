@@ -10,7 +10,10 @@
 
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace ctl::status {
 
@@ -18,6 +21,19 @@ namespace {
 
 constexpr int kRedrawMs = 1000;
 constexpr const char* kTop = "\x1B[H\x1B[J"; // of a terminal, cleared
+
+/// What a terminal has room for, so that nothing runs over its edges; elsewhere all of it.
+std::string fitted(const std::string& out) {
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0)
+        return out;
+    std::istringstream lines(out);
+    std::string shown;
+    int row = 1; // the last one is the cursor's
+    for (std::string line; row < size.ws_row && std::getline(lines, line); ++row)
+        shown += line.substr(0, size.ws_col) + "\n";
+    return shown;
+}
 
 /// One object a line.
 std::string jsonLine(const StatusFile& file) {
@@ -42,8 +58,12 @@ int printOnce(const Arguments& arguments) {
             out += jsonLine(file);
         else if (!arguments.prometheus)
             out += arguments.files.size() == 1 ? screenOf(file, now) : lineOf(file, now);
-    std::cout << (arguments.watch ? kTop : "") << out << std::flush;
-    (arguments.watch ? std::cout : std::cerr) << faults << std::flush;
+    if (arguments.watch) {
+        std::cout << kTop << fitted(out + faults) << std::flush;
+    } else {
+        std::cout << out << std::flush;
+        std::cerr << faults << std::flush;
+    }
     if (!std::cout)
         throw std::runtime_error("standard output could not be written to its end");
     return faults.empty() ? 0 : 1;

@@ -373,7 +373,8 @@ void tellWatcher(StreamIntake& in, const std::optional<GTime>& unfinished, int s
     const bool taken = status >= 0 && s.refused.type == 0; // refused: told with its line
     const bool wiped = status > 0 && status != kEpoch;
     const GTime goesOn = status == kEpoch ? s.time : s.epoch;
-    if (unfinished && (wiped || !(goesOn == *unfinished)))
+    constexpr double sameS = 0.0005; // times are sent in ms
+    if (unfinished && (wiped || std::fabs(timediff(goesOn, *unfinished)) > sameS))
         in.watcher->epochEnd(/*whole=*/false);
     if (taken && (isMsm4To7(type) || isLegacy(type)))
         in.watcher->observations({s.buff.data(), static_cast<std::size_t>(framelen)});

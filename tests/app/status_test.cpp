@@ -41,20 +41,21 @@ StatusStream streamOfStation(int epochs) {
     };
     ref::Sky sky(kSite);
     sky.station = 7;
+    const ref::GpsTime first = kNow + 0.6; // systems write such a time differently
     add({ref::frame(
         ref::write1005({.station = 7, .xyzM = {kSite[0] + 3.0, kSite[1], kSite[2] + 4.0}}))});
     add(sky.ephemerisFrames(kNow));
     addNoise({'n', 'o', 'i', 's', 'e'});
     for (int i = 0; i < epochs; ++i)
-        add(sky.epochFrames(kNow + 1.0 * i, 7));
+        add(sky.epochFrames(first + 1.0 * i, 7));
     Bytes broken = ref::frame(ref::write1005({.station = 7, .xyzM = kSite}));
     broken[10] ^= 1;
     addNoise(broken);
-    std::vector<Bytes> unfinished = sky.epochFrames(kNow + 1.0 * epochs, 7);
+    std::vector<Bytes> unfinished = sky.epochFrames(first + 1.0 * epochs, 7);
     unfinished.pop_back();
     add(unfinished);
     add({ref::frame(ref::write1005({.station = 7, .xyzM = {kSite[0], kSite[1] + 5.0, kSite[2]}}))});
-    add(sky.epochFrames(kNow + 1.0 * (epochs + 1), 7));
+    add(sky.epochFrames(first + 1.0 * (epochs + 1), 7));
     return out;
 }
 
