@@ -8,12 +8,16 @@
 #include "config/SiteFile.h"
 #include "config/SvNav.h"
 #include "ctl/check/Remarks.h"
+#include "ctl/rinex/Records.h"
+#include "ctl/status/Metrics.h"
+#include "ctl/status/Screen.h"
 #include "fuzz/fatal.h"
 #include "fuzz/support.h"
 #include "gnss/Taiutc.h"
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 
 // Each reader of a file, beneath what ends the process: the first line of the input names it, the
 // rest is the file. Whatever the file holds, a second reading of it finds the same.
@@ -53,11 +57,47 @@ void readSatellite(const std::string& path, Findings& findings) {
         Antatx_s_rdSvnav(name, kFrom, info, path, findings);
 }
 
+void say(Reading& r, int line, const std::string& what) {
+    r.remarks.add({Severity::fatal, "", line, "", what, ""});
+}
+
+/// All that people and programs are told of it; no byte that a terminal obeys.
+void readStatus(Reading& r, const std::string& path) {
+    try {
+        const ctl::status::StatusFile file(path);
+        constexpr double nowUnixS = 1795365661.3;
+        const std::string shown = screenOf(file, nowUnixS) + lineOf(file, nowUnixS);
+        require(
+            std::ranges::all_of(shown, [](char c) { return c == '\n' || (c >= ' ' && c < 127); }),
+            "nothing that a terminal obeys");
+        say(r, 0, shown + ctl::status::metricsOf({&file, 1}));
+    } catch (const std::runtime_error& e) {
+        say(r, 0, e.what());
+    }
+}
+
+/// Every epoch; its satellites have whole fields.
+void readRecords(Reading& r, const std::string& path) {
+    try {
+        ctl::rinex::Records records(path,
+                                    [&](const ctl::rinex::Fault& f) { say(r, f.line, f.text); });
+        for (ctl::rinex::Record record; records.next(record);)
+            for (const ctl::rinex::SatelliteLine& s : record.satellites) {
+                require(s.fields.size() % ctl::rinex::kFieldWidth == 0, "whole fields");
+                say(r, record.place.line, s.name + s.fields);
+            }
+    } catch (const std::runtime_error& e) {
+        say(r, 0, e.what());
+    }
+}
+
 struct Reader {
     std::string_view name;
     void (*read)(Reading& r, const std::string& path);
 };
-constexpr std::array<Reader, 9> kReaders{{
+constexpr std::array<Reader, 11> kReaders{{
+    {"status", readStatus},
+    {"records", readRecords},
     {"object",
      [](Reading& r, const std::string& path) {
          r.deployment.tables.object = path;
