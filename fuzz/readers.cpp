@@ -67,9 +67,9 @@ void readStatus(Reading& r, const std::string& path) {
         const ctl::status::StatusFile file(path);
         constexpr double nowUnixS = 1795365661.3;
         const std::string shown = screenOf(file, nowUnixS) + lineOf(file, nowUnixS);
-        require(
-            std::ranges::all_of(shown, [](char c) { return c == '\n' || (c >= ' ' && c < 127); }),
-            "nothing that a terminal obeys");
+        require(std::ranges::none_of(
+                    shown, [](unsigned char c) { return (c < ' ' && c != '\n') || c == 0x7F; }),
+                "nothing that a terminal obeys");
         say(r, 0, shown + ctl::status::metricsOf({&file, 1}));
     } catch (const std::runtime_error& e) {
         say(r, 0, e.what());
