@@ -74,8 +74,13 @@ std::string deploymentFile(const Station& station, const Layout& layout) {
     out = withKey(out, output, "state", value(layout.kept));
     out = withKey(out, "\"tracelevel\": \"0\"", "watchdog", kWatchdogS);
     out = filled(out, "/var/lib/kestrune/status.json", value(layout.kept / "status.json"));
+    if (!station.clock.empty())
+        out = withKey(out, "\"tracelevel\": \"0\"", "clock", station.clock);
+    if (const auto& enu = station.offset)
+        out = withKey(out, "\"input-protocol\": \"RTCM3\"", "offset",
+                      text("%.4f %.4f %.4f", (*enu)[0], (*enu)[1], (*enu)[2]));
     out = withKey(out, "\"input-protocol\": \"RTCM3\"", "output", "rtcm3");
-    return withKey(out, "\"input-protocol\": \"RTCM3\"", "answer", "complete");
+    return withKey(out, "\"input-protocol\": \"RTCM3\"", "answer", station.answer);
 }
 
 /// The satellites of the systems in use; the line of one that the packaged example has, too, is
@@ -121,6 +126,16 @@ void writeOne(const NewFile& file) {
 }
 
 } // namespace
+
+std::string stationName(const std::string& unit) {
+    std::string out;
+    for (const char c : toUpper(unit))
+        if (out.size() < 4 && ((c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')))
+            out += c;
+    if (!out.empty())
+        out.resize(4, '0');
+    return out;
+}
 
 std::vector<NewFile> filesOf(const Station& station, const Layout& layout) {
     return {{layout.deployment, deploymentFile(station, layout)},

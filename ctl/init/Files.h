@@ -3,10 +3,11 @@
 #include "gnss/ComCoord.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
-/// Files: the five files of a deployment.
+/// Files: the five files of a deployment, whose answer is a plain RTCM 3 stream.
 
 namespace ctl::init {
 
@@ -14,9 +15,15 @@ struct Station {
     std::string name; // 4 characters
     std::string host; // dotted IPv4
     int port = 0;
-    Vector3 xyz{};       // m
-    std::string systems; // letters of those that are configured; empty: all
+    Vector3 xyz{};                                // m
+    std::string systems;                          // letters of those configured; empty: all
+    std::string answer = "complete";              // the key of that name
+    std::string clock = {};                       // the same; empty: none
+    std::optional<Vector3> offset = std::nullopt; // of the virtual station: east, north, up, m
 };
+
+/// Four capital letters and digits of the name of a unit; empty where it has none.
+std::string stationName(const std::string& unit);
 
 /// Where the files of a deployment lie, and what the service keeps.
 struct Layout {

@@ -71,18 +71,6 @@ std::string addressOf(const std::string& host) {
     return shown.data();
 }
 
-/// Four capital letters and digits of the name of a unit.
-std::string stationName(const std::string& unit) {
-    std::string out;
-    for (const char c : toUpper(unit))
-        if (out.size() < 4 && ((c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')))
-            out += c;
-    if (out.empty())
-        fail(unit + ": a name has letters and digits");
-    out.resize(4, '0');
-    return out;
-}
-
 std::string checkedSystems(const std::string& letters) {
     for (const char letter : letters)
         if (!configuredSystem(letter))
@@ -206,6 +194,8 @@ int runInit(const Arguments& arguments) {
         fail(arguments.name + " is no name of a unit");
     const Endpoint endpoint = endpointOf(arguments.endpoint);
     Station station{stationName(name), {}, endpoint.port, {}, checkedSystems(arguments.systems)};
+    if (station.name.empty())
+        fail(name + ": a name has letters and digits");
     const fs::path folder = fs::weakly_canonical(arguments.folder);
     const Layout layout = layoutOf(name, folder);
     for (const NewFile& file : filesOf(station, layout)) // before it waits for a stream
