@@ -184,6 +184,8 @@ void printRemark(const Remark& r, int times, std::ostream& out) {
     std::string line = r.file.empty() ? "\"\"" : r.file;
     if (r.line > 0)
         line += ":" + std::to_string(r.line);
+    if (r.column > 0)
+        line += ":" + std::to_string(r.column);
     if (!r.key.empty())
         line += ": " + r.key;
     line += text(": %s: ", nameOf(r.severity)) + r.text;

@@ -23,6 +23,7 @@ struct Remark {
     std::string key;    // "section/key" of a JSON document; else empty
     std::string text;   // what is wrong
     std::string advice; // what to write instead
+    int column = 0;     // 1-based; 0 where the reader knows the line alone
 };
 
 /// What was seen of a fault: its line, and what to write instead.

@@ -66,26 +66,6 @@ bool readTimeWindow(Configuration& out, TextScanner& s, MonthDay& date, int& yea
     return true;
 }
 
-/// "YYYY-MM-DD hh:mm:ss", UTC.
-std::optional<GTime> parseClock(const std::string& value) {
-    constexpr std::string_view form = "dddd-dd-dd dd:dd:dd";
-    if (value.size() != form.size())
-        return std::nullopt;
-    for (std::size_t i = 0; i < form.size(); ++i)
-        if (form[i] == 'd' ? value[i] < '0' || value[i] > '9' : value[i] != form[i])
-            return std::nullopt;
-    const auto field = [&](std::size_t at, std::size_t n) {
-        return std::atoi(value.substr(at, n).c_str());
-    };
-    const CalendarTime c{1.0 * field(0, 4),  1.0 * field(5, 2),  1.0 * field(8, 2),
-                         1.0 * field(11, 2), 1.0 * field(14, 2), 1.0 * field(17, 2)};
-    // A time that is not on the calendar does not come back the same.
-    const GTime t = epoch2time(c);
-    if (t.unknown() || time2epoch(t) != c)
-        return std::nullopt;
-    return t;
-}
-
 auto pathInto(std::string& out) {
     return [&out](const std::string& v) {
         out = v;
@@ -133,7 +113,7 @@ void readCommon(Deployment& out, const JsonDocument& document, Findings& finding
                out.watchdogS <= kSecondsPerDay;
     });
     if (common.has("clock") && common.value("clock", value)) {
-        out.clock = parseClock(value);
+        out.clock = Deploy_m_parseClock(value);
         if (!out.clock)
             common.bad(FindingId::clockMalformed, "clock", value);
     }
@@ -269,6 +249,25 @@ bool parseCarriers(FrequencyTable& table, const std::string& item, const std::st
 }
 
 } // namespace
+
+std::optional<GTime> Deploy_m_parseClock(const std::string& value) {
+    constexpr std::string_view form = "dddd-dd-dd dd:dd:dd";
+    if (value.size() != form.size())
+        return std::nullopt;
+    for (std::size_t i = 0; i < form.size(); ++i)
+        if (form[i] == 'd' ? value[i] < '0' || value[i] > '9' : value[i] != form[i])
+            return std::nullopt;
+    const auto field = [&](std::size_t at, std::size_t n) {
+        return std::atoi(value.substr(at, n).c_str());
+    };
+    const CalendarTime c{1.0 * field(0, 4),  1.0 * field(5, 2),  1.0 * field(8, 2),
+                         1.0 * field(11, 2), 1.0 * field(14, 2), 1.0 * field(17, 2)};
+    // A time that is not on the calendar does not come back the same.
+    const GTime t = epoch2time(c);
+    if (t.unknown() || time2epoch(t) != c)
+        return std::nullopt;
+    return t;
+}
 
 std::string_view Deploy_m_systemName(char letter) {
     const ConfiguredSystem* const system = configuredSystem(letter);

@@ -4,6 +4,7 @@
 #include "config/Configuration.h"
 #include "config/JsonDocument.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,8 @@ Findings readDeployment(Deployment& out, const std::string& path,
                         ReadingWatcher* watcher = nullptr);
 /// Sets the switches that an argument contains; false where it contains none.
 bool Deploy_m_readSwitch(Deployment& out, std::string_view argument);
+/// The time of "common/clock", "YYYY-MM-DD hh:mm:ss", UTC; nothing where it is none.
+std::optional<GTime> Deploy_m_parseClock(const std::string& value);
 /// A system as "freqused" names it; empty where it has no such name.
 std::string_view Deploy_m_systemName(char letter);
 
