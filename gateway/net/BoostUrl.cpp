@@ -1,0 +1,2 @@
+// The one source that compiles Boost.URL: its package of headers has all of it.
+#include <boost/url/src.hpp>
