@@ -1,0 +1,122 @@
+#include "gateway/ntrip/SourceTable.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+
+namespace gateway::ntrip {
+
+namespace {
+
+struct SystemName {
+    char letter;
+    std::string_view name;
+};
+constexpr SystemName kSystemNames[] = {{'G', "GPS"}, {'R', "GLO"},  {'E', "GAL"}, {'C', "BDS"},
+                                       {'J', "QZS"}, {'S', "SBAS"}, {'I', "IRN"}};
+
+/// A field: a ';' is quoted; control characters, and quotes that would be taken for such, are not
+/// sent.
+std::string fieldText(std::string_view text) {
+    std::string out;
+    for (const char c : text) {
+        if (c == ';')
+            out += "\";\"";
+        else if (c == '"')
+            out += '\'';
+        else
+            out += static_cast<unsigned char>(c) < ' ' || c == '\x7f' ? ' ' : c;
+    }
+    return out;
+}
+
+std::string fixedText(double value, int decimals) {
+    std::array<char, 64> text{};
+    const double bounded = std::isfinite(value) ? std::clamp(value, -1e9, 1e9) : 0.0;
+    std::snprintf(text.data(), text.size(), "%.*f", decimals, bounded);
+    return text.data();
+}
+
+/// Degrees; without the sign of a rounded zero.
+std::string degreesText(double valueDeg) {
+    const std::string text = fixedText(valueDeg, 2);
+    return text == "-0.00" ? "0.00" : text;
+}
+
+/// "(1)", "(0.2)", "(12.5)"; nothing for a message that came once.
+std::string intervalText(double intervalS) {
+    if (!(intervalS >= 0.005))
+        return "";
+    std::string text = fixedText(intervalS, intervalS < 0.95 ? 2 : 1);
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.ends_with('.'))
+        text.pop_back();
+    return "(" + text + ")";
+}
+
+std::string messagesText(const std::vector<std::pair<int, double>>& messages) {
+    std::string out;
+    for (const auto& [number, intervalS] : messages)
+        out += (out.empty() ? "" : ",") + std::to_string(number) + intervalText(intervalS);
+    return out;
+}
+
+std::string systemsText(std::string_view letters) {
+    std::string out;
+    for (const SystemName& system : kSystemNames)
+        if (letters.find(system.letter) != letters.npos)
+            out.append(out.empty() ? "" : "+").append(system.name);
+    return out;
+}
+
+std::string joined(std::initializer_list<std::string> fields) {
+    std::string out;
+    for (const std::string& field : fields)
+        out.append(field).append(";");
+    out.pop_back();
+    return out;
+}
+
+} // namespace
+
+std::string streamLine(const StreamEntry& entry) {
+    return joined({fieldText(entry.mountpoint), fieldText(entry.identifier), "RTCM 3.3",
+                   messagesText(entry.messages), std::to_string(entry.carrier),
+                   systemsText(entry.systems), fieldText(entry.network), fieldText(entry.country),
+                   degreesText(entry.latitudeDeg), degreesText(entry.longitudeDeg),
+                   entry.wantsGga ? "1" : "0", "0", fieldText(entry.generator), "none",
+                   std::string(1, entry.authentication), "N", std::to_string(entry.bitRate),
+                   fieldText(entry.misc)});
+}
+
+std::string sourceTable(const CasterEntry& caster, const std::vector<StreamEntry>& streams) {
+    std::string out = joined({"CAS", fieldText(caster.host), std::to_string(caster.port),
+                              fieldText(caster.identifier), fieldText(caster.operatorName), "0",
+                              fieldText(caster.country), degreesText(caster.latitudeDeg),
+                              degreesText(caster.longitudeDeg), "0.0.0.0", "0", "none"}) +
+                      "\r\n";
+    for (const StreamEntry& entry : streams)
+        out += "STR;" + streamLine(entry) + "\r\n";
+    return out + "ENDSOURCETABLE\r\n";
+}
+
+std::vector<std::string> fieldsOf(std::string_view line) {
+    line = line.substr(0, line.find_first_of("\r\n"));
+    std::vector<std::string> fields(1);
+    for (std::size_t at = 0; at < line.size(); ++at) {
+        // A quote that nothing closes is one: 19" rack.
+        const std::size_t end = line[at] == '"' ? line.find('"', at + 1) : line.npos;
+        if (end != line.npos) {
+            fields.back().append(line.substr(at + 1, end - at - 1));
+            at = end;
+        } else if (line[at] == ';') {
+            fields.emplace_back();
+        } else {
+            fields.back() += line[at];
+        }
+    }
+    return fields;
+}
+
+} // namespace gateway::ntrip

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+/// SourceTable: the list of streams of a caster (RTCM 10410.1, source table).
+
+namespace gateway::ntrip {
+
+/// A line STR, its fields in the order of the standard.
+struct StreamEntry {
+    std::string mountpoint, identifier;
+    std::vector<std::pair<int, double>> messages; // number, measured interval (s; 0 = once)
+    int carrier = 2;                              // 0 none, 1 L1, 2 L1 and L2 or more
+    std::string systems;                          // letters of G R E C J S I
+    std::string network = "none", country = "XXX";
+    double latitudeDeg = 0.0, longitudeDeg = 0.0;
+    bool wantsGga = false;
+    std::string generator;
+    char authentication = 'N'; // 'N', 'B'
+    int bitRate = 0;           // bits/s
+    std::string misc = "none";
+};
+struct CasterEntry {
+    std::string host;
+    int port = 0;
+    std::string identifier, operatorName, country;
+    double latitudeDeg = 0.0, longitudeDeg = 0.0;
+};
+
+/// Without "STR;": what a source sends of itself is this, too.
+std::string streamLine(const StreamEntry& entry);
+/// The whole table, with CAS and ENDSOURCETABLE.
+std::string sourceTable(const CasterEntry& caster, const std::vector<StreamEntry>& streams);
+
+/// The fields of a line; `";"` inside a field is resolved, quotes around a field are taken off.
+std::vector<std::string> fieldsOf(std::string_view line);
+
+} // namespace gateway::ntrip
