@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Head: what the heads of requests and answers have in common: lines, texts, credentials.
+
+namespace gateway::ntrip {
+
+/// "NTRIP kestrune-gateway/2.5": what the gateway calls itself towards both sides.
+std::string_view product();
+
+/// A head whose lines end with CR LF, whatever they ended with.
+std::string withCrLf(std::string_view head);
+
+/// Whether all of it is printable ASCII.
+bool isPrintable(std::string_view text);
+/// What a peer wrote, fit for a log: '?' for all that is not printable ASCII, cut where it is long.
+std::string printable(std::string_view text, std::size_t most);
+
+std::string base64(std::string_view bytes);
+/// Nothing for text that no encoder writes: other characters, padding that is missing or misplaced.
+std::optional<std::string> fromBase64(std::string_view text);
+
+/// Blanks, tabs and ends of lines taken off at both ends.
+std::string_view trimmed(std::string_view text);
+
+} // namespace gateway::ntrip
