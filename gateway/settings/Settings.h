@@ -1,0 +1,68 @@
+#pragma once
+
+#include "gateway/net/Address.h"
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Settings: what the gateway is told to do, by its file or its command line.
+
+namespace gateway {
+
+/// Who may have a stream.
+struct Access {
+    enum class Who { anyone, users, listed };
+    Who who = Who::anyone;
+    std::vector<std::string> names; // of `listed`
+    friend bool operator==(const Access&, const Access&) = default;
+};
+
+struct StationSettings {
+    std::string name;
+    std::vector<Address> sources; // in order of preference, at least one
+    std::optional<Address> ephemerides;
+    std::optional<std::array<double, 3>> positionM; // ECEF; else from the stream
+    bool followPosition = false;                    // position = "follow"
+    std::optional<std::array<double, 3>> offsetM;   // east, north, up; else 300 m north
+    enum class Answer { complete, specified };
+    Answer answer = Answer::complete;
+    std::string clock;      // as the service's "common/clock", for recordings; empty: none
+    std::string mountpoint; // of the virtual station; as read: never empty
+    std::string identifier; // of the source table; as read: never empty
+    Access access;
+    Secret password; // with which a receiver may push into `caster:`
+    std::vector<Address> push;
+    double guardM = 5.0;              // by how much the stream's position may move
+    std::optional<double> mostEpochs; // a second, to rovers; else as they come
+    friend bool operator==(const StationSettings&, const StationSettings&) = default;
+};
+
+struct CasterSettings {
+    std::vector<HostPort> listen; // none: no caster
+    std::vector<HostPort> listenTls;
+    std::filesystem::path certificate, key;
+    std::filesystem::path users; // name:hash; empty: no users
+    std::string operatorName = "none";
+    std::string country = "XXX"; // ISO 3166, three letters
+    std::size_t mostClients = 10'000;
+    std::size_t mostPerUser = 100;
+    std::size_t mostPerAddress = 200;
+    friend bool operator==(const CasterSettings&, const CasterSettings&) = default;
+};
+
+struct Settings {
+    std::filesystem::path state = "/var/lib/kestrune-gateway";
+    std::filesystem::path engine = "Kestrune"; // found in PATH when it has no '/'
+    std::optional<HostPort> externalEngine;    // engines connect here: station N to port + N
+    CasterSettings caster;
+    std::vector<StationSettings> stations;
+    friend bool operator==(const Settings&, const Settings&) = default;
+};
+
+} // namespace gateway
