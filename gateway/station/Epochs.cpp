@@ -1,0 +1,164 @@
+#include "gateway/station/Epochs.h"
+
+#include "ctl/dump/Describe.h"
+#include "rtcm/Messages.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+namespace gateway {
+
+namespace {
+
+// An epoch of 64 messages, all of the greatest length.
+constexpr std::size_t kMostBytes = 64 * kMaxFrame;
+constexpr std::size_t kBeginning = 512; // bytes
+
+void append(Bytes& to, std::span<const std::uint8_t> from) {
+    to.insert(to.end(), from.begin(), from.end());
+}
+
+} // namespace
+
+FrameHead headOf(std::span<const std::uint8_t> frame) {
+    FrameHead out;
+    out.type = messageType(frame);
+    BitReader in = messageOf(frame);
+    const auto take = [&](const auto& layout, auto head) {
+        layout(in, head);
+        if (!in.ok())
+            return;
+        const EpochMessage m = epochMessage(out.type, head);
+        out.kind = FrameHead::Kind::observations;
+        out.station = m.staid;
+        out.time = m.field;
+        out.more = m.more;
+    };
+    if (isMsm4To7(out.type))
+        take(layoutMsmHead, MsmHead{});
+    else if (isLegacy(out.type))
+        take(layoutLegacyHead, LegacyHead{});
+    else if (ctl::dump::isEphemeris(out.type))
+        out.kind = FrameHead::Kind::ephemeris;
+    else if (tellsOfStation(out.type)) {
+        out.kind = FrameHead::Kind::station;
+        out.station = stationIdOf(frame);
+    }
+    return out;
+}
+
+std::optional<double> secondsBetween(const FrameHead& from, const FrameHead& to) {
+    if (from.type != to.type)
+        return std::nullopt;
+    const bool msmGlonass = to.type / 10 == 108;
+    const bool glonass = msmGlonass || (isLegacy(to.type) && legacyForm(to.type).glonass);
+    // DF416, the day of the week, does not count here.
+    const std::uint32_t mask = msmGlonass ? (1U << 27) - 1 : ~0U;
+    const std::int64_t periodMs = glonass ? 86'400'000 : 604'800'000;
+    std::int64_t ms = std::int64_t{to.time & mask} - std::int64_t{from.time & mask};
+    if (ms < -periodMs / 2)
+        ms += periodMs;
+    else if (ms > periodMs / 2)
+        ms -= periodMs;
+    return static_cast<double>(ms) * 1e-3;
+}
+
+int satelliteOf(std::span<const std::uint8_t> ephemeris) {
+    const int width = messageType(ephemeris) == 1044 ? 4 : 6; // DF429; DF009, DF038, DF252, DF488
+    return static_cast<int>(getbitu(ephemeris, kMessageBit + 12, width));
+}
+
+void Epochs::take(std::span<const std::uint8_t> bytes) {
+    scanner_.feed(bytes);
+}
+
+std::optional<Block> Epochs::next() {
+    while (ready_.empty()) {
+        const auto found = scanner_.next();
+        if (!found) {
+            if (first_ || between_.empty())
+                return std::nullopt;
+            endBetween();
+        } else if (found->kind != ctl::dump::Found::kMessage) {
+            skipped_ += found->bytes.size();
+            if (frames_ == 0 && beginning_.size() < kBeginning)
+                append(beginning_, found->bytes.first(std::min(found->bytes.size(), kBeginning)));
+        } else if (!found->good) {
+            ++wrong_;
+        } else {
+            ++frames_;
+            take(found->bytes, headOf(found->bytes));
+        }
+    }
+    Block block = std::move(ready_.front());
+    ready_.pop_front();
+    return block;
+}
+
+void Epochs::restart() {
+    scanner_ = ctl::dump::FrameScanner(ctl::dump::FrameScanner::Replies::kIgnore);
+    epoch_.clear();
+    between_.clear();
+    ready_.clear();
+    first_.reset();
+}
+
+void Epochs::take(std::span<const std::uint8_t> frame, const FrameHead& head) {
+    if (head.kind != FrameHead::Kind::observations) {
+        append(between_, frame);
+        if (between_.size() > kMostBytes) {
+            end(Block::Kind::unfinished);
+            endBetween();
+        }
+        return;
+    }
+    const bool another = first_ && head.type == first_->type && head.time != first_->time;
+    if (another || epoch_.size() > kMostBytes)
+        end(Block::Kind::unfinished);
+    if (!first_) {
+        endBetween();
+        first_ = head;
+    }
+    append(epoch_, frame);
+    if (!head.more)
+        end(Block::Kind::epoch);
+}
+
+void Epochs::end(Block::Kind kind) {
+    if (first_)
+        ready_.push_back({std::exchange(epoch_, {}), kind, *first_});
+    first_.reset();
+}
+
+void Epochs::endBetween() {
+    if (!between_.empty())
+        ready_.push_back({std::exchange(between_, {})});
+}
+
+std::string looksLike(std::span<const std::uint8_t> bytes) {
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    const auto has = [&](std::string_view what) { return text.find(what) != text.npos; };
+    struct Kind {
+        std::string_view begins;
+        const char* name;
+    };
+    constexpr Kind kinds[] = {
+        {"\xB5\x62", "UBX"},
+        {"$@", "SBF"},
+        {"\xAA\x44\x12", "the binary log of a receiver"},
+        {"$GP", "NMEA"},
+        {"$GN", "NMEA"},
+        {"<!DOCTYPE", "HTML"},
+        {"<html", "HTML"},
+        {"HTTP/1.", "HTTP"},
+        {"SOURCETABLE", "a source table"},
+        {"ICY 200", "NTRIP without a request"},
+    };
+    for (const Kind& kind : kinds)
+        if (has(kind.begins))
+            return kind.name;
+    return {};
+}
+
+} // namespace gateway

@@ -1,0 +1,100 @@
+#include "gateway/station/Heard.h"
+
+#include "app/Tally.h"
+#include "ctl/dump/Describe.h"
+#include "gnss/ComCoord.h"
+#include "rtcm/Messages.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace gateway {
+
+namespace {
+
+double seconds(Duration d) {
+    return std::chrono::duration<double>(d).count();
+}
+
+/// Tenths below 1 s, else whole seconds: the interval that a station means.
+double rounded(double s) {
+    return s < 0.95 ? std::max(0.1, std::round(s * 10) / 10) : std::round(s);
+}
+
+/// Signals on the first carrier of a system: ids 1 to 7 and 30 to 32 of its mask (DF395).
+constexpr std::uint32_t kFirstCarrier = 0xFE000007;
+
+} // namespace
+
+void Heard::take(const Block& block, Instant at) {
+    first_ = first_.value_or(at);
+    last_ = at;
+    bytes_ += block.bytes.size();
+    int before = 0; // a number may come twice in an epoch, where one message cannot hold it
+    forEachFrame(block.bytes, [&](std::span<const std::uint8_t> frame) {
+        const int type = messageType(frame);
+        if (block.kind == Block::Kind::between || type != before)
+            takeFrame(frame, at);
+        before = type;
+    });
+    if (block.kind == Block::Kind::epoch) {
+        ++epochs_;
+        lastEpoch_ = at;
+    }
+}
+
+void Heard::takeFrame(std::span<const std::uint8_t> frame, Instant at) {
+    const int type = messageType(frame);
+    const bool ephemeris = ctl::dump::isEphemeris(type);
+    Kind& kind = kinds_[{type, ephemeris ? satelliteOf(frame) : 0}];
+    if (kind.count++ == 0)
+        kind.first = at;
+    kind.last = at;
+    if (type == 1005 || type == 1006) {
+        PositionMessage m;
+        BitReader in = messageOf(frame);
+        layoutPosition<1005>(in, m); // the height of 1006 stands behind
+        if (in.ok())
+            place_ = m.pos;
+    } else if (isLegacy(type)) {
+        const LegacyForm form = legacyForm(type);
+        signals_[form.glonass ? 'R' : 'G'] |= form.l2 ? ~0U : kFirstCarrier;
+    } else if (isMsm4To7(type)) {
+        MsmHead head;
+        BitReader in = messageOf(frame);
+        layoutMsmHead(in, head);
+        if (in.ok())
+            signals_[kMsmLetters[static_cast<std::size_t>((type - 1070) / 10)]] |= head.signals;
+    }
+}
+
+void Heard::describe(ntrip::StreamEntry& entry) const {
+    entry.messages.clear();
+    entry.systems.clear();
+    for (const auto& [key, kind] : kinds_) {
+        const double span = seconds(kind.last - kind.first);
+        const double interval =
+            kind.count < 2 ? 0.0 : rounded(span / static_cast<double>(kind.count - 1));
+        if (entry.messages.empty() || entry.messages.back().first != key.first)
+            entry.messages.emplace_back(key.first, interval);
+        else // one satellite of many: that which tells most
+            entry.messages.back().second = std::max(entry.messages.back().second, interval);
+    }
+    entry.carrier = 0;
+    for (const char letter : kMsmLetters) {
+        const auto found = signals_.find(letter);
+        if (found == signals_.end() || found->second == 0)
+            continue;
+        entry.systems += letter;
+        entry.carrier = std::max(entry.carrier, (found->second & ~kFirstCarrier) != 0 ? 2 : 1);
+    }
+    const double span = first_ ? seconds(last_ - *first_) : 0.0;
+    entry.bitRate = span >= 1.0 ? static_cast<int>(8.0 * static_cast<double>(bytes_) / span) : 0;
+    if (place_) {
+        const Vector3 blh = xyzblh(*place_, 1.0, 0, 0, 0, 0, 0);
+        entry.latitudeDeg = blh[0] * 180 / kPi;
+        entry.longitudeDeg = blh[1] * 180 / kPi;
+    }
+}
+
+} // namespace gateway
