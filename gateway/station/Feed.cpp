@@ -1,0 +1,193 @@
+#include "gateway/station/Feed.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace gateway {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr Duration kTrial = 60s;      // before the better one is used again
+constexpr double kOldEpochS = 3600.0; // one that is older by more has another reason
+
+} // namespace
+
+Supply::Supply(const asio::any_io_executor& executor, Address address, PushDoor& door, Say say,
+               std::function<void(const Block&)> take)
+    : address_(std::move(address)), door_(door), say_(std::move(say)), take_(std::move(take)),
+      backoff_(address_.scheme),
+      tasks_(executor, [this](const std::string& why) { say_(Level::error, why); }) {}
+
+void Supply::start() {
+    if (wanted())
+        return;
+    startedAt_ = std::chrono::steady_clock::now();
+    tasks_.start(run());
+}
+
+void Supply::stop() {
+    tasks_.cancel();
+    state_ = State::idle;
+    deliveringSince_.reset();
+}
+
+std::optional<Instant> Supply::deliveringSince(Instant now) const {
+    const bool lately = heard_.lastEpoch() && now - *heard_.lastEpoch() < kSilent;
+    return lately ? deliveringSince_ : std::nullopt;
+}
+
+awaitable<void> Supply::run() {
+    const auto state = co_await asio::this_coro::cancellation_state;
+    for (;;) {
+        state_ = State::connecting;
+        ++attempts_;
+        connectedAt_.reset();
+        epochs_.restart();
+        std::string why;
+        auto manner = SourceEnd::Manner::soon;
+        try {
+            co_await receive(
+                address_, door_,
+                {.granted =
+                     [this] {
+                         state_ = State::connected;
+                         connectedAt_ = std::chrono::steady_clock::now();
+                         toldWhatComes_ = false;
+                         epochs_.restart();
+                         say_(Level::notice, shown(address_) + ": connected");
+                     },
+                 .lost =
+                     [this](const std::string& lost) {
+                         state_ = State::connecting;
+                         connectedAt_.reset();
+                         failure_ = lost;
+                         say_(Level::warning,
+                              shown(address_) + ": " + lost + "; waits for another");
+                     },
+                 .take = [this](std::span<const std::uint8_t> bytes) { took(bytes); }});
+        } catch (const SourceEnd& e) {
+            manner = e.manner();
+            why = ended(e);
+        } catch (const std::exception& e) {
+            why = ended(e);
+        }
+        if (isCancelled(state))
+            co_return;
+        state_ = State::waiting;
+        failure_ = why;
+        deliveringSince_.reset();
+        const Duration wait = backoff_.afterFailure(manner);
+        say_(Level::warning, shown(address_) + ": " + why + "; next attempt in " + inSeconds(wait));
+        co_await pause(wait);
+    }
+}
+
+std::string Supply::ended(const std::exception& e) {
+    const std::string noRtcm = saysNoRtcm();
+    return reasonOf(e) + (noRtcm.empty() ? "" : ", and " + noRtcm);
+}
+
+std::string Supply::saysNoRtcm() const {
+    if (epochs_.frames() > 0 || epochs_.beginning().empty())
+        return {};
+    const std::string like = looksLike(epochs_.beginning());
+    return "what comes is no RTCM 3" + (like.empty() ? "" : ": this looks like " + like);
+}
+
+void Supply::tellWhatComes(Instant now) {
+    if (toldWhatComes_ || !connectedAt_ || now - *connectedAt_ < kSilent)
+        return;
+    toldWhatComes_ = true;
+    if (const std::string noRtcm = saysNoRtcm(); !noRtcm.empty())
+        say_(Level::warning, shown(address_) + ": " + noRtcm);
+}
+
+void Supply::took(std::span<const std::uint8_t> bytes) {
+    const Instant now = std::chrono::steady_clock::now();
+    epochs_.take(bytes);
+    while (const auto block = epochs_.next()) {
+        if (block->kind == Block::Kind::epoch && !deliveringSince(now))
+            deliveringSince_ = now;
+        heard_.take(*block, now);
+        if (block->kind == Block::Kind::between)
+            kept_.keep(*block, now);
+        take_(*block);
+    }
+    if (deliveringSince_ && now - *deliveringSince_ > kTrial)
+        backoff_.reset();
+}
+
+Feed::Feed(const asio::any_io_executor& executor, const std::vector<Address>& sources,
+           PushDoor& door, const Say& say, std::function<void(const Block&)> take)
+    : say_(say), take_(std::move(take)) {
+    for (std::size_t i = 0; i < sources.size(); ++i)
+        supplies_.push_back(std::make_unique<Supply>(
+            executor, sources[i], door, say, [this, i](const Block& block) { took(i, block); }));
+}
+
+void Feed::start() {
+    supplies_.front()->start();
+}
+
+void Feed::stop() {
+    for (const auto& supply : supplies_)
+        supply->stop();
+}
+
+bool Feed::idle() const {
+    return std::ranges::all_of(supplies_, [](const auto& supply) { return supply->idle(); });
+}
+
+/// A source is wanted while none before it delivers; the first one always is.
+void Feed::tick(Instant now) {
+    bool delivers = false;
+    for (std::size_t i = 0; i < supplies_.size(); ++i) {
+        Supply& supply = *supplies_[i];
+        supply.tellWhatComes(now);
+        const auto since = supply.deliveringSince(now);
+        if (since && !delivers && i != active_) {
+            const bool activeDelivers = supplies_[active_]->deliveringSince(now).has_value();
+            if (!activeDelivers)
+                change(i, "delivers");
+            else if (i < active_ && now - *since > kTrial)
+                change(i, "has delivered for a minute again");
+        }
+        delivers = delivers || (since && i >= active_);
+        const bool tried = supply.wanted() && (now - supply.startedAt() > kSilent ||
+                                               supply.state() == Supply::State::waiting);
+        if (i + 1 < supplies_.size()) {
+            if (!delivers && tried && !since)
+                supplies_[i + 1]->start();
+            else if (delivers)
+                supplies_[i + 1]->stop();
+        }
+    }
+}
+
+void Feed::change(std::size_t to, const std::string& why) {
+    say_(Level::notice,
+         "the stream comes from " + shown(supplies_[to]->address()) + " now, which " + why);
+    active_ = to;
+    changed_ = true;
+    const Bytes kept = supplies_[to]->kept().current(std::chrono::steady_clock::now());
+    if (!kept.empty())
+        take_({kept}); // what it said before it was chosen
+    ++failovers_;
+}
+
+void Feed::took(std::size_t from, const Block& block) {
+    if (from != active_)
+        return;
+    if (block.kind == Block::Kind::epoch) {
+        const auto later = last_ ? secondsBetween(*last_, block.first) : std::nullopt;
+        if (changed_ && later && *later <= 0.0 && *later > -kOldEpochS)
+            return; // came by the other source
+        changed_ = false;
+        last_ = block.first;
+    }
+    take_(block);
+}
+
+} // namespace gateway

@@ -1,0 +1,101 @@
+#pragma once
+
+#include "gateway/net/Say.h"
+#include "gateway/net/Tasks.h"
+#include "gateway/station/Epochs.h"
+#include "gateway/station/Heard.h"
+#include "gateway/station/KeptMessages.h"
+#include "gateway/station/Source.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Feed: the stream of a station, from the first of its sources that delivers.
+
+namespace gateway {
+
+/// One source: it is tried again and again while it is wanted.
+class Supply {
+public:
+    enum class State { idle, connecting, connected, waiting };
+
+    Supply(const asio::any_io_executor& executor, Address address, PushDoor& door, Say say,
+           std::function<void(const Block&)> take);
+    void start();
+    void stop();
+    bool wanted() const { return tasks_.active(); }
+    bool idle() const { return tasks_.idle(); }
+    /// Since when whole epochs have come without a gap of 30 s; nothing while none do.
+    std::optional<Instant> deliveringSince(Instant now) const;
+    /// Tells once of a connection that has brought no message for 30 s but other things.
+    void tellWhatComes(Instant now);
+    /// When it was last wanted anew.
+    Instant startedAt() const { return startedAt_; }
+
+    const Address& address() const { return address_; }
+    State state() const { return state_; }
+    const std::string& lastFailure() const { return failure_; }
+    std::uint64_t attempts() const { return attempts_; }
+    const Heard& heard() const { return heard_; }
+    const KeptMessages& kept() const { return kept_; }
+    const Epochs& epochs() const { return epochs_; }
+
+private:
+    awaitable<void> run();
+    void took(std::span<const std::uint8_t> bytes);
+    std::string ended(const std::exception& e);
+    std::string saysNoRtcm() const;
+
+    Address address_;
+    PushDoor& door_;
+    Say say_;
+    std::function<void(const Block&)> take_;
+    Backoff backoff_;
+    Tasks tasks_;
+    State state_ = State::idle;
+    std::string failure_;
+    std::uint64_t attempts_ = 0;
+    bool toldWhatComes_ = false;
+    Instant startedAt_{};
+    std::optional<Instant> connectedAt_, deliveringSince_;
+    Heard heard_;
+    KeptMessages kept_;
+    Epochs epochs_;
+};
+
+class Feed {
+public:
+    /// `take` gets the blocks of one source at a time, no epoch twice and none that is older than
+    /// the one before.
+    Feed(const asio::any_io_executor& executor, const std::vector<Address>& sources, PushDoor& door,
+         const Say& say, std::function<void(const Block&)> take);
+
+    void start();
+    void stop();
+    /// Nothing runs any more.
+    bool idle() const;
+    /// Once a second: chooses the source.
+    void tick(Instant now);
+
+    const Supply& active() const { return *supplies_[active_]; }
+    std::size_t activeIndex() const { return active_; }
+    const std::vector<std::unique_ptr<Supply>>& supplies() const { return supplies_; }
+    std::uint64_t failovers() const { return failovers_; }
+
+private:
+    void took(std::size_t from, const Block& block);
+    void change(std::size_t to, const std::string& why);
+
+    Say say_;
+    std::function<void(const Block&)> take_;
+    std::vector<std::unique_ptr<Supply>> supplies_;
+    std::size_t active_ = 0;
+    std::uint64_t failovers_ = 0;
+    bool changed_ = false;          // no epoch of the new source has been handed on
+    std::optional<FrameHead> last_; // of the last epoch handed on
+};
+
+} // namespace gateway
