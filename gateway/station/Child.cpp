@@ -1,0 +1,166 @@
+#include "gateway/station/Child.h"
+
+#include "gateway/net/Outbox.h"
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/connect_pipe.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/readable_pipe.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/writable_pipe.hpp>
+#include <boost/process/v2.hpp>
+#include <boost/process/v2/impl/environment.ipp> // which v2.hpp of 1.81 leaves out
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <string_view>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <unordered_map>
+
+namespace gateway {
+
+namespace process = boost::process::v2;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::size_t kLongestLine = 1000;
+constexpr Duration kEndLimit = 1s; // between SIGTERM and SIGKILL
+constexpr Duration kLook = 50ms;
+
+/// In the child, before the program: it gets SIGTERM when we end, however that happens.
+struct EndsWithParent {
+    process::error_code on_exec_setup(process::posix::default_launcher&,
+                                      const process::filesystem::path&, const char* const*) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        close_range(3, ~0U, CLOSE_RANGE_CLOEXEC); // our connections are not its
+        return {};
+    }
+};
+
+std::string journalStream(int fd) {
+    struct stat info {};
+    fstat(fd, &info);
+    return std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
+}
+
+/// A line with its level in front, "<4>text"; other lines are for nobody.
+void relay(std::string_view line, const Say& say) {
+    if (line.size() < 4 || line[0] != '<' || line[2] != '>' || line[1] < '0' || line[1] > '7')
+        return;
+    const auto level = static_cast<Level>(line[1] - '0');
+    if (level <= Level::warning)
+        say(level, "engine: " + std::string(line.substr(3)));
+}
+
+awaitable<void> relayLines(asio::readable_pipe pipe, Say say) {
+    std::array<char, 4096> buffer;
+    std::string line;
+    boost::system::error_code e;
+    for (;;) {
+        const std::size_t n = co_await pipe.async_read_some(asio::buffer(buffer),
+                                                            asio::redirect_error(use_awaitable, e));
+        if (n == 0)
+            co_return;
+        for (const char c : std::string_view(buffer.data(), n)) {
+            if (c == '\n') {
+                relay(line, say);
+                line.clear();
+            } else if (line.size() < kLongestLine) {
+                line += c;
+            }
+        }
+    }
+}
+
+std::string howItEnded(int status) {
+    if (WIFSIGNALED(status))
+        return "ended by signal " + std::to_string(WTERMSIG(status));
+    return "ended with status " + std::to_string(WEXITSTATUS(status));
+}
+
+} // namespace
+
+struct Child::Running {
+    Running(const asio::any_io_executor& executor, pid_t started, int descriptor)
+        : id(started), end(executor, descriptor), ended(executor) {}
+    pid_t id;
+    asio::posix::stream_descriptor end; // readable when the process has ended (pidfd_open(2))
+    Bell ended;
+    bool gone = false;
+    int status = 0; // of waitpid
+};
+
+namespace {
+
+/// Reaps the child; who waits for its end is told.
+template <class Running> awaitable<void> reap(std::shared_ptr<Running> running) {
+    while (waitpid(running->id, &running->status, WNOHANG) == 0)
+        co_await running->end.async_wait(asio::posix::descriptor_base::wait_read, use_awaitable);
+    running->gone = true;
+    running->ended.ring();
+}
+
+/// Unless it ends in time.
+template <class Running> awaitable<void> killLater(std::shared_ptr<Running> running) {
+    for (Duration waited{}; waited < kEndLimit && !running->gone; waited += kLook)
+        co_await pause(kLook);
+    if (!running->gone)
+        kill(running->id, SIGKILL);
+}
+
+} // namespace
+
+Child::Child(const asio::any_io_executor& executor, const std::filesystem::path& program,
+             const std::vector<std::string>& arguments, const Say& say) {
+    asio::readable_pipe lines(executor);
+    asio::writable_pipe out(executor);
+    asio::connect_pipe(lines, out);
+    const bool search = program.string().find('/') == std::string::npos;
+    const auto path = search ? process::environment::find_executable(program.string())
+                             : process::filesystem::path(program.string());
+    if (path.empty())
+        throw std::runtime_error(program.string() + " is not in PATH");
+    const std::unordered_map<std::string, std::string> environment{
+        {"JOURNAL_STREAM", journalStream(out.native_handle())}};
+    try {
+        process::process started(executor, path, arguments,
+                                 process::process_stdio{nullptr, out, out},
+                                 process::process_environment(environment), EndsWithParent{});
+        const pid_t id = started.id();
+        started.detach(); // we wait for it ourselves: async_wait of 1.81 may block
+        running_ = std::make_shared<Running>(executor, id,
+                                             static_cast<int>(syscall(SYS_pidfd_open, id, 0)));
+    } catch (const std::exception& e) {
+        throw std::runtime_error(path.string() + " cannot be started: " + e.what());
+    }
+    asio::co_spawn(executor, reap(running_), asio::detached);
+    asio::co_spawn(executor, relayLines(std::move(lines), say), asio::detached);
+}
+
+Child::~Child() {
+    if (!running_ || running_->gone)
+        return;
+    const pid_t id = running_->id;
+    kill(id, SIGTERM);
+    try {
+        asio::co_spawn(running_->end.get_executor(), killLater(running_), asio::detached);
+    } catch (const std::exception&) { // no memory to wait with
+        kill(id, SIGKILL);
+    }
+}
+
+awaitable<void> Child::end() {
+    const auto running = running_;
+    while (!running->gone)
+        co_await running->ended.wait();
+    throw std::runtime_error(howItEnded(running->status));
+}
+
+} // namespace gateway

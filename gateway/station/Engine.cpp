@@ -1,0 +1,192 @@
+#include "gateway/station/Engine.h"
+
+#include "gateway/net/Channel.h"
+#include "gateway/station/Child.h"
+#include "gateway/station/Source.h"
+
+#include <algorithm>
+#include <array>
+
+namespace gateway {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kMostWaiting = std::size_t{256} * 1024; // bytes towards an engine
+constexpr Duration kConnectLimit = 15s;                       // of a child that was started
+constexpr unsigned kMostOwed = 10;                            // epochs
+constexpr Duration kWatchPeriod = 1s;
+constexpr auto kStale = 5s;                          // of a status
+constexpr Duration kFirstWait = 1s, kMostWait = 60s; // before an engine is started again
+constexpr Duration kSteady = 60s;                    // of work after which waits begin anew
+
+struct Paths {
+    fs::path deployment, status;
+    ctl::init::Layout layout;
+};
+Paths pathsOf(const EnginePlan& plan) {
+    const fs::path kept = plan.folder / "kept";
+    const fs::path deployment = plan.folder / "engine.json";
+    return {deployment, kept / "status.json", {deployment, plan.folder / "files", kept}};
+}
+
+std::vector<std::string> argumentsFor(const Paths& paths) {
+    return {"-mode", "vrs", paths.deployment.string()};
+}
+
+/// For a child, any free port.
+tcp::endpoint listenAt(const EnginePlan& plan) {
+    if (!plan.external)
+        return {asio::ip::address_v4::loopback(), 0};
+    return {asio::ip::make_address(plan.external->host), plan.external->port};
+}
+
+void writeDeployment(const EnginePlan& plan, std::uint16_t port) {
+    const Paths paths = pathsOf(plan);
+    ctl::init::Station station = plan.deployment;
+    station.host = "127.0.0.1";
+    station.port = port;
+    const auto files = ctl::init::filesOf(station, paths.layout);
+    ctl::init::removeNew(files);
+    ctl::init::writeNew(files);
+    fs::create_directories(paths.layout.kept);
+    std::error_code none;
+    fs::remove(paths.status, none); // of an engine before
+}
+
+/// Whether the engine has written its status lately, as it does every second while it lives.
+bool livesBy(const fs::path& status) {
+    std::error_code none;
+    const auto written = fs::last_write_time(status, none);
+    return !none && fs::file_time_type::clock::now() - written < kStale;
+}
+
+} // namespace
+
+Engine::Engine(const asio::any_io_executor& executor, Say say, std::function<Bytes()> first,
+               std::function<void(Block)> take)
+    : say_(std::move(say)), first_(std::move(first)), take_(std::move(take)),
+      outbox_(executor, kMostWaiting),
+      tasks_(executor, [this](const std::string& why) { say_(Level::error, "engine: " + why); }) {}
+
+void Engine::start(EnginePlan plan) {
+    tasks_.cancel();
+    tasks_.start(run(std::move(plan)));
+}
+
+void Engine::send(const SharedBytes& block, Block::Kind kind) {
+    const bool epoch = kind == Block::Kind::epoch;
+    if (!connected_ || !outbox_.put(block)) {
+        dropped_ += epoch ? 1 : 0;
+        return;
+    }
+    owed_ += epoch ? 1 : 0;
+}
+
+awaitable<void> Engine::run(EnginePlan plan) {
+    const auto state = co_await asio::this_coro::cancellation_state;
+    const auto executor = co_await asio::this_coro::executor;
+    tcp::acceptor acceptor(executor, listenAt(plan));
+    if (!plan.external)
+        writeDeployment(plan, acceptor.local_endpoint().port());
+    for (Duration wait = kFirstWait;;) {
+        const Instant began = std::chrono::steady_clock::now();
+        std::string why;
+        try {
+            co_await once(plan, acceptor);
+        } catch (const std::exception& e) {
+            why = reasonOf(e);
+        }
+        if (isCancelled(state))
+            co_return;
+        wait = std::chrono::steady_clock::now() - began > kSteady ? kFirstWait
+                                                                  : std::min(2 * wait, kMostWait);
+        say_(Level::warning, "engine: " + why + "; started again in " + inSeconds(wait));
+        co_await pause(wait);
+    }
+}
+
+awaitable<void> Engine::once(const EnginePlan& plan, tcp::acceptor& acceptor) {
+    ++starts_;
+    if (plan.external) {
+        const ChannelPtr channel = channelOf(co_await acceptor.async_accept(use_awaitable));
+        const fs::path none;
+        co_await serve(*channel, none);
+        co_return;
+    }
+    const Paths paths = pathsOf(plan);
+    const auto executor = co_await asio::this_coro::executor;
+    Child child(executor, plan.program, argumentsFor(paths), say_);
+    co_await firstOf(serveConnections(acceptor, paths.status), child.end());
+}
+
+/// A child connects anew when it has missed epochs for long.
+awaitable<void> Engine::serveConnections(tcp::acceptor& acceptor, fs::path status) {
+    for (;;) {
+        std::optional<tcp::socket> socket;
+        co_await within(kConnectLimit, into(socket, acceptor.async_accept(use_awaitable)),
+                        "does not connect");
+        const ChannelPtr channel = channelOf(std::move(*socket));
+        co_await serve(*channel, status);
+    }
+}
+
+awaitable<void> Engine::serve(Channel& channel, fs::path status) {
+    struct Connected {
+        Engine& engine;
+        explicit Connected(Engine& of) : engine(of) {
+            engine.connected_ = true;
+            engine.owed_ = 0;
+        }
+        ~Connected() {
+            engine.connected_ = false;
+            engine.outbox_.clear();
+        }
+    } const connected{*this};
+    outbox_.put(std::make_shared<const Bytes>(first_()));
+    co_await firstOf(readFrom(channel), firstOf(writeTo(channel), watch(std::move(status))));
+}
+
+awaitable<void> Engine::readFrom(Channel& channel) {
+    Epochs epochs;
+    std::array<std::uint8_t, 8192> buffer;
+    for (;;) {
+        std::size_t n = 0;
+        try {
+            n = co_await channel.read(buffer);
+        } catch (const boost::system::system_error&) { // as an end
+        }
+        if (n == 0)
+            co_return;
+        epochs.take(std::span(buffer).first(n));
+        while (auto block = epochs.next()) {
+            if (block->kind == Block::Kind::epoch)
+                owed_ = 0;
+            take_(std::move(*block));
+        }
+    }
+}
+
+awaitable<void> Engine::writeTo(Channel& channel) {
+    for (;;) {
+        const SharedBytes block = co_await outbox_.next();
+        co_await channel.write(*block);
+    }
+}
+
+/// Ends when the engine hangs. It need not answer every epoch (no ephemerides yet); then its status
+/// says that it lives.
+awaitable<void> Engine::watch(fs::path status) {
+    for (;;) {
+        co_await pause(kWatchPeriod);
+        if (owed_ < kMostOwed)
+            continue;
+        if (!livesBy(status))
+            throw std::runtime_error("hangs: it owes " + std::to_string(owed_) + " epochs");
+        owed_ = 0;
+    }
+}
+
+} // namespace gateway
