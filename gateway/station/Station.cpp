@@ -1,0 +1,216 @@
+#include "gateway/station/Station.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <utility>
+
+namespace gateway {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr Duration kPlaceLimit = 60s;  // then it is told that none came
+constexpr Duration kOwnEphemeris = 3h; // as long the station's own serves
+constexpr std::size_t kMostMerged = std::size_t{16} * 1024;
+
+double metresBetween(const Place& a, const Place& b) {
+    return std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]);
+}
+
+std::string metres(double m) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f m", m);
+    return text;
+}
+
+std::string shown(const Place& place) {
+    char text[96];
+    std::snprintf(text, sizeof text, "%.4f %.4f %.4f", place[0], place[1], place[2]);
+    return text;
+}
+
+} // namespace
+
+Station::Station(const StationHost& host, StationSettings settings)
+    : host_(host), settings_(std::move(settings)), mountpoint_(host.executor),
+      feed_(
+          host.executor, settings_.sources, mountpoint_.door,
+          [this](Level level, const std::string& text) { sayOf(level, text); },
+          [this](const Block& block) { fromFeed(block); }),
+      engine_(
+          host.executor, [this](Level level, const std::string& text) { sayOf(level, text); },
+          [this] { return kept_.current(std::chrono::steady_clock::now()); },
+          [this](Block block) { fromEngine(std::move(block)); }) {
+    if (settings_.ephemerides)
+        ephemerides_ = std::make_unique<Feed>(
+            host.executor, std::vector{*settings_.ephemerides}, mountpoint_.door,
+            [this](Level level, const std::string& text) { sayOf(level, "ephemerides: " + text); },
+            [this](const Block& block) { fromEphemerides(block); });
+}
+
+void Station::stop() {
+    feed_.stop();
+    if (ephemerides_)
+        ephemerides_->stop();
+    engine_.stop();
+    mountpoint_.close();
+}
+
+bool Station::idle() const {
+    return feed_.idle() && engine_.idle() && (!ephemerides_ || ephemerides_->idle());
+}
+
+void Station::start() {
+    feed_.start();
+    if (ephemerides_)
+        ephemerides_->start();
+    if (settings_.positionM || host_.externalEngine) {
+        place_ = settings_.positionM;
+        startEngine();
+    }
+}
+
+void Station::tick(Instant now) {
+    feed_.tick(now);
+    if (!engine_.active() && !toldNoPlace_ && firstEpoch_ && now - *firstEpoch_ > kPlaceLimit) {
+        toldNoPlace_ = true;
+        sayOf(Level::warning, "the stream states no position (1005, 1006): write position = [X, Y, "
+                              "Z] for this station");
+    }
+}
+
+const std::string& Station::mountpointName() const {
+    return settings_.mountpoint.empty() ? settings_.name : settings_.mountpoint;
+}
+
+std::optional<ntrip::StreamEntry> Station::tableEntry(Instant now) const {
+    const Heard& heard = mountpoint_.heard();
+    if (heard.epochs() == 0)
+        return std::nullopt;
+    ntrip::StreamEntry entry;
+    entry.mountpoint = mountpointName();
+    entry.identifier = settings_.identifier.empty() ? settings_.name : settings_.identifier;
+    entry.generator = "Kestrune";
+    entry.authentication = settings_.access.who == Access::Who::anyone ? 'N' : 'B';
+    heard.describe(entry);
+    if (!mountpoint_.delivers(now)) {
+        const auto silent = std::chrono::floor<std::chrono::seconds>(now - *heard.lastEpoch());
+        entry.misc = "no data for " + std::to_string(silent.count()) + " s";
+    }
+    return entry;
+}
+
+void Station::fromFeed(const Block& block) {
+    const Instant now = std::chrono::steady_clock::now();
+    if (block.kind == Block::Kind::between) {
+        kept_.keep(block, now);
+        forEachFrame(block.bytes, [&](std::span<const std::uint8_t> frame) {
+            const FrameHead head = headOf(frame);
+            if (head.kind == FrameHead::Kind::ephemeris)
+                own_[{head.type, satelliteOf(frame)}] = now;
+        });
+        lookAtPlace();
+    }
+    if (block.kind == Block::Kind::epoch && !firstEpoch_)
+        firstEpoch_ = now;
+    if (moved_)
+        return;
+    engine_.send(std::make_shared<const Bytes>(block.bytes), block.kind);
+    if (block.kind == Block::Kind::between || merged_.empty())
+        return;
+    const Block merged{std::exchange(merged_, {})};
+    kept_.keep(merged, now);
+    engine_.send(std::make_shared<const Bytes>(merged.bytes), merged.kind);
+}
+
+/// Only for satellites for which the station sends none, and each issue once.
+void Station::fromEphemerides(const Block& block) {
+    const Instant now = std::chrono::steady_clock::now();
+    forEachFrame(block.bytes, [&](std::span<const std::uint8_t> frame) {
+        const FrameHead head = headOf(frame);
+        if (head.kind != FrameHead::Kind::ephemeris)
+            return;
+        const std::pair satellite{head.type, satelliteOf(frame)};
+        const auto own = own_.find(satellite);
+        if (own != own_.end() && now - own->second < kOwnEphemeris)
+            return;
+        Bytes& last = lastMerged_[satellite];
+        if (std::ranges::equal(last, frame) || merged_.size() > kMostMerged)
+            return;
+        last.assign(frame.begin(), frame.end());
+        merged_.insert(merged_.end(), frame.begin(), frame.end());
+    });
+}
+
+void Station::fromEngine(Block block) {
+    if (moved_ || (block.kind == Block::Kind::epoch && tooSoon(block)))
+        return;
+    mountpoint_.publish(std::move(block), std::chrono::steady_clock::now());
+}
+
+/// Rovers are to get fewer epochs than come.
+bool Station::tooSoon(const Block& epoch) {
+    if (!settings_.mostEpochs)
+        return false;
+    constexpr double tolerance = 0.01; // of an interval
+    const auto later = lastSent_ ? secondsBetween(*lastSent_, epoch.first) : std::nullopt;
+    if (later && *later > 0.0 && *later * *settings_.mostEpochs < 1.0 - tolerance)
+        return true;
+    lastSent_ = epoch.first;
+    return false;
+}
+
+void Station::lookAtPlace() {
+    const auto& stated = feed_.active().heard().place();
+    if (!stated || host_.externalEngine)
+        return;
+    if (!place_) {
+        place_ = stated;
+        sayOf(Level::notice, "the stream states the position " + shown(*place_));
+        return startEngine();
+    }
+    const double off = metresBetween(*stated, *place_);
+    if (off <= settings_.guardM) {
+        if (std::exchange(moved_, false))
+            sayOf(Level::notice, "the stream states the configured position again");
+        movedTo_.reset();
+        return;
+    }
+    if (movedTo_ == stated)
+        return;
+    movedTo_ = stated;
+    if (settings_.followPosition) {
+        sayOf(Level::warning, "the position has moved by " + metres(off) + " to " + shown(*stated) +
+                                  "; the virtual station follows");
+        place_ = stated;
+        return startEngine();
+    }
+    moved_ = true;
+    sayOf(Level::error, "the stream states the position " + shown(*stated) + ", " + metres(off) +
+                            " from " + shown(*place_) +
+                            ": nothing goes to rovers until the configuration is read again "
+                            "(SIGHUP), or position = \"follow\" is written");
+}
+
+void Station::startEngine() {
+    mountpoint_.forget();
+    EnginePlan plan{
+        host_.engine, host_.state / settings_.name, settings_.name, host_.externalEngine, {}};
+    ctl::init::Station& deployment = plan.deployment;
+    deployment.name = ctl::init::stationName(settings_.name);
+    if (place_)
+        deployment.xyz = *place_;
+    deployment.answer =
+        settings_.answer == StationSettings::Answer::complete ? "complete" : "specified";
+    deployment.clock = settings_.clock;
+    deployment.offset = settings_.offsetM;
+    engine_.start(std::move(plan));
+}
+
+void Station::sayOf(Level level, const std::string& text) const {
+    say(level, settings_.name, text);
+}
+
+} // namespace gateway

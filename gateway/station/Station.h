@@ -1,0 +1,77 @@
+#pragma once
+
+#include "gateway/settings/Settings.h"
+#include "gateway/station/Engine.h"
+#include "gateway/station/Feed.h"
+#include "gateway/station/Mountpoint.h"
+
+#include <boost/asio/any_io_executor.hpp>
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+/// Station: one reference station from its sources to its rovers: feed, engine, mountpoint.
+
+namespace gateway {
+
+/// What all stations of a gateway share.
+struct StationHost {
+    asio::any_io_executor executor;
+    std::filesystem::path state, engine;
+    std::optional<HostPort> externalEngine; // of this station
+};
+
+class Station {
+public:
+    Station(const StationHost& host, StationSettings settings);
+    Station(const Station&) = delete;
+    Station& operator=(const Station&) = delete;
+
+    void start();
+    /// Returns at once; the station is to be kept until it is idle.
+    void stop();
+    bool idle() const;
+    /// Once a second.
+    void tick(Instant now);
+
+    const StationSettings& settings() const { return settings_; }
+    const std::string& mountpointName() const;
+    Mountpoint& mountpoint() { return mountpoint_; }
+    const Feed& feed() const { return feed_; }
+    const Engine& engine() const { return engine_; }
+    /// The stream states a place beyond the guard: nothing goes to rovers until somebody acts.
+    bool moved() const { return moved_; }
+    /// Its line of the source table; nothing while it has never delivered.
+    std::optional<ntrip::StreamEntry> tableEntry(Instant now) const;
+
+private:
+    void fromFeed(const Block& block);
+    void fromEphemerides(const Block& block);
+    void fromEngine(Block block);
+    bool tooSoon(const Block& epoch);
+    void lookAtPlace();
+    void startEngine();
+    void sayOf(Level level, const std::string& text) const;
+
+    StationHost host_;
+    StationSettings settings_;
+    Mountpoint mountpoint_;
+    Feed feed_;
+    std::unique_ptr<Feed> ephemerides_;          // of the second stream; null: none
+    std::map<std::pair<int, int>, Instant> own_; // ephemerides of the station's own stream
+    Bytes merged_; // ephemerides of the second stream that wait for the end of an epoch
+    std::map<std::pair<int, int>, Bytes> lastMerged_;
+    KeptMessages kept_; // of both streams, for an engine that begins
+    Engine engine_;
+    std::optional<FrameHead> lastSent_; // of the last epoch that went to rovers
+    std::optional<Place> place_;        // of the engine's deployment
+    std::optional<Place> movedTo_;
+    bool moved_ = false;
+    std::optional<Instant> firstEpoch_;
+    bool toldNoPlace_ = false;
+};
+
+} // namespace gateway
