@@ -1,0 +1,53 @@
+#include "gateway/caster/Admission.h"
+
+namespace gateway {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr Duration kWindow = 1min; // of wrong passwords, and of being refused for them
+constexpr std::size_t kMostWrong = 10;
+
+} // namespace
+
+std::optional<std::string> Admission::refuses(const std::string& address,
+                                              const CasterSettings& limits, Instant now) const {
+    const auto wrong = wrong_.find(address);
+    if (wrong != wrong_.end() && wrong->second.size() >= kMostWrong &&
+        now - wrong->second.back() < kWindow)
+        return "ten wrong passwords in a minute";
+    if (clients_ >= limits.mostClients)
+        return "there are " + std::to_string(clients_) + " clients (max_clients)";
+    const auto here = byAddress_.find(address);
+    if (here != byAddress_.end() && here->second >= limits.mostPerAddress)
+        return "it has " + std::to_string(here->second) + " connections (max_per_address)";
+    return std::nullopt;
+}
+
+std::optional<std::string> Admission::refusesUser(const std::string& user,
+                                                  const CasterSettings& limits) const {
+    const auto here = byUser_.find(user);
+    if (here == byUser_.end() || here->second < limits.mostPerUser)
+        return std::nullopt;
+    return "user " + user + " has " + std::to_string(here->second) + " streams (max_per_user)";
+}
+
+bool Admission::wrongPassword(const std::string& address, Instant now) {
+    std::deque<Instant>& times = wrong_[address];
+    while (!times.empty() && now - times.front() > kWindow)
+        times.pop_front();
+    times.push_back(now);
+    return times.size() >= kMostWrong;
+}
+
+bool Admission::tellsRefusal(const std::string& address, Instant now) {
+    return told_.emplace(address, now).second;
+}
+
+void Admission::forgetOld(Instant now) {
+    std::erase_if(told_, [&](const auto& one) { return now - one.second > kWindow; });
+    std::erase_if(wrong_, [&](const auto& one) { return now - one.second.back() > kWindow; });
+}
+
+} // namespace gateway

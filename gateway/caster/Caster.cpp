@@ -1,0 +1,344 @@
+#include "gateway/caster/Caster.h"
+
+#include "gateway/net/Say.h"
+#include "gnss/Clock.h"
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <openssl/crypto.h>
+#include <openssl/x509.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace gateway {
+
+using namespace std::chrono_literals;
+using boost::system::error_code;
+using ntrip::Refusal;
+using ntrip::Request;
+
+namespace {
+
+constexpr Duration kRequestLimit = 10s;
+constexpr Duration kTellLimit = 10s; // for an answer that is not a stream
+constexpr Duration kPushSilence = 60s;
+
+std::span<const std::uint8_t> bytesOf(const std::string& text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+std::string dateNow() {
+    return ntrip::httpDate(utcNow().time);
+}
+
+struct Head {
+    std::string head, rest; // what has come behind it
+};
+
+/// Nothing where the client goes, or sends more than a head without an end.
+awaitable<std::optional<Head>> readHead(Channel& channel) {
+    std::string received;
+    std::array<std::uint8_t, 1024> buffer;
+    for (;;) {
+        if (const auto length = ntrip::headLength(received);
+            length && *length <= ntrip::kLongestHead)
+            co_return Head{received.substr(0, *length), received.substr(*length)};
+        if (received.size() > ntrip::kLongestHead)
+            co_return std::nullopt;
+        const std::size_t n = co_await channel.read(buffer);
+        if (n == 0)
+            co_return std::nullopt;
+        received.append(reinterpret_cast<const char*>(buffer.data()), n);
+    }
+}
+
+awaitable<void> tell(Channel& channel, std::string text) {
+    co_await within(kTellLimit, channel.write(bytesOf(text)), "takes no answer");
+}
+
+bool equalSecrets(const Secret& a, const Secret& b) {
+    const std::string &x = a.reveal(), &y = b.reveal();
+    return x.size() == y.size() && CRYPTO_memcmp(x.data(), y.data(), x.size()) == 0;
+}
+
+std::string addressOf(const tcp::socket& socket) {
+    error_code gone;
+    const std::string peer = shown(socket.remote_endpoint(gone));
+    return gone ? "" : peer.substr(0, peer.rfind(':'));
+}
+
+/// std::runtime_error where a file cannot be used.
+std::shared_ptr<asio::ssl::context> tlsOf(const CasterSettings& settings) {
+    if (settings.listenTls.empty())
+        return nullptr;
+    auto context = std::make_shared<asio::ssl::context>(asio::ssl::context::tls_server);
+    SSL_CTX_set_min_proto_version(context->native_handle(), TLS1_2_VERSION);
+    try {
+        context->use_certificate_chain_file(settings.certificate);
+        context->use_private_key_file(settings.key, asio::ssl::context::pem);
+    } catch (const boost::system::system_error& e) {
+        throw std::runtime_error("the certificate " + settings.certificate.string() +
+                                 " or its key " + settings.key.string() +
+                                 " cannot be used: " + e.code().message());
+    }
+    X509* const certificate = SSL_CTX_get0_certificate(context->native_handle());
+    if (certificate && X509_cmp_current_time(X509_get0_notAfter(certificate)) < 0)
+        say(Level::error, "", settings.certificate.string() + ": the certificate has expired");
+    return context;
+}
+
+} // namespace
+
+Caster::Caster(const asio::any_io_executor& executor, const Stations& stations)
+    : executor_(executor), stations_(stations),
+      tasks_(executor, [](const std::string& why) { say(Level::error, "caster", why); }),
+      clients_(executor, [](const std::string&) {}) {}
+
+void Caster::start(CasterSettings settings, std::shared_ptr<Users> users) {
+    tls_ = tlsOf(settings);
+    settings_ = std::move(settings);
+    users_ = std::move(users);
+    for (const HostPort& where : settings_.listen)
+        open(where, /*tls=*/false);
+    for (const HostPort& where : settings_.listenTls)
+        open(where, /*tls=*/true);
+}
+
+void Caster::change(CasterSettings settings, std::shared_ptr<Users> users) {
+    tls_ = tlsOf(settings);
+    settings_ = std::move(settings);
+    users_ = std::move(users);
+    const auto wanted = [this](const HostPort& where, bool tls) {
+        return std::ranges::count(tls ? settings_.listenTls : settings_.listen, where) > 0;
+    };
+    std::erase_if(listeners_, [&](const auto& listener) {
+        const bool gone = !wanted(listener->where, listener->tls);
+        if (gone)
+            listener->acceptor.close();
+        return gone;
+    });
+    const auto openNew = [this](const HostPort& where, bool tls) {
+        if (std::ranges::none_of(listeners_, [&](const auto& listener) {
+                return listener->where == where && listener->tls == tls;
+            }))
+            open(where, tls);
+    };
+    for (const HostPort& where : settings_.listen)
+        openNew(where, /*tls=*/false);
+    for (const HostPort& where : settings_.listenTls)
+        openNew(where, /*tls=*/true);
+}
+
+void Caster::stop() {
+    tasks_.cancel();
+    clients_.cancel();
+    listeners_.clear();
+}
+
+void Caster::open(const HostPort& where, bool tls) {
+    try {
+        const tcp::endpoint endpoint(asio::ip::make_address(where.host), where.port);
+        // [::] takes IPv4 as well
+        listeners_.push_back(
+            std::make_shared<Listener>(Listener{where, tls, tcp::acceptor(executor_, endpoint)}));
+    } catch (const boost::system::system_error& e) {
+        throw std::runtime_error("cannot listen on " + shown(where) + ": " + e.code().message());
+    }
+    say(Level::notice, "caster", "listens on " + shown(where) + (tls ? " (TLS)" : ""));
+    tasks_.start(accept(listeners_.back()));
+}
+
+awaitable<void> Caster::accept(std::shared_ptr<Listener> listener) {
+    bool told = false;
+    while (listener->acceptor.is_open()) {
+        error_code e;
+        tcp::socket socket =
+            co_await listener->acceptor.async_accept(asio::redirect_error(use_awaitable, e));
+        if (e == asio::error::operation_aborted)
+            co_return;
+        if (e) { // no descriptors are left, for one
+            if (!std::exchange(told, true))
+                say(Level::error, "caster",
+                    "takes nobody on " + shown(listener->where) + ": " + e.message());
+            co_await pause(1s);
+        } else {
+            told = false;
+            clients_.start(converse(std::move(socket), listener->tls));
+        }
+    }
+}
+
+awaitable<void> Caster::converse(tcp::socket socket, bool tls) {
+    const std::string address = addressOf(socket);
+    if (const auto why = admission_.refuses(address, settings_, std::chrono::steady_clock::now())) {
+        if (admission_.tellsRefusal(address, std::chrono::steady_clock::now()))
+            say(Level::warning, "caster", address + " is refused: " + *why);
+        co_return;
+    }
+    const Admission::Place place = admission_.connection(address);
+    error_code none; // the kernel doubles it
+    socket.set_option(asio::socket_base::send_buffer_size(kKernelBytes / 2), none);
+    ChannelPtr channel;
+    if (tls) {
+        const auto context = tls_; // stays, whatever becomes of the settings
+        channel = co_await acceptTls(std::move(socket), *context, kRequestLimit);
+    } else {
+        channel = channelOf(std::move(socket));
+    }
+    co_await answer(*channel, address);
+}
+
+awaitable<void> Caster::answer(Channel& channel, const std::string& address) {
+    auto head = co_await within(kRequestLimit, readHead(channel), "no request");
+    if (!head) {
+        const Request none;
+        co_await refuse(channel, none, Refusal::malformed);
+        co_return;
+    }
+    ntrip::Parsed parsed = ntrip::parseRequest(head->head);
+    const Request& request = parsed.request;
+    if (parsed.refusal) {
+        co_await refuse(channel, request, *parsed.refusal);
+        co_return;
+    }
+    if (request.kind == Request::Kind::table) {
+        co_await sendTable(channel, request);
+        co_return;
+    }
+    const std::shared_ptr<Station> station = stations_.find(request.mount);
+    if (!station && request.kind == Request::Kind::stream &&
+        request.dialect == ntrip::Dialect::icy) {
+        co_await sendTable(channel, request); // as version 1 has it
+        co_return;
+    }
+    if (!station) {
+        co_await refuse(channel, request, Refusal::notFound);
+        co_return;
+    }
+    const bool push = request.kind == Request::Kind::push;
+    auto entry = Entry::wrongPassword;
+    if (!push)
+        entry = co_await entryOf(request, station->settings().access);
+    else if (!request.password.empty() &&
+             equalSecrets(request.password, station->settings().password))
+        entry = Entry::granted;
+    if (entry != Entry::granted) {
+        tellRefused(address, request, station->settings().name, entry);
+        co_await refuse(channel, request, Refusal::unauthorized);
+    } else if (push) {
+        co_await hear(channel, request, *station, std::move(head->rest));
+    } else {
+        co_await serve(channel, request, *station, std::move(head->rest));
+    }
+}
+
+awaitable<void> Caster::sendTable(Channel& channel, const Request& request) {
+    ntrip::CasterEntry caster;
+    const HostPort here = channel.local(); // where this client has reached us
+    caster.host = here.host;
+    caster.port = here.port;
+    caster.identifier = "Kestrune";
+    caster.operatorName = settings_.operatorName;
+    caster.country = settings_.country;
+    auto streams = stations_.table(std::chrono::steady_clock::now());
+    for (ntrip::StreamEntry& stream : streams)
+        stream.country = settings_.country;
+    co_await tell(channel,
+                  ntrip::tableAnswer(request, ntrip::sourceTable(caster, streams), dateNow()));
+}
+
+void Caster::tellRefused(const std::string& address, const Request& request,
+                         const std::string& station, Entry entry) {
+    const bool push = request.kind == Request::Kind::push;
+    const char* const why = entry == Entry::noPassword  ? "no password"
+                            : entry == Entry::notListed ? "the user is not one of its own"
+                            : push                      ? "wrong password to push a stream"
+                                                        : "wrong user or password";
+    say(push ? Level::warning : Level::info, station, address + " is refused: " + why);
+    if (entry == Entry::wrongPassword &&
+        admission_.wrongPassword(address, std::chrono::steady_clock::now()))
+        say(Level::warning, "caster",
+            address + ": ten wrong passwords in a minute; refused for a minute");
+}
+
+awaitable<Caster::Entry> Caster::entryOf(const Request& request, const Access& access) {
+    if (access.who == Access::Who::anyone)
+        co_return Entry::granted;
+    const std::shared_ptr<Users> users = users_;
+    if (!users || !request.named)
+        co_return Entry::noPassword;
+    const bool listed =
+        access.who == Access::Who::users || std::ranges::count(access.names, request.user) > 0;
+    // On a thread of its own: nobody waits for the hash but who sent the password.
+    const auto hash = [](std::shared_ptr<Users> in, std::string name,
+                         Secret password) -> awaitable<bool> {
+        co_return in->matches(name, password);
+    };
+    const bool right = co_await asio::co_spawn(
+        hashing_, hash(users, request.user, request.password), use_awaitable);
+    co_return !right ? Entry::wrongPassword : listed ? Entry::granted : Entry::notListed;
+}
+
+awaitable<void> Caster::serve(Channel& channel, Request request, Station& station,
+                              std::string rest) {
+    if (const auto why = request.named ? admission_.refusesUser(request.user, settings_)
+                                       : std::optional<std::string>()) {
+        say(Level::warning, station.settings().name, channel.peer() + " is refused: " + *why);
+        co_await refuse(channel, request, Refusal::tooMany);
+        co_return;
+    }
+    const Admission::Place place = admission_.stream(request.user);
+    co_await tell(channel, ntrip::grantText(request, dateNow()));
+    if (request.head)
+        co_return;
+    Rover rover(executor_, channel, std::move(request));
+    rover.hear(rest);
+    const Joined joined(station.mountpoint(), rover);
+    const std::string who = "rover " + channel.peer() +
+                            (rover.request().user.empty() ? "" : " (" + rover.request().user + ")");
+    say(Level::info, station.settings().name,
+        who + " gets the stream" +
+            (rover.request().agent.empty() ? "" : ", " + rover.request().agent));
+    const std::string why = co_await rover.run();
+    say(rover.cutOff() ? Level::notice : Level::info, station.settings().name, who + " " + why);
+}
+
+awaitable<void> Caster::hear(Channel& channel, const Request& request, Station& station,
+                             std::string rest) {
+    PushDoor& door = station.mountpoint().door;
+    if (!door.open()) {
+        co_await refuse(channel, request, door.waiting() ? Refusal::taken : Refusal::notFound);
+        co_return;
+    }
+    struct Inside {
+        PushDoor& door;
+        explicit Inside(PushDoor& of) : door(of) { door.enter(); }
+        ~Inside() { door.leave(); }
+    } const inside(door);
+    co_await tell(channel, ntrip::grantText(request, dateNow()));
+    say(Level::notice, station.settings().name,
+        "a receiver at " + channel.peer() + " pushes its stream");
+    ntrip::PushReader reader(request);
+    Bytes data;
+    auto state = reader.take(bytesOf(rest), data);
+    std::array<std::uint8_t, 8192> buffer;
+    while (state == ntrip::PushReader::State::flows) {
+        if (!data.empty())
+            door.deliver(data);
+        data.clear();
+        const std::size_t n = co_await within(kPushSilence, channel.read(buffer), "silence");
+        if (n == 0)
+            break;
+        state = reader.take(std::span(buffer).first(n), data);
+    }
+    if (!data.empty())
+        door.deliver(data);
+}
+
+awaitable<void> Caster::refuse(Channel& channel, const Request& request, Refusal why) {
+    co_await tell(channel, ntrip::refusalText(request, why, dateNow()));
+}
+
+} // namespace gateway

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "gateway/caster/Admission.h"
+#include "gateway/caster/Rover.h"
+#include "gateway/net/Tasks.h"
+#include "gateway/settings/Settings.h"
+#include "gateway/settings/Users.h"
+#include "gateway/station/Station.h"
+
+#include <boost/asio/ssl/context.hpp>
+#include <boost/asio/thread_pool.hpp>
+
+#include <list>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+/// Caster: what rovers and pushing receivers connect to.
+
+namespace gateway {
+
+/// The stations of the gateway; one that is being stopped is kept by those who use it.
+class Stations {
+public:
+    /// By its mountpoint; null where there is none.
+    virtual std::shared_ptr<Station> find(const std::string& mountpoint) const = 0;
+    virtual std::vector<ntrip::StreamEntry> table(Instant now) const = 0;
+
+protected:
+    ~Stations() = default;
+};
+
+class Caster {
+public:
+    Caster(const asio::any_io_executor& executor, const Stations& stations);
+
+    /// Opens the listeners; std::runtime_error that names the one that cannot be.
+    void start(CasterSettings settings, std::shared_ptr<Users> users);
+    /// New limits, users and certificate, for whoever comes from now on; listeners that did not
+    /// change stay open.
+    void change(CasterSettings settings, std::shared_ptr<Users> users);
+    void stop();
+    bool idle() const { return tasks_.idle() && clients_.idle(); }
+    void tick(Instant now) { admission_.forgetOld(now); }
+
+    std::size_t clients() const { return admission_.clients(); }
+
+private:
+    struct Listener {
+        HostPort where;
+        bool tls;
+        tcp::acceptor acceptor;
+    };
+    void open(const HostPort& where, bool tls);
+    awaitable<void> accept(std::shared_ptr<Listener> listener);
+    awaitable<void> converse(tcp::socket socket, bool tls);
+    awaitable<void> answer(Channel& channel, const std::string& address);
+    awaitable<void> sendTable(Channel& channel, const ntrip::Request& request);
+    awaitable<void> serve(Channel& channel, ntrip::Request request, Station& station,
+                          std::string rest);
+    awaitable<void> hear(Channel& channel, const ntrip::Request& request, Station& station,
+                         std::string rest);
+    enum class Entry { granted, noPassword, wrongPassword, notListed };
+    awaitable<Entry> entryOf(const ntrip::Request& request, const Access& access);
+    void tellRefused(const std::string& address, const ntrip::Request& request,
+                     const std::string& station, Entry entry);
+    awaitable<void> refuse(Channel& channel, const ntrip::Request& request, ntrip::Refusal why);
+
+    asio::any_io_executor executor_;
+    const Stations& stations_;
+    CasterSettings settings_;
+    std::shared_ptr<Users> users_; // null: none
+    std::shared_ptr<asio::ssl::context> tls_;
+    std::vector<std::shared_ptr<Listener>> listeners_;
+    Admission admission_;
+    asio::thread_pool hashing_{1}; // a hash takes long on purpose
+    Tasks tasks_, clients_;
+};
+
+} // namespace gateway

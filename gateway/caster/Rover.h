@@ -1,0 +1,61 @@
+#pragma once
+
+#include "gateway/net/Channel.h"
+#include "gateway/ntrip/Gga.h"
+#include "gateway/ntrip/Request.h"
+#include "gateway/station/Mountpoint.h"
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Rover: one client that gets a stream. It is cut off when it falls behind; nobody waits for it.
+
+namespace gateway {
+
+/// Bytes that may wait for a rover in the kernel; as many more may wait here.
+inline constexpr int kKernelBytes = 64 * 1024;
+
+class Rover final : public Receiver {
+public:
+    Rover(const asio::any_io_executor& executor, Channel& channel, ntrip::Request request);
+
+    /// Sends and hears until the rover goes or is cut off; returns why, for the operator.
+    awaitable<std::string> run();
+    void take(const Outgoing& block, Instant at) override;
+    void end() override { cut("is sent away: the station is stopped"); }
+    /// What the rover has sent.
+    void hear(std::string_view text);
+
+    const ntrip::Request& request() const { return request_; }
+    std::string peer() const { return channel_.peer(); }
+    std::uint64_t sentBytes() const { return written_; }
+    bool cutOff() const { return !cutOff_.empty(); }
+    /// The last position that it sent.
+    const std::optional<ntrip::Gga>& position() const { return position_; }
+
+private:
+    awaitable<void> write();
+    awaitable<void> listen();
+    void cut(std::string why);
+
+    /// When a block was handed to the rover, and where it ends in all that was.
+    struct Mark {
+        std::uint64_t end;
+        Instant at;
+    };
+
+    Channel& channel_;
+    ntrip::Request request_;
+    bool chunks_;
+    Outbox outbox_;
+    std::deque<Mark> marks_;                 // of what the rover has not acknowledged
+    std::uint64_t handed_ = 0, written_ = 0; // bytes
+    std::string cutOff_;                     // why; empty: it is not
+    ntrip::GgaReader reader_;
+    std::optional<ntrip::Gga> position_;
+};
+
+} // namespace gateway
