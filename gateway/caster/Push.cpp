@@ -1,0 +1,221 @@
+#include "gateway/caster/Push.h"
+
+#include "gateway/caster/Rover.h"
+#include "gateway/ntrip/Answer.h"
+#include "gateway/station/Source.h"
+#include "gnss/Clock.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+namespace gateway {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::size_t kMostForPeer = std::size_t{128} * 1024; // bytes
+constexpr Duration kReachLimit = 10s;
+constexpr Duration kSendLimit = 20s;
+constexpr Duration kSteadyPush = 60s;
+
+/// Until the peer ends it; what it says is for nobody.
+awaitable<void> untilEnd(Channel& channel) {
+    std::array<std::uint8_t, 512> buffer;
+    while (co_await channel.read(buffer) > 0) {
+    }
+    throw SourceEnd("the peer has ended the connection");
+}
+
+awaitable<void> waitForGrant(Channel& channel, const Address& address) {
+    using State = ntrip::AnswerReader::State;
+    ntrip::AnswerReader answer(address, ntrip::AnswerReader::Asked::push);
+    std::array<std::uint8_t, 1024> buffer;
+    Bytes none;
+    while (answer.state() == State::head) {
+        const std::size_t n = co_await channel.read(buffer);
+        if (n > 0)
+            answer.take(std::span(buffer).first(n), none);
+        else if (answer.close() == State::head)
+            throw SourceEnd("the caster ended the connection without an answer");
+    }
+    if (answer.state() == State::stream)
+        co_return;
+    const bool access = answer.status() == 401 || answer.status() == 403;
+    throw SourceEnd(answer.what(), access ? SourceEnd::Manner::refused : SourceEnd::Manner::soon);
+}
+
+/// The path of now; its pattern is strftime's, in UTC.
+std::string pathNow(const std::string& pattern) {
+    const std::time_t now = utcNow().time;
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    std::array<char, 4096> path{};
+    if (std::strftime(path.data(), path.size(), pattern.c_str(), &utc) == 0)
+        throw SourceEnd(pattern + ": no path");
+    return path.data();
+}
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+File openAt(const std::string& path) {
+    File file(std::fopen(path.c_str(), "abe"), std::fclose);
+    if (!file)
+        throw SourceEnd(path + ": " + std::strerror(errno));
+    return file;
+}
+
+/// A push among the receivers of a mountpoint.
+class Sending {
+public:
+    Sending(Mountpoint& from, Push& push, bool& connected, Outbox& outbox)
+        : joined_(from, push), connected_(connected), outbox_(outbox) {
+        connected_ = true;
+    }
+    ~Sending() {
+        connected_ = false;
+        outbox_.clear();
+    }
+    Sending(const Sending&) = delete;
+    Sending& operator=(const Sending&) = delete;
+
+private:
+    Joined joined_;
+    bool& connected_;
+    Outbox& outbox_;
+};
+
+} // namespace
+
+Push::Push(const asio::any_io_executor& executor, Address address, Mountpoint& from, Say say,
+           std::function<std::string()> strLine)
+    : executor_(executor), address_(std::move(address)), from_(from), say_(std::move(say)),
+      strLine_(std::move(strLine)), outbox_(executor, kMostForPeer),
+      chunks_(address_.scheme == Scheme::ntripSource && address_.version == 2),
+      tasks_(executor, [this](const std::string& why) { say_(Level::error, why); }) {}
+
+void Push::take(const Outgoing& block, Instant) {
+    const SharedBytes& bytes = chunks_ ? block.chunk() : block.plain();
+    while (!outbox_.put(bytes) && !outbox_.empty()) {
+        outbox_.dropOldest();
+        ++dropped_;
+    }
+}
+
+awaitable<void> Push::run() {
+    const auto state = co_await asio::this_coro::cancellation_state;
+    Backoff backoff(address_.scheme);
+    for (;;) {
+        const Instant began = std::chrono::steady_clock::now();
+        std::string why;
+        auto manner = SourceEnd::Manner::soon;
+        try {
+            co_await once();
+        } catch (const SourceEnd& e) {
+            why = e.what();
+            manner = e.manner();
+        } catch (const std::exception& e) {
+            why = reasonOf(e);
+        }
+        if (isCancelled(state))
+            co_return;
+        if (std::chrono::steady_clock::now() - began > kSteadyPush)
+            backoff.reset();
+        const Duration wait = backoff.afterFailure(manner);
+        say_(Level::warning,
+             "output " + shown(address_) + ": " + why + "; next attempt in " + inSeconds(wait));
+        co_await pause(wait);
+    }
+}
+
+awaitable<void> Push::once() {
+    switch (address_.scheme) {
+    case Scheme::ntripSource:
+        co_return co_await toCaster();
+    case Scheme::tcp:
+        co_return co_await toPeer();
+    case Scheme::tcpListen:
+        co_return co_await toWhoConnects();
+    case Scheme::serial:
+        co_return co_await toSerial();
+    case Scheme::file:
+        co_return co_await toFiles();
+    case Scheme::ntrip:
+    case Scheme::ntrips:
+    case Scheme::caster:
+        break;
+    }
+    throw std::logic_error("no output: " + shown(address_));
+}
+
+awaitable<void> Push::toCaster() {
+    const ChannelPtr channel = co_await connectTo(address_.peer, address_.proxy, kReachLimit);
+    const std::string request = ntrip::pushRequest(address_, strLine_());
+    co_await within(
+        kReachLimit,
+        channel->write({reinterpret_cast<const std::uint8_t*>(request.data()), request.size()}),
+        "the caster takes no request");
+    co_await within(kReachLimit, waitForGrant(*channel, address_), "the caster does not answer");
+    co_await send(*channel);
+}
+
+awaitable<void> Push::toPeer() {
+    const ChannelPtr channel = co_await connectTo(address_.peer, address_.proxy, kReachLimit);
+    co_await send(*channel);
+}
+
+awaitable<void> Push::toSerial() {
+    const ChannelPtr channel =
+        openSerial(co_await asio::this_coro::executor, address_.path, address_.baud);
+    co_await send(*channel);
+}
+
+/// Begins with what a new rover gets.
+awaitable<void> Push::send(Channel& channel) {
+    say_(Level::notice, "output " + shown(address_) + ": connected");
+    const Sending sending(from_, *this, connected_, outbox_);
+    co_await firstOf(sendAll(channel), untilEnd(channel));
+}
+
+awaitable<void> Push::sendAll(Channel& channel) {
+    for (;;) {
+        const SharedBytes bytes = co_await outbox_.next();
+        co_await within(kSendLimit, channel.write(*bytes), "the peer takes nothing for 20 s");
+    }
+}
+
+awaitable<void> Push::toWhoConnects() {
+    tcp::acceptor acceptor(executor_,
+                           {asio::ip::make_address(address_.peer.host), address_.peer.port});
+    for (;;)
+        tasks_.start(serveOne(co_await acceptor.async_accept(use_awaitable)));
+}
+
+awaitable<void> Push::serveOne(tcp::socket socket) {
+    const ChannelPtr channel = channelOf(std::move(socket));
+    Rover rover(executor_, *channel, {});
+    const Joined joined(from_, rover);
+    const std::string why = co_await rover.run();
+    say_(Level::info, "output " + shown(address_) + ": " + channel->peer() + " " + why);
+}
+
+awaitable<void> Push::toFiles() {
+    const Sending sending(from_, *this, connected_, outbox_);
+    std::string path = pathNow(address_.path);
+    for (File file = openAt(path);;) {
+        const SharedBytes bytes = co_await outbox_.next();
+        if (std::string now = pathNow(address_.path); now != path) {
+            path = std::move(now);
+            file = openAt(path);
+        }
+        if (std::fwrite(bytes->data(), 1, bytes->size(), file.get()) != bytes->size() ||
+            std::fflush(file.get()) != 0)
+            throw SourceEnd(path + ": " + std::strerror(errno));
+    }
+}
+
+} // namespace gateway
