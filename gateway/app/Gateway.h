@@ -1,0 +1,54 @@
+#pragma once
+
+#include "gateway/caster/Caster.h"
+#include "gateway/caster/Push.h"
+#include "gateway/settings/Settings.h"
+#include "gateway/station/Station.h"
+
+#include <boost/asio/io_context.hpp>
+
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// Gateway: all stations and the caster, by settings that can change.
+
+namespace gateway {
+
+class Gateway final : private Stations {
+public:
+    explicit Gateway(asio::io_context& context);
+
+    /// Begins; std::runtime_error where a listener or the certificate cannot be used.
+    void start(const Settings& settings);
+    /// The same with other settings: stations and users that did not change are not disturbed.
+    void change(const Settings& settings);
+    /// Returns at once; then it is to be kept until it is idle.
+    void stop();
+    bool idle() const;
+
+private:
+    /// A station with its outputs.
+    struct Served {
+        std::shared_ptr<Station> station;
+        std::vector<std::unique_ptr<Push>> pushes;
+        void stop();
+        bool idle() const;
+    };
+    std::shared_ptr<Station> find(const std::string& mountpoint) const override;
+    std::vector<ntrip::StreamEntry> table(Instant now) const override;
+    std::unique_ptr<Served> serve(const StationSettings& settings, std::size_t number) const;
+    std::shared_ptr<Users> readUsers(const Settings& settings) const;
+    awaitable<void> ticks();
+
+    asio::any_io_executor executor_;
+    Settings settings_;
+    std::map<std::string, std::unique_ptr<Served>> stations_; // by name
+    std::list<std::unique_ptr<Served>> stopping_;
+    Caster caster_;
+    Tasks tasks_;
+};
+
+} // namespace gateway
