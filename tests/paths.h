@@ -5,5 +5,6 @@
 
 extern const char* const kServiceProgram; // Kestrune
 extern const char* const kCtlProgram;     // kestrunectl
+extern const char* const kGatewayProgram; // kestrune-gateway; "" where it is not built
 extern const char* const kSourceFolder;   // root of the repository
 extern const char* const kEmulator;       // starts both where they are for another processor; or ""
