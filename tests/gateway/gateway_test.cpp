@@ -1,0 +1,439 @@
+#include "service.h"
+
+#include "reference/service/judge.h"
+#include "reference/standard/sky.h"
+
+#include <chrono>
+#include <thread>
+
+// The real gateway with real services as engines: a station sends to it, rovers get from it.
+
+namespace {
+
+using ref::Bytes;
+
+void append(Bytes& to, const Bytes& more) {
+    to.insert(to.end(), more.begin(), more.end());
+}
+
+/// A connection to a port of loopback.
+class Client {
+public:
+    explicit Client(int port) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        const sockaddr_in a = loopback("127.0.0.1", port);
+        for (int i = 0; i < 500 && !connected_; ++i) {
+            connected_ = connect(fd_, reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
+            if (!connected_)
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
+    ~Client() { close(fd_); }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    bool connected() const { return connected_; }
+    bool send(const Bytes& bytes) const {
+        std::size_t sent = 0;
+        while (sent < bytes.size()) {
+            const auto n = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            if (n <= 0)
+                return false;
+            sent += static_cast<std::size_t>(n);
+        }
+        return true;
+    }
+    bool send(const std::string& text) const { return send(Bytes(text.begin(), text.end())); }
+    /// What comes until `enough` says so, the peer ends, or nothing comes for 10 s.
+    template <class Enough> Bytes receive(const Enough& enough) {
+        Bytes out;
+        while (!enough(out)) {
+            pollfd p{fd_, POLLIN, 0};
+            std::array<std::uint8_t, 65536> in{};
+            const auto n = poll(&p, 1, 10'000) == 1 ? recv(fd_, in.data(), in.size(), 0) : 0;
+            if (n <= 0)
+                break;
+            out.insert(out.end(), in.begin(), in.begin() + n);
+        }
+        return out;
+    }
+    /// The answer until its blank line.
+    std::string head() {
+        std::string out;
+        for (char c = 0; !out.ends_with("\r\n\r\n") && recv(fd_, &c, 1, 0) == 1;)
+            out += c;
+        return out;
+    }
+    std::string rest() {
+        const Bytes all = receive([](const Bytes&) { return false; });
+        return {all.begin(), all.end()};
+    }
+
+private:
+    int fd_;
+    bool connected_ = false;
+};
+
+/// Two free ports, of a station and a caster.
+struct Ports {
+    int station = 0, caster = 0;
+    Ports() {
+        const int a = boundSocket(station), b = boundSocket(caster);
+        close(a);
+        close(b);
+    }
+};
+
+class RunningGateway {
+public:
+    RunningGateway(const Ports& ports, const std::string& more, const std::string& caster = "") {
+        fs::create_directories(folder);
+        std::ofstream(folder / "gateway.toml")
+            << "[gateway]\nstate = \"" << (folder / "state").string() << "\"\nengine = \""
+            << kServiceProgram << "\"\n[caster]\nlisten = [\"127.0.0.1:" << ports.caster << "\"]\n"
+            << caster << "[[station]]\nname = \"CANB\"\nclock = \"" << kClock << "\"\n"
+            << more;
+        process_ = fork();
+        if (process_ == 0) {
+            const int log = open((folder / "log").c_str(), O_CREAT | O_WRONLY | O_APPEND, 0600);
+            dup2(log, STDOUT_FILENO);
+            dup2(log, STDERR_FILENO);
+            become(kGatewayProgram, {(folder / "gateway.toml").string()});
+        }
+    }
+    ~RunningGateway() {
+        if (process_ > 0)
+            end(SIGTERM); // its engines end before it
+        fs::remove_all(folder);
+    }
+    RunningGateway(const RunningGateway&) = delete;
+    RunningGateway& operator=(const RunningGateway&) = delete;
+
+    void signal(int number) const { kill(process_, number); }
+    int end(int number) {
+        signal(number);
+        int status = 0;
+        waitpid(std::exchange(process_, 0), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    std::string log() const { return readFile(folder / "log"); }
+    bool tells(const std::string& line) const {
+        for (int i = 0; i < 1000 && log().find(line) == std::string::npos; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return log().find(line) != std::string::npos;
+    }
+    std::string status() const { return readFile(folder / "state/CANB/kept/status.json"); }
+    bool engineConnected() const {
+        for (int i = 0; i < 1000 && status().find("\"connected\"") == std::string::npos; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return status().find("\"connected\"") != std::string::npos;
+    }
+
+    const fs::path folder =
+        fs::path(testing::TempDir()) / ("kestrune_gateway_" + std::to_string(getpid()));
+
+private:
+    pid_t process_ = 0;
+};
+
+std::string stationSource(const Ports& ports) {
+    return "source = \"tcp-listen://127.0.0.1:" + std::to_string(ports.station) + "\"\n";
+}
+constexpr const char* kPosition = "position = [-4467074.3577, 2683011.9038, -3667008.2845]\n";
+
+ref::Expectation plainAnswer() {
+    ref::Expectation e;
+    e.answer = ref::Answer::complete;
+    e.output = ref::Output::rtcm3;
+    e.siteM = kSite;
+    e.near = kNow;
+    // those of the packaged list, which is the gateway's
+    std::ifstream list(fs::path(kSourceFolder) / "packaging/kubernetes/station/config/session.obj");
+    for (std::string line; std::getline(list, line);)
+        if (line.size() > 4 && line[0] == ' ' && line[4] == ' ')
+            e.satellites.insert(line.substr(1, 3));
+    return e;
+}
+
+/// Ephemerides and epochs of MSM7, one a second.
+Bytes streamOf(int epochs, const ref::GpsTime& start = kNow) {
+    ref::Sky sky(kSite);
+    sky.systems = "GREC";
+    Bytes out;
+    for (const Bytes& f : sky.ephemerisFrames(start))
+        append(out, f);
+    for (int i = 0; i < epochs; ++i)
+        for (const Bytes& f : sky.epochFrames(start + i * 1.0, 7))
+            append(out, f);
+    return out;
+}
+
+/// Epochs with their last message, in a plain stream.
+int wholeEpochs(const Bytes& received) {
+    int count = 0;
+    for (const ref::Frame& f : ref::goodFrames(received))
+        if (const auto head = ref::headOf(f))
+            count += head->more ? 0 : 1;
+    return count;
+}
+
+std::string askOf(const std::string& mount, const std::string& headers = "") {
+    return "GET /" + mount + " HTTP/1.0\r\nUser-Agent: NTRIP test/1\r\n" + headers + "\r\n";
+}
+
+void expectRight(const Bytes& stream, const Bytes& received, int epochs) {
+    const ref::Verdict v = ref::judge(stream, received, plainAnswer());
+    for (const std::string& fault : v.faults)
+        ADD_FAILURE() << fault;
+    EXPECT_EQ(v.wrong, 0);
+    EXPECT_EQ(v.replies, epochs);
+    for (const char system : {'G', 'R', 'E', 'C'}) {
+        EXPECT_EQ(v.tally.at(system).kept, v.tally.at(system).answerable) << system;
+        EXPECT_GT(v.tally.at(system).kept, 100) << system;
+    }
+}
+
+auto epochs(int count) {
+    return [count](const Bytes& received) { return wholeEpochs(received) >= count; };
+}
+
+} // namespace
+
+TEST(Gateway, BringsEveryEpochOfAStationToARover) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    Client rover(ports.caster);
+    ASSERT_TRUE(rover.send(askOf("CANB")));
+    EXPECT_EQ(rover.head(), "ICY 200 OK\r\n\r\n");
+    const Bytes stream = streamOf(30);
+    const Client station(ports.station);
+    ASSERT_TRUE(station.send(stream));
+    expectRight(stream, rover.receive(epochs(30)), 30);
+
+    // A rover that comes now gets place, names and ephemerides at once, and then what comes.
+    Client late(ports.caster);
+    ASSERT_TRUE(late.send(askOf("CANB")));
+    late.head();
+    const Bytes more = streamOf(3, kNow + 30.0);
+    ASSERT_TRUE(station.send(more));
+    std::map<int, int> types;
+    for (const ref::Frame& f : ref::goodFrames(late.receive(epochs(3))))
+        ++types[f.type];
+    EXPECT_GE(types[1005] + types[1006], 1);
+    EXPECT_GE(types[1019], 8);
+    EXPECT_EQ(types[1077], 3);
+    EXPECT_EQ(gateway.end(SIGTERM), 0);
+}
+
+TEST(Gateway, TakesItsPlaceFromTheStreamAndStopsWhenItMoves) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports));
+    const Client station(ports.station);
+    const auto place = [](const ref::Vec3& xyzM) {
+        return ref::frame(ref::write1005({.station = 1, .xyzM = xyzM}));
+    };
+    Bytes stream = place(kSite);
+    append(stream, streamOf(3));
+    ASSERT_TRUE(station.send(stream));
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    Client rover(ports.caster);
+    ASSERT_TRUE(rover.send(askOf("CANB")));
+    rover.head();
+    ASSERT_TRUE(station.send(streamOf(5, kNow + 3.0)));
+    EXPECT_GE(wholeEpochs(rover.receive(epochs(5))), 5);
+
+    ref::Vec3 moved = kSite;
+    moved[0] += 50;
+    ASSERT_TRUE(station.send(place(moved)));
+    ASSERT_TRUE(gateway.tells("50.00 m from -4467074.3577")) << gateway.log();
+    ASSERT_TRUE(station.send(streamOf(5, kNow + 8.0)));
+    ASSERT_TRUE(station.send(place(kSite)));
+    ASSERT_TRUE(gateway.tells("states the configured position again"));
+    ASSERT_TRUE(station.send(streamOf(2, kNow + 13.0)));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(2))), 2) << "none of the five that came moved";
+}
+
+TEST(Gateway, StartsAnEngineAgainThatDies) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    Client rover(ports.caster);
+    ASSERT_TRUE(rover.send(askOf("CANB")));
+    rover.head();
+    const Client station(ports.station);
+    ASSERT_TRUE(station.send(streamOf(3)));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(3))), 3);
+    const std::string status = gateway.status();
+    const std::size_t at = status.find("\"process_id\":") + 13;
+    kill(std::stoi(status.substr(at)), SIGKILL);
+    ASSERT_TRUE(gateway.tells("started again in")) << gateway.log();
+    for (int i = 0; i < 1000 && gateway.status() == status; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_TRUE(gateway.engineConnected());
+    // It gets the ephemerides that came before: no satellite waits for new ones.
+    ref::Sky sky(kSite);
+    sky.systems = "GREC";
+    Bytes epoch;
+    for (const Bytes& f : sky.epochFrames(kNow + 10.0, 7))
+        append(epoch, f);
+    ASSERT_TRUE(station.send(epoch));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
+}
+
+TEST(Gateway, AsksForThePasswordThatMkpasswdHashed) {
+    const Ports ports;
+    const fs::path users = fs::path(testing::TempDir()) / ("users_" + std::to_string(getpid()));
+    std::ofstream(users) << "bob:$6$abcdefgh$vR/yd6VXABFTBRyOupJyJyD09twBc54Fjx1W8tzKdqxOfohx"
+                            "eZRb508btnHrxVQLY86b/u4pA/7OgxagBH8130\n";
+    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
+    RunningGateway gateway(ports, stationSource(ports) + kPosition,
+                           "users = \"" + users.string() + "\"\n");
+    const auto answerTo = [&](const std::string& headers) {
+        Client rover(ports.caster);
+        rover.send(askOf("CANB", headers));
+        const std::string head = rover.head();
+        return head.substr(0, head.find('\r'));
+    };
+    EXPECT_EQ(answerTo(""), "HTTP/1.0 401 Unauthorized");
+    EXPECT_EQ(answerTo("Authorization: Basic Ym9iOndyb25n\r\n"), "HTTP/1.0 401 Unauthorized");
+    EXPECT_EQ(answerTo("Authorization: Basic Ym9iOnJpZ2h0\r\n"), "ICY 200 OK"); // bob:right
+    EXPECT_EQ(gateway.log().find("right"), std::string::npos);
+    fs::remove(users);
+}
+
+TEST(Gateway, CutsOffTheRoverThatStopsReadingAndNobodyElse) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    Client deaf(ports.caster), rover(ports.caster);
+    for (Client* const client : {&deaf, &rover}) {
+        ASSERT_TRUE(client->send(askOf("CANB")));
+        client->head();
+    }
+    const Client station(ports.station);
+    ASSERT_TRUE(station.send(streamOf(1)));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
+    ref::Sky sky(kSite);
+    sky.systems = "GREC";
+    int missing = 0;
+    // More than the kernel takes for a rover: some 2 kB an epoch.
+    for (int i = 1; i < 1000 && gateway.log().find("is cut off: ") == std::string::npos; ++i) {
+        Bytes epoch;
+        for (const Bytes& f : sky.epochFrames(kNow + i * 1.0, 7))
+            append(epoch, f);
+        ASSERT_TRUE(station.send(epoch));
+        missing += wholeEpochs(rover.receive(epochs(1))) == 1 ? 0 : 1;
+    }
+    EXPECT_EQ(missing, 0);
+    EXPECT_TRUE(gateway.tells("is cut off: ")) << gateway.log();
+}
+
+TEST(Gateway, TakesAStreamThatAReceiverPushes) {
+    const Ports ports;
+    RunningGateway gateway(ports, "source = \"caster:\"\npassword = \"letmein\"\n" +
+                                      std::string(kPosition));
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    Client rover(ports.caster), wrong(ports.caster), receiver(ports.caster), second(ports.caster);
+    ASSERT_TRUE(rover.send(askOf("CANB")));
+    rover.head();
+    ASSERT_TRUE(wrong.send(std::string("SOURCE nonsense /CANB\r\nSource-Agent: NTRIP x\r\n\r\n")));
+    EXPECT_EQ(wrong.rest(), "ERROR - Bad Password\r\n");
+    const std::string source = "SOURCE letmein /CANB\r\nSource-Agent: NTRIP x\r\n\r\n";
+    ASSERT_TRUE(receiver.send(source));
+    EXPECT_EQ(receiver.head().substr(0, 10), "ICY 200 OK");
+    const Bytes stream = streamOf(5);
+    ASSERT_TRUE(receiver.send(stream));
+    expectRight(stream, rover.receive(epochs(5)), 5);
+    ASSERT_TRUE(second.send(source));
+    EXPECT_EQ(second.rest(), "ERROR - Mount Point Taken or Invalid\r\n");
+}
+
+TEST(Gateway, SpeaksHttpWithClientsOfOthers) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    if (std::system("command -v curl >/dev/null") != 0)
+        GTEST_SKIP() << "curl is not installed";
+    const std::string url = "http://127.0.0.1:" + std::to_string(ports.caster);
+    const Client station(ports.station);
+    Client rover(ports.caster);
+    ASSERT_TRUE(rover.send(askOf("CANB")));
+    rover.head();
+    ASSERT_TRUE(station.send(streamOf(3)));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(3))), 3);
+    const std::string table = runInShell("/usr/bin/env", "curl -s " + url + "/").output;
+    EXPECT_NE(table.find("STR;CANB;CANB;RTCM 3.3;"), std::string::npos) << table;
+    EXPECT_TRUE(table.ends_with("ENDSOURCETABLE\r\n")) << table;
+    const fs::path file = gateway.folder / "got";
+    const auto got = [&] {
+        const std::string bytes = readFile(file);
+        return wholeEpochs(Bytes(bytes.begin(), bytes.end()));
+    };
+    std::thread more([&] {
+        EXPECT_TRUE(gateway.tells("curl"));
+        EXPECT_TRUE(station.send(streamOf(4, kNow + 3.0)));
+        for (int i = 0; i < 1000 && got() < 4; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        gateway.signal(SIGTERM); // and with it the stream ends
+    });
+    runInShell("/usr/bin/env",
+               "curl -sN -H 'Ntrip-Version: Ntrip/2.0' " + url + "/CANB -o " + file.string());
+    more.join();
+    EXPECT_EQ(got(), 4);
+}
+
+TEST(Gateway, OutlivesClientsThatGoEarly) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    const std::string longHead = "GET /CANB HTTP/1.0\r\n" + std::string(9000, 'X') + "\r\n\r\n";
+    for (const std::string& begun : {std::string(), std::string("x"), std::string("GET /CANB HT"),
+                                     std::string("\x16\x03\x01\x02", 4), longHead}) {
+        const Client client(ports.caster);
+        ASSERT_TRUE(client.connected()) << gateway.log();
+        client.send(begun);
+    }
+    Client client(ports.caster);
+    ASSERT_TRUE(client.send(longHead));
+    EXPECT_EQ(client.head().substr(0, 24), "HTTP/1.0 400 Bad Request");
+    EXPECT_EQ(gateway.end(SIGTERM), 0) << gateway.log();
+}
+
+TEST(Gateway, ListensOnWhenItsStationComesAnew) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    Client rover(ports.caster);
+    ASSERT_TRUE(rover.send(askOf("CANB")));
+    rover.head();
+    for (int i = 0; i < 3; ++i) {
+        const Client station(ports.station);
+        ASSERT_TRUE(station.send(streamOf(2, kNow + 2.0 * i)));
+        EXPECT_EQ(wholeEpochs(rover.receive(epochs(2))), 2) << i;
+    }
+}
+
+TEST(Gateway, GoesOnWithTheSecondSourceWhereTheFirstIsGone) {
+    const Ports ports, gone;
+    RunningGateway gateway(ports, "source = [\"tcp://127.0.0.1:" + std::to_string(gone.station) +
+                                      "\", \"tcp-listen://127.0.0.1:" +
+                                      std::to_string(ports.station) + "\"]\n" + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    Client rover(ports.caster);
+    ASSERT_TRUE(rover.send(askOf("CANB")));
+    rover.head();
+    ASSERT_TRUE(gateway.tells("Connection refused; next attempt in")) << gateway.log();
+    const Client station(ports.station);
+    ASSERT_TRUE(station.send(streamOf(3)));
+    ASSERT_TRUE(gateway.tells("comes from tcp-listen://")) << gateway.log();
+    // Its ephemerides came before it was chosen.
+    ref::Sky sky(kSite);
+    sky.systems = "GREC";
+    Bytes epoch;
+    for (const Bytes& f : sky.epochFrames(kNow + 3.0, 7))
+        append(epoch, f);
+    ASSERT_TRUE(station.send(epoch));
+    const Bytes received = rover.receive(epochs(1));
+    EXPECT_EQ(wholeEpochs(received), 1);
+    const auto frames = ref::goodFrames(received);
+    EXPECT_EQ(std::ranges::count(frames, 1077, &ref::Frame::type), 1) << "no satellite, no message";
+}
