@@ -1,4 +1,5 @@
-# What is installed, and the Debian package of it. scripts/package builds the package.
+# What is installed, and the Debian packages of it: kestrune, and kestrune-gateway beside it.
+# scripts/package builds them.
 include(GNUInstallDirs)
 # Modes do not depend on the umask of whoever builds.
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
@@ -7,15 +8,20 @@ set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXE
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 set(doc_dir ${CMAKE_INSTALL_DATADIR}/doc/kestrune)
 
-# install_compressed(FILE DESTINATION NAME): as NAME.gz, without name and time in it.
+# Each package is a component.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME kestrune)
+
+# install_compressed(FILE DESTINATION NAME [COMPONENT]): as NAME.gz, without name and time in it.
 add_custom_target(documents ALL)
 function(install_compressed file destination name)
     set(packed ${PROJECT_BINARY_DIR}/documents/${name}.gz)
     add_custom_command(OUTPUT ${packed} COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/${file} > ${packed}
                        DEPENDS ${PROJECT_SOURCE_DIR}/${file} VERBATIM)
-    add_custom_target(document_${name} DEPENDS ${packed})
-    add_dependencies(documents document_${name})
-    install(FILES ${packed} DESTINATION ${destination})
+    if(NOT TARGET document_${name}) # both packages have the changelog
+        add_custom_target(document_${name} DEPENDS ${packed})
+        add_dependencies(documents document_${name})
+    endif()
+    install(FILES ${packed} DESTINATION ${destination} ${ARGN})
 endfunction()
 
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/documents)
@@ -39,11 +45,34 @@ install(FILES packaging/debian/copyright DESTINATION ${doc_dir})
 install(FILES packaging/debian/lintian-overrides RENAME kestrune
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides)
 install(DIRECTORY examples DESTINATION ${doc_dir}
-        FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+        FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ
+        PATTERN gateway EXCLUDE)
 install(DIRECTORY DESTINATION /etc/kestrune)
+
+if(KESTRUNE_GATEWAY)
+    set(gateway_doc_dir ${CMAKE_INSTALL_DATADIR}/doc/kestrune-gateway)
+    set(of_gateway COMPONENT gateway)
+    install(TARGETS kestrune-gateway DESTINATION ${CMAKE_INSTALL_SBINDIR} ${of_gateway})
+    install_compressed(packaging/man/kestrune-gateway.8 ${CMAKE_INSTALL_MANDIR}/man8
+                       kestrune-gateway.8 ${of_gateway})
+    install_compressed(packaging/man/kestrune-gateway.toml.5 ${CMAKE_INSTALL_MANDIR}/man5
+                       kestrune-gateway.toml.5 ${of_gateway})
+    install_compressed(packaging/debian/changelog ${gateway_doc_dir} changelog ${of_gateway})
+    install(FILES packaging/systemd/kestrune-gateway.service DESTINATION lib/systemd/system
+            ${of_gateway})
+    install(FILES packaging/completion/kestrune-gateway
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions ${of_gateway})
+    install(FILES packaging/debian/copyright DESTINATION ${gateway_doc_dir} ${of_gateway})
+    install(FILES examples/gateway/gateway.toml DESTINATION ${gateway_doc_dir}/examples
+            ${of_gateway})
+endif()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kestrune)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_COMPONENTS_ALL kestrune)
+set(CPACK_DEBIAN_KESTRUNE_PACKAGE_NAME kestrune)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)
@@ -56,20 +85,40 @@ set(CPACK_DEBIAN_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, systemd")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "virtual GNSS reference station near a real one")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-"Kestrune takes the RTCM 3 stream of a GNSS reference station over TCP and
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each description begins with its own
+set(CPACK_DEBIAN_KESTRUNE_DESCRIPTION
+"virtual GNSS reference station near a real one
+Kestrune takes the RTCM 3 stream of a GNSS reference station over TCP and
 sends back, on the same connection, the observations of a virtual station
 about 300 m to the north, epoch by epoch.
 .
 The package holds the service, one systemd unit for each station, and
 kestrunectl, which simulates a station, looks into streams and checks
 configurations.")
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+set(CPACK_DEBIAN_KESTRUNE_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/packaging/debian/postinst
     ${PROJECT_SOURCE_DIR}/packaging/debian/prerm
     ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
+set(CPACK_DEBIAN_KESTRUNE_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
+
+if(KESTRUNE_GATEWAY)
+    list(APPEND CPACK_COMPONENTS_ALL gateway)
+    set(CPACK_DEBIAN_GATEWAY_PACKAGE_NAME kestrune-gateway)
+    set(CPACK_DEBIAN_GATEWAY_PACKAGE_DEPENDS "kestrune (= ${PROJECT_VERSION}), adduser")
+    set(CPACK_DEBIAN_GATEWAY_DESCRIPTION
+"gateway from GNSS receivers and casters to rovers
+kestrune-gateway fetches the RTCM 3 streams of reference stations where they
+are (NTRIP casters, receivers, serial ports, recordings), has each answered by
+a Kestrune of its own, and serves the virtual stations to rovers as an NTRIP
+caster, with and without TLS.
+.
+The package holds the gateway and its systemd unit.")
+    set(CPACK_DEBIAN_GATEWAY_PACKAGE_CONTROL_EXTRA
+        ${PROJECT_SOURCE_DIR}/packaging/debian/gateway/postinst
+        ${PROJECT_SOURCE_DIR}/packaging/debian/gateway/prerm
+        ${PROJECT_SOURCE_DIR}/packaging/debian/gateway/postrm)
+    set(CPACK_DEBIAN_GATEWAY_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
+endif()
 if(CMAKE_CROSSCOMPILING)
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
 endif()
