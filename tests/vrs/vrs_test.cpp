@@ -149,7 +149,7 @@ TEST_F(Virtual, DopplerFollowsTheRateOfTheChangeOfRange) {
     EXPECT_NEAR(dopplerAt(0), 500.0, 1e-4); // no history: divided by a very large age
     EXPECT_NEAR(dopplerAt(1), 500.0 + change(0, 1), 2e-4);
     EXPECT_NEAR(dopplerAt(6), 500.0 + change(1, 6), 2e-4);
-    EXPECT_EQ(dopplerAt(6), 500.0); // the same time again: no correction, no division by zero
+    EXPECT_EQ(dopplerAt(6), 500.0F); // the same time again: no correction, no division by zero
     // Unobserved for more than 30 s: the history restarts from a difference of 0.
     reference->obs.clear();
     setEpoch(kNow + 40.0);
