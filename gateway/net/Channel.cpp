@@ -52,7 +52,7 @@ std::size_t outQueue(int fd) {
 
 /// An IPv4 address that came by an IPv6 socket is one.
 asio::ip::address addressOf(const tcp::endpoint& endpoint) {
-    const asio::ip::address address = endpoint.address();
+    asio::ip::address address = endpoint.address();
     if (address.is_v6() && address.to_v6().is_v4_mapped())
         return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
     return address;

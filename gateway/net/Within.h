@@ -68,7 +68,7 @@ inline awaitable<void> timeUp(Duration limit, std::string what) {
 
 /// The result of an operation, or TimeUp(what) when it takes longer; then it is cancelled.
 template <class T> awaitable<T> within(Duration limit, awaitable<T> operation, std::string what) {
-    awaitable<void> end = timeUp(limit, std::move(what));
+    awaitable<void> end = timeUp(limit, what);
     if constexpr (std::is_void_v<T>) {
         co_await firstOf(std::move(operation), std::move(end));
     } else {
