@@ -103,10 +103,16 @@ private:
 
 awaitable<tcp::socket> connectAny(HostPort host) {
     const auto executor = co_await asio::this_coro::executor;
+    tcp::socket socket(executor);
+    error_code named;
+    const asio::ip::address address = asio::ip::make_address(host.host, named);
+    if (!named) {
+        co_await socket.async_connect({address, host.port}, use_awaitable);
+        co_return socket;
+    }
     tcp::resolver resolver(executor);
     const auto addresses =
         co_await resolver.async_resolve(host.host, std::to_string(host.port), use_awaitable);
-    tcp::socket socket(executor);
     co_await asio::async_connect(socket, addresses, use_awaitable);
     co_return socket;
 }
