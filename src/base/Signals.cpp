@@ -17,7 +17,7 @@ volatile std::sig_atomic_t deferred = 0;  // the signal that came meanwhile
 volatile std::sig_atomic_t inWaitsOnly = 0, waiting = 0;
 
 bool isEnding(int signal) {
-    return signal == SIGTERM || signal == SIGINT;
+    return std::ranges::find(kEnding, signal) != kEnding.end();
 }
 
 bool mayEnd(int signal) {
@@ -31,6 +31,7 @@ void end(int signal) {
         deferred = signal;
         return;
     }
+    deferring = deferring + 1; // one end is enough: another signal changes nothing in between
     printFlush();
     if (isEnding(signal))
         for (void (*const function)() : beforeEnd)

@@ -194,6 +194,32 @@ TEST(Log, IsOutWhenASignalEndsTheProcess) {
         }
 }
 
+TEST(Signals, OfTwoTheFirstEndsTheProcessAndCallsOnce) {
+    for (const bool inBetween : {false, true}) {
+        Ends ends;
+        ASSERT_TRUE(makePipe(ends));
+        const pid_t child = fork();
+        if (child == 0) {
+            endOnSignals();
+            Log log(ends.writing, nullptr);
+            printTarget = &log;
+            callBeforeEnd([] {
+                print("called\n");
+                printFlush();
+                raise(SIGINT);
+            });
+            if (!inBetween)
+                raise(SIGTERM);
+            const SignalsDeferred until;
+            raise(SIGTERM);
+        }
+        int status = 0;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
+        EXPECT_EQ(ends.readAll(), "called\n");
+    }
+}
+
 TEST(LastingWarnings, AreToldWhenTheyBeginAndWhenEpochsGoOnWithoutThem) {
     LastingWarnings lasting;
     std::string ended;
