@@ -205,18 +205,18 @@ std::optional<int> ownStation(const StreamIntake& in) {
 
 /// GPS time by the stream, as far as it tells: a time of week needs a clock that is right to half a
 /// week, GLONASS' times of day one that is right to half a day.
-GTime streamNow(const StreamIntake& in) {
-    return timeadd(utc2gpst(utcNow()), in.aheadS);
+GTime streamNow(const StreamIntake& in, GTime clock) {
+    return timeadd(clock, in.aheadS);
 }
 
-std::optional<GTime> timeOf(const StreamIntake& in, const EpochMessage& m) {
-    return epochTime(m.system == kGlonass ? streamNow(in) : utc2gpst(utcNow()), m.system, m.field);
+std::optional<GTime> timeOf(const StreamIntake& in, const EpochMessage& m, GTime clock) {
+    return epochTime(m.system == kGlonass ? streamNow(in, clock) : clock, m.system, m.field);
 }
 
 /// A time of week says how far the clock is off.
-void compareWithClock(StreamIntake& in, const EpochMessage& m) {
+void compareWithClock(StreamIntake& in, const EpochMessage& m, GTime clock) {
     if (m.time && m.system != kGlonass && dates(m.system))
-        in.aheadS = timediff(*m.time, utc2gpst(utcNow()));
+        in.aheadS = timediff(*m.time, clock);
 }
 
 /// Puts an observation message into the epoch that is being collected.
@@ -227,7 +227,8 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
         refused = {m.type, std::nullopt, false};
         return;
     }
-    m.time = timeOf(in, m);
+    const GTime clock = utc2gpst(utcNow());
+    m.time = timeOf(in, m, clock);
     const int own = ownStation(in).value_or(m.staid);
     in.contradictions.otherStation(m.staid, own, now);
     if (!in.streamStation.counts(m, own)) {
@@ -237,7 +238,7 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
             changeStation(in, station, own, framelen, now);
         return;
     }
-    compareWithClock(in, m);
+    compareWithClock(in, m, clock);
     const bool whole = in.run.read(m, messageOf(in.decoder));
     if (!whole)
         refused = {m.type, m.field, false};
@@ -373,8 +374,7 @@ void tellWatcher(StreamIntake& in, const std::optional<GTime>& unfinished, int s
     const bool taken = status >= 0 && s.refused.type == 0; // refused: told with its line
     const bool wiped = status > 0 && status != kEpoch;
     const GTime goesOn = status == kEpoch ? s.time : s.epoch;
-    constexpr double sameS = 0.0005; // times are sent in ms
-    if (unfinished && (wiped || std::fabs(timediff(goesOn, *unfinished)) > sameS))
+    if (unfinished && (wiped || !sameTime(goesOn, *unfinished)))
         in.watcher->epochEnd(/*whole=*/false);
     if (taken && (isMsm4To7(type) || isLegacy(type)))
         in.watcher->observations({s.buff.data(), static_cast<std::size_t>(framelen)});
@@ -390,7 +390,7 @@ void takeMessage(StreamIntake& in, std::size_t station, int framelen, Contradict
         return;
     }
     if (complete)
-        in.decoder.time = streamNow(in);
+        in.decoder.time = streamNow(in, utc2gpst(utcNow()));
     const std::optional<GTime> unfinished =
         in.decoder.dated ? std::optional(in.decoder.epoch) : std::nullopt;
     const int status = decode_rtcm3(in.decoder);

@@ -65,10 +65,6 @@ bool endsBeforeMark(const RtcmState& s) {
     return s.len < static_cast<int>(kHeaderBytes) + kBytesToEndMark;
 }
 
-bool sameTime(GTime a, GTime b) {
-    return a == b || std::fabs(timediff(a, b)) <= 1e-9;
-}
-
 /// Whether replies carry the system. The times of others are not relied on: a receiver in use sends
 /// the time of day for SBAS.
 bool carried(System system) {

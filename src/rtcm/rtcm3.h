@@ -4,6 +4,7 @@
 #include "rtcm/rtcm.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -78,6 +79,12 @@ double nearestDay(double tod, double reference);
 /// The epoch time of an observation message, nearest to a reference. Nothing where no clock can
 /// show it.
 std::optional<GTime> epochTime(GTime near, System system, std::uint32_t field);
+
+/// Whether two times are the same one: parts of a second differ by rounding, where one comes from a
+/// time of week and the other from a time of day.
+inline bool sameTime(GTime a, GTime b) {
+    return a == b || std::fabs(timediff(a, b)) <= 1e-9;
+}
 
 /// Whether a message is of what a station says of itself; its id stands behind its number.
 constexpr bool tellsOfStation(int type) {
