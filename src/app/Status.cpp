@@ -138,9 +138,8 @@ void ServiceStatus::countAnswer(std::span<const std::uint8_t> reply) {
 void ServiceStatus::epoch(Fate fate, std::span<const std::uint8_t> reply) {
     if (fate == Fate::answered) {
         const std::chrono::duration<double> delay = monotonicNow() - lastByteAt_;
-        const auto bound =
-            std::ranges::lower_bound(kDelayBounds, delay.count(), {}, &DelayBound::s);
-        ++delays_[static_cast<std::size_t>(bound - kDelayBounds.begin())];
+        const auto bound = std::ranges::lower_bound(kDelayBoundsS, delay.count());
+        ++delays_[static_cast<std::size_t>(bound - kDelayBoundsS.begin())];
         delaySumS_ += delay.count();
         countAnswer(reply);
         ++answers_;

@@ -79,23 +79,8 @@ private:
     static constexpr std::size_t kFates = 6;
     /// Why a satellite is not in an answer, as lines say it.
     enum class Reason : std::uint8_t { none, noEphemeris, oldEphemeris, noOrbit };
-    struct DelayBound {
-        double s;
-        std::string_view name;
-    };
-    static constexpr std::array<DelayBound, 13> kDelayBounds{{{1e-4, "0.0001"},
-                                                              {2e-4, "0.0002"},
-                                                              {5e-4, "0.0005"},
-                                                              {1e-3, "0.001"},
-                                                              {2e-3, "0.002"},
-                                                              {5e-3, "0.005"},
-                                                              {1e-2, "0.01"},
-                                                              {2e-2, "0.02"},
-                                                              {5e-2, "0.05"},
-                                                              {0.1, "0.1"},
-                                                              {0.2, "0.2"},
-                                                              {0.5, "0.5"},
-                                                              {1.0, "1"}}};
+    static constexpr std::array<double, 13> kDelayBoundsS{1e-4, 2e-4, 5e-4, 1e-3, 2e-3, 5e-3, 1e-2,
+                                                          2e-2, 5e-2, 0.1,  0.2,  0.5,  1.0};
 
     /// Messages of a number.
     struct Messages {
@@ -152,7 +137,7 @@ private:
     std::array<Count, kFates> fates_{}; // of epochs
 
     Instant lastByteAt_{};
-    std::array<Count, kDelayBounds.size() + 1> delays_{}; // up to a bound; the last ones above all
+    std::array<Count, kDelayBoundsS.size() + 1> delays_{}; // up to a bound; the last ones above all
     double delaySumS_ = 0.0;
 
     Tally tally_;

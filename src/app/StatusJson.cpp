@@ -111,15 +111,22 @@ double unixSeconds(GTime t) {
     return static_cast<double>(t.time) + t.sec;
 }
 
-/// A whole number as a name.
+/// A number as a name: a whole one, or one that is short in decimals.
 class NumberText {
 public:
-    explicit NumberText(int n)
-        : size_(static_cast<std::size_t>(
-              std::to_chars(text_.data(), text_.data() + text_.size(), n).ptr - text_.data())) {}
+    explicit NumberText(int n) { take(std::to_chars(begin(), end(), n)); }
+    explicit NumberText(double x) {
+        take(std::to_chars(begin(), end(), x, std::chars_format::fixed));
+    }
     operator std::string_view() const { return {text_.data(), size_}; }
 
 private:
+    char* begin() { return text_.data(); }
+    char* end() { return text_.data() + text_.size(); }
+    void take(std::to_chars_result written) {
+        size_ = static_cast<std::size_t>(written.ptr - text_.data());
+    }
+
     std::array<char, 12> text_;
     std::size_t size_;
 };
@@ -186,8 +193,8 @@ void ServiceStatus::tellTraffic(Json& out) const {
     out.add("answers_total", std::accumulate(delays_.begin(), delays_.end(), Count{0}));
     out.open("at_most_total");
     Count within = 0;
-    for (std::size_t i = 0; i < kDelayBounds.size(); ++i)
-        out.add(kDelayBounds[i].name, within += delays_[i]);
+    for (std::size_t i = 0; i < kDelayBoundsS.size(); ++i)
+        out.add(NumberText(kDelayBoundsS[i]), within += delays_[i]);
     out.close();
     out.close();
     out.close();
