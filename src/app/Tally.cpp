@@ -20,13 +20,13 @@ std::uint64_t bitsIn(std::uint64_t mask) {
 } // namespace
 
 Tally::Tally(const Session& session) {
+    if (session.answering.complete)
+        return; // no signal is left out for what it is
     for (std::size_t system = 0; system < kMsmSystems.size(); ++system)
         for (std::size_t id = 1; id <= kMsmSignals; ++id) {
             const std::uint8_t code = kMsmSystems[system].codes[id];
             const std::size_t row = systemIndex(kMsmLetters[system]);
             Signal& signal = signals_[system][id];
-            if (session.answering.complete)
-                continue;
             signal.slot = session.slotOf[row][code];
             if (code2obs(code).empty())
                 signal.always = Dropped::unknown;

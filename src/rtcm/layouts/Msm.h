@@ -143,7 +143,7 @@ inline constexpr auto layoutMsmHead = [](auto& b, auto& h) {
 // clang-format on
 static_assert(bitsOf(layoutMsmHead, MsmHead{}) == 169);
 /// Bits of a head before the two masks, for who wants nothing else of it.
-inline constexpr std::size_t kMsmBitsBeforeMasks = 169 - 64 - 32;
+inline constexpr std::size_t kMsmBitsBeforeMasks = bitsOf(layoutMsmHead, MsmHead{}) - 64 - 32;
 
 struct MsmSatellite {
     int rangeMs;       // whole ms of the rough range; 255 = none
