@@ -1,5 +1,6 @@
 #include "ctl/check/Trial.h"
 
+#include "app/Tally.h"
 #include "base/ComText.h"
 #include "base/bits.h"
 #include "gnss/Clock.h"
@@ -23,7 +24,6 @@ constexpr std::size_t kMostSaid = 20; // different lines of the service
 constexpr std::size_t kMostPlaces = 4;
 constexpr std::size_t kBeginning = 60; // bytes
 constexpr double kSameTimeS = 0.0005;
-constexpr std::string_view kMsmLetters = "GRESJCI"; // by the tens of the message number
 
 bool isEmpty(const dump::Value& value) {
     return std::holds_alternative<std::monostate>(value);

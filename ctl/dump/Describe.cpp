@@ -1,7 +1,9 @@
 #include "ctl/dump/Describe.h"
 
 #include "base/Findings.h"
+#include "ctl/Times.h"
 #include "gnss/ComCoord.h"
+#include "gnss/ComTime.h"
 #include "rtcm/Messages.h"
 
 #include <algorithm>
@@ -71,12 +73,10 @@ std::string moscowText(std::uint32_t ms, std::uint32_t day) {
 }
 
 std::string utcText(int mjd, int secondsOfDay) {
-    constexpr int unixMjd = 40587;
+    constexpr int unixMjd = 40587; // calendars of ours begin there
     if (mjd < unixMjd)
         return text("UTC MJD %d, %d s", mjd, secondsOfDay);
-    const CalendarTime c = time2epoch({std::int64_t{86400} * (mjd - unixMjd) + secondsOfDay, 0.0});
-    return text("UTC %04.0f-%02.0f-%02.0f %02.0f:%02.0f:%02.0f", c[0], c[1], c[2], c[3], c[4],
-                c[5]);
+    return "UTC " + dateTimeText(gtimeOf({mjd, 1.0 * secondsOfDay}));
 }
 
 /// Reads the frame into the record and the description's fields; false, with no fields, where the

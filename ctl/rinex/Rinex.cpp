@@ -5,6 +5,7 @@
 #include "config/Deploy.h"
 #include "ctl/Counted.h"
 #include "ctl/Metres.h"
+#include "ctl/Times.h"
 #include "ctl/check/Unit.h"
 #include "ctl/rinex/Header.h"
 #include "ctl/rinex/Joined.h"
@@ -343,12 +344,7 @@ void tellNotes(const Joined& joined, const Header& h, Teller& tell) {
 
 void tellSummary(const Joined& joined, const Header& h, const std::string& name,
                  std::ostream& out) {
-    const auto timeText = [](std::int64_t ticks) {
-        const CalendarTime t = time2epoch(gpsTime(ticks));
-        return text("%04d-%02d-%02d %02d:%02d:%02d", static_cast<int>(t[0]), static_cast<int>(t[1]),
-                    static_cast<int>(t[2]), static_cast<int>(t[3]), static_cast<int>(t[4]),
-                    static_cast<int>(t[5]));
-    };
+    const auto timeText = [](std::int64_t ticks) { return dateTimeText(gpsTime(ticks)); };
     out << name << ": " << counted(joined.epochs().size(), "epoch") << ", "
         << timeText(h.firstTicks) << " to " << timeText(h.lastTicks) << " GPS time";
     if (h.intervalTicks > 0)
