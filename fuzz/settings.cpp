@@ -34,6 +34,7 @@ void readAddress(std::string_view text, Use use) {
     const std::string again = gateway::shown(address);
     require(printable(again), "an address without control characters");
     require(address.mount.find_first_of(" /\r\n") == std::string::npos, "a mountpoint of one word");
+    require(address.speed > 0.0, "a speed to divide by");
     const bool needsPassword =
         address.scheme == gateway::Scheme::ntripSource && address.version == 1;
     address.password = {};

@@ -24,6 +24,8 @@ namespace urls = boost::urls;
 
 constexpr std::size_t kLongest = 2000;    // of an address
 constexpr std::size_t kLongestName = 253; // of a host, RFC 1035
+constexpr double kSlowest = 0.01;         // speeds of a recording, by which its times are divided
+constexpr double kFastest = 1000.0;
 
 enum Key : unsigned { version = 1, gga = 2, proxy = 4, baud = 8, speed = 16, loop = 32 };
 constexpr std::string_view kKeys[] = {"version", "gga", "proxy", "baud", "speed", "loop"};
@@ -202,8 +204,10 @@ void take(Address& out, unsigned allowed, std::string_view key, std::string_view
             wrong("baud is no rate of serial ports", "write such as ?baud=115200");
         return;
     case speed:
-        if (!parseNumber(value, out.speed) || !(out.speed >= 0.0 && out.speed <= 1000.0))
-            wrong("speed is no number from 0 to 1000", "0 is as fast as it can be read");
+        if (!parseNumber(value, out.speed) ||
+            !(out.speed >= kSlowest && out.speed <= kFastest)) // false for nan
+            wrong("speed is no number from " + numberText(kSlowest) + " to " +
+                  numberText(kFastest));
         return;
     default: // loop
         if (!value.empty())

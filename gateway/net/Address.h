@@ -47,7 +47,7 @@ struct Address {
     std::optional<HostPort> proxy;            // of ntrip, ntrips, ntripSource
     std::string path;                         // of serial, file
     unsigned baud = 115200;
-    double speed = 1.0; // of a recording; 0 = as fast as it is read
+    double speed = 1.0; // of a recording, never 0
     bool loop = false;  // a recording begins again at its end
     friend bool operator==(const Address&, const Address&) = default;
 };
