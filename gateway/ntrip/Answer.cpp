@@ -51,8 +51,8 @@ std::string authorization(const Address& address) {
 /// The request line and the fields that both requests of version 2 have.
 std::string version2Head(const Address& address, std::string_view method) {
     const std::string host = shown(address.peer);
-    // A proxy takes TLS as it is, through a tunnel.
-    const bool whole = address.proxy && address.scheme != Scheme::ntrips;
+    // What is pushed, and TLS, goes through a tunnel of the proxy.
+    const bool whole = address.proxy && address.scheme == Scheme::ntrip;
     return std::string(method) + (whole ? " http://" + host : " ") + targetOf(address.mount) +
            " HTTP/1.1\r\n" + fieldLine("Host", host) + fieldLine("Ntrip-Version", "Ntrip/2.0") +
            fieldLine("User-Agent", product()) + authorization(address);

@@ -416,6 +416,8 @@ TEST(RequestToACaster, IsWrittenToTheLetter) {
         streamRequest(a, "").starts_with("GET http://[::1]:2101/A%20b%0D%0A/%25 HTTP/1.1\r\n"));
     a.scheme = Scheme::ntrips;
     EXPECT_TRUE(streamRequest(a, "").starts_with("GET /A%20b"));
+    a.scheme = Scheme::ntripSource;
+    EXPECT_TRUE(pushRequest(a, "").starts_with("POST /A%20b"));
     EXPECT_EQ(tunnelRequest(a.peer), "CONNECT [::1]:2101 HTTP/1.1\r\nHost: [::1]:2101\r\n\r\n");
     a.proxy.reset();
     a.version = 1;
