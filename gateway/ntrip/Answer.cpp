@@ -8,7 +8,6 @@
 #include <boost/beast/http/status.hpp>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <optional>
 
@@ -165,10 +164,6 @@ std::string pushRequest(const Address& address, const std::string& str) {
            "Transfer-Encoding: chunked\r\nConnection: close\r\n\r\n";
 }
 
-std::string tunnelRequest(const HostPort& peer) {
-    return "CONNECT " + shown(peer) + " HTTP/1.1\r\n" + fieldLine("Host", shown(peer)) + "\r\n";
-}
-
 class AnswerReader::Reader {
 public:
     Reader(const Address& address, Asked asked)
@@ -207,7 +202,7 @@ public:
 
     State state = State::head;
     int status = 0;
-    std::string what, location;
+    std::string what;
 
 private:
     void end(State which, const std::string& text) {
@@ -299,7 +294,6 @@ private:
     /// Of an answer in HTTP, and of one in version 1 with fields.
     void judge() {
         status = http_->status;
-        location = http_->location;
         const bool granted = asked_ == Asked::push ? status / 100 == 2 : status == 200;
         if (!granted) {
             std::string text = http_->reason;
@@ -307,8 +301,9 @@ private:
                 text = std::string(boost::beast::http::obsolete_reason(
                     static_cast<boost::beast::http::status>(status)));
             text = std::to_string(status) + " " + text;
-            return end(State::refused,
-                       shownOf(location.empty() ? text : text + ", moved to " + location));
+            if (!http_->location.empty())
+                text += ", moved to " + http_->location;
+            return end(State::refused, shownOf(text));
         }
         const std::string_view type = std::string_view(http_->contentType).substr(0, 16);
         if (asked_ == Asked::stream && iequals(type, "gnss/sourcetable"))
@@ -372,8 +367,6 @@ private:
 AnswerReader::AnswerReader(const Address& address, Asked asked)
     : reader_(std::make_unique<Reader>(address, asked)) {}
 AnswerReader::~AnswerReader() = default;
-AnswerReader::AnswerReader(AnswerReader&&) noexcept = default;
-AnswerReader& AnswerReader::operator=(AnswerReader&&) noexcept = default;
 
 State AnswerReader::take(std::span<const std::uint8_t> bytes, std::vector<std::uint8_t>& data) {
     return reader_->take(bytes, data);
@@ -393,10 +386,6 @@ int AnswerReader::status() const {
 
 std::string AnswerReader::what() const {
     return reader_->what;
-}
-
-std::string AnswerReader::location() const {
-    return reader_->location;
 }
 
 } // namespace gateway::ntrip

@@ -19,9 +19,6 @@ std::string streamRequest(const Address& address, const std::string& gga);
 /// The request to push a stream to an ntripSource address, version 1 or 2; of version 2 the body
 /// comes in chunks. `str`: an STR line, as streamLine writes it, or empty.
 std::string pushRequest(const Address& address, const std::string& str);
-/// The request to a proxy for a way to the peer, through which TLS goes; its answer is read as that
-/// to a push: granted is State::stream.
-std::string tunnelRequest(const HostPort& peer);
 
 /// Reads an answer as it comes, in pieces of any size: version 1 or 2, whatever was asked for.
 class AnswerReader {
@@ -30,8 +27,6 @@ public:
     /// The password of the address, should the peer write it back, does not appear in what().
     AnswerReader(const Address& address, Asked asked);
     ~AnswerReader();
-    AnswerReader(AnswerReader&&) noexcept;
-    AnswerReader& operator=(AnswerReader&&) noexcept;
 
     enum class State {
         head,      // not whole yet
@@ -48,11 +43,10 @@ public:
     State close();
     State state() const;
     int status() const; // 200, 401...; 0 = not known
-    /// What went wrong, for the operator: "401 Unauthorized", "ERROR - Bad Password", "no such
-    /// mountpoint (source table received)", "endless header"... Printable ASCII, not long.
+    /// What went wrong, for the operator: "401 Unauthorized", "302 Found, moved to ...", "ERROR -
+    /// Bad Password", "no such mountpoint (source table received)", "endless header"... Printable
+    /// ASCII, not long.
     std::string what() const;
-    /// Where a redirect points to; empty: none.
-    std::string location() const;
 
 private:
     class Reader;

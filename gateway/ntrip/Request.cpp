@@ -21,7 +21,7 @@ namespace http = boost::beast::http;
 using RequestHead = http::request<http::empty_body>;
 using boost::beast::iequals;
 
-constexpr std::size_t kLongestName = 128;
+constexpr std::size_t kLongestAgent = 128;
 
 /// Fields that must not come twice: which of the two counts would be a matter of luck.
 constexpr std::string_view kOnce[] = {
@@ -178,20 +178,13 @@ std::optional<Refusal> takeHead(std::string_view text, Request& request) {
                     [&read](std::string_view name) { return read.count(name) > 1; }))
         return Refusal::malformed;
 
-    const auto cleaned = [&read](std::string_view name, std::size_t most = kLongestHead) {
-        return printable(view(read[name]), most);
-    };
     if (!source) {
         request.dialect = dialectOf(read);
         takeCredentials(view(read[http::field::authorization]), request);
     }
-    request.agent = cleaned("User-Agent", kLongestName);
-    if (request.agent.empty())
-        request.agent = cleaned("Source-Agent", kLongestName);
-    request.gga = cleaned("Ntrip-GGA");
-    request.table = cleaned(source ? "STR" : "Ntrip-STR");
-    if (request.table.starts_with("STR;"))
-        request.table.erase(0, 4);
+    for (const std::string_view name : {"User-Agent", "Source-Agent"})
+        if (request.agent.empty())
+            request.agent = printable(view(read[name]), kLongestAgent);
     const std::optional<Refusal> refused = takeLine(read, request);
     return refused ? refused : takeCoding(parser, request);
 }
@@ -208,7 +201,6 @@ constexpr RefusalTexts kRefusals[] = {
     {Refusal::notFound, "404 Not Found", "Bad Mountpoint"},
     {Refusal::taken, "409 Conflict", "Mount Point Taken or Invalid"},
     {Refusal::tooMany, "429 Too Many Requests", "Too Many Requests"},
-    {Refusal::unavailable, "503 Service Unavailable", "Service Unavailable"},
 };
 
 std::string quoted(std::string_view text) {
@@ -352,8 +344,6 @@ private:
 
 PushReader::PushReader(const Request& push) : reader_(std::make_unique<Reader>(push)) {}
 PushReader::~PushReader() = default;
-PushReader::PushReader(PushReader&&) noexcept = default;
-PushReader& PushReader::operator=(PushReader&&) noexcept = default;
 
 BodyState PushReader::take(std::span<const std::uint8_t> bytes, std::vector<std::uint8_t>& data) {
     return reader_->take(bytes, data);

@@ -39,8 +39,6 @@ struct Request {
     std::string user;                    // empty: SOURCE has none
     Secret password;
     std::string agent; // User-Agent or Source-Agent, at most 128 characters
-    std::string gga;   // Ntrip-GGA
-    std::string table; // STR or Ntrip-STR of a push, without "STR;"
 };
 
 /// Bytes of the head with its end; nothing while it is not whole. Lines end with CR LF or LF, and
@@ -48,7 +46,7 @@ struct Request {
 std::optional<std::size_t> headLength(std::string_view received);
 
 /// Why a request is refused; the answer is refusalText.
-enum class Refusal { malformed, method, unauthorized, notFound, taken, tooMany, unavailable };
+enum class Refusal { malformed, method, unauthorized, notFound, taken, tooMany };
 
 struct Parsed {
     Request request;                // as far as it was understood, so that it can be answered
@@ -69,7 +67,6 @@ std::string refusalText(const Request& request, Refusal refusal, const std::stri
 bool sendsChunks(const Request& request);
 /// The data as one chunk; nothing for none, since an empty chunk is the last one.
 std::string chunk(std::string_view data);
-inline constexpr std::string_view kLastChunk = "0\r\n\r\n";
 
 enum class BodyState { flows, ended, malformed };
 
@@ -78,8 +75,6 @@ class PushReader {
 public:
     explicit PushReader(const Request& push);
     ~PushReader();
-    PushReader(PushReader&&) noexcept;
-    PushReader& operator=(PushReader&&) noexcept;
 
     using State = BodyState;
     /// The data is appended to `data`, without chunks.

@@ -101,22 +101,4 @@ std::string sourceTable(const CasterEntry& caster, const std::vector<StreamEntry
     return out + "ENDSOURCETABLE\r\n";
 }
 
-std::vector<std::string> fieldsOf(std::string_view line) {
-    line = line.substr(0, line.find_first_of("\r\n"));
-    std::vector<std::string> fields(1);
-    for (std::size_t at = 0; at < line.size(); ++at) {
-        // A quote that nothing closes is one: 19" rack.
-        const std::size_t end = line[at] == '"' ? line.find('"', at + 1) : line.npos;
-        if (end != line.npos) {
-            fields.back().append(line.substr(at + 1, end - at - 1));
-            at = end;
-        } else if (line[at] == ';') {
-            fields.emplace_back();
-        } else {
-            fields.back() += line[at];
-        }
-    }
-    return fields;
-}
-
 } // namespace gateway::ntrip

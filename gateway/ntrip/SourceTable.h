@@ -1,8 +1,6 @@
 #pragma once
 
-#include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -35,8 +33,5 @@ struct CasterEntry {
 std::string streamLine(const StreamEntry& entry);
 /// The whole table, with CAS and ENDSOURCETABLE.
 std::string sourceTable(const CasterEntry& caster, const std::vector<StreamEntry>& streams);
-
-/// The fields of a line; `";"` inside a field is resolved, quotes around a field are taken off.
-std::vector<std::string> fieldsOf(std::string_view line);
 
 } // namespace gateway::ntrip
