@@ -53,11 +53,6 @@ void SettingsRemarks::error(FilePlace at, std::size_t section, const std::string
          std::move(advice), at.column});
 }
 
-bool SettingsRemarks::anyError() const {
-    return std::any_of(list_.begin(), list_.end(),
-                       [](const ctl::check::Remark& r) { return r.severity == Severity::fatal; });
-}
-
 std::vector<ctl::check::Remark> SettingsRemarks::sorted() && {
     const auto rank = [&](const ctl::check::Remark& r) {
         return std::tuple(r.file != file_, std::string_view(r.file == file_ ? "" : r.file), r.line,

@@ -52,7 +52,6 @@ public:
     void add(ctl::check::Remark remark);
 
     const std::string& file() const { return file_; }
-    bool anyError() const;
     /// By line and column.
     std::vector<ctl::check::Remark> sorted() &&;
 

@@ -132,8 +132,7 @@ HashFault faultOfHash(std::string_view hash) {
     return {};
 }
 
-std::vector<std::string> Users::read(const std::filesystem::path& path,
-                                     std::vector<ctl::check::Remark>& remarks) {
+void Users::read(const std::filesystem::path& path, std::vector<ctl::check::Remark>& remarks) {
     const std::string file = path.string();
     std::error_code error;
     const bool regular =
@@ -148,7 +147,7 @@ std::vector<std::string> Users::read(const std::filesystem::path& path,
                            "cannot be read",
                            error ? ctl::check::reasonWith(file, error.message())
                                  : std::string(regular ? std::strerror(errno) : "is no file")});
-        return {};
+        return;
     }
     std::map<std::string, std::string, std::less<>> found;
     for (std::string_view line; lines.next(line);) {
@@ -177,18 +176,7 @@ std::vector<std::string> Users::read(const std::filesystem::path& path,
         else if (!found.emplace(name, hash).second)
             warn(name + " stands a second time", "the first line is used: remove this one");
     }
-    std::vector<std::string> changed;
-    for (const auto& [name, hash] : hashes_)
-        if (const auto now = found.find(name); now == found.end() || now->second != hash)
-            changed.push_back(name);
     hashes_ = std::move(found);
-    return changed;
-}
-
-bool Users::proven(std::string_view name, const Secret& password) {
-    const auto user = hashes_.find(name);
-    return user != hashes_.end() &&
-           proven_.holds(proven_.digest({name, user->second, password.reveal()}));
 }
 
 bool Users::matches(std::string_view name, const Secret& password) {

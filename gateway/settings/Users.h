@@ -50,17 +50,13 @@ private:
 class Users {
 public:
     /// Reads the file in place of what was read before, and tells of lines that make no user. A
-    /// file that cannot be read is an error, and changes nothing. Returns the names of users who
-    /// are gone or have another hash.
-    std::vector<std::string> read(const std::filesystem::path& path,
-                                  std::vector<ctl::check::Remark>& remarks);
+    /// file that cannot be read is an error, and changes nothing.
+    void read(const std::filesystem::path& path, std::vector<ctl::check::Remark>& remarks);
 
     bool empty() const { return hashes_.empty(); }
     bool contains(std::string_view name) const { return hashes_.find(name) != hashes_.end(); }
     /// Whether it is the password of the user. Takes the time of a hash where it is not.
     bool matches(std::string_view name, const Secret& password);
-    /// Whether `matches` would say so without computing a hash.
-    bool proven(std::string_view name, const Secret& password);
 
 private:
     std::map<std::string, std::string, std::less<>> hashes_; // by name
