@@ -27,8 +27,13 @@ int noPassphrase(char* /*out*/, int /*size*/, int /*writing*/, void* /*user*/) {
     return 0;
 }
 
-OpenFile opened(const std::filesystem::path& path) {
-    return OpenFile(std::fopen(path.c_str(), "re"));
+/// The first object of a PEM file; null where there is none.
+template <class Held>
+Held firstOf(const std::filesystem::path& path,
+             typename Held::pointer (*read)(std::FILE*, typename Held::pointer*, pem_password_cb*,
+                                            void*)) {
+    const OpenFile file(std::fopen(path.c_str(), "re"));
+    return Held(file ? read(file.get(), nullptr, noPassphrase, nullptr) : nullptr);
 }
 
 std::string dayOf(const ASN1_TIME* time) {
@@ -45,15 +50,11 @@ std::vector<CertificateRemark> examineCertificate(const std::filesystem::path& c
                                                   std::int64_t unixS) {
     using Of = CertificateRemark::Of;
     std::vector<CertificateRemark> out;
-    X509Held held;
-    if (const OpenFile file = opened(certificate))
-        held.reset(PEM_read_X509(file.get(), nullptr, noPassphrase, nullptr));
+    const auto held = firstOf<X509Held>(certificate, PEM_read_X509);
     if (!held)
         out.push_back({Of::certificate, true, "holds no certificate",
                        "write a PEM file, the gateway's own certificate first"});
-    KeyHeld own;
-    if (const OpenFile file = opened(key))
-        own.reset(PEM_read_PrivateKey(file.get(), nullptr, noPassphrase, nullptr));
+    const auto own = firstOf<KeyHeld>(key, PEM_read_PrivateKey);
     if (!own)
         out.push_back({Of::key, true, "holds no key that can be used",
                        "write a PEM file without a passphrase"});
