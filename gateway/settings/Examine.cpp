@@ -147,10 +147,6 @@ private:
     std::vector<HostPort> listeners_;
 };
 
-std::string octal(mode_t mode) {
-    return text("(mode %04o)", static_cast<unsigned>(mode) & 07777U);
-}
-
 /// Why a file cannot be read by this user; nothing where it can.
 std::optional<std::string> unreadable(const fs::path& path) {
     struct stat status {};
@@ -161,14 +157,6 @@ std::optional<std::string> unreadable(const fs::path& path) {
     if (access(path.c_str(), R_OK) != 0)
         return std::strerror(errno);
     return std::nullopt;
-}
-
-bool othersRead(const fs::path& path, mode_t& mode) {
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0)
-        return false;
-    mode = status.st_mode;
-    return (mode & S_IROTH) != 0;
 }
 
 /// The folder that a path is in; "." where it names none.
@@ -223,30 +211,35 @@ public:
             hidden(remarks_.file(), kFileSection, "", "holds passwords");
         examineGateway();
         const CasterSettings& c = s_.caster;
-        for (const auto& [key, path] : {std::pair("certificate", &c.certificate),
-                                        std::pair("key", &c.key), std::pair("users", &c.users)})
-            if (!path->empty())
-                readable(*path, kCasterSection, key);
+        const bool certificate = readable(c.certificate, kCasterSection, "certificate");
+        const bool key = readable(c.key, kCasterSection, "key");
+        const bool users = readable(c.users, kCasterSection, "users");
         hidden(c.key, kCasterSection, "key", "is secret");
         hidden(c.users, kCasterSection, "users", "holds hashes of passwords");
-        if (!unreadable(c.certificate) && !unreadable(c.key))
+        if (certificate && key)
             examineTls();
-        if (!c.users.empty() && !unreadable(c.users))
+        if (users)
             examineUsers();
         for (std::size_t i = 0; i < s_.stations.size(); ++i)
             examineStation(s_.stations[i], kFirstStation + i);
     }
 
 private:
-    void readable(const fs::path& path, std::size_t section, const char* key) {
-        if (const auto why = unreadable(path))
+    /// Whether there is one, and it can be read.
+    bool readable(const fs::path& path, std::size_t section, const char* key) {
+        if (path.empty())
+            return false;
+        const auto why = unreadable(path);
+        if (why)
             remarks_.error(section, key, path.string() + " cannot be read", *why);
+        return !why;
     }
     void hidden(const fs::path& path, std::size_t section, const char* key, const char* why) {
-        mode_t mode = 0;
-        if (!path.empty() && othersRead(path, mode))
+        struct stat status {};
+        if (stat(path.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0)
             remarks_.warn(section, key,
-                          path.string() + " " + why + ", and everybody can read it " + octal(mode),
+                          text("%s %s, and everybody can read it (mode %04o)", path.c_str(), why,
+                               static_cast<unsigned>(status.st_mode) & 07777U),
                           "chmod o-r " + path.string());
     }
 
@@ -270,12 +263,13 @@ private:
     void examineTls() {
         const CasterSettings& c = s_.caster;
         for (const CertificateRemark& r : examineCertificate(c.certificate, c.key, utcNow().time)) {
-            const bool key = r.of == CertificateRemark::Of::key;
-            const std::string wrong = (key ? c.key : c.certificate).string() + " " + r.wrong;
+            const bool ofKey = r.of == CertificateRemark::Of::key;
+            const char* const key = ofKey ? "key" : "certificate";
+            const std::string wrong = (ofKey ? c.key : c.certificate).string() + " " + r.wrong;
             if (r.fatal)
-                remarks_.error(kCasterSection, key ? "key" : "certificate", wrong, r.advice);
+                remarks_.error(kCasterSection, key, wrong, r.advice);
             else
-                remarks_.warn(kCasterSection, key ? "key" : "certificate", wrong, r.advice);
+                remarks_.warn(kCasterSection, key, wrong, r.advice);
         }
     }
 
