@@ -129,35 +129,38 @@ template <class T> void take(std::optional<T> from, T& into) {
         into = *from;
 }
 
-void tellAddress(const Section& section, std::string_view key, FilePlace at,
-                 const AddressError& fault) {
-    section.errorAt(at, key, fault.wrong, fault.advice);
+/// What `parse` makes of a text; nothing where it was told why that is no address.
+template <class Parse>
+auto addressOf(const Section& section, std::string_view key, const PlacedText& item, Parse parse)
+    -> std::optional<decltype(parse(item.text))> {
+    try {
+        return parse(item.text);
+    } catch (const AddressError& fault) {
+        section.errorAt(item.at, key, fault.wrong, fault.advice);
+        return std::nullopt;
+    }
+}
+
+auto parseFor(Use use) {
+    return [use](const std::string& text) { return parseAddress(text, use); };
 }
 
 std::vector<HostPort> listenersOf(const Section& section, std::string_view key) {
     std::vector<HostPort> out;
-    for (const PlacedText& item : section.texts(key)) {
-        try {
-            out.push_back(parseListener(item.text));
-        } catch (const AddressError& fault) {
-            tellAddress(section, key, item.at, fault);
-        }
-    }
+    for (const PlacedText& item : section.texts(key))
+        if (auto listener = addressOf(section, key, item, parseListener))
+            out.push_back(std::move(*listener));
     return out;
 }
 
 std::vector<Address> addressesOf(const Section& section, std::string_view key, Use use) {
     std::vector<Address> out;
     for (const PlacedText& item : section.texts(key)) {
-        try {
-            Address address = parseAddress(item.text, use);
-            if (std::find(out.begin(), out.end(), address) != out.end())
-                section.errorAt(item.at, key, "the same stands here already", "write it once");
-            else
-                out.push_back(std::move(address));
-        } catch (const AddressError& fault) {
-            tellAddress(section, key, item.at, fault);
-        }
+        auto address = addressOf(section, key, item, parseFor(use));
+        if (address && std::find(out.begin(), out.end(), *address) != out.end())
+            section.errorAt(item.at, key, "the same stands here already", "write it once");
+        else if (address)
+            out.push_back(std::move(*address));
     }
     return out;
 }
@@ -206,16 +209,10 @@ private:
         if (addressed && !external)
             section.error("address", "engines that the gateway starts have no address",
                           "write engine = \"external\", or leave it out");
-        const auto address = section.text("address");
-        if (!address)
-            return;
-        try {
-            out_.externalEngine = parseListener(*address);
-            if (out_.externalEngine->port == 0)
-                section.error("address", "the port is 0", "write the port of the first station");
-        } catch (const AddressError& fault) {
-            section.error("address", fault.wrong, fault.advice);
-        }
+        if (const auto address = section.placedText("address"))
+            out_.externalEngine = addressOf(section, "address", *address, parseListener);
+        if (out_.externalEngine && out_.externalEngine->port == 0)
+            section.error("address", "the port is 0", "write the port of the first station");
     }
 
     void readCaster(const Section& section) {
@@ -257,13 +254,12 @@ private:
     }
 
     void readStation(const toml::table& table, std::size_t number) {
-        const toml::node* const name = table.get("name");
-        if (name && isStationName(name->value_or(std::string_view())))
-            remarks_.name(number, name->value_or(std::string()));
         const Section section(table, number, remarks_);
-        section.tellUnknown(kStationKeys);
         StationSettings s;
         s.name = stationName(section, "name");
+        if (!s.name.empty())
+            remarks_.name(number, s.name);
+        section.tellUnknown(kStationKeys);
         s.mountpoint = section.has("mountpoint") ? stationName(section, "mountpoint") : s.name;
         for (const char* const key : {"name", "source"})
             if (!remarks_.present(number, key))
@@ -299,16 +295,11 @@ private:
     static void readStreams(const Section& section, StationSettings& s) {
         s.sources = addressesOf(section, "source", Use::source);
         s.push = addressesOf(section, "push", Use::output);
-        if (const auto ephemerides = section.text("ephemerides")) {
-            try {
-                s.ephemerides = parseAddress(*ephemerides, Use::source);
-                if (s.ephemerides->scheme == Scheme::caster)
-                    section.error("ephemerides", "a station takes one pushed stream, its source",
-                                  "write where the ephemerides are");
-            } catch (const AddressError& fault) {
-                section.error("ephemerides", fault.wrong, fault.advice);
-            }
-        }
+        if (const auto ephemerides = section.placedText("ephemerides"))
+            s.ephemerides = addressOf(section, "ephemerides", *ephemerides, parseFor(Use::source));
+        if (s.ephemerides && s.ephemerides->scheme == Scheme::caster)
+            section.error("ephemerides", "a station takes one pushed stream, its source",
+                          "write where the ephemerides are");
         if (auto password = section.text("password")) {
             if (password->find(' ') != std::string::npos)
                 section.error("password", "holds a blank, at which its request would end");

@@ -76,6 +76,12 @@ std::optional<std::string> Section::text(std::string_view key) const {
     return node ? goodText(*node, key) : std::nullopt;
 }
 
+std::optional<PlacedText> Section::placedText(std::string_view key) const {
+    auto value = text(key);
+    return value ? std::optional(PlacedText{std::move(*value), gateway::placeOf(*find(key))})
+                 : std::nullopt;
+}
+
 std::vector<PlacedText> Section::texts(std::string_view key) const {
     std::vector<PlacedText> out;
     const toml::node* const node = find(key);

@@ -5,7 +5,6 @@
 #include <toml++/toml.h>
 
 #include <array>
-#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -19,7 +18,7 @@ namespace gateway {
 
 FilePlace placeOf(const toml::node& node);
 
-/// A text of a list, with its place.
+/// A text with its place.
 struct PlacedText {
     std::string text;
     FilePlace at;
@@ -33,8 +32,9 @@ public:
     void tellUnknown(std::span<const std::string_view> known) const;
 
     bool has(std::string_view key) const { return table_.contains(key); }
-    /// Not empty, at most 500 bytes, no control characters.
+    /// Not empty, at most 2000 bytes, no control characters.
     std::optional<std::string> text(std::string_view key) const;
+    std::optional<PlacedText> placedText(std::string_view key) const;
     /// A text, or a list of some.
     std::vector<PlacedText> texts(std::string_view key) const;
     /// One of these words, as its index.
