@@ -1,6 +1,7 @@
 #include "gateway/net/Address.h"
 
 #include "base/ComText.h"
+#include "gateway/net/Characters.h"
 #include "gateway/net/Nearest.h"
 
 #include <boost/url/authority_view.hpp>
@@ -78,17 +79,8 @@ std::string write(std::string_view form) {
     return "write " + std::string(form);
 }
 
-bool control(char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte < 0x20 || byte == 0x7F;
-}
-
 bool digit(char c) {
     return c >= '0' && c <= '9';
-}
-
-bool letterOrDigit(char c) {
-    return digit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
 template <class Number> bool parseNumber(std::string_view text, Number& out) {
@@ -117,8 +109,9 @@ std::uint16_t parsePort(std::string_view text) {
 bool isName(std::string_view host) {
     return !host.empty() && host.size() <= kLongestName &&
            !std::all_of(host.begin(), host.end(), [](char c) { return digit(c) || c == '.'; }) &&
-           std::all_of(host.begin(), host.end(),
-                       [](char c) { return letterOrDigit(c) || c == '-' || c == '.' || c == '_'; });
+           std::all_of(host.begin(), host.end(), [](char c) {
+               return isLetterOrDigit(c) || c == '-' || c == '.' || c == '_';
+           });
 }
 
 /// The host of an authority; a port where one is written.
@@ -280,10 +273,10 @@ void takeCredentials(Address& out, const urls::url_view& url, const SchemeRow& r
     out.user = url.user();
     out.password = Secret(url.password());
     if (out.user.find(':') != std::string::npos ||
-        std::any_of(out.user.begin(), out.user.end(), control))
+        std::any_of(out.user.begin(), out.user.end(), isControl))
         wrong("the user holds a colon or a control character");
     const std::string& secret = out.password.reveal();
-    if (std::any_of(secret.begin(), secret.end(), control))
+    if (std::any_of(secret.begin(), secret.end(), isControl))
         wrong("the password holds a control character");
 }
 
@@ -383,7 +376,7 @@ Address parseAddress(std::string_view text, Use use) {
         wrong("is empty", "write such as tcp://HOST:PORT");
     if (text.size() > kLongest)
         wrong("is longer than " + std::to_string(kLongest) + " characters");
-    if (std::any_of(text.begin(), text.end(), control))
+    if (std::any_of(text.begin(), text.end(), isControl))
         wrong("holds a control character");
     const SchemeRow& row = parseScheme(text);
     if (use == Use::source ? !row.source : !row.output)

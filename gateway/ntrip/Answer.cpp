@@ -1,5 +1,7 @@
 #include "gateway/ntrip/Answer.h"
 
+#include "base/ComText.h"
+#include "gateway/net/Characters.h"
 #include "gateway/ntrip/Head.h"
 #include "gateway/ntrip/HttpAnswer.h"
 #include "gateway/ntrip/Request.h"
@@ -79,11 +81,9 @@ constexpr ErrorMeaning kErrorMeanings[] = {
     {"password", 401}, {"authori", 401}, {"taken", 409}, {"mountpoint", 404}, {"mount point", 404}};
 
 int statusOfError(std::string_view line) {
-    std::string lower(line);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    const std::string lower = toLower(std::string(line));
     for (const ErrorMeaning& meaning : kErrorMeanings)
-        if (lower.find(meaning.word) != lower.npos)
+        if (contains(lower, meaning.word))
             return meaning.status;
     return 0;
 }
@@ -96,10 +96,7 @@ Looks looksOf(std::string_view line, bool whole) {
         line.remove_suffix(1);
     const auto named = static_cast<std::size_t>(
         std::find_if_not(line.begin(), line.end(),
-                         [](char c) {
-                             return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
-                                    (c >= 'a' && c <= 'z') || c == '-' || c == '_';
-                         }) -
+                         [](char c) { return isLetterOrDigit(c) || c == '-' || c == '_'; }) -
         line.begin());
     if (named == line.size())
         return whole ? Looks::other : Looks::beginsAsField;

@@ -1,11 +1,12 @@
 #include "gateway/ntrip/Gga.h"
 
+#include "base/Findings.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 
 namespace gateway::ntrip {
 
@@ -83,11 +84,9 @@ std::optional<std::string_view> checkedBody(std::string_view line) {
 std::string angleText(double valueDeg, double most, int digits, std::string_view sides) {
     const double bounded = std::isfinite(valueDeg) ? std::clamp(valueDeg, -most, most) : 0.0;
     const auto units = static_cast<std::int64_t>(std::llround(std::abs(bounded) * 600'000.0));
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%0*d%02d.%04d,%c", digits,
-                  static_cast<int>(units / 600'000), static_cast<int>(units / 10'000 % 60),
-                  static_cast<int>(units % 10'000), bounded < 0.0 ? sides[1] : sides[0]);
-    return text.data();
+    return text("%0*d%02d.%04d,%c", digits, static_cast<int>(units / 600'000),
+                static_cast<int>(units / 10'000 % 60), static_cast<int>(units % 10'000),
+                bounded < 0.0 ? sides[1] : sides[0]);
 }
 
 } // namespace
@@ -122,17 +121,14 @@ std::string ggaText(const Gga& place, double utcS) {
     const std::int64_t time = ((std::llround(timeS * 100.0) % kDay) + kDay) % kDay;
     const double heightM =
         std::isfinite(place.heightM) ? std::clamp(place.heightM, -1000.0, 100'000.0) : 0.0;
-    std::array<char, 160> text{};
-    std::snprintf(text.data(), text.size(),
-                  "GPGGA,%02d%02d%02d.%02d,%s,%s,%d,%02d,1.0,%.3f,M,0.0,M,,",
-                  static_cast<int>(time / 360'000), static_cast<int>(time / 6'000 % 60),
-                  static_cast<int>(time / 100 % 60), static_cast<int>(time % 100),
-                  angleText(place.latitudeDeg, 90.0, 2, "NS").c_str(),
-                  angleText(place.longitudeDeg, 180.0, 3, "EW").c_str(),
-                  std::clamp(place.quality, 0, 9), std::clamp(place.satellites, 0, 99), heightM);
-    std::array<char, 8> sum{};
-    std::snprintf(sum.data(), sum.size(), "*%02X\r\n", sumOf(text.data()));
-    return std::string("$") + text.data() + sum.data();
+    const std::string body =
+        text("GPGGA,%02d%02d%02d.%02d,%s,%s,%d,%02d,1.0,%.3f,M,0.0,M,,",
+             static_cast<int>(time / 360'000), static_cast<int>(time / 6'000 % 60),
+             static_cast<int>(time / 100 % 60), static_cast<int>(time % 100),
+             angleText(place.latitudeDeg, 90.0, 2, "NS").c_str(),
+             angleText(place.longitudeDeg, 180.0, 3, "EW").c_str(), std::clamp(place.quality, 0, 9),
+             std::clamp(place.satellites, 0, 99), heightM);
+    return text("$%s*%02X\r\n", body.c_str(), sumOf(body));
 }
 
 std::optional<Gga> GgaReader::take(std::string_view bytes) {

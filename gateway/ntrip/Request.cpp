@@ -1,5 +1,6 @@
 #include "gateway/ntrip/Request.h"
 
+#include "base/Findings.h"
 #include "gateway/ntrip/Head.h"
 #include "gateway/ntrip/HttpAnswer.h"
 
@@ -8,10 +9,8 @@
 #include <boost/beast/http/parser.hpp>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <chrono>
-#include <cstdio>
 
 namespace gateway::ntrip {
 
@@ -254,14 +253,11 @@ std::string httpDate(std::int64_t unixS) {
     const sys_days day = floor<days>(time);
     const year_month_day date{day};
     const hh_mm_ss<seconds> clock{time - day};
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%s, %02u %s %04d %02d:%02d:%02d GMT",
-                  kDays[weekday{day}.c_encoding()], static_cast<unsigned>(date.day()),
-                  kMonths[static_cast<unsigned>(date.month()) - 1], static_cast<int>(date.year()),
-                  static_cast<int>(clock.hours().count()),
-                  static_cast<int>(clock.minutes().count()),
-                  static_cast<int>(clock.seconds().count()));
-    return text.data();
+    return text("%s, %02u %s %04d %02d:%02d:%02d GMT", kDays[weekday{day}.c_encoding()],
+                static_cast<unsigned>(date.day()), kMonths[static_cast<unsigned>(date.month()) - 1],
+                static_cast<int>(date.year()), static_cast<int>(clock.hours().count()),
+                static_cast<int>(clock.minutes().count()),
+                static_cast<int>(clock.seconds().count()));
 }
 
 std::string grantText(const Request& request, const std::string& date) {
@@ -311,9 +307,7 @@ bool sendsChunks(const Request& request) {
 std::string chunk(std::string_view data) {
     if (data.empty())
         return {};
-    std::array<char, 24> size{};
-    std::snprintf(size.data(), size.size(), "%zx\r\n", data.size());
-    std::string out(size.data());
+    std::string out = text("%zx\r\n", data.size());
     out.reserve(out.size() + data.size() + 2);
     return out.append(data).append("\r\n");
 }

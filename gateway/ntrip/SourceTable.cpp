@@ -1,9 +1,10 @@
 #include "gateway/ntrip/SourceTable.h"
 
+#include "base/Findings.h"
+#include "gateway/net/Characters.h"
+
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdio>
 
 namespace gateway::ntrip {
 
@@ -18,41 +19,38 @@ constexpr SystemName kSystemNames[] = {{'G', "GPS"}, {'R', "GLO"},  {'E', "GAL"}
 
 /// A field: a ';' is quoted; control characters, and quotes that would be taken for such, are not
 /// sent.
-std::string fieldText(std::string_view text) {
+std::string fieldText(std::string_view field) {
     std::string out;
-    for (const char c : text) {
+    for (const char c : field) {
         if (c == ';')
             out += "\";\"";
         else if (c == '"')
             out += '\'';
         else
-            out += static_cast<unsigned char>(c) < ' ' || c == '\x7f' ? ' ' : c;
+            out += isControl(c) ? ' ' : c;
     }
     return out;
 }
 
 std::string fixedText(double value, int decimals) {
-    std::array<char, 64> text{};
-    const double bounded = std::isfinite(value) ? std::clamp(value, -1e9, 1e9) : 0.0;
-    std::snprintf(text.data(), text.size(), "%.*f", decimals, bounded);
-    return text.data();
+    return text("%.*f", decimals, std::isfinite(value) ? std::clamp(value, -1e9, 1e9) : 0.0);
 }
 
 /// Degrees; without the sign of a rounded zero.
 std::string degreesText(double valueDeg) {
-    const std::string text = fixedText(valueDeg, 2);
-    return text == "-0.00" ? "0.00" : text;
+    const std::string rounded = fixedText(valueDeg, 2);
+    return rounded == "-0.00" ? "0.00" : rounded;
 }
 
 /// "(1)", "(0.2)", "(12.5)"; nothing for a message that came once.
 std::string intervalText(double intervalS) {
     if (!(intervalS >= 0.005))
         return "";
-    std::string text = fixedText(intervalS, intervalS < 0.95 ? 2 : 1);
-    text.erase(text.find_last_not_of('0') + 1);
-    if (text.ends_with('.'))
-        text.pop_back();
-    return "(" + text + ")";
+    std::string rounded = fixedText(intervalS, intervalS < 0.95 ? 2 : 1);
+    rounded.erase(rounded.find_last_not_of('0') + 1);
+    if (rounded.ends_with('.'))
+        rounded.pop_back();
+    return "(" + rounded + ")";
 }
 
 std::string messagesText(const std::vector<std::pair<int, double>>& messages) {

@@ -1,8 +1,10 @@
 #include "gateway/settings/Passwd.h"
 
+#include "gateway/net/Characters.h"
 #include "gateway/net/PrivateFile.h"
 #include "gateway/settings/Users.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <crypt.h>
 #include <fstream>
@@ -112,9 +114,8 @@ Secret readPassword(int input, const std::string& name, std::ostream& out) {
     if (password.size() > kLongestPassword)
         throw std::runtime_error("the password is longer than " + std::to_string(kLongestPassword) +
                                  " bytes; nothing was changed");
-    for (const char c : password)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
-            throw std::runtime_error("the password holds a control character; nothing was changed");
+    if (std::any_of(password.begin(), password.end(), isControl))
+        throw std::runtime_error("the password holds a control character; nothing was changed");
     return Secret(std::move(password));
 }
 

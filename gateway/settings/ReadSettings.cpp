@@ -4,6 +4,7 @@
 #include "config/Deploy.h"
 #include "ctl/check/Advice.h"
 #include "ctl/check/Place.h"
+#include "gateway/net/Characters.h"
 #include "gateway/net/Nearest.h"
 #include "gateway/settings/Examine.h"
 #include "gateway/settings/Section.h"
@@ -405,8 +406,7 @@ bool ReadSettings::usable() const {
 bool isStationName(std::string_view name) {
     constexpr std::string_view others = "-_.";
     const auto fits = [&](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-               others.find(c) != std::string_view::npos;
+        return isLetterOrDigit(c) || others.find(c) != std::string_view::npos;
     };
     return !name.empty() && name.size() <= kLongestStationName && name.front() != '.' &&
            name.front() != '-' && std::all_of(name.begin(), name.end(), fits);

@@ -1,5 +1,6 @@
 #include "gateway/settings/Section.h"
 
+#include "gateway/net/Characters.h"
 #include "gateway/net/Nearest.h"
 
 #include <algorithm>
@@ -56,13 +57,9 @@ std::optional<std::string> Section::goodText(const toml::node& node, std::string
         return std::nullopt;
     }
     const std::string& text = value->get();
-    const bool control = std::any_of(text.begin(), text.end(), [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte < 0x20 || byte == 0x7F;
-    });
     if (text.empty())
         errorAt(at, key, "is empty", "write a value, or leave the key out");
-    else if (control)
+    else if (std::any_of(text.begin(), text.end(), isControl))
         errorAt(at, key, "holds a control character");
     else if (text.size() > kLongestText)
         errorAt(at, key, ::text("is longer than %zu characters", kLongestText));

@@ -3,6 +3,7 @@
 #include "base/ComText.h"
 #include "base/LineReader.h"
 #include "ctl/check/Advice.h"
+#include "gateway/net/Characters.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -105,10 +106,8 @@ void ProvenPasswords::add(const Digest& digest) {
 
 bool isUserName(std::string_view name) {
     return !name.empty() && name.size() <= kLongestUserName && name.front() != '#' &&
-           std::none_of(name.begin(), name.end(), [](char c) {
-               const auto byte = static_cast<unsigned char>(c);
-               return byte <= 0x20 || byte == 0x7F || c == ':';
-           });
+           std::none_of(name.begin(), name.end(),
+                        [](char c) { return isControl(c) || c == ' ' || c == ':'; });
 }
 
 HashFault faultOfHash(std::string_view hash) {

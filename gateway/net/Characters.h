@@ -1,0 +1,16 @@
+#pragma once
+
+/// Characters: ASCII alone, whatever the locale and the sign of char.
+
+namespace gateway {
+
+inline bool isControl(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7F;
+}
+
+inline bool isLetterOrDigit(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+} // namespace gateway
