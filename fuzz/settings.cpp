@@ -35,8 +35,11 @@ void readAddress(std::string_view text, Use use) {
     require(printable(again), "an address without control characters");
     require(address.mount.find_first_of(" /\r\n") == std::string::npos, "a mountpoint of one word");
     require(address.speed > 0.0, "a speed to divide by");
+    require(printable(address.mount) && printable(address.password.reveal()), "one request line");
     const bool needsPassword =
         address.scheme == gateway::Scheme::ntripSource && address.version == 1;
+    require(!needsPassword || address.password.reveal().find(' ') == std::string::npos,
+            "a password of one word");
     address.password = {};
     require(needsPassword || gateway::parseAddress(again, use) == address, "the same address");
 }

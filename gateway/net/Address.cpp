@@ -93,12 +93,6 @@ std::string numberText(double value) {
     return {digits, std::to_chars(std::begin(digits), std::end(digits), value).ptr};
 }
 
-std::string decoded(urls::pct_string_view text) {
-    std::string out(text.decoded_size(), '\0');
-    text.decode({}, urls::string_token::assign_to(out));
-    return out;
-}
-
 std::uint16_t parsePort(std::string_view text) {
     std::uint16_t port = 0;
     if (!parseNumber(text, port) || port == 0)
@@ -317,9 +311,8 @@ Address parseUrl(const SchemeRow& row, std::string_view text, Use use) {
     if (out.peer.port == 0)
         wrong("the port is missing", write(row.form));
     takeMount(out, url, row);
-    for (const urls::param_pct_view param : url.encoded_params())
-        take(out, use == Use::source ? row.sourceKeys : row.outputKeys, decoded(param.key),
-             decoded(param.value));
+    for (const urls::param& param : url.params(urls::encoding_opts{})) // '+' is no blank
+        take(out, use == Use::source ? row.sourceKeys : row.outputKeys, param.key, param.value);
     const std::string& secret = out.password.reveal();
     if (row.scheme == Scheme::ntripSource && out.version == 1 &&
         (secret.empty() || secret.find(' ') != std::string::npos))

@@ -41,7 +41,7 @@ struct Address {
     HostPort peer;     // of tcp, tcpListen (an address), ntrip...
     std::string mount; // characters that stand in a request as they are, no '/'
     std::string user;  // without ':' and control characters
-    Secret password;   // without control characters
+    Secret password;   // without control characters; of a version 1 source without blanks
     int version = 2;   // of NTRIP that is asked for
     std::optional<std::array<double, 3>> gga; // latitude, longitude (degrees), height (m) to send
     std::optional<HostPort> proxy;            // of ntrip, ntrips, ntripSource

@@ -22,22 +22,6 @@ using State = AnswerReader::State;
 
 constexpr std::size_t kLongestReason = 100;
 
-/// A mountpoint as a part of a request line: blanks, control characters and what has a meaning
-/// there by percent signs.
-std::string targetOf(std::string_view mount) {
-    constexpr std::string_view kHex = "0123456789ABCDEF";
-    std::string out = "/";
-    for (const char c : mount) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte > ' ' && byte < 0x7f &&
-            std::string_view("%?#\"\\").find(c) == std::string_view::npos)
-            out += c;
-        else
-            out.append("%").append(1, kHex[byte >> 4U]).append(1, kHex[byte & 15U]);
-    }
-    return out;
-}
-
 std::string fieldLine(std::string_view name, std::string_view value) {
     return std::string(name) + ": " + printable(trimmed(value), kLongestHead) + "\r\n";
 }
@@ -54,7 +38,7 @@ std::string version2Head(const Address& address, std::string_view method) {
     const std::string host = shown(address.peer);
     // What is pushed, and TLS, goes through a tunnel of the proxy.
     const bool whole = address.proxy && address.scheme == Scheme::ntrip;
-    return std::string(method) + (whole ? " http://" + host : " ") + targetOf(address.mount) +
+    return std::string(method) + (whole ? " http://" + host + "/" : " /") + address.mount +
            " HTTP/1.1\r\n" + fieldLine("Host", host) + fieldLine("Ntrip-Version", "Ntrip/2.0") +
            fieldLine("User-Agent", product()) + authorization(address);
 }
@@ -141,18 +125,15 @@ std::string withoutText(std::string text, const std::string& secret) {
 
 std::string streamRequest(const Address& address, const std::string& gga) {
     if (address.version == 1)
-        return "GET " + targetOf(address.mount) + " HTTP/1.0\r\n" +
-               fieldLine("User-Agent", product()) + authorization(address) + "\r\n";
+        return "GET /" + address.mount + " HTTP/1.0\r\n" + fieldLine("User-Agent", product()) +
+               authorization(address) + "\r\n";
     return version2Head(address, "GET") + (gga.empty() ? "" : fieldLine("Ntrip-GGA", gga)) +
            "Connection: close\r\n\r\n";
 }
 
 std::string pushRequest(const Address& address, const std::string& str) {
     if (address.version == 1) {
-        // A blank or an end of line would end the password: version 1 cannot tell one that has any.
-        std::string password = address.password.reveal();
-        std::erase_if(password, [](char c) { return static_cast<unsigned char>(c) <= ' '; });
-        return "SOURCE " + password + " " + targetOf(address.mount) + "\r\n" +
+        return "SOURCE " + address.password.reveal() + " /" + address.mount + "\r\n" +
                fieldLine("Source-Agent", product()) + (str.empty() ? "" : fieldLine("STR", str)) +
                "\r\n";
     }
