@@ -3,9 +3,7 @@
 #include "gateway/net/Address.h"
 
 #include <array>
-#include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
