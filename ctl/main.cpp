@@ -1,4 +1,5 @@
 #include "ctl/Alive.h"
+#include "ctl/CommandLine.h"
 #include "ctl/check/Check.h"
 #include "ctl/dump/Dump.h"
 #include "ctl/init/Init.h"
@@ -19,8 +20,6 @@
 
 namespace {
 
-constexpr int kBadUsage = 2;
-
 int simulate(const ctl::simulate::Arguments& arguments) {
     try {
         return runSimulate(arguments);
@@ -28,7 +27,7 @@ int simulate(const ctl::simulate::Arguments& arguments) {
         throw CLI::ValidationError(e.option(), e.what());
     } catch (const std::runtime_error& e) {
         std::cerr << "kestrunectl simulate: " << e.what() << "\n";
-        return kBadUsage;
+        return ctl::kBadUsage;
     }
 }
 
@@ -249,21 +248,11 @@ int run(int argc, char** argv) {
     addStatus(app, status);
     addHealth(app, status);
     addAlive(app, status);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? 0 : kBadUsage;
-    }
-    return status;
+    return ctl::parsed(app, argc, argv, status);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return run(argc, argv);
-    } catch (const std::exception& e) {
-        static_cast<void>(std::fprintf(stderr, "kestrunectl: %s\n", e.what()));
-        return kBadUsage;
-    }
+    return ctl::guarded("kestrunectl", run, argc, argv);
 }
