@@ -31,6 +31,12 @@ public:
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
+    /// The stream of a mountpoint, whose answer must be that.
+    Client(int port, const std::string& request, const std::string& granted) : Client(port) {
+        EXPECT_TRUE(send(request));
+        EXPECT_EQ(head(), granted);
+    }
+
     bool connected() const { return connected_; }
     bool send(const Bytes& bytes) const {
         std::size_t sent = 0;
@@ -154,16 +160,25 @@ ref::Expectation plainAnswer() {
     return e;
 }
 
-/// Ephemerides and epochs of MSM7, one a second.
-Bytes streamOf(int epochs, const ref::GpsTime& start = kNow) {
+ref::Sky skyOfStation() {
     ref::Sky sky(kSite);
     sky.systems = "GREC";
+    return sky;
+}
+Bytes epochOf(ref::Sky& sky, const ref::GpsTime& time) {
+    Bytes out;
+    for (const Bytes& f : sky.epochFrames(time, 7))
+        append(out, f);
+    return out;
+}
+/// Ephemerides and epochs of MSM7, one a second.
+Bytes streamOf(int epochs, const ref::GpsTime& start = kNow) {
+    ref::Sky sky = skyOfStation();
     Bytes out;
     for (const Bytes& f : sky.ephemerisFrames(start))
         append(out, f);
     for (int i = 0; i < epochs; ++i)
-        for (const Bytes& f : sky.epochFrames(start + i * 1.0, 7))
-            append(out, f);
+        append(out, epochOf(sky, start + i * 1.0));
     return out;
 }
 
@@ -179,6 +194,8 @@ int wholeEpochs(const Bytes& received) {
 std::string askOf(const std::string& mount, const std::string& headers = "") {
     return "GET /" + mount + " HTTP/1.0\r\nUser-Agent: NTRIP test/1\r\n" + headers + "\r\n";
 }
+
+constexpr const char* kGranted = "ICY 200 OK\r\n\r\n";
 
 void expectRight(const Bytes& stream, const Bytes& received, int epochs) {
     const ref::Verdict v = ref::judge(stream, received, plainAnswer());
@@ -202,18 +219,14 @@ TEST(Gateway, BringsEveryEpochOfAStationToARover) {
     const Ports ports;
     RunningGateway gateway(ports, stationSource(ports) + kPosition);
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    Client rover(ports.caster);
-    ASSERT_TRUE(rover.send(askOf("CANB")));
-    EXPECT_EQ(rover.head(), "ICY 200 OK\r\n\r\n");
+    Client rover(ports.caster, askOf("CANB"), kGranted);
     const Bytes stream = streamOf(30);
     const Client station(ports.station);
     ASSERT_TRUE(station.send(stream));
     expectRight(stream, rover.receive(epochs(30)), 30);
 
     // A rover that comes now gets place, names and ephemerides at once, and then what comes.
-    Client late(ports.caster);
-    ASSERT_TRUE(late.send(askOf("CANB")));
-    late.head();
+    Client late(ports.caster, askOf("CANB"), kGranted);
     const Bytes more = streamOf(3, kNow + 30.0);
     ASSERT_TRUE(station.send(more));
     std::map<int, int> types;
@@ -236,9 +249,7 @@ TEST(Gateway, TakesItsPlaceFromTheStreamAndStopsWhenItMoves) {
     append(stream, streamOf(3));
     ASSERT_TRUE(station.send(stream));
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    Client rover(ports.caster);
-    ASSERT_TRUE(rover.send(askOf("CANB")));
-    rover.head();
+    Client rover(ports.caster, askOf("CANB"), kGranted);
     ASSERT_TRUE(station.send(streamOf(5, kNow + 3.0)));
     EXPECT_GE(wholeEpochs(rover.receive(epochs(5))), 5);
 
@@ -257,9 +268,7 @@ TEST(Gateway, StartsAnEngineAgainThatDies) {
     const Ports ports;
     RunningGateway gateway(ports, stationSource(ports) + kPosition);
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    Client rover(ports.caster);
-    ASSERT_TRUE(rover.send(askOf("CANB")));
-    rover.head();
+    Client rover(ports.caster, askOf("CANB"), kGranted);
     const Client station(ports.station);
     ASSERT_TRUE(station.send(streamOf(3)));
     EXPECT_EQ(wholeEpochs(rover.receive(epochs(3))), 3);
@@ -271,12 +280,8 @@ TEST(Gateway, StartsAnEngineAgainThatDies) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     ASSERT_TRUE(gateway.engineConnected());
     // It gets the ephemerides that came before: no satellite waits for new ones.
-    ref::Sky sky(kSite);
-    sky.systems = "GREC";
-    Bytes epoch;
-    for (const Bytes& f : sky.epochFrames(kNow + 10.0, 7))
-        append(epoch, f);
-    ASSERT_TRUE(station.send(epoch));
+    ref::Sky sky = skyOfStation();
+    ASSERT_TRUE(station.send(epochOf(sky, kNow + 10.0)));
     EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
 }
 
@@ -305,23 +310,16 @@ TEST(Gateway, CutsOffTheRoverThatStopsReadingAndNobodyElse) {
     const Ports ports;
     RunningGateway gateway(ports, stationSource(ports) + kPosition);
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    Client deaf(ports.caster), rover(ports.caster);
-    for (Client* const client : {&deaf, &rover}) {
-        ASSERT_TRUE(client->send(askOf("CANB")));
-        client->head();
-    }
+    Client deaf(ports.caster, askOf("CANB"), kGranted);
+    Client rover(ports.caster, askOf("CANB"), kGranted);
     const Client station(ports.station);
     ASSERT_TRUE(station.send(streamOf(1)));
     EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
-    ref::Sky sky(kSite);
-    sky.systems = "GREC";
+    ref::Sky sky = skyOfStation();
     int missing = 0;
     // More than the kernel takes for a rover: some 2 kB an epoch.
     for (int i = 1; i < 1000 && gateway.log().find("is cut off: ") == std::string::npos; ++i) {
-        Bytes epoch;
-        for (const Bytes& f : sky.epochFrames(kNow + i * 1.0, 7))
-            append(epoch, f);
-        ASSERT_TRUE(station.send(epoch));
+        ASSERT_TRUE(station.send(epochOf(sky, kNow + i * 1.0)));
         missing += wholeEpochs(rover.receive(epochs(1))) == 1 ? 0 : 1;
     }
     EXPECT_EQ(missing, 0);
@@ -333,9 +331,8 @@ TEST(Gateway, TakesAStreamThatAReceiverPushes) {
     RunningGateway gateway(ports, "source = \"caster:\"\npassword = \"letmein\"\n" +
                                       std::string(kPosition));
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    Client rover(ports.caster), wrong(ports.caster), receiver(ports.caster), second(ports.caster);
-    ASSERT_TRUE(rover.send(askOf("CANB")));
-    rover.head();
+    Client rover(ports.caster, askOf("CANB"), kGranted);
+    Client wrong(ports.caster), receiver(ports.caster), second(ports.caster);
     ASSERT_TRUE(wrong.send(std::string("SOURCE nonsense /CANB\r\nSource-Agent: NTRIP x\r\n\r\n")));
     EXPECT_EQ(wrong.rest(), "ERROR - Bad Password\r\n");
     const std::string source = "SOURCE letmein /CANB\r\nSource-Agent: NTRIP x\r\n\r\n";
@@ -356,9 +353,7 @@ TEST(Gateway, SpeaksHttpWithClientsOfOthers) {
         GTEST_SKIP() << "curl is not installed";
     const std::string url = "http://127.0.0.1:" + std::to_string(ports.caster);
     const Client station(ports.station);
-    Client rover(ports.caster);
-    ASSERT_TRUE(rover.send(askOf("CANB")));
-    rover.head();
+    Client rover(ports.caster, askOf("CANB"), kGranted);
     ASSERT_TRUE(station.send(streamOf(3)));
     EXPECT_EQ(wholeEpochs(rover.receive(epochs(3))), 3);
     const std::string table = runInShell("/usr/bin/env", "curl -s " + url + "/").output;
@@ -402,9 +397,7 @@ TEST(Gateway, ListensOnWhenItsStationComesAnew) {
     const Ports ports;
     RunningGateway gateway(ports, stationSource(ports) + kPosition);
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    Client rover(ports.caster);
-    ASSERT_TRUE(rover.send(askOf("CANB")));
-    rover.head();
+    Client rover(ports.caster, askOf("CANB"), kGranted);
     for (int i = 0; i < 3; ++i) {
         const Client station(ports.station);
         ASSERT_TRUE(station.send(streamOf(2, kNow + 2.0 * i)));
@@ -418,20 +411,14 @@ TEST(Gateway, GoesOnWithTheSecondSourceWhereTheFirstIsGone) {
                                       "\", \"tcp-listen://127.0.0.1:" +
                                       std::to_string(ports.station) + "\"]\n" + kPosition);
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    Client rover(ports.caster);
-    ASSERT_TRUE(rover.send(askOf("CANB")));
-    rover.head();
+    Client rover(ports.caster, askOf("CANB"), kGranted);
     ASSERT_TRUE(gateway.tells("Connection refused; next attempt in")) << gateway.log();
     const Client station(ports.station);
     ASSERT_TRUE(station.send(streamOf(3)));
     ASSERT_TRUE(gateway.tells("comes from tcp-listen://")) << gateway.log();
     // Its ephemerides came before it was chosen.
-    ref::Sky sky(kSite);
-    sky.systems = "GREC";
-    Bytes epoch;
-    for (const Bytes& f : sky.epochFrames(kNow + 3.0, 7))
-        append(epoch, f);
-    ASSERT_TRUE(station.send(epoch));
+    ref::Sky sky = skyOfStation();
+    ASSERT_TRUE(station.send(epochOf(sky, kNow + 3.0)));
     const Bytes received = rover.receive(epochs(1));
     EXPECT_GE(wholeEpochs(received), 1); // more, where the change came amid the first three
     const auto frames = ref::goodFrames(received);
