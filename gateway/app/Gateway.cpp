@@ -13,34 +13,26 @@ using namespace std::chrono_literals;
 
 Gateway::Gateway(asio::io_context& context)
     : executor_(context.get_executor()), caster_(executor_, *this),
-      tasks_(executor_, [](const std::string& why) { say(Level::error, "gateway", why); }) {}
-
-void Gateway::start(const Settings& settings) {
-    settings_ = settings;
-    std::filesystem::create_directories(settings_.state);
-    caster_.start(settings_.caster, readUsers(settings_));
-    for (std::size_t i = 0; i < settings_.stations.size(); ++i)
-        stations_[settings_.stations[i].name] = serve(settings_.stations[i], i);
+      tasks_(executor_, [](const std::string& why) { say(Level::error, "gateway", why); }) {
     tasks_.start(ticks());
 }
 
-void Gateway::change(const Settings& settings) {
-    caster_.change(settings.caster, readUsers(settings));
-    const bool sameEngines = settings.state == settings_.state &&
-                             settings.engine == settings_.engine &&
-                             settings.externalEngine == settings_.externalEngine;
+void Gateway::apply(const Settings& settings) {
+    std::filesystem::create_directories(settings.state);
+    caster_.apply(settings.caster, readUsers(settings));
+    const bool sameHost = settings.state == settings_.state &&
+                          settings.engine == settings_.engine &&
+                          settings.externalEngine == settings_.externalEngine &&
+                          settings.caster.country == settings_.caster.country;
     settings_ = settings;
     std::map<std::string, std::unique_ptr<Served>> before = std::exchange(stations_, {});
-    for (std::size_t i = 0; i < settings_.stations.size(); ++i) {
-        const StationSettings& wanted = settings_.stations[i];
+    for (const StationSettings& wanted : settings_.stations) {
         const auto old = before.find(wanted.name);
-        const bool same = old != before.end() && sameEngines &&
-                          old->second->station->settings() == wanted &&
-                          !old->second->station->moved();
-        if (same)
-            stations_[wanted.name] = std::move(old->second);
-        if (same)
-            before.erase(old);
+        if (old == before.end() || !sameHost || old->second->station->settings() != wanted ||
+            old->second->station->moved())
+            continue;
+        stations_[wanted.name] = std::move(old->second);
+        before.erase(old);
     }
     for (auto& [name, served] : before) {
         say(Level::notice, name, "is stopped");
@@ -79,7 +71,7 @@ bool Gateway::Served::idle() const {
 
 std::shared_ptr<Station> Gateway::find(const std::string& mountpoint) const {
     for (const auto& [name, served] : stations_)
-        if (served->station->mountpointName() == mountpoint)
+        if (served->station->settings().mountpoint == mountpoint)
             return served->station;
     return nullptr;
 }
@@ -94,7 +86,8 @@ std::vector<ntrip::StreamEntry> Gateway::table(Instant now) const {
 
 std::unique_ptr<Gateway::Served> Gateway::serve(const StationSettings& settings,
                                                 std::size_t number) const {
-    StationHost host{executor_, settings_.state, settings_.engine, settings_.externalEngine};
+    StationHost host{executor_, settings_.state, settings_.engine, settings_.caster.country,
+                     settings_.externalEngine};
     if (host.externalEngine)
         host.externalEngine->port = static_cast<std::uint16_t>(host.externalEngine->port + number);
     auto served = std::make_unique<Served>();

@@ -21,10 +21,9 @@ class Gateway final : private Stations {
 public:
     explicit Gateway(asio::io_context& context);
 
-    /// Begins; std::runtime_error where a listener or the certificate cannot be used.
-    void start(const Settings& settings);
-    /// The same with other settings: stations and users that did not change are not disturbed.
-    void change(const Settings& settings);
+    /// Begins, or goes on with other settings: stations and listeners that did not change are not
+    /// disturbed. std::runtime_error where a listener or the certificate cannot be used.
+    void apply(const Settings& settings);
     /// Returns at once; then it is to be kept until it is idle.
     void stop();
     bool idle() const;

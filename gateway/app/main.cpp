@@ -1,3 +1,4 @@
+#include "ctl/CommandLine.h"
 #include "gateway/app/Gateway.h"
 #include "gateway/net/Say.h"
 #include "gateway/settings/CheckSettings.h"
@@ -21,7 +22,6 @@ namespace {
 
 using namespace gateway;
 
-constexpr int kBadUsage = 2;
 constexpr auto kEndLimit = std::chrono::milliseconds(1900); // for all conversations and children
 
 struct Arguments {
@@ -56,13 +56,12 @@ awaitable<void> obeySignals(Gateway& gateway, const Arguments& arguments) {
             continue;
         }
         try {
-            gateway.change(read.settings);
+            gateway.apply(read.settings);
         } catch (const std::exception& e) {
             say(Level::error, "gateway", e.what());
         }
     }
     say(Level::notice, "gateway", "ends");
-    gateway.stop();
 }
 
 int run(const Arguments& arguments) {
@@ -75,26 +74,28 @@ int run(const Arguments& arguments) {
         return 1;
     asio::io_context context(1);
     Gateway gateway(context);
+    int status = 0;
     try {
-        gateway.start(read.settings);
+        gateway.apply(read.settings);
+        bool ends = false;
+        asio::co_spawn(context, obeySignals(gateway, arguments),
+                       [&](const std::exception_ptr&) { ends = true; });
+        notifyInitial();
+        notifyReady();
+        while (!ends)
+            context.run_one();
     } catch (const std::exception& e) {
         say(Level::error, "gateway", e.what());
-        return 1;
+        status = 1;
     }
-    bool ends = false;
-    asio::co_spawn(context, obeySignals(gateway, arguments),
-                   [&](const std::exception_ptr&) { ends = true; });
-    notifyInitial();
-    notifyReady();
-    while (!ends)
-        context.run_one();
+    gateway.stop();
     context.run_for(kEndLimit);
     // Whatever has not ended in time ends with the process; children get SIGTERM.
     printFlush();
     if (!gateway.idle())
-        std::_Exit(0);
+        std::_Exit(status);
     printTarget = nullptr;
-    return 0;
+    return status;
 }
 
 int commandLine(int argc, char** argv) {
@@ -124,21 +125,11 @@ int commandLine(int argc, char** argv) {
             throw CLI::CallForHelp();
         status = run(arguments);
     });
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? 0 : kBadUsage;
-    }
-    return status;
+    return ctl::parsed(app, argc, argv, status);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return commandLine(argc, argv);
-    } catch (const std::exception& e) {
-        static_cast<void>(std::fprintf(stderr, "kestrune-gateway: %s\n", e.what()));
-        return kBadUsage;
-    }
+    return ctl::guarded("kestrune-gateway", commandLine, argc, argv);
 }

@@ -6,7 +6,6 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <openssl/crypto.h>
-#include <openssl/x509.h>
 
 #include <algorithm>
 #include <array>
@@ -24,10 +23,6 @@ namespace {
 constexpr Duration kRequestLimit = 10s;
 constexpr Duration kTellLimit = 10s; // for an answer that is not a stream
 constexpr Duration kPushSilence = 60s;
-
-std::span<const std::uint8_t> bytesOf(const std::string& text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
 
 std::string dateNow() {
     return ntrip::httpDate(utcNow().time);
@@ -50,7 +45,7 @@ awaitable<std::optional<Head>> readHead(Channel& channel) {
         const std::size_t n = co_await channel.read(buffer);
         if (n == 0)
             co_return std::nullopt;
-        received.append(reinterpret_cast<const char*>(buffer.data()), n);
+        received += textOf(std::span(buffer).first(n));
     }
 }
 
@@ -61,12 +56,6 @@ awaitable<void> tell(Channel& channel, std::string text) {
 bool equalSecrets(const Secret& a, const Secret& b) {
     const std::string &x = a.reveal(), &y = b.reveal();
     return x.size() == y.size() && CRYPTO_memcmp(x.data(), y.data(), x.size()) == 0;
-}
-
-std::string addressOf(const tcp::socket& socket) {
-    error_code gone;
-    const std::string peer = shown(socket.remote_endpoint(gone));
-    return gone ? "" : peer.substr(0, peer.rfind(':'));
 }
 
 /// std::runtime_error where a file cannot be used.
@@ -83,9 +72,6 @@ std::shared_ptr<asio::ssl::context> tlsOf(const CasterSettings& settings) {
                                  " or its key " + settings.key.string() +
                                  " cannot be used: " + e.code().message());
     }
-    X509* const certificate = SSL_CTX_get0_certificate(context->native_handle());
-    if (certificate && X509_cmp_current_time(X509_get0_notAfter(certificate)) < 0)
-        say(Level::error, "", settings.certificate.string() + ": the certificate has expired");
     return context;
 }
 
@@ -96,39 +82,24 @@ Caster::Caster(const asio::any_io_executor& executor, const Stations& stations)
       tasks_(executor, [](const std::string& why) { say(Level::error, "caster", why); }),
       clients_(executor, [](const std::string&) {}) {}
 
-void Caster::start(CasterSettings settings, std::shared_ptr<Users> users) {
+void Caster::apply(CasterSettings settings, std::shared_ptr<Users> users) {
     tls_ = tlsOf(settings);
     settings_ = std::move(settings);
     users_ = std::move(users);
+    const auto wanted = [this](const Listener& listener) {
+        const auto& list = listener.tls ? settings_.listenTls : settings_.listen;
+        return std::ranges::count(list, listener.where) > 0;
+    };
+    std::erase_if(listeners_, [&](const auto& listener) {
+        if (wanted(*listener))
+            return false;
+        listener->acceptor.close();
+        return true;
+    });
     for (const HostPort& where : settings_.listen)
         open(where, /*tls=*/false);
     for (const HostPort& where : settings_.listenTls)
         open(where, /*tls=*/true);
-}
-
-void Caster::change(CasterSettings settings, std::shared_ptr<Users> users) {
-    tls_ = tlsOf(settings);
-    settings_ = std::move(settings);
-    users_ = std::move(users);
-    const auto wanted = [this](const HostPort& where, bool tls) {
-        return std::ranges::count(tls ? settings_.listenTls : settings_.listen, where) > 0;
-    };
-    std::erase_if(listeners_, [&](const auto& listener) {
-        const bool gone = !wanted(listener->where, listener->tls);
-        if (gone)
-            listener->acceptor.close();
-        return gone;
-    });
-    const auto openNew = [this](const HostPort& where, bool tls) {
-        if (std::ranges::none_of(listeners_, [&](const auto& listener) {
-                return listener->where == where && listener->tls == tls;
-            }))
-            open(where, tls);
-    };
-    for (const HostPort& where : settings_.listen)
-        openNew(where, /*tls=*/false);
-    for (const HostPort& where : settings_.listenTls)
-        openNew(where, /*tls=*/true);
 }
 
 void Caster::stop() {
@@ -137,7 +108,12 @@ void Caster::stop() {
     listeners_.clear();
 }
 
+/// Unless it is open.
 void Caster::open(const HostPort& where, bool tls) {
+    if (std::ranges::any_of(listeners_, [&](const auto& listener) {
+            return listener->where == where && listener->tls == tls;
+        }))
+        return;
     try {
         const tcp::endpoint endpoint(asio::ip::make_address(where.host), where.port);
         // [::] takes IPv4 as well
@@ -171,7 +147,10 @@ awaitable<void> Caster::accept(std::shared_ptr<Listener> listener) {
 }
 
 awaitable<void> Caster::converse(tcp::socket socket, bool tls) {
-    const std::string address = addressOf(socket);
+    error_code gone;
+    const std::string address = addressOf(socket.remote_endpoint(gone)).to_string();
+    if (gone)
+        co_return;
     if (const auto why = admission_.refuses(address, settings_, std::chrono::steady_clock::now())) {
         if (admission_.tellsRefusal(address, std::chrono::steady_clock::now()))
             say(Level::warning, "caster", address + " is refused: " + *why);
@@ -242,9 +221,7 @@ awaitable<void> Caster::sendTable(Channel& channel, const Request& request) {
     caster.identifier = "Kestrune";
     caster.operatorName = settings_.operatorName;
     caster.country = settings_.country;
-    auto streams = stations_.table(std::chrono::steady_clock::now());
-    for (ntrip::StreamEntry& stream : streams)
-        stream.country = settings_.country;
+    const auto streams = stations_.table(std::chrono::steady_clock::now());
     co_await tell(channel,
                   ntrip::tableAnswer(request, ntrip::sourceTable(caster, streams), dateNow()));
 }

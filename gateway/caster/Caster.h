@@ -35,11 +35,9 @@ class Caster {
 public:
     Caster(const asio::any_io_executor& executor, const Stations& stations);
 
-    /// Opens the listeners; std::runtime_error that names the one that cannot be.
-    void start(CasterSettings settings, std::shared_ptr<Users> users);
-    /// New limits, users and certificate, for whoever comes from now on; listeners that did not
-    /// change stay open.
-    void change(CasterSettings settings, std::shared_ptr<Users> users);
+    /// Limits, users and certificate for whoever comes from now on; opens and closes listeners,
+    /// those that did not change stay open. std::runtime_error names what cannot be used.
+    void apply(CasterSettings settings, std::shared_ptr<Users> users);
     void stop();
     bool idle() const { return tasks_.idle() && clients_.idle(); }
     void tick(Instant now) { admission_.forgetOld(now); }

@@ -1,8 +1,8 @@
 #include "gateway/caster/Push.h"
 
 #include "gateway/caster/Rover.h"
+#include "gateway/net/Attempts.h"
 #include "gateway/ntrip/Answer.h"
-#include "gateway/station/Source.h"
 #include "gnss/Clock.h"
 
 #include <array>
@@ -28,7 +28,7 @@ awaitable<void> untilEnd(Channel& channel) {
     std::array<std::uint8_t, 512> buffer;
     while (co_await channel.read(buffer) > 0) {
     }
-    throw SourceEnd("the peer has ended the connection");
+    throw ConversationEnd("the peer has ended the connection");
 }
 
 awaitable<void> waitForGrant(Channel& channel, const Address& address) {
@@ -41,12 +41,12 @@ awaitable<void> waitForGrant(Channel& channel, const Address& address) {
         if (n > 0)
             answer.take(std::span(buffer).first(n), none);
         else if (answer.close() == State::head)
-            throw SourceEnd("the caster ended the connection without an answer");
+            throw ConversationEnd("the caster ended the connection without an answer");
     }
     if (answer.state() == State::stream)
         co_return;
     const bool access = answer.status() == 401 || answer.status() == 403;
-    throw SourceEnd(answer.what(), access ? SourceEnd::Manner::refused : SourceEnd::Manner::soon);
+    throw ConversationEnd(answer.what(), access ? Manner::refused : Manner::soon);
 }
 
 /// The path of now; its pattern is strftime's, in UTC.
@@ -56,7 +56,7 @@ std::string pathNow(const std::string& pattern) {
     gmtime_r(&now, &utc);
     std::array<char, 4096> path{};
     if (std::strftime(path.data(), path.size(), pattern.c_str(), &utc) == 0)
-        throw SourceEnd(pattern + ": no path");
+        throw ConversationEnd(pattern + ": no path");
     return path.data();
 }
 
@@ -65,29 +65,9 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 File openAt(const std::string& path) {
     File file(std::fopen(path.c_str(), "abe"), std::fclose);
     if (!file)
-        throw SourceEnd(path + ": " + std::strerror(errno));
+        throw ConversationEnd(path + ": " + std::strerror(errno));
     return file;
 }
-
-/// A push among the receivers of a mountpoint.
-class Sending {
-public:
-    Sending(Mountpoint& from, Push& push, bool& connected, Outbox& outbox)
-        : joined_(from, push), connected_(connected), outbox_(outbox) {
-        connected_ = true;
-    }
-    ~Sending() {
-        connected_ = false;
-        outbox_.clear();
-    }
-    Sending(const Sending&) = delete;
-    Sending& operator=(const Sending&) = delete;
-
-private:
-    Joined joined_;
-    bool& connected_;
-    Outbox& outbox_;
-};
 
 } // namespace
 
@@ -100,10 +80,8 @@ Push::Push(const asio::any_io_executor& executor, Address address, Mountpoint& f
 
 void Push::take(const Outgoing& block, Instant) {
     const SharedBytes& bytes = chunks_ ? block.chunk() : block.plain();
-    while (!outbox_.put(bytes) && !outbox_.empty()) {
+    while (!outbox_.put(bytes) && !outbox_.empty())
         outbox_.dropOldest();
-        ++dropped_;
-    }
 }
 
 awaitable<void> Push::run() {
@@ -111,23 +89,14 @@ awaitable<void> Push::run() {
     Backoff backoff(address_.scheme);
     for (;;) {
         const Instant began = std::chrono::steady_clock::now();
-        std::string why;
-        auto manner = SourceEnd::Manner::soon;
-        try {
-            co_await once();
-        } catch (const SourceEnd& e) {
-            why = e.what();
-            manner = e.manner();
-        } catch (const std::exception& e) {
-            why = reasonOf(e);
-        }
+        const Ending end = co_await endOf(once());
         if (isCancelled(state))
             co_return;
         if (std::chrono::steady_clock::now() - began > kSteadyPush)
             backoff.reset();
-        const Duration wait = backoff.afterFailure(manner);
+        const Duration wait = backoff.afterFailure(end.manner);
         say_(Level::warning,
-             "output " + shown(address_) + ": " + why + "; next attempt in " + inSeconds(wait));
+             "output " + shown(address_) + ": " + end.why + "; next attempt in " + inSeconds(wait));
         co_await pause(wait);
     }
 }
@@ -155,10 +124,7 @@ awaitable<void> Push::once() {
 awaitable<void> Push::toCaster() {
     const ChannelPtr channel = co_await connectTo(address_.peer, address_.proxy, kReachLimit);
     const std::string request = ntrip::pushRequest(address_, strLine_());
-    co_await within(
-        kReachLimit,
-        channel->write({reinterpret_cast<const std::uint8_t*>(request.data()), request.size()}),
-        "the caster takes no request");
+    co_await within(kReachLimit, channel->write(bytesOf(request)), "the caster takes no request");
     co_await within(kReachLimit, waitForGrant(*channel, address_), "the caster does not answer");
     co_await send(*channel);
 }
@@ -177,7 +143,8 @@ awaitable<void> Push::toSerial() {
 /// Begins with what a new rover gets.
 awaitable<void> Push::send(Channel& channel) {
     say_(Level::notice, "output " + shown(address_) + ": connected");
-    const Sending sending(from_, *this, connected_, outbox_);
+    outbox_.clear(); // of the connection before
+    const Joined joined(from_, *this);
     co_await firstOf(sendAll(channel), untilEnd(channel));
 }
 
@@ -204,7 +171,8 @@ awaitable<void> Push::serveOne(tcp::socket socket) {
 }
 
 awaitable<void> Push::toFiles() {
-    const Sending sending(from_, *this, connected_, outbox_);
+    outbox_.clear(); // of the connection before
+    const Joined joined(from_, *this);
     std::string path = pathNow(address_.path);
     for (File file = openAt(path);;) {
         const SharedBytes bytes = co_await outbox_.next();
@@ -214,7 +182,7 @@ awaitable<void> Push::toFiles() {
         }
         if (std::fwrite(bytes->data(), 1, bytes->size(), file.get()) != bytes->size() ||
             std::fflush(file.get()) != 0)
-            throw SourceEnd(path + ": " + std::strerror(errno));
+            throw ConversationEnd(path + ": " + std::strerror(errno));
     }
 }
 

@@ -5,7 +5,6 @@
 #include "gateway/net/Tasks.h"
 #include "gateway/station/Mountpoint.h"
 
-#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -26,10 +25,6 @@ public:
     void take(const Outgoing& block, Instant at) override;
     void end() override {}
 
-    const Address& address() const { return address_; }
-    bool connected() const { return connected_; }
-    std::uint64_t droppedBlocks() const { return dropped_; }
-
 private:
     awaitable<void> run();
     awaitable<void> once();
@@ -49,8 +44,6 @@ private:
     std::function<std::string()> strLine_;
     Outbox outbox_;
     bool chunks_ = false;
-    bool connected_ = false;
-    std::uint64_t dropped_ = 0;
     Tasks tasks_;
 };
 

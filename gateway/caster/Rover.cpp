@@ -63,7 +63,7 @@ void Rover::hear(std::string_view text) {
 awaitable<void> Rover::listen() {
     std::array<std::uint8_t, 512> buffer;
     while (const std::size_t n = co_await channel_.read(buffer))
-        hear({reinterpret_cast<const char*>(buffer.data()), n});
+        hear(textOf(std::span(buffer).first(n)));
 }
 
 void Rover::cut(std::string why) {

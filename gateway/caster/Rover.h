@@ -30,8 +30,6 @@ public:
     void hear(std::string_view text);
 
     const ntrip::Request& request() const { return request_; }
-    std::string peer() const { return channel_.peer(); }
-    std::uint64_t sentBytes() const { return written_; }
     bool cutOff() const { return !cutOff_.empty(); }
     /// The last position that it sent.
     const std::optional<ntrip::Gga>& position() const { return position_; }

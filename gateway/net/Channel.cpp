@@ -50,14 +50,6 @@ std::size_t outQueue(int fd) {
     return ioctl(fd, SIOCOUTQ, &bytes) == 0 && bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
 }
 
-/// An IPv4 address that came by an IPv6 socket is one.
-asio::ip::address addressOf(const tcp::endpoint& endpoint) {
-    asio::ip::address address = endpoint.address();
-    if (address.is_v6() && address.to_v6().is_v4_mapped())
-        return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
-    return address;
-}
-
 template <class Stream> class StreamChannel final : public Channel {
 public:
     StreamChannel(Stream stream, std::string peer)
@@ -169,6 +161,13 @@ std::string noAnswer(const HostPort& host) {
 }
 
 } // namespace
+
+asio::ip::address addressOf(const tcp::endpoint& endpoint) {
+    asio::ip::address address = endpoint.address();
+    if (address.is_v6() && address.to_v6().is_v4_mapped())
+        return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
+    return address;
+}
 
 std::string shown(const tcp::endpoint& endpoint) {
     return shown(HostPort{addressOf(endpoint).to_string(), endpoint.port()});

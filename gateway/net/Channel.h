@@ -12,6 +12,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 /// Channel: a stream of bytes to a peer, whatever carries it. Errors are
 /// boost::system::system_error.
@@ -59,7 +60,16 @@ awaitable<ChannelPtr> connectTlsTo(const HostPort& host, const std::optional<Hos
 ChannelPtr openSerial(const asio::any_io_executor& executor, const std::string& device,
                       unsigned baud);
 
-/// "192.0.2.7:2101", "[2001:db8::1]:2101"; an IPv4 address that came by an IPv6 socket is one.
+/// The address of an endpoint; an IPv4 address that came by an IPv6 socket is one.
+asio::ip::address addressOf(const tcp::endpoint& endpoint);
+/// "192.0.2.7:2101", "[2001:db8::1]:2101".
 std::string shown(const tcp::endpoint& endpoint);
+
+inline std::span<const std::uint8_t> bytesOf(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+inline std::string_view textOf(std::span<const std::uint8_t> bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
 
 } // namespace gateway

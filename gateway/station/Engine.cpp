@@ -1,8 +1,8 @@
 #include "gateway/station/Engine.h"
 
+#include "gateway/net/Attempts.h"
 #include "gateway/net/Channel.h"
 #include "gateway/station/Child.h"
-#include "gateway/station/Source.h"
 
 #include <algorithm>
 #include <array>
@@ -77,39 +77,27 @@ void Engine::start(EnginePlan plan) {
 }
 
 void Engine::send(const SharedBytes& block, Block::Kind kind) {
-    const bool epoch = kind == Block::Kind::epoch;
-    if (!connected_ || !outbox_.put(block)) {
-        dropped_ += epoch ? 1 : 0;
-        return;
-    }
-    owed_ += epoch ? 1 : 0;
+    if (connected_ && outbox_.put(block) && kind == Block::Kind::epoch)
+        ++owed_;
 }
 
 awaitable<void> Engine::run(EnginePlan plan) {
     const auto state = co_await asio::this_coro::cancellation_state;
     const auto executor = co_await asio::this_coro::executor;
     tcp::acceptor acceptor(executor, listenAt(plan));
-    if (!plan.external)
-        writeDeployment(plan, acceptor.local_endpoint().port());
     for (Duration wait = kFirstWait;;) {
         const Instant began = std::chrono::steady_clock::now();
-        std::string why;
-        try {
-            co_await once(plan, acceptor);
-        } catch (const std::exception& e) {
-            why = reasonOf(e);
-        }
+        const Ending end = co_await endOf(once(plan, acceptor));
         if (isCancelled(state))
             co_return;
         wait = std::chrono::steady_clock::now() - began > kSteady ? kFirstWait
                                                                   : std::min(2 * wait, kMostWait);
-        say_(Level::warning, "engine: " + why + "; started again in " + inSeconds(wait));
+        say_(Level::warning, "engine: " + end.why + "; started again in " + inSeconds(wait));
         co_await pause(wait);
     }
 }
 
 awaitable<void> Engine::once(const EnginePlan& plan, tcp::acceptor& acceptor) {
-    ++starts_;
     if (plan.external) {
         const ChannelPtr channel = channelOf(co_await acceptor.async_accept(use_awaitable));
         const fs::path none;
@@ -117,6 +105,7 @@ awaitable<void> Engine::once(const EnginePlan& plan, tcp::acceptor& acceptor) {
         co_return;
     }
     const Paths paths = pathsOf(plan);
+    writeDeployment(plan, acceptor.local_endpoint().port());
     const auto executor = co_await asio::this_coro::executor;
     Child child(executor, plan.program, argumentsFor(paths), say_);
     co_await firstOf(serveConnections(acceptor, paths.status), child.end());

@@ -24,7 +24,6 @@ namespace gateway {
 struct EnginePlan {
     std::filesystem::path program;
     std::filesystem::path folder;     // of the deployment and of what the engine keeps
-    std::string name;                 // of the station
     std::optional<HostPort> external; // where an engine that is not our child connects
     ctl::init::Station deployment;    // without host and port; of a child
 };
@@ -44,10 +43,6 @@ public:
     /// A block of the stream; dropped where no engine is connected or it does not keep up.
     void send(const SharedBytes& block, Block::Kind kind);
 
-    bool connected() const { return connected_; }
-    std::uint64_t starts() const { return starts_; }
-    std::uint64_t droppedEpochs() const { return dropped_; }
-
 private:
     awaitable<void> run(EnginePlan plan);
     awaitable<void> once(const EnginePlan& plan, tcp::acceptor& acceptor);
@@ -64,7 +59,6 @@ private:
     Tasks tasks_;
     bool connected_ = false;
     unsigned owed_ = 0; // epochs sent since the last one that came back
-    std::uint64_t starts_ = 0, dropped_ = 0;
 };
 
 } // namespace gateway

@@ -81,12 +81,9 @@ std::optional<Block> Epochs::next() {
                 return std::nullopt;
             endBetween();
         } else if (found->kind != ctl::dump::Found::kMessage) {
-            skipped_ += found->bytes.size();
             if (frames_ == 0 && beginning_.size() < kBeginning)
                 append(beginning_, found->bytes.first(std::min(found->bytes.size(), kBeginning)));
-        } else if (!found->good) {
-            ++wrong_;
-        } else {
+        } else if (found->good) {
             ++frames_;
             take(found->bytes, headOf(found->bytes));
         }

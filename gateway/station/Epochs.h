@@ -50,8 +50,6 @@ public:
     void restart();
 
     std::uint64_t frames() const { return frames_; }
-    std::uint64_t wrongCheckWords() const { return wrong_; }
-    std::uint64_t skippedBytes() const { return skipped_; }
     /// The first bytes that were skipped before any frame came, for saying what they look like.
     const Bytes& beginning() const { return beginning_; }
 
@@ -64,7 +62,7 @@ private:
     Bytes epoch_, between_;
     std::deque<Block> ready_;
     std::optional<FrameHead> first_; // of the epoch
-    std::uint64_t frames_ = 0, wrong_ = 0, skipped_ = 0;
+    std::uint64_t frames_ = 0;
     Bytes beginning_;
 };
 

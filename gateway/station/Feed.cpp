@@ -42,51 +42,38 @@ awaitable<void> Supply::run() {
     const auto state = co_await asio::this_coro::cancellation_state;
     for (;;) {
         state_ = State::connecting;
-        ++attempts_;
         connectedAt_.reset();
         epochs_.restart();
-        std::string why;
-        auto manner = SourceEnd::Manner::soon;
-        try {
-            co_await receive(
-                address_, door_,
-                {.granted =
-                     [this] {
-                         state_ = State::connected;
-                         connectedAt_ = std::chrono::steady_clock::now();
-                         toldWhatComes_ = false;
-                         epochs_.restart();
-                         say_(Level::notice, shown(address_) + ": connected");
-                     },
-                 .lost =
-                     [this](const std::string& lost) {
-                         state_ = State::connecting;
-                         connectedAt_.reset();
-                         failure_ = lost;
-                         say_(Level::warning,
-                              shown(address_) + ": " + lost + "; waits for another");
-                     },
-                 .take = [this](std::span<const std::uint8_t> bytes) { took(bytes); }});
-        } catch (const SourceEnd& e) {
-            manner = e.manner();
-            why = ended(e);
-        } catch (const std::exception& e) {
-            why = ended(e);
-        }
+        Ending end = co_await endOf(receive(address_, door_, events()));
         if (isCancelled(state))
             co_return;
+        if (const std::string noRtcm = saysNoRtcm(); !noRtcm.empty())
+            end.why += ", and " + noRtcm;
         state_ = State::waiting;
-        failure_ = why;
         deliveringSince_.reset();
-        const Duration wait = backoff_.afterFailure(manner);
-        say_(Level::warning, shown(address_) + ": " + why + "; next attempt in " + inSeconds(wait));
+        const Duration wait = backoff_.afterFailure(end.manner);
+        say_(Level::warning,
+             shown(address_) + ": " + end.why + "; next attempt in " + inSeconds(wait));
         co_await pause(wait);
     }
 }
 
-std::string Supply::ended(const std::exception& e) {
-    const std::string noRtcm = saysNoRtcm();
-    return reasonOf(e) + (noRtcm.empty() ? "" : ", and " + noRtcm);
+SourceEvents Supply::events() {
+    return {.granted =
+                [this] {
+                    state_ = State::connected;
+                    connectedAt_ = std::chrono::steady_clock::now();
+                    toldWhatComes_ = false;
+                    epochs_.restart();
+                    say_(Level::notice, shown(address_) + ": connected");
+                },
+            .lost =
+                [this](const std::string& why) {
+                    state_ = State::connecting;
+                    connectedAt_.reset();
+                    say_(Level::warning, shown(address_) + ": " + why + "; waits for another");
+                },
+            .take = [this](std::span<const std::uint8_t> bytes) { took(bytes); }};
 }
 
 std::string Supply::saysNoRtcm() const {
@@ -174,7 +161,6 @@ void Feed::change(std::size_t to, const std::string& why) {
     const Bytes kept = supplies_[to]->kept().current(std::chrono::steady_clock::now());
     if (!kept.empty())
         take_({kept}); // what it said before it was chosen
-    ++failovers_;
 }
 
 void Feed::took(std::size_t from, const Block& block) {

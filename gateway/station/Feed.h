@@ -37,16 +37,13 @@ public:
 
     const Address& address() const { return address_; }
     State state() const { return state_; }
-    const std::string& lastFailure() const { return failure_; }
-    std::uint64_t attempts() const { return attempts_; }
     const Heard& heard() const { return heard_; }
     const KeptMessages& kept() const { return kept_; }
-    const Epochs& epochs() const { return epochs_; }
 
 private:
     awaitable<void> run();
     void took(std::span<const std::uint8_t> bytes);
-    std::string ended(const std::exception& e);
+    SourceEvents events();
     std::string saysNoRtcm() const;
 
     Address address_;
@@ -56,8 +53,6 @@ private:
     Backoff backoff_;
     Tasks tasks_;
     State state_ = State::idle;
-    std::string failure_;
-    std::uint64_t attempts_ = 0;
     bool toldWhatComes_ = false;
     Instant startedAt_{};
     std::optional<Instant> connectedAt_, deliveringSince_;
@@ -81,9 +76,6 @@ public:
     void tick(Instant now);
 
     const Supply& active() const { return *supplies_[active_]; }
-    std::size_t activeIndex() const { return active_; }
-    const std::vector<std::unique_ptr<Supply>>& supplies() const { return supplies_; }
-    std::uint64_t failovers() const { return failovers_; }
 
 private:
     void took(std::size_t from, const Block& block);
@@ -93,7 +85,6 @@ private:
     std::function<void(const Block&)> take_;
     std::vector<std::unique_ptr<Supply>> supplies_;
     std::size_t active_ = 0;
-    std::uint64_t failovers_ = 0;
     bool changed_ = false;          // no epoch of the new source has been handed on
     std::optional<FrameHead> last_; // of the last epoch handed on
 };

@@ -2,7 +2,6 @@
 
 #include "app/Tally.h"
 #include "ctl/dump/Describe.h"
-#include "gnss/ComCoord.h"
 #include "rtcm/Messages.h"
 
 #include <algorithm>
@@ -53,8 +52,8 @@ void Heard::takeFrame(std::span<const std::uint8_t> frame, Instant at) {
     if (type == 1005 || type == 1006) {
         PositionMessage m;
         BitReader in = messageOf(frame);
-        layoutPosition<1005>(in, m); // the height of 1006 stands behind
-        if (in.ok())
+        layoutPosition<1005>(in, m);  // the height of 1006 stands behind
+        if (in.ok() && usable(m.pos)) // not while a receiver looks for its place
             place_ = m.pos;
     } else if (isLegacy(type)) {
         const LegacyForm form = legacyForm(type);

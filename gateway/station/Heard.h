@@ -3,9 +3,9 @@
 #include "gateway/net/Within.h"
 #include "gateway/ntrip/SourceTable.h"
 #include "gateway/station/Epochs.h"
+#include "gnss/ComCoord.h"
 #include "rtcm/Frame.h"
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -20,19 +20,15 @@ namespace gateway {
 /// A stream that has brought no whole epoch for so long is silent.
 inline constexpr Duration kSilent = std::chrono::seconds(30);
 
-/// ECEF, m.
-using Place = std::array<double, 3>;
-
 class Heard {
 public:
     void take(const Block& block, Instant at);
 
-    /// Of the last 1005 or 1006.
-    const std::optional<Place>& place() const { return place_; }
+    /// Of the last 1005 or 1006 that states one; ECEF, m.
+    const std::optional<Vector3>& place() const { return place_; }
     /// When the last whole epoch came.
     std::optional<Instant> lastEpoch() const { return lastEpoch_; }
     std::uint64_t epochs() const { return epochs_; }
-    std::uint64_t bytes() const { return bytes_; }
 
     /// What the source table says of the stream: messages, systems, carriers, bits per second,
     /// position.
@@ -47,7 +43,7 @@ private:
 
     /// By message number and satellite, 0 where it is not of one.
     std::map<std::pair<int, int>, Kind> kinds_;
-    std::optional<Place> place_;
+    std::optional<Vector3> place_;
     std::optional<Instant> first_, lastEpoch_;
     Instant last_;
     std::uint64_t epochs_ = 0, bytes_ = 0;

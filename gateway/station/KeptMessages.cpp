@@ -34,6 +34,11 @@ Bytes KeptMessages::current(Instant at) const {
     return out;
 }
 
+const KeptMessages::Kept* KeptMessages::lastOf(std::span<const std::uint8_t> ephemeris) const {
+    const auto found = ephemerides_.find({messageType(ephemeris), satelliteOf(ephemeris)});
+    return found == ephemerides_.end() ? nullptr : &found->second;
+}
+
 void KeptMessages::clear() {
     station_.clear();
     ephemerides_.clear();

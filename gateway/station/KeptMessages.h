@@ -12,17 +12,19 @@ namespace gateway {
 
 class KeptMessages {
 public:
-    /// Of a block between epochs, the last of each kind and satellite.
-    void keep(const Block& block, Instant at);
-    /// All that is current, in one piece; empty where nothing is.
-    Bytes current(Instant at) const;
-    void clear();
-
-private:
     struct Kept {
         Bytes frame;
         Instant at;
     };
+    /// Of a block between epochs, the last of each kind and satellite.
+    void keep(const Block& block, Instant at);
+    /// All that is current, in one piece; empty where nothing is.
+    Bytes current(Instant at) const;
+    /// The last ephemeris of the same satellite and kind; null where none has come.
+    const Kept* lastOf(std::span<const std::uint8_t> ephemeris) const;
+    void clear();
+
+private:
     std::map<int, Kept> station_;                     // by message number
     std::map<std::pair<int, int>, Kept> ephemerides_; // by message number and satellite
 };

@@ -34,7 +34,7 @@ awaitable<void> readOn(Channel& channel, const TakeBytes& take) {
     while (const std::size_t n =
                co_await within(kSilenceLimit, channel.read(buffer), "nothing came for 60 s"))
         take(std::span(buffer).first(n));
-    throw SourceEnd("the peer has ended the stream");
+    throw ConversationEnd("the peer has ended the stream");
 }
 
 std::string ggaOf(const Address& address) {
@@ -51,17 +51,15 @@ awaitable<void> sendPositions(Channel& channel, const Address& address) {
     for (;;) {
         const std::string gga = ggaOf(address);
         if (!gga.empty())
-            co_await within(
-                kAnswerLimit,
-                channel.write({reinterpret_cast<const std::uint8_t*>(gga.data()), gga.size()}),
-                "the caster takes no position");
+            co_await within(kAnswerLimit, channel.write(bytesOf(gga)),
+                            "the caster takes no position");
         co_await pause(kGgaPeriod);
     }
 }
 
 [[noreturn]] void refused(const ntrip::AnswerReader& answer) {
     const bool access = answer.status() == 401 || answer.status() == 403;
-    throw SourceEnd(answer.what(), access ? SourceEnd::Manner::refused : SourceEnd::Manner::soon);
+    throw ConversationEnd(answer.what(), access ? Manner::refused : Manner::soon);
 }
 
 awaitable<void> readAnswer(Channel& channel, const Address& address, const SourceEvents& events) {
@@ -86,8 +84,8 @@ awaitable<void> readAnswer(Channel& channel, const Address& address, const Sourc
         if (!data.empty())
             events.take(data);
         if (n == 0 || state == State::ended)
-            throw SourceEnd(head ? "the caster ended the connection without an answer"
-                                 : "the caster has ended the stream");
+            throw ConversationEnd(head ? "the caster ended the connection without an answer"
+                                       : "the caster has ended the stream");
     }
 }
 
@@ -102,10 +100,7 @@ awaitable<void> receiveNtrip(const Address& address, const SourceEvents& events)
             co_await connectTo(address.proxy.value_or(address.peer), std::nullopt, kPeerLimit);
     const std::string request =
         ntrip::streamRequest(address, address.version == 2 ? ggaOf(address) : "");
-    co_await within(
-        kAnswerLimit,
-        channel->write({reinterpret_cast<const std::uint8_t*>(request.data()), request.size()}),
-        "the caster takes no request");
+    co_await within(kAnswerLimit, channel->write(bytesOf(request)), "the caster takes no request");
     co_await firstOf(readAnswer(*channel, address, events), sendPositions(*channel, address));
 }
 
@@ -170,20 +165,20 @@ awaitable<void> play(std::FILE* file, const Address& address, const TakeBytes& t
         }
     }
     if (epochs.frames() == 0)
-        throw SourceEnd(address.path + " holds no RTCM 3 message");
+        throw ConversationEnd(address.path + " holds no RTCM 3 message");
 }
 
 awaitable<void> receiveFile(const Address& address, const SourceEvents& events) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
         std::fopen(address.path.c_str(), "rbe"), std::fclose);
     if (!file)
-        throw SourceEnd(address.path + ": " + std::strerror(errno));
+        throw ConversationEnd(address.path + ": " + std::strerror(errno));
     events.granted();
     do {
         std::rewind(file.get());
         co_await play(file.get(), address, events.take);
     } while (address.loop);
-    throw SourceEnd("the recording has ended");
+    throw ConversationEnd("the recording has ended");
 }
 
 } // namespace
@@ -228,25 +223,6 @@ awaitable<void> receive(const Address& address, PushDoor& door, SourceEvents eve
         break;
     }
     throw std::logic_error("no source: " + shown(address));
-}
-
-std::string inSeconds(Duration d) {
-    return std::to_string(std::chrono::ceil<std::chrono::seconds>(d).count()) + " s";
-}
-
-Backoff::Backoff(Scheme scheme) {
-    const bool caster =
-        scheme == Scheme::ntrip || scheme == Scheme::ntrips || scheme == Scheme::ntripSource;
-    first_ = caster ? Duration(10s) : Duration(3s);
-    most_ = caster ? Duration(5min) : Duration(30s);
-}
-
-Duration Backoff::afterFailure(SourceEnd::Manner manner) {
-    const Duration plain = manner == SourceEnd::Manner::refused
-                               ? Duration(5min)
-                               : std::min(most_, first_ * (1 << std::min(failures_++, 6U)));
-    const double more = std::uniform_real_distribution(0.0, 0.2)(random_);
-    return plain + std::chrono::duration_cast<Duration>(plain * more);
 }
 
 } // namespace gateway

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/net/Address.h"
+#include "gateway/net/Attempts.h"
 #include "gateway/net/Outbox.h"
 
 #include <boost/asio/any_io_executor.hpp>
@@ -8,9 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <random>
 #include <span>
-#include <stdexcept>
 #include <string>
 
 /// Source: one conversation with whatever delivers a stream.
@@ -19,19 +18,6 @@ namespace gateway {
 
 /// Takes the bytes of a stream as they come.
 using TakeBytes = std::function<void(std::span<const std::uint8_t>)>;
-
-/// A conversation that failed or ended; what() for the operator.
-class SourceEnd : public std::runtime_error {
-public:
-    /// How it may be tried again.
-    enum class Manner { soon, refused };
-    explicit SourceEnd(const std::string& what, Manner manner = Manner::soon)
-        : std::runtime_error(what), manner_(manner) {}
-    Manner manner() const { return manner_; }
-
-private:
-    Manner manner_;
-};
 
 struct SourceEvents {
     std::function<void()> granted;                // the peer has agreed
@@ -65,24 +51,5 @@ private:
 
 /// Connects, asks, and hands on what comes; always ends with an exception.
 awaitable<void> receive(const Address& address, PushDoor& door, SourceEvents events);
-
-/// "12 s", rounded up.
-std::string inSeconds(Duration d);
-
-/// Waits between attempts, as casters in the field want it: 10 s after a failure, twice as long
-/// after each further one up to 5 min, a little at random; 5 min after a refusal. Peers that are
-/// the operator's own are tried sooner.
-class Backoff {
-public:
-    explicit Backoff(Scheme scheme);
-    Duration afterFailure(SourceEnd::Manner manner);
-    /// Data has come for a minute.
-    void reset() { failures_ = 0; }
-
-private:
-    Duration first_, most_;
-    unsigned failures_ = 0;
-    std::minstd_rand random_{std::random_device{}()};
-};
 
 } // namespace gateway

@@ -1,8 +1,8 @@
 #include "gateway/station/Station.h"
 
+#include "base/Findings.h"
+
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
 #include <utility>
 
 namespace gateway {
@@ -15,20 +15,8 @@ constexpr Duration kPlaceLimit = 60s;  // then it is told that none came
 constexpr Duration kOwnEphemeris = 3h; // as long the station's own serves
 constexpr std::size_t kMostMerged = std::size_t{16} * 1024;
 
-double metresBetween(const Place& a, const Place& b) {
-    return std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]);
-}
-
-std::string metres(double m) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.2f m", m);
-    return text;
-}
-
-std::string shown(const Place& place) {
-    char text[96];
-    std::snprintf(text, sizeof text, "%.4f %.4f %.4f", place[0], place[1], place[2]);
-    return text;
+std::string shown(const Vector3& place) {
+    return text("%.4f %.4f %.4f", place[0], place[1], place[2]);
 }
 
 } // namespace
@@ -41,7 +29,7 @@ Station::Station(const StationHost& host, StationSettings settings)
           [this](const Block& block) { fromFeed(block); }),
       engine_(
           host.executor, [this](Level level, const std::string& text) { sayOf(level, text); },
-          [this] { return kept_.current(std::chrono::steady_clock::now()); },
+          [this] { return forNewEngine(); },
           [this](Block block) { fromEngine(std::move(block)); }) {
     if (settings_.ephemerides)
         ephemerides_ = std::make_unique<Feed>(
@@ -81,17 +69,14 @@ void Station::tick(Instant now) {
     }
 }
 
-const std::string& Station::mountpointName() const {
-    return settings_.mountpoint.empty() ? settings_.name : settings_.mountpoint;
-}
-
 std::optional<ntrip::StreamEntry> Station::tableEntry(Instant now) const {
     const Heard& heard = mountpoint_.heard();
     if (heard.epochs() == 0)
         return std::nullopt;
     ntrip::StreamEntry entry;
-    entry.mountpoint = mountpointName();
-    entry.identifier = settings_.identifier.empty() ? settings_.name : settings_.identifier;
+    entry.mountpoint = settings_.mountpoint;
+    entry.identifier = settings_.identifier;
+    entry.country = host_.country;
     entry.generator = "Kestrune";
     entry.authentication = settings_.access.who == Access::Who::anyone ? 'N' : 'B';
     heard.describe(entry);
@@ -104,44 +89,41 @@ std::optional<ntrip::StreamEntry> Station::tableEntry(Instant now) const {
 
 void Station::fromFeed(const Block& block) {
     const Instant now = std::chrono::steady_clock::now();
-    if (block.kind == Block::Kind::between) {
-        kept_.keep(block, now);
-        forEachFrame(block.bytes, [&](std::span<const std::uint8_t> frame) {
-            const FrameHead head = headOf(frame);
-            if (head.kind == FrameHead::Kind::ephemeris)
-                own_[{head.type, satelliteOf(frame)}] = now;
-        });
+    if (block.kind == Block::Kind::between)
         lookAtPlace();
-    }
     if (block.kind == Block::Kind::epoch && !firstEpoch_)
         firstEpoch_ = now;
     if (moved_)
         return;
     engine_.send(std::make_shared<const Bytes>(block.bytes), block.kind);
-    if (block.kind == Block::Kind::between || merged_.empty())
-        return;
-    const Block merged{std::exchange(merged_, {})};
-    kept_.keep(merged, now);
-    engine_.send(std::make_shared<const Bytes>(merged.bytes), merged.kind);
+    if (block.kind != Block::Kind::between && !merged_.empty())
+        engine_.send(std::make_shared<const Bytes>(std::exchange(merged_, {})),
+                     Block::Kind::between);
 }
 
 /// Only for satellites for which the station sends none, and each issue once.
 void Station::fromEphemerides(const Block& block) {
     const Instant now = std::chrono::steady_clock::now();
     forEachFrame(block.bytes, [&](std::span<const std::uint8_t> frame) {
-        const FrameHead head = headOf(frame);
-        if (head.kind != FrameHead::Kind::ephemeris)
+        if (headOf(frame).kind != FrameHead::Kind::ephemeris)
             return;
-        const std::pair satellite{head.type, satelliteOf(frame)};
-        const auto own = own_.find(satellite);
-        if (own != own_.end() && now - own->second < kOwnEphemeris)
+        const auto* const own = feed_.active().kept().lastOf(frame);
+        const auto* const last = others_.lastOf(frame);
+        if ((own && now - own->at < kOwnEphemeris) || merged_.size() > kMostMerged ||
+            (last && std::ranges::equal(last->frame, frame)))
             return;
-        Bytes& last = lastMerged_[satellite];
-        if (std::ranges::equal(last, frame) || merged_.size() > kMostMerged)
-            return;
-        last.assign(frame.begin(), frame.end());
+        others_.keep({Bytes(frame.begin(), frame.end())}, now);
         merged_.insert(merged_.end(), frame.begin(), frame.end());
     });
+}
+
+/// What both streams have said.
+Bytes Station::forNewEngine() const {
+    const Instant now = std::chrono::steady_clock::now();
+    Bytes out = feed_.active().kept().current(now);
+    const Bytes others = others_.current(now);
+    out.insert(out.end(), others.begin(), others.end());
+    return out;
 }
 
 void Station::fromEngine(Block block) {
@@ -171,7 +153,7 @@ void Station::lookAtPlace() {
         sayOf(Level::notice, "the stream states the position " + shown(*place_));
         return startEngine();
     }
-    const double off = metresBetween(*stated, *place_);
+    const double off = distance(*stated, *place_);
     if (off <= settings_.guardM) {
         if (std::exchange(moved_, false))
             sayOf(Level::notice, "the stream states the configured position again");
@@ -182,22 +164,21 @@ void Station::lookAtPlace() {
         return;
     movedTo_ = stated;
     if (settings_.followPosition) {
-        sayOf(Level::warning, "the position has moved by " + metres(off) + " to " + shown(*stated) +
-                                  "; the virtual station follows");
+        sayOf(Level::warning, "the position has moved by " + text("%.2f m", off) + " to " +
+                                  shown(*stated) + "; the virtual station follows");
         place_ = stated;
         return startEngine();
     }
     moved_ = true;
-    sayOf(Level::error, "the stream states the position " + shown(*stated) + ", " + metres(off) +
-                            " from " + shown(*place_) +
+    sayOf(Level::error, "the stream states the position " + shown(*stated) + ", " +
+                            text("%.2f m", off) + " from " + shown(*place_) +
                             ": nothing goes to rovers until the configuration is read again "
                             "(SIGHUP), or position = \"follow\" is written");
 }
 
 void Station::startEngine() {
     mountpoint_.forget();
-    EnginePlan plan{
-        host_.engine, host_.state / settings_.name, settings_.name, host_.externalEngine, {}};
+    EnginePlan plan{host_.engine, host_.state / settings_.name, host_.externalEngine, {}};
     ctl::init::Station& deployment = plan.deployment;
     deployment.name = ctl::init::stationName(settings_.name);
     if (place_)

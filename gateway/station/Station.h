@@ -8,7 +8,6 @@
 #include <boost/asio/any_io_executor.hpp>
 
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +20,7 @@ namespace gateway {
 struct StationHost {
     asio::any_io_executor executor;
     std::filesystem::path state, engine;
+    std::string country;                    // of the source table
     std::optional<HostPort> externalEngine; // of this station
 };
 
@@ -38,10 +38,7 @@ public:
     void tick(Instant now);
 
     const StationSettings& settings() const { return settings_; }
-    const std::string& mountpointName() const;
     Mountpoint& mountpoint() { return mountpoint_; }
-    const Feed& feed() const { return feed_; }
-    const Engine& engine() const { return engine_; }
     /// The stream states a place beyond the guard: nothing goes to rovers until somebody acts.
     bool moved() const { return moved_; }
     /// Its line of the source table; nothing while it has never delivered.
@@ -52,6 +49,7 @@ private:
     void fromEphemerides(const Block& block);
     void fromEngine(Block block);
     bool tooSoon(const Block& epoch);
+    Bytes forNewEngine() const;
     void lookAtPlace();
     void startEngine();
     void sayOf(Level level, const std::string& text) const;
@@ -60,15 +58,13 @@ private:
     StationSettings settings_;
     Mountpoint mountpoint_;
     Feed feed_;
-    std::unique_ptr<Feed> ephemerides_;          // of the second stream; null: none
-    std::map<std::pair<int, int>, Instant> own_; // ephemerides of the station's own stream
-    Bytes merged_; // ephemerides of the second stream that wait for the end of an epoch
-    std::map<std::pair<int, int>, Bytes> lastMerged_;
-    KeptMessages kept_; // of both streams, for an engine that begins
+    std::unique_ptr<Feed> ephemerides_; // of the second stream; null: none
+    Bytes merged_;        // ephemerides of the second stream that wait for the end of an epoch
+    KeptMessages others_; // ephemerides of the second stream that were taken
     Engine engine_;
     std::optional<FrameHead> lastSent_; // of the last epoch that went to rovers
-    std::optional<Place> place_;        // of the engine's deployment
-    std::optional<Place> movedTo_;
+    std::optional<Vector3> place_;      // of the engine's deployment
+    std::optional<Vector3> movedTo_;
     bool moved_ = false;
     std::optional<Instant> firstEpoch_;
     bool toldNoPlace_ = false;
