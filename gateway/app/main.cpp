@@ -27,7 +27,6 @@ constexpr auto kEndLimit = std::chrono::milliseconds(1900); // for all conversat
 struct Arguments {
     std::string file;
     std::vector<std::string> stations, listeners;
-    bool oneFile() const { return !file.empty() && stations.empty() && listeners.empty(); }
 };
 
 ReadSettings settingsOf(const Arguments& arguments) {
@@ -104,10 +103,13 @@ int commandLine(int argc, char** argv) {
                  "kestrune-gateway");
     app.set_version_flag("--version", std::string("kestrune-gateway " KESTRUNE_VERSION));
     Arguments arguments;
-    app.add_option("FILE", arguments.file, "settings (TOML), see kestrune-gateway.toml(5)");
-    app.add_option("--station", arguments.stations, "without a file: NAME=ADDRESS of a source");
+    CLI::Option* const file =
+        app.add_option("FILE", arguments.file, "settings (TOML), see kestrune-gateway.toml(5)");
+    app.add_option("--station", arguments.stations, "without a file: NAME=ADDRESS of a source")
+        ->excludes(file);
     app.add_option("--listen", arguments.listeners,
-                   "without a file: ADDRESS:PORT of the caster, by default [::]:2101");
+                   "without a file: ADDRESS:PORT of the caster, by default [::]:2101")
+        ->excludes(file);
     int status = 0;
     std::string checked, users, user;
     CLI::App* const check = app.add_subcommand("check", "examine settings");
@@ -121,8 +123,8 @@ int commandLine(int argc, char** argv) {
     app.callback([&] {
         if (!app.get_subcommands().empty())
             return;
-        if (!arguments.oneFile() && arguments.stations.empty())
-            throw CLI::CallForHelp();
+        if (arguments.file.empty() && arguments.stations.empty())
+            throw CLI::RequiredError("FILE or --station");
         status = run(arguments);
     });
     return ctl::parsed(app, argc, argv, status);

@@ -301,7 +301,7 @@ awaitable<void> Caster::hear(Channel& channel, const Request& request, Station& 
     Bytes data;
     auto state = reader.take(bytesOf(rest), data);
     std::array<std::uint8_t, 8192> buffer;
-    while (state == ntrip::PushReader::State::flows) {
+    while (state == ntrip::BodyState::flows) {
         if (!data.empty())
             door.deliver(data);
         data.clear();

@@ -130,7 +130,7 @@ awaitable<void> Push::toCaster() {
 }
 
 awaitable<void> Push::toPeer() {
-    const ChannelPtr channel = co_await connectTo(address_.peer, address_.proxy, kReachLimit);
+    const ChannelPtr channel = co_await connectTo(address_.peer, std::nullopt, kReachLimit);
     co_await send(*channel);
 }
 

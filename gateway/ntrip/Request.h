@@ -76,9 +76,8 @@ public:
     explicit PushReader(const Request& push);
     ~PushReader();
 
-    using State = BodyState;
     /// The data is appended to `data`, without chunks.
-    State take(std::span<const std::uint8_t> bytes, std::vector<std::uint8_t>& data);
+    BodyState take(std::span<const std::uint8_t> bytes, std::vector<std::uint8_t>& data);
 
 private:
     class Reader;

@@ -105,7 +105,7 @@ awaitable<void> receiveNtrip(const Address& address, const SourceEvents& events)
 }
 
 awaitable<void> receiveTcp(const Address& address, const SourceEvents& events) {
-    const ChannelPtr channel = co_await connectTo(address.peer, address.proxy, kPeerLimit);
+    const ChannelPtr channel = co_await connectTo(address.peer, std::nullopt, kPeerLimit);
     events.granted();
     co_await readOn(*channel, events.take);
 }
