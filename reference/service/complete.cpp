@@ -10,27 +10,30 @@ namespace {
 
 using Looks = std::map<std::string, Answerable::Look>;
 
-// Legacy messages hold more than one MSM can: the satellites in order, as many as fit.
-std::vector<ReceivedMessage> parts(ReceivedMessage m, const std::set<int>& kept) {
-    const std::size_t room = m.raw.signals.empty() ? kMostPairs : kMostPairs / m.raw.signals.size();
-    if (!m.legacy || kept.size() <= room)
+// The satellites of a legacy message that are kept, in order: as many in each message as fit.
+std::vector<ReceivedMessage> parts(ReceivedMessage m, std::set<int> kept) {
+    if (!m.legacy)
         return {std::move(m)};
     std::vector<ReceivedMessage> out;
-    std::size_t n = 0;
-    for (const int id : kept) {
-        if (n++ % room == 0) {
-            out.push_back(m);
-            out.back().raw.satellites.clear();
-            out.back().raw.cells.clear();
-            out.back().whole.clear();
+    while (!kept.empty()) {
+        std::set<int> signals;
+        for (const RawMsm::Cell& c : m.raw.cells)
+            if (kept.contains(c.id))
+                signals.insert(c.signal);
+        ReceivedMessage part = m;
+        part.raw.satellites.clear();
+        part.raw.cells.clear();
+        part.whole.clear();
+        for (std::size_t room = kMostPairs / signals.size(); room > 0 && !kept.empty(); --room) {
+            const int id = kept.extract(kept.begin()).value();
+            part.raw.satellites.push_back(m.raw.satellite(id));
+            for (std::size_t i = 0; i < m.raw.cells.size(); ++i)
+                if (m.raw.cells[i].id == id) {
+                    part.raw.cells.push_back(m.raw.cells[i]);
+                    part.whole.push_back(m.whole[i]);
+                }
         }
-        ReceivedMessage& part = out.back();
-        part.raw.satellites.push_back(m.raw.satellite(id));
-        for (std::size_t i = 0; i < m.raw.cells.size(); ++i)
-            if (m.raw.cells[i].id == id) {
-                part.raw.cells.push_back(m.raw.cells[i]);
-                part.whole.push_back(m.whole[i]);
-            }
+        out.push_back(std::move(part));
     }
     return out;
 }

@@ -62,8 +62,8 @@ void Tally::add(Epochs& to, Side side, std::span<const std::uint8_t> frame) {
         LegacyMessage message;
         layoutLegacy(in, message);
         MsmMessage part;
-        for (std::size_t id = 1; in.ok() && id < kMsm4Ids;) {
-            id = toMsm4(message, 0, id, part);
+        for (std::uint64_t left = in.ok() ? kAllIds : 0; left != 0;) {
+            left = toMsm4(message, 0, left, part);
             if (part.pairs() > 0)
                 push(legacyForm(type).glonass ? 1 : 0,
                      {part.head.satellites, part.head.signals, part.cellMask});

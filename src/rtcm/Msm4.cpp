@@ -52,8 +52,16 @@ bool hasId(const LegacySatellite& s, bool glonass) {
     return s.id >= 1 && s.id <= (glonass ? kGlonassSatellites : kGpsSatellites);
 }
 
+std::span<const LegacySatellite> satellitesOf(const LegacyMessage& m) {
+    return {m.satellites.data(), static_cast<std::size_t>(m.head.satellites)};
+}
+
 std::uint32_t signalBit(int id) {
     return id == 0 ? 0 : std::uint32_t{1} << (kMsmSignals - static_cast<std::size_t>(id));
+}
+
+std::uint32_t maskOf(const std::array<SentSignal, 2>& signals) {
+    return signalBit(signals[0].id) | signalBit(signals[1].id);
 }
 
 MsmCell cellOf(const SentSignal& signal, double roughMs) {
@@ -68,20 +76,29 @@ MsmCell cellOf(const SentSignal& signal, double roughMs) {
 
 } // namespace
 
-std::size_t toMsm4(const LegacyMessage& from, std::uint32_t epoch, std::size_t first,
-                   MsmMessage& out) {
-    const LegacyForm form = legacyForm(from.head.type);
-    const std::span all(from.satellites.data(), static_cast<std::size_t>(from.head.satellites));
-    std::uint32_t signals = 0;
-    for (const LegacySatellite& s : all)
-        for (const SentSignal& signal : sentSignals(s, form))
-            signals |= signalBit(signal.id);
+bool shareSignal(const LegacyMessage& a, const LegacyMessage& b) {
+    const LegacyForm form = legacyForm(a.head.type);
+    for (const LegacySatellite& s : satellitesOf(a))
+        for (const LegacySatellite& t : satellitesOf(b))
+            if (s.id == t.id && hasId(s, form.glonass) &&
+                (maskOf(sentSignals(s, form)) & maskOf(sentSignals(t, form))) != 0)
+                return true;
+    return false;
+}
 
-    // In order of id; of a satellite that comes twice the first.
-    std::array<const LegacySatellite*, kMsm4Ids> byId{};
-    for (const LegacySatellite& s : all)
-        if (hasId(s, form.glonass) && !byId[static_cast<std::size_t>(s.id)])
+std::uint64_t toMsm4(const LegacyMessage& from, std::uint32_t epoch, std::uint64_t ids,
+                     MsmMessage& out) {
+    const LegacyForm form = legacyForm(from.head.type);
+    // Of a satellite that comes twice the first.
+    std::array<const LegacySatellite*, kMsmSatellites + 1> byId{};
+    std::uint64_t left = 0;
+    std::uint32_t signals = 0;
+    for (const LegacySatellite& s : satellitesOf(from))
+        if (hasId(s, form.glonass) && (ids & ~left & idBit(s.id)) != 0) {
+            left |= idBit(s.id);
             byId[static_cast<std::size_t>(s.id)] = &s;
+            signals |= maskOf(sentSignals(s, form));
+        }
 
     out.head = {.type = form.glonass ? kGlonassType : kGpsType,
                 .staid = from.head.staid,
@@ -93,27 +110,25 @@ std::size_t toMsm4(const LegacyMessage& from, std::uint32_t epoch, std::size_t f
     out.satelliteCount = out.cellCount = 0;
     out.signalCount = static_cast<std::size_t>(std::popcount(signals));
     out.cellMask = 0;
-    std::size_t id = first;
-    for (; id < byId.size() && out.pairs() + out.signalCount <= kMsmCells; ++id) {
-        if (!byId[id])
-            continue;
-        out.head.satellites |= std::uint64_t{1} << (kMsmSatellites - id);
+    while (left != 0 && out.pairs() + out.signalCount <= kMsmCells) {
+        const LegacySatellite& s = *byId[static_cast<std::size_t>(std::countl_zero(left)) + 1];
+        left &= ~idBit(s.id);
+        out.head.satellites |= idBit(s.id);
         MsmSatellite& satellite = out.satellites[out.satelliteCount++] = kNoMsmSatellite;
         const auto roughs = static_cast<std::uint32_t>(
-            roundHalfUp(l1RangeM(*byId[id], form.glonass) / kRangeMs / pow2(-10)));
+            roundHalfUp(l1RangeM(s, form.glonass) / kRangeMs / pow2(-10)));
         satellite.setRange(roughs);
         std::uint32_t has = 0;
-        std::array<SentSignal, 2> cells = sentSignals(*byId[id], form);
-        for (const SentSignal& signal : cells) // ascending ids
+        for (const SentSignal& signal : sentSignals(s, form)) // ascending ids
             if (signal.id != 0) {
                 has |= signalBit(signal.id);
                 out.cells[out.cellCount++] = cellOf(signal, satellite.roughMs());
             }
-        for (std::uint32_t left = signals; left != 0;) {
-            const std::uint32_t bit = std::bit_floor(left);
+        for (std::uint32_t rest = signals; rest != 0;) {
+            const std::uint32_t bit = std::bit_floor(rest);
             out.cellMask = out.cellMask << 1 | ((has & bit) != 0 ? 1U : 0U);
-            left &= ~bit;
+            rest &= ~bit;
         }
     }
-    return id;
+    return left;
 }

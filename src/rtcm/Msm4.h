@@ -12,8 +12,11 @@
 constexpr bool hasMsm4(int type) {
     return legacyForm(type).extended;
 }
-inline constexpr std::size_t kMsm4Ids = kMsmSatellites + 1; // behind the last satellite id
-/// The satellites from id `first` on, as many as one message may have; the id after the last one.
-/// `epoch`: time field of the MSM.
-std::size_t toMsm4(const LegacyMessage& from, std::uint32_t epoch, std::size_t first,
-                   MsmMessage& out);
+/// Ids of satellites, the bits of DF394.
+inline constexpr std::uint64_t kAllIds = ~std::uint64_t{0};
+/// Of the satellites in `ids` as many as one message may have, in order; those of the ids that are
+/// left. `epoch`: time field of the MSM.
+std::uint64_t toMsm4(const LegacyMessage& from, std::uint32_t epoch, std::uint64_t ids,
+                     MsmMessage& out);
+/// Whether two messages carry a signal of a satellite both.
+bool shareSignal(const LegacyMessage& a, const LegacyMessage& b);

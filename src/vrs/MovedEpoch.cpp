@@ -91,11 +91,6 @@ void moveRates(MsmSatellite& satellite, std::span<MsmCell> cells, double changeM
         cell.rateMps = withinField(cell.rateMps - (satellite.rateMps - rough), mostMps);
 }
 
-/// Bit of a satellite id in the mask of a message.
-std::uint64_t idBit(int id) {
-    return std::uint64_t{1} << (kMsmSatellites - static_cast<std::size_t>(id));
-}
-
 /// A satellite of a message that has cells.
 struct Cells {
     std::size_t rank;      // of the satellite in the message
@@ -180,8 +175,19 @@ bool moved(const MsmMessage& in, const RangeChanges& changes, MsmMessage& out) {
     return true;
 }
 
-/// Calls visit with the messages of the epoch as MSM.
-template <class Visit> void forEachMsm(const ReceivedEpoch& epoch, Visit visit) {
+/// Ids of the satellites of GPS or GLONASS that have a change.
+std::uint64_t idsWithChange(System system, const RangeChanges& changes) {
+    std::uint64_t ids = 0;
+    for (int id = 1; id <= static_cast<int>(kMsmSatellites); ++id)
+        if (changes[static_cast<std::size_t>(satno(system, id))])
+            ids |= idBit(id);
+    return ids;
+}
+
+/// Calls visit with the messages of the epoch as MSM. Of those from before MSM only satellites that
+/// `idsOf` gives for their system: what is kept may need fewer messages than what came.
+template <class IdsOf, class Visit>
+void forEachMsm(const ReceivedEpoch& epoch, IdsOf idsOf, Visit visit) {
     for (const ReceivedMessage& m : epoch.messages()) {
         if (const auto* const msm = std::get_if<MsmMessage>(&m.body)) {
             visit(*msm);
@@ -197,8 +203,8 @@ template <class Visit> void forEachMsm(const ReceivedEpoch& epoch, Visit visit) 
             field |= epochField(kGlonass, timeadd(epoch.time, -sinceNoonS)) & ~timeOfDay;
         }
         MsmMessage part;
-        for (std::size_t next = 0; next < kMsm4Ids;) {
-            next = toMsm4(legacy, field, next, part);
+        for (std::uint64_t left = idsOf(m.head.system); left != 0;) {
+            left = toMsm4(legacy, field, left, part);
             visit(part);
         }
     }
@@ -208,26 +214,32 @@ template <class Visit> void forEachMsm(const ReceivedEpoch& epoch, Visit visit) 
 
 std::bitset<kMaxSatellites> satellitesOf(const ReceivedEpoch& epoch, const Session& session) {
     std::bitset<kMaxSatellites> found;
-    forEachMsm(epoch, [&](const MsmMessage& m) {
-        forEachSatellite(m, [&](const Cells& c) {
-            const int index = session.satelliteIndex[static_cast<std::size_t>(c.satellite)];
-            if (c.satellite != 0 && index >= 0)
-                found.set(static_cast<std::size_t>(index));
+    forEachMsm(
+        epoch, [](System) { return kAllIds; },
+        [&](const MsmMessage& m) {
+            forEachSatellite(m, [&](const Cells& c) {
+                const int index = session.satelliteIndex[static_cast<std::size_t>(c.satellite)];
+                if (c.satellite != 0 && index >= 0)
+                    found.set(static_cast<std::size_t>(index));
+            });
         });
-    });
     return found;
 }
 
 int countMoved(const ReceivedEpoch& epoch, const RangeChanges& changes) {
     int count = 0;
-    forEachMsm(epoch, [&](const MsmMessage& m) { count += keptRanks(m, changes) != 0 ? 1 : 0; });
+    forEachMsm(
+        epoch, [&](System system) { return idsWithChange(system, changes); },
+        [&](const MsmMessage& m) { count += keptRanks(m, changes) != 0 ? 1 : 0; });
     return count;
 }
 
 void moveEpoch(const ReceivedEpoch& epoch, const RangeChanges& changes, MovedTaker taker) {
     MsmMessage out;
-    forEachMsm(epoch, [&](const MsmMessage& m) {
-        if (moved(m, changes, out))
-            taker.take(taker.self, out);
-    });
+    forEachMsm(
+        epoch, [&](System system) { return idsWithChange(system, changes); },
+        [&](const MsmMessage& m) {
+            if (moved(m, changes, out))
+                taker.take(taker.self, out);
+        });
 }

@@ -125,3 +125,48 @@ TEST(MovedEpoch, MarksWhatNoRoughRangeHolds) {
     EXPECT_GE(left, 1);
     EXPECT_TRUE(out.cells[0].phaseRangeM && out.cells[1].phaseRangeM && out.cells[2].phaseRangeM);
 }
+
+// GPS satellites 1 to 31 with two L1 and three L2 signals among them: 155 pairs, of which a message
+// holds 64.
+TEST(MovedEpoch, SplitsAMessageFromBeforeMsmByWhatIsKept) {
+    ref::BitString b;
+    b.u(12, 1004).u(12, 1).u(30, 1000).u(1, 0).u(5, 31).u(4, 0);
+    for (unsigned id = 1; id <= 31; ++id) {
+        b.u(6, id).u(1, id % 2).u(24, 5000000).s(20, 0).u(7, 50).u(8, 70).u(8, 160);
+        b.u(2, id % 4).s(14, 250).s(20, 0).u(7, 50).u(8, 149);
+    }
+    const ref::Bytes frame = ref::frame(b.bytes());
+    ReceivedEpoch epoch;
+    ASSERT_TRUE(epoch.read({.type = 1004, .system = kGps, .staid = 1, .field = 1000, .more = false},
+                           ::messageOf(std::span<const std::uint8_t>(frame))));
+    epoch.takeLastRead();
+    const struct {
+        int every, last; // satellites that are kept: each `every`th up to `last`
+        std::vector<int> satellites, signals; // of the messages
+    } cases[] = {
+        {1, 12, {12}, {5}},       // 60 pairs
+        {1, 13, {12, 1}, {5, 2}}, // 65
+        {4, 31, {7}, {2}},        // 1C with 2X: 14
+        {2, 31, {15}, {3}},       // 1C with 2X and 2W: 45
+        {1, 31, {12, 12, 7}, {5, 5, 5}},
+    };
+    for (const auto& c : cases) {
+        RangeChanges changes{};
+        for (int id = c.every; id <= c.last; id += c.every)
+            changes[static_cast<std::size_t>(id)] = RangeChange{1000.0, 0.0};
+        std::vector<int> satellites;
+        std::vector<int> signals;
+        double leastMs = 1e9;
+        moveEpoch(epoch, changes, [&](MsmMessage& m) {
+            satellites.push_back(static_cast<int>(m.satelliteCount));
+            signals.push_back(static_cast<int>(m.signalCount));
+            EXPECT_EQ(m.cellCount, 2 * m.satelliteCount);
+            for (std::size_t i = 0; i < m.satelliteCount; ++i)
+                leastMs = std::min(leastMs, m.satellites[i].roughMs());
+        });
+        EXPECT_EQ(satellites, c.satellites) << c.every << " " << c.last;
+        EXPECT_EQ(signals, c.signals) << c.every << " " << c.last;
+        EXPECT_NEAR(leastMs, 70 + (100000.0 + 1000.0) / kMsM, 0.001);
+        EXPECT_EQ(countMoved(epoch, changes), static_cast<int>(c.satellites.size()));
+    }
+}

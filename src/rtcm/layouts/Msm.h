@@ -19,6 +19,11 @@ inline constexpr std::size_t kMsmSatellites = 64;
 inline constexpr std::size_t kMsmSignals = 32;
 inline constexpr std::size_t kMsmCells = 64;
 
+/// Bit of a satellite id, 1 to 64, in a mask (DF394).
+constexpr std::uint64_t idBit(int id) {
+    return std::uint64_t{1} << (kMsmSatellites - static_cast<std::size_t>(id));
+}
+
 /// Observation codes by signal id, 1 to 32; 0 = none.
 using SignalCodes = std::array<std::uint8_t, kMsmSignals + 1>;
 
