@@ -68,11 +68,13 @@ ReceivedMessage fromLegacy(const Msm& m, GpsTime time) {
     raw.smoothed = m.smoothed;
     raw.smoothing = m.smoothing;
     std::map<std::pair<int, int>, Cell> grid;
-    std::set<int> twice;
     for (const Cell& c : m.cells) {
-        if (!belongs(c, m.system) || !hasWholeRanges(m.type) || (!c.pseudorangeM && !c.phaseRangeM))
+        if (!belongs(c, m.system) || (!c.pseudorangeM && !c.phaseRangeM))
             continue;
-        grid.try_emplace({c.id, signalId(m.system, msmSignal(c.signal))}, c);
+        const std::pair pair(c.id, signalId(m.system, msmSignal(c.signal)));
+        out.pairs.insert(pair);
+        if (hasWholeRanges(m.type))
+            grid.try_emplace(pair, c);
     }
     std::set<int> signals;
     for (const auto& [key, c] : grid) {
@@ -146,9 +148,12 @@ std::optional<ReceivedMessage> received(const Frame& f, GpsTime time) {
     try {
         if (isLegacy(f.type))
             return fromLegacy(readLegacy(f.body), time);
-        ReceivedMessage m{readRawMsm(f.body), {}};
+        ReceivedMessage m;
+        m.raw = readRawMsm(f.body);
         m.whole = wholeCells(m.raw);
         m.cells = static_cast<int>(m.raw.cells.size());
+        for (const RawMsm::Cell& c : m.raw.cells)
+            m.pairs.emplace(c.id, c.signal);
         return m;
     } catch (const std::exception&) {
         return std::nullopt;

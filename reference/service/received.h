@@ -41,6 +41,8 @@ struct ReceivedMessage {
     std::vector<WholeCell> whole; ///< of raw.cells
     bool legacy = false;
     int cells = 0; ///< that it came with; a legacy message without whole ranges keeps none
+    /// That it came with: satellite id, signal id.
+    std::set<std::pair<int, int>> pairs;
 };
 
 /// Nothing where the contents do not fit the message.

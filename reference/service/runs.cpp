@@ -39,6 +39,7 @@ Runs::Ms Runs::usual(char system) const {
 
 void Runs::newConnection() {
     open_.reset();
+    rows_.clear();
     groupFields_.clear();
     group_.clear();
 }
@@ -75,11 +76,8 @@ std::vector<Run> Runs::take(const Frame& f) {
     uninterruptedId_ = head->station;
     std::optional<ReceivedMessage> m = time ? received(f, *time) : std::nullopt;
     OpenRun::Held held{head->epochField, std::nullopt};
-    if (m) {
-        held.pairs.emplace();
-        for (const RawMsm::Cell& c : m->raw.cells)
-            held.pairs->emplace(c.id, c.signal);
-    }
+    if (m)
+        held.pairs = m->pairs;
     if (open_ && endsBefore(*head, t, held))
         end(/*finished=*/false, out);
     if (!open_)

@@ -1,6 +1,7 @@
 #include "intake/EpochRun.h"
 
 #include "base/Print.h"
+#include "rtcm/Msm4.h"
 
 #include <algorithm>
 #include <cmath>
@@ -47,9 +48,9 @@ bool shareCell(const MsmMessage& a, const MsmMessage& b) {
 }
 
 bool repeatsBody(const ReceivedMessage& held, const ReceivedMessage& m) {
-    const auto* const a = std::get_if<MsmMessage>(&held.body);
-    const auto* const b = std::get_if<MsmMessage>(&m.body);
-    return !a || !b || shareCell(*a, *b);
+    if (const auto* const a = std::get_if<MsmMessage>(&held.body))
+        return shareCell(*a, std::get<MsmMessage>(m.body));
+    return shareSignal(std::get<LegacyMessage>(held.body), std::get<LegacyMessage>(m.body));
 }
 
 } // namespace
@@ -63,18 +64,19 @@ double UsualDifferences::of(System system) const {
 }
 
 void UsualDifferences::add(const EpochMessage& m) {
+    const EpochMessage* held = group_.find(m.type);
+    if (held && held->field != m.field) {
+        breakGroup();
+        held = nullptr;
+    }
+    if (!held)
+        group_.add(m); // once for each number, so there is room
     Row& row = rows_[rowOf(m.system)];
     if (m.time && !row.time)
         row.time = m.time;
-    const EpochMessage* const held = group_.find(m.type);
-    broken_ = broken_ || group_.full() || (held && held->field != m.field);
-    if (!held && !group_.full())
-        group_.add(m);
 }
 
 void UsualDifferences::endGroup() {
-    if (broken_)
-        return breakGroup();
     const auto dating = std::ranges::find_if(
         kDating, [&](System system) { return rows_[rowOf(system)].time.has_value(); });
     for (std::size_t i = 0; i < rows_.size(); ++i) {
@@ -100,7 +102,6 @@ void UsualDifferences::endGroup() {
 
 void UsualDifferences::breakGroup() {
     group_.clear();
-    broken_ = false;
     for (Row& row : rows_) {
         row.time.reset();
         row.shown = 0;
@@ -193,12 +194,8 @@ bool EpochRun::repeats(const EpochMessage& m) const {
     });
 }
 
-EpochRun::End EpochRun::endsBefore(const EpochMessage& m) const {
-    if (heads_.empty())
-        return End::none;
-    if (heads_.full() || repeats(m))
-        return End::byNumber;
-    return heads_.otherTime(m, usual_) ? End::byTime : End::none;
+bool EpochRun::endsBefore(const EpochMessage& m) const {
+    return !heads_.empty() && (heads_.full() || repeats(m) || heads_.otherTime(m, usual_));
 }
 
 void EpochRun::take(const EpochMessage& m) {
@@ -213,13 +210,11 @@ const ReceivedEpoch& EpochRun::ended() {
     return epoch_;
 }
 
-void EpochRun::begin(End by) {
+void EpochRun::begin(Ended before) {
     epoch_.clear();
     heads_.clear();
-    if (by == End::byMark)
+    if (before == Ended::whole)
         usual_.endGroup();
-    else if (by == End::byNumber)
-        usual_.breakGroup();
 }
 
 void EpochRun::drop() {

@@ -40,7 +40,8 @@ private:
 
 /// By how much the times of a system lie beside those of the system that dates an epoch (GPS, else
 /// Galileo, QZSS, BDS, GLONASS): 0, until three whole groups of messages in a row show another
-/// constant, which is told. A group is what comes from one end of an epoch to the next.
+/// constant, which is told. A group is what comes from one end of an epoch to the next; a number
+/// that comes again with another time shows that an end was lost.
 class UsualDifferences {
 public:
     /// Seconds that the system's times are ahead.
@@ -48,7 +49,7 @@ public:
     /// A message of the group.
     void add(const EpochMessage& m);
     void endGroup();
-    /// The end of the group was lost.
+    /// Forgets the group, and how many showed a difference.
     void breakGroup();
 
 private:
@@ -60,7 +61,6 @@ private:
     };
     std::array<Row, kMsmSystems.size()> rows_; // as kMsmSystems
     RunHeads group_;
-    bool broken_ = false; // a number came again, with another time
 };
 
 /// Whose messages count where several stations share a stream: those of the station that first has
@@ -99,16 +99,16 @@ class EpochRun {
 public:
     /// Reads the body of a message; false where it is refused.
     bool read(const EpochMessage& m, BitReader message);
-    enum class End { none, byTime, byNumber, byMark };
-    /// Whether the run ends before the message that was read last, and by what.
-    End endsBefore(const EpochMessage& m) const;
+    /// Whether the run ends, without its end, before the message that was read last.
+    bool endsBefore(const EpochMessage& m) const;
     /// Takes that message into the run, its contents where it was not refused.
     void take(const EpochMessage& m);
     /// What was taken, with its time (unknown where no message dates it), for when the run ends.
     const ReceivedEpoch& ended();
     const ReceivedEpoch& epoch() const { return epoch_; }
+    enum class Ended { unfinished, whole };
     /// Begins the next run; a message that was read and not taken may be the first of it.
-    void begin(End by);
+    void begin(Ended before);
     /// Forgets what is unfinished; of another station also what is usual.
     void drop();
     void forgetStation() { *this = {}; }

@@ -140,7 +140,7 @@ void tellRefused(StreamIntake& in) {
 }
 
 /// Answers what the run has collected, and begins the next one.
-void endRun(StreamIntake& in, std::size_t station, EpochRun::End by, int framelen) {
+void endRun(StreamIntake& in, std::size_t station, EpochRun::Ended how, int framelen) {
     const ReceivedEpoch& epoch = in.run.ended();
     if (!epoch.time.unknown() && !epoch.messages().empty()) {
         if (in.savesEpochs)
@@ -150,9 +150,9 @@ void endRun(StreamIntake& in, std::size_t station, EpochRun::End by, int framele
             in.onrtcm(kEpoch, in.decoder.buff.data(), framelen);
     }
     if (in.watcher)
-        in.watcher->epochEnd(by == EpochRun::End::byMark);
-    in.streamStation.runEnded(in.run.stationId(), by == EpochRun::End::byMark);
-    in.run.begin(by);
+        in.watcher->epochEnd(how == EpochRun::Ended::whole);
+    in.streamStation.runEnded(in.run.stationId(), how == EpochRun::Ended::whole);
+    in.run.begin(how);
     // Before the stream had a station, another one may have spoken of itself.
     if (in.streamStation.id() && in.spokeFirst && in.spokeFirst != in.streamStation.id()) {
         in.sender = {};
@@ -182,7 +182,7 @@ void changeStation(StreamIntake& in, std::size_t station, int own, int framelen,
         return;
     }
     if (!in.run.empty())
-        endRun(in, station, EpochRun::End::byTime, framelen);
+        endRun(in, station, EpochRun::Ended::unfinished, framelen);
     print(Level::warning, "***WARN(StreamObs): station %d is gone, the stream is station %d's!\n",
           own, rival);
     if (place)
@@ -242,13 +242,13 @@ void collect(StreamIntake& in, std::size_t station, EpochMessage m, int framelen
     const bool whole = in.run.read(m, messageOf(in.decoder));
     if (!whole)
         refused = {m.type, m.field, false};
-    if (const EpochRun::End by = in.run.endsBefore(m); by != EpochRun::End::none)
-        endRun(in, station, by, framelen);
+    if (in.run.endsBefore(m))
+        endRun(in, station, EpochRun::Ended::unfinished, framelen);
     in.run.take(m);
     if (in.watcher && whole)
         in.watcher->observations({in.decoder.buff.data(), static_cast<std::size_t>(framelen)});
     if (!m.more)
-        endRun(in, station, EpochRun::End::byMark, framelen);
+        endRun(in, station, EpochRun::Ended::whole, framelen);
 }
 
 /// Keeps the place of a station that does not count, in that of the one that is longest here where

@@ -486,6 +486,15 @@ TEST(CompleteAnswer, TakesRunsOfMessagesForEpochs) {
         return piece(1127, kField + static_cast<std::uint32_t>((s - offset) * 1000), more);
     };
     const auto gHalf = [](int id, bool more) { return piece(1077, kField, more, 1, id); };
+    const auto refused = [](const Bytes& f) { return cut(f, 12); };
+    const auto legacy = [](int id, bool more) { // 1004
+        ref::Cell cell;
+        cell.system = 'G';
+        cell.id = id;
+        cell.signal = "1C";
+        cell.pseudorangeM = cell.phaseRangeM = 2.2e7;
+        return ref::frame(ref::writeLegacy('G', 1, kField, more, {cell}));
+    };
     const Bytes never = piece(1127, 700000000, false);
     const Bytes sbas = piece(1107, 85050000, true);
     const Bytes station = ref::frame(ref::write1005({.station = 1, .xyzM = kSite}));
@@ -515,6 +524,14 @@ TEST(CompleteAnswer, TakesRunsOfMessagesForEpochs) {
         {"station message between", {g(0, more), station, e(0, last)}, "1077 1097*"},
         {"number again", {g(0, more), g(0, more), e(0, last)}, "1077 | 1077 1097*"},
         {"another part", {gHalf(3, more), gHalf(4, more), e(0, last)}, "1077 1077 1097*"},
+        {"first part refused",
+         {g(0, more), refused(c(0, more)), c(0, more), e(0, last)},
+         "1077 1127 1097*"},
+        {"another part refused",
+         {gHalf(3, more), refused(gHalf(4, more)), e(0, last)},
+         "1077 | 1097*"},
+        {"legacy, another part", {legacy(3, more), legacy(4, last)}, "1074 1074*"},
+        {"legacy, number again", {legacy(3, more), legacy(3, last)}, "1074 | 1074*"},
         {"end lost", {g(0, more), g(1, more), e(1, last)}, "1077 | 1077 1097*"},
         {"end and number lost", {g(0, more), e(1, last)}, "1077 | 1097*"},
         {"time that no week has", {g(0, more), never, g(1, last)}, "1077* 1077*"},

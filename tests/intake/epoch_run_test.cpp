@@ -2,6 +2,7 @@
 #include "configured.h"
 
 #include "base/ComText.h"
+#include "reference/standard/legacy.h"
 #include "reference/standard/msm.h"
 #include "reference/standard/station.h"
 
@@ -18,6 +19,7 @@ struct Sent {
     int satellite = 1;
     bool cut = false;  // its body ends too early
     double offS = 0.0; // of its clock field
+    bool legacy = false;
 };
 
 Bytes frameOf(const Sent& s) {
@@ -34,7 +36,9 @@ Bytes frameOf(const Sent& s) {
     cell.pseudorangeM = 2.2e7;
     cell.phaseRangeM = 2.2e7;
     m.cells = {cell};
-    const Bytes whole = ref::frame(ref::writeMsm(m));
+    const Bytes whole =
+        ref::frame(s.legacy ? ref::writeLegacy(s.system, s.station, m.epochField, s.more, m.cells)
+                            : ref::writeMsm(m));
     return s.cut ? cut(whole, 12) : whole;
 }
 
@@ -92,6 +96,12 @@ TEST(EpochRun, EndsByItsEndByTheNextNumberOrByTheNextTime) {
         {"no end, next time", {{'G', 0, true}, {'E', 1, false}}, "G@0 E@1"},
         {"a number in two messages", {{'C', 0, true}, {'C', 0, false, 1, 2}}, "CC@0"},
         {"a cell in two messages", {{'C', 0, true}, {'C', 0, false}}, "C@0 C@0"},
+        {"legacy, other satellites",
+         {{'G', 0, true, 1, 1, false, 0, true}, {'G', 0, false, 1, 2, false, 0, true}},
+         "LL@0"},
+        {"legacy, the same satellite",
+         {{'G', 0, true, 1, 1, false, 0, true}, {'G', 0, false, 1, 1, false, 0, true}},
+         "L@0 L@0"},
         {"refused, as the last one", {{'G', 0, true}, {'E', 0, false, 1, 1, true}}, "G@0"},
         {"refused of a number that is there",
          {{'G', 0, true}, {'G', 0, true, 1, 2, true}, {'E', 0, false}},
@@ -132,6 +142,14 @@ TEST(EpochRun, LearnsAClockThatIsOffByAConstant) {
     EXPECT_EQ(epochs.of(epoch(5, 0)), "G@5 C@19") << "the receiver was mended";
     EXPECT_EQ(epochs.of(epoch(6, 0)) + epochs.of(epoch(7, 0)), "G@6 C@20G@7 C@21");
     EXPECT_EQ(epochs.of(epoch(8, 0)), "GC@8");
+
+    Epochs twice; // a message that comes again ends its run, and nothing else is wrong
+    for (double at = 0; at < 3; ++at) {
+        std::vector<Sent> sent = epoch(at, -14);
+        sent.insert(sent.begin(), sent.front());
+        EXPECT_EQ(twice.of(sent), text("G@%g G@%g C@%g", at, at, at - 14));
+    }
+    EXPECT_NE(twice.lines, "") << "learned in the third one";
 
     Epochs lost; // ends: what follows is of the next epoch
     for (double at = 0; at < 6; at += 2)
