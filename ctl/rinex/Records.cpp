@@ -16,6 +16,8 @@ namespace ctl::rinex {
 namespace {
 
 constexpr std::size_t kMostQuoted = 60; // bytes of what is wrong
+constexpr int kFirstYear = 1980;        // of GPS time
+constexpr int kLastYear = 2099;         // of the calendar (gnss/ComTime)
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
@@ -64,8 +66,8 @@ std::optional<EpochLine> readEpochLine(std::string_view line) {
         return std::nullopt;
     // Rounded to 7 decimals, a time just before a minute has 60 s.
     const bool rounded = *second == 60 && *fraction == 0;
-    if (*year < 1980 || *month < 1 || !validDate(*year, *month, *day) || *hour > 23 ||
-        *minute > 59 || (*second > 59 && !rounded) || line[22] == ' ' || *flag != 0)
+    if (*year < kFirstYear || *year > kLastYear || *month < 1 || !validDate(*year, *month, *day) ||
+        *hour > 23 || *minute > 59 || (*second > 59 && !rounded) || line[22] == ' ' || *flag != 0)
         return std::nullopt;
     const int mjd = md_julday(*year, *month, *day);
     if (mjd2date(mjd, 0.0).day != *day) // that month has fewer days
@@ -160,7 +162,8 @@ bool Records::next(Record& out) {
             readSatellites(out, epoch->satellites);
             return true;
         }
-        passOver((begins ? "no epoch begins like this: " : "this belongs to no epoch: ") +
+        passOver((begins ? text("no epoch of %d to %d begins like this: ", kFirstYear, kLastYear)
+                         : "this belongs to no epoch: ") +
                  shown(line));
     }
     return false;
