@@ -15,7 +15,6 @@ namespace {
 constexpr double kElevationCutoffDeg = 5.0;
 constexpr double kHistoryAgeS = 30.0;
 constexpr double kPresent = 1e-6;
-constexpr double kFactorUnset = 0.01;
 
 /// The satellite at the transmit time of the virtual point, and what that point and the reference
 /// see of it.
@@ -42,17 +41,10 @@ bool surelyAboveCutoff(const Vector3& local) {
     return local[2] > 0.0 && local[2] * local[2] > slope * slope * horizontal2;
 }
 
-void formFactor(RangeHistory& history, std::size_t k, double f1, double hz) {
-    const double factor = f1 * f1 / (hz * hz);
-    history.ionosphereFactor[k] = factor;
-    if (!(std::fabs(factor) < kFactorUnset)) // else it is tried again
-        history.formed |= static_cast<std::uint8_t>(1U << k);
-}
-
 /// Shifts one satellite's slots by the range difference (m). Slots 4 to 7 have the carriers of
 /// slots 0 to 3, for a second set of codes.
 void shiftSlots(EpochObs& to, const EpochObs& from, std::size_t satellite, const Session& session,
-                StreamedChannels streamed, RangeHistory& history, double rangeDifference,
+                StreamedChannels streamed, const RangeHistory& history, double rangeDifference,
                 double ageS) {
     const double lastDifference = history.drleng;
     const auto carrierHz = [&](std::size_t slot) {
@@ -75,8 +67,6 @@ void shiftSlots(EpochObs& to, const EpochObs& from, std::size_t satellite, const
         if (hz <= 0.0)
             return; // no wavelength, no phase
         const double wavelengthM = kSpeedOfLight / hz;
-        if ((history.formed >> k & 1) == 0)
-            formFactor(history, k, carrierHz(0), hz);
         out.phase = in.phase + rangeDifference / wavelengthM;
         out.phaseType = in.phaseType;
         out.cn0 = in.cn0;

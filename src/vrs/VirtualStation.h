@@ -25,14 +25,11 @@ struct VrsEncoders {
 
 /// What is kept of a satellite from epoch to epoch: for the Doppler correction its last answered
 /// epoch, and the light times to the virtual point.
-struct alignas(32) RangeHistory { // an epoch needs all but the factors: two lines of a cache
+struct RangeHistory {
     int mjd = 0;
-    std::uint8_t formed = 0; // bit k: the factor of slot k
     double sod = 0.0;
     double drleng = 0.0;   // range at the virtual point minus range at the reference, m
     LightTimes lightTimes; // of its last two epochs
-    /// f1^2 / f^2 per carrier slot, formed when first needed. Recorded only.
-    std::array<double, kMaxSlots> ionosphereFactor{};
 };
 
 /// Range at the virtual station minus range at its reference, and the rate of that (0 but for
