@@ -88,6 +88,9 @@ std::string headline(const ReportData& d, const simulate::Totals& t, const simul
                       escaped(simulate::utcText(d.first, simulate::Fraction::none)) + " UTC"
                 : "") +
            ". " +
+           (t.rovers ? "Kestrune answered behind a gateway, and rovers got it from the gateway's "
+                       "caster. "
+                     : "") +
            (values ? "Everything that came back was compared with what an independent "
                      "computation says about it."
                    : "The true values of a recording are not known: form, order and completeness "

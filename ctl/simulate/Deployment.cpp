@@ -140,7 +140,7 @@ std::string leapSecondFile(const Deployment& d) {
 
 } // namespace
 
-std::vector<std::string> satellitesOfRecordings() {
+std::vector<std::string> satellitesOfEveryStation() {
     std::vector<std::string> names;
     const std::pair<char, int> counts[] = {{'G', 32}, {'R', 24}, {'E', 36}, {'C', 44}, {'J', 7}};
     for (const auto& [system, count] : counts)

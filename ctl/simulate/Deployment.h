@@ -24,8 +24,8 @@ struct Deployment {
     std::optional<ref::Vec3> offsetM; // of the virtual station
 };
 
-/// Satellites that a recorded stream may hold.
-std::vector<std::string> satellitesOfRecordings();
+/// Those of the packaged list, which serves every station.
+std::vector<std::string> satellitesOfEveryStation();
 
 /// Writes the files; one deployment file an endpoint. Their paths. std::runtime_error when a file
 /// cannot be written, or one is there that this program did not write.

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <stdexcept>
@@ -17,7 +18,8 @@ namespace ctl::simulate {
 
 namespace {
 
-constexpr double kPatienceS = 2.0; // for something owed
+constexpr double kPatienceS = 2.0;       // for something owed
+constexpr double kRoverPatienceS = 10.0; // for the road to a rover
 constexpr double kStallS = 0.15;
 constexpr double kSlowReaderS = 0.4;
 constexpr std::size_t kLargestRandomBlock = 1500;
@@ -69,6 +71,18 @@ Endpoint::Endpoint(const std::string& host, int port, const ref::Expectation& ex
                    FaultPlan faults, Split split)
     : judge(expectation), plan(std::move(faults)), listener_(listenOn(host, port)), split_(split) {}
 
+void Endpoint::hearRover(const std::string& path) {
+    rover_ = FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!rover_.open())
+        throw std::runtime_error(path + " cannot be read: " + std::strerror(errno));
+    fcntl(rover_.get(), F_SETFL, O_NONBLOCK);
+    throughRover_ = true;
+}
+
+bool Endpoint::roverHears(double now) const {
+    return !throughRover_ || roverHeard_ || now - connectedAt_ > kRoverPatienceS;
+}
+
 void Endpoint::accept() {
     const int fd = ::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0)
@@ -82,6 +96,7 @@ void Endpoint::accept() {
     const int on = 1;
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     ++connections;
+    connectedAt_ = monotonicS();
     greeted = false;
 }
 
@@ -171,16 +186,37 @@ void Endpoint::read() {
     for (;;) {
         const auto n = recv(connection_.get(), in.data(), in.size(), 0);
         if (n > 0) {
-            if (replies)
-                replies->write(reinterpret_cast<const char*>(in.data()), n);
-            const double now = lastMoved_ = monotonicS();
-            judge.received({in.data(), static_cast<std::size_t>(n)}, now);
+            if (!throughRover_)
+                came({in.data(), static_cast<std::size_t>(n)});
             continue;
         }
         if (n < 0 && (errno == EAGAIN || errno == EINTR))
             return;
         return disconnect();
     }
+}
+
+void Endpoint::readRover() {
+    std::array<std::uint8_t, 65536> in{};
+    for (;;) {
+        const auto n = ::read(rover_.get(), in.data(), in.size());
+        if (n <= 0) {
+            if (n < 0 && (errno == EAGAIN || errno == EINTR))
+                return;
+            roverGone_ = true;
+            return rover_.reset();
+        }
+        roverHeard_ = true;
+        came({in.data(), static_cast<std::size_t>(n)});
+    }
+}
+
+void Endpoint::came(std::span<const std::uint8_t> bytes) {
+    if (replies)
+        replies->write(reinterpret_cast<const char*>(bytes.data()),
+                       static_cast<std::streamsize>(bytes.size()));
+    lastMoved_ = monotonicS();
+    judge.received(bytes, lastMoved_);
 }
 
 bool Endpoint::idle(double now) const {

@@ -5,11 +5,12 @@
 #include "reference/service/judge.h"
 
 #include <ostream>
+#include <span>
 #include <string>
 #include <utility>
 
 /// Endpoint: one TCP endpoint that a service connects to: what is sent goes to the judge first,
-/// what comes back after it. Times are seconds of the monotonic clock.
+/// what comes back, there or at a rover, after it. Times are seconds of the monotonic clock.
 
 namespace ctl::simulate {
 
@@ -46,6 +47,13 @@ public:
     int listener() const { return listener_.get(); }
     int connection() const { return connection_.get(); }
     bool connected() const { return connection_.open() && !ended_; }
+    /// What is to come back comes from this file, a pipe, as a rover got it. Waits for whoever
+    /// writes there; std::runtime_error where it cannot be read.
+    void hearRover(const std::string& path);
+    int rover() const { return rover_.get(); }
+    /// Whether the rover gets something, or has had time enough to; true without one.
+    bool roverHears(double now) const;
+    bool roverGone() const { return roverGone_; }
     /// Takes the service that is there in place of an earlier one.
     void accept();
 
@@ -59,6 +67,7 @@ public:
     double pausedUntil(double now) const;
     void write();
     void read();
+    void readRover();
     /// Ends the connection where that is due and everything owed has come or is given up.
     void settle(double now);
 
@@ -86,10 +95,14 @@ private:
 
     void queueCut(const EpochFrames& epoch);
     void disconnect();
+    void came(std::span<const std::uint8_t> bytes);
     std::size_t blockSize();
 
     FileDescriptor listener_;
     FileDescriptor connection_;
+    FileDescriptor rover_;
+    bool throughRover_ = false, roverHeard_ = false, roverGone_ = false;
+    double connectedAt_ = 0;
     Split split_;
     ref::Bytes out_; // queued; sent up to sent_
     std::size_t sent_ = 0;

@@ -168,6 +168,7 @@ struct Run {
     std::vector<ref::Answer> answers;
     ref::Output output = ref::Output::reply;
     std::optional<ref::Vec3> offsetM;
+    bool rovers = false;            // who get what comes back
     std::set<std::string> recorded; // satellites with ephemerides in a recording
     Known known;
 
@@ -191,8 +192,12 @@ void plan(Run& run, const Arguments& w) {
     if (run.station.silentAtStart && w.play.empty())
         ++run.faults.done[Fault::noEphemerides];
     run.answers = answersOf(w.answer);
-    run.output = w.output == "rtcm3" ? ref::Output::rtcm3 : ref::Output::reply;
+    const bool plain = w.output == "rtcm3" || !w.rovers.empty(); // as casters send it
+    run.output = plain ? ref::Output::rtcm3 : ref::Output::reply;
     run.offsetM = offsetOf(w.offset);
+    run.rovers = !w.rovers.empty();
+    if (run.rovers && !w.faults.empty())
+        refuse("--fault", w.faults.front(), "not with --rover: a gateway mends what it can");
     run.split = splitOf(w.split);
     run.pace.speed = speedOf(w.speed);
     run.pace.intervalS = 1 / run.station.rateHz;
@@ -222,6 +227,7 @@ ref::Expectation expectationOf(const Run& run, const std::vector<std::string>& s
     e.values = run.known.values && endpoint < kMostJudgedByValue;
     e.dayKnown = run.known.day;
     e.siteKnown = run.known.site;
+    e.throughCaster = run.rovers;
     e.satellites.insert(satellites.begin(), satellites.end());
     for (const std::string& sat : satellites)
         if (sat[0] == 'R')
@@ -244,8 +250,8 @@ std::unique_ptr<Source> sourceOf(Run& run, const Arguments& w) {
 }
 
 std::vector<std::string> satellitesOf(const Run& run, const Arguments& w) {
-    if (!w.play.empty() && (run.specified() || run.recorded.empty()))
-        return satellitesOfRecordings();
+    if (run.rovers || (!w.play.empty() && (run.specified() || run.recorded.empty())))
+        return satellitesOfEveryStation();
     if (!w.play.empty())
         return {run.recorded.begin(), run.recorded.end()};
     std::string systems = run.station.systems;
@@ -319,6 +325,8 @@ int runSimulate(const Arguments& w) {
     const int ports = w.stations * static_cast<int>(run.answers.size());
     if (w.port + ports - 1 > 65535)
         refuse("--stations", std::to_string(w.stations), "the ports end at 65535");
+    if (run.rovers && w.rovers.size() != static_cast<std::size_t>(ports))
+        refuse("--rover", w.rovers.back(), text("one for each of the %d endpoints", ports));
     const auto kind = w.json                       ? Progress::Kind::none
                       : isatty(STDOUT_FILENO) != 0 ? Progress::Kind::moving
                                                    : Progress::Kind::lines;
@@ -339,6 +347,8 @@ int runSimulate(const Arguments& w) {
         if (page.is_open())
             drawing.epoch(r);
     };
+    for (std::size_t i = 0; i < w.rovers.size(); ++i)
+        endpoints[i]->hearRover(w.rovers[i]);
     Simulator simulator(*source, endpoints, run.pace, run.faults);
     simulator.onWaiting = [&] {
         progress.say(ports == 1 ? text("waiting for a service on %s:%d", w.host.c_str(), w.port)
@@ -351,6 +361,7 @@ int runSimulate(const Arguments& w) {
     progress.end();
     Totals totals = totalsOf(endpoints, simulator.faults, simulator.epochs(), run.known);
     totals.answers = run.answers;
+    totals.rovers = run.rovers;
     if (page.is_open())
         page << drawing.page(totals);
     closeWritten(page, w.report);

@@ -33,6 +33,16 @@ bool Simulator::ready() const {
                     : std::all_of(endpoints_.begin(), endpoints_.end(), connected);
 }
 
+bool Simulator::roversHear(double now) const {
+    return std::all_of(endpoints_.begin(), endpoints_.end(),
+                       [&](const auto& e) { return e->roverHears(now); });
+}
+
+bool Simulator::roverGone() const {
+    return std::any_of(endpoints_.begin(), endpoints_.end(),
+                       [](const auto& e) { return e->roverGone(); });
+}
+
 bool Simulator::allIdle(double now) const {
     return std::all_of(endpoints_.begin(), endpoints_.end(),
                        [&](const auto& e) { return !e->connected() || e->idle(now); });
@@ -110,6 +120,7 @@ void Simulator::wait(double most) {
             (e->wantsToWrite(now) ? POLLOUT : 0) | (e->wantsToRead(now) ? POLLIN : 0);
         fds.push_back({e->listener(), POLLIN, 0});
         fds.push_back({events != 0 ? e->connection() : -1, static_cast<short>(events), 0});
+        fds.push_back({e->rover(), POLLIN, 0});
         if (const double until = e->pausedUntil(now); until > now)
             most = std::min(most, until - now);
     }
@@ -119,19 +130,21 @@ void Simulator::wait(double most) {
         return;
     for (std::size_t i = 0; i < endpoints_.size(); ++i) {
         Endpoint& e = *endpoints_[i];
-        const int events = fds[2 * i + 1].revents;
+        const int events = fds[3 * i + 1].revents;
         if (events & (POLLIN | POLLHUP | POLLERR))
             e.read();
         if (events & POLLOUT && e.connection() >= 0)
             e.write();
-        if (fds[2 * i].revents != 0)
+        if (fds[3 * i + 2].revents != 0)
+            e.readRover();
+        if (fds[3 * i].revents != 0)
             e.accept();
     }
 }
 
 void Simulator::run(const volatile std::sig_atomic_t& stop) {
     bool told = false;
-    while (stop == 0) {
+    while (stop == 0 && !roverGone()) {
         if (!ready()) {
             anchored_ = false;
             if (!told && onWaiting && !done())
@@ -144,7 +157,9 @@ void Simulator::run(const volatile std::sig_atomic_t& stop) {
             for (const auto& e : endpoints_)
                 if (e->connected() && !e->greeted)
                     greet(*e);
-            while (!done() && ready() && untilDue(monotonicS()) <= 0)
+            if (!roversHear(monotonicS()))
+                anchored_ = false;
+            while (anchored_ && !done() && ready() && untilDue(monotonicS()) <= 0)
                 produce();
         }
         const double now = monotonicS();

@@ -30,8 +30,9 @@ public:
     /// Called once each time that nobody is connected.
     std::function<void()> onWaiting;
 
-    /// Runs to the end of the source or of the pace, or until `stop` is set. Starts once every
-    /// endpoint has its service; while none has one, the time of the stream stands still.
+    /// Runs to the end of the source or of the pace, until `stop` is set, or until a rover ends.
+    /// Starts once every endpoint has its service and every rover hears it; while no endpoint has
+    /// one, the time of the stream stands still.
     void run(const volatile std::sig_atomic_t& stop);
 
     FaultPlan faults;
@@ -39,6 +40,8 @@ public:
 
 private:
     bool ready() const;
+    bool roversHear(double now) const;
+    bool roverGone() const;
     bool done() const { return exhausted_ || (pace_.epochs > 0 && number_ >= pace_.epochs); }
     bool allIdle(double now) const;
     bool congested() const;

@@ -305,9 +305,9 @@ std::string summaryText(const Totals& t) {
     std::string out = text("\n%ld epochs made, %ld sent on %d connection%s, %llu bytes\n", t.epochs,
                            t.given, t.connections, t.connections == 1 ? "" : "s",
                            static_cast<unsigned long long>(t.bytesSent));
-    out +=
-        text("  came back    %d replies and %d forwarded frames, %llu bytes; %d missing\n",
-             v.replies, v.forwarded, static_cast<unsigned long long>(bytesReceived(v)), v.missing);
+    out += text("  %s    %d replies and %d forwarded frames, %llu bytes; %d missing\n",
+                t.rovers ? "at rovers" : "came back", v.replies, v.forwarded,
+                static_cast<unsigned long long>(bytesReceived(v)), v.missing);
     out += text("  stream       %ld epochs, %ld observations; %d observations in the replies\n",
                 v.stream.ended + v.stream.unended, observationsSent(v), v.observations());
     if (v.observations() > 0)

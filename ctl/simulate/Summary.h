@@ -57,7 +57,8 @@ struct Totals {
     std::vector<ref::Answer> answers{ref::Answer::specified}; // of the endpoints, in turn
     std::map<ref::Answer, Kept> kept;
     int endpoints = 1;
-    int silent = 0; // endpoints with replies that carried no observation
+    bool rovers = false; // got what came back
+    int silent = 0;      // endpoints with replies that carried no observation
 };
 Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const FaultPlan& station,
                 long epochs, Known known);

@@ -83,6 +83,7 @@ private:
     void reply(std::span<const std::uint8_t> bytes);
     void plain(std::span<const std::uint8_t> bytes);
     void breakOffBlock();
+    bool keptByCaster(std::span<const std::uint8_t> forwarded);
     void answer(const Came& came, bool whole);
     void skip(std::size_t count);
     void unaskedReply(const std::optional<Msm>& first);
@@ -120,6 +121,7 @@ private:
     double heldSinceS_ = 0;
     Came block_; // of the plain stream, until its last message
     double blockSinceS_ = 0;
+    std::set<Bytes> passedOn_;           // through a caster: forwarded frames that came
     std::optional<GpsTime> stationSaid_; // when the plain stream last had the station's messages
     Verdict verdict_;
     std::set<std::pair<std::string, Trouble>> inEpoch_; // satellites in trouble in this answer

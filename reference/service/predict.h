@@ -55,6 +55,9 @@ struct Expectation {
     bool values = true;
     bool dayKnown = true;  ///< false: `near` has the time of the stream, not its week
     bool siteKnown = true; ///< false: siteM is not the station's
+    /// Received as a rover does: what is forwarded comes before the next epoch in any order, and
+    /// perhaps again; so does, before the first epoch, what a caster has kept.
+    bool throughCaster = false;
 };
 
 struct ExpectedCell {

@@ -235,3 +235,43 @@ TEST_F(Predictions, LeaveEpochsOfTheStreamThatNobodyAnswersToTheCensus) {
     EXPECT_EQ(v.stream.cells.at("G1C"), 4); // one of them in 1004
     EXPECT_EQ(v.stream.cells.at("E1X"), 2);
 }
+
+TEST(JudgeThroughACaster, WantsEveryForwardedFrameBeforeTheNextEpochInAnyOrder) {
+    ref::Sky sky(kSite);
+    const ref::GpsTime now = kNow;
+    const std::vector<Bytes> frames = sky.ephemerisFrames(now);
+    const Bytes &a = frames[0], &b = frames[1], &unknown = frames[2];
+    const auto joined = [](std::initializer_list<Bytes> parts) {
+        Bytes out;
+        for (const Bytes& part : parts)
+            out.insert(out.end(), part.begin(), part.end());
+        return out;
+    };
+    Bytes sent = joined({a, b});
+    for (const Bytes& f : sky.epochFrames(now, 7))
+        sent.insert(sent.end(), f.begin(), f.end());
+    ref::Expectation e;
+    e.output = ref::Output::rtcm3;
+    e.siteM = kSite;
+    e.answer = ref::Answer::complete;
+    for (const std::string& sat : allSatellites())
+        e.satellites.insert(sat);
+    e.near = now;
+    const struct {
+        const char* what;
+        Bytes received;
+        int wrong, directly; // through a caster, and at the service; the epoch is always missing
+    } cases[] = {
+        {"as sent", joined({a, b}), 1, 1},
+        {"in another order", joined({b, a}), 1, 3},
+        {"one again", joined({a, b, a}), 1, 2},
+        {"one missing", a, 2, 2},
+        {"one that was not sent", joined({a, unknown, b}), 2, 2},
+    };
+    for (const auto& c : cases) {
+        e.throughCaster = true;
+        EXPECT_EQ(ref::judge(sent, c.received, e).wrong, c.wrong) << c.what;
+        e.throughCaster = false;
+        EXPECT_EQ(ref::judge(sent, c.received, e).wrong, c.directly) << c.what;
+    }
+}

@@ -438,3 +438,32 @@ TEST(Gateway, GoesOnWithTheSecondSourceWhereTheFirstIsGone) {
     const auto frames = ref::goodFrames(received);
     EXPECT_GE(std::ranges::count(frames, 1077, &ref::Frame::type), 1) << "no satellite, no message";
 }
+
+TEST(Gateway, ServesARoverWhomTheSimulatorJudges) {
+    if (std::system("command -v curl >/dev/null") != 0)
+        GTEST_SKIP() << "curl is not installed";
+    const struct {
+        const char *what, *options, *rover, *verdict;
+    } cases[] = {
+        {"as it is", "", "", "everything was right\n"},
+        {"another place is expected", "--offset 0,301,0", "", "WRONG\n"},
+        {"the rover goes", "", "| stdbuf -o0 head -c 30000", "WRONG\n"},
+    };
+    for (const auto& c : cases) {
+        const Ports ports;
+        const RunningGateway gateway(
+            ports, "source = \"tcp://127.0.0.1:" + std::to_string(ports.station) + "\"\n");
+        const std::string url = "http://127.0.0.1:" + std::to_string(ports.caster) + "/CANB";
+        ASSERT_TRUE(gateway.tells("listens on"));
+        const std::string line = shellWords(kCtlProgram) + "simulate --port " +
+                                 std::to_string(ports.station) +
+                                 " --start '2018-07-12T23:37:11' --speed max --duration 30 "
+                                 "--answer complete " +
+                                 c.options + " --rover <(curl -sN " + url + " " + c.rover + ")";
+        std::ofstream(gateway.folder / "line") << line << "\n";
+        const Ran ran =
+            runInShell("/usr/bin/env", "timeout 60 bash " + (gateway.folder / "line").string());
+        EXPECT_TRUE(ran.output.ends_with(c.verdict)) << c.what << ran.output << gateway.log();
+        EXPECT_EQ(ran.status, ran.output.ends_with("right\n") ? 0 : 1) << c.what;
+    }
+}
