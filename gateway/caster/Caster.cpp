@@ -122,7 +122,8 @@ void Caster::open(const HostPort& where, bool tls) {
     } catch (const boost::system::system_error& e) {
         throw std::runtime_error("cannot listen on " + shown(where) + ": " + e.code().message());
     }
-    say(Level::notice, "caster", "listens on " + shown(where) + (tls ? " (TLS)" : ""));
+    const HostPort there{where.host, listeners_.back()->acceptor.local_endpoint().port()};
+    say(Level::notice, "caster", "listens on " + shown(there) + (tls ? " (TLS)" : ""));
     tasks_.start(accept(listeners_.back()));
 }
 
