@@ -49,6 +49,26 @@ awaitable<std::optional<Head>> readHead(Channel& channel) {
     }
 }
 
+awaitable<void> readPush(Channel& channel, const Request& request, PushDoor& door, std::string rest,
+                         Deadline& deadline) {
+    ntrip::PushReader reader(request);
+    Bytes data;
+    auto state = reader.take(bytesOf(rest), data);
+    std::array<std::uint8_t, 8192> buffer;
+    while (state == ntrip::BodyState::flows) {
+        if (!data.empty())
+            door.deliver(data);
+        data.clear();
+        const std::size_t n = co_await channel.read(buffer);
+        if (n == 0)
+            break;
+        deadline.set(kPushSilence, "silence");
+        state = reader.take(std::span(buffer).first(n), data);
+    }
+    if (!data.empty())
+        door.deliver(data);
+}
+
 awaitable<void> tell(Channel& channel, std::string text) {
     co_await within(kTellLimit, channel.write(bytesOf(text)), "takes no answer");
 }
@@ -298,21 +318,9 @@ awaitable<void> Caster::hear(Channel& channel, const Request& request, Station& 
     co_await tell(channel, ntrip::grantText(request, dateNow()));
     say(Level::notice, station.settings().name,
         "a receiver at " + channel.peer() + " pushes its stream");
-    ntrip::PushReader reader(request);
-    Bytes data;
-    auto state = reader.take(bytesOf(rest), data);
-    std::array<std::uint8_t, 8192> buffer;
-    while (state == ntrip::BodyState::flows) {
-        if (!data.empty())
-            door.deliver(data);
-        data.clear();
-        const std::size_t n = co_await within(kPushSilence, channel.read(buffer), "silence");
-        if (n == 0)
-            break;
-        state = reader.take(std::span(buffer).first(n), data);
-    }
-    if (!data.empty())
-        door.deliver(data);
+    Deadline deadline(kPushSilence, "silence");
+    co_await firstOf(readPush(channel, request, door, std::move(rest), deadline),
+                     deadline.passed());
 }
 
 awaitable<void> Caster::refuse(Channel& channel, const Request& request, Refusal why) {

@@ -78,4 +78,28 @@ template <class T> awaitable<T> within(Duration limit, awaitable<T> operation, s
     }
 }
 
+/// The limit of a conversation that goes on: it moves, but only to later, at little cost.
+class Deadline {
+public:
+    Deadline(Duration limit, const char* what) { set(limit, what); }
+    /// From now on; `what` lives as long as this.
+    void set(Duration limit, const char* what) {
+        at_ = std::chrono::steady_clock::now() + limit;
+        what_ = what;
+    }
+    /// Ends with TimeUp.
+    awaitable<void> passed() const {
+        asio::steady_timer timer(co_await asio::this_coro::executor);
+        while (std::chrono::steady_clock::now() < at_) {
+            timer.expires_at(at_);
+            co_await timer.async_wait(use_awaitable);
+        }
+        throw TimeUp(what_);
+    }
+
+private:
+    Instant at_{};
+    const char* what_ = nullptr;
+};
+
 } // namespace gateway

@@ -29,12 +29,20 @@ constexpr std::size_t kBlock = 8192;
 
 using Buffer = std::array<std::uint8_t, kBlock>;
 
-awaitable<void> readOn(Channel& channel, const TakeBytes& take) {
+constexpr const char* kSilent60 = "nothing came for 60 s";
+
+awaitable<void> readAll(Channel& channel, const TakeBytes& take, Deadline& deadline) {
     Buffer buffer;
-    while (const std::size_t n =
-               co_await within(kSilenceLimit, channel.read(buffer), "nothing came for 60 s"))
+    while (const std::size_t n = co_await channel.read(buffer)) {
+        deadline.set(kSilenceLimit, kSilent60);
         take(std::span(buffer).first(n));
+    }
     throw ConversationEnd("the peer has ended the stream");
+}
+
+awaitable<void> readOn(Channel& channel, const TakeBytes& take) {
+    Deadline deadline(kSilenceLimit, kSilent60);
+    co_await firstOf(readAll(channel, take, deadline), deadline.passed());
 }
 
 std::string ggaOf(const Address& address) {
@@ -62,25 +70,24 @@ awaitable<void> sendPositions(Channel& channel, const Address& address) {
     throw ConversationEnd(answer.what(), access ? Manner::refused : Manner::soon);
 }
 
-awaitable<void> readAnswer(Channel& channel, const Address& address, const SourceEvents& events) {
+awaitable<void> readAnswer(Channel& channel, const Address& address, const SourceEvents& events,
+                           Deadline& deadline) {
     using State = ntrip::AnswerReader::State;
     ntrip::AnswerReader answer(address, ntrip::AnswerReader::Asked::stream);
     Buffer buffer;
     Bytes data;
-    const Instant asked = std::chrono::steady_clock::now();
     for (bool told = false;;) {
         const bool head = answer.state() == State::head;
-        const Duration left =
-            head ? asked + kAnswerLimit - std::chrono::steady_clock::now() : kSilenceLimit;
-        const std::size_t n =
-            co_await within(left, channel.read(buffer),
-                            head ? "the caster does not answer" : "nothing came for 60 s");
+        const std::size_t n = co_await channel.read(buffer);
         data.clear();
         const State state = n > 0 ? answer.take(std::span(buffer).first(n), data) : answer.close();
         if (state == State::table || state == State::refused || state == State::malformed)
             refused(answer);
-        if (state != State::head && !std::exchange(told, true))
-            events.granted();
+        if (state != State::head) {
+            deadline.set(kSilenceLimit, kSilent60);
+            if (!std::exchange(told, true))
+                events.granted();
+        }
         if (!data.empty())
             events.take(data);
         if (n == 0 || state == State::ended)
@@ -101,7 +108,9 @@ awaitable<void> receiveNtrip(const Address& address, const SourceEvents& events)
     const std::string request =
         ntrip::streamRequest(address, address.version == 2 ? ggaOf(address) : "");
     co_await within(kAnswerLimit, channel->write(bytesOf(request)), "the caster takes no request");
-    co_await firstOf(readAnswer(*channel, address, events), sendPositions(*channel, address));
+    Deadline deadline(kAnswerLimit, "the caster does not answer");
+    co_await firstOf(firstOf(readAnswer(*channel, address, events, deadline), deadline.passed()),
+                     sendPositions(*channel, address));
 }
 
 awaitable<void> receiveTcp(const Address& address, const SourceEvents& events) {
