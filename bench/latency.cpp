@@ -1,22 +1,10 @@
+#include "bench/Sockets.h"
 #include "bench/Station.h"
 #include "reference/service/framing.h"
 
-#include <algorithm>
-#include <arpa/inet.h>
-#include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <cstdio>
-#include <netinet/tcp.h>
-#include <stdexcept>
-#include <string>
-#include <string_view>
-#include <sys/socket.h>
-#include <system_error>
 #include <thread>
-#include <unistd.h>
-#include <utility>
-#include <vector>
 
 // What the service adds to an echo over loopback. One run talks to both in turn: an epoch goes to
 // the echo, then to the service, and each time the time until the last byte of the answer counts.
@@ -30,77 +18,9 @@ using Micros = std::chrono::duration<double, std::micro>;
 
 constexpr std::chrono::milliseconds kBetween{5}; // epochs; the service sleeps meanwhile
 
-void require(bool holds, const std::string& what) {
-    if (!holds)
-        throw std::runtime_error(what);
-}
-
-/// The result of a system call that has to succeed.
-int done(int result) {
-    if (result < 0)
-        throw std::system_error(errno, std::generic_category());
-    return result;
-}
-
-void setOn(int fd, int level, int option) {
-    const int on = 1;
-    done(setsockopt(fd, level, option, &on, sizeof on));
-}
-
-class Socket {
-public:
-    explicit Socket(int fd) : fd_(done(fd)) {}
-    Socket(Socket&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
-    Socket& operator=(Socket&&) = delete;
-    ~Socket() {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    int fd() const { return fd_; }
-
-    void send(const ref::Bytes& bytes) const {
-        require(::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
-                    static_cast<ssize_t>(bytes.size()),
-                "not all could be sent");
-    }
-    /// Adds what is there; false at the end of the connection or after 10 s of silence.
-    bool receive(ref::Bytes& to) const {
-        std::uint8_t block[16384];
-        const ssize_t n = recv(fd_, block, sizeof block, 0);
-        to.insert(to.end(), block, block + std::max<ssize_t>(n, 0));
-        return n > 0;
-    }
-
-private:
-    int fd_;
-};
-
-sockaddr_in addressOf(const char* host, int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    require(inet_pton(AF_INET, host, &address.sin_addr) == 1, "not an address");
-    return address;
-}
-
-Socket tcp() {
-    return Socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-}
-
-Socket listenOn(const char* host, int port) {
-    Socket listener = tcp();
-    const sockaddr_in address = addressOf(host, port);
-    setOn(listener.fd(), SOL_SOCKET, SO_REUSEADDR);
-    done(bind(listener.fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
-    done(listen(listener.fd(), 1));
-    return listener;
-}
-
-Socket accepted(const Socket& listener) {
-    Socket s(accept(listener.fd(), nullptr, nullptr));
-    setOn(s.fd(), IPPROTO_TCP, TCP_NODELAY);
+/// A connection that waits 10 s for what is to come.
+Socket accept10s(const Socket& listener) {
+    Socket s = accepted(listener);
     const timeval limit{10, 0};
     done(setsockopt(s.fd(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit));
     return s;
@@ -127,11 +47,6 @@ double roundTrip(const Socket& s, const ref::Bytes& epoch, std::size_t expected)
     return us;
 }
 
-double percentile(std::vector<double> values, double part) {
-    std::sort(values.begin(), values.end());
-    return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1))];
-}
-
 void print(const char* name, const std::vector<double>& us) {
     std::printf("%s %.0f %.0f\n", name, percentile(us, 0.5), percentile(us, 0.99));
 }
@@ -151,8 +66,8 @@ void greet(const Socket& service, ref::Sky& sky) {
 void station(const char* host, int port, int epochs) {
     const Socket serviceListener = listenOn(host, port);
     const Socket echoListener = listenOn(host, port + 1);
-    const Socket service = accepted(serviceListener);
-    const Socket echo = accepted(echoListener);
+    const Socket service = accept10s(serviceListener);
+    const Socket echo = accept10s(echoListener);
     ref::Sky sky = skyOf("GREC", "full");
     greet(service, sky);
     std::vector<double> echoUs, serviceUs;
@@ -177,13 +92,6 @@ void echo(const char* host, int port) {
     setOn(s.fd(), IPPROTO_TCP, TCP_NODELAY);
     for (ref::Bytes bytes; s.receive(bytes); bytes.clear())
         s.send(bytes);
-}
-
-int number(std::string_view text) {
-    int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    require(error == std::errc() && end == text.data() + text.size(), "not a number");
-    return value;
 }
 
 } // namespace
