@@ -18,6 +18,10 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kWatchdogS = "60";
+/// Geostationary (BDS-SIS-ICD-B1I 3.0); the specified answer has them metres off.
+constexpr std::array<const char*, 4> kOfCompleteAnswer{"C59", "C60", "C61", "C62"};
+constexpr const char* kBeforeThem = "C46";
+constexpr const char* kRemark = "* Without C59 to C62";
 
 /// The text with every `from` replaced; there must be one.
 std::string filled(std::string content, const std::string& from, const std::string& to) {
@@ -87,8 +91,11 @@ std::string deploymentFile(const Station& station, const Layout& layout) {
 /// the example's.
 std::string objectFile(const Station& station) {
     std::istringstream lines{std::string(kObjectTemplate)};
+    const bool complete = station.answer == "complete";
     std::string out;
     for (std::string line; std::getline(lines, line);) {
+        if (complete && line.starts_with(kRemark))
+            continue;
         const bool satellite = line.size() > 4 && line[0] == ' ' && line[4] == ' ' &&
                                configuredSystem(line[1]) && isdigit(line[2]) != 0;
         if (satellite && !uses(station, line[1]))
@@ -99,6 +106,9 @@ std::string objectFile(const Station& station) {
             line =
                 kExampleObjectFile.substr(at + 1, kExampleObjectFile.find('\n', at + 1) - at - 1);
         out += line + "\n";
+        if (complete && satellite && line.substr(1, 3) == kBeforeThem)
+            for (const char* const name : kOfCompleteAnswer)
+                out += line.replace(1, 3, name) + "\n";
     }
     return filled(out, "@NAME@", station.name);
 }

@@ -3,6 +3,7 @@
 #include "session.h"
 
 #include "config/Deploy.h"
+#include "ctl/init/Files.h"
 
 #include <map>
 
@@ -81,7 +82,7 @@ TEST_F(Init, WritesADeploymentThatTheServiceTakesAsMeant) {
     std::map<char, int> count;
     for (const std::string& name : d.satelliteNames)
         ++count[name[0]];
-    EXPECT_EQ(count, (std::map<char, int>{{'G', 32}, {'R', 24}, {'E', 36}, {'C', 44}, {'J', 7}}));
+    EXPECT_EQ(count, (std::map<char, int>{{'G', 32}, {'R', 24}, {'E', 34}, {'C', 47}, {'J', 7}}));
     EXPECT_EQ(d.glonassChannels()[9], -7 + 8); // of R10
     EXPECT_EQ(d.systems, "GRECJ");
     const std::string own = fs::canonical(scratch.path) / "st2r-north";
@@ -90,6 +91,22 @@ TEST_F(Init, WritesADeploymentThatTheServiceTakesAsMeant) {
     EXPECT_EQ(d.watchdogS, 60.0);
     EXPECT_TRUE(d.answering.complete && d.answering.plain);
     EXPECT_FALSE(d.clock);
+}
+
+// The specified answer moves C59 to C62 as if they were no geostationary satellites.
+TEST(Templates, HaveC59ToC62ForTheCompleteAnswerAlone) {
+    for (const bool complete : {true, false}) {
+        ctl::init::Station station;
+        station.answer = complete ? "complete" : "specified";
+        std::string object;
+        for (const ctl::init::NewFile& f : ctl::init::filesOf(station, {}))
+            if (f.path.filename() == "session.obj")
+                object = f.content;
+        EXPECT_TRUE(contains(object, "\n C46  BEIDOU "));
+        EXPECT_EQ(contains(object, "\n C59  BEIDOU   -       -\n"), complete);
+        EXPECT_EQ(contains(object, "\n C62  BEIDOU   -       -\n J01"), complete);
+        EXPECT_FALSE(contains(object, "\n C15") || contains(object, "\n E35"));
+    }
 }
 
 TEST_F(Init, TakesPositionAndSystemsFromTheStream) {
@@ -105,7 +122,7 @@ TEST_F(Init, TakesPositionAndSystemsFromTheStream) {
     for (std::size_t i = 0; i < 3; ++i)
         EXPECT_NEAR(d.stations[0].xyz[i], kSite.v[i], 1e-4);
     EXPECT_EQ(d.systems, "GRE");
-    EXPECT_EQ(d.satelliteNames.size(), 92U);
+    EXPECT_EQ(d.satelliteNames.size(), 90U);
     EXPECT_EQ(init(std::string("b --systems GJ ") + kAddress).status, 0);
     EXPECT_EQ(read("b.json").systems, "GJ");
 }
