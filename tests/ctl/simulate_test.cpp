@@ -106,6 +106,7 @@ struct Outcome {
     std::string passedBack; // unaltered
     double replies = 0, wrong = 0;
     std::string answer, causes, faults;
+    std::string log, state; // of the service
 };
 
 /// Changes the deployment before the service reads it.
@@ -165,6 +166,8 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     }
     Outcome o;
     o.serviceRuns = !service.ended();
+    o.log = readFile(folder / "log");
+    o.state = readFile(folder / "status.json");
     for (const int fd : {listener, toService, toSimulator})
         close(fd);
     for (int i = 0; i < 1000 && o.status < 0; ++i, sleepms(10))
@@ -190,6 +193,16 @@ Outcome run(std::vector<std::string> options, const Alter& replies, const Alter&
     fs::remove_all(folder);
     fs::remove(folder.string() + ".out");
     return o;
+}
+
+/// The service looks after its connection, its place and its state.
+void watchOver(const fs::path& folder) {
+    const fs::path deployment = folder / "vrs.json";
+    const std::string level = R"("tracelevel": "0")";
+    const std::string protocol = R"("input-protocol": "RTCM3")";
+    change(deployment, level,
+           level + R"(, "watchdog": "60", "status": ")" + (folder / "status.json").string() + '"');
+    change(deployment, protocol, protocol + R"(, "guard": "50")");
 }
 
 const std::vector<std::string> kShortRun{"--start", "2026-03-01T12:00:00", "--speed",
@@ -279,8 +292,12 @@ TEST(Simulator, FindsNothingWrongWithTheService) {
     const std::string file = testing::TempDir() + "kestrune_replies" + std::to_string(getpid());
     for (std::vector<std::string> options : cases) {
         options.insert(options.end(), {"--speed", "max", "--replies", file});
-        const Outcome o = run(options, unaltered, unaltered);
+        const Outcome o = run(options, unaltered, unaltered, watchOver);
         EXPECT_EQ(o.status, 0) << o.printed;
+        EXPECT_FALSE(contains(o.log, "No epoch for") || contains(o.log, "held back"));
+        const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> state(cJSON_Parse(o.state.c_str()),
+                                                                    cJSON_Delete);
+        EXPECT_TRUE(state) << o.state;
         EXPECT_EQ(o.answer, "right");
         EXPECT_EQ(o.wrong, 0) << o.faults;
         EXPECT_GE(o.replies, 8);
