@@ -129,10 +129,11 @@ void writeOne(const NewFile& file) {
     std::FILE* const out = std::fopen(file.path.c_str(), "wxe");
     if (!out)
         fail(file.path, std::strerror(errno));
+    errno = 0;
     const bool written =
         std::fwrite(file.content.data(), 1, file.content.size(), out) == file.content.size();
     if (std::fclose(out) != 0 || !written)
-        fail(file.path, "cannot be written");
+        fail(file.path, errno != 0 ? std::strerror(errno) : "cannot be written");
 }
 
 } // namespace

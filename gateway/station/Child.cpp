@@ -138,7 +138,7 @@ Child::Child(const asio::any_io_executor& executor, const std::filesystem::path&
         running_ = std::make_shared<Running>(executor, id,
                                              static_cast<int>(syscall(SYS_pidfd_open, id, 0)));
     } catch (const std::exception& e) {
-        throw std::runtime_error(path.string() + " cannot be started: " + e.what());
+        throw std::runtime_error(path.string() + " cannot be started: " + reasonOf(e));
     }
     asio::co_spawn(executor, reap(running_), asio::detached);
     asio::co_spawn(executor, relayLines(std::move(lines), say), asio::detached);

@@ -92,7 +92,10 @@ awaitable<void> Engine::run(EnginePlan plan) {
             co_return;
         wait = std::chrono::steady_clock::now() - began > kSteady ? kFirstWait
                                                                   : std::min(2 * wait, kMostWait);
-        say_(Level::warning, "engine: " + end.why + "; started again in " + inSeconds(wait));
+        say_(Level::warning,
+             "engine: " + end.why +
+                 (plan.external ? "; another one may come in " : "; started again in ") +
+                 inSeconds(wait));
         co_await pause(wait);
     }
 }
@@ -101,8 +104,9 @@ awaitable<void> Engine::once(const EnginePlan& plan, tcp::acceptor& acceptor) {
     if (plan.external) {
         const ChannelPtr channel = channelOf(co_await acceptor.async_accept(use_awaitable));
         const fs::path none;
+        say_(Level::notice, "engine: " + channel->peer() + " has connected");
         co_await serve(*channel, none);
-        co_return;
+        throw ConversationEnd("has ended the connection");
     }
     const Paths paths = pathsOf(plan);
     writeDeployment(plan, acceptor.local_endpoint().port());
@@ -170,11 +174,8 @@ awaitable<void> Engine::writeTo(Channel& channel) {
 awaitable<void> Engine::watch(fs::path status) {
     for (;;) {
         co_await pause(kWatchPeriod);
-        if (owed_ < kMostOwed)
-            continue;
-        if (!livesBy(status))
+        if (owed_ >= kMostOwed && !livesBy(status))
             throw std::runtime_error("hangs: it owes " + std::to_string(owed_) + " epochs");
-        owed_ = 0;
     }
 }
 
