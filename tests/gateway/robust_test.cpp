@@ -1,0 +1,230 @@
+#include "gateway/running.h"
+
+// What the gateway does when something around it fails.
+
+namespace running {
+
+namespace {
+
+int engineOf(const RunningGateway& gateway) {
+    const std::string status = gateway.status();
+    const std::size_t at = status.find("\"process_id\":");
+    return at == status.npos ? 0 : std::stoi(status.substr(at + 13));
+}
+
+bool endsSoon(int process) {
+    for (int i = 0; i < 500 && kill(process, 0) == 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return kill(process, 0) != 0;
+}
+
+/// The next epoch of one sky.
+class Epochs {
+public:
+    Bytes next(int count = 1) {
+        Bytes out;
+        for (; count > 0; --count)
+            append(out, epochOf(sky_, kNow + 100.0 + count_++ * 1.0));
+        return out;
+    }
+
+private:
+    ref::Sky sky_ = skyOfStation();
+    int count_ = 0;
+};
+
+} // namespace
+
+TEST(Gateway, StartsAnEngineAgainThatHangs) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    const Client station(ports.station);
+    Client rover(ports.caster, askOf("CANB"), kGranted);
+    ASSERT_TRUE(station.send(streamOf(2)));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(2))), 2);
+    const int engine = engineOf(gateway);
+    ASSERT_GT(engine, 0);
+    kill(engine, SIGSTOP);
+    Epochs sky;
+    ASSERT_TRUE(station.send(sky.next(10)));
+    ASSERT_TRUE(gateway.tells("hangs: it owes 10 epochs; started again in 2 s")) << gateway.log();
+    EXPECT_TRUE(endsSoon(engine));
+    while (engineOf(gateway) == engine)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    ASSERT_TRUE(station.send(sky.next()));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
+    // One that does not obey is killed in time.
+    kill(engineOf(gateway), SIGSTOP);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(gateway.end(SIGTERM), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
+}
+
+TEST(Gateway, LeavesNoEngineBehindWhenItIsKilled) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    const int engine = engineOf(gateway);
+    ASSERT_GT(engine, 0);
+    EXPECT_EQ(gateway.end(SIGKILL), -SIGKILL);
+    EXPECT_TRUE(endsSoon(engine));
+}
+
+TEST(Gateway, GoesOnWithoutDescriptors) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    const Client station(ports.station);
+    Client rover(ports.caster, askOf("CANB"), kGranted);
+    ASSERT_TRUE(station.send(streamOf(1)));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
+    gateway.allowDescriptors(3);
+    Epochs sky;
+    {
+        std::vector<std::unique_ptr<Client>> many;
+        for (int i = 0; i < 5; ++i)
+            many.push_back(std::make_unique<Client>(ports.caster));
+        ASSERT_TRUE(gateway.tells("takes nobody on 127.0.0.1:" + std::to_string(ports.caster) +
+                                  ": Too many open files"))
+            << gateway.log();
+        ASSERT_TRUE(station.send(sky.next()));
+        EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
+    }
+    Client later(ports.caster, askOf("CANB"), kGranted);
+    ASSERT_TRUE(station.send(sky.next()));
+    EXPECT_EQ(wholeEpochs(later.receive(epochs(1))), 1);
+}
+
+TEST(Gateway, GoesOnWhereAnOutputHasNoRoom) {
+    const Ports ports;
+    RunningGateway gateway(ports,
+                           stationSource(ports) + kPosition + "push = [\"file:/dev/full\"]\n");
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    const Client station(ports.station);
+    Client rover(ports.caster, askOf("CANB"), kGranted);
+    ASSERT_TRUE(station.send(streamOf(3)));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(3))), 3);
+    EXPECT_TRUE(gateway.tells("/dev/full: No space left on device; next attempt in"))
+        << gateway.log();
+}
+
+TEST(Gateway, FollowsAStationThatMayMove) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + "position = \"follow\"\n");
+    const Client station(ports.station);
+    const auto place = [](const ref::Vec3& xyzM) {
+        return ref::frame(ref::write1005({.station = 1, .xyzM = xyzM}));
+    };
+    Bytes stream = place(kSite);
+    append(stream, streamOf(2));
+    ASSERT_TRUE(station.send(stream));
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    const int before = engineOf(gateway);
+    ref::Vec3 moved = kSite;
+    moved[0] += 20;
+    ASSERT_TRUE(station.send(place(moved)));
+    ASSERT_TRUE(gateway.tells("moved by 20.00 m to -4467054.3577")) << gateway.log();
+    for (int i = 0; i < 1000 && (engineOf(gateway) == before || engineOf(gateway) == 0); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    Client rover(ports.caster, askOf("CANB"), kGranted);
+    Epochs sky;
+    ASSERT_TRUE(station.send(sky.next()));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
+}
+
+TEST(Gateway, ServesAnEngineThatSomebodyElseKeeps) {
+    const Ports ports, of;
+    int engine = 0;
+    const auto connect = [&](const RunningGateway& kept) { // one that a gateway has set up
+        std::string deployment = readFile(kept.folder / "state/CANB/engine.json");
+        const std::size_t n = deployment.find("127.0.0.1 ");
+        for (std::size_t at = n; at != deployment.npos; at = deployment.find("127.0.0.1 ", at + 1))
+            deployment.replace(at, deployment.find('"', at) - at,
+                               "127.0.0.1 " + std::to_string(of.station));
+        const fs::path file = kept.folder / "external.json";
+        std::ofstream(file) << deployment;
+        engine = fork();
+        if (engine == 0) {
+            const int none = open("/dev/null", O_WRONLY);
+            dup2(none, STDOUT_FILENO);
+            become(kServiceProgram, {"-mode", "vrs", file.string()});
+        }
+    };
+    const Ports other;
+    const RunningGateway kept(other, stationSource(other) + kPosition, "", "", "kept");
+    ASSERT_TRUE(kept.engineConnected()) << kept.log();
+    RunningGateway gateway(
+        ports, stationSource(ports), "",
+        "engine = \"external\"\naddress = \"127.0.0.1:" + std::to_string(of.station) + "\"\n");
+    Client rover(ports.caster, askOf("CANB"), kGranted);
+    const Client station(ports.station);
+    Epochs sky;
+    ASSERT_TRUE(station.send(streamOf(1)));
+    for (int i = 1; i <= 2; ++i) {
+        connect(kept);
+        const std::string told = "engine: 127.0.0.1:";
+        for (int wait = 0; wait < 1000 && gateway.count(told) < i; ++wait)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        ASSERT_EQ(gateway.count(told), i) << gateway.log();
+        ASSERT_TRUE(station.send(sky.next(2)));
+        EXPECT_EQ(wholeEpochs(rover.receive(epochs(2))), 2) << gateway.log();
+        kill(engine, SIGKILL);
+        waitpid(engine, nullptr, 0);
+        ASSERT_TRUE(gateway.tells("has ended the connection; another one may come in"))
+            << gateway.log();
+    }
+}
+
+TEST(Gateway, KeepsItsPasswordsToItself) {
+    const Ports ports, gone;
+    const std::string peer = "127.0.0.1:" + std::to_string(gone.station);
+    const fs::path users = fs::path(testing::TempDir()) / ("users_" + std::to_string(getpid()));
+    std::ofstream(users) << "bob:$6$abcdefgh$vR/yd6VXABFTBRyOupJyJyD09twBc54Fjx1W8tzKdqxOfohx"
+                            "eZRb508btnHrxVQLY86b/u4pA/7OgxagBH8130\n";
+    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
+    RunningGateway gateway(ports,
+                           "source = [\"caster:\", \"ntrip://bob:MARKER@" + peer +
+                               "/X?version=1\"]\npassword = \"MARKER\"\nephemerides = "
+                               "\"ntrip://bob:MARKER@" +
+                               peer + "/E\"\npush = [\"ntrip-source://:MARKER@" + peer + "/Y\"]\n" +
+                               kPosition,
+                           "users = \"" + users.string() + "\"\n");
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    for (const char* const request :
+         {"SOURCE MARKERX /CANB\r\n\r\n", "GET /CANB HTTP/1.0\r\nUser-Agent: NTRIP t\r\n"
+                                          "Authorization: Basic Ym9iOk1BUktFUg==\r\n\r\n"}) {
+        Client wrong(ports.caster);
+        ASSERT_TRUE(wrong.send(std::string(request)));
+        wrong.rest();
+    }
+    Client receiver(ports.caster);
+    ASSERT_TRUE(receiver.send(std::string("SOURCE MARKER /CANB\r\n\r\n")));
+    receiver.head();
+    ASSERT_TRUE(receiver.send(streamOf(2)));
+    ASSERT_TRUE(gateway.tells("pushes its stream")) << gateway.log();
+    ASSERT_TRUE(gateway.tells("/Y: Connection refused")) << gateway.log();
+    ASSERT_TRUE(gateway.tells("/E: Connection refused")) << gateway.log();
+    EXPECT_EQ(gateway.log().find("MARKER"), std::string::npos) << gateway.log();
+    for (const int process : {gateway.process(), engineOf(gateway)})
+        for (const char* const file : {"cmdline", "comm", "environ"})
+            EXPECT_EQ(readFile("/proc/" + std::to_string(process) + "/" + file).find("MARKER"),
+                      std::string::npos)
+                << file;
+    int files = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(gateway.folder / "state")) {
+        const fs::perms rights = entry.status().permissions();
+        EXPECT_EQ(rights & (fs::perms::group_all | fs::perms::others_all), fs::perms::none)
+            << entry.path();
+        if (!entry.is_regular_file())
+            continue;
+        ++files;
+        EXPECT_EQ(readFile(entry.path()).find("MARKER"), std::string::npos) << entry.path();
+    }
+    EXPECT_GE(files, 3);
+    fs::remove(users);
+}
+
+} // namespace running

@@ -1,0 +1,226 @@
+/// The real gateway with real services as engines: a station sends to it, rovers get from it.
+#pragma once
+
+#include "service.h"
+
+#include "reference/service/judge.h"
+#include "reference/standard/sky.h"
+
+#include <chrono>
+#include <thread>
+
+namespace running {
+
+using ref::Bytes;
+
+inline void append(Bytes& to, const Bytes& more) {
+    to.insert(to.end(), more.begin(), more.end());
+}
+
+/// A connection to a port of loopback.
+class Client {
+public:
+    explicit Client(int port) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        const sockaddr_in a = loopback("127.0.0.1", port);
+        for (int i = 0; i < 500 && !connected_; ++i) {
+            connected_ = connect(fd_, reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
+            if (!connected_)
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
+    ~Client() { close(fd_); }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    /// The stream of a mountpoint, whose answer must be that.
+    Client(int port, const std::string& request, const std::string& granted) : Client(port) {
+        EXPECT_TRUE(send(request));
+        EXPECT_EQ(head(), granted);
+    }
+
+    bool connected() const { return connected_; }
+    bool send(const Bytes& bytes) const {
+        std::size_t sent = 0;
+        while (sent < bytes.size()) {
+            const auto n = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            if (n <= 0)
+                return false;
+            sent += static_cast<std::size_t>(n);
+        }
+        return true;
+    }
+    bool send(const std::string& text) const { return send(Bytes(text.begin(), text.end())); }
+    /// What comes until `enough` says so, the peer ends, or nothing comes for 10 s.
+    template <class Enough> Bytes receive(const Enough& enough) {
+        Bytes out;
+        while (!enough(out)) {
+            pollfd p{fd_, POLLIN, 0};
+            std::array<std::uint8_t, 65536> in{};
+            const auto n = poll(&p, 1, 10'000) == 1 ? recv(fd_, in.data(), in.size(), 0) : 0;
+            if (n <= 0)
+                break;
+            out.insert(out.end(), in.begin(), in.begin() + n);
+        }
+        return out;
+    }
+    /// The answer until its blank line.
+    std::string head() {
+        std::string out;
+        for (char c = 0; !out.ends_with("\r\n\r\n") && recv(fd_, &c, 1, 0) == 1;)
+            out += c;
+        return out;
+    }
+    std::string rest() {
+        const Bytes all = receive([](const Bytes&) { return false; });
+        return {all.begin(), all.end()};
+    }
+
+private:
+    int fd_;
+    bool connected_ = false;
+};
+
+/// Two free ports, of a station and a caster.
+struct Ports {
+    int station = 0, caster = 0;
+    Ports() {
+        const int a = boundSocket(station), b = boundSocket(caster);
+        close(a);
+        close(b);
+    }
+};
+
+class RunningGateway {
+public:
+    /// `more` is of the station, `caster` of the caster, `gateway` instead of the engine's program.
+    RunningGateway(const Ports& ports, const std::string& more, const std::string& caster = "",
+                   const std::string& gateway = "", const std::string& name = "")
+        : folder(fs::path(testing::TempDir()) /
+                 ("kestrune_gateway_" + name + std::to_string(getpid()))) {
+        const std::string engine = "engine = \"" + std::string(kServiceProgram) + "\"\n";
+        fs::create_directories(folder);
+        std::ofstream(folder / "gateway.toml")
+            << "[gateway]\nstate = \"" << (folder / "state").string() << "\"\n"
+            << (gateway.empty() ? engine : gateway)
+            << "[caster]\nlisten = [\"127.0.0.1:" << ports.caster << "\"]\n"
+            << caster << "[[station]]\nname = \"CANB\"\nclock = \"" << kClock << "\"\n"
+            << more;
+        process_ = fork();
+        if (process_ == 0) {
+            const int log = open((folder / "log").c_str(), O_CREAT | O_WRONLY | O_APPEND, 0600);
+            dup2(log, STDOUT_FILENO);
+            dup2(log, STDERR_FILENO);
+            become(kGatewayProgram, {(folder / "gateway.toml").string()});
+        }
+    }
+    ~RunningGateway() {
+        if (process_ > 0)
+            end(SIGTERM); // its engines end before it
+        fs::remove_all(folder);
+    }
+    RunningGateway(const RunningGateway&) = delete;
+    RunningGateway& operator=(const RunningGateway&) = delete;
+
+    pid_t process() const { return process_; }
+    /// So many more than it has open now.
+    void allowDescriptors(int more) const {
+        const fs::directory_iterator open("/proc/" + std::to_string(process_) + "/fd"), end;
+        const auto most = static_cast<rlim_t>(std::distance(open, end) + more);
+        const rlimit limit{most, most};
+        ASSERT_EQ(prlimit(process_, RLIMIT_NOFILE, &limit, nullptr), 0);
+    }
+    void signal(int number) const { kill(process_, number); }
+    int end(int number) {
+        signal(number);
+        int status = 0;
+        waitpid(std::exchange(process_, 0), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    std::string log() const { return readFile(folder / "log"); }
+    bool tells(const std::string& line) const {
+        for (int i = 0; i < 1000 && log().find(line) == std::string::npos; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return log().find(line) != std::string::npos;
+    }
+    /// How often the log has that.
+    int count(const std::string& what) const {
+        const std::string all = log();
+        int out = 0;
+        for (std::size_t at = all.find(what); at != all.npos; at = all.find(what, at + 1))
+            ++out;
+        return out;
+    }
+    std::string status() const { return readFile(folder / "state/CANB/kept/status.json"); }
+    bool engineConnected() const {
+        for (int i = 0; i < 1000 && status().find("\"connected\"") == std::string::npos; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return status().find("\"connected\"") != std::string::npos;
+    }
+
+    const fs::path folder;
+
+private:
+    pid_t process_ = 0;
+};
+
+inline std::string stationSource(const Ports& ports) {
+    return "source = \"tcp-listen://127.0.0.1:" + std::to_string(ports.station) + "\"\n";
+}
+inline constexpr const char* kPosition =
+    "position = [-4467074.3577, 2683011.9038, -3667008.2845]\n";
+
+inline ref::Sky skyOfStation() {
+    ref::Sky sky(kSite);
+    sky.systems = "GREC";
+    return sky;
+}
+inline Bytes epochOf(ref::Sky& sky, const ref::GpsTime& time) {
+    Bytes out;
+    for (const Bytes& f : sky.epochFrames(time, 7))
+        append(out, f);
+    return out;
+}
+/// Ephemerides and epochs of MSM7, one a second.
+inline Bytes streamOf(int epochs, const ref::GpsTime& start = kNow) {
+    ref::Sky sky = skyOfStation();
+    Bytes out;
+    for (const Bytes& f : sky.ephemerisFrames(start))
+        append(out, f);
+    for (int i = 0; i < epochs; ++i)
+        append(out, epochOf(sky, start + i * 1.0));
+    return out;
+}
+
+/// Epochs with their last message, in a plain stream.
+inline int wholeEpochs(const Bytes& received) {
+    int count = 0;
+    for (const ref::Frame& f : ref::goodFrames(received))
+        if (const auto head = ref::headOf(f))
+            count += head->more ? 0 : 1;
+    return count;
+}
+
+/// Enough when the epoch of that time has come with its last message.
+inline auto epochOfTime(const ref::GpsTime& time) {
+    return [ms = static_cast<std::uint32_t>(std::llround(time.sow * 1000))](const Bytes& received) {
+        bool begun = false, whole = false;
+        for (const ref::Frame& f : ref::goodFrames(received))
+            if (const auto head = ref::headOf(f)) {
+                begun = begun || (f.type == 1077 && head->epochField == ms);
+                whole = begun && !head->more;
+            }
+        return whole;
+    };
+}
+
+inline std::string askOf(const std::string& mount, const std::string& headers = "") {
+    return "GET /" + mount + " HTTP/1.0\r\nUser-Agent: NTRIP test/1\r\n" + headers + "\r\n";
+}
+
+inline constexpr const char* kGranted = "ICY 200 OK\r\n\r\n";
+
+inline auto epochs(int count) {
+    return [count](const Bytes& received) { return wholeEpochs(received) >= count; };
+}
+
+} // namespace running
