@@ -31,6 +31,7 @@ install_compressed(packaging/man/kestrune.json.5 ${CMAKE_INSTALL_MANDIR}/man5 ke
 install_compressed(packaging/man/kestrune-log.7 ${CMAKE_INSTALL_MANDIR}/man7 kestrune-log.7)
 install_compressed(packaging/debian/changelog ${doc_dir} changelog)
 install_compressed(README.md ${doc_dir} README.md)
+install_compressed(docs/service.md ${doc_dir} service.md)
 
 install(TARGETS Kestrune DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(TARGETS kestrunectl DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -105,6 +106,13 @@ if(KESTRUNE_GATEWAY)
     list(APPEND CPACK_COMPONENTS_ALL gateway)
     set(CPACK_DEBIAN_GATEWAY_PACKAGE_NAME kestrune-gateway)
     set(CPACK_DEBIAN_GATEWAY_PACKAGE_DEPENDS "kestrune (= ${PROJECT_VERSION}), adduser")
+    if(CMAKE_CROSSCOMPILING)
+        # OpenSSL for the other processor is not installed here, so its package cannot be asked.
+        # .ci/check-package holds them against those that are found for amd64.
+        set(CPACK_DEBIAN_GATEWAY_PACKAGE_SHLIBDEPS OFF)
+        string(APPEND CPACK_DEBIAN_GATEWAY_PACKAGE_DEPENDS ", libc6 (>= 2.35), libcjson1 (>= 1.7.13), \
+libcrypt1 (>= 1:4.3.0), libgcc-s1 (>= 4.0), libssl3 (>= 3.0.0), libstdc++6 (>= 11)")
+    endif()
     set(CPACK_DEBIAN_GATEWAY_DESCRIPTION
 "gateway from GNSS receivers and casters to rovers
 kestrune-gateway fetches the RTCM 3 streams of reference stations where they

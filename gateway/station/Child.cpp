@@ -9,8 +9,14 @@
 #include <boost/asio/readable_pipe.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/writable_pipe.hpp>
+
+// What Boost.Process 1.81 leaves out stands around it.
+#include <boost/io/quoted.hpp>
+#include <boost/optional.hpp>
+#include <boost/type_traits.hpp>
+
 #include <boost/process/v2.hpp>
-#include <boost/process/v2/impl/environment.ipp> // which v2.hpp of 1.81 leaves out
+#include <boost/process/v2/impl/environment.ipp>
 
 #include <algorithm>
 #include <array>
