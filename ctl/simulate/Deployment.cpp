@@ -7,6 +7,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <stdexcept>
 
 namespace ctl::simulate {
@@ -140,12 +141,16 @@ std::string leapSecondFile(const Deployment& d) {
 
 } // namespace
 
-std::vector<std::string> satellitesOfEveryStation() {
+std::vector<std::string> satellitesOfEveryStation(ref::Answer answer) {
     std::vector<std::string> names;
-    const std::pair<char, int> counts[] = {{'G', 32}, {'R', 24}, {'E', 36}, {'C', 44}, {'J', 7}};
+    const std::pair<char, int> counts[] = {{'G', 32}, {'R', 24}, {'E', 36}, {'C', 46}, {'J', 7}};
+    const std::set<std::string> none{"E17", "E35", "C15", "C17", "C18"}; // is no satellite
     for (const auto& [system, count] : counts)
         for (int id = 1; id <= count; ++id)
-            names.push_back(ref::satName(system, id));
+            if (const std::string name = ref::satName(system, id); !none.contains(name))
+                names.push_back(name);
+    if (answer == ref::Answer::complete)
+        names.insert(names.end(), {"C59", "C60", "C61", "C62"});
     return names;
 }
 

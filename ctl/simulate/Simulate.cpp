@@ -251,7 +251,8 @@ std::unique_ptr<Source> sourceOf(Run& run, const Arguments& w) {
 
 std::vector<std::string> satellitesOf(const Run& run, const Arguments& w) {
     if (run.rovers || (!w.play.empty() && (run.specified() || run.recorded.empty())))
-        return satellitesOfEveryStation();
+        return satellitesOfEveryStation(run.specified() ? ref::Answer::specified
+                                                        : ref::Answer::complete);
     if (!w.play.empty())
         return {run.recorded.begin(), run.recorded.end()};
     std::string systems = run.station.systems;

@@ -17,6 +17,7 @@ ref::Expectation plainAnswer() {
     for (std::string line; std::getline(list, line);)
         if (line.size() > 4 && line[0] == ' ' && line[4] == ' ')
             e.satellites.insert(line.substr(1, 3));
+    e.satellites.insert({"C59", "C60", "C61", "C62"}); // of the complete answer
     return e;
 }
 
