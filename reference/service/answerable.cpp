@@ -12,6 +12,7 @@ namespace {
 
 constexpr double kOldestS = 7200;
 constexpr double kLowestDeg = 5;
+constexpr double kMostLightTimeS = 1; // an orbit that is farther has no sense
 
 // Highest satellite numbers that a service knows; a message of another one is malformed to it.
 constexpr std::pair<char, int> kHighest[] = {{'G', 32}, {'R', 27}, {'E', 36}, {'C', 63}, {'J', 10}};
@@ -33,9 +34,7 @@ const char* name(Fate fate) {
     return names[static_cast<std::size_t>(fate)];
 }
 
-void Answerable::take(const Frame& f) {
-    if (!isEphemeris(f.type))
-        return;
+std::string Answerable::take(const Frame& f) {
     std::string sat;
     if (f.type == 1020) {
         sat = nameOf('R', readGlonass(f.body).slot);
@@ -45,6 +44,7 @@ void Answerable::take(const Frame& f) {
     }
     navigation_.take(f);
     orbits_[sat] = navigation_.satellite(sat);
+    return sat;
 }
 
 // Of the clock's reference time against the epoch; BDT is compared as it stands.
@@ -61,6 +61,8 @@ Answerable::Look Answerable::look(const std::string& sat, GpsTime t) const {
     if (orbit == orbits_.end())
         return l;
     const RangeChange c = rangeChange(orbit->second, site_, virtualAt_, t);
+    if (!(c.rangeRefM < kLightSpeed * kMostLightTimeS))
+        return l; // not a number, or no orbit of the Earth
     l.direction = c.direction;
     l.changeM = c.deltaM;
     l.fate = std::abs(ageS(sat, t)) > kOldestS       ? Fate::oldEphemeris
@@ -75,6 +77,11 @@ double Answerable::changeRateMps(const std::string& sat, GpsTime t) const {
     const SatFn& orbit = orbits_.at(sat);
     return rangeChange(orbit, site_, virtualAt_, t + 0.5).deltaM -
            rangeChange(orbit, site_, virtualAt_, t + -0.5).deltaM;
+}
+
+int Answerable::channel(int slot) const {
+    const auto held = navigation_.glonass.find(satName('R', slot));
+    return held == navigation_.glonass.end() ? 0 : held->second.channel;
 }
 
 } // namespace ref

@@ -49,8 +49,9 @@ CompletePredictor::CompletePredictor(Expectation e)
 
 void CompletePredictor::message(const Frame& f, std::vector<Expected>& out) {
     if (isEphemeris(f.type)) {
-        answerable_.take(f);
+        const std::string sat = answerable_.take(f);
         forward(f, out);
+        out.back().sat = sat;
     } else if (isStation(f.type)) {
         if (runs_.refuses(static_cast<int>(BitSource(f.body).u(24) & 0xFFF)))
             return;
@@ -74,21 +75,23 @@ Expected CompletePredictor::answer(Run run) {
         Brought& brought = e.brought[system];
         brought.received += m.cells;
         std::map<int, DueMessage::Satellite> due;
+        const bool rates = msmForm(m.raw.type % 10).rates;
         for (const RawMsm::Cell& c : m.raw.cells) {
             const std::string sat = satName(system, c.id);
             if (!expectation.satellites.contains(sat))
                 continue;
             const auto [held, fresh] = looks.try_emplace(sat);
             if (fresh && expectation.values)
-                held->second = answerable_.look(sat, run.time);
+                held->second = look(sat, run.time);
             const Answerable::Look& l = held->second;
             brought.answerable += l.fate == Fate::answered ? 1 : 0;
             if (!mayCome(l) && expectation.values)
                 continue;
-            const double rate =
-                mayCome(l) && !due.contains(c.id) ? answerable_.changeRateMps(sat, run.time) : 0;
+            const double rate = rates && mayCome(l) && !l.unknown && !due.contains(c.id)
+                                    ? answerable_.changeRateMps(sat, run.time)
+                                    : 0;
             due.try_emplace(c.id, DueMessage::Satellite{c.id, l.uncertain || !expectation.values,
-                                                        l.changeM, rate});
+                                                        l.unknown, l.changeM, rate});
             e.certain = e.certain || (expectation.values && !l.uncertain);
         }
         std::set<int> ids;

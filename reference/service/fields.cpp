@@ -104,6 +104,9 @@ public:
     }
 
 private:
+    bool known(const DueMessage::Satellite& s) const {
+        return values_ == Values::known && !s.unknown;
+    }
     std::string name(int id) const { return satName(got_.system(), id); }
     bool received(int id) const {
         return std::any_of(from_.satellites.begin(), from_.satellites.end(),
@@ -141,7 +144,7 @@ private:
         for (std::size_t i = 0; i < from_.cells.size(); ++i)
             if (from_.cells[i].id == s.id)
                 room.add(due_.from.whole[i]);
-        if (there != got_.satellites.end() && values_ == Values::known)
+        if (there != got_.satellites.end() && known(s))
             rough(from_.satellite(s.id), *there, s, room);
         for (std::size_t i = 0; i < from_.cells.size(); ++i)
             if (from_.cells[i].id == s.id)
@@ -180,7 +183,8 @@ private:
         quality("lock time", s.id, from.signal, from.lock, it->lock);
         quality("half-cycle flag", s.id, from.signal, from.half, it->half);
         quality("C/N0", s.id, from.signal, from.cnr, it->cnr);
-        ComparedCell compared{name(s.id), from.signal, {}};
+        ComparedCell compared{name(s.id), signalOf(got_.system(), from.signal), known(s)};
+        compared.bounds = bounds_;
         const WholeCell& want = due_.from.whole[i];
         const WholeCell& came = gotWhole_[static_cast<std::size_t>(it - got_.cells.begin())];
         const RawMsm::Satellite& rough = from_.satellite(s.id);
@@ -191,36 +195,39 @@ private:
             differ(Trouble::cellValues, name(s.id), signal,
                    " without a rough rate has another fine rate than was received");
         const double changeMs = s.changeM / kMsM;
-        compared.error = {kMsM * value(signal + " range", s.id, want.rangeMs, came.rangeMs,
-                                       changeMs, 0, bounds_.rangeM / kMsM, kMsM, &CellError::rangeM,
-                                       room.hasRange() && !room.holdsRanges()),
-                          kMsM * value(signal + " phase", s.id, want.phaseMs, came.phaseMs,
-                                       changeMs, want.rollOverMs, bounds_.phaseM / kMsM, kMsM,
-                                       &CellError::phaseM, room.hasRange() && !room.holdsRanges()),
-                          value(signal + " rate", s.id, want.rateMps, came.rateMps, s.changeRateMps,
-                                0, kRateBoundMps, 1, &CellError::rateMps,
-                                room.hasRate() && !room.holdsRates())};
+        const bool mayLoseRanges = !known(s) || (room.hasRange() && !room.holdsRanges());
+        const bool mayLoseRate = !known(s) || (room.hasRate() && !room.holdsRates());
+        compared.error = {kMsM * value(signal + " range", s, want.rangeMs, came.rangeMs, changeMs,
+                                       0, bounds_.rangeM / kMsM, kMsM, &CellError::rangeM,
+                                       mayLoseRanges),
+                          kMsM * value(signal + " phase", s, want.phaseMs, came.phaseMs, changeMs,
+                                       want.rollOverMs, bounds_.phaseM / kMsM, kMsM,
+                                       &CellError::phaseM, mayLoseRanges),
+                          value(signal + " rate", s, want.rateMps, came.rateMps, s.changeRateMps, 0,
+                                kRateBoundMps, 1, &CellError::rateMps, mayLoseRate)};
         result.cells.push_back(compared);
     }
 
     // The error; 0 where there is no value.
-    double value(const std::string& what, int id, const std::optional<double>& from,
-                 const std::optional<double>& came, double change, double period, double bound,
-                 double unit, double CellError::*of, bool mayBeLost) {
+    double value(const std::string& what, const DueMessage::Satellite& s,
+                 const std::optional<double>& from, const std::optional<double>& came,
+                 double change, double period, double bound, double unit, double CellError::*of,
+                 bool mayBeLost) {
         if (from.has_value() != came.has_value()) {
             if (!(from && mayBeLost))
-                differ(Trouble::cellValues, name(id), what, " is ",
+                differ(Trouble::cellValues, name(s.id), what, " is ",
                        came ? "there and was invalid" : "invalid and was there");
             return 0;
         }
-        if (!from || values_ == Values::unknown)
+        if (!from || !known(s))
             return 0;
         double off = *came - *from - change;
         if (period > 0)
             off = std::remainder(off, period);
         if (!(std::abs(off) <= bound)) {
-            differ(Trouble::cellValues, name(id), what, " is off by ", off * unit,
-                   of == &CellError::rateMps ? " m/s" : " m");
+            const char* const name = of == &CellError::rateMps ? " m/s" : " m";
+            differ(Trouble::cellValues, this->name(s.id), what, " is off by ", off * unit, name,
+                   " (bound ", bound * unit, name, ")");
             result.differences.back().off.*of = std::abs(off * unit);
         }
         return off;

@@ -1,8 +1,8 @@
 /// A message of a complete answer, field by field, against the one that was received.
 #pragma once
 
+#include "difference.h"
 #include "predict.h"
-#include "verdict.h"
 
 namespace ref {
 
@@ -10,19 +10,6 @@ namespace ref {
 CellBounds boundsOf(int msm);
 /// For the rounding on the way to a value.
 constexpr double kRoundingM = 2e-5;
-
-struct Difference {
-    Trouble what;
-    std::string words;
-    std::string sat; ///< empty: of the message
-    CellError off;   ///< of values that are wrong
-};
-
-struct ComparedCell {
-    std::string sat;
-    int signal = 0;
-    CellError error;
-};
 
 struct ComparedMessage {
     std::vector<Difference> differences;

@@ -12,28 +12,10 @@ namespace ref {
 
 namespace {
 
-constexpr int kMostInWords = 5;          // of a kind
-constexpr double kPositionBoundM = 2e-4; // steps of 1005 are 1e-4
-constexpr double kStationEveryS = 10;    // 1005 and 1033 in the plain stream
-
-std::string coordinates(const Vec3& xyzM) {
-    std::ostringstream out;
-    out << std::fixed << std::setprecision(4) << xyzM[0] << " " << xyzM[1] << " " << xyzM[2];
-    return out.str();
-}
+constexpr int kMostInWords = 5;       // of a kind
+constexpr double kStationEveryS = 10; // 1005 and 1033 in the plain stream
 
 } // namespace
-
-std::string secondsText(double s) {
-    std::ostringstream out;
-    out << std::fixed << std::setprecision(3) << s;
-    return out.str();
-}
-
-double lateS(const Msm& m, GpsTime t) {
-    const std::uint32_t want = epochField(m.system, t);
-    return (static_cast<double>(m.epochField) - static_cast<double>(want)) * 1e-3;
-}
 
 double Verdict::worstRangeM() const {
     double most = 0;
@@ -248,14 +230,6 @@ void Judge::breakOffBlock() {
     answer(std::exchange(block_, {}), /*whole=*/true);
 }
 
-bool Judge::answers(const Msm& first, const Expected& e) const {
-    if (predictor_->expectation.answer == Answer::specified)
-        return sameEpoch(first, e.time);
-    return std::any_of(e.messages.begin(), e.messages.end(), [&](const DueMessage& d) {
-        return d.from.raw.type == first.type && d.from.raw.epochField == first.epochField;
-    });
-}
-
 void Judge::answer(const Came& came, bool whole) {
     ++verdict_.replies;
     EpochResult result;
@@ -269,7 +243,8 @@ void Judge::answer(const Came& came, bool whole) {
     }
     // the answer to this epoch; one that does not say its epoch answers the next one
     const auto due = std::find_if(owed_.begin(), owed_.end(), [&](const Owed& o) {
-        return o.expected.type == 0 && (!first || answers(*first, o.expected));
+        return o.expected.type == 0 &&
+               (!first || answersEpoch(*first, o.expected, predictor_->expectation));
     });
     if (due == owed_.end())
         return unaskedReply(first);
@@ -296,86 +271,71 @@ void Judge::unaskedReply(const std::optional<Msm>& first) {
           when(next->expected.time), ", which is due");
 }
 
-bool Judge::compare(const std::vector<Frame>& came, const Expected& expected, EpochResult& result) {
-    const int before = verdict_.wrong;
-    try {
-        const std::size_t station = compareStation(came, expected);
-        const std::span messages = std::span(came).subspan(station);
-        if (predictor_->expectation.answer == Answer::complete)
-            compareComplete(messages, expected, result);
-        else
-            compareSpecified(messages, expected, result);
-    } catch (const std::exception& e) {
-        fault(Trouble::brokenReply, "a message of the reply at ", when(expected.time), ": ",
-              e.what());
-    }
-    return verdict_.wrong == before;
-}
-
-bool Judge::stationDue(GpsTime t) {
+StationPart Judge::stationDue(GpsTime t) {
     if (predictor_->expectation.output == Output::reply)
-        return true;
+        return StationPart::due;
     const bool due =
         !stationSaid_ || t - *stationSaid_ > kStationEveryS - 1e-6 || t - *stationSaid_ < 0;
     if (due)
         stationSaid_ = t;
-    return due;
+    return due ? StationPart::due : StationPart::none;
 }
 
-// What the virtual station says of itself stands before the observations; how many messages.
-std::size_t Judge::compareStation(const std::vector<Frame>& came, const Expected& expected) {
-    std::size_t at = 0;
-    const auto comesNext = [&](int type) { return at < came.size() && came[at].type == type; };
-    if (!stationDue(expected.time))
-        return 0;
-    const bool height =
-        predictor_->expectation.output == Output::rtcm3 && expected.antennaHeightM.has_value();
-    const int type = height ? 1006 : 1005;
-    if (comesNext(type)) {
-        const Bytes& body = came[at++].body;
-        const Station1005 station = read1005(body);
-        if (body != write1005({.type = type,
-                               .station = kVirtualStation,
-                               .xyzM = station.xyzM,
-                               .heightM = height ? *expected.antennaHeightM : 0}))
-            fault(Trouble::messages, "station message ", type, " at ", when(expected.time));
-        comparePosition(station, expected.time);
-    } else {
-        fault(Trouble::noPosition, type, " is missing at ", when(expected.time));
+bool Judge::compare(const std::vector<Frame>& came, const Expected& expected, EpochResult& result) {
+    const ComparedAnswer compared =
+        compareAnswer(came, expected, *predictor_, stationDue(expected.time));
+    for (const Difference& d : compared.differences) {
+        if (!d.words.empty())
+            fault(d.what, d.words, " at ", when(expected.time));
+        if (d.sat.empty())
+            continue;
+        inEpoch_.emplace(d.sat, d.what);
+        SatelliteTally::Wrong& w = verdict_.satellites[d.sat].wrong[d.what];
+        w.rangeM = std::max(w.rangeM, d.off.rangeM);
+        w.phaseM = std::max(w.phaseM, d.off.phaseM);
+        w.rateMps = std::max(w.rateMps, d.off.rateMps);
     }
-    if (!comesNext(1033))
-        fault(Trouble::descriptors, "1033 is missing at ", when(expected.time));
-    else if (came[at++].body != write1033(expected.equipment))
-        fault(Trouble::descriptors, "station message 1033 at ", when(expected.time));
-    return at;
+    countPosition(compared);
+    for (const auto& [signal, n] : compared.kept) {
+        verdict_.signals[signal] += n;
+        verdict_.tally[signal[0]].kept += n;
+    }
+    for (const auto& [type, other] : compared.otherEpoch) {
+        verdict_.otherEpoch[type].first += other.first;
+        verdict_.otherEpoch[type].second = other.second;
+    }
+    std::map<std::string, EpochResult::Satellite*> results;
+    result.satellites.reserve(expected.satellites.size());
+    for (const ExpectedSatellite& s : expected.satellites)
+        results[s.sat] = &result.satellites.emplace_back(EpochResult::Satellite{s, 0, 0, {}, {}});
+    for (const ComparedCell& c : compared.cells)
+        if (const auto r = results.find(c.sat); c.known && r != results.end())
+            add(c, *r->second);
+    countSatellites(expected, result);
+    return compared.differences.empty();
 }
 
 // Where values are not known a distance is kept, and nothing is wrong with it.
-void Judge::comparePosition(const Station1005& station, GpsTime time) {
-    if (!predictor_->expectation.siteKnown)
+void Judge::countPosition(const ComparedAnswer& compared) {
+    if (!compared.positionM || !predictor_->expectation.siteKnown)
         return;
-    const double awayM = norm(station.xyzM - predictor_->virtualAt);
+    const double awayM = norm(*compared.positionM - predictor_->virtualAt);
     PositionTally& p = verdict_.position;
     if (awayM >= p.awayM) {
         p.awayM = awayM;
-        p.cameM = station.xyzM;
+        p.cameM = *compared.positionM;
     }
-    if (!predictor_->expectation.values || awayM <= kPositionBoundM)
-        return;
-    ++p.wrong;
-    fault(Trouble::position, "1005 at ", when(time), " says ", coordinates(station.xyzM),
-          " instead of ", coordinates(predictor_->virtualAt), ", ", secondsText(awayM), " m away");
+    p.wrong += static_cast<int>(
+        std::count_if(compared.differences.begin(), compared.differences.end(),
+                      [](const Difference& d) { return d.what == Trouble::position; }));
 }
 
-void Judge::cellFault(Trouble what, const std::string& sat, const CellError& off) {
-    inEpoch_.emplace(sat, what);
-    SatelliteTally::Wrong& w = verdict_.satellites[sat].wrong[what];
-    w.rangeM = std::max(w.rangeM, off.rangeM);
-    w.phaseM = std::max(w.phaseM, off.phaseM);
-    w.rateMps = std::max(w.rateMps, off.rateMps);
-}
-
-void Judge::countSatellites(const Expected& expected) {
+void Judge::countSatellites(const Expected& expected, EpochResult& result) {
+    for (EpochResult::Satellite& r : result.satellites) {
+        if (r.cells.empty() && inEpoch_.contains({r.expected.sat, Trouble::cellMissing}))
+            r.expected.fate = Fate::missing;
+        ++verdict_.fates[r.expected.fate];
+    }
     for (const ExpectedSatellite& s : expected.satellites)
         if (s.fate == Fate::answered && !s.uncertain)
             ++verdict_.satellites[s.sat].due;
@@ -384,7 +344,9 @@ void Judge::countSatellites(const Expected& expected) {
     inEpoch_.clear();
 }
 
-void Judge::add(const CellError& error, const CellBounds& bounds, EpochResult::Satellite& result) {
+void Judge::add(const ComparedCell& cell, EpochResult::Satellite& result) {
+    const CellError& error = cell.error;
+    const CellBounds& bounds = cell.bounds;
     Worst& w = verdict_.worst[result.expected.sat[0]];
     w.rangeM = std::max(w.rangeM, std::abs(error.rangeM));
     w.phaseM = std::max(w.phaseM, std::abs(error.phaseM));

@@ -64,19 +64,22 @@ Predictor::Predictor(Expectation e)
 
 std::vector<Expected> Predictor::take(std::span<const std::uint8_t> piece) {
     std::vector<Expected> out;
-    for (const Frame& f : cutter_.take(piece)) {
-        const std::size_t before = out.size();
-        if (const auto head = observationHead(f); head && !head->more)
-            ++ended_;
-        try {
-            message(f, out);
-        } catch (const std::exception&) {
-            continue; // contents that do not fit their message: dropped
-        }
-        for (std::size_t i = before; i < out.size(); ++i)
-            out[i].end = f.offset + f.bytes.size();
-    }
+    for (const Frame& f : cutter_.take(piece))
+        take(f, out);
     return out;
+}
+
+void Predictor::take(const Frame& f, std::vector<Expected>& out) {
+    const std::size_t before = out.size();
+    if (const auto head = observationHead(f); head && !head->more)
+        ++ended_;
+    try {
+        message(f, out);
+    } catch (const std::exception&) {
+        return; // contents that do not fit their message: dropped
+    }
+    for (std::size_t i = before; i < out.size(); ++i)
+        out[i].end = f.offset + f.bytes.size();
 }
 
 void Predictor::restart() {
@@ -120,6 +123,13 @@ void Predictor::note(const Frame& f) {
     named_.receiverSerial = t.receiverSerial;
 }
 
+Answerable::Look Predictor::look(const std::string& sat, GpsTime t) const {
+    Answerable::Look l = answerable_.look(sat, t);
+    l.unknown = expectation.warm && l.fate == Fate::noEphemeris;
+    l.uncertain = l.uncertain || l.unknown || (expectation.omits && l.fate == Fate::answered);
+    return l;
+}
+
 void Predictor::forgetStation() {
     named_ = kUnnamed;
     antennaHeightM_.reset();
@@ -153,8 +163,9 @@ bool SpecifiedPredictor::otherStation(const Frame& f) {
 void SpecifiedPredictor::message(const Frame& f, std::vector<Expected>& out) {
     // After whatever it passes on, the service decodes as if nothing had been before.
     if (isEphemeris(f.type)) {
-        answerable_.take(f);
+        const std::string sat = answerable_.take(f);
         forward(f, out);
+        out.back().sat = sat;
         forgetEpoch();
     } else if (isStation(f.type)) {
         readStationMessage(f);
@@ -252,18 +263,25 @@ void SpecifiedPredictor::store(const Cell& c, const std::vector<std::string>& or
         columns[c.signal[0]] = c;
 }
 
+// The configured one, else that of the ephemeris.
+int SpecifiedPredictor::channelOf(int slot) const {
+    const auto configured = expectation.channels.find(slot);
+    return configured != expectation.channels.end() ? configured->second
+                                                    : answerable_.channel(slot);
+}
+
 ExpectedSatellite SpecifiedPredictor::satellite(const std::string& sat,
                                                 const Columns& columns) const {
-    ExpectedSatellite s{answerable_.look(sat, time_), sat, {}};
+    ExpectedSatellite s{look(sat, time_), sat, {}};
     const bool phase = std::any_of(columns.begin(), columns.end(),
                                    [](const auto& c) { return c.second.phaseRangeM.has_value(); });
     if (!phase) {
         s.fate = Fate::noPhase;
-        s.uncertain = false;
+        s.uncertain = s.unknown = false;
     }
     if (s.fate != Fate::answered && !s.uncertain)
         return s;
-    const int channel = sat[0] == 'R' ? expectation.channels.at(columns.begin()->second.id) : 0;
+    const int channel = sat[0] == 'R' ? channelOf(columns.begin()->second.id) : 0;
     const std::set<std::string>& carried = expectation.carried.at(sat[0]);
     for (const auto& [digit, c] : columns) {
         if (!carried.contains(c.signal) || !c.pseudorangeM || !c.phaseRangeM)

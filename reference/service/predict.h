@@ -58,6 +58,10 @@ struct Expectation {
     /// Received as a rover does: what is forwarded comes before the next epoch in any order, and
     /// perhaps again; so does, before the first epoch, what a caster has kept.
     bool throughCaster = false;
+    /// The service may hold ephemerides that the stream has not brought: their satellites may come,
+    /// with values that are not known.
+    bool warm = false;
+    bool omits = false; ///< the service may leave out satellites: its list is not known
 };
 
 struct ExpectedCell {
@@ -77,7 +81,7 @@ using Columns = std::map<char, Cell>;
 struct DueMessage {
     struct Satellite {
         int id = 0;
-        bool uncertain = false;
+        bool uncertain = false, unknown = false;
         double changeM = 0, changeRateMps = 0;
     };
     ReceivedMessage from;
@@ -93,6 +97,7 @@ struct Brought {
 struct Expected {
     std::uint64_t end = 0; ///< bytes of the stream up to the end of the frame that asks for it
     int type = 0;          ///< of a forwarded frame; 0 = the answer to an epoch
+    std::string sat;       ///< whose ephemeris is forwarded
     Bytes frame;           ///< forwarded
     GpsTime time;          ///< of the epoch
     std::vector<ExpectedSatellite> satellites;
@@ -112,6 +117,8 @@ public:
     Predictor& operator=(const Predictor&) = delete;
     /// The stream goes on; what is owed for what it completes.
     std::vector<Expected> take(std::span<const std::uint8_t> piece);
+    /// The same of a frame with a right check word.
+    void take(const Frame& f, std::vector<Expected>& out);
     /// A new connection: unfinished frame and epoch are forgotten.
     void restart();
     /// Epochs with an end mark in the frames that the service accepts, answered or not.
@@ -129,6 +136,7 @@ protected:
     virtual void forgetEpoch() = 0;
     /// The frame as it is passed on, where it is.
     void forward(const Frame& f, std::vector<Expected>& out);
+    Answerable::Look look(const std::string& sat, GpsTime t) const;
     /// What a station message says; throws for one that the service refuses.
     void note(const Frame& f);
     /// Another station has taken over.
@@ -156,6 +164,7 @@ private:
     void dropEpoch();
     void collect(const Msm& m, GpsTime t);
     void store(const Cell& c, const std::vector<std::string>& order);
+    int channelOf(int slot) const;
     ExpectedSatellite satellite(const std::string& sat, const Columns& columns) const;
 
     std::map<std::string, Columns> epoch_;

@@ -1,23 +1,12 @@
 /// What a judge finds.
 #pragma once
 
+#include "difference.h"
 #include "predict.h"
 
 #include "reference/standard/census.h"
 
 namespace ref {
-
-/// Answer minus truth.
-struct CellError {
-    double rangeM = 0, phaseM = 0, rateMps = 0;
-};
-
-constexpr double kRateBoundMps = 4e-4; ///< on |rate - truth|
-
-/// Half a step of the fields, and what is allowed.
-struct CellBounds {
-    double rangeHalfStepM = 0, phaseHalfStepM = 0, rangeM = 0, phaseM = 0;
-};
 
 /// One answered epoch.
 struct EpochResult {
@@ -38,25 +27,6 @@ struct Worst {
     double rangeM = 0, phaseM = 0, rateMps = 0;
     int cells = 0;
     CellBounds bounds; ///< the largest
-};
-
-/// What can be wrong with what comes back.
-enum class Trouble {
-    noFrame,       ///< bytes that begin none, or one that does not end
-    altered,       ///< a forwarded frame with a wrong check word
-    unasked,       ///< a forwarded frame that nobody asked for
-    missingFrame,  ///< a forwarded frame that did not come
-    missingReply,  ///< no answer to an epoch
-    unaskedReply,  ///< an answer to another epoch than those due
-    brokenReply,   ///< an answer that cannot be taken apart
-    position,      ///< 1005
-    noPosition,    ///< an answer that does not begin with 1005, where it has to
-    descriptors,   ///< 1033, or none
-    messages,      ///< heads, order and reserved bits of the observation messages
-    cellMissing,   ///< an observation that is due
-    cellUnasked,   ///< an observation that must not be there
-    cellValues,    ///< range, phase and rate
-    cellQualities, ///< lock time, half-cycle flag, CNR, extended satellite information
 };
 
 /// How one satellite fared in the answers.
