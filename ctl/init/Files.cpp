@@ -37,6 +37,13 @@ bool uses(const Station& station, char system) {
     return station.systems.empty() || contains(station.systems, {&system, 1});
 }
 
+/// The name of the satellite that a line of the object file is of; empty where it is of none.
+std::string satelliteOf(const std::string& line) {
+    const bool satellite = line.size() > 4 && line[0] == ' ' && line[4] == ' ' &&
+                           configuredSystem(line[1]) && isdigit(line[2]) != 0;
+    return satellite ? line.substr(1, 3) : std::string();
+}
+
 /// A path as a value of the configuration, where a '#' or '!' ends it and blanks do not survive.
 std::string value(const fs::path& path) {
     for (const char c : path.string())
@@ -96,17 +103,17 @@ std::string objectFile(const Station& station) {
     for (std::string line; std::getline(lines, line);) {
         if (complete && line.starts_with(kRemark))
             continue;
-        const bool satellite = line.size() > 4 && line[0] == ' ' && line[4] == ' ' &&
-                               configuredSystem(line[1]) && isdigit(line[2]) != 0;
-        if (satellite && !uses(station, line[1]))
+        const std::string satellite = satelliteOf(line);
+        if (!satellite.empty() && !uses(station, satellite[0]))
             continue;
-        const std::size_t at =
-            satellite ? kExampleObjectFile.find("\n" + line.substr(0, 5)) : std::string_view::npos;
+        const std::size_t at = !satellite.empty()
+                                   ? kExampleObjectFile.find("\n" + line.substr(0, 5))
+                                   : std::string_view::npos;
         if (at != std::string_view::npos)
             line =
                 kExampleObjectFile.substr(at + 1, kExampleObjectFile.find('\n', at + 1) - at - 1);
         out += line + "\n";
-        if (complete && satellite && line.substr(1, 3) == kBeforeThem)
+        if (complete && satellite == kBeforeThem)
             for (const char* const name : kOfCompleteAnswer)
                 out += line.replace(1, 3, name) + "\n";
     }
@@ -137,6 +144,22 @@ void writeOne(const NewFile& file) {
 }
 
 } // namespace
+
+std::vector<Satellite> satellitesOf(const Station& station) {
+    std::vector<Satellite> out;
+    std::istringstream lines(objectFile(station));
+    for (std::string line; std::getline(lines, line);) {
+        Satellite s{satelliteOf(line), std::nullopt};
+        if (s.name.empty())
+            continue;
+        std::istringstream words(line.substr(4));
+        std::string block, cospar, vehicle;
+        if (int channel = 0; words >> block >> cospar >> vehicle >> channel && s.name[0] == 'R')
+            s.channel = channel;
+        out.push_back(std::move(s));
+    }
+    return out;
+}
 
 std::string stationName(const std::string& unit) {
     std::string out;

@@ -22,6 +22,13 @@ struct Station {
     std::optional<Vector3> offset = std::nullopt; // of the virtual station: east, north, up, m
 };
 
+/// A satellite of the deployment.
+struct Satellite {
+    std::string name;           // "R05"
+    std::optional<int> channel; // of GLONASS, where the object file has it
+};
+std::vector<Satellite> satellitesOf(const Station& station);
+
 /// Four capital letters and digits of the name of a unit; empty where it has none.
 std::string stationName(const std::string& unit);
 

@@ -37,8 +37,8 @@ constexpr std::string_view kCasterKeys[] = {
     "listen",   "listen_tls", "certificate", "key",          "users",
     "operator", "country",    "max_clients", "max_per_user", "max_per_address"};
 constexpr std::string_view kStationKeys[] = {
-    "name",       "source",     "ephemerides", "position", "offset", "answer", "clock",
-    "mountpoint", "identifier", "access",      "push",     "guard",  "rate",   "password"};
+    "name",       "source", "ephemerides", "position", "offset", "answer",   "clock", "mountpoint",
+    "identifier", "access", "push",        "guard",    "rate",   "password", "audit"};
 
 constexpr const char* kNameForm =
     "write 1 to 100 letters, digits, - _ and ., not . or - at the beginning";
@@ -282,6 +282,10 @@ private:
         s.identifier = section.text("identifier").value_or(s.name);
         take(section.number("guard", 0.01, 100'000.0), s.guardM);
         s.mostEpochs = section.number("rate", 0.001, 100.0);
+        s.audit = section.flag("audit");
+        if (s.audit.value_or(false) && out_.externalEngine && !s.positionM)
+            section.error("audit", "needs the position that the external engine has",
+                          "add position = [X, Y, Z], or write audit = false");
         out_.stations.push_back(std::move(s));
     }
 

@@ -136,6 +136,14 @@ std::optional<std::size_t> Section::whole(std::string_view key, std::size_t leas
     return std::nullopt;
 }
 
+std::optional<bool> Section::flag(std::string_view key) const {
+    const toml::node* const node = find(key);
+    const auto value = node ? node->value_exact<bool>() : std::nullopt;
+    if (node && !value)
+        error(key, "is neither true nor false", "write true or false, without quotation marks");
+    return value;
+}
+
 std::optional<std::array<double, 3>> Section::triple(std::string_view key, const char* form) const {
     const toml::node* const node = find(key);
     if (!node)

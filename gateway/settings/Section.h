@@ -43,6 +43,7 @@ public:
     std::optional<double> number(std::string_view key, double least, double most) const;
     std::optional<std::size_t> whole(std::string_view key, std::size_t least,
                                      std::size_t most) const;
+    std::optional<bool> flag(std::string_view key) const;
     /// Three numbers; `form` is what to write.
     std::optional<std::array<double, 3>> triple(std::string_view key, const char* form) const;
     bool isText(std::string_view key) const;

@@ -38,6 +38,7 @@ struct StationSettings {
     std::vector<Address> push;
     double guardM = 5.0;              // by how much the stream's position may move
     std::optional<double> mostEpochs; // a second, to rovers; else as they come
+    std::optional<bool> audit;        // else as audits() has it
     friend bool operator==(const StationSettings&, const StationSettings&) = default;
 };
 
@@ -62,5 +63,13 @@ struct Settings {
     std::vector<StationSettings> stations;
     friend bool operator==(const Settings&, const Settings&) = default;
 };
+
+/// Whether what the engine of a station sends is audited: as it is written, else where the gateway
+/// starts the engines and has no more than 20 stations.
+inline bool audits(const Settings& settings, const StationSettings& station) {
+    constexpr std::size_t kMostByDefault = 20;
+    return station.audit.value_or(!settings.externalEngine &&
+                                  settings.stations.size() <= kMostByDefault);
+}
 
 } // namespace gateway

@@ -65,7 +65,7 @@ bool livesBy(const fs::path& status) {
 
 } // namespace
 
-Engine::Engine(const asio::any_io_executor& executor, Say say, std::function<Bytes()> first,
+Engine::Engine(const asio::any_io_executor& executor, Say say, std::function<Bytes(Process)> first,
                std::function<void(Block)> take)
     : say_(std::move(say)), first_(std::move(first)), take_(std::move(take)),
       outbox_(executor, kMostWaiting),
@@ -76,9 +76,11 @@ void Engine::start(EnginePlan plan) {
     tasks_.start(run(std::move(plan)));
 }
 
-void Engine::send(const SharedBytes& block, Block::Kind kind) {
-    if (connected_ && outbox_.put(block) && kind == Block::Kind::epoch)
-        ++owed_;
+bool Engine::send(const SharedBytes& block, Block::Kind kind) {
+    if (!connected_ || !outbox_.put(block))
+        return false;
+    owed_ += kind == Block::Kind::epoch ? 1 : 0;
+    return true;
 }
 
 awaitable<void> Engine::run(EnginePlan plan) {
@@ -105,7 +107,7 @@ awaitable<void> Engine::once(const EnginePlan& plan, tcp::acceptor& acceptor) {
         const ChannelPtr channel = channelOf(co_await acceptor.async_accept(use_awaitable));
         const fs::path none;
         say_(Level::notice, "engine: " + channel->peer() + " has connected");
-        co_await serve(*channel, none);
+        co_await serve(*channel, none, Process::started);
         throw ConversationEnd("has ended the connection");
     }
     const Paths paths = pathsOf(plan);
@@ -117,16 +119,16 @@ awaitable<void> Engine::once(const EnginePlan& plan, tcp::acceptor& acceptor) {
 
 /// A child connects anew when it has missed epochs for long.
 awaitable<void> Engine::serveConnections(tcp::acceptor& acceptor, fs::path status) {
-    for (;;) {
+    for (auto process = Process::started;; process = Process::goesOn) {
         std::optional<tcp::socket> socket;
         co_await within(kConnectLimit, into(socket, acceptor.async_accept(use_awaitable)),
                         "does not connect");
         const ChannelPtr channel = channelOf(std::move(*socket));
-        co_await serve(*channel, status);
+        co_await serve(*channel, status, process);
     }
 }
 
-awaitable<void> Engine::serve(Channel& channel, fs::path status) {
+awaitable<void> Engine::serve(Channel& channel, fs::path status, Process process) {
     struct Connected {
         Engine& engine;
         explicit Connected(Engine& of) : engine(of) {
@@ -138,7 +140,7 @@ awaitable<void> Engine::serve(Channel& channel, fs::path status) {
             engine.outbox_.clear();
         }
     } const connected{*this};
-    outbox_.put(std::make_shared<const Bytes>(first_()));
+    outbox_.put(std::make_shared<const Bytes>(first_(process)));
     co_await firstOf(readFrom(channel), firstOf(writeTo(channel), watch(std::move(status))));
 }
 

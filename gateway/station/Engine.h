@@ -30,8 +30,10 @@ struct EnginePlan {
 
 class Engine {
 public:
+    /// An engine that connects: one that was started now, or the one before.
+    enum class Process { started, goesOn };
     /// `first` says what an engine gets when it has connected, `take` gets what it sends.
-    Engine(const asio::any_io_executor& executor, Say say, std::function<Bytes()> first,
+    Engine(const asio::any_io_executor& executor, Say say, std::function<Bytes(Process)> first,
            std::function<void(Block)> take);
 
     /// Keeps an engine at work until stop(), which ends the child, too. One that runs is stopped
@@ -40,20 +42,21 @@ public:
     void stop() { tasks_.cancel(); }
     bool active() const { return tasks_.active(); }
     bool idle() const { return tasks_.idle(); }
-    /// A block of the stream; dropped where no engine is connected or it does not keep up.
-    void send(const SharedBytes& block, Block::Kind kind);
+    /// A block of the stream; false where no engine is connected or it does not keep up: then it is
+    /// dropped.
+    bool send(const SharedBytes& block, Block::Kind kind);
 
 private:
     awaitable<void> run(EnginePlan plan);
     awaitable<void> once(const EnginePlan& plan, tcp::acceptor& acceptor);
     awaitable<void> serveConnections(tcp::acceptor& acceptor, std::filesystem::path status);
-    awaitable<void> serve(Channel& channel, std::filesystem::path status);
+    awaitable<void> serve(Channel& channel, std::filesystem::path status, Process process);
     awaitable<void> readFrom(Channel& channel);
     awaitable<void> writeTo(Channel& channel);
     awaitable<void> watch(std::filesystem::path status);
 
     Say say_;
-    std::function<Bytes()> first_;
+    std::function<Bytes(Process)> first_;
     std::function<void(Block)> take_;
     Outbox outbox_;
     Tasks tasks_;

@@ -1,8 +1,11 @@
 #include "gateway/station/Station.h"
 
 #include "base/Findings.h"
+#include "ctl/simulate/Calendar.h"
+#include "ctl/simulate/Simulator.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace gateway {
@@ -19,6 +22,12 @@ std::string shown(const Vector3& place) {
     return text("%.4f %.4f %.4f", place[0], place[1], place[2]);
 }
 
+/// As the engine reads it from its deployment.
+ref::Vec3 asWritten(const Vector3& m) {
+    const auto rounded = [](double x) { return std::round(x * 1e4) / 1e4; };
+    return {rounded(m[0]), rounded(m[1]), rounded(m[2])};
+}
+
 } // namespace
 
 Station::Station(const StationHost& host, StationSettings settings)
@@ -29,7 +38,7 @@ Station::Station(const StationHost& host, StationSettings settings)
           [this](const Block& block) { fromFeed(block); }),
       engine_(
           host.executor, [this](Level level, const std::string& text) { sayOf(level, text); },
-          [this] { return forNewEngine(); },
+          [this](Engine::Process process) { return forNewEngine(process); },
           [this](Block block) { fromEngine(std::move(block)); }) {
     if (settings_.ephemerides)
         ephemerides_ = std::make_unique<Feed>(
@@ -43,6 +52,7 @@ void Station::stop() {
     if (ephemerides_)
         ephemerides_->stop();
     engine_.stop();
+    endAudit();
     mountpoint_.close();
 }
 
@@ -95,10 +105,15 @@ void Station::fromFeed(const Block& block) {
         firstEpoch_ = now;
     if (moved_)
         return;
-    engine_.send(std::make_shared<const Bytes>(block.bytes), block.kind);
+    toEngine(block.bytes, block.kind);
     if (block.kind != Block::Kind::between && !merged_.empty())
-        engine_.send(std::make_shared<const Bytes>(std::exchange(merged_, {})),
-                     Block::Kind::between);
+        toEngine(std::exchange(merged_, {}), Block::Kind::between);
+}
+
+void Station::toEngine(Bytes block, Block::Kind kind) {
+    const auto shared = std::make_shared<const Bytes>(std::move(block));
+    if (engine_.send(shared, kind) && audit_)
+        audit_->sent(*shared);
 }
 
 /// Only for satellites for which the station sends none, and each issue once.
@@ -118,18 +133,28 @@ void Station::fromEphemerides(const Block& block) {
 }
 
 /// What both streams have said.
-Bytes Station::forNewEngine() const {
+Bytes Station::forNewEngine(Engine::Process process) {
     const Instant now = std::chrono::steady_clock::now();
     Bytes out = feed_.active().kept().current(now);
     const Bytes others = others_.current(now);
     out.insert(out.end(), others.begin(), others.end());
+    if (audit_) {
+        audit_->connected(process, engineClock());
+        audit_->sent(out);
+    }
     return out;
 }
 
 void Station::fromEngine(Block block) {
-    if (moved_ || (block.kind == Block::Kind::epoch && tooSoon(block)))
-        return;
-    mountpoint_.publish(std::move(block), std::chrono::steady_clock::now());
+    const Instant now = std::chrono::steady_clock::now();
+    const auto publish = [&](Block one) {
+        if (!moved_ && (one.kind != Block::Kind::epoch || !tooSoon(one)))
+            mountpoint_.publish(std::move(one), now);
+    };
+    if (!audit_)
+        return publish(std::move(block));
+    for (Block& right : audit_->take(block, now))
+        publish(std::move(right));
 }
 
 /// Rovers are to get fewer epochs than come.
@@ -187,7 +212,39 @@ void Station::startEngine() {
         settings_.answer == StationSettings::Answer::complete ? "complete" : "specified";
     deployment.clock = settings_.clock;
     deployment.offset = settings_.offsetM;
+    startAudit(deployment);
     engine_.start(std::move(plan));
+}
+
+/// At its start.
+ref::GpsTime Station::engineClock() const {
+    return ctl::simulate::parseUtc(settings_.clock).value_or(ctl::simulate::gpsNow());
+}
+
+void Station::endAudit() {
+    if (audit_)
+        audit_->tellCounts();
+    audit_.reset();
+}
+
+void Station::startAudit(const ctl::init::Station& deployment) {
+    endAudit();
+    if (!host_.audits || !place_)
+        return;
+    ref::Expectation terms;
+    terms.answer = settings_.answer == StationSettings::Answer::complete ? ref::Answer::complete
+                                                                         : ref::Answer::specified;
+    terms.siteM = asWritten(*place_);
+    if (settings_.offsetM)
+        terms.offsetM = asWritten(*settings_.offsetM);
+    terms.omits = host_.externalEngine.has_value();
+    for (const ctl::init::Satellite& s : ctl::init::satellitesOf(deployment)) {
+        terms.satellites.insert(s.name);
+        if (s.channel)
+            terms.channels[std::stoi(s.name.substr(1))] = *s.channel;
+    }
+    audit_ = std::make_unique<Audit>(
+        std::move(terms), [this](Level level, const std::string& text) { sayOf(level, text); });
 }
 
 void Station::sayOf(Level level, const std::string& text) const {

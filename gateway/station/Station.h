@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/settings/Settings.h"
+#include "gateway/station/Audit.h"
 #include "gateway/station/Engine.h"
 #include "gateway/station/Feed.h"
 #include "gateway/station/Mountpoint.h"
@@ -22,6 +23,7 @@ struct StationHost {
     std::filesystem::path state, engine;
     std::string country;                    // of the source table
     std::optional<HostPort> externalEngine; // of this station
+    bool audits = false;                    // this station
 };
 
 class Station {
@@ -41,6 +43,8 @@ public:
     Mountpoint& mountpoint() { return mountpoint_; }
     /// The stream states a place beyond the guard: nothing goes to rovers until somebody acts.
     bool moved() const { return moved_; }
+    /// What the audit has found; null where there is none.
+    const Audit* audit() const { return audit_.get(); }
     /// Its line of the source table; nothing while it has never delivered.
     std::optional<ntrip::StreamEntry> tableEntry(Instant now) const;
 
@@ -49,7 +53,11 @@ private:
     void fromEphemerides(const Block& block);
     void fromEngine(Block block);
     bool tooSoon(const Block& epoch);
-    Bytes forNewEngine() const;
+    void toEngine(Bytes block, Block::Kind kind);
+    Bytes forNewEngine(Engine::Process process);
+    ref::GpsTime engineClock() const;
+    void endAudit();
+    void startAudit(const ctl::init::Station& deployment);
     void lookAtPlace();
     void startEngine();
     void sayOf(Level level, const std::string& text) const;
@@ -62,6 +70,7 @@ private:
     Bytes merged_;        // ephemerides of the second stream that wait for the end of an epoch
     KeptMessages others_; // ephemerides of the second stream that were taken
     Engine engine_;
+    std::unique_ptr<Audit> audit_;      // null: none
     std::optional<FrameHead> lastSent_; // of the last epoch that went to rovers
     std::optional<Vector3> place_;      // of the engine's deployment
     std::optional<Vector3> movedTo_;

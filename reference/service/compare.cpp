@@ -1,6 +1,7 @@
 #include "compare.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iomanip>
 #include <sstream>
 
@@ -80,8 +81,12 @@ std::string secondsText(double s) {
 }
 
 double lateS(const Msm& m, GpsTime t) {
-    const std::uint32_t want = epochField(m.system, t);
-    return (static_cast<double>(m.epochField) - static_cast<double>(want)) * 1e-3;
+    const bool day = m.system == 'R'; // DF416, the day of the week, does not count
+    const std::uint32_t mask = day ? 0x7FFFFFF : ~0U;
+    const std::uint32_t want = epochField(m.system, t) & mask;
+    const double lateS =
+        (static_cast<double>(m.epochField & mask) - static_cast<double>(want)) * 1e-3;
+    return std::remainder(lateS, day ? 86400 : kWeekS);
 }
 
 ComparedAnswer compareAnswer(const std::vector<Frame>& came, const Expected& expected,

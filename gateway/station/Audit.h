@@ -1,0 +1,84 @@
+#pragma once
+
+#include "gateway/net/Outbox.h"
+#include "gateway/net/Say.h"
+#include "gateway/station/Engine.h"
+#include "gateway/station/Epochs.h"
+#include "reference/service/compare.h"
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+/// Audit: holds what an engine sends back against what it owes for the stream that it got, by an
+/// independent computation (reference/). What is wrong goes to nobody.
+///
+/// Values of a satellite can be computed when its ephemeris has come since the engine was started
+/// and the engine has taken it. Until then they are not audited; all else of its observations is.
+
+namespace gateway {
+
+class Audit {
+public:
+    struct Counts {
+        std::uint64_t epochs = 0;        // right, with at least one value that was compared
+        std::uint64_t notAudited = 0;    // epochs without one
+        std::uint64_t values = 0;        // observations whose values were compared
+        std::uint64_t notCompared = 0;   // observations whose values could not be
+        std::uint64_t wrongEpochs = 0;   // not sent
+        std::uint64_t wrongMessages = 0; // forwarded ones, not sent
+    };
+
+    Audit(ref::Expectation terms, Say say);
+
+    /// An engine has connected; its clock is within some hours of that time.
+    void connected(Engine::Process process, ref::GpsTime clock);
+    /// The engine gets whole frames.
+    void sent(std::span<const std::uint8_t> frames);
+    /// What it sends back; what of that may go to rovers, in order.
+    std::vector<Block> take(const Block& block, Instant at);
+
+    const Counts& counts() const { return counts_; }
+    /// Tells them.
+    void tellCounts() const;
+    /// Whether the last thing that came was wrong, or something before it not long ago.
+    bool alarmed() const { return alarm_.has_value(); }
+
+private:
+    struct Alarm {
+        Instant last;
+        std::uint64_t before; // wrong epochs and frames before it began
+    };
+    enum class Finding { right, wrong };
+
+    void predict();
+    void bound();
+    void skip(std::size_t count);
+    Finding forwarded(std::span<const std::uint8_t> frame, Instant at);
+    Finding answer(const std::vector<ref::Frame>& came, Instant at);
+    void blur(ref::Expected& expected) const;
+    void count(const ref::ComparedAnswer& compared, Instant at);
+    void wrong(const std::string& what, Instant at);
+    void right(Instant at);
+
+    ref::Expectation terms_;
+    Say say_;
+    std::unique_ptr<ref::Predictor> owes_; // null: no engine has connected
+    Bytes unread_;                         // sent, not predicted yet
+    std::deque<ref::Expected> owed_;
+    std::size_t owedEpochs_ = 0;
+    bool forgotten_ = false;         // something owed is no longer held
+    std::set<std::string> notTaken_; // satellites whose last ephemeris the engine has not taken
+    std::vector<Bytes> station_;     // messages that stand in front of the next epoch
+    Counts counts_;
+    std::optional<Alarm> alarm_;
+    std::optional<Instant> unprovenSince_; // since when no value was compared
+    bool toldUnproven_ = false;
+};
+
+} // namespace gateway
