@@ -228,8 +228,10 @@ ref::Expectation expectationOf(const Run& run, const std::vector<std::string>& s
     e.dayKnown = run.known.day;
     e.siteKnown = run.known.site;
     e.throughCaster = run.rovers;
-    e.satellites.insert(satellites.begin(), satellites.end());
-    for (const std::string& sat : satellites)
+    // a gateway configures its services by itself
+    const auto listed = run.rovers ? satellitesOfEveryStation(e.answer) : satellites;
+    e.satellites.insert(listed.begin(), listed.end());
+    for (const std::string& sat : listed)
         if (sat[0] == 'R')
             e.channels[std::stoi(sat.substr(1))] = ref::Constellation::channel(sat);
     return e;
@@ -250,7 +252,7 @@ std::unique_ptr<Source> sourceOf(Run& run, const Arguments& w) {
 }
 
 std::vector<std::string> satellitesOf(const Run& run, const Arguments& w) {
-    if (run.rovers || (!w.play.empty() && (run.specified() || run.recorded.empty())))
+    if (!w.play.empty() && (run.specified() || run.recorded.empty()))
         return satellitesOfEveryStation(run.specified() ? ref::Answer::specified
                                                         : ref::Answer::complete);
     if (!w.play.empty())
