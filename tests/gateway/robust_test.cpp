@@ -73,6 +73,9 @@ TEST(Gateway, LeavesNoEngineBehindWhenItIsKilled) {
 }
 
 TEST(Gateway, GoesOnWithoutDescriptors) {
+#if defined(__clang__) && __has_feature(undefined_behavior_sanitizer)
+    GTEST_SKIP() << "the sanitizer opens descriptors of its own to look at objects";
+#endif
     const Ports ports;
     RunningGateway gateway(ports, stationSource(ports) + kPosition);
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
@@ -94,7 +97,7 @@ TEST(Gateway, GoesOnWithoutDescriptors) {
     }
     Client later(ports.caster, askOf("CANB"), kGranted);
     ASSERT_TRUE(station.send(sky.next()));
-    EXPECT_EQ(wholeEpochs(later.receive(epochs(1))), 1);
+    EXPECT_EQ(wholeEpochs(later.receive(epochs(1))), 1) << gateway.log();
 }
 
 TEST(Gateway, GoesOnWhereAnOutputHasNoRoom) {
