@@ -14,11 +14,11 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::size_t kMostUnread = std::size_t{64} * 1024; // bytes
-constexpr std::size_t kHeldEpochs = 100, kHeldItems = 2000;
-constexpr std::size_t kMostStation = 8; // messages
-constexpr Duration kCalm = 10s;         // without anything wrong; then an alarm ends
-constexpr Duration kUnproven = 60s;     // without a value that was compared; then it is told
+constexpr std::size_t kMostUnread = std::size_t{512} * 1024; // bytes
+constexpr std::size_t kHeldEpochs = 20, kHeldItems = 1000;   // predicted
+constexpr std::size_t kMostStation = 8;                      // messages
+constexpr Duration kCalm = 10s;     // without anything wrong; then an alarm ends
+constexpr Duration kUnproven = 60s; // without a value that was compared; then it is told
 
 ref::Frame frameOf(std::span<const std::uint8_t> bytes) {
     const std::span body = bytes.subspan(kHeaderBytes, bytes.size() - kHeaderBytes - 3);
@@ -48,11 +48,13 @@ void Audit::connected(Engine::Process process, ref::GpsTime clock) {
         owes_ = ref::predictorFor(terms_);
         notTaken_.clear();
     } else {
-        predict();
+        while (predictNext()) {
+        }
         skip(owed_.size());
         owes_->restart();
     }
     unread_.clear();
+    readTo_ = 0;
     owed_.clear();
     owedEpochs_ = 0;
     forgotten_ = false;
@@ -63,22 +65,41 @@ void Audit::sent(std::span<const std::uint8_t> frames) {
     if (!owes_)
         return;
     unread_.insert(unread_.end(), frames.begin(), frames.end());
-    if (unread_.size() > kMostUnread)
-        predict();
+    while (unread_.size() - readTo_ > kMostUnread && predictNext()) {
+    }
+    if (readTo_ > kMostUnread) {
+        unread_.erase(unread_.begin(), unread_.begin() + static_cast<std::ptrdiff_t>(readTo_));
+        readTo_ = 0;
+    }
 }
 
-/// Not before an answer needs it: the engine computes meanwhile.
-void Audit::predict() {
-    forEachFrame(unread_, [&](std::span<const std::uint8_t> frame) {
-        std::vector<ref::Expected> more;
-        owes_->take(frameOf(frame), more);
-        for (ref::Expected& e : more) {
-            owedEpochs_ += e.type == 0 ? 1 : 0;
-            owed_.push_back(std::move(e));
-        }
-        bound();
-    });
-    unread_.clear();
+/// What the next frame asks for; false where there is none. Not before an answer needs it: the
+/// engine computes meanwhile, and bytes are smaller than what is predicted of them.
+bool Audit::predictNext() {
+    const std::span rest = std::span(unread_).subspan(readTo_);
+    const std::size_t size = wholeFrame(rest);
+    if (size == 0) {
+        unread_.clear();
+        readTo_ = 0;
+        return false;
+    }
+    std::vector<ref::Expected> more;
+    owes_->take(frameOf(rest.first(size)), more);
+    readTo_ += size;
+    for (ref::Expected& e : more) {
+        owedEpochs_ += e.type == 0 ? 1 : 0;
+        owed_.push_back(std::move(e));
+    }
+    bound();
+    return true;
+}
+
+/// The first of what is owed that matches, as far ahead as need be.
+template <class Match> std::deque<ref::Expected>::iterator Audit::find(const Match& match) {
+    auto found = std::ranges::find_if(owed_, match);
+    while (found == owed_.end() && predictNext())
+        found = std::ranges::find_if(owed_, match);
+    return found;
 }
 
 void Audit::bound() {
@@ -104,7 +125,6 @@ std::vector<Block> Audit::take(const Block& block, Instant at) {
     std::vector<Block> out;
     if (!owes_)
         return out;
-    predict();
     if (block.kind == Block::Kind::between) {
         Bytes passed;
         forEachFrame(block.bytes, [&](std::span<const std::uint8_t> frame) {
@@ -138,9 +158,8 @@ std::vector<Block> Audit::take(const Block& block, Instant at) {
 }
 
 Audit::Finding Audit::forwarded(std::span<const std::uint8_t> frame, Instant at) {
-    const auto same = std::ranges::find_if(owed_, [&](const ref::Expected& e) {
-        return e.type != 0 && std::ranges::equal(frame, e.frame);
-    });
+    const auto same = find(
+        [&](const ref::Expected& e) { return e.type != 0 && std::ranges::equal(frame, e.frame); });
     if (same == owed_.end()) {
         if (forgotten_)
             return Finding::right;
@@ -150,10 +169,12 @@ Audit::Finding Audit::forwarded(std::span<const std::uint8_t> frame, Instant at)
               at);
         return Finding::wrong;
     }
+    if (forgotten_) // it may be the same as one that is no longer held
+        return Finding::right;
+    const std::string sat = same->sat;
     skip(static_cast<std::size_t>(same - owed_.begin()));
-    notTaken_.erase(owed_.front().sat);
+    notTaken_.erase(sat);
     owed_.pop_front();
-    forgotten_ = false;
     return Finding::right;
 }
 
@@ -161,7 +182,7 @@ Audit::Finding Audit::answer(const std::vector<ref::Frame>& came, Instant at) {
     std::optional<ref::Msm> head;
     for (auto f = came.begin(); f != came.end() && !head; ++f)
         head = ref::headOf(*f);
-    const auto due = std::ranges::find_if(owed_, [&](const ref::Expected& e) {
+    const auto due = find([&](const ref::Expected& e) {
         return e.type == 0 && head && ref::answersEpoch(*head, e, terms_);
     });
     if (due == owed_.end()) {

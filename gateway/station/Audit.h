@@ -56,7 +56,8 @@ private:
     };
     enum class Finding { right, wrong };
 
-    void predict();
+    bool predictNext();
+    template <class Match> std::deque<ref::Expected>::iterator find(const Match& match);
     void bound();
     void skip(std::size_t count);
     Finding forwarded(std::span<const std::uint8_t> frame, Instant at);
@@ -69,7 +70,8 @@ private:
     ref::Expectation terms_;
     Say say_;
     std::unique_ptr<ref::Predictor> owes_; // null: no engine has connected
-    Bytes unread_;                         // sent, not predicted yet
+    Bytes unread_;                         // sent; from readTo_ on not predicted yet
+    std::size_t readTo_ = 0;
     std::deque<ref::Expected> owed_;
     std::size_t owedEpochs_ = 0;
     bool forgotten_ = false;         // something owed is no longer held
