@@ -20,7 +20,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstdlib>
+#include <cstring>
 #include <string_view>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -47,6 +50,11 @@ struct EndsWithParent {
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         close_range(3, ~0U, CLOSE_RANGE_CLOEXEC); // our connections are not its
         return {};
+    }
+    /// What this process would do at its end is our business, not that of a copy of us.
+    void on_exec_error(process::posix::default_launcher&, const process::filesystem::path&,
+                       const char* const*, const process::error_code&) {
+        _exit(EXIT_FAILURE);
     }
 };
 
@@ -135,15 +143,25 @@ Child::Child(const asio::any_io_executor& executor, const std::filesystem::path&
         throw std::runtime_error(program.string() + " is not in PATH");
     const std::unordered_map<std::string, std::string> environment{
         {"JOURNAL_STREAM", journalStream(out.native_handle())}};
+    const pid_t self = getpid();
+    pid_t id = 0;
     try {
         process::process started(executor, path, arguments,
                                  process::process_stdio{nullptr, out, out},
                                  process::process_environment(environment), EndsWithParent{});
-        const pid_t id = started.id();
+        id = started.id();
         started.detach(); // we wait for it ourselves: async_wait of 1.81 may block
-        running_ = std::make_shared<Running>(executor, id,
-                                             static_cast<int>(syscall(SYS_pidfd_open, id, 0)));
+        const auto end = static_cast<int>(syscall(SYS_pidfd_open, id, 0));
+        if (end < 0)
+            throw std::runtime_error(std::string("pidfd_open: ") + std::strerror(errno));
+        running_ = std::make_shared<Running>(executor, id, end);
     } catch (const std::exception& e) {
+        if (getpid() != self) // a copy of us that has not become the program
+            _exit(EXIT_FAILURE);
+        if (id > 0) { // nobody would ever end it
+            kill(id, SIGKILL);
+            waitpid(id, nullptr, 0);
+        }
         throw std::runtime_error(path.string() + " cannot be started: " + reasonOf(e));
     }
     asio::co_spawn(executor, reap(running_), asio::detached);
