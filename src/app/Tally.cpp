@@ -38,37 +38,11 @@ Tally::Tally(const Session& session) {
 }
 
 void Tally::add(Epochs& to, Side side, std::span<const std::uint8_t> frame) {
-    const int type = messageType(frame);
-    const auto push = [&](std::size_t system, const CellMasks& m) {
+    forEachCellMasks(frame, [&](std::size_t system, const CellMasks& m) {
         Masks& masks = to[system].*side;
         if (masks.size() < kMostMasks)
             masks.push_back(m);
-    };
-    if (isMsm4To7(type)) {
-        constexpr std::size_t before = kMsmBitsBeforeMasks / 8;
-        BitReader in = messageOf(frame.subspan(std::min(before, frame.size())));
-        in.fixed(kMsmBitsBeforeMasks % 8, 0);
-        CellMasks m;
-        in.u(64, m.satellites);
-        in.u(32, m.signals);
-        const int pairs = std::popcount(m.satellites) * std::popcount(m.signals);
-        if (pairs == 0 || pairs > static_cast<int>(kMsmCells))
-            return;
-        in.u(pairs, m.cells);
-        if (in.ok())
-            push(static_cast<std::size_t>((type - 1070) / 10), m);
-    } else if (isLegacy(type)) {
-        BitReader in = messageOf(frame);
-        LegacyMessage message;
-        layoutLegacy(in, message);
-        MsmMessage part;
-        for (std::uint64_t left = in.ok() ? kAllIds : 0; left != 0;) {
-            left = toMsm4(message, 0, left, part);
-            if (part.pairs() > 0)
-                push(legacyForm(type).glonass ? 1 : 0,
-                     {part.head.satellites, part.head.signals, part.cellMask});
-        }
-    }
+    });
 }
 
 void Tally::received(std::span<const std::uint8_t> frame) {

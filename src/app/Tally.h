@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gnss/Session.h"
+#include "rtcm/CellMasks.h"
 #include "rtcm/layouts/Msm.h"
 
 #include <array>
@@ -14,14 +15,6 @@
 /// Tally: which signals came, which were answered, and why others were not, by the heads of
 /// observation messages. Most epochs of a system have the satellites and signals of the one before:
 /// they are only counted, and looked at once something is different or somebody asks.
-
-/// Who is in a message, or in a signal of a message from before MSM.
-struct CellMasks {
-    std::uint64_t satellites = 0; // bit 63 = MSM id 1
-    std::uint32_t signals = 0;    // bit 31 = id 1
-    std::uint64_t cells = 0;      // DF396
-    bool operator==(const CellMasks&) const = default;
-};
 
 /// Why an observation is in no answer.
 enum class Dropped : std::uint8_t {
