@@ -1,9 +1,10 @@
 #include "ctl/status/Metrics.h"
 
+#include "ctl/status/MetricsText.h"
+
 #include <cjson/cJSON.h>
 
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <set>
 #include <stdexcept>
@@ -61,38 +62,8 @@ constexpr Metric kMetrics[] = {
     {"log/dropped_lines_total", "log_lines_dropped_total", "counter", "Lines of the log that nobody read in time."}};
 // clang-format on
 
-std::string numberText(double value) {
-    std::array<char, 32> out{};
-    const auto end = std::to_chars(out.data(), out.data() + out.size(), value);
-    return {out.data(), end.ptr};
-}
-
-/// A label of a sample, its value escaped.
-std::string label(std::string_view name, std::string_view value) {
-    std::string out(name);
-    out += "=\"";
-    for (const char c : value) {
-        if (c == '\\' || c == '"')
-            out += '\\';
-        out += c;
-    }
-    return out + "\"";
-}
-
 std::string stationLabel(const StatusFile& file) {
     return label("station", file.text("station"));
-}
-
-/// The lines in front of the samples of a metric.
-std::string head(std::string_view name, std::string_view type, std::string_view help) {
-    std::string out = "# HELP kestrune_";
-    out.append(name).append(" ").append(help).append("\n# TYPE kestrune_");
-    return out.append(name).append(" ").append(type).append("\n");
-}
-
-std::string sample(std::string_view name, const std::string& labels, double value) {
-    std::string out = "kestrune_";
-    return out.append(name) + "{" + labels + "} " + numberText(value) + "\n";
 }
 
 void add(std::string& out, const Metric& metric, std::span<const StatusFile> files) {
