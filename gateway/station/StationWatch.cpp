@@ -1,0 +1,153 @@
+#include "gateway/station/StationWatch.h"
+
+#include "ctl/status/StatusFile.h"
+#include "gateway/station/Heard.h"
+#include "gnss/Leaps.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <numeric>
+
+namespace gateway {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::size_t kMostUnanswered = 64;     // epochs that may still be answered
+constexpr std::size_t kMostDelays = 1200;       // of a minute
+constexpr std::size_t kIntervals = 15;          // whose median counts
+constexpr std::size_t kEnough = 60;             // steps of 10 s before anything is usual
+constexpr std::size_t kEnoughMinutes = 10;      // of a system
+constexpr double kNearlyAll = 0.9;              // of those minutes
+constexpr std::uint32_t kTimeOfAll = 0x7FFFFFF; // bits of a time that every system sends
+
+template <class T> T median(std::vector<T> values) {
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+std::vector<float> known(std::vector<float> values) {
+    std::erase_if(values, [](float v) { return std::isnan(v); });
+    return values;
+}
+
+/// GPS and Galileo send the time of the GPS week.
+std::optional<double> aheadOf(const FrameHead& head, double nowUnixS) {
+    const bool msm = isMsm4To7(head.type);
+    const int tens = msm ? (head.type - 1070) / 10 : -1;
+    if (tens != 0 && tens != 2 && !(head.type >= 1001 && head.type <= 1004))
+        return std::nullopt;
+    const WeekTime now = time2gpst(utc2gpst(
+        {static_cast<std::int64_t>(std::floor(nowUnixS)), nowUnixS - std::floor(nowUnixS)}));
+    const double ahead = head.time / 1000.0 - now.sow;
+    return std::remainder(ahead, kSecondsPerWeek);
+}
+
+} // namespace
+
+int EpochCells::count(std::size_t system) const {
+    return std::popcount(satellites[system]);
+}
+
+int EpochCells::count() const {
+    return std::accumulate(satellites.begin(), satellites.end(), 0,
+                           [](int sum, std::uint64_t mask) { return sum + std::popcount(mask); });
+}
+
+EpochCells cellsOf(const Bytes& epoch) {
+    EpochCells out;
+    forEachFrame(epoch, [&](std::span<const std::uint8_t> frame) {
+        forEachCellMasks(frame, [&](std::size_t system, const CellMasks& m) {
+            out.satellites[system] |= m.satellites;
+            out.cells += static_cast<unsigned>(std::popcount(m.cells));
+        });
+    });
+    return out;
+}
+
+void StationWatch::cameIn(const Block& epoch, Instant at) {
+    in_ = {epoch.bytes, cellsOf(epoch.bytes)};
+    ++epochsIn_;
+    cellsIn_ += in_.cells.cells;
+    seen.set(at, static_cast<float>(in_.cells.count()));
+    clockAheadS_ = aheadOf(epoch.first, ctl::status::nowUnixS());
+    waiting_.emplace_back(epoch.first.time & kTimeOfAll, at);
+    if (waiting_.size() > kMostUnanswered)
+        waiting_.pop_front();
+}
+
+void StationWatch::wentOut(const Block& epoch, Instant at) {
+    out_ = {epoch.bytes, cellsOf(epoch.bytes)};
+    ++epochsOut_;
+    cellsOut_ += out_.cells.cells;
+    lastOutUnixS_ = ctl::status::nowUnixS();
+    answered.set(at, static_cast<float>(out_.cells.count()));
+    const float before = epochs.now(at);
+    epochs.set(at, std::isnan(before) ? 1.0F : before + 1.0F);
+    for (std::size_t system = 0; system < bySystem_.size(); ++system)
+        bySystem_[system].set(at, static_cast<float>(out_.cells.count(system)));
+
+    if (const auto later = lastHead_ ? secondsBetween(*lastHead_, epoch.first) : std::nullopt) {
+        intervals_.push_back(*later);
+        if (intervals_.size() > kIntervals)
+            intervals_.pop_front();
+    }
+    lastHead_ = epoch.first;
+
+    const auto asked = std::ranges::find_if(
+        waiting_, [&](const auto& one) { return one.first == (epoch.first.time & kTimeOfAll); });
+    if (asked == waiting_.end())
+        return;
+    const double took = std::chrono::duration<double>(at - asked->second).count();
+    waiting_.erase(waiting_.begin(), std::next(asked));
+    const auto bound = std::ranges::lower_bound(kDelayBoundsS, took);
+    ++delays_.upTo[static_cast<std::size_t>(bound - kDelayBoundsS.begin())];
+    ++delays_.count;
+    delays_.sumS += took;
+    const float largest = delay.now(at);
+    delay.set(at, std::isnan(largest) ? static_cast<float>(took)
+                                      : std::max(largest, static_cast<float>(took)));
+    recentDelays_.emplace_back(at, static_cast<float>(took));
+    while (recentDelays_.size() > kMostDelays || at - recentDelays_.front().first > 1min)
+        recentDelays_.pop_front();
+}
+
+std::optional<double> StationWatch::intervalS() const {
+    if (intervals_.empty())
+        return std::nullopt;
+    return median(std::vector(intervals_.begin(), intervals_.end()));
+}
+
+std::optional<double> StationWatch::delayS(Instant now) const {
+    std::vector<float> recent;
+    for (const auto& [at, took] : recentDelays_)
+        if (now - at <= 1min)
+            recent.push_back(took);
+    if (recent.empty())
+        return std::nullopt;
+    return median(std::move(recent));
+}
+
+std::optional<int> StationWatch::usualSatellites(Instant now) {
+    std::vector<float> hour = known(answered.whole(now));
+    if (hour.size() < kEnough)
+        return std::nullopt;
+    return static_cast<int>(median(std::move(hour)));
+}
+
+std::string StationWatch::goneSystems(Instant now) {
+    std::string gone;
+    for (std::size_t system = 0; system < bySystem_.size(); ++system) {
+        const std::vector<float> hour = known(bySystem_[system].whole(now));
+        const auto with = std::ranges::count_if(hour, [](float v) { return v > 0; });
+        if (hour.size() >= kEnoughMinutes && out_.cells.satellites[system] == 0 &&
+            static_cast<double>(with) >= kNearlyAll * static_cast<double>(hour.size()))
+            gone += kMsmLetters[system];
+    }
+    return gone;
+}
+
+} // namespace gateway
