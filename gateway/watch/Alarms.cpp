@@ -1,0 +1,111 @@
+#include "gateway/watch/Alarms.h"
+
+#include "ctl/status/StatusFile.h"
+
+#include <algorithm>
+
+namespace gateway {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+/// How long it must have been wrong before the alarm begins, and right before it ends.
+struct Hold {
+    std::string_view name;
+    Duration begins, ends;
+};
+constexpr std::array<Hold, kAlarmKinds> kHolds{{
+    {"no_epochs", 0s, 10s}, // silence is 30 s already
+    {"few_satellites", 60s, 60s},
+    {"system_gone", 60s, 60s},
+    {"delay", 30s, 60s},
+    {"moved", 0s, 0s},
+    {"audit", 0s, 60s},
+    {"clock", 30s, 60s},
+    {"leap_seconds", 0s, 0s},
+    {"certificate", 0s, 0s},
+    {"disk", 10s, 60s},
+    {"engine", 0s, 60s},
+    {"rovers_cut", 0s, 60s},
+}};
+const Hold& holdOf(AlarmKind kind) {
+    return kHolds[static_cast<std::size_t>(kind)];
+}
+
+} // namespace
+
+std::string_view nameOf(AlarmKind kind) {
+    return holdOf(kind).name;
+}
+
+std::string titleOf(AlarmKind kind) {
+    std::string title(nameOf(kind));
+    std::ranges::replace(title, '_', ' ');
+    return title;
+}
+
+void Alarms::look(AlarmKind kind, const std::string& station, const std::string& wrong,
+                  Instant now) {
+    const Key key{station, kind};
+    auto found = states_.find(key);
+    if (found == states_.end()) {
+        if (wrong.empty())
+            return;
+        found = states_.emplace(key, State{}).first;
+    }
+    State& state = found->second;
+    if (!wrong.empty()) {
+        state.rightSince.reset();
+        if (!state.wrongSince)
+            state.wrongSince = now;
+        if (!state.holds && now - *state.wrongSince >= holdOf(kind).begins) {
+            state.holds = Alarm{kind, station, wrong, ctl::status::nowUnixS()};
+            ++holding_;
+            ++begun_[static_cast<std::size_t>(kind)];
+            tell_(*state.holds, /*begins=*/true);
+        }
+        return;
+    }
+    state.wrongSince.reset();
+    if (!state.rightSince)
+        state.rightSince = now;
+    if (state.holds && now - *state.rightSince < holdOf(kind).ends)
+        return;
+    end(state);
+    states_.erase(found);
+}
+
+void Alarms::end(State& state) {
+    if (!state.holds)
+        return;
+    --holding_;
+    tell_(*state.holds, /*begins=*/false);
+}
+
+void Alarms::forget(const std::string& station) {
+    auto it = states_.lower_bound({station, AlarmKind{}});
+    while (it != states_.end() && it->first.first == station) {
+        end(it->second);
+        it = states_.erase(it);
+    }
+}
+
+std::vector<Alarm> Alarms::now() const {
+    std::vector<Alarm> out;
+    for (const auto& [key, state] : states_)
+        if (state.holds)
+            out.push_back(*state.holds);
+    return out;
+}
+
+std::vector<Alarm> Alarms::ofStation(const std::string& station) const {
+    std::vector<Alarm> out;
+    for (auto it = states_.lower_bound({station, AlarmKind{}});
+         it != states_.end() && it->first.first == station; ++it)
+        if (it->second.holds)
+            out.push_back(*it->second.holds);
+    return out;
+}
+
+} // namespace gateway

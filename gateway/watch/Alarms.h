@@ -1,0 +1,85 @@
+#pragma once
+
+#include "gateway/net/Within.h"
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+/// Alarms: what is wrong and for how long. Each begins once what is wrong has lasted, and ends once
+/// it has been gone for a while, so that nothing flaps.
+
+namespace gateway {
+
+enum class AlarmKind : std::uint8_t {
+    noEpochs,
+    fewSatellites,
+    systemGone,
+    delay,
+    moved,
+    audit,
+    clock,
+    leapSeconds,
+    certificate,
+    disk,
+    engine,
+    roversCut
+};
+inline constexpr std::size_t kAlarmKinds = 12;
+
+/// Whether it is one of the gateway, not of a station.
+constexpr bool isOfGateway(AlarmKind kind) {
+    return kind == AlarmKind::leapSeconds || kind == AlarmKind::certificate ||
+           kind == AlarmKind::disk;
+}
+/// "no_epochs", as programs read it.
+std::string_view nameOf(AlarmKind kind);
+/// "no epochs", as people do.
+std::string titleOf(AlarmKind kind);
+
+struct Alarm {
+    AlarmKind kind = AlarmKind::noEpochs;
+    std::string station; // empty: of the gateway
+    std::string text;    // what is wrong, as it began
+    double sinceUnixS = 0.0;
+};
+
+class Alarms {
+public:
+    /// Gets each alarm when it begins and when it ends.
+    using Tell = std::function<void(const Alarm& alarm, bool begins)>;
+    explicit Alarms(Tell tell) : tell_(std::move(tell)) {}
+
+    /// Said once a second for each thing that can be wrong: what is wrong with it, empty: nothing.
+    void look(AlarmKind kind, const std::string& station, const std::string& wrong, Instant now);
+    /// The station is no more: its alarms end.
+    void forget(const std::string& station);
+
+    /// Those that hold.
+    std::vector<Alarm> now() const;
+    std::vector<Alarm> ofStation(const std::string& station) const;
+    std::size_t count() const { return holding_; }
+    /// How many of a kind have begun since the start, by kind.
+    const std::array<std::uint64_t, kAlarmKinds>& begun() const { return begun_; }
+
+private:
+    struct State {
+        std::optional<Instant> wrongSince, rightSince;
+        std::optional<Alarm> holds;
+    };
+    using Key = std::pair<std::string, AlarmKind>;
+    void end(State& state);
+
+    Tell tell_;
+    std::map<Key, State> states_; // only what is wrong or was until lately
+    std::size_t holding_ = 0;
+    std::array<std::uint64_t, kAlarmKinds> begun_{};
+};
+
+} // namespace gateway
