@@ -1,10 +1,13 @@
 #include "gateway/ntrip/Head.h"
 
+#include <boost/beast/core/string.hpp>
 #include <openssl/evp.h>
 
 #include <algorithm>
 
 namespace gateway::ntrip {
+
+namespace beast = boost::beast;
 
 namespace {
 
@@ -72,6 +75,18 @@ std::optional<std::string> fromBase64(std::string_view text) {
     if (base64(out) != in)
         return std::nullopt;
     return out;
+}
+
+std::optional<std::pair<std::string, Secret>> basicCredentials(std::string_view field) {
+    constexpr std::string_view kBasic = "Basic ";
+    if (field.size() < kBasic.size() || !beast::iequals(field.substr(0, kBasic.size()), kBasic))
+        return std::nullopt;
+    const auto pair = fromBase64(trimmed(field.substr(kBasic.size())));
+    const std::size_t colon = pair ? pair->find(':') : std::string::npos;
+    if (colon == std::string::npos || !isPrintable(pair->substr(0, colon)) ||
+        pair->find('\0') != std::string::npos) // at which a hash would end
+        return std::nullopt;
+    return std::pair(pair->substr(0, colon), Secret(pair->substr(colon + 1)));
 }
 
 std::string_view trimmed(std::string_view text) {

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "gateway/net/Secret.h"
+
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// Head: what the heads of requests and answers have in common: lines, texts, credentials.
 
@@ -23,6 +26,9 @@ std::string printable(std::string_view text, std::size_t most);
 std::string base64(std::string_view bytes);
 /// Nothing for text that no encoder writes: other characters, padding that is missing or misplaced.
 std::optional<std::string> fromBase64(std::string_view text);
+
+/// User and password of an Authorization of the scheme Basic (RFC 7617); nothing where it is none.
+std::optional<std::pair<std::string, Secret>> basicCredentials(std::string_view field);
 
 /// Blanks, tabs and ends of lines taken off at both ends.
 std::string_view trimmed(std::string_view text);

@@ -70,21 +70,6 @@ std::optional<std::string> mountOf(std::string_view target) {
     return mount;
 }
 
-/// Takes user and password of "Basic base64(user:password)"; other schemes are as none.
-void takeCredentials(std::string_view text, Request& request) {
-    constexpr std::string_view kBasic = "Basic ";
-    if (!startsWith(text, kBasic))
-        return;
-    const auto pair = fromBase64(trimmed(text.substr(kBasic.size())));
-    const std::size_t colon = pair ? pair->find(':') : std::string::npos;
-    if (colon == std::string::npos || !isPrintable(pair->substr(0, colon)) ||
-        pair->find('\0') != std::string::npos) // at which a hash would end
-        return;
-    request.named = true;
-    request.user = pair->substr(0, colon);
-    request.password = Secret(pair->substr(colon + 1));
-}
-
 Dialect dialectOf(const RequestHead& head) {
     const std::string_view version = view(head["Ntrip-Version"]);
     const std::string_view agent = view(head[http::field::user_agent]);
@@ -179,7 +164,11 @@ std::optional<Refusal> takeHead(std::string_view text, Request& request) {
 
     if (!source) {
         request.dialect = dialectOf(read);
-        takeCredentials(view(read[http::field::authorization]), request);
+        if (auto credentials = basicCredentials(view(read[http::field::authorization]))) {
+            request.named = true;
+            request.user = std::move(credentials->first);
+            request.password = std::move(credentials->second);
+        }
     }
     for (const std::string_view name : {"User-Agent", "Source-Agent"})
         if (request.agent.empty())
