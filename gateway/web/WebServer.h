@@ -1,0 +1,112 @@
+#pragma once
+
+#include "gateway/net/Channel.h"
+#include "gateway/net/Outbox.h"
+#include "gateway/net/Secret.h"
+#include "gateway/net/Tasks.h"
+
+#include <boost/asio/any_io_executor.hpp>
+
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// WebServer: the page, the API and the metrics, by HTTP 1.1. Everything is read only.
+
+namespace gateway {
+
+/// What there is to see; JSON as gateway/web/openapi.yaml describes it.
+class WebView {
+public:
+    /// Of a fleet, without the stations: JSON members, no braces.
+    virtual std::string fleetHead() const = 0;
+    /// The summary of every station, by name.
+    virtual std::map<std::string, std::string> summaries() const = 0;
+    /// Nothing where there is no such station.
+    virtual std::optional<std::string> station(const std::string& name) const = 0;
+    virtual std::optional<std::string> events(const std::optional<std::string>& station) const = 0;
+    /// Text format 0.0.4 of Prometheus.
+    virtual std::string metrics() const = 0;
+    /// Stations that have not been tried yet.
+    virtual std::vector<std::string> untried() const = 0;
+
+protected:
+    ~WebView() = default;
+};
+
+struct WebSettings {
+    std::vector<HostPort> listen{{"127.0.0.1", 8080}}; // none: no page
+    enum class Access { loopback, users, anyone };
+    Access access = Access::loopback; // users are those of the caster
+    friend bool operator==(const WebSettings&, const WebSettings&) = default;
+};
+
+class WebServer {
+public:
+    static constexpr std::size_t kMostConnections = 1000;
+    static constexpr std::size_t kMostListeners = 200; // to what happens
+
+    /// Whether a user may look; it takes the time of a hash.
+    using Admits =
+        std::function<awaitable<bool>(std::string address, std::string user, Secret password)>;
+    WebServer(const asio::any_io_executor& executor, const WebView& view, Admits admits);
+
+    /// Opens and closes listeners; one that cannot be opened is told and tried at the next call.
+    void apply(const WebSettings& settings);
+    void stop();
+    bool idle() const { return tasks_.idle() && conversations_.idle(); }
+    /// Once a second: tells those who listen.
+    void tick();
+
+private:
+    struct Listener {
+        HostPort where;
+        tcp::acceptor acceptor;
+    };
+    struct Request {
+        std::string path;
+        std::map<std::string, std::string> query;
+        std::string user;
+        Secret password;
+        bool named = false; // credentials were sent
+        bool head = false, keepAlive = false;
+        std::string host, sameAs; // sameAs: If-None-Match
+    };
+    /// Who hears of the fleet, or of one station.
+    struct Hearer {
+        explicit Hearer(const asio::any_io_executor& executor, std::string of)
+            : station(std::move(of)), outbox(executor, kMostWaiting) {}
+        static constexpr std::size_t kMostWaiting = std::size_t{2} << 20;
+        std::string station; // empty: the fleet
+        Outbox outbox;
+        Channel* channel = nullptr;
+    };
+
+    void open(const HostPort& where);
+    awaitable<void> accept(std::shared_ptr<Listener> listener);
+    awaitable<void> converse(tcp::socket socket);
+    awaitable<bool> answer(Channel& channel, const Request& request, const std::string& address);
+    awaitable<void> tellLive(Channel& channel, const Request& request);
+    std::string answerTo(const Request& request) const;
+    static std::optional<Request> parse(std::string_view head);
+
+    asio::any_io_executor executor_;
+    const WebView& view_;
+    Admits admits_;
+    WebSettings settings_;
+    std::vector<std::shared_ptr<Listener>> listeners_;
+    std::set<Hearer*> hearers_;
+    std::map<std::string, std::string> told_; // summaries, as the hearers of the fleet know them
+    unsigned quiet_ = 0;                      // ticks without a word
+    std::size_t connections_ = 0;
+    Tasks tasks_, conversations_;
+};
+
+} // namespace gateway
