@@ -82,7 +82,7 @@ const columns = [
             const parts = make("span", { class: "systems", "aria-hidden": "true" });
             const words = make("span", { class: "hidden" });
             cell.append(total, parts, words);
-            return { total, parts, words, said: "" };
+            return { total, parts, words, said: null };
         },
         update(part, s) {
             const of = format.systems.filter((system) => s.satellites[system]);
@@ -304,7 +304,7 @@ function showAlarms(alarms) {
     show(more, alarms.length > alarmsShown);
     setText(more, view.allAlarms ? "Only the newest" : `All ${format.grouped(alarms.length)} alarms`);
     setAttribute(more, "aria-expanded", view.allAlarms);
-    find(".alarms").classList.toggle("none", alarms.length === 0);
+    find(".alarm-list").classList.toggle("none", alarms.length === 0);
 }
 
 // --- live
