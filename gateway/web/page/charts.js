@@ -37,9 +37,10 @@ export class Behind {
     }
 }
 
+const minutes = [60, 120, 300, 600, 900, 1800, 3600]; // between the names of times, s
 const font = '12px system-ui, -apple-system, "Segoe UI", Roboto, "Liberation Sans", sans-serif';
 
-/// Series over the same times. `series`: {label, colour, write(value), bars, fill}; the values under
+/// Series over the same times. `series`: {label, colour, write(value), width, dash, steps}; the values under
 /// the pointer, or else the last ones, are told below.
 export class TimeChart {
     #plot = null;
@@ -91,10 +92,10 @@ export class TimeChart {
                 padding: [8, 8, 0, 0],
                 tzDate: (t) => uPlot.tzDate(new Date(t * 1e3), "Etc/UTC"),
                 cursor: { y: false, drag: { x: false, y: false }, points: { show: false }, ...(this.sync ? { sync: { key: this.sync } } : {}) },
-                scales: { y: { range: (_, low, high) => [0, Math.max(high ?? 0, 1e-6) * 1.08] } },
+                scales: { y: { range: (_, low, high) => [0, high > 0 ? high * 1.08 : 1] } },
                 hooks: { setCursor: [(plot) => this.#tell(plot.cursor.idx)] },
                 axes: [
-                    { ...axis, space: 60, size: 28, values: (_, ticks) => ticks.map((t) => time(t).slice(0, 5)) },
+                    { ...axis, space: 64, size: 28, incrs: minutes, values: (_, ticks) => ticks.map((t) => time(t).slice(0, 5)) },
                     { ...axis, space: 34, size: 44 },
                 ],
                 series: [
@@ -102,10 +103,9 @@ export class TimeChart {
                     ...this.series.map((s) => ({
                         label: s.label,
                         stroke: colour(s.colour),
-                        width: s.bars ? 0 : (s.width ?? 1.5),
+                        width: s.width ?? 1.5,
                         dash: s.dash,
-                        fill: s.bars ? colour(s.colour) : undefined,
-                        paths: s.bars ? uPlot.paths.bars({ size: [0.8, 8] }) : undefined,
+                        paths: s.steps ? uPlot.paths.stepped({ align: -1 }) : undefined,
                         points: { show: false },
                     })),
                 ],
@@ -116,7 +116,7 @@ export class TimeChart {
     }
 }
 
-const wide = 340;
+const widest = 520;
 const text = (x, y, classes, words) => draw("text", { x, y, class: classes }, words);
 const line = (x1, y1, x2, y2, classes) => draw("line", { x1, y1, x2, y2, class: classes });
 const at = (x, y, element) => {
@@ -124,6 +124,9 @@ const at = (x, y, element) => {
     return element;
 };
 const titled = (element, words) => draw("g", {}, draw("title", {}, words), element);
+
+// As wide as its place: its words are then as large as all others.
+const widthOf = (svg) => Math.min(widest, Math.max(280, svg.parentElement.clientWidth));
 
 function svgChart(holder, words) {
     const svg = draw("svg", { class: "chart", role: "img", "aria-label": words });
@@ -138,6 +141,7 @@ export class SignalChart {
     }
 
     set(satellites) {
+        const wide = widthOf(this.svg);
         const [low, high, left, row] = [20, 60, 92, 25];
         const x = (dbhz) => left + ((Math.min(high, Math.max(low, dbhz)) - low) / (high - low)) * (wide - left - 8);
         const rows = new Map();
@@ -193,7 +197,8 @@ export class ChangeChart {
         const shown = satellites.filter((s) => s.change_m !== undefined && s.elevation_deg !== undefined);
         const level = Math.hypot(east, north);
         const far = Math.max(1, Math.hypot(level, up));
-        const [left, right, top, floor] = [46, wide - 8, 24, 244];
+        const wide = widthOf(this.svg);
+        const [left, right, top, floor] = [46, wide - 8, 24, 264];
         const x = (deg) => left + (deg / 90) * (right - left);
         const y = (m) => floor + ((m / far / 1.08 + 1) / 2) * (top - floor);
         const step = niceStep(2 * far, 6);
@@ -225,13 +230,13 @@ export class ChangeChart {
 }
 
 /// The part of a bound that a difference takes: a bar up to a line.
-export function boundBar(part, classes) {
+export function boundBar(part) {
     const full = 120;
     const over = part > 1;
     const length = over ? full * Math.min(1.25, part) : full * part;
     return draw(
         "svg",
-        { class: `bound-bar ${classes}`, viewBox: "0 0 150 14", "aria-hidden": "true" },
+        { class: "bound-bar", viewBox: "0 0 150 14", "aria-hidden": "true", preserveAspectRatio: "none" },
         draw("rect", { x: 0, y: 4, width: Math.max(1, length).toFixed(1), height: 6, rx: 1.5, class: over ? "beyond" : "dot" }),
         line(full, 0, full, 14, "bound"),
     );

@@ -15,17 +15,23 @@ const sum = (counts, of) => Object.values(counts).reduce((n, c) => n + c[of], 0)
 const system = (letter) => make("span", { class: "with-icon" }, systemIcon(letter), format.systemNames[letter] ?? letter);
 
 // A table in a box that scrolls on its own where it is too wide; words instead while it is empty.
-function list(holder, label, heads, none) {
+// On a phone a row of many cells becomes a card.
+function list(holder, label, heads, none, stacked = heads.length > 4) {
+    const names = heads.map((h) => h.numeric ?? h);
     const body = make("tbody");
-    const head = make("tr", {}, ...heads.map((h) => make("th", { scope: "col", class: h.numeric ? "numeric" : null }, h.numeric ?? h)));
-    const box = make("div", { class: "scroll", tabindex: 0, role: "region", "aria-label": label }, make("table", { class: "numbers" }, make("thead", {}, head), body));
+    const head = make("tr", {}, ...heads.map((h, i) => make("th", { scope: "col", class: h.numeric ? "numeric" : null }, names[i])));
+    const box = make("div", { class: "scroll", tabindex: 0, role: "region", "aria-label": label }, make("table", { class: stacked ? "numbers stack" : "numbers" }, make("thead", {}, head), body));
     const empty = make("p", { class: "empty" }, none);
     holder.append(box, empty);
     return (rows) => {
         show(box, rows.length > 0);
         show(empty, rows.length === 0);
         setRows(body, rows);
-        for (const row of body.rows) [...row.cells].forEach((cell, i) => heads[i].numeric && cell.classList.add("numeric"));
+        for (const row of body.rows)
+            [...row.cells].forEach((cell, i) => {
+                setAttribute(cell, "class", heads[i].numeric ? "numeric" : null);
+                setAttribute(cell, "data-head", names[i]);
+            });
     };
 }
 const numeric = (head) => ({ numeric: head });
@@ -163,7 +169,7 @@ const epochs = new TimeChart(find("#hour"), {
     title: "Epochs in each 10 s of the last hour",
     height: 110,
     sync: "hour",
-    series: [{ label: "epochs in 10 s", colour: "plain", bars: true, write: whole }],
+    series: [{ label: "epochs in 10 s", colour: "plain", steps: true, write: whole }],
 });
 const hourTable = new Behind(find("#hour"), ["Time, UTC", "Received", "Answered", "Epochs in 10 s"]);
 const delay = new TimeChart(find("#delay"), {
@@ -191,7 +197,7 @@ function showHistory({ seen, answered, epochs: sent, delay: late }) {
 
 const auditWords = make("p", { class: "note" });
 find("#audit").append(auditWords);
-const auditRows = list(find("#audit"), "Largest differences of the last epoch", ["System", "Range", "of its bound", "Phase", "of its bound"], "No epoch has been compared yet.");
+const auditRows = list(find("#audit"), "Largest differences of the last epoch", ["System", "Range, bar to its bound", "Phase, bar to its bound"], "No epoch has been compared yet.");
 
 function showAudit(audit) {
     setText(
@@ -201,13 +207,18 @@ function showAudit(audit) {
                   `${format.grouped(audit.cells_total)} observations. The largest difference of the last epoch:`
             : "The audit is off: nothing is compared.",
     );
-    const bar = (letter, part) => make("span", { class: letter }, boundBar(part, ""));
-    const words = (value, bound, digits) => `${(value * 1e3).toFixed(digits)} of ${(bound * 1e3).toFixed(digits)} mm`;
+    const cell = (letter, value, bound, digits) =>
+        make(
+            "span",
+            { class: letter },
+            boundBar(value / bound),
+            `${(value * 1e3).toFixed(digits)} of ${(bound * 1e3).toFixed(digits)} mm`,
+        );
     auditRows(
         (audit.worst ?? []).map((w) => [
             system(w.system),
-            words(w.range_m, w.range_bound_m, 2), bar(w.system, w.range_m / w.range_bound_m),
-            words(w.phase_m, w.phase_bound_m, 3), bar(w.system, w.phase_m / w.phase_bound_m),
+            cell(w.system, w.range_m, w.range_bound_m, 2),
+            cell(w.system, w.phase_m, w.phase_bound_m, 3),
         ]),
     );
     find("#audit").classList.toggle("off", !audit.on);
@@ -252,7 +263,7 @@ function showSources(s, now) {
     const row = (source, use) => [
         foreign(source.address), use, source.state,
         source.delivering_since_unix_s === undefined ? "" : format.age(now - source.delivering_since_unix_s),
-        foreign(source.last_error ?? ""),
+        source.last_error ? foreign(source.last_error) : "",
     ];
     sources([
         ...s.sources.map((x) => row(x, x.active ? "observations" : "in reserve")),
@@ -262,7 +273,7 @@ function showSources(s, now) {
 }
 
 const places = list(find("#places"), "Positions", ["", "Position (WGS 84)"], "Not known yet.");
-const events = list(find("#events"), "Events", ["Time, UTC", "Level", "What happened"], "Nothing yet.");
+const events = list(find("#events"), "Events", ["Time, UTC", "Level", "What happened"], "Nothing yet.", true);
 
 function showLists(s, now) {
     showRovers(s, now);
@@ -312,7 +323,7 @@ const live = new Live(`${address("api/v1/live")}?station=${encodeURIComponent(na
         showHistory(data.history);
         showAudit(data.audit);
         showLists(data, live.now());
-        find("#content").classList.remove("waiting");
+        find("#content").classList.toggle("unheard", data.last_epoch_unix_s === undefined);
         tick();
     },
 });
