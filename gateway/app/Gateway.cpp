@@ -11,8 +11,21 @@ namespace gateway {
 
 using namespace std::chrono_literals;
 
-Gateway::Gateway(asio::io_context& context)
-    : executor_(context.get_executor()), caster_(executor_, *this),
+Gateway::Gateway(asio::io_context& context, const EventLog& log)
+    : executor_(context.get_executor()), caster_(executor_, *this), notifier_(executor_),
+      overview_(
+          log,
+          [this] {
+              Overview::Names out;
+              for (const auto& [name, served] : stations_)
+                  out.emplace(name, served->station);
+              return out;
+          },
+          notifier_),
+      web_(executor_, overview_,
+           [this](std::string address, std::string user, Secret password) {
+               return caster_.admits(std::move(address), std::move(user), std::move(password));
+           }),
       tasks_(executor_, [](const std::string& why) { say(Level::error, "gateway", why); }) {
     tasks_.start(ticks());
 }
@@ -42,11 +55,16 @@ void Gateway::apply(const Settings& settings) {
     for (std::size_t i = 0; i < settings_.stations.size(); ++i)
         if (!stations_.contains(settings_.stations[i].name))
             stations_[settings_.stations[i].name] = serve(settings_.stations[i], i);
+    notifier_.apply(settings_.alarms);
+    overview_.apply(settings_);
+    web_.apply(settings_.web);
 }
 
 void Gateway::stop() {
     tasks_.cancel();
     caster_.stop();
+    web_.stop();
+    notifier_.stop();
     for (auto& [name, served] : std::exchange(stations_, {})) {
         served->stop();
         stopping_.push_back(std::move(served));
@@ -54,7 +72,8 @@ void Gateway::stop() {
 }
 
 bool Gateway::idle() const {
-    return tasks_.idle() && caster_.idle() && stations_.empty() &&
+    return tasks_.idle() && caster_.idle() && web_.idle() && notifier_.idle() &&
+           stations_.empty() &&
            std::ranges::all_of(stopping_, [](const auto& served) { return served->idle(); });
 }
 
@@ -127,6 +146,9 @@ awaitable<void> Gateway::ticks() {
         for (const auto& [name, served] : stations_)
             served->station->tick(now);
         caster_.tick(now);
+        overview_.tick(now);
+        overview_.setListeners(web_.hearers());
+        web_.tick();
         std::erase_if(stopping_, [](const auto& served) {
             return served->idle() && served->station.use_count() == 1;
         });

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "gateway/app/Notifier.h"
+#include "gateway/app/Overview.h"
 #include "gateway/caster/Caster.h"
 #include "gateway/caster/Push.h"
 #include "gateway/settings/Settings.h"
 #include "gateway/station/Station.h"
+#include "gateway/web/WebServer.h"
 
 #include <boost/asio/io_context.hpp>
 
@@ -19,7 +22,8 @@ namespace gateway {
 
 class Gateway final : private Stations {
 public:
-    explicit Gateway(asio::io_context& context);
+    /// `log` is where the lines go.
+    Gateway(asio::io_context& context, const EventLog& log);
 
     /// Begins, or goes on with other settings: stations and listeners that did not change are not
     /// disturbed. std::runtime_error where a listener or the certificate cannot be used.
@@ -47,6 +51,9 @@ private:
     std::map<std::string, std::unique_ptr<Served>> stations_; // by name
     std::list<std::unique_ptr<Served>> stopping_;
     Caster caster_;
+    Notifier notifier_;
+    Overview overview_;
+    WebServer web_;
     Tasks tasks_;
 };
 

@@ -4,6 +4,7 @@
 #include "gateway/settings/CheckSettings.h"
 #include "gateway/settings/Passwd.h"
 #include "gateway/settings/ReadSettings.h"
+#include "gateway/watch/EventLog.h"
 #include "net/Log.h"
 #include "net/Notify.h"
 
@@ -67,12 +68,13 @@ int run(const Arguments& arguments) {
     umask(077); // what is written holds secrets
     openStandardDescriptors();
     Log log(STDOUT_FILENO, std::getenv("JOURNAL_STREAM"));
-    printTarget = &log;
+    EventLog events(log);
+    printTarget = &events;
     const ReadSettings read = settingsOf(arguments);
     if (!tellRemarks(read, arguments))
         return 1;
     asio::io_context context(1);
-    Gateway gateway(context);
+    Gateway gateway(context, events);
     int status = 0;
     try {
         gateway.apply(read.settings);

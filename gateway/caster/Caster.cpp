@@ -73,6 +73,11 @@ awaitable<void> tell(Channel& channel, std::string text) {
     co_await within(kTellLimit, channel.write(bytesOf(text)), "takes no answer");
 }
 
+void tellLockedOut(const std::string& address) {
+    say(Level::warning, "caster",
+        address + ": ten wrong passwords in a minute; refused for a minute");
+}
+
 bool equalSecrets(const Secret& a, const Secret& b) {
     const std::string &x = a.reveal(), &y = b.reveal();
     return x.size() == y.size() && CRYPTO_memcmp(x.data(), y.data(), x.size()) == 0;
@@ -257,26 +262,36 @@ void Caster::tellRefused(const std::string& address, const Request& request,
     say(push ? Level::warning : Level::info, station, address + " is refused: " + why);
     if (entry == Entry::wrongPassword &&
         admission_.wrongPassword(address, std::chrono::steady_clock::now()))
-        say(Level::warning, "caster",
-            address + ": ten wrong passwords in a minute; refused for a minute");
+        tellLockedOut(address);
 }
 
 awaitable<Caster::Entry> Caster::entryOf(const Request& request, const Access& access) {
     if (access.who == Access::Who::anyone)
         co_return Entry::granted;
-    const std::shared_ptr<Users> users = users_;
-    if (!users || !request.named)
+    if (!users_ || !request.named)
         co_return Entry::noPassword;
     const bool listed =
         access.who == Access::Who::users || std::ranges::count(access.names, request.user) > 0;
-    // On a thread of its own: nobody waits for the hash but who sent the password.
-    const auto hash = [](std::shared_ptr<Users> in, std::string name,
-                         Secret password) -> awaitable<bool> {
-        co_return in->matches(name, password);
-    };
-    const bool right = co_await asio::co_spawn(
-        hashing_, hash(users, request.user, request.password), use_awaitable);
+    const bool right = co_await matches(request.user, request.password);
     co_return !right ? Entry::wrongPassword : listed ? Entry::granted : Entry::notListed;
+}
+
+/// On a thread of its own: nobody waits for the hash but who sent the password.
+awaitable<bool> Caster::matches(std::string user, Secret password) {
+    const auto hash = [](std::shared_ptr<Users> in, std::string name,
+                         Secret what) -> awaitable<bool> { co_return in->matches(name, what); };
+    co_return co_await asio::co_spawn(
+        hashing_, hash(users_, std::move(user), std::move(password)), use_awaitable);
+}
+
+awaitable<bool> Caster::admits(std::string address, std::string user, Secret password) {
+    const Instant now = std::chrono::steady_clock::now();
+    if (!users_ || admission_.refuses(address, settings_, now))
+        co_return false;
+    const bool right = co_await matches(std::move(user), std::move(password));
+    if (!right && admission_.wrongPassword(address, now))
+        tellLockedOut(address);
+    co_return right;
 }
 
 awaitable<void> Caster::serve(Channel& channel, Request request, Station& station,
@@ -291,7 +306,7 @@ awaitable<void> Caster::serve(Channel& channel, Request request, Station& statio
     co_await tell(channel, ntrip::grantText(request, dateNow()));
     if (request.head)
         co_return;
-    Rover rover(executor_, channel, std::move(request));
+    Rover rover(executor_, channel, std::move(request), station.mountpoint());
     rover.hear(rest);
     const Joined joined(station.mountpoint(), rover);
     const std::string who = "rover " + channel.peer() +

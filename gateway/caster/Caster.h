@@ -43,6 +43,8 @@ public:
     void tick(Instant now) { admission_.forgetOld(now); }
 
     std::size_t clients() const { return admission_.clients(); }
+    /// Whether a user has this password, as one who would have a stream is asked.
+    awaitable<bool> admits(std::string address, std::string user, Secret password);
 
 private:
     struct Listener {
@@ -59,6 +61,7 @@ private:
                           std::string rest);
     awaitable<void> hear(Channel& channel, const ntrip::Request& request, Station& station,
                          std::string rest);
+    awaitable<bool> matches(std::string user, Secret password);
     enum class Entry { granted, noPassword, wrongPassword, notListed };
     awaitable<Entry> entryOf(const ntrip::Request& request, const Access& access);
     void tellRefused(const std::string& address, const ntrip::Request& request,

@@ -164,7 +164,7 @@ awaitable<void> Push::toWhoConnects() {
 
 awaitable<void> Push::serveOne(tcp::socket socket) {
     const ChannelPtr channel = channelOf(std::move(socket));
-    Rover rover(executor_, *channel, {});
+    Rover rover(executor_, *channel, {}, from_);
     const Joined joined(from_, rover);
     const std::string why = co_await rover.run();
     say_(Level::info, "output " + shown(address_) + ": " + channel->peer() + " " + why);

@@ -16,8 +16,9 @@ constexpr Duration kMostLate = 5s;
 
 } // namespace
 
-Rover::Rover(const asio::any_io_executor& executor, Channel& channel, ntrip::Request request)
-    : channel_(channel), request_(std::move(request)), chunks_(ntrip::sendsChunks(request_)),
+Rover::Rover(const asio::any_io_executor& executor, Channel& channel, ntrip::Request request,
+             Mountpoint& at)
+    : channel_(channel), request_(std::move(request)), at_(at), chunks_(ntrip::sendsChunks(request_)),
       outbox_(executor, kMostWaitingHere) {}
 
 awaitable<std::string> Rover::run() {
@@ -39,9 +40,9 @@ void Rover::take(const Outgoing& block, Instant at) {
     while (!marks_.empty() && marks_.front().end <= acknowledged)
         marks_.pop_front();
     if (!marks_.empty() && at - marks_.front().at > kMostLate)
-        return cut("is cut off: it is more than 5 s behind");
+        return fallenBehind("is cut off: it is more than 5 s behind");
     if (outbox_.waiting() + inKernel + bytes->size() > kMostWaiting || !outbox_.put(bytes))
-        return cut("is cut off: more than 128 KiB wait for it");
+        return fallenBehind("is cut off: more than 128 KiB wait for it");
     handed_ += bytes->size();
     marks_.push_back({handed_, at});
 }
@@ -51,12 +52,18 @@ awaitable<void> Rover::write() {
         const SharedBytes bytes = co_await outbox_.next();
         co_await channel_.write(*bytes);
         written_ += bytes->size();
+        at_.totals.sentBytes += bytes->size();
     }
 }
 
 void Rover::hear(std::string_view text) {
     if (const auto gga = reader_.take(text))
-        position_ = gga;
+        place_ = {gga->latitudeDeg, gga->longitudeDeg, gga->heightM, ctl::status::nowUnixS()};
+}
+
+RoverLook Rover::look() const {
+    return {request_.user, channel_.peer(), request_.agent, sinceUnixS_, written_,
+            static_cast<std::size_t>(handed_ - written_) + channel_.unacknowledged(), place_};
 }
 
 /// Rovers send their position now and then, some everything that they have.
@@ -64,6 +71,11 @@ awaitable<void> Rover::listen() {
     std::array<std::uint8_t, 512> buffer;
     while (const std::size_t n = co_await channel_.read(buffer))
         hear(textOf(std::span(buffer).first(n)));
+}
+
+void Rover::fallenBehind(std::string why) {
+    ++at_.totals.cutOff;
+    cut(std::move(why));
 }
 
 void Rover::cut(std::string why) {

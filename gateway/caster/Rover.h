@@ -20,23 +20,25 @@ inline constexpr int kKernelBytes = 64 * 1024;
 
 class Rover final : public Receiver {
 public:
-    Rover(const asio::any_io_executor& executor, Channel& channel, ntrip::Request request);
+    Rover(const asio::any_io_executor& executor, Channel& channel, ntrip::Request request,
+          Mountpoint& at);
 
     /// Sends and hears until the rover goes or is cut off; returns why, for the operator.
     awaitable<std::string> run();
     void take(const Outgoing& block, Instant at) override;
     void end() override { cut("is sent away: the station is stopped"); }
+    bool isRover() const override { return true; }
+    RoverLook look() const override;
     /// What the rover has sent.
     void hear(std::string_view text);
 
     const ntrip::Request& request() const { return request_; }
     bool cutOff() const { return !cutOff_.empty(); }
-    /// The last position that it sent.
-    const std::optional<ntrip::Gga>& position() const { return position_; }
 
 private:
     awaitable<void> write();
     awaitable<void> listen();
+    void fallenBehind(std::string why);
     void cut(std::string why);
 
     /// When a block was handed to the rover, and where it ends in all that was.
@@ -47,13 +49,15 @@ private:
 
     Channel& channel_;
     ntrip::Request request_;
+    Mountpoint& at_;
     bool chunks_;
     Outbox outbox_;
     std::deque<Mark> marks_;                 // of what the rover has not acknowledged
     std::uint64_t handed_ = 0, written_ = 0; // bytes
     std::string cutOff_;                     // why; empty: it is not
     ntrip::GgaReader reader_;
-    std::optional<ntrip::Gga> position_;
+    const double sinceUnixS_ = ctl::status::nowUnixS();
+    std::optional<RoverLook::Place> place_; // the last that it sent
 };
 
 } // namespace gateway

@@ -6,6 +6,8 @@
 #include "gateway/settings/Users.h"
 #include "gnss/Clock.h"
 
+#include <boost/asio/ip/address.hpp>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -31,6 +33,7 @@ public:
 
     void examine() {
         examineCaster();
+        examineWeb();
         for (std::size_t i = 0; i < s_.stations.size(); ++i) {
             examineNames(s_.stations[i], kFirstStation + i);
             examineStation(s_.stations[i], kFirstStation + i);
@@ -110,7 +113,26 @@ private:
         listeners_.push_back(at);
     }
 
+    void examineWeb() {
+        const auto beyond = [](const HostPort& at) {
+            boost::system::error_code named;
+            const auto address = boost::asio::ip::make_address(at.host, named);
+            return !named && !address.is_loopback();
+        };
+        const WebSettings& web = s_.web;
+        if (web.access == WebSettings::Access::machine &&
+            std::any_of(web.listen.begin(), web.listen.end(), beyond))
+            remarks_.error(kWebSection, "listen", "other machines would see the page",
+                           "write access = \"users\" (those of the caster) or \"anyone\"");
+        if (web.access == WebSettings::Access::users && !remarks_.present(kCasterSection, "users"))
+            remarks_.error(kWebSection, "access", "there are no users",
+                           "add users = \"FILE\" to [caster], or write access = \"anyone\"");
+    }
+
     void examineListeners() {
+        for (const HostPort& at : s_.web.listen)
+            if (remarks_.present(kWebSection, "listen"))
+                listen(at, kWebSection, "listen");
         for (const HostPort& at : s_.caster.listen)
             listen(at, kCasterSection, "listen");
         for (const HostPort& at : s_.caster.listenTls)

@@ -31,11 +31,13 @@ constexpr std::size_t kLongestStationName = 100;
 constexpr std::size_t kMostClients = 10'000;
 constexpr double kFarthestOffsetM = 5000.0;
 
-constexpr std::string_view kSections[] = {"gateway", "caster", "station"};
+constexpr std::string_view kSections[] = {"gateway", "caster", "web", "alarms", "station"};
 constexpr std::string_view kGatewayKeys[] = {"state", "engine", "address"};
 constexpr std::string_view kCasterKeys[] = {
     "listen",   "listen_tls", "certificate", "key",          "users",
     "operator", "country",    "max_clients", "max_per_user", "max_per_address"};
+constexpr std::string_view kWebKeys[] = {"listen", "access"};
+constexpr std::string_view kAlarmKeys[] = {"webhook", "command", "delay", "clock"};
 constexpr std::string_view kStationKeys[] = {
     "name",       "source", "ephemerides", "position", "offset", "answer",   "clock", "mountpoint",
     "identifier", "access", "push",        "guard",    "rate",   "password", "audit"};
@@ -182,6 +184,10 @@ public:
             readGateway(Section(*table, kGatewaySection, remarks_));
         if (const toml::table* const table = sectionOf("caster"))
             readCaster(Section(*table, kCasterSection, remarks_));
+        if (const toml::table* const table = sectionOf("web"))
+            readWeb(Section(*table, kWebSection, remarks_));
+        if (const toml::table* const table = sectionOf("alarms"))
+            readAlarms(Section(*table, kAlarmsSection, remarks_));
         readStations();
         return std::move(out_);
     }
@@ -237,6 +243,30 @@ private:
         take(section.whole("max_clients", 1, kMostClients), c.mostClients);
         take(section.whole("max_per_user", 1, kMostClients), c.mostPerUser);
         take(section.whole("max_per_address", 1, kMostClients), c.mostPerAddress);
+    }
+
+    void readWeb(const Section& section) {
+        section.tellUnknown(kWebKeys);
+        if (section.has("listen"))
+            out_.web.listen = listenersOf(section, "listen");
+        constexpr std::string_view words[] = {"machine", "users", "anyone"};
+        if (const auto who = section.word("access", words))
+            out_.web.access = static_cast<WebSettings::Access>(*who);
+    }
+
+    void readAlarms(const Section& section) {
+        section.tellUnknown(kAlarmKeys);
+        if (auto url = section.text("webhook")) {
+            if (url->starts_with("http://") || url->starts_with("https://"))
+                out_.alarms.webhook = std::move(*url);
+            else
+                section.error("webhook", "is no address of a web server",
+                              "write such as \"https://example.org/alarms\"");
+        }
+        if (auto path = section.text("command"))
+            out_.alarms.command = *path;
+        take(section.number("delay", 0.001, 3600.0), out_.alarms.delayS);
+        take(section.number("clock", 0.1, 86'400.0), out_.alarms.clockS);
     }
 
     void readStations() {

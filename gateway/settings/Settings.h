@@ -55,11 +55,30 @@ struct CasterSettings {
     friend bool operator==(const CasterSettings&, const CasterSettings&) = default;
 };
 
+/// The page, the API and the metrics.
+struct WebSettings {
+    std::vector<HostPort> listen{{"127.0.0.1", 8080}}; // none: no page
+    /// Who may look: programs of this machine; users of the caster; anyone.
+    enum class Access { machine, users, anyone };
+    Access access = Access::machine;
+    friend bool operator==(const WebSettings&, const WebSettings&) = default;
+};
+
+struct AlarmSettings {
+    std::string webhook;           // http:// or https://, gets each alarm as JSON; empty: none
+    std::filesystem::path command; // runs at each alarm; empty: none
+    double delayS = 1.0;           // from an epoch to its answer, above which an alarm begins
+    double clockS = 2.0;           // between the stream's time and the machine's
+    friend bool operator==(const AlarmSettings&, const AlarmSettings&) = default;
+};
+
 struct Settings {
     std::filesystem::path state = "/var/lib/kestrune-gateway";
     std::filesystem::path engine = "Kestrune"; // found in PATH when it has no '/'
     std::optional<HostPort> externalEngine;    // engines connect here: station N to port + N
     CasterSettings caster;
+    WebSettings web;
+    AlarmSettings alarms;
     std::vector<StationSettings> stations;
     friend bool operator==(const Settings&, const Settings&) = default;
 };

@@ -14,11 +14,14 @@
 
 namespace gateway {
 
-/// Sections of the file by number: [gateway], [caster], then the stations as they stand.
+/// Sections of the file by number: [gateway], [caster], [web], [alarms], then the stations as they
+/// stand.
 inline constexpr std::size_t kFileSection = 0; // of what belongs to no section
 inline constexpr std::size_t kGatewaySection = 1;
 inline constexpr std::size_t kCasterSection = 2;
-inline constexpr std::size_t kFirstStation = 3;
+inline constexpr std::size_t kWebSection = 3;
+inline constexpr std::size_t kAlarmsSection = 4;
+inline constexpr std::size_t kFirstStation = 5;
 
 /// Where something stands in the file, counted from 1; 0 where it does not.
 struct FilePlace {

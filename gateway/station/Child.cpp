@@ -142,7 +142,8 @@ Child::Child(const asio::any_io_executor& executor, const std::filesystem::path&
     if (path.empty())
         throw std::runtime_error(program.string() + " is not in PATH");
     const std::unordered_map<std::string, std::string> environment{
-        {"JOURNAL_STREAM", journalStream(out.native_handle())}};
+        {"JOURNAL_STREAM", journalStream(out.native_handle())},
+        {"PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}};
     const pid_t self = getpid();
     pid_t id = 0;
     try {

@@ -8,11 +8,15 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Child: a program that runs beside us and ends with us.
 
 namespace gateway {
+
+/// What end() says of one that ended well.
+inline constexpr std::string_view kEndedWell = "ended with status 0";
 
 class Child {
 public:

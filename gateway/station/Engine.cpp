@@ -89,6 +89,7 @@ awaitable<void> Engine::run(EnginePlan plan) {
     tcp::acceptor acceptor(executor, listenAt(plan));
     for (Duration wait = kFirstWait;;) {
         const Instant began = std::chrono::steady_clock::now();
+        ++starts_;
         const Ending end = co_await endOf(once(plan, acceptor));
         if (isCancelled(state))
             co_return;
@@ -98,8 +99,14 @@ awaitable<void> Engine::run(EnginePlan plan) {
              "engine: " + end.why +
                  (plan.external ? "; another one may come in " : "; started again in ") +
                  inSeconds(wait));
+        pausing_ = true;
         co_await pause(wait);
+        pausing_ = false;
     }
+}
+
+const char* Engine::state() const {
+    return !active() ? "stopped" : connected_ ? "connected" : pausing_ ? "waiting" : "starting";
 }
 
 awaitable<void> Engine::once(const EnginePlan& plan, tcp::acceptor& acceptor) {
@@ -133,10 +140,12 @@ awaitable<void> Engine::serve(Channel& channel, fs::path status, Process process
         Engine& engine;
         explicit Connected(Engine& of) : engine(of) {
             engine.connected_ = true;
+            engine.connectedSince_ = std::chrono::steady_clock::now();
             engine.owed_ = 0;
         }
         ~Connected() {
             engine.connected_ = false;
+            engine.connectedSince_.reset();
             engine.outbox_.clear();
         }
     } const connected{*this};

@@ -42,6 +42,11 @@ public:
     void stop() { tasks_.cancel(); }
     bool active() const { return tasks_.active(); }
     bool idle() const { return tasks_.idle(); }
+    /// "waiting" (for the next start), "starting", "connected", "stopped"; since when it is
+    /// connected; how many have been started or have connected.
+    const char* state() const;
+    std::optional<Instant> connectedSince() const { return connectedSince_; }
+    std::uint64_t starts() const { return starts_; }
     /// A block of the stream; false where no engine is connected or it does not keep up: then it is
     /// dropped.
     bool send(const SharedBytes& block, Block::Kind kind);
@@ -61,6 +66,9 @@ private:
     Outbox outbox_;
     Tasks tasks_;
     bool connected_ = false;
+    bool pausing_ = false; // until the next start
+    std::optional<Instant> connectedSince_;
+    std::uint64_t starts_ = 0;
     unsigned owed_ = 0; // epochs sent since the last one that came back
 };
 

@@ -1,6 +1,7 @@
 #include "gateway/station/Feed.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace gateway {
@@ -50,6 +51,7 @@ awaitable<void> Supply::run() {
         if (const std::string noRtcm = saysNoRtcm(); !noRtcm.empty())
             end.why += ", and " + noRtcm;
         state_ = State::waiting;
+        lastError_ = end.why;
         deliveringSince_.reset();
         const Duration wait = backoff_.afterFailure(end.manner);
         say_(Level::warning,
@@ -76,6 +78,14 @@ SourceEvents Supply::events() {
             .take = [this](std::span<const std::uint8_t> bytes) { took(bytes); }};
 }
 
+SourceLook Supply::look(Instant now) const {
+    constexpr std::array names{"idle", "connecting", "connected", "waiting"};
+    SourceLook out{shown(address_), names[static_cast<std::size_t>(state_)], false, {}, lastError_};
+    if (const auto since = deliveringSince(now))
+        out.deliveringSinceUnixS = unixTimeOf(*since);
+    return out;
+}
+
 std::string Supply::saysNoRtcm() const {
     if (epochs_.frames() > 0 || epochs_.beginning().empty())
         return {};
@@ -95,8 +105,10 @@ void Supply::took(std::span<const std::uint8_t> bytes) {
     const Instant now = std::chrono::steady_clock::now();
     epochs_.take(bytes);
     while (const auto block = epochs_.next()) {
-        if (block->kind == Block::Kind::epoch && !deliveringSince(now))
+        if (block->kind == Block::Kind::epoch && !deliveringSince(now)) {
             deliveringSince_ = now;
+            lastError_.clear();
+        }
         heard_.take(*block, now);
         if (block->kind == Block::Kind::between)
             kept_.keep(*block, now);
@@ -153,10 +165,26 @@ void Feed::tick(Instant now) {
     }
 }
 
+std::vector<SourceLook> Feed::look(Instant now) const {
+    std::vector<SourceLook> out;
+    for (const auto& supply : supplies_) {
+        out.push_back(supply->look(now));
+        out.back().active = supply.get() == supplies_[active_].get();
+    }
+    return out;
+}
+
+bool Feed::tried() const {
+    return std::ranges::any_of(supplies_, [](const auto& supply) {
+        return supply->heard().epochs() > 0 || supply->state() == Supply::State::waiting;
+    });
+}
+
 void Feed::change(std::size_t to, const std::string& why) {
     say_(Level::notice,
          "the stream comes from " + shown(supplies_[to]->address()) + " now, which " + why);
     active_ = to;
+    ++changes_;
     changed_ = true;
     const Bytes kept = supplies_[to]->kept().current(std::chrono::steady_clock::now());
     if (!kept.empty())

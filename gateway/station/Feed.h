@@ -5,6 +5,7 @@
 #include "gateway/station/Epochs.h"
 #include "gateway/station/Heard.h"
 #include "gateway/station/KeptMessages.h"
+#include "gateway/station/Look.h"
 #include "gateway/station/Source.h"
 
 #include <functional>
@@ -37,6 +38,7 @@ public:
 
     const Address& address() const { return address_; }
     State state() const { return state_; }
+    SourceLook look(Instant now) const;
     const Heard& heard() const { return heard_; }
     const KeptMessages& kept() const { return kept_; }
 
@@ -54,6 +56,7 @@ private:
     Tasks tasks_;
     State state_ = State::idle;
     bool toldWhatComes_ = false;
+    std::string lastError_; // of the conversation before; empty once whole epochs come
     Instant startedAt_{};
     std::optional<Instant> connectedAt_, deliveringSince_;
     Heard heard_;
@@ -76,6 +79,11 @@ public:
     void tick(Instant now);
 
     const Supply& active() const { return *supplies_[active_]; }
+    std::vector<SourceLook> look(Instant now) const;
+    /// Changes from one source to another.
+    std::uint64_t changes() const { return changes_; }
+    /// Whether a source has been asked: it has delivered, or a conversation with it has ended.
+    bool tried() const;
 
 private:
     void took(std::size_t from, const Block& block);
@@ -85,6 +93,7 @@ private:
     std::function<void(const Block&)> take_;
     std::vector<std::unique_ptr<Supply>> supplies_;
     std::size_t active_ = 0;
+    std::uint64_t changes_ = 0;
     bool changed_ = false;          // no epoch of the new source has been handed on
     std::optional<FrameHead> last_; // of the last epoch handed on
 };

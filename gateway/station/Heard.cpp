@@ -46,6 +46,7 @@ void Heard::takeFrame(std::span<const std::uint8_t> frame, Instant at) {
     const int type = messageType(frame);
     const bool ephemeris = ctl::dump::isEphemeris(type);
     Kind& kind = kinds_[{type, ephemeris ? satelliteOf(frame) : 0}];
+    kind.bytes += frame.size();
     if (kind.count++ == 0)
         kind.first = at;
     kind.last = at;
@@ -55,6 +56,17 @@ void Heard::takeFrame(std::span<const std::uint8_t> frame, Instant at) {
         layoutPosition<1005>(in, m);  // the height of 1006 stands behind
         if (in.ok() && usable(m.pos)) // not while a receiver looks for its place
             place_ = m.pos;
+    } else if (type == 1007 || type == 1008 || type == 1033) {
+        EquipmentMessage m;
+        BitReader in = messageOf(frame);
+        if (type == 1033)
+            layout1033(in, m);
+        else
+            layoutAntenna<1007>(in, m); // the serial number of 1008 stands behind
+        if (in.ok())
+            antenna_ = m.antdes.data();
+        if (in.ok() && type == 1033)
+            receiver_ = m.rectype.data();
     } else if (isLegacy(type)) {
         const LegacyForm form = legacyForm(type);
         signals_[form.glonass ? 'R' : 'G'] |= form.l2 ? ~0U : kFirstCarrier;
@@ -67,18 +79,32 @@ void Heard::takeFrame(std::span<const std::uint8_t> frame, Instant at) {
     }
 }
 
+std::string Heard::equipment() const {
+    return receiver_ + (receiver_.empty() || antenna_.empty() ? "" : ", ") + antenna_;
+}
+
+std::vector<MessageLook> Heard::messages() const {
+    std::vector<MessageLook> out;
+    for (const auto& [key, kind] : kinds_) {
+        if (out.empty() || out.back().number != key.first)
+            out.push_back({key.first});
+        MessageLook& of = out.back();
+        const double span = seconds(kind.last - kind.first);
+        // Of ephemerides, those of one satellite of many: that which tells most.
+        if (kind.count >= 2)
+            of.intervalS =
+                std::max(of.intervalS, rounded(span / static_cast<double>(kind.count - 1)));
+        of.messages += kind.count;
+        of.bytes += kind.bytes;
+    }
+    return out;
+}
+
 void Heard::describe(ntrip::StreamEntry& entry) const {
     entry.messages.clear();
     entry.systems.clear();
-    for (const auto& [key, kind] : kinds_) {
-        const double span = seconds(kind.last - kind.first);
-        const double interval =
-            kind.count < 2 ? 0.0 : rounded(span / static_cast<double>(kind.count - 1));
-        if (entry.messages.empty() || entry.messages.back().first != key.first)
-            entry.messages.emplace_back(key.first, interval);
-        else // one satellite of many: that which tells most
-            entry.messages.back().second = std::max(entry.messages.back().second, interval);
-    }
+    for (const MessageLook& m : messages())
+        entry.messages.emplace_back(m.number, m.intervalS);
     entry.carrier = 0;
     for (const char letter : kMsmLetters) {
         const auto found = signals_.find(letter);

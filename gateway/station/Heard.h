@@ -3,6 +3,7 @@
 #include "gateway/net/Within.h"
 #include "gateway/ntrip/SourceTable.h"
 #include "gateway/station/Epochs.h"
+#include "gateway/station/Look.h"
 #include "gnss/ComCoord.h"
 #include "rtcm/Frame.h"
 
@@ -30,13 +31,18 @@ public:
     std::optional<Instant> lastEpoch() const { return lastEpoch_; }
     std::uint64_t epochs() const { return epochs_; }
 
+    /// What came, by message number.
+    std::vector<MessageLook> messages() const;
+    /// Receiver and antenna, as the stream names them (1007, 1008, 1033); empty where it does not.
+    std::string equipment() const;
+
     /// What the source table says of the stream: messages, systems, carriers, bits per second,
     /// position.
     void describe(ntrip::StreamEntry& entry) const;
 
 private:
     struct Kind {
-        std::uint64_t count = 0;
+        std::uint64_t count = 0, bytes = 0;
         Instant first, last;
     };
     void takeFrame(std::span<const std::uint8_t> frame, Instant at);
@@ -44,6 +50,7 @@ private:
     /// By message number and satellite, 0 where it is not of one.
     std::map<std::pair<int, int>, Kind> kinds_;
     std::optional<Vector3> place_;
+    std::string receiver_, antenna_;
     std::optional<Instant> first_, lastEpoch_;
     Instant last_;
     std::uint64_t epochs_ = 0, bytes_ = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/station/StationWatch.h"
+#include "ctl/status/StatusFile.h"
 #include "gnss/ComCoord.h"
 
 #include <array>
@@ -13,6 +14,12 @@
 /// Look: how a station is at a moment, for the page, for programs and for alarms. Plain data.
 
 namespace gateway {
+
+/// An instant as Unix time.
+inline double unixTimeOf(Instant at) {
+    const auto ago = std::chrono::steady_clock::now() - at;
+    return ctl::status::nowUnixS() - std::chrono::duration<double>(ago).count();
+}
 
 enum class Delivery : std::uint8_t {
     starting,   // the first epoch is awaited

@@ -2,6 +2,7 @@
 
 #include "gateway/ntrip/Request.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -36,6 +37,20 @@ void Mountpoint::join(Receiver& receiver, Instant at) {
 void Mountpoint::close() {
     for (Receiver* const receiver : std::exchange(receivers_, {}))
         receiver->end();
+}
+
+std::size_t Mountpoint::roversCount() const {
+    return static_cast<std::size_t>(
+        std::ranges::count_if(receivers_, [](const Receiver* r) { return r->isRover(); }));
+}
+
+std::vector<RoverLook> Mountpoint::rovers() const {
+    std::vector<RoverLook> out;
+    for (const Receiver* const receiver : receivers_)
+        if (receiver->isRover())
+            out.push_back(receiver->look());
+    std::ranges::sort(out, std::ranges::greater{}, &RoverLook::sinceUnixS);
+    return out;
 }
 
 bool Mountpoint::delivers(Instant now) const {

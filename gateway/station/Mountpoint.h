@@ -5,6 +5,7 @@
 #include "gateway/station/Epochs.h"
 #include "gateway/station/Heard.h"
 #include "gateway/station/KeptMessages.h"
+#include "gateway/station/Look.h"
 #include "gateway/station/Source.h"
 
 #include <optional>
@@ -31,6 +32,9 @@ private:
 class Receiver {
 public:
     virtual void take(const Outgoing& block, Instant at) = 0;
+    virtual bool isRover() const { return false; }
+    /// Of a rover.
+    virtual RoverLook look() const { return {}; }
     /// Nothing more comes.
     virtual void end() = 0;
 
@@ -56,7 +60,13 @@ public:
     /// Whether epochs come.
     bool delivers(Instant now) const;
     const Heard& heard() const { return heard_; }
-    std::size_t receivers() const { return receivers_.size(); }
+    /// The rovers that are here, the newest first.
+    std::vector<RoverLook> rovers() const;
+    std::size_t roversCount() const;
+    /// Over all rovers that were here: bytes sent, and those that were cut off.
+    struct Totals {
+        std::uint64_t sentBytes = 0, cutOff = 0;
+    } totals;
 
     PushDoor door; // for a receiver that pushes its stream to us
 

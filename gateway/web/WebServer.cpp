@@ -166,7 +166,8 @@ void WebServer::open(const HostPort& where) {
         return say(Level::warning, "page",
                    "cannot listen on " + shown(where) + ": " + e.code().message());
     }
-    say(Level::notice, "page", "http://" + shown(where) + "/");
+    say(Level::notice, "page",
+        "http://" + gateway::shown(listeners_.back()->acceptor.local_endpoint()) + "/");
     tasks_.start(accept(listeners_.back()));
 }
 
@@ -250,7 +251,7 @@ awaitable<bool> WebServer::answer(Channel& channel, const Request& request,
                                   const std::string& address) {
     const bool open = request.path == "/healthz" || request.path == "/readyz";
     std::string text;
-    if (settings_.access == WebSettings::Access::loopback && !isLoopbackName(request.host)) {
+    if (settings_.access == WebSettings::Access::machine && !isLoopbackName(request.host)) {
         text = whole(problem(http::status::misdirected_request, "this page is for this machine"),
                      request.keepAlive, request.head);
     } else if (settings_.access == WebSettings::Access::users && !open) {

@@ -2,8 +2,8 @@
 
 #include "gateway/net/Channel.h"
 #include "gateway/net/Outbox.h"
-#include "gateway/net/Secret.h"
 #include "gateway/net/Tasks.h"
+#include "gateway/settings/Settings.h"
 
 #include <boost/asio/any_io_executor.hpp>
 
@@ -41,13 +41,6 @@ protected:
     ~WebView() = default;
 };
 
-struct WebSettings {
-    std::vector<HostPort> listen{{"127.0.0.1", 8080}}; // none: no page
-    enum class Access { loopback, users, anyone };
-    Access access = Access::loopback; // users are those of the caster
-    friend bool operator==(const WebSettings&, const WebSettings&) = default;
-};
-
 class WebServer {
 public:
     static constexpr std::size_t kMostConnections = 1000;
@@ -62,6 +55,8 @@ public:
     void apply(const WebSettings& settings);
     void stop();
     bool idle() const { return tasks_.idle() && conversations_.idle(); }
+    /// Who listen to what happens.
+    std::size_t hearers() const { return hearers_.size(); }
     /// Once a second: tells those who listen.
     void tick();
 

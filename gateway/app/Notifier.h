@@ -1,0 +1,46 @@
+#pragma once
+
+#include "gateway/net/Outbox.h"
+#include "gateway/net/Tasks.h"
+#include "gateway/settings/Settings.h"
+#include "gateway/watch/Alarms.h"
+
+#include <boost/asio/any_io_executor.hpp>
+
+#include <deque>
+#include <string>
+
+/// Notifier: calls somebody when an alarm begins or ends: a webhook (POST of a JSON object, tried
+/// again with growing waits) and a command (COMMAND begins|ends KIND STATION TEXT; STATION is "-"
+/// for one of the gateway). What waits is bounded; the oldest goes first.
+
+namespace gateway {
+
+class Notifier {
+public:
+    static constexpr std::size_t kMostWaiting = 100;
+
+    explicit Notifier(const asio::any_io_executor& executor);
+
+    void apply(const AlarmSettings& settings) { settings_ = settings; }
+    void tell(const Alarm& alarm, bool begins);
+    void stop() { tasks_.cancel(); }
+    bool idle() const { return tasks_.idle(); }
+
+private:
+    struct Notice {
+        Alarm alarm;
+        bool begins;
+        std::string json;
+    };
+    awaitable<void> callWebhook();
+    awaitable<void> runCommand();
+    awaitable<void> post(std::string json);
+
+    AlarmSettings settings_;
+    std::deque<Notice> forWebhook_, forCommand_;
+    Bell webhookBell_, commandBell_;
+    Tasks tasks_;
+};
+
+} // namespace gateway

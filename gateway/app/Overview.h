@@ -1,0 +1,71 @@
+#pragma once
+
+#include "gateway/app/Notifier.h"
+#include "gateway/station/Station.h"
+#include "gateway/watch/Alarms.h"
+#include "gateway/watch/EventLog.h"
+#include "gateway/web/Reports.h"
+#include "gateway/web/WebServer.h"
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// Overview: all stations as the page, programs and alarms see them.
+
+namespace gateway {
+
+class Overview final : public WebView {
+public:
+    /// The stations by name.
+    using Names = std::map<std::string, std::shared_ptr<Station>>;
+    using All = std::function<Names()>;
+    Overview(const EventLog& log, All all, Notifier& notifier);
+
+    void apply(const Settings& settings);
+    /// Once a second: looks for what is wrong.
+    void tick(Instant now);
+    void setListeners(std::size_t count) { listeners_ = count; }
+
+    std::string fleetHead() const override;
+    std::map<std::string, std::string> summaries() const override;
+    std::optional<std::string> station(const std::string& name) const override;
+    std::optional<std::string> events(const std::optional<std::string>& station) const override;
+    std::string metrics() const override;
+    std::vector<std::string> untried() const override;
+
+private:
+    /// How often something happened lately.
+    struct Lately {
+        std::uint64_t before = 0;
+        std::deque<Instant> at;
+        std::size_t count(std::uint64_t total, Instant now, Duration span);
+    };
+    struct Watched {
+        Lately engineStarts, roversCut;
+        std::string few, gone; // what was wrong when it was last looked at
+    };
+
+    void lookAt(const std::string& name, Station& station, Instant now);
+    void lookAtSatellites(Watched& watched, Station& station, Instant now) const;
+    void lookAtGateway(Instant now);
+    std::string wrongCertificate() const;
+    std::string wrongDisk() const;
+    std::string wrongLeapSeconds() const;
+    Totals totals() const;
+    StationRow rowOf(const std::string& name, const Station& station) const;
+
+    const EventLog& log_;
+    All all_;
+    Settings settings_;
+    Alarms alarms_;
+    std::map<std::string, Watched> watched_;
+    unsigned ticks_ = 0;
+    std::string certificate_, disk_, leapSeconds_; // what is wrong
+    std::size_t listeners_ = 0;
+};
+
+} // namespace gateway
