@@ -1,0 +1,183 @@
+#include "gateway/station/Sky.h"
+#include "gateway/station/StationWatch.h"
+#include "gateway/watch/Alarms.h"
+#include "gateway/watch/EventLog.h"
+#include "reference/standard/sky.h"
+#include "reference/service/predict.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+// What the gateway keeps in mind of its stations.
+
+using namespace gateway;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr Instant kStart{1000h};
+
+struct Told {
+    std::vector<std::string> lines;
+    Alarms alarms{[this](const Alarm& a, bool begins) {
+        lines.push_back((begins ? "+" : "-") + std::string(nameOf(a.kind)) + " " + a.station +
+                        ": " + a.text);
+    }};
+};
+
+Block epochAt(ref::Sky& sky, const ref::GpsTime& time) {
+    Block out{{}, Block::Kind::epoch, {}};
+    for (const ref::Bytes& f : sky.epochFrames(time, 7))
+        out.bytes.insert(out.bytes.end(), f.begin(), f.end());
+    out.first = headOf(std::span(out.bytes).first(wholeFrame(out.bytes)));
+    return out;
+}
+
+const ref::Vec3 kHere{-4467074.3577, 2683011.9038, -3667008.2845};
+const ref::GpsTime kThen{2408, 300000.0};
+
+} // namespace
+
+TEST(Alarms, BeginOnceWhatLastsAndEndItOnce) {
+    Told t;
+    const auto look = [&](const std::string& wrong, Duration at) {
+        t.alarms.look(AlarmKind::fewSatellites, "CANB", wrong, kStart + at);
+    };
+    look("4 where 30 are usual", 0s);
+    look("", 30s); // a blink
+    look("5", 40s);
+    look("6", 99s);
+    EXPECT_TRUE(t.lines.empty());
+    look("7", 100s);
+    look("8", 101s);
+    look("", 110s); // a blink of the other kind
+    look("9", 120s);
+    ASSERT_EQ(t.lines, std::vector<std::string>{"+few_satellites CANB: 7"});
+    EXPECT_EQ(t.alarms.ofStation("CANB").size(), 1U);
+    EXPECT_TRUE(t.alarms.ofStation("CAN").empty());
+    look("", 130s);
+    look("", 189s);
+    EXPECT_EQ(t.alarms.count(), 1U);
+    look("", 190s);
+    ASSERT_EQ(t.lines.size(), 2U);
+    EXPECT_EQ(t.lines[1], "-few_satellites CANB: 7");
+    EXPECT_EQ(t.alarms.count(), 0U);
+
+    t.alarms.look(AlarmKind::moved, "CANB", "50 m", kStart);
+    t.alarms.look(AlarmKind::moved, "SYDN", "9 m", kStart);
+    t.alarms.forget("CANB");
+    EXPECT_EQ(t.lines.back(), "-moved CANB: 50 m");
+    EXPECT_EQ(t.alarms.now().size(), 1U);
+    EXPECT_EQ(t.alarms.begun()[static_cast<std::size_t>(AlarmKind::moved)], 2U);
+}
+
+TEST(Series, HasNoValueWhereNothingCame) {
+    Series s(10s, 5);
+    s.set(kStart, 1);
+    s.set(kStart + 9s, 2);
+    s.set(kStart + 30s, 3);
+    const auto is = [](const std::vector<float>& got, const std::vector<float>& want) {
+        ASSERT_EQ(got.size(), want.size());
+        for (std::size_t i = 0; i < got.size(); ++i)
+            EXPECT_TRUE(std::isnan(want[i]) ? std::isnan(got[i]) : got[i] == want[i]) << i;
+    };
+    is(s.whole(kStart + 40s), {2, Series::kNone, Series::kNone, 3});
+    is(s.whole(kStart + 24h), std::vector<float>(4, Series::kNone));
+}
+
+TEST(StationWatch, MeasuresDelayAndTellsWhatIsUnusual) {
+    ref::Sky sky(kHere);
+    sky.systems = "GE";
+    ref::Sky poor(kHere);
+    poor.systems = "G";
+    StationWatch watch;
+    int satellites = 0;
+    for (int i = 0; i < 700; ++i) {
+        const Instant at = kStart + i * 1s;
+        const Block in = epochAt(sky, kThen + i);
+        watch.cameIn(in, at);
+        if (i % 2 == 0)
+            watch.wentOut(in, at + (i == 100 ? 800ms : 5ms));
+        satellites = watch.cellsIn().count();
+    }
+    const Instant end = kStart + 700s;
+    EXPECT_EQ(watch.epochsIn(), 700U);
+    EXPECT_EQ(watch.epochsOut(), 350U);
+    EXPECT_DOUBLE_EQ(watch.intervalS().value(), 2.0);
+    EXPECT_NEAR(watch.delayS(end).value(), 0.005, 1e-6);
+    EXPECT_EQ(watch.delays().upTo[2], 349U); // up to 5 ms
+    EXPECT_EQ(watch.delays().upTo[8], 1U);   // up to 1 s
+    EXPECT_FLOAT_EQ(watch.epochs.whole(end).back(), 5.0F);
+    EXPECT_GT(satellites, 12);
+    EXPECT_NEAR(watch.usualSatellites(end).value(), satellites, 3);
+    EXPECT_EQ(watch.goneSystems(end), "");
+    const Block without = epochAt(poor, kThen + 700.0);
+    watch.cameIn(without, end);
+    watch.wentOut(without, end + 5ms);
+    EXPECT_EQ(watch.goneSystems(end), "E");
+    EXPECT_LT(watch.cellsOut().count(), satellites);
+}
+
+TEST(EventLog, KeepsTheLastLinesOfEachStation) {
+    struct Ignore final : PrintTarget {
+        void take(Level /*level*/, std::string_view text) override { went += text; }
+        void take(const Lasting& /*what*/, std::string_view /*text*/) override {}
+        void epochEnd() override {}
+        void ended(Cause /*cause*/) override {}
+        void flush() override {}
+        void lastLine() override {}
+        std::string went;
+    } next;
+    EventLog log(next);
+    log.take(Level::warning, "CANB: lost: the \x1b[31mpeer\xff\n");
+    log.take(Level::error, "a word: that names no station\nCANB: second\n");
+    for (int i = 0; i < 997; ++i)
+        log.take(Level::info, "SYDN: " + std::to_string(i) + "\n");
+    ASSERT_EQ(log.events().size(), EventLog::kMost);
+    EXPECT_EQ(log.events()[0].station, "CANB");
+    EXPECT_EQ(log.events()[0].text, "lost: the ?[31mpeer?");
+    EXPECT_EQ(log.events()[1].station, "");
+    EXPECT_EQ(log.events()[2].text, "second");
+    log.take(Level::info, "SYDN: " + std::string(5000, 'x') + "\n");
+    EXPECT_EQ(log.events().front().number, 2U);
+    EXPECT_LE(log.events().back().text.size(), 500U);
+    EXPECT_TRUE(next.went.starts_with("CANB: lost"));
+}
+
+// Places are those of the sky that the frames were made from.
+TEST(Sky, SaysWhereSatellitesAreAndWhatBecameOfThem) {
+    ref::Sky sky(kHere);
+    sky.systems = "GREC";
+    ref::Bytes ephemerides;
+    for (const ref::Bytes& f : sky.ephemerisFrames(kThen))
+        ephemerides.insert(ephemerides.end(), f.begin(), f.end());
+    const Block in = epochAt(sky, kThen);
+    sky.systems = "G";
+    const Block out = epochAt(sky, kThen);
+    const SkyTerms terms{kHere, ref::virtualPoint(kHere), kThen + 1000.0};
+    const auto all = skyOf(in.bytes, out.bytes, ephemerides, terms);
+    ASSERT_GT(all.size(), 20U);
+    const ref::Navigation truth = sky.navigation(kThen);
+    int answered = 0, leftOut = 0;
+    for (const SatelliteLook& s : all) {
+        SCOPED_TRACE(s.name);
+        const ref::Direction is =
+            ref::direction(terms.virtualM, truth.satellite(s.name)(kThen + -0.075));
+        ASSERT_TRUE(s.elevationDeg.has_value());
+        EXPECT_NEAR(*s.elevationDeg, is.elevationDeg, 0.01);
+        EXPECT_NEAR(std::remainder(*s.azimuthDeg - is.azimuthDeg, 360.0), 0.0, 0.05);
+        EXPECT_LE(std::abs(*s.changeM), 301.0);
+        EXPECT_FALSE(s.cn0DbHz.empty());
+        EXPECT_LE(std::abs(s.ephemerisAgeS.value()), 7200.0);
+        answered += std::string_view(s.fate) == "answered" ? 1 : 0;
+        leftOut += std::string_view(s.fate) == "left_out" ? 1 : 0;
+        EXPECT_EQ(s.kept.empty(), s.name[0] != 'G' || s.fate == std::string_view("low"));
+    }
+    EXPECT_GT(answered, 5);
+    EXPECT_GT(leftOut, 10);
+    const auto blind = skyOf(in.bytes, out.bytes, {}, terms);
+    ASSERT_EQ(blind.size(), all.size());
+    for (const SatelliteLook& s : blind)
+        EXPECT_EQ(s.elevationDeg, std::nullopt) << s.name;
+}
