@@ -247,7 +247,9 @@ private:
 
     void readWeb(const Section& section) {
         section.tellUnknown(kWebKeys);
-        if (section.has("listen"))
+        if (section.isEmptyList("listen"))
+            out_.web.listen.clear();
+        else if (section.has("listen"))
             out_.web.listen = listenersOf(section, "listen");
         constexpr std::string_view words[] = {"machine", "users", "anyone"};
         if (const auto who = section.word("access", words))

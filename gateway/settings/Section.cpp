@@ -163,6 +163,11 @@ std::optional<std::array<double, 3>> Section::triple(std::string_view key, const
     return std::nullopt;
 }
 
+bool Section::isEmptyList(std::string_view key) const {
+    const toml::node* const node = table_.get(key);
+    return node && node->is_array() && node->as_array()->empty();
+}
+
 bool Section::isText(std::string_view key) const {
     const toml::node* const node = find(key);
     return node && node->is_string();

@@ -47,6 +47,8 @@ public:
     /// Three numbers; `form` is what to write.
     std::optional<std::array<double, 3>> triple(std::string_view key, const char* form) const;
     bool isText(std::string_view key) const;
+    /// Whether it is a list without values.
+    bool isEmptyList(std::string_view key) const;
 
     void error(std::string_view key, std::string wrong, std::string advice = {}) const;
     void errorAt(FilePlace at, std::string_view key, std::string wrong,

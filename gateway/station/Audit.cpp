@@ -5,6 +5,7 @@
 #include "rtcm/Frame.h"
 
 #include <algorithm>
+#include <cmath>
 #include <tuple>
 #include <utility>
 
@@ -20,11 +21,6 @@ constexpr std::size_t kMostStation = 8;                      // messages
 constexpr Duration kCalm = 10s;     // without anything wrong; then an alarm ends
 constexpr Duration kUnproven = 60s; // without a value that was compared; then it is told
 
-ref::Frame frameOf(std::span<const std::uint8_t> bytes) {
-    const std::span body = bytes.subspan(kHeaderBytes, bytes.size() - kHeaderBytes - 3);
-    return {0, {bytes.begin(), bytes.end()}, messageType(bytes), {body.begin(), body.end()}};
-}
-
 /// Messages that the virtual station says of itself.
 bool introduces(int type) {
     return type == 1005 || type == 1006 || type == 1033;
@@ -36,6 +32,11 @@ template <class Satellite> void makeUnknown(Satellite& s) {
 }
 
 } // namespace
+
+ref::Frame frameOf(std::span<const std::uint8_t> bytes) {
+    const std::span body = bytes.subspan(kHeaderBytes, bytes.size() - kHeaderBytes - 3);
+    return {0, {bytes.begin(), bytes.end()}, messageType(bytes), {body.begin(), body.end()}};
+}
 
 Audit::Audit(ref::Expectation terms, Say say) : terms_(std::move(terms)), say_(std::move(say)) {
     terms_.output = ref::Output::rtcm3;
@@ -251,6 +252,22 @@ void Audit::blur(ref::Expected& expected) const {
                 makeUnknown(s);
 }
 
+void Audit::measure(const std::vector<ref::ComparedCell>& cells) {
+    worst_.clear();
+    for (const ref::ComparedCell& c : cells) {
+        if (!c.known)
+            continue;
+        const char system = c.sat.front();
+        auto of = std::ranges::find(worst_, system, &AuditLook::Worst::system);
+        if (of == worst_.end())
+            of = worst_.insert(of, {system, 0, 0, 0, 0});
+        of->rangeM = std::max(of->rangeM, std::abs(c.error.rangeM));
+        of->phaseM = std::max(of->phaseM, std::abs(c.error.phaseM));
+        of->rangeBoundM = std::max(of->rangeBoundM, c.bounds.rangeM);
+        of->phaseBoundM = std::max(of->phaseBoundM, c.bounds.phaseM);
+    }
+}
+
 void Audit::count(const ref::ComparedAnswer& compared, Instant at) {
     const auto known = static_cast<std::uint64_t>(
         std::ranges::count_if(compared.cells, [](const auto& c) { return c.known; }));
@@ -258,6 +275,7 @@ void Audit::count(const ref::ComparedAnswer& compared, Instant at) {
     counts_.notCompared += compared.cells.size() - known;
     ++(known > 0 ? counts_.epochs : counts_.notAudited);
     if (known > 0) {
+        measure(compared.cells);
         unprovenSince_.reset();
         if (std::exchange(toldUnproven_, false))
             say_(Level::notice, "audit: epochs are audited again");

@@ -4,6 +4,7 @@
 #include "gateway/net/Say.h"
 #include "gateway/station/Engine.h"
 #include "gateway/station/Epochs.h"
+#include "gateway/station/Look.h"
 #include "reference/service/compare.h"
 
 #include <cstdint>
@@ -22,6 +23,9 @@
 /// and the engine has taken it. Until then they are not audited; all else of its observations is.
 
 namespace gateway {
+
+/// A whole frame as the independent computation takes it.
+ref::Frame frameOf(std::span<const std::uint8_t> bytes);
 
 class Audit {
 public:
@@ -44,6 +48,8 @@ public:
     std::vector<Block> take(const Block& block, Instant at);
 
     const Counts& counts() const { return counts_; }
+    /// The largest differences of the last epoch that was compared, by system.
+    const std::vector<AuditLook::Worst>& worst() const { return worst_; }
     /// Tells them.
     void tellCounts() const;
     /// Whether the last thing that came was wrong, or something before it not long ago.
@@ -63,6 +69,7 @@ private:
     Finding forwarded(std::span<const std::uint8_t> frame, Instant at);
     Finding answer(const std::vector<ref::Frame>& came, Instant at);
     void blur(ref::Expected& expected) const;
+    void measure(const std::vector<ref::ComparedCell>& cells);
     void count(const ref::ComparedAnswer& compared, Instant at);
     void wrong(const std::string& what, Instant at);
     void right(Instant at);
@@ -78,6 +85,7 @@ private:
     std::set<std::string> notTaken_; // satellites whose last ephemeris the engine has not taken
     std::vector<Bytes> station_;     // messages that stand in front of the next epoch
     Counts counts_;
+    std::vector<AuditLook::Worst> worst_;
     std::optional<Alarm> alarm_;
     std::optional<Instant> unprovenSince_; // since when no value was compared
     bool toldUnproven_ = false;

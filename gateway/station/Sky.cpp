@@ -1,5 +1,6 @@
 #include "gateway/station/Sky.h"
 
+#include "gateway/station/Audit.h"
 #include "gateway/station/Heard.h"
 #include "reference/service/answerable.h"
 #include "reference/service/received.h"
@@ -13,14 +14,6 @@
 namespace gateway {
 
 namespace {
-
-ref::Frame frameOf(std::span<const std::uint8_t> bytes) {
-    constexpr std::size_t head = 3, checkWord = 3;
-    return {0,
-            {bytes.begin(), bytes.end()},
-            messageType(bytes),
-            {bytes.begin() + head, bytes.end() - checkWord}};
-}
 
 /// The cells of an epoch, with its time where that is known.
 struct Cells {

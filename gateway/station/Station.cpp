@@ -72,6 +72,7 @@ void Station::start() {
 
 void Station::tick(Instant now) {
     feed_.tick(now);
+    glanceAt(now);
     if (!engine_.active() && !toldNoPlace_ && firstEpoch_ && now - *firstEpoch_ > kPlaceLimit) {
         toldNoPlace_ = true;
         sayOf(Level::warning, "the stream states no position (1005, 1006): write position = [X, Y, "
@@ -101,8 +102,10 @@ void Station::fromFeed(const Block& block) {
     const Instant now = std::chrono::steady_clock::now();
     if (block.kind == Block::Kind::between)
         lookAtPlace();
-    if (block.kind == Block::Kind::epoch && !firstEpoch_)
-        firstEpoch_ = now;
+    if (block.kind == Block::Kind::epoch) {
+        firstEpoch_ = firstEpoch_.value_or(now);
+        watch_.cameIn(block, now);
+    }
     if (moved_)
         return;
     toEngine(block.bytes, block.kind);
@@ -148,8 +151,11 @@ Bytes Station::forNewEngine(Engine::Process process) {
 void Station::fromEngine(Block block) {
     const Instant now = std::chrono::steady_clock::now();
     const auto publish = [&](Block one) {
-        if (!moved_ && (one.kind != Block::Kind::epoch || !tooSoon(one)))
-            mountpoint_.publish(std::move(one), now);
+        if (moved_ || (one.kind == Block::Kind::epoch && tooSoon(one)))
+            return;
+        if (one.kind == Block::Kind::epoch)
+            watch_.wentOut(one, now);
+        mountpoint_.publish(std::move(one), now);
     };
     if (!audit_)
         return publish(std::move(block));

@@ -4,7 +4,9 @@
 #include "gateway/station/Audit.h"
 #include "gateway/station/Engine.h"
 #include "gateway/station/Feed.h"
+#include "gateway/station/Look.h"
 #include "gateway/station/Mountpoint.h"
+#include "gateway/station/StationWatch.h"
 
 #include <boost/asio/any_io_executor.hpp>
 
@@ -43,6 +45,22 @@ public:
     Mountpoint& mountpoint() { return mountpoint_; }
     /// The stream states a place beyond the guard: nothing goes to rovers until somebody acts.
     bool moved() const { return moved_; }
+    /// The audit withholds what comes.
+    bool alarmed() const { return audit_ && audit_->alarmed(); }
+    /// Whether a source has delivered, or an attempt has failed.
+    bool tried() const { return feed_.tried(); }
+    /// Whether its stream has the time of now: it is no recording.
+    bool isLive() const;
+    Instant startedAt() const { return startedAt_; }
+
+    /// As of the last tick.
+    const StationGlance& glance() const { return glance_; }
+    StationLook look(Instant now) const;
+    AuditLook auditLook() const;
+    StationWatch& watch() { return watch_; }
+    const StationWatch& watch() const { return watch_; }
+    std::uint64_t engineStarts() const { return engine_.starts(); }
+    std::uint64_t failovers() const { return feed_.changes(); }
     /// What the audit has found; null where there is none.
     const Audit* audit() const { return audit_.get(); }
     /// Its line of the source table; nothing while it has never delivered.
@@ -59,12 +77,17 @@ private:
     void endAudit();
     void startAudit(const ctl::init::Station& deployment);
     void lookAtPlace();
+    Delivery delivery(Instant now) const;
+    void glanceAt(Instant now);
     void startEngine();
     void sayOf(Level level, const std::string& text) const;
 
     StationHost host_;
     StationSettings settings_;
     Mountpoint mountpoint_;
+    StationWatch watch_;
+    StationGlance glance_;
+    const Instant startedAt_ = std::chrono::steady_clock::now();
     Feed feed_;
     std::unique_ptr<Feed> ephemerides_; // of the second stream; null: none
     Bytes merged_;        // ephemerides of the second stream that wait for the end of an epoch

@@ -102,6 +102,7 @@ public:
         std::ofstream(folder / "gateway.toml")
             << "[gateway]\nstate = \"" << (folder / "state").string() << "\"\n"
             << (gateway.empty() ? engine : gateway)
+            << (caster.find("[web]") == caster.npos ? "[web]\nlisten = []\n" : "")
             << "[caster]\nlisten = [\"127.0.0.1:" << ports.caster << "\"]\n"
             << caster << "[[station]]\nname = \"CANB\"\nclock = \"" << kClock << "\"\n"
             << more;
