@@ -18,7 +18,7 @@ export class Behind {
             make("summary", {}, "The chart as a table"),
             make(
                 "div",
-                { class: "scroll", tabindex: 0, role: "region", "aria-label": "The chart as a table" },
+                { class: "scroll", tabindex: 0, role: "group", "aria-label": "The chart as a table" },
                 make("table", { class: "numbers" }, make("thead", {}, make("tr", {}, ...heads.map((h) => make("th", { scope: "col" }, h)))), this.body),
             ),
         );

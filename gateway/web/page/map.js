@@ -124,6 +124,7 @@ export class StationMap {
             if (focused) mark.link.focus({ preventScroll: true });
         }
         setAttribute(mark.link, "class", mark.shown ? null : "out");
+        setAttribute(mark.link, "aria-label", this.describe(mark.station));
     }
 
     fit() {

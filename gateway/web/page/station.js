@@ -20,7 +20,7 @@ function list(holder, label, heads, none, stacked = heads.length > 4) {
     const names = heads.map((h) => h.numeric ?? h);
     const body = make("tbody");
     const head = make("tr", {}, ...heads.map((h, i) => make("th", { scope: "col", class: h.numeric ? "numeric" : null }, names[i])));
-    const box = make("div", { class: "scroll", tabindex: 0, role: "region", "aria-label": label }, make("table", { class: stacked ? "numbers stack" : "numbers" }, make("thead", {}, head), body));
+    const box = make("div", { class: "scroll", tabindex: 0, role: "group", "aria-label": label }, make("table", { class: stacked ? "numbers stack" : "numbers" }, make("thead", {}, head), body));
     const empty = make("p", { class: "empty" }, none);
     holder.append(box, empty);
     return (rows) => {
@@ -272,7 +272,7 @@ function showSources(s, now) {
     setText(find("#failovers"), s.failovers_total ? format.plural(s.failovers_total, "failover", "failovers") : "");
 }
 
-const places = list(find("#places"), "Positions", ["", "Position (WGS 84)"], "Not known yet.");
+const places = list(find("#places"), "Positions", ["Point", "Position (WGS 84)"], "Not known yet.");
 const events = list(find("#events"), "Events", ["Time, UTC", "Level", "What happened"], "Nothing yet.", true);
 
 function showLists(s, now) {
