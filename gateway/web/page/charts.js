@@ -1,7 +1,7 @@
 // Charts: over time by uPlot, the others as SVG. Behind each stands a table.
 
 import { draw, make, setAttribute, setRows, setText } from "./dom.js";
-import { fixed, median, systemNames, systems, time } from "./format.js";
+import { fixed, grouped, median, systemNames, systems, time } from "./format.js";
 import { satelliteMark } from "./marks.js";
 import uPlot from "./vendor/uPlot.esm.js";
 
@@ -96,7 +96,7 @@ export class TimeChart {
                 hooks: { setCursor: [(plot) => this.#tell(plot.cursor.idx)] },
                 axes: [
                     { ...axis, space: 64, size: 28, incrs: minutes, values: (_, ticks) => ticks.map((t) => time(t).slice(0, 5)) },
-                    { ...axis, space: 34, size: 44 },
+                    { ...axis, space: 34, size: 48, values: (_, ticks) => ticks.map(grouped) },
                 ],
                 series: [
                     {},

@@ -45,8 +45,9 @@ export class StationMap {
             this.land, ...Object.values(this.groups), this.names, this.scale, this.scaleText,
         );
         holder.append(this.svg);
-        this.roamed = roam(this.svg, () => this.#reachable());
-        this.svg.addEventListener("focusin", (event) => this.#tell(event.target.closest("a")));
+        // not of the SVG: a listener there would make it a stop of the Tab key
+        this.roamed = roam(holder, () => this.#reachable());
+        holder.addEventListener("focusin", (event) => this.#tell(event.target.closest("a")));
         this.svg.addEventListener("pointerover", (event) => this.#tell(event.target.closest("a")));
         this.svg.addEventListener("pointerleave", () => this.#tell(null));
         buttons.in.addEventListener("click", () => this.#zoom(2));

@@ -55,10 +55,11 @@ export class Sky {
         this.systemKey = make("ul", { class: "key" });
         this.fateKey = make("ul", { class: "key" });
         holder.append(this.svg, this.note, this.systemKey, this.fateKey);
-        this.roamed = roam(this.svg, () => this.#points);
+        // listeners not of the SVG: they would make it a stop of the Tab key
+        this.roamed = roam(holder, () => this.#points);
         this.told = null;
-        for (const [kind, of] of [["focusin", (e) => e.target], ["pointerover", (e) => e.target]])
-            this.svg.addEventListener(kind, (event) => this.#tell(of(event).closest("[data-name]")?.dataset.name ?? null));
+        for (const kind of ["focusin", "pointerover"])
+            holder.addEventListener(kind, (event) => this.#tell(event.target.closest("[data-name]")?.dataset.name ?? null));
         this.svg.addEventListener("pointerleave", () => this.#tell(null));
         this.list = new Keyed(
             this.marks,
