@@ -89,7 +89,7 @@ export class TimeChart {
                 width: this.box.clientWidth,
                 height: this.height,
                 legend: { show: false },
-                padding: [8, 8, 0, 0],
+                padding: [8, 18, 0, 0],
                 tzDate: (t) => uPlot.tzDate(new Date(t * 1e3), "Etc/UTC"),
                 cursor: { y: false, drag: { x: false, y: false }, points: { show: false }, ...(this.sync ? { sync: { key: this.sync } } : {}) },
                 scales: { y: { range: (_, low, high) => [0, high > 0 ? high * 1.08 : 1] } },

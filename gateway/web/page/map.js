@@ -197,7 +197,9 @@ export class StationMap {
         const half = w / 2 / (k * scale);
         [...this.land.children].forEach((copy, i) => {
             const turn = (i - 1) * 360;
-            setAttribute(copy, "display", turn + 180 < longitude - half || turn - 180 > longitude + half ? "none" : null);
+            const reach = 180 + 30; // what crosses the 180th meridian lies beyond it
+            const away = turn + reach < longitude - half || turn - reach > longitude + half;
+            setAttribute(copy, "display", away ? "none" : null);
         });
         for (const mark of this.#marks.values()) {
             const away = ((mark.longitude - longitude + 540) % 360) - 180;

@@ -340,6 +340,3 @@ const tick = frame(live, (now) => {
     if (live.missing) setText(find("#since"), "This gateway has no such station.");
 });
 setText(find("#name"), name);
-addEventListener("beforeprint", () => {
-    for (const details of document.querySelectorAll("#sky details, #cn0 details, #change details")) details.open = true;
-});
