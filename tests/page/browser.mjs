@@ -26,7 +26,7 @@ export async function openBrowser() {
     };
 }
 
-/// Wire: carries bytes between the browser and a gateway, until it is cut.
+/// Wire: carries bytes between the browser and a gateway, until it is cut or stalls.
 export class Wire {
     #sockets = new Set();
     #whole = true;
@@ -60,6 +60,11 @@ export class Wire {
 
     mend() {
         this.#whole = true;
+    }
+
+    // Nothing arrives any more, nothing is closed: as behind a router that has forgotten us.
+    stall() {
+        for (const socket of this.#sockets) socket.unpipe().pause();
     }
 
     close() {

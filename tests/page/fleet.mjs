@@ -45,10 +45,10 @@ function stateOf(i, unix, started) {
 }
 
 export class Fleet {
-    started = Date.now() / 1e3 - 60;
-    frozen = null; // s since 1970, when the fleet shall not change
-
-    constructor({ count = 24, extra = true, spread = count > 24 ? 1.5 : 0 } = {}) {
+    // `ahead`: s, its clock before that of the machine
+    constructor({ count = 24, extra = true, spread = count > 24 ? 1.5 : 0, ahead = 0 } = {}) {
+        this.ahead = ahead;
+        this.started = this.now() - 60;
         this.stations = Array.from({ length: count }, (_, i) => {
             const [latitude, longitude] = cities[i % cities.length];
             const away = (what) => (chance(i, what) + chance(i, what, 2) + chance(i, what, 3) - 1.5) * spread;
@@ -69,7 +69,7 @@ export class Fleet {
     }
 
     now() {
-        return this.frozen ?? Date.now() / 1e3;
+        return Date.now() / 1e3 + this.ahead;
     }
 
     // Of the sky only the numbers; kept for ten seconds, it changes slowly.

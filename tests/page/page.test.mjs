@@ -15,7 +15,7 @@ import { serve } from "./mock.mjs";
 
 const pictures = fileURLToPath(new URL("../../build/page/", import.meta.url));
 const axe = readFileSync(createRequire(import.meta.url).resolve("axe-core/axe.min.js"), "utf8");
-const given = process.env.PAGE_URL;
+const given = process.env.PAGE_URL || null;
 const skip = given ? "the gateway is given" : false;
 
 let mock = null;
@@ -210,6 +210,31 @@ test("a cut connection is shown, values are marked as old, and it mends itself",
         await page.waitForSelector("body[data-link=live]", { timeout: 5000 });
     }
     assert.deepEqual(complaints.filter((c) => !c.includes("net::ERR")), []);
+});
+
+test("a connection that stalls is noticed", async () => {
+    await open("/");
+    wire.stall();
+    await page.waitForSelector("body.old[data-link=lost]", { timeout: 32000 });
+    assert.match(await textOf("#lost"), /nothing for 25 s.*They are (2[4-9]|3\d) s old/);
+    await page.waitForSelector("body[data-link=live]", { timeout: 10000 });
+});
+
+test("ages and times are those of the gateway's clock", { skip }, async () => {
+    const whole = mock.fleet;
+    try {
+        for (const ahead of [4000, -4000]) {
+            mock.fleet = new Fleet({ count: 3, ahead });
+            await open("/");
+            const [row] = (await rowsOf("#rows tr:not(.gap)")).filter((r) => r.state === "delivering");
+            assert.match(row.age, /^[0-4] s$/);
+            const shown = await textOf("#clock");
+            const expected = [-2, -1, 0, 1].map((s) => `${new Date(Date.now() + (ahead + s) * 1e3).toISOString().slice(11, 19)} UTC`);
+            assert.ok(expected.includes(shown), `${shown} of ${expected}`);
+        }
+    } finally {
+        mock.fleet = whole;
+    }
 });
 
 test("the fleet is searched, filtered and sorted, by the keyboard alone, and the address tells it", async () => {

@@ -17,9 +17,18 @@ function path(file, object, filter) {
     const topology = simplify(presimplify(JSON.parse(readFileSync(file))), detail);
     let out = "";
     for (const line of mesh(topology, topology.objects[object], filter).coordinates) {
+        // a line that crosses the 180th meridian goes on beyond it
+        let turn = 0;
+        const points = line.map(([longitude, latitude], i) => {
+            const jump = i ? longitude - line[i - 1][0] : 0;
+            if (Math.abs(jump) > 180 && latitude > -85) turn -= 360 * Math.sign(jump);
+            return [longitude + turn, latitude];
+        });
+        const middle = points.reduce((sum, [longitude]) => sum + longitude, 0) / points.length;
+        const back = 360 * Math.round(middle / 360);
         let before = null;
-        for (const [longitude, latitude] of line) {
-            const at = [Math.round(longitude * 100), Math.round(-latitude * 100)];
+        for (const [longitude, latitude] of points) {
+            const at = [Math.round((longitude - back) * 100), Math.round(-latitude * 100)];
             if (!before) out += `M${at[0]} ${at[1]}`;
             else if (at[0] !== before[0] || at[1] !== before[1])
                 out += `l${at[0] - before[0]} ${at[1] - before[1]}`.replace(" -", "-");
