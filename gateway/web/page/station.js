@@ -54,7 +54,11 @@ function showFigures(s) {
     figures["signals kept"].set(heard ? `${s.kept_signals_count} of ${s.received_signals_count}` : format.unknown, heard ? "of those received" : "");
     figures.delay.set(format.milliseconds(s.delay_s), "median of the last minute");
     const sent = s.rovers.reduce((n, r) => n + r.sent_bytes_total, 0);
-    figures.rovers.set(format.grouped(s.rovers_count), s.rovers_count ? `${format.bytes(sent)} sent to them` : "none connected");
+    const listed = s.rovers.length === s.rovers_count; // of very many only the newest are
+    figures.rovers.set(
+        format.grouped(s.rovers_count),
+        s.rovers_count === 0 ? "none connected" : listed ? `${format.bytes(sent)} sent to them` : "",
+    );
     const [east, north, up] = s.virtual_offset_m;
     figures["virtual station"].set(
         `${format.distance(Math.hypot(east, north, up))} ${Math.hypot(east, north) < 1 ? "" : whither(s.virtual_offset_m)}`,
