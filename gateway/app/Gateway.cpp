@@ -105,8 +105,12 @@ std::vector<ntrip::StreamEntry> Gateway::table(Instant now) const {
 
 std::unique_ptr<Gateway::Served> Gateway::serve(const StationSettings& settings,
                                                 std::size_t number) const {
-    StationHost host{executor_, settings_.state, settings_.engine, settings_.caster.country,
-                     settings_.externalEngine, audits(settings_, settings)};
+    StationHost host{executor_,
+                     settings_.state,
+                     settings_.engine,
+                     settings_.caster.country,
+                     settings_.externalEngine,
+                     audits(settings_, settings)};
     if (host.externalEngine)
         host.externalEngine->port = static_cast<std::uint16_t>(host.externalEngine->port + number);
     auto served = std::make_unique<Served>();

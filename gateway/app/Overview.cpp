@@ -16,8 +16,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr unsigned kLookTicks = 10;     // at what changes slowly
-constexpr double kFewSatellites = 0.7;  // of the usual number
+constexpr unsigned kLookTicks = 10;      // at what changes slowly
+constexpr double kFewSatellites = 0.7;   // of the usual number
 constexpr std::size_t kEngineStarts = 3; // within
 constexpr Duration kEngineSpan = 10min;
 constexpr std::size_t kRoversCut = 3; // within
@@ -91,8 +91,7 @@ void Overview::lookAt(const std::string& name, Station& station, Instant now) {
              ? text("the stream's time is %.1f s %s the machine's", std::abs(*ahead),
                     *ahead > 0 ? "ahead of" : "behind")
              : "");
-    const std::size_t starts =
-        watched.engineStarts.count(station.engineStarts(), now, kEngineSpan);
+    const std::size_t starts = watched.engineStarts.count(station.engineStarts(), now, kEngineSpan);
     look(AlarmKind::engine,
          starts >= kEngineStarts ? text("started %zu times within 10 min", starts) : "");
     const std::size_t cut =
@@ -105,9 +104,8 @@ void Overview::lookAtSatellites(Watched& watched, Station& station, Instant now)
     StationWatch& watch = station.watch();
     const auto usual = watch.usualSatellites(now);
     const int have = watch.cellsOut().count();
-    watched.few = usual && have < kFewSatellites * *usual
-                      ? text("%d where %d are usual", have, *usual)
-                      : "";
+    watched.few =
+        usual && have < kFewSatellites * *usual ? text("%d where %d are usual", have, *usual) : "";
     const std::string gone = watch.goneSystems(now);
     watched.gone = gone.empty() ? "" : "no satellites of " + gone;
 }
@@ -147,8 +145,7 @@ std::string Overview::wrongLeapSeconds() const {
         return {};
     LeapSeconds leaps;
     leaps.path = settings_.state / settings_.stations.front().name / "files/leapsec.tab";
-    if (!std::filesystem::exists(leaps.path) || !Taiutc_m_load(leaps) ||
-        leaps.table.rows().empty())
+    if (!std::filesystem::exists(leaps.path) || !Taiutc_m_load(leaps) || leaps.table.rows().empty())
         return {};
     const std::int64_t leftS = mjd2time(leaps.table.rows().back().mjd, 0.0) - utcNow().time;
     const auto days = static_cast<int>(std::floor(static_cast<double>(leftS) / kSecondsPerDay));
@@ -158,8 +155,7 @@ std::string Overview::wrongLeapSeconds() const {
 }
 
 StationRow Overview::rowOf(const std::string& name, const Station& station) const {
-    return {name, station.settings().mountpoint,
-            station.glance(), alarms_.ofStation(name)};
+    return {name, station.settings().mountpoint, station.glance(), alarms_.ofStation(name)};
 }
 
 Totals Overview::totals() const {

@@ -280,8 +280,8 @@ awaitable<Caster::Entry> Caster::entryOf(const Request& request, const Access& a
 awaitable<bool> Caster::matches(std::string user, Secret password) {
     const auto hash = [](std::shared_ptr<Users> in, std::string name,
                          Secret what) -> awaitable<bool> { co_return in->matches(name, what); };
-    co_return co_await asio::co_spawn(
-        hashing_, hash(users_, std::move(user), std::move(password)), use_awaitable);
+    co_return co_await asio::co_spawn(hashing_, hash(users_, std::move(user), std::move(password)),
+                                      use_awaitable);
 }
 
 awaitable<bool> Caster::admits(std::string address, std::string user, Secret password) {

@@ -18,8 +18,8 @@ constexpr Duration kMostLate = 5s;
 
 Rover::Rover(const asio::any_io_executor& executor, Channel& channel, ntrip::Request request,
              Mountpoint& at)
-    : channel_(channel), request_(std::move(request)), at_(at), chunks_(ntrip::sendsChunks(request_)),
-      outbox_(executor, kMostWaitingHere) {}
+    : channel_(channel), request_(std::move(request)), at_(at),
+      chunks_(ntrip::sendsChunks(request_)), outbox_(executor, kMostWaitingHere) {}
 
 awaitable<std::string> Rover::run() {
     std::string why = "has gone";
@@ -62,8 +62,11 @@ void Rover::hear(std::string_view text) {
 }
 
 RoverLook Rover::look() const {
-    return {request_.user, channel_.peer(), request_.agent, sinceUnixS_, written_,
-            static_cast<std::size_t>(handed_ - written_) + channel_.unacknowledged(), place_};
+    return {
+        request_.user,  channel_.peer(),
+        request_.agent, sinceUnixS_,
+        written_,       static_cast<std::size_t>(handed_ - written_) + channel_.unacknowledged(),
+        place_};
 }
 
 /// Rovers send their position now and then, some everything that they have.

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "gateway/station/StationWatch.h"
 #include "ctl/status/StatusFile.h"
+#include "gateway/station/StationWatch.h"
 #include "gnss/ComCoord.h"
 
 #include <array>

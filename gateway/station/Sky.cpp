@@ -88,8 +88,7 @@ void tellAge(SatelliteLook& look, const ref::Navigation& navigation, ref::GpsTim
 
 std::vector<SatelliteLook> skyOf(std::span<const std::uint8_t> received,
                                  std::span<const std::uint8_t> kept,
-                                 std::span<const std::uint8_t> ephemerides,
-                                 const SkyTerms& terms) {
+                                 std::span<const std::uint8_t> ephemerides, const SkyTerms& terms) {
     Ephemerides known{ref::Answerable(terms.siteM, terms.virtualM), {}};
     forEachFrame(ephemerides,
                  [&](std::span<const std::uint8_t> bytes) { known.take(frameOf(bytes)); });

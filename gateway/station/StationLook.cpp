@@ -40,9 +40,9 @@ void Station::glanceAt(Instant now) {
 }
 
 bool Station::isLive() const {
-    return settings_.clock.empty() &&
-           std::ranges::none_of(settings_.sources,
-                                [](const Address& a) { return a.scheme == Scheme::file; });
+    return settings_.clock.empty() && std::ranges::none_of(settings_.sources, [](const Address& a) {
+               return a.scheme == Scheme::file;
+           });
 }
 
 AuditLook Station::auditLook() const {
@@ -50,7 +50,7 @@ AuditLook Station::auditLook() const {
     if (!audit_)
         return out;
     const Audit::Counts& counts = audit_->counts();
-    return {true,          counts.epochs, counts.notAudited, counts.wrongEpochs,
+    return {true,          counts.epochs,  counts.notAudited, counts.wrongEpochs,
             counts.values, audit_->worst()};
 }
 
@@ -85,8 +85,7 @@ StationLook Station::look(Instant now) const {
     const Bytes others = others_.current(now);
     ephemerides.insert(ephemerides.end(), others.begin(), others.end());
     const double sinceStartS = std::chrono::duration<double>(now - startedAt_).count();
-    const ref::GpsTime near =
-        settings_.clock.empty() ? engineClock() : engineClock() + sinceStartS;
+    const ref::GpsTime near = settings_.clock.empty() ? engineClock() : engineClock() + sinceStartS;
     out.sky = skyOf(watch_.lastIn(), watch_.lastOut(), ephemerides, {site, there, near});
     return out;
 }

@@ -17,7 +17,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kMostRovers = 200, kMostEvents = 100; // of a station
 
-std::string textOf(const Json& json) {
+std::string dumped(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
@@ -209,7 +209,7 @@ Json lastEvents(const std::deque<Event>& events, const std::optional<std::string
 } // namespace
 
 std::string summaryJson(const StationRow& row) {
-    return textOf(summaryOf(row));
+    return dumped(summaryOf(row));
 }
 
 std::string fleetHeadJson(double atUnixS, const Totals& totals, const std::vector<Alarm>& alarms) {
@@ -222,7 +222,7 @@ std::string fleetHeadJson(double atUnixS, const Totals& totals, const std::vecto
                          {"alarms_count", alarms.size()},
                          {"sent_bytes_total", totals.sentBytes}}},
                        {"alarms", alarmsOf(alarms)}};
-    const std::string object = textOf(members);
+    const std::string object = dumped(members);
     return object.substr(1, object.size() - 2);
 }
 
@@ -261,18 +261,18 @@ std::string stationJson(const StationReport& report, Instant now, double nowUnix
             out["rovers"].push_back(roverOf(rover));
     out["events"] = lastEvents(report.events, report.row.name, kMostEvents);
     out["alarms_now"] = alarmsOf(report.row.alarms);
-    return textOf(out);
+    return dumped(out);
 }
 
 std::string eventsJson(const std::deque<Event>& events, const std::optional<std::string>& station) {
-    return textOf({{"events", lastEvents(events, station, EventLog::kMost)}});
+    return dumped({{"events", lastEvents(events, station, EventLog::kMost)}});
 }
 
 std::string alarmJson(const Alarm& alarm, bool begins, double nowUnixS) {
     Json out = alarmOf(alarm);
     out["state"] = begins ? "begins" : "ends";
     out["at_unix_s"] = unixTime(nowUnixS);
-    return textOf(out);
+    return dumped(out);
 }
 
 } // namespace gateway

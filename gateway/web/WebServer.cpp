@@ -102,7 +102,8 @@ std::string fleetJson(const WebView& view, const std::map<std::string, std::stri
 awaitable<std::optional<std::string>> readHead(Channel& channel, std::string& held) {
     std::array<std::uint8_t, 2048> buffer;
     for (;;) {
-        if (const std::size_t end = held.find("\r\n\r\n"); end != std::string::npos) {
+        const std::size_t end = held.find("\r\n\r\n");
+        if (end < ntrip::kLongestHead) {
             std::string head = held.substr(0, end + 4);
             held.erase(0, end + 4);
             co_return head;
@@ -307,7 +308,7 @@ std::string WebServer::answerTo(const Request& request) const {
     } else {
         const std::string_view name = path == "/"                     ? "index.html"
                                       : path.starts_with("/station/") ? "station.html"
-                                                                      : path.substr(1);
+                                                                      : std::string_view(path).substr(1);
         for (const PageFile& file : pageFiles()) {
             if (file.path != name)
                 continue;

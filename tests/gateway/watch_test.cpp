@@ -2,8 +2,8 @@
 #include "gateway/station/StationWatch.h"
 #include "gateway/watch/Alarms.h"
 #include "gateway/watch/EventLog.h"
-#include "reference/standard/sky.h"
 #include "reference/service/predict.h"
+#include "reference/standard/sky.h"
 
 #include <gtest/gtest.h>
 
