@@ -306,9 +306,10 @@ std::string WebServer::answerTo(const Request& request) const {
         answer = answerOf(missing.empty() ? http::status::ok : http::status::service_unavailable,
                           "text/plain; charset=utf-8", missing.empty() ? "ready\n" : missing);
     } else {
-        const std::string_view name = path == "/"                     ? "index.html"
-                                      : path.starts_with("/station/") ? "station.html"
-                                                                      : std::string_view(path).substr(1);
+        const std::string_view name = path == "/" ? "index.html"
+                                      : path.starts_with("/station/")
+                                          ? "station.html"
+                                          : std::string_view(path).substr(1);
         for (const PageFile& file : pageFiles()) {
             if (file.path != name)
                 continue;
