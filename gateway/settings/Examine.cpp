@@ -2,6 +2,7 @@
 
 #include "base/Findings.h"
 #include "ctl/check/Advice.h"
+#include "gateway/net/Program.h"
 #include "gateway/settings/Certificate.h"
 #include "gateway/settings/Users.h"
 #include "gnss/Clock.h"
@@ -194,26 +195,6 @@ bool writable(fs::path folder) {
     return fs::is_directory(folder, error) && access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
-bool isProgram(const fs::path& path) {
-    std::error_code error;
-    return fs::is_regular_file(path, error) && access(path.c_str(), X_OK) == 0;
-}
-
-/// As the shell finds it.
-bool foundProgram(const fs::path& name) {
-    if (name.string().find('/') != std::string::npos)
-        return isProgram(name);
-    const char* const variable = std::getenv("PATH");
-    std::string_view folders = variable ? variable : "";
-    while (!folders.empty()) {
-        const std::string_view folder = folders.substr(0, folders.find(':'));
-        if (isProgram(fs::path(folder) / name))
-            return true;
-        folders.remove_prefix(std::min(folder.size() + 1, folders.size()));
-    }
-    return false;
-}
-
 bool anyPassword(const Settings& s) {
     const auto has = [](const Address& a) { return !a.password.empty(); };
     return std::any_of(s.stations.begin(), s.stations.end(), [&](const StationSettings& t) {
@@ -276,7 +257,7 @@ private:
                 remarks_.warn(kGatewaySection, "state", wrong,
                               "the unit can; else add state = \"FOLDER\" to [gateway]");
         }
-        if (!s_.externalEngine && !foundProgram(s_.engine))
+        if (!s_.externalEngine && findProgram(s_.engine).empty())
             remarks_.error(kGatewaySection, "engine",
                            s_.engine.string() + " is no program that is found",
                            "install kestrune, or write engine = \"PATH\"");

@@ -1,6 +1,7 @@
 #include "gateway/station/Child.h"
 
 #include "gateway/net/Outbox.h"
+#include "gateway/net/Program.h"
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/connect_pipe.hpp>
@@ -136,11 +137,9 @@ Child::Child(const asio::any_io_executor& executor, const std::filesystem::path&
     asio::readable_pipe lines(executor);
     asio::writable_pipe out(executor);
     asio::connect_pipe(lines, out);
-    const bool search = program.string().find('/') == std::string::npos;
-    const auto path = search ? process::environment::find_executable(program.string())
-                             : process::filesystem::path(program.string());
+    const std::filesystem::path path = findProgram(program);
     if (path.empty())
-        throw std::runtime_error(program.string() + " is not in PATH");
+        throw std::runtime_error(program.string() + " is no program that is found");
     const std::unordered_map<std::string, std::string> environment{
         {"JOURNAL_STREAM", journalStream(out.native_handle())},
         {"PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}};
