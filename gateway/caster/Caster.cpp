@@ -111,6 +111,9 @@ void Caster::apply(CasterSettings settings, std::shared_ptr<Users> users) {
     tls_ = tlsOf(settings);
     settings_ = std::move(settings);
     users_ = std::move(users);
+    for (const auto& [rover, by] : admitted_)
+        if (hashOf(by.user) != by.hash)
+            rover->sendAway();
     const auto wanted = [this](const Listener& listener) {
         const auto& list = listener.tls ? settings_.listenTls : settings_.listen;
         return std::ranges::count(list, listener.where) > 0;
@@ -303,11 +306,20 @@ awaitable<void> Caster::serve(Channel& channel, Request request, Station& statio
         co_return;
     }
     const Admission::Place place = admission_.stream(request.user);
+    const bool byPassword = station.settings().access.who != Access::Who::anyone;
+    const Admitted by{request.user, byPassword ? hashOf(request.user) : ""};
     co_await tell(channel, ntrip::grantText(request, dateNow()));
-    if (request.head)
+    if (request.head || (byPassword && hashOf(by.user) != by.hash)) // the users are others now
         co_return;
     Rover rover(executor_, channel, std::move(request), station.mountpoint());
     rover.hear(rest);
+    struct Known {
+        std::map<Rover*, Admitted>& all;
+        Rover* one;
+        ~Known() { all.erase(one); }
+    } const known{admitted_, &rover};
+    if (byPassword)
+        admitted_[&rover] = by;
     const Joined joined(station.mountpoint(), rover);
     const std::string who = "rover " + channel.peer() +
                             (rover.request().user.empty() ? "" : " (" + rover.request().user + ")");

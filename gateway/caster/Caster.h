@@ -11,6 +11,7 @@
 #include <boost/asio/thread_pool.hpp>
 
 #include <list>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -61,6 +62,7 @@ private:
                           std::string rest);
     awaitable<void> hear(Channel& channel, const ntrip::Request& request, Station& station,
                          std::string rest);
+    std::string hashOf(const std::string& user) const { return users_ ? users_->hashOf(user) : ""; }
     awaitable<bool> matches(std::string user, Secret password);
     enum class Entry { granted, noPassword, wrongPassword, notListed };
     awaitable<Entry> entryOf(const ntrip::Request& request, const Access& access);
@@ -72,6 +74,11 @@ private:
     const Stations& stations_;
     CasterSettings settings_;
     std::shared_ptr<Users> users_; // null: none
+    /// Rovers that are here by a password, with its hash.
+    struct Admitted {
+        std::string user, hash;
+    };
+    std::map<Rover*, Admitted> admitted_;
     std::shared_ptr<asio::ssl::context> tls_;
     std::vector<std::shared_ptr<Listener>> listeners_;
     Admission admission_;

@@ -27,6 +27,8 @@ public:
     awaitable<std::string> run();
     void take(const Outgoing& block, Instant at) override;
     void end() override { cut("is sent away: the station is stopped"); }
+    /// Its password is none any more.
+    void sendAway() { cut("is sent away: its user is gone or has another password"); }
     bool isRover() const override { return true; }
     RoverLook look() const override;
     /// What the rover has sent.

@@ -178,6 +178,11 @@ void Users::read(const std::filesystem::path& path, std::vector<ctl::check::Rema
     hashes_ = std::move(found);
 }
 
+std::string Users::hashOf(std::string_view name) const {
+    const auto user = hashes_.find(name);
+    return user == hashes_.end() ? std::string() : user->second;
+}
+
 bool Users::matches(std::string_view name, const Secret& password) {
     if (hashes_.empty())
         return false;

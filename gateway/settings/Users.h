@@ -55,6 +55,8 @@ public:
 
     bool empty() const { return hashes_.empty(); }
     bool contains(std::string_view name) const { return hashes_.find(name) != hashes_.end(); }
+    /// The hash of a user; empty where there is none of the name.
+    std::string hashOf(std::string_view name) const;
     /// Whether it is the password of the user. Takes the time of a hash where it is not.
     bool matches(std::string_view name, const Secret& password);
 

@@ -127,6 +127,28 @@ TEST(Gateway, AsksForThePasswordThatMkpasswdHashed) {
     fs::remove(users);
 }
 
+TEST(Gateway, SendsTheRoverAwayWhoseUserIsTakenOutOfTheFile) {
+    const Ports ports;
+    const fs::path users = fs::path(testing::TempDir()) / ("gone_" + std::to_string(getpid()));
+    const std::string hash = ":$6$abcdefgh$vR/yd6VXABFTBRyOupJyJyD09twBc54Fjx1W8tzKdqxOfohx"
+                             "eZRb508btnHrxVQLY86b/u4pA/7OgxagBH8130\n"; // of "right"
+    std::ofstream(users) << "bob" << hash << "ann" << hash;
+    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
+    RunningGateway gateway(ports, stationSource(ports) + kPosition,
+                           "users = \"" + users.string() + "\"\n");
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    Client bob(ports.caster, askOf("CANB", "Authorization: Basic Ym9iOnJpZ2h0\r\n"), kGranted);
+    Client ann(ports.caster, askOf("CANB", "Authorization: Basic YW5uOnJpZ2h0\r\n"), kGranted);
+    std::ofstream(users) << "ann" << hash;
+    gateway.signal(SIGHUP);
+    EXPECT_EQ(bob.rest(), "");
+    EXPECT_TRUE(gateway.tells("(bob) is sent away: its user is gone")) << gateway.log();
+    const Client station(ports.station);
+    ASSERT_TRUE(station.send(streamOf(3)));
+    EXPECT_EQ(wholeEpochs(ann.receive(epochs(3))), 3);
+    fs::remove(users);
+}
+
 TEST(Gateway, CutsOffTheRoverThatStopsReadingAndNobodyElse) {
     const Ports ports;
     RunningGateway gateway(ports, stationSource(ports) + kPosition);
