@@ -329,8 +329,9 @@ std::string summaryText(const Totals& t) {
                         "message, and 0.1 mm)\n",
                         ref::rangeBoundM('G') * 1e3, ref::phaseBoundM('G') * 1e3);
         if (answeredBy(t, ref::Answer::specified) && v.worst.contains('J'))
-            out += text("               QZSS %.1f mm more, for its specified rotation rate\n",
-                        ref::kQzssMoreM * 1e3);
+            out += text(
+                "               QZSS %.1f mm more per 300 m, for its specified rotation rate\n",
+                ref::kQzssMoreM * 1e3);
     } else {
         out += "  checked      form, order and completeness; values are not known\n";
     }

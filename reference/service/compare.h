@@ -5,6 +5,7 @@
 #include "difference.h"
 #include "predict.h"
 
+#include <algorithm>
 #include <map>
 #include <optional>
 #include <string>
@@ -18,13 +19,19 @@ constexpr double kRangeHalfStepM = 0.5 * 0x1p-24 * kLightSpeed / 1000;
 constexpr double kPhaseHalfStepM = 0.5 * 0x1p-29 * kLightSpeed / 1000;
 /// Bounds on |reply - truth|: half a step, and 0.1 mm for the rounding on the way. The rotation
 /// rate that the service uses for QZSS differs from the true one by 1.467e-12 rad/s: up to 38 m of
-/// orbit at the end of a week, 0.4 mm of the change of range over 300 m.
+/// orbit at the end of a week, 0.4 mm of the change of range over 300 m, more by as much as the
+/// virtual station is farther.
 constexpr double kQzssMoreM = 4e-4;
-constexpr double rangeBoundM(char system) {
-    return kRangeHalfStepM + 1e-4 + (system == 'J' ? kQzssMoreM : 0);
+constexpr double kQzssPerM = kQzssMoreM / 300;
+constexpr double qzssMoreM(char system, double distanceM) {
+    return system == 'J' ? std::max(kQzssMoreM, kQzssPerM * distanceM) : 0;
 }
-constexpr double phaseBoundM(char system) {
-    return kPhaseHalfStepM + 1e-4 + (system == 'J' ? kQzssMoreM : 0);
+/// The virtual station at a distance (m).
+constexpr double rangeBoundM(char system, double distanceM = 300) {
+    return kRangeHalfStepM + 1e-4 + qzssMoreM(system, distanceM);
+}
+constexpr double phaseBoundM(char system, double distanceM = 300) {
+    return kPhaseHalfStepM + 1e-4 + qzssMoreM(system, distanceM);
 }
 
 /// By how much the epoch of a message is later than a time, as far as its own day or week tells.

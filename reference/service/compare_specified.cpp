@@ -206,8 +206,8 @@ private:
         // a phase far from the range is taken back by whole cycles
         if (std::abs(expected.phaseRangeM - expected.pseudorangeM) > kAllCyclesM)
             phaseM = std::remainder(phaseM, expected.wavelengthM);
-        const CellBounds bounds{kRangeHalfStepM, kPhaseHalfStepM, rangeBoundM(got.system),
-                                phaseBoundM(got.system)};
+        const CellBounds bounds{kRangeHalfStepM, kPhaseHalfStepM, rangeBoundM(got.system, awayM_),
+                                phaseBoundM(got.system, awayM_)};
         compared.known = true;
         compared.error = {rangeM, phaseM};
         compared.bounds = bounds;
@@ -222,6 +222,7 @@ private:
 
     const Expected& expected_;
     const Expectation& terms_;
+    const double awayM_ = terms_.offsetM ? norm(*terms_.offsetM) : 0; // of the virtual station
     ComparedAnswer& out_;
     std::map<std::string, CellCame> came_; // "G05 1C"
     std::map<char, const Msm*> messageOf_; // by group
