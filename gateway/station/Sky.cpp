@@ -70,16 +70,16 @@ struct Ephemerides {
     }
 };
 
-/// Since the reference time of its ephemeris, s.
+/// From the reference time of its ephemeris, before or behind it.
 void tellAge(SatelliteLook& look, const ref::Navigation& navigation, ref::GpsTime t) {
     constexpr double kDayS = 86400.0, kTickS = 900.0;
     if (const auto k = navigation.kepler.find(look.name); k != navigation.kepler.end()) {
         const double lag = k->second.system == 'C' ? ref::kBdtLagS : 0.0;
-        look.ephemerisAgeS = std::remainder(t.sow - k->second.toe - lag, ref::kWeekS);
+        look.ephemerisAgeS = std::abs(std::remainder(t.sow - k->second.toe - lag, ref::kWeekS));
         look.ephemerisIssue = k->second.iode;
     } else if (const auto g = navigation.glonass.find(look.name); g != navigation.glonass.end()) {
         const double moscowS = t.sow - ref::kLeapS + ref::kMoscowS;
-        look.ephemerisAgeS = std::remainder(moscowS - kTickS * g->second.tb, kDayS);
+        look.ephemerisAgeS = std::abs(std::remainder(moscowS - kTickS * g->second.tb, kDayS));
         look.ephemerisIssue = g->second.tb;
     }
 }

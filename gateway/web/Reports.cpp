@@ -25,8 +25,10 @@ Json fit(const std::string& of) {
     return ctl::dump::clean(of);
 }
 
+/// To 1, 0.1, 0.01...: what is nearest to such a number is written short.
 double rounded(double value, double step) {
-    return std::round(value / step) * step;
+    const double perUnit = std::round(1 / step);
+    return std::round(value * perUnit) / perUnit;
 }
 
 /// Seconds since 1970, to the millisecond.
