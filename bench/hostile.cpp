@@ -43,9 +43,9 @@ void record(const char* file) {
 const std::string kSeeds[] = {
     "GET / HTTP/1.0\r\nUser-Agent: NTRIP a/1\r\n\r\n",
     "GET /OPEN HTTP/1.0\r\nUser-Agent: NTRIP a/1\r\n\r\n$GPGGA,1,2,N,3,E,1,8,1,9,M,0,M,,*7A\r\n",
-    "GET /OPEN HTTP/1.1\r\nHost: a:2101\r\nUser-Agent: NTRIP a/1\r\nNtrip-Version: Ntrip/2.0\r\n"
-    "Ntrip-GGA: $GPGGA,092750.000,5321.6802,N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,*76\r\n"
-    "Connection: close\r\n\r\n",
+    ("GET /OPEN HTTP/1.1\r\nHost: a:2101\r\nUser-Agent: NTRIP a/1\r\nNtrip-Version: Ntrip/2.0\r\n"
+     "Ntrip-GGA: $GPGGA,092750.000,5321.6802,N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,*76\r\n"
+     "Connection: close\r\n\r\n"),
     "GET /NAMED HTTP/1.1\r\nHost: a\r\nAuthorization: Basic Ym9iOnJpZ2h0\r\n\r\n",
     "GET /NAMED HTTP/1.0\r\nUser-Agent: NTRIP\r\nAuthorization: Basic YTpi\r\n\r\n",
     "GET /NONE HTTP/1.0\r\nUser-Agent: NTRIP a\r\n\r\n",
@@ -53,11 +53,12 @@ const std::string kSeeds[] = {
     "GET /status.json HTTP/1.1\r\nHost: a\r\nUser-Agent: Mozilla/5.0\r\nAccept: text/html\r\n\r\n",
     "SOURCE letmein /PUSHED\r\nSource-Agent: NTRIP a/1\r\nSTR: a;b\r\n\r\n\xD3\x00\x02\x43\x50"s,
     "SOURCE wrong PUSHED\r\n\r\n",
-    "POST /PUSHED HTTP/1.1\r\nHost: a\r\nNtrip-Version: Ntrip/2.0\r\nAuthorization: Basic "
-    "YTpsZXRtZWlu\r\nContent-Type: gnss/data\r\nTransfer-Encoding: chunked\r\n\r\n"
-    "5;x=y\r\nabcde\r\n1F\r\n\xD3\x00\x19 a message that is not right\r\n0\r\n\r\n"s,
-    "POST /PUSHED HTTP/1.1\r\nHost: a\r\nAuthorization: Basic YTpsZXRtZWlu\r\nContent-Length: 5\r\n"
-    "\r\nabcde",
+    ("POST /PUSHED HTTP/1.1\r\nHost: a\r\nNtrip-Version: Ntrip/2.0\r\nAuthorization: Basic "
+     "YTpsZXRtZWlu\r\nContent-Type: gnss/data\r\nTransfer-Encoding: chunked\r\n\r\n"
+     "5;x=y\r\nabcde\r\n1F\r\n\xD3\x00\x19 a message that is not right\r\n0\r\n\r\n"s),
+    ("POST /PUSHED HTTP/1.1\r\nHost: a\r\nAuthorization: Basic YTpsZXRtZWlu\r\nContent-Length: "
+     "5\r\n"
+     "\r\nabcde"),
     "OPTIONS * HTTP/1.1\r\nHost: a\r\n\r\n",
     "\x16\x03\x01\x00\x7f\x01\x00\x00\x7b\x03\x03"s + std::string(116, '\x5A'),
 };

@@ -208,8 +208,8 @@ public:
 
         const double epochs = static_cast<double>(stations_) * seconds_;
         const double each = static_cast<double>(clientsEach_);
-        const double aloneEpoch =
-            aloneUs / (static_cast<double>(stations_) * (kAlone - kAlone / 2));
+        constexpr int measuredS = kAlone - kAlone / 2;
+        const double aloneEpoch = aloneUs / (static_cast<double>(stations_) * measuredS);
         std::printf("core-percent %.2f\n", us / (seconds_ * 1e4));
         std::printf("us-an-epoch %.1f\n", aloneEpoch);
         std::printf("us-an-epoch-and-client %.2f\n", (us / epochs - aloneEpoch) / each);

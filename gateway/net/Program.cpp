@@ -26,14 +26,14 @@ fs::path findProgram(const fs::path& name) {
     std::string_view folders = variable ? variable : "";
     while (!folders.empty()) {
         const std::string_view folder = folders.substr(0, folders.find(':'));
-        if (const fs::path path = fs::path(folder) / name; canRun(path))
+        if (fs::path path = fs::path(folder) / name; canRun(path))
             return path;
         folders.remove_prefix(std::min(folder.size() + 1, folders.size()));
     }
     std::error_code none;
     for (const fs::path& folder :
          {fs::read_symlink("/proc/self/exe", none).parent_path(), fs::path("/usr/sbin")})
-        if (const fs::path path = folder / name; canRun(path))
+        if (fs::path path = folder / name; canRun(path))
             return path;
     return {};
 }
