@@ -40,7 +40,7 @@ function path(file, object, filter) {
 
 mkdirSync(folder, { recursive: true });
 const charts = packageFolder("uplot");
-copyFileSync(join(charts, "dist/uPlot.esm.js"), join(folder, "uPlot.esm.js"));
+copyFileSync(join(charts, "dist/uPlot.iife.min.js"), join(folder, "uPlot.iife.min.js"));
 copyFileSync(join(charts, "dist/uPlot.min.css"), join(folder, "uPlot.min.css"));
 copyFileSync(join(charts, "LICENSE"), join(folder, "uPlot.LICENSE"));
 const world = packageFolder("world-atlas");

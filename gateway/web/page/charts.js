@@ -1,9 +1,9 @@
-// Charts: over time by uPlot, the others as SVG. Behind each stands a table.
+// Charts: over time by uPlot (vendor, a script of the page), the others as SVG. Behind each stands a
+// table.
 
 import { draw, make, setAttribute, setRows, setText } from "./dom.js";
 import { fixed, grouped, median, systemNames, systems, time } from "./format.js";
 import { satelliteMark } from "./marks.js";
-import uPlot from "./vendor/uPlot.esm.js";
 
 const dark = matchMedia("(prefers-color-scheme: dark)");
 const colour = (name) => getComputedStyle(document.documentElement).getPropertyValue(`--${name}`).trim();
