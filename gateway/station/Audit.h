@@ -29,15 +29,6 @@ ref::Frame frameOf(std::span<const std::uint8_t> bytes);
 
 class Audit {
 public:
-    struct Counts {
-        std::uint64_t epochs = 0;        // right, with at least one value that was compared
-        std::uint64_t notAudited = 0;    // epochs without one
-        std::uint64_t values = 0;        // observations whose values were compared
-        std::uint64_t notCompared = 0;   // observations whose values could not be
-        std::uint64_t wrongEpochs = 0;   // not sent
-        std::uint64_t wrongMessages = 0; // forwarded ones, not sent
-    };
-
     Audit(ref::Expectation terms, Say say);
 
     /// An engine has connected; its clock is within some hours of that time.
@@ -47,7 +38,7 @@ public:
     /// What it sends back; what of that may go to rovers, in order.
     std::vector<Block> take(const Block& block, Instant at);
 
-    const Counts& counts() const { return counts_; }
+    const AuditCounts& counts() const { return counts_; }
     /// The largest differences of the last epoch that was compared, by system.
     const std::vector<AuditLook::Worst>& worst() const { return worst_; }
     /// Tells them.
@@ -84,7 +75,7 @@ private:
     bool forgotten_ = false;         // something owed is no longer held
     std::set<std::string> notTaken_; // satellites whose last ephemeris the engine has not taken
     std::vector<Bytes> station_;     // messages that stand in front of the next epoch
-    Counts counts_;
+    AuditCounts counts_;
     std::vector<AuditLook::Worst> worst_;
     std::optional<Alarm> alarm_;
     std::optional<Instant> unprovenSince_; // since when no value was compared

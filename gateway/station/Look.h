@@ -65,10 +65,20 @@ struct SatelliteLook {
     std::optional<int> ephemerisIssue;
 };
 
+/// What an audit has counted.
+struct AuditCounts {
+    std::uint64_t epochs = 0;        // right, with at least one value that was compared
+    std::uint64_t notAudited = 0;    // epochs without one
+    std::uint64_t values = 0;        // observations whose values were compared
+    std::uint64_t notCompared = 0;   // observations whose values could not be
+    std::uint64_t wrongEpochs = 0;   // not sent
+    std::uint64_t wrongMessages = 0; // forwarded ones, not sent
+};
+
 /// What the audit has found.
 struct AuditLook {
     bool on = false;
-    std::uint64_t epochs = 0, unaudited = 0, withheld = 0, cells = 0;
+    AuditCounts counts;
     /// The largest differences of the last epoch, by system, with their bounds, m.
     struct Worst {
         char system;

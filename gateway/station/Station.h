@@ -61,8 +61,6 @@ public:
     const StationWatch& watch() const { return watch_; }
     std::uint64_t engineStarts() const { return engine_.starts(); }
     std::uint64_t failovers() const { return feed_.changes(); }
-    /// What the audit has found; null where there is none.
-    const Audit* audit() const { return audit_.get(); }
     /// Its line of the source table; nothing while it has never delivered.
     std::optional<ntrip::StreamEntry> tableEntry(Instant now) const;
 

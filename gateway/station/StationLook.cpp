@@ -46,12 +46,7 @@ bool Station::isLive() const {
 }
 
 AuditLook Station::auditLook() const {
-    AuditLook out;
-    if (!audit_)
-        return out;
-    const Audit::Counts& counts = audit_->counts();
-    return {true,          counts.epochs,  counts.notAudited, counts.wrongEpochs,
-            counts.values, audit_->worst()};
+    return audit_ ? AuditLook{true, audit_->counts(), audit_->worst()} : AuditLook{};
 }
 
 StationLook Station::look(Instant now) const {

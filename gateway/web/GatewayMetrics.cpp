@@ -46,11 +46,11 @@ constexpr PerStation kPerStation[] = {
     {"gateway_failovers_total", "counter", "Changes from one source to another.",
      [](const StationCounts& s) { return std::optional(number(s.failovers)); }},
     {"gateway_audited_epochs_total", "counter", "Epochs that the audit compared.",
-     [](const StationCounts& s) { return std::optional(number(s.audit.epochs)); }},
+     [](const StationCounts& s) { return std::optional(number(s.audit.counts.epochs)); }},
     {"gateway_unaudited_epochs_total", "counter", "Epochs that the audit could not compare.",
-     [](const StationCounts& s) { return std::optional(number(s.audit.unaudited)); }},
+     [](const StationCounts& s) { return std::optional(number(s.audit.counts.notAudited)); }},
     {"gateway_withheld_epochs_total", "counter", "Epochs that the audit withheld.",
-     [](const StationCounts& s) { return std::optional(number(s.audit.withheld)); }},
+     [](const StationCounts& s) { return std::optional(number(s.audit.counts.wrongEpochs)); }},
     {"gateway_clock_ahead_seconds", "gauge", "The stream's time minus the machine's.",
      [](const StationCounts& s) { return s.watch.clockAheadS(); }}};
 

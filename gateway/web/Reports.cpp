@@ -185,10 +185,10 @@ Json roverOf(const RoverLook& r) {
 
 Json auditOf(const AuditLook& audit) {
     Json out{{"on", audit.on},
-             {"epochs_total", audit.epochs},
-             {"unaudited_epochs_total", audit.unaudited},
-             {"withheld_epochs_total", audit.withheld},
-             {"cells_total", audit.cells},
+             {"epochs_total", audit.counts.epochs},
+             {"unaudited_epochs_total", audit.counts.notAudited},
+             {"withheld_epochs_total", audit.counts.wrongEpochs},
+             {"cells_total", audit.counts.values},
              {"worst", Json::array()}};
     for (const AuditLook::Worst& w : audit.worst)
         out["worst"].push_back({{"system", std::string(1, w.system)},

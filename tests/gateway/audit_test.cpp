@@ -72,7 +72,7 @@ std::vector<Block> blocksOf(const Bytes& bytes) {
 using Alter = std::function<void(std::vector<Block>& answer)>;
 
 struct Outcome {
-    Audit::Counts counts;
+    gateway::AuditCounts counts;
     std::vector<std::string> lines;
     int epochs = 0;    // that went on
     int positions = 0; // 1005 and 1006 that did
