@@ -13,15 +13,7 @@ using namespace std::chrono_literals;
 
 Gateway::Gateway(asio::io_context& context, const EventLog& log)
     : executor_(context.get_executor()), caster_(executor_, *this), notifier_(executor_),
-      overview_(
-          log,
-          [this] {
-              Overview::Names out;
-              for (const auto& [name, served] : stations_)
-                  out.emplace(name, served->station);
-              return out;
-          },
-          notifier_),
+      overview_(log, *this, notifier_),
       web_(executor_, overview_,
            [this](std::string address, std::string user, Secret password) {
                return caster_.admits(std::move(address), std::move(user), std::move(password));
@@ -93,6 +85,11 @@ std::shared_ptr<Station> Gateway::find(const std::string& mountpoint) const {
         if (served->station->settings().mountpoint == mountpoint)
             return served->station;
     return nullptr;
+}
+
+void Gateway::forEach(const std::function<void(Station&)>& take) const {
+    for (const auto& [name, served] : stations_)
+        take(*served->station);
 }
 
 std::vector<ntrip::StreamEntry> Gateway::table(Instant now) const {

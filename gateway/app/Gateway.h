@@ -10,6 +10,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -42,6 +43,7 @@ private:
     };
     std::shared_ptr<Station> find(const std::string& mountpoint) const override;
     std::vector<ntrip::StreamEntry> table(Instant now) const override;
+    void forEach(const std::function<void(Station&)>& take) const override;
     std::unique_ptr<Served> serve(const StationSettings& settings, std::size_t number) const;
     std::shared_ptr<Users> readUsers(const Settings& settings) const;
     awaitable<void> ticks();

@@ -7,6 +7,7 @@
 #include "gnss/ComTime.h"
 #include "gnss/Taiutc.h"
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 
@@ -17,6 +18,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr unsigned kLookTicks = 10;      // at what changes slowly
+constexpr unsigned kReadTicks = 600;     // at files that end on a day
 constexpr double kFewSatellites = 0.7;   // of the usual number
 constexpr std::size_t kEngineStarts = 3; // within
 constexpr Duration kEngineSpan = 10min;
@@ -26,8 +28,8 @@ constexpr std::uintmax_t kLeastSpace = std::uintmax_t{16} << 20; // bytes
 
 } // namespace
 
-Overview::Overview(const EventLog& log, All all, Notifier& notifier)
-    : log_(log), all_(std::move(all)), alarms_([&notifier](const Alarm& alarm, bool begins) {
+Overview::Overview(const EventLog& log, const Stations& stations, Notifier& notifier)
+    : log_(log), stations_(stations), alarms_([&notifier](const Alarm& alarm, bool begins) {
           say(begins ? Level::warning : Level::notice,
               alarm.station.empty() ? "gateway" : alarm.station,
               std::string(begins ? "alarm: " : "alarm ends: ") + titleOf(alarm.kind) + ": " +
@@ -38,18 +40,25 @@ Overview::Overview(const EventLog& log, All all, Notifier& notifier)
 void Overview::apply(const Settings& settings) {
     settings_ = settings;
     ticks_ = 0; // look at once
-    const Names stations = all_();
     std::erase_if(watched_, [&](const auto& entry) {
-        if (stations.contains(entry.first))
+        if (find(entry.first))
             return false;
         alarms_.forget(entry.first);
         return true;
     });
 }
 
+Station* Overview::find(const std::string& name) const {
+    Station* out = nullptr;
+    stations_.forEach([&](Station& station) {
+        if (station.settings().name == name)
+            out = &station;
+    });
+    return out;
+}
+
 void Overview::tick(Instant now) {
-    for (const auto& [name, station] : all_())
-        lookAt(name, *station, now);
+    stations_.forEach([&](Station& station) { lookAt(station, now); });
     lookAtGateway(now);
     ++ticks_;
 }
@@ -62,7 +71,8 @@ std::size_t Overview::Lately::count(std::uint64_t total, Instant now, Duration s
     return at.size();
 }
 
-void Overview::lookAt(const std::string& name, Station& station, Instant now) {
+void Overview::lookAt(Station& station, Instant now) {
+    const std::string& name = station.settings().name;
     Watched& watched = watched_[name];
     const StationGlance& glance = station.glance();
     const StationWatch& watch = station.watch();
@@ -111,8 +121,9 @@ void Overview::lookAtSatellites(Watched& watched, Station& station, Instant now)
 }
 
 void Overview::lookAtGateway(Instant now) {
-    if (ticks_ % kLookTicks == 0) {
+    if (ticks_ % kLookTicks == 0)
         disk_ = wrongDisk();
+    if (ticks_ % kReadTicks == 0) {
         certificate_ = wrongCertificate();
         leapSeconds_ = wrongLeapSeconds();
     }
@@ -151,22 +162,24 @@ std::string Overview::wrongLeapSeconds() const {
     const auto days = static_cast<int>(std::floor(static_cast<double>(leftS) / kSecondsPerDay));
     return days >= kLeapTableEndsSoonDays
                ? ""
-               : text("the leap seconds are known for %d more days: install a newer package", days);
+               : text("the leap seconds are known for %d more days: install a newer package",
+                      std::max(days, 0));
 }
 
-StationRow Overview::rowOf(const std::string& name, const Station& station) const {
-    return {name, station.settings().mountpoint, station.glance(), alarms_.ofStation(name)};
+StationRow Overview::rowOf(const Station& station) const {
+    const StationSettings& settings = station.settings();
+    return {settings.name, settings.mountpoint, station.glance(), alarms_.ofStation(settings.name)};
 }
 
 Totals Overview::totals() const {
     Totals out;
-    for (const auto& [name, station] : all_()) {
+    stations_.forEach([&](Station& station) {
         ++out.stations;
-        const StationGlance& glance = station->glance();
+        const StationGlance& glance = station.glance();
         out.delivering += glance.delivery == Delivery::delivering ? 1 : 0;
         out.rovers += glance.rovers;
-        out.sentBytes += station->mountpoint().totals.sentBytes;
-    }
+        out.sentBytes += station.mountpoint().totals.sentBytes;
+    });
     out.listeners = listeners_;
     return out;
 }
@@ -177,44 +190,44 @@ std::string Overview::fleetHead() const {
 
 std::map<std::string, std::string> Overview::summaries() const {
     std::map<std::string, std::string> out;
-    for (const auto& [name, station] : all_())
-        out.emplace(name, summaryJson(rowOf(name, *station)));
+    stations_.forEach([&](Station& station) {
+        out.emplace(station.settings().name, summaryJson(rowOf(station)));
+    });
     return out;
 }
 
 std::optional<std::string> Overview::station(const std::string& name) const {
-    const Names stations = all_();
-    const auto found = stations.find(name);
-    if (found == stations.end())
+    Station* const found = find(name);
+    if (!found)
         return std::nullopt;
     const Instant now = std::chrono::steady_clock::now();
-    const StationLook look = found->second->look(now);
-    return stationJson({rowOf(name, *found->second), look, found->second->watch(), log_.events()},
-                       now, ctl::status::nowUnixS());
+    return stationJson({rowOf(*found), found->look(now), found->watch(), log_.events()}, now,
+                       ctl::status::nowUnixS());
 }
 
 std::optional<std::string> Overview::events(const std::optional<std::string>& station) const {
-    if (station && !all_().contains(*station))
+    if (station && !find(*station))
         return std::nullopt;
     return eventsJson(log_.events(), station);
 }
 
 std::string Overview::metrics() const {
     std::vector<StationCounts> counts;
-    const Names stations = all_();
-    for (const auto& [name, station] : stations)
-        counts.push_back({name, station->glance(), station->watch(), station->auditLook(),
-                          station->engineStarts(), station->failovers(),
-                          station->mountpoint().totals.cutOff,
-                          station->mountpoint().totals.sentBytes});
+    stations_.forEach([&](Station& station) {
+        const Mountpoint::Totals& totals = station.mountpoint().totals;
+        counts.push_back({station.settings().name, station.glance(), station.watch(),
+                          station.auditLook(), station.engineStarts(), station.failovers(),
+                          totals.cutOff, totals.sentBytes});
+    });
     return metricsText(counts, alarms_, totals());
 }
 
 std::vector<std::string> Overview::untried() const {
     std::vector<std::string> out;
-    for (const auto& [name, station] : all_())
-        if (!station->tried())
-            out.push_back(name);
+    stations_.forEach([&](Station& station) {
+        if (!station.tried())
+            out.push_back(station.settings().name);
+    });
     return out;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/app/Notifier.h"
+#include "gateway/caster/Caster.h"
 #include "gateway/station/Station.h"
 #include "gateway/watch/Alarms.h"
 #include "gateway/watch/EventLog.h"
@@ -8,9 +9,8 @@
 #include "gateway/web/WebServer.h"
 
 #include <deque>
-#include <functional>
 #include <map>
-#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,10 +20,7 @@ namespace gateway {
 
 class Overview final : public WebView {
 public:
-    /// The stations by name.
-    using Names = std::map<std::string, std::shared_ptr<Station>>;
-    using All = std::function<Names()>;
-    Overview(const EventLog& log, All all, Notifier& notifier);
+    Overview(const EventLog& log, const Stations& stations, Notifier& notifier);
 
     void apply(const Settings& settings);
     /// Once a second: looks for what is wrong.
@@ -49,17 +46,19 @@ private:
         std::string few, gone; // what was wrong when it was last looked at
     };
 
-    void lookAt(const std::string& name, Station& station, Instant now);
+    /// By its name; null where there is none.
+    Station* find(const std::string& name) const;
+    void lookAt(Station& station, Instant now);
     void lookAtSatellites(Watched& watched, Station& station, Instant now) const;
     void lookAtGateway(Instant now);
     std::string wrongCertificate() const;
     std::string wrongDisk() const;
     std::string wrongLeapSeconds() const;
     Totals totals() const;
-    StationRow rowOf(const std::string& name, const Station& station) const;
+    StationRow rowOf(const Station& station) const;
 
     const EventLog& log_;
-    All all_;
+    const Stations& stations_;
     Settings settings_;
     Alarms alarms_;
     std::map<std::string, Watched> watched_;

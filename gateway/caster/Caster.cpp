@@ -4,11 +4,11 @@
 #include "gnss/Clock.h"
 
 #include <boost/asio/co_spawn.hpp>
-#include <boost/asio/redirect_error.hpp>
 #include <openssl/crypto.h>
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <utility>
 
 namespace gateway {
@@ -104,7 +104,14 @@ std::shared_ptr<asio::ssl::context> tlsOf(const CasterSettings& settings) {
 
 Caster::Caster(const asio::any_io_executor& executor, const Stations& stations)
     : executor_(executor), stations_(stations),
-      tasks_(executor, [](const std::string& why) { say(Level::error, "caster", why); }),
+      listeners_(executor, {"caster", "listens on ", ""},
+                 [this](tcp::socket socket) {
+                     clients_.start(converse(std::move(socket), /*tls=*/false));
+                 }),
+      tlsListeners_(executor, {"caster", "listens on ", " (TLS)"},
+                    [this](tcp::socket socket) {
+                        clients_.start(converse(std::move(socket), /*tls=*/true));
+                    }),
       clients_(executor, [](const std::string&) {}) {}
 
 void Caster::apply(CasterSettings settings, std::shared_ptr<Users> users) {
@@ -114,65 +121,16 @@ void Caster::apply(CasterSettings settings, std::shared_ptr<Users> users) {
     for (const auto& [rover, by] : admitted_)
         if (hashOf(by.user) != by.hash)
             rover->sendAway();
-    const auto wanted = [this](const Listener& listener) {
-        const auto& list = listener.tls ? settings_.listenTls : settings_.listen;
-        return std::ranges::count(list, listener.where) > 0;
-    };
-    std::erase_if(listeners_, [&](const auto& listener) {
-        if (wanted(*listener))
-            return false;
-        listener->acceptor.close();
-        return true;
-    });
-    for (const HostPort& where : settings_.listen)
-        open(where, /*tls=*/false);
-    for (const HostPort& where : settings_.listenTls)
-        open(where, /*tls=*/true);
+    std::vector<std::string> failures = listeners_.apply(settings_.listen);
+    std::ranges::copy(tlsListeners_.apply(settings_.listenTls), std::back_inserter(failures));
+    if (!failures.empty())
+        throw std::runtime_error(failures.front());
 }
 
 void Caster::stop() {
-    tasks_.cancel();
+    listeners_.stop();
+    tlsListeners_.stop();
     clients_.cancel();
-    listeners_.clear();
-}
-
-/// Unless it is open.
-void Caster::open(const HostPort& where, bool tls) {
-    if (std::ranges::any_of(listeners_, [&](const auto& listener) {
-            return listener->where == where && listener->tls == tls;
-        }))
-        return;
-    try {
-        const tcp::endpoint endpoint(asio::ip::make_address(where.host), where.port);
-        // [::] takes IPv4 as well
-        listeners_.push_back(
-            std::make_shared<Listener>(Listener{where, tls, tcp::acceptor(executor_, endpoint)}));
-    } catch (const boost::system::system_error& e) {
-        throw std::runtime_error("cannot listen on " + shown(where) + ": " + e.code().message());
-    }
-    const HostPort there{where.host, listeners_.back()->acceptor.local_endpoint().port()};
-    say(Level::notice, "caster", "listens on " + shown(there) + (tls ? " (TLS)" : ""));
-    tasks_.start(accept(listeners_.back()));
-}
-
-awaitable<void> Caster::accept(std::shared_ptr<Listener> listener) {
-    bool told = false;
-    while (listener->acceptor.is_open()) {
-        error_code e;
-        tcp::socket socket =
-            co_await listener->acceptor.async_accept(asio::redirect_error(use_awaitable, e));
-        if (e == asio::error::operation_aborted)
-            co_return;
-        if (e) { // no descriptors are left, for one
-            if (!std::exchange(told, true))
-                say(Level::error, "caster",
-                    "takes nobody on " + shown(listener->where) + ": " + e.message());
-            co_await pause(1s);
-        } else {
-            told = false;
-            clients_.start(converse(std::move(socket), listener->tls));
-        }
-    }
 }
 
 awaitable<void> Caster::converse(tcp::socket socket, bool tls) {

@@ -2,6 +2,7 @@
 
 #include "gateway/caster/Admission.h"
 #include "gateway/caster/Rover.h"
+#include "gateway/net/Listeners.h"
 #include "gateway/net/Tasks.h"
 #include "gateway/settings/Settings.h"
 #include "gateway/settings/Users.h"
@@ -10,7 +11,7 @@
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/thread_pool.hpp>
 
-#include <list>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -27,6 +28,8 @@ public:
     /// By its mountpoint; null where there is none.
     virtual std::shared_ptr<Station> find(const std::string& mountpoint) const = 0;
     virtual std::vector<ntrip::StreamEntry> table(Instant now) const = 0;
+    /// In the order of their names.
+    virtual void forEach(const std::function<void(Station&)>& take) const = 0;
 
 protected:
     ~Stations() = default;
@@ -40,7 +43,7 @@ public:
     /// those that did not change stay open. std::runtime_error names what cannot be used.
     void apply(CasterSettings settings, std::shared_ptr<Users> users);
     void stop();
-    bool idle() const { return tasks_.idle() && clients_.idle(); }
+    bool idle() const { return listeners_.idle() && tlsListeners_.idle() && clients_.idle(); }
     void tick(Instant now) { admission_.forgetOld(now); }
 
     std::size_t clients() const { return admission_.clients(); }
@@ -48,13 +51,6 @@ public:
     awaitable<bool> admits(std::string address, std::string user, Secret password);
 
 private:
-    struct Listener {
-        HostPort where;
-        bool tls;
-        tcp::acceptor acceptor;
-    };
-    void open(const HostPort& where, bool tls);
-    awaitable<void> accept(std::shared_ptr<Listener> listener);
     awaitable<void> converse(tcp::socket socket, bool tls);
     awaitable<void> answer(Channel& channel, const std::string& address);
     awaitable<void> sendTable(Channel& channel, const ntrip::Request& request);
@@ -80,10 +76,10 @@ private:
     };
     std::map<Rover*, Admitted> admitted_;
     std::shared_ptr<asio::ssl::context> tls_;
-    std::vector<std::shared_ptr<Listener>> listeners_;
+    Listeners listeners_, tlsListeners_;
     Admission admission_;
     asio::thread_pool hashing_{1}; // a hash takes long on purpose
-    Tasks tasks_, clients_;
+    Tasks clients_;
 };
 
 } // namespace gateway

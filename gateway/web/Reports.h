@@ -34,7 +34,7 @@ std::string fleetHeadJson(double atUnixS, const Totals& totals, const std::vecto
 
 struct StationReport {
     StationRow row;
-    const StationLook& look;
+    StationLook look;
     StationWatch& watch;
     const std::deque<Event>& events; // of all stations
 };

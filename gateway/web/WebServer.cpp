@@ -6,7 +6,6 @@
 #include "gateway/web/PageFile.h"
 #include "gnss/Clock.h"
 
-#include <boost/asio/redirect_error.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/url.hpp>
 #include <nlohmann/json.hpp>
@@ -134,56 +133,28 @@ const char* mediaTypeOf(std::string_view path) {
 
 WebServer::WebServer(const asio::any_io_executor& executor, const WebView& view, Admits admits)
     : executor_(executor), view_(view), admits_(std::move(admits)),
-      tasks_(executor, [](const std::string& why) { say(Level::error, "page", why); }),
-      conversations_(executor, [](const std::string&) {}) {}
-
-void WebServer::apply(const WebSettings& settings) {
-    settings_ = settings;
-    std::erase_if(listeners_, [&](const auto& listener) {
-        if (std::ranges::count(settings_.listen, listener->where) > 0)
-            return false;
-        listener->acceptor.close();
-        return true;
-    });
-    for (const HostPort& where : settings_.listen)
-        open(where);
-}
-
-void WebServer::stop() {
-    tasks_.cancel();
-    conversations_.cancel();
-    listeners_.clear();
+      listeners_(executor, {"page", "http://", "/"},
+                 [this](tcp::socket socket) {
+                     if (connections_ < kMostConnections)
+                         conversations_.start(converse(std::move(socket)));
+                 }),
+      conversations_(executor, [](const std::string&) {}) {
+    for (const PageFile& file : pageFiles())
+        pages_[file.path] = {file.content,
+                             "\"" + std::to_string(std::hash<std::string_view>{}(file.content)) +
+                                 "\""};
 }
 
 /// The stations work without it.
-void WebServer::open(const HostPort& where) {
-    if (std::ranges::any_of(listeners_, [&](const auto& open) { return open->where == where; }))
-        return;
-    try {
-        const tcp::endpoint endpoint(asio::ip::make_address(where.host), where.port);
-        listeners_.push_back(
-            std::make_shared<Listener>(Listener{where, tcp::acceptor(executor_, endpoint)}));
-    } catch (const boost::system::system_error& e) {
-        return say(Level::warning, "page",
-                   "cannot listen on " + shown(where) + ": " + e.code().message());
-    }
-    say(Level::notice, "page",
-        "http://" + gateway::shown(listeners_.back()->acceptor.local_endpoint()) + "/");
-    tasks_.start(accept(listeners_.back()));
+void WebServer::apply(const WebSettings& settings) {
+    settings_ = settings;
+    for (const std::string& failure : listeners_.apply(settings_.listen))
+        say(Level::warning, "page", failure);
 }
 
-awaitable<void> WebServer::accept(std::shared_ptr<Listener> listener) {
-    while (listener->acceptor.is_open()) {
-        error_code e;
-        tcp::socket socket =
-            co_await listener->acceptor.async_accept(asio::redirect_error(use_awaitable, e));
-        if (e == asio::error::operation_aborted)
-            co_return;
-        if (e)
-            co_await pause(1s); // no descriptors are left, for one
-        else if (connections_ < kMostConnections)
-            conversations_.start(converse(std::move(socket)));
-    }
+void WebServer::stop() {
+    listeners_.stop();
+    conversations_.cancel();
 }
 
 awaitable<void> WebServer::converse(tcp::socket socket) {
@@ -310,16 +281,12 @@ std::string WebServer::answerTo(const Request& request) const {
                                       : path.starts_with("/station/")
                                           ? "station.html"
                                           : std::string_view(path).substr(1);
-        for (const PageFile& file : pageFiles()) {
-            if (file.path != name)
-                continue;
-            const std::string tag =
-                "\"" + std::to_string(std::hash<std::string_view>{}(file.content)) + "\"";
-            const bool same = request.sameAs == tag;
+        if (const auto page = pages_.find(name); page != pages_.end()) {
+            const bool same = request.sameAs == page->second.tag;
             answer = answerOf(same ? http::status::not_modified : http::status::ok,
-                              mediaTypeOf(file.path), same ? "" : std::string(file.content));
+                              mediaTypeOf(name), same ? "" : std::string(page->second.content));
             answer.set(http::field::cache_control, "no-cache");
-            answer.set(http::field::etag, tag);
+            answer.set(http::field::etag, page->second.tag);
         }
     }
     return whole(std::move(answer), request.keepAlive, request.head);

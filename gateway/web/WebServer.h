@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gateway/net/Channel.h"
+#include "gateway/net/Listeners.h"
 #include "gateway/net/Outbox.h"
 #include "gateway/net/Tasks.h"
 #include "gateway/settings/Settings.h"
@@ -9,9 +9,7 @@
 
 #include <cstddef>
 #include <functional>
-#include <list>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -51,19 +49,19 @@ public:
         std::function<awaitable<bool>(std::string address, std::string user, Secret password)>;
     WebServer(const asio::any_io_executor& executor, const WebView& view, Admits admits);
 
-    /// Opens and closes listeners; one that cannot be opened is told and tried at the next call.
+    /// Opens and closes listeners; one that cannot be opened is told, and tried at the next call.
     void apply(const WebSettings& settings);
     void stop();
-    bool idle() const { return tasks_.idle() && conversations_.idle(); }
+    bool idle() const { return listeners_.idle() && conversations_.idle(); }
     /// Who listen to what happens.
     std::size_t hearers() const { return hearers_.size(); }
     /// Once a second: tells those who listen.
     void tick();
 
 private:
-    struct Listener {
-        HostPort where;
-        tcp::acceptor acceptor;
+    struct Page {
+        std::string_view content;
+        std::string tag; // ETag
     };
     struct Request {
         std::string path;
@@ -84,8 +82,6 @@ private:
         Channel* channel = nullptr;
     };
 
-    void open(const HostPort& where);
-    awaitable<void> accept(std::shared_ptr<Listener> listener);
     awaitable<void> converse(tcp::socket socket);
     awaitable<bool> answer(Channel& channel, const Request& request, const std::string& address);
     awaitable<void> tellLive(Channel& channel, const Request& request);
@@ -96,12 +92,13 @@ private:
     const WebView& view_;
     Admits admits_;
     WebSettings settings_;
-    std::vector<std::shared_ptr<Listener>> listeners_;
+    std::map<std::string_view, Page> pages_; // by path
+    Listeners listeners_;
     std::set<Hearer*> hearers_;
     std::map<std::string, std::string> told_; // summaries, as the hearers of the fleet know them
     unsigned quiet_ = 0;                      // ticks without a word
     std::size_t connections_ = 0;
-    Tasks tasks_, conversations_;
+    Tasks conversations_;
 };
 
 } // namespace gateway
