@@ -48,7 +48,7 @@ awaitable<int> statusOf(Channel& channel) {
 } // namespace
 
 Notifier::Notifier(const asio::any_io_executor& executor)
-    : webhookBell_(executor), commandBell_(executor),
+    : forWebhook_{{}, Bell(executor)}, forCommand_{{}, Bell(executor)},
       tasks_(executor, [](const std::string& why) { sayOf(Level::error, why); }) {
     tasks_.start(callWebhook());
     tasks_.start(runCommand());
@@ -56,25 +56,31 @@ Notifier::Notifier(const asio::any_io_executor& executor)
 
 void Notifier::tell(const Alarm& alarm, bool begins) {
     const Notice notice{alarm, begins, alarmJson(alarm, begins, ctl::status::nowUnixS())};
-    const auto wait = [&](std::deque<Notice>& in, Bell& bell) {
-        in.push_back(notice);
-        if (in.size() > kMostWaiting)
-            in.pop_front();
-        bell.ring();
-    };
     if (!settings_.webhook.empty())
-        wait(forWebhook_, webhookBell_);
+        forWebhook_.put(notice);
     if (!settings_.command.empty())
-        wait(forCommand_, commandBell_);
+        forCommand_.put(notice);
+}
+
+void Notifier::Queue::put(const Notice& notice) {
+    notices.push_back(notice);
+    if (notices.size() > kMostWaiting)
+        notices.pop_front();
+    filled.ring();
+}
+
+awaitable<Notifier::Notice> Notifier::Queue::next() {
+    while (notices.empty())
+        co_await filled.wait();
+    Notice notice = std::move(notices.front());
+    notices.pop_front();
+    co_return notice;
 }
 
 awaitable<void> Notifier::callWebhook() {
     const auto state = co_await asio::this_coro::cancellation_state;
     for (;;) {
-        while (forWebhook_.empty())
-            co_await webhookBell_.wait();
-        const Notice notice = std::move(forWebhook_.front());
-        forWebhook_.pop_front();
+        const Notice notice = co_await forWebhook_.next();
         Duration wait = kFirstWait;
         for (int tries = 1;; ++tries, wait = std::min(2 * wait, kMostWait)) {
             const Ending end = co_await endOf(within(kLimit, post(notice.json), "no answer"));
@@ -82,7 +88,8 @@ awaitable<void> Notifier::callWebhook() {
                 co_return;
             if (end.why.empty())
                 break;
-            const bool last = tries == kMostTries || forWebhook_.size() >= kMostWaiting;
+            const bool last = tries == kMostTries || forWebhook_.notices.size() >= kMostWaiting ||
+                              settings_.webhook.empty();
             sayOf(Level::warning, "the webhook: " + end.why +
                                       (last ? "; given up" : "; again in " + inSeconds(wait)));
             if (last)
@@ -93,21 +100,19 @@ awaitable<void> Notifier::callWebhook() {
 }
 
 awaitable<void> Notifier::post(std::string json) {
-    const auto url = boost::urls::parse_uri(settings_.webhook);
-    if (!url)
-        throw std::runtime_error("its address cannot be read");
-    const bool tls = url->scheme_id() == boost::urls::scheme::https;
-    const HostPort host{url->host_address(), url->has_port()
-                                                 ? url->port_number()
-                                                 : static_cast<std::uint16_t>(tls ? 443 : 80)};
+    const boost::urls::url url = boost::urls::parse_uri(settings_.webhook).value();
+    const bool tls = url.scheme_id() == boost::urls::scheme::https;
+    const HostPort host{url.host_address(), url.has_port()
+                                                ? url.port_number()
+                                                : static_cast<std::uint16_t>(tls ? 443 : 80)};
     ChannelPtr channel;
     if (tls)
         channel = co_await connectTlsTo(host, std::nullopt, kLimit);
     else
         channel = co_await connectTo(host, std::nullopt, kLimit);
-    const std::string target(url->encoded_target());
+    const std::string target(url.encoded_target());
     http::request<http::string_body> request{http::verb::post, target.empty() ? "/" : target, 11};
-    request.set(http::field::host, std::string(url->encoded_host_and_port()));
+    request.set(http::field::host, std::string(url.encoded_host_and_port()));
     request.set(http::field::user_agent, "kestrune-gateway");
     request.set(http::field::content_type, "application/json");
     request.keep_alive(false);
@@ -126,10 +131,7 @@ awaitable<void> Notifier::runCommand() {
     const auto state = co_await asio::this_coro::cancellation_state;
     const auto executor = co_await asio::this_coro::executor;
     for (;;) {
-        while (forCommand_.empty())
-            co_await commandBell_.wait();
-        const Notice notice = std::move(forCommand_.front());
-        forCommand_.pop_front();
+        const Notice notice = co_await forCommand_.next();
         const Alarm& alarm = notice.alarm;
         const std::vector<std::string> arguments{
             notice.begins ? "begins" : "ends", std::string(nameOf(alarm.kind)),

@@ -33,13 +33,18 @@ private:
         bool begins;
         std::string json;
     };
+    struct Queue {
+        std::deque<Notice> notices;
+        Bell filled;
+        void put(const Notice& notice);
+        awaitable<Notice> next();
+    };
     awaitable<void> callWebhook();
     awaitable<void> runCommand();
     awaitable<void> post(std::string json);
 
     AlarmSettings settings_;
-    std::deque<Notice> forWebhook_, forCommand_;
-    Bell webhookBell_, commandBell_;
+    Queue forWebhook_, forCommand_;
     Tasks tasks_;
 };
 

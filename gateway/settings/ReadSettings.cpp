@@ -9,6 +9,8 @@
 #include "gateway/settings/Examine.h"
 #include "gateway/settings/Section.h"
 
+#include <boost/url/parse.hpp>
+
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -259,7 +261,8 @@ private:
     void readAlarms(const Section& section) {
         section.tellUnknown(kAlarmKeys);
         if (auto url = section.text("webhook")) {
-            if (url->starts_with("http://") || url->starts_with("https://"))
+            if (boost::urls::parse_uri(*url) &&
+                (url->starts_with("http://") || url->starts_with("https://")))
                 out_.alarms.webhook = std::move(*url);
             else
                 section.error("webhook", "is no address of a web server",

@@ -89,6 +89,7 @@ awaitable<void> Engine::run(EnginePlan plan) {
     tcp::acceptor acceptor(executor, listenAt(plan));
     for (Duration wait = kFirstWait;;) {
         const Instant began = std::chrono::steady_clock::now();
+        pausing_ = false;
         ++starts_;
         const Ending end = co_await endOf(once(plan, acceptor));
         if (isCancelled(state))
@@ -101,7 +102,6 @@ awaitable<void> Engine::run(EnginePlan plan) {
                  inSeconds(wait));
         pausing_ = true;
         co_await pause(wait);
-        pausing_ = false;
     }
 }
 
