@@ -1,5 +1,6 @@
 #include "bench/Sockets.h"
 #include "bench/Station.h"
+#include "ctl/CommandLine.h"
 
 #include <chrono>
 #include <csignal>
@@ -222,10 +223,5 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return run(argc, argv);
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "bench_hostile: %s\n", e.what());
-        return 1;
-    }
+    return ctl::guarded("bench_hostile", run, argc, argv);
 }

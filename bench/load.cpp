@@ -1,5 +1,6 @@
 #include "bench/Sockets.h"
 #include "bench/Station.h"
+#include "ctl/CommandLine.h"
 
 #include <array>
 #include <chrono>
@@ -384,10 +385,5 @@ int load(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return load(argc, argv);
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "bench_load: %s\n", e.what());
-        return 1;
-    }
+    return ctl::guarded("bench_load", load, argc, argv);
 }

@@ -86,13 +86,8 @@ TEST(Gateway, TakesItsPlaceFromTheStreamAndStopsWhenItMoves) {
 }
 
 TEST(Gateway, StartsAnEngineAgainThatDies) {
-    const Ports ports;
-    RunningGateway gateway(ports, stationSource(ports) + kPosition);
-    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    Client rover(ports.caster, askOf("CANB"), kGranted);
-    const Client station(ports.station);
-    ASSERT_TRUE(station.send(streamOf(3)));
-    EXPECT_EQ(wholeEpochs(rover.receive(epochs(3))), 3);
+    Road road(3);
+    auto& [ports, gateway, station, rover] = road;
     const std::string status = gateway.status();
     const std::size_t at = status.find("\"process_id\":") + 13;
     kill(std::stoi(status.substr(at)), SIGKILL);

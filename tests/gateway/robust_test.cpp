@@ -36,13 +36,8 @@ private:
 } // namespace
 
 TEST(Gateway, StartsAnEngineAgainThatHangs) {
-    const Ports ports;
-    RunningGateway gateway(ports, stationSource(ports) + kPosition);
-    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    const Client station(ports.station);
-    Client rover(ports.caster, askOf("CANB"), kGranted);
-    ASSERT_TRUE(station.send(streamOf(2)));
-    EXPECT_EQ(wholeEpochs(rover.receive(epochs(2))), 2);
+    Road road(2);
+    auto& [ports, gateway, station, rover] = road;
     const int engine = engineOf(gateway);
     ASSERT_GT(engine, 0);
     kill(engine, SIGSTOP);
@@ -78,13 +73,8 @@ TEST(Gateway, GoesOnWithoutDescriptors) {
     GTEST_SKIP() << "the sanitizer opens descriptors of its own to look at objects";
 #endif
 #endif
-    const Ports ports;
-    RunningGateway gateway(ports, stationSource(ports) + kPosition);
-    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    const Client station(ports.station);
-    Client rover(ports.caster, askOf("CANB"), kGranted);
-    ASSERT_TRUE(station.send(streamOf(1)));
-    EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
+    Road road(1);
+    auto& [ports, gateway, station, rover] = road;
     gateway.allowDescriptors(3);
     Epochs sky;
     {
@@ -103,16 +93,9 @@ TEST(Gateway, GoesOnWithoutDescriptors) {
 }
 
 TEST(Gateway, GoesOnWhereAnOutputHasNoRoom) {
-    const Ports ports;
-    RunningGateway gateway(ports,
-                           stationSource(ports) + kPosition + "push = [\"file:/dev/full\"]\n");
-    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    const Client station(ports.station);
-    Client rover(ports.caster, askOf("CANB"), kGranted);
-    ASSERT_TRUE(station.send(streamOf(3)));
-    EXPECT_EQ(wholeEpochs(rover.receive(epochs(3))), 3);
-    EXPECT_TRUE(gateway.tells("/dev/full: No space left on device; next attempt in"))
-        << gateway.log();
+    const Road road(3, "push = [\"file:/dev/full\"]\n");
+    EXPECT_TRUE(road.gateway.tells("/dev/full: No space left on device; next attempt in"))
+        << road.gateway.log();
 }
 
 TEST(Gateway, FollowsAStationThatMayMove) {

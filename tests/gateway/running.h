@@ -224,4 +224,19 @@ inline auto epochs(int count) {
     return [count](const Bytes& received) { return wholeEpochs(received) >= count; };
 }
 
+/// A station, the gateway with its engine, and a rover to whom the first epochs have come.
+struct Road {
+    explicit Road(int first, const std::string& more = "")
+        : gateway(ports, stationSource(ports) + kPosition + more), station(ports.station),
+          rover(ports.caster, askOf("CANB"), kGranted) {
+        EXPECT_TRUE(gateway.engineConnected()) << gateway.log();
+        EXPECT_TRUE(station.send(streamOf(first)));
+        EXPECT_EQ(wholeEpochs(rover.receive(epochs(first))), first);
+    }
+    const Ports ports;
+    RunningGateway gateway;
+    const Client station;
+    Client rover;
+};
+
 } // namespace running
