@@ -12,6 +12,8 @@ if(NOT CMAKE_CROSSCOMPILING)
 endif()
 
 set(openssl ${CMAKE_BINARY_DIR}/source/openssl)
+# Programs find them there by a path relative to their own: they do not tell where they were built.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/armhf-openssl ${openssl}
                 COMMAND_ERROR_IS_FATAL ANY)
 set(openssl_libraries ${openssl}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE})
