@@ -23,10 +23,22 @@ double rounded(double s) {
 /// Signals on the first carrier of a system: ids 1 to 7 and 30 to 32 of its mask (DF395).
 constexpr std::uint32_t kFirstCarrier = 0xFE000007;
 
+/// The interval after one more gap: a mean of about the last twenty. A gap that is much longer is
+/// none of the interval: the stream was interrupted, or the satellite had set.
+double intervalAfter(double intervalS, double gapS, std::uint64_t gaps) {
+    constexpr double most = 20.0, muchLonger = 5.0;
+    if (gaps == 1)
+        return gapS;
+    if (gapS > muchLonger * intervalS && gapS > seconds(kSilent))
+        return intervalS;
+    return intervalS + (gapS - intervalS) / std::min(static_cast<double>(gaps), most);
+}
+
 } // namespace
 
 void Heard::take(const Block& block, Instant at) {
-    first_ = first_.value_or(at);
+    if (last_ && at - *last_ < kSilent)
+        activeS_ += seconds(at - *last_);
     last_ = at;
     bytes_ += block.bytes.size();
     int before = 0; // a number may come twice in an epoch, where one message cannot hold it
@@ -47,8 +59,9 @@ void Heard::takeFrame(std::span<const std::uint8_t> frame, Instant at) {
     const bool ephemeris = ctl::dump::isEphemeris(type);
     Kind& kind = kinds_[{type, ephemeris ? satelliteOf(frame) : 0}];
     kind.bytes += frame.size();
-    if (kind.count++ == 0)
-        kind.first = at;
+    if (kind.count > 0)
+        kind.intervalS = intervalAfter(kind.intervalS, seconds(at - kind.last), kind.count);
+    ++kind.count;
     kind.last = at;
     if (type == 1005 || type == 1006) {
         PositionMessage m;
@@ -89,11 +102,9 @@ std::vector<MessageLook> Heard::messages() const {
         if (out.empty() || out.back().number != key.first)
             out.push_back({key.first});
         MessageLook& of = out.back();
-        const double span = seconds(kind.last - kind.first);
         // Of ephemerides, those of one satellite of many: that which tells most.
         if (kind.count >= 2)
-            of.intervalS =
-                std::max(of.intervalS, rounded(span / static_cast<double>(kind.count - 1)));
+            of.intervalS = std::max(of.intervalS, rounded(kind.intervalS));
         of.messages += kind.count;
         of.bytes += kind.bytes;
     }
@@ -113,8 +124,8 @@ void Heard::describe(ntrip::StreamEntry& entry) const {
         entry.systems += letter;
         entry.carrier = std::max(entry.carrier, (found->second & ~kFirstCarrier) != 0 ? 2 : 1);
     }
-    const double span = first_ ? seconds(last_ - *first_) : 0.0;
-    entry.bitRate = span >= 1.0 ? static_cast<int>(8.0 * static_cast<double>(bytes_) / span) : 0;
+    entry.bitRate =
+        activeS_ >= 1.0 ? static_cast<int>(8.0 * static_cast<double>(bytes_) / activeS_) : 0;
     if (place_) {
         const Vector3 blh = xyzblh(*place_, 1.0, 0, 0, 0, 0, 0);
         entry.latitudeDeg = blh[0] * 180 / kPi;

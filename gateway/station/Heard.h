@@ -43,7 +43,8 @@ public:
 private:
     struct Kind {
         std::uint64_t count = 0, bytes = 0;
-        Instant first, last;
+        Instant last;
+        double intervalS = 0.0; // 0: came once
     };
     void takeFrame(std::span<const std::uint8_t> frame, Instant at);
 
@@ -51,8 +52,8 @@ private:
     std::map<std::pair<int, int>, Kind> kinds_;
     std::optional<Vector3> place_;
     std::string receiver_, antenna_;
-    std::optional<Instant> first_, lastEpoch_;
-    Instant last_;
+    std::optional<Instant> last_, lastEpoch_;
+    double activeS_ = 0.0; // without the time in which nothing came
     std::uint64_t epochs_ = 0, bytes_ = 0;
     std::map<char, std::uint32_t> signals_; // masks (DF395), by system
 };

@@ -1,3 +1,4 @@
+#include "gateway/station/Heard.h"
 #include "gateway/station/Sky.h"
 #include "gateway/station/StationWatch.h"
 #include "gateway/watch/Alarms.h"
@@ -26,10 +27,15 @@ struct Told {
     }};
 };
 
-Block epochAt(ref::Sky& sky, const ref::GpsTime& time) {
-    Block out{{}, Block::Kind::epoch, {}};
-    for (const ref::Bytes& f : sky.epochFrames(time, 7))
+Block blockOf(const std::vector<ref::Bytes>& frames, Block::Kind kind) {
+    Block out{{}, kind, {}};
+    for (const ref::Bytes& f : frames)
         out.bytes.insert(out.bytes.end(), f.begin(), f.end());
+    return out;
+}
+
+Block epochAt(ref::Sky& sky, const ref::GpsTime& time) {
+    Block out = blockOf(sky.epochFrames(time, 7), Block::Kind::epoch);
     out.first = headOf(std::span(out.bytes).first(wholeFrame(out.bytes)));
     return out;
 }
@@ -117,6 +123,28 @@ TEST(StationWatch, MeasuresDelayAndTellsWhatIsUnusual) {
     watch.wentOut(without, end + 5ms);
     EXPECT_EQ(watch.goneSystems(end), "E");
     EXPECT_LT(watch.cellsOut().count(), satellites);
+}
+
+TEST(Heard, LeavesInterruptionsOutOfWhatItMeasures) {
+    ref::Sky sky(kHere);
+    sky.systems = "G";
+    Heard heard;
+    std::size_t bytes = 0;
+    for (int i = 0; i < 240; ++i) { // nothing for two hours in the middle
+        const Instant at = kStart + i * 1s + (i < 120 ? 0h : 2h);
+        const Block epoch = epochAt(sky, kThen + i);
+        bytes = epoch.bytes.size();
+        heard.take(epoch, at);
+        if (i % 30 == 0)
+            heard.take(blockOf(sky.ephemerisFrames(kThen), Block::Kind::between), at);
+    }
+    ntrip::StreamEntry entry;
+    heard.describe(entry);
+    ASSERT_EQ(entry.messages.size(), 7U);
+    for (const auto& [number, intervalS] : entry.messages)
+        EXPECT_EQ(intervalS, number == 1077 ? 1.0 : 30.0) << number;
+    EXPECT_GT(entry.bitRate, 8 * static_cast<int>(bytes));
+    EXPECT_LT(entry.bitRate, 16 * static_cast<int>(bytes)); // ephemerides, too
 }
 
 TEST(EventLog, KeepsTheLastLinesOfEachStation) {
