@@ -31,10 +31,11 @@ void Gateway::apply(const Settings& settings) {
                           settings.caster.country == settings_.caster.country;
     settings_ = settings;
     std::map<std::string, std::unique_ptr<Served>> before = std::exchange(stations_, {});
-    for (const StationSettings& wanted : settings_.stations) {
+    for (std::size_t i = 0; i < settings_.stations.size(); ++i) {
+        const StationSettings& wanted = settings_.stations[i];
         const auto old = before.find(wanted.name);
         if (old == before.end() || !sameHost || old->second->station->settings() != wanted ||
-            old->second->station->moved())
+            old->second->station->moved() || (settings_.externalEngine && old->second->number != i))
             continue;
         stations_[wanted.name] = std::move(old->second);
         before.erase(old);
@@ -111,6 +112,7 @@ std::unique_ptr<Gateway::Served> Gateway::serve(const StationSettings& settings,
     if (host.externalEngine)
         host.externalEngine->port = static_cast<std::uint16_t>(host.externalEngine->port + number);
     auto served = std::make_unique<Served>();
+    served->number = number;
     served->station = std::make_shared<Station>(host, settings);
     Station& station = *served->station;
     const auto sayOf = [name = settings.name](Level level, const std::string& text) {

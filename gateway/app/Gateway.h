@@ -36,6 +36,7 @@ public:
 private:
     /// A station with its outputs.
     struct Served {
+        std::size_t number; // in the order of the settings
         std::shared_ptr<Station> station;
         std::vector<std::unique_ptr<Push>> pushes;
         void stop();

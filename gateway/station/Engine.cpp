@@ -36,11 +36,16 @@ std::vector<std::string> argumentsFor(const Paths& paths) {
     return {"-mode", "vrs", paths.deployment.string()};
 }
 
-/// For a child, any free port.
-tcp::endpoint listenAt(const EnginePlan& plan) {
+/// For a child, at any free port.
+tcp::acceptor listenAt(const EnginePlan& plan, const asio::any_io_executor& executor) {
     if (!plan.external)
-        return {asio::ip::address_v4::loopback(), 0};
-    return {asio::ip::make_address(plan.external->host), plan.external->port};
+        return {executor, {asio::ip::address_v4::loopback(), 0}};
+    try {
+        return {executor, {asio::ip::make_address(plan.external->host), plan.external->port}};
+    } catch (const boost::system::system_error& e) {
+        throw std::runtime_error("cannot listen at " + shown(*plan.external) + ": " +
+                                 e.code().message());
+    }
 }
 
 void writeDeployment(const EnginePlan& plan, std::uint16_t port) {
@@ -85,8 +90,7 @@ bool Engine::send(const SharedBytes& block, Block::Kind kind) {
 
 awaitable<void> Engine::run(EnginePlan plan) {
     const auto state = co_await asio::this_coro::cancellation_state;
-    const auto executor = co_await asio::this_coro::executor;
-    tcp::acceptor acceptor(executor, listenAt(plan));
+    std::optional<tcp::acceptor> acceptor;
     for (Duration wait = kFirstWait;;) {
         const Instant began = std::chrono::steady_clock::now();
         pausing_ = false;
@@ -96,10 +100,10 @@ awaitable<void> Engine::run(EnginePlan plan) {
             co_return;
         wait = std::chrono::steady_clock::now() - began > kSteady ? kFirstWait
                                                                   : std::min(2 * wait, kMostWait);
-        say_(Level::warning,
-             "engine: " + end.why +
-                 (plan.external ? "; another one may come in " : "; started again in ") +
-                 inSeconds(wait));
+        const char* const next = !acceptor       ? "; next attempt in "
+                                 : plan.external ? "; another one may come in "
+                                                 : "; started again in ";
+        say_(Level::warning, "engine: " + end.why + next + inSeconds(wait));
         pausing_ = true;
         co_await pause(wait);
     }
@@ -109,19 +113,21 @@ const char* Engine::state() const {
     return !active() ? "stopped" : connected_ ? "connected" : pausing_ ? "waiting" : "starting";
 }
 
-awaitable<void> Engine::once(const EnginePlan& plan, tcp::acceptor& acceptor) {
+awaitable<void> Engine::once(const EnginePlan& plan, std::optional<tcp::acceptor>& acceptor) {
+    const auto executor = co_await asio::this_coro::executor;
+    if (!acceptor)
+        acceptor = listenAt(plan, executor);
     if (plan.external) {
-        const ChannelPtr channel = channelOf(co_await acceptor.async_accept(use_awaitable));
+        const ChannelPtr channel = channelOf(co_await acceptor->async_accept(use_awaitable));
         const fs::path none;
         say_(Level::notice, "engine: " + channel->peer() + " has connected");
         co_await serve(*channel, none, Process::started);
         throw ConversationEnd("has ended the connection");
     }
     const Paths paths = pathsOf(plan);
-    writeDeployment(plan, acceptor.local_endpoint().port());
-    const auto executor = co_await asio::this_coro::executor;
+    writeDeployment(plan, acceptor->local_endpoint().port());
     Child child(executor, plan.program, argumentsFor(paths), say_);
-    co_await firstOf(serveConnections(acceptor, paths.status), child.end());
+    co_await firstOf(serveConnections(*acceptor, paths.status), child.end());
 }
 
 /// A child connects anew when it has missed epochs for long.

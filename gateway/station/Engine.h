@@ -53,7 +53,7 @@ public:
 
 private:
     awaitable<void> run(EnginePlan plan);
-    awaitable<void> once(const EnginePlan& plan, tcp::acceptor& acceptor);
+    awaitable<void> once(const EnginePlan& plan, std::optional<tcp::acceptor>& acceptor);
     awaitable<void> serveConnections(tcp::acceptor& acceptor, std::filesystem::path status);
     awaitable<void> serve(Channel& channel, std::filesystem::path status, Process process);
     awaitable<void> readFrom(Channel& channel);

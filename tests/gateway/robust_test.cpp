@@ -164,6 +164,27 @@ TEST(Gateway, ServesAnEngineThatSomebodyElseKeeps) {
         ASSERT_TRUE(gateway.tells("has ended the connection; another one may come in"))
             << gateway.log();
     }
+    // A station in front of it takes over its port; then it goes again.
+    std::string settings = readFile(gateway.folder / "gateway.toml");
+    const std::string one = settings;
+    settings.insert(settings.find("[[station]]"),
+                    "[[station]]\nname = \"FRST\"\nsource = \"caster:\"\npassword = \"x\"\n" +
+                        std::string(kPosition));
+    for (const std::string& text : {settings, one}) {
+        std::ofstream(gateway.folder / "gateway.toml") << text;
+        const int before = gateway.count("CANB: is stopped");
+        gateway.signal(SIGHUP);
+        for (int i = 0; i < 1000 && gateway.count("CANB: is stopped") == before; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        ASSERT_EQ(gateway.count("CANB: is stopped"), before + 1) << gateway.log();
+    }
+    const int before = gateway.count("CANB: engine: 127.0.0.1:");
+    connect(kept);
+    for (int i = 0; i < 1000 && gateway.count("CANB: engine: 127.0.0.1:") == before; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(gateway.count("CANB: engine: 127.0.0.1:"), before + 1) << gateway.log();
+    kill(engine, SIGKILL);
+    waitpid(engine, nullptr, 0);
 }
 
 TEST(Gateway, KeepsItsPasswordsToItself) {
