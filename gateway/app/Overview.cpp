@@ -8,8 +8,11 @@
 #include "gnss/Taiutc.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
+#include <sys/statvfs.h>
 
 namespace gateway {
 
@@ -17,14 +20,15 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr unsigned kLookTicks = 10;      // at what changes slowly
-constexpr unsigned kReadTicks = 600;     // at files that end on a day
-constexpr double kFewSatellites = 0.7;   // of the usual number
-constexpr std::size_t kEngineStarts = 3; // within
+constexpr unsigned kLookTicks = 10;     // at what changes slowly
+constexpr unsigned kReadTicks = 600;    // at files that end on a day
+constexpr std::size_t kEngineFails = 3; // within
 constexpr Duration kEngineSpan = 10min;
-constexpr std::size_t kRoversCut = 3; // within
+constexpr std::size_t kRoversCut = 3; // within, and one of ten rovers
 constexpr Duration kRoversSpan = 5min;
+constexpr std::size_t kMostRepeated = 10'000;
 constexpr std::uintmax_t kLeastSpace = std::uintmax_t{16} << 20; // bytes
+constexpr std::uintmax_t kLeastFiles = 100;
 
 } // namespace
 
@@ -63,60 +67,75 @@ void Overview::tick(Instant now) {
     ++ticks_;
 }
 
-std::size_t Overview::Lately::count(std::uint64_t total, Instant now, Duration span) {
+std::size_t Overview::Repeated::look(std::uint64_t total, std::size_t most, Instant now,
+                                     Duration span) {
     for (; before < total; ++before)
         at.push_back(now);
-    while (!at.empty() && (now - at.front() > span || at.size() > 100))
+    while (!at.empty() && (now - at.front() > span || at.size() > kMostRepeated))
         at.pop_front();
-    return at.size();
+    holds = at.size() >= most || (holds && !at.empty());
+    return holds ? at.size() : 0;
 }
 
 void Overview::lookAt(Station& station, Instant now) {
+    using Wrong = std::optional<std::string>;
     const std::string& name = station.settings().name;
     Watched& watched = watched_[name];
+    if (std::exchange(watched.startedAt, station.startedAt()) != station.startedAt())
+        watched.engineFailures.before = watched.roversCut.before = 0;
     const StationGlance& glance = station.glance();
-    const StationWatch& watch = station.watch();
-    const auto look = [&](AlarmKind kind, const std::string& wrong) {
+    const auto look = [&](AlarmKind kind, const Wrong& wrong) {
         alarms_.look(kind, name, wrong, now);
     };
+    look(AlarmKind::noEpochs, wrongEpochs(station, now));
     const bool delivers = glance.delivery == Delivery::delivering;
-    std::string none;
-    if (glance.delivery == Delivery::silent ||
-        (glance.delivery == Delivery::starting && now - station.startedAt() > kSilent))
-        none = "no epoch has gone to rovers for 30 s";
-    look(AlarmKind::noEpochs, none);
-    if (ticks_ % kLookTicks == 0)
+    if (ticks_ % kLookTicks == 0 && delivers)
         lookAtSatellites(watched, station, now);
-    look(AlarmKind::fewSatellites, delivers ? watched.few : "");
-    look(AlarmKind::systemGone, delivers ? watched.gone : "");
-    look(AlarmKind::delay, glance.delayS && *glance.delayS > settings_.alarms.delayS
-                               ? text("answers take %.3f s", *glance.delayS)
-                               : "");
+    look(AlarmKind::fewSatellites, delivers ? Wrong(watched.few) : std::nullopt);
+    look(AlarmKind::systemGone, delivers ? Wrong(watched.gone) : std::nullopt);
+    Wrong delay, clock;
+    if (glance.delayS)
+        delay = *glance.delayS > settings_.alarms.delayS
+                    ? text("answers take %.3f s", *glance.delayS)
+                    : "";
+    look(AlarmKind::delay, delay);
     look(AlarmKind::moved,
          station.moved() ? "the stream states another position; rovers get nothing" : "");
     look(AlarmKind::audit, station.alarmed() ? "an answer is not what the audit computes" : "");
-    const auto ahead = watch.clockAheadS();
-    look(AlarmKind::clock,
-         station.isLive() && delivers && ahead && std::abs(*ahead) > settings_.alarms.clockS
-             ? text("the stream's time is %.1f s %s the machine's", std::abs(*ahead),
-                    *ahead > 0 ? "ahead of" : "behind")
-             : "");
-    const std::size_t starts = watched.engineStarts.count(station.engineStarts(), now, kEngineSpan);
-    look(AlarmKind::engine,
-         starts >= kEngineStarts ? text("started %zu times within 10 min", starts) : "");
+    const auto ahead = station.watch().clockAheadS();
+    if (!station.isLive())
+        clock = "";
+    else if (ahead && delivers)
+        clock = std::abs(*ahead) > settings_.alarms.clockS
+                    ? text("the stream's time is %.1f s %s the machine's", std::abs(*ahead),
+                           *ahead > 0 ? "ahead of" : "behind")
+                    : "";
+    look(AlarmKind::clock, clock);
+    const std::size_t failed =
+        watched.engineFailures.look(station.engineFailures(), kEngineFails, now, kEngineSpan);
+    look(AlarmKind::engine, failed > 0 ? text("failed %zu times within 10 min", failed) : "");
     const std::size_t cut =
-        watched.roversCut.count(station.mountpoint().totals.cutOff, now, kRoversSpan);
+        watched.roversCut.look(station.mountpoint().totals.cutOff,
+                               std::max(kRoversCut, glance.rovers / 10), now, kRoversSpan);
     look(AlarmKind::roversCut,
-         cut >= kRoversCut ? text("%zu fell behind and were cut off within 5 min", cut) : "");
+         cut > 0 ? text("%zu fell behind and were cut off within 5 min", cut) : "");
+}
+
+std::optional<std::string> Overview::wrongEpochs(const Station& station, Instant now) {
+    const Delivery delivery = station.glance().delivery;
+    if (delivery != Delivery::starting && delivery != Delivery::silent)
+        return "";
+    const Instant since = station.mountpoint().heard().lastEpoch().value_or(station.startedAt());
+    const double silentS = std::chrono::duration<double>(now - since).count();
+    if (delivery == Delivery::starting && now - since <= kSilent)
+        return std::nullopt;
+    return text("no epoch has gone to rovers for %.0f s", silentS);
 }
 
 void Overview::lookAtSatellites(Watched& watched, Station& station, Instant now) const {
-    StationWatch& watch = station.watch();
-    const auto usual = watch.usualSatellites(now);
-    const int have = watch.cellsOut().count();
-    watched.few =
-        usual && have < kFewSatellites * *usual ? text("%d where %d are usual", have, *usual) : "";
-    const std::string gone = watch.goneSystems(now);
+    const auto fewer = station.watch().fewerThanUsual(now);
+    watched.few = fewer ? text("%d where %d are usual", fewer->have, fewer->usual) : "";
+    const std::string gone = station.watch().goneSystems(now);
     watched.gone = gone.empty() ? "" : "no satellites of " + gone;
 }
 
@@ -133,30 +152,44 @@ void Overview::lookAtGateway(Instant now) {
 }
 
 std::string Overview::wrongDisk() const {
-    std::error_code failed;
-    const auto space = std::filesystem::space(settings_.state, failed);
-    if (failed)
-        return settings_.state.string() + ": " + failed.message();
-    return space.available < kLeastSpace
-               ? text("%ju KiB are left for %s", space.available / 1024, settings_.state.c_str())
-               : "";
+    const std::string folder = settings_.state.string();
+    struct statvfs disk {};
+    if (statvfs(folder.c_str(), &disk) != 0)
+        return folder + ": " + std::strerror(errno);
+    if ((disk.f_flag & ST_RDONLY) != 0)
+        return folder + ": the disk can only be read";
+    const std::uintmax_t left = std::uintmax_t{disk.f_bavail} * disk.f_frsize;
+    if (left < kLeastSpace)
+        return text("%ju KiB are left for %s", left / 1024, folder.c_str());
+    const bool counts = disk.f_files > 0; // some file systems have no limit
+    return counts && disk.f_favail < kLeastFiles ? "no more files are left for " + folder : "";
 }
 
-std::string Overview::wrongCertificate() const {
+/// What is wrong with the one that clients get: it is read when the settings are.
+std::string Overview::wrongCertificate() {
     const CasterSettings& caster = settings_.caster;
     if (caster.listenTls.empty())
         return {};
+    std::error_code gone;
+    const auto written = std::filesystem::last_write_time(caster.certificate, gone);
+    if (ticks_ == 0)
+        certificateTime_ = written;
+    if (!gone && written != certificateTime_)
+        return caster.certificate.string() + ": is newer than the one in use: reload the gateway";
     const auto remarks = examineCertificate(caster.certificate, caster.key, utcNow().time);
     return remarks.empty() ? "" : caster.certificate.string() + ": " + remarks.front().wrong;
 }
 
 /// All engines that are ours have the same file.
 std::string Overview::wrongLeapSeconds() const {
-    if (settings_.externalEngine || settings_.stations.empty())
+    if (settings_.externalEngine)
         return {};
     LeapSeconds leaps;
-    leaps.path = settings_.state / settings_.stations.front().name / "files/leapsec.tab";
-    if (!std::filesystem::exists(leaps.path) || !Taiutc_m_load(leaps) || leaps.table.rows().empty())
+    const auto read = [&](const StationSettings& station) { // once its engine has been started
+        leaps.path = settings_.state / station.name / "files/leapsec.tab";
+        return std::filesystem::exists(leaps.path) && Taiutc_m_load(leaps);
+    };
+    if (std::ranges::none_of(settings_.stations, read) || leaps.table.rows().empty())
         return {};
     const std::int64_t leftS = mjd2time(leaps.table.rows().back().mjd, 0.0) - utcNow().time;
     const auto days = static_cast<int>(std::floor(static_cast<double>(leftS) / kSecondsPerDay));

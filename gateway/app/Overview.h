@@ -9,6 +9,7 @@
 #include "gateway/web/WebServer.h"
 
 #include <deque>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -35,23 +36,28 @@ public:
     std::vector<std::string> untried() const override;
 
 private:
-    /// How often something happened lately.
-    struct Lately {
+    /// Something that happens now and then and must not happen again and again.
+    struct Repeated {
         std::uint64_t before = 0;
-        std::deque<Instant> at;
-        std::size_t count(std::uint64_t total, Instant now, Duration span);
+        std::deque<Instant> at; // of the span
+        bool holds = false;
+        /// How often within the span, if so many times were too many, until it has not happened for
+        /// the span; otherwise 0.
+        std::size_t look(std::uint64_t total, std::size_t most, Instant now, Duration span);
     };
     struct Watched {
-        Lately engineStarts, roversCut;
+        Instant startedAt; // of the station, whose counts begin with it
+        Repeated engineFailures, roversCut;
         std::string few, gone; // what was wrong when it was last looked at
     };
 
     /// By its name; null where there is none.
     Station* find(const std::string& name) const;
     void lookAt(Station& station, Instant now);
+    static std::optional<std::string> wrongEpochs(const Station& station, Instant now);
     void lookAtSatellites(Watched& watched, Station& station, Instant now) const;
     void lookAtGateway(Instant now);
-    std::string wrongCertificate() const;
+    std::string wrongCertificate();
     std::string wrongDisk() const;
     std::string wrongLeapSeconds() const;
     Totals totals() const;
@@ -63,7 +69,8 @@ private:
     Alarms alarms_;
     std::map<std::string, Watched> watched_;
     unsigned ticks_ = 0;
-    std::string certificate_, disk_, leapSeconds_; // what is wrong
+    std::string certificate_, disk_, leapSeconds_;    // what is wrong
+    std::filesystem::file_time_type certificateTime_; // of the file that is in use
     std::size_t listeners_ = 0;
 };
 

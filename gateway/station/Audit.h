@@ -45,6 +45,10 @@ public:
     void tellCounts() const;
     /// Whether the last thing that came was wrong, or something before it not long ago.
     bool alarmed() const { return alarm_.has_value(); }
+    /// When something wrong came last; nothing while not alarmed.
+    std::optional<Instant> lastWrong() const {
+        return alarm_ ? std::optional(alarm_->last) : std::nullopt;
+    }
 
 private:
     struct Alarm {

@@ -98,6 +98,7 @@ awaitable<void> Engine::run(EnginePlan plan) {
         const Ending end = co_await endOf(once(plan, acceptor));
         if (isCancelled(state))
             co_return;
+        ++failures_;
         wait = std::chrono::steady_clock::now() - began > kSteady ? kFirstWait
                                                                   : std::min(2 * wait, kMostWait);
         const char* const next = !acceptor       ? "; next attempt in "

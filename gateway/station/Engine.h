@@ -43,10 +43,11 @@ public:
     bool active() const { return tasks_.active(); }
     bool idle() const { return tasks_.idle(); }
     /// "waiting" (for the next start), "starting", "connected", "stopped"; since when it is
-    /// connected; how many have been started or have connected.
+    /// connected; how many have been started, and how many of those have failed.
     const char* state() const;
     std::optional<Instant> connectedSince() const { return connectedSince_; }
     std::uint64_t starts() const { return starts_; }
+    std::uint64_t failures() const { return failures_; }
     /// A block of the stream; false where no engine is connected or it does not keep up: then it is
     /// dropped.
     bool send(const SharedBytes& block, Block::Kind kind);
@@ -68,7 +69,7 @@ private:
     bool connected_ = false;
     bool pausing_ = false; // until the next start
     std::optional<Instant> connectedSince_;
-    std::uint64_t starts_ = 0;
+    std::uint64_t starts_ = 0, failures_ = 0;
     unsigned owed_ = 0; // epochs sent since the last one that came back
 };
 

@@ -54,7 +54,7 @@ std::vector<RoverLook> Mountpoint::rovers() const {
 }
 
 bool Mountpoint::delivers(Instant now) const {
-    return heard_.lastEpoch() && now - *heard_.lastEpoch() < kSilent;
+    return heard_.lastEpoch() && now - *heard_.lastEpoch() < silence_;
 }
 
 } // namespace gateway

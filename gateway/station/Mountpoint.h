@@ -44,7 +44,9 @@ protected:
 
 class Mountpoint {
 public:
-    explicit Mountpoint(const asio::any_io_executor& executor) : door(executor) {}
+    /// `silence`: it does not deliver when no epoch has come for so long.
+    Mountpoint(const asio::any_io_executor& executor, Duration silence)
+        : door(executor), silence_(silence) {}
 
     /// To all who are here.
     void publish(Block block, Instant at);
@@ -71,6 +73,7 @@ public:
     PushDoor door; // for a receiver that pushes its stream to us
 
 private:
+    Duration silence_;
     std::set<Receiver*> receivers_;
     Heard heard_;
     KeptMessages kept_;

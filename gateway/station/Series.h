@@ -3,6 +3,7 @@
 #include "gateway/net/Within.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <limits>
 #include <vector>
@@ -23,6 +24,11 @@ public:
     void set(Instant at, float value) {
         advance(at);
         values_[last_] = value;
+    }
+    /// The largest value of the step counts.
+    void raise(Instant at, float value) {
+        const float before = now(at);
+        values_[last_] = std::isnan(before) ? value : std::max(before, value);
     }
     /// What the step has; kNone where nothing came.
     float now(Instant at) {

@@ -22,6 +22,12 @@ std::string shown(const Vector3& place) {
     return text("%.4f %.4f %.4f", place[0], place[1], place[2]);
 }
 
+/// Epochs may be farther apart than silence is long.
+Duration silenceOf(const StationSettings& settings) {
+    const double intervalS = settings.mostEpochs ? 1.0 / *settings.mostEpochs : 0.0;
+    return kSilent + std::chrono::duration_cast<Duration>(std::chrono::duration<double>(intervalS));
+}
+
 /// As the engine reads it from its deployment.
 ref::Vec3 asWritten(const Vector3& m) {
     const auto rounded = [](double x) { return std::round(x * 1e4) / 1e4; };
@@ -31,7 +37,7 @@ ref::Vec3 asWritten(const Vector3& m) {
 } // namespace
 
 Station::Station(const StationHost& host, StationSettings settings)
-    : host_(host), settings_(std::move(settings)), mountpoint_(host.executor),
+    : host_(host), settings_(std::move(settings)), mountpoint_(host.executor, silenceOf(settings_)),
       feed_(
           host.executor, settings_.sources, mountpoint_.door,
           [this](Level level, const std::string& text) { sayOf(level, text); },

@@ -43,6 +43,7 @@ public:
 
     const StationSettings& settings() const { return settings_; }
     Mountpoint& mountpoint() { return mountpoint_; }
+    const Mountpoint& mountpoint() const { return mountpoint_; }
     /// The stream states a place beyond the guard: nothing goes to rovers until somebody acts.
     bool moved() const { return moved_; }
     /// The audit withholds what comes.
@@ -60,6 +61,7 @@ public:
     StationWatch& watch() { return watch_; }
     const StationWatch& watch() const { return watch_; }
     std::uint64_t engineStarts() const { return engine_.starts(); }
+    std::uint64_t engineFailures() const { return engine_.failures(); }
     std::uint64_t failovers() const { return feed_.changes(); }
     /// Its line of the source table; nothing while it has never delivered.
     std::optional<ntrip::StreamEntry> tableEntry(Instant now) const;

@@ -18,7 +18,7 @@ ref::Vec3 vectorOf(const Vector3& m) {
 Delivery Station::delivery(Instant now) const {
     if (moved_)
         return Delivery::stopped;
-    if (alarmed())
+    if (alarmed() && now - *audit_->lastWrong() < kSilent)
         return Delivery::wrong;
     if (mountpoint_.delivers(now))
         return Delivery::delivering;

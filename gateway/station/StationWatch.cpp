@@ -8,6 +8,7 @@
 #include <bit>
 #include <cmath>
 #include <numeric>
+#include <ranges>
 
 namespace gateway {
 
@@ -15,12 +16,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::size_t kMostUnanswered = 64;     // epochs that may still be answered
-constexpr std::size_t kMostDelays = 1200;       // of a minute
-constexpr std::size_t kIntervals = 15;          // whose median counts
-constexpr std::size_t kEnough = 60;             // steps of 10 s before anything is usual
-constexpr std::size_t kEnoughMinutes = 10;      // of a system
-constexpr double kNearlyAll = 0.9;              // of those minutes
+constexpr std::size_t kMostUnanswered = 600; // epochs that may still be answered
+constexpr std::size_t kMostDelays = 1200;    // of a minute
+constexpr std::size_t kIntervals = 15;       // whose median counts
+constexpr std::size_t kEnough = 60;          // steps of 10 s before anything is usual
+constexpr std::size_t kEnoughMinutes = 10;   // of a system
+constexpr double kNearlyAll = 0.9;           // of those minutes
+constexpr double kFew = 0.7;                 // of the usual number
+constexpr int kFewer = 5;                    // than usual, at least
+constexpr Duration kMissing = 10s;           // of a system that some epochs may leave out
+constexpr Duration kBecomesUsual = 24h;
 constexpr std::uint32_t kTimeOfAll = 0x7FFFFFF; // bits of a time that every system sends
 
 template <class T> T median(std::vector<T> values) {
@@ -72,7 +77,7 @@ void StationWatch::cameIn(const Block& epoch, Instant at) {
     in_ = {epoch.bytes, cellsOf(epoch.bytes)};
     ++epochsIn_;
     cellsIn_ += in_.cells.cells;
-    seen.set(at, static_cast<float>(in_.cells.count()));
+    seen.raise(at, static_cast<float>(in_.cells.count()));
     clockAheadS_ = aheadOf(epoch.first, ctl::status::nowUnixS());
     waiting_.emplace_back(epoch.first.time & kTimeOfAll, at);
     if (waiting_.size() > kMostUnanswered)
@@ -84,11 +89,16 @@ void StationWatch::wentOut(const Block& epoch, Instant at) {
     ++epochsOut_;
     cellsOut_ += out_.cells.cells;
     lastOutUnixS_ = ctl::status::nowUnixS();
-    answered.set(at, static_cast<float>(out_.cells.count()));
+    lastOut_ = at;
+    answered.raise(at, static_cast<float>(out_.cells.count()));
     const float before = epochs.now(at);
     epochs.set(at, std::isnan(before) ? 1.0F : before + 1.0F);
-    for (std::size_t system = 0; system < bySystem_.size(); ++system)
-        bySystem_[system].set(at, static_cast<float>(out_.cells.count(system)));
+    for (std::size_t system = 0; system < bySystem_.size(); ++system) {
+        const int count = out_.cells.count(system);
+        bySystem_[system].raise(at, static_cast<float>(count));
+        if (count > 0)
+            lastWith_[system] = at;
+    }
 
     if (const auto later = lastHead_ ? secondsBetween(*lastHead_, epoch.first) : std::nullopt) {
         intervals_.push_back(*later);
@@ -107,9 +117,7 @@ void StationWatch::wentOut(const Block& epoch, Instant at) {
     ++delays_.upTo[static_cast<std::size_t>(bound - kDelayBoundsS.begin())];
     ++delays_.count;
     delays_.sumS += took;
-    const float largest = delay.now(at);
-    delay.set(at, std::isnan(largest) ? static_cast<float>(took)
-                                      : std::max(largest, static_cast<float>(took)));
+    delay.raise(at, static_cast<float>(took));
     recentDelays_.emplace_back(at, static_cast<float>(took));
     while (recentDelays_.size() > kMostDelays || at - recentDelays_.front().first > 1min)
         recentDelays_.pop_front();
@@ -131,20 +139,53 @@ std::optional<double> StationWatch::delayS(Instant now) const {
     return median(std::move(recent));
 }
 
-std::optional<int> StationWatch::usualSatellites(Instant now) {
-    std::vector<float> hour = known(answered.whole(now));
-    if (hour.size() < kEnough)
+/// Messages of some systems may come less often than others: the most of the last seconds.
+int StationWatch::satellitesLately(Instant now) {
+    const float most = std::fmax(answered.now(now), answered.whole(now).back());
+    return std::isnan(most) ? out_.cells.count() : static_cast<int>(most);
+}
+
+std::optional<StationWatch::Fewer> StationWatch::fewerThanUsual(Instant now) {
+    if (fewer_ && now - fewer_->since > kBecomesUsual)
+        fewer_.reset();
+    int usual = fewer_ ? fewer_->usual : 0;
+    if (!fewer_) {
+        std::vector<float> hour = known(answered.whole(now));
+        if (hour.size() < kEnough)
+            return std::nullopt;
+        usual = static_cast<int>(median(std::move(hour)));
+    }
+    const int have = satellitesLately(now);
+    if (have >= kFew * usual || usual - have < kFewer) {
+        fewer_.reset();
         return std::nullopt;
-    return static_cast<int>(median(std::move(hour)));
+    }
+    if (!fewer_)
+        fewer_ = {now, usual};
+    return Fewer{have, usual};
+}
+
+/// Satellites set one after the other: a system that had only one may be gone for that.
+bool StationWatch::wasUsual(std::size_t system, Instant now) {
+    std::vector<float> hour = known(bySystem_[system].whole(now));
+    const std::size_t all = hour.size();
+    std::erase(hour, 0.0F);
+    return hour.size() >= kEnoughMinutes &&
+           static_cast<double>(hour.size()) >= kNearlyAll * static_cast<double>(all) &&
+           std::ranges::all_of(hour | std::views::drop(hour.size() - kEnoughMinutes),
+                               [](float count) { return count > 1.0F; });
 }
 
 std::string StationWatch::goneSystems(Instant now) {
     std::string gone;
     for (std::size_t system = 0; system < bySystem_.size(); ++system) {
-        const std::vector<float> hour = known(bySystem_[system].whole(now));
-        const auto with = std::ranges::count_if(hour, [](float v) { return v > 0; });
-        if (hour.size() >= kEnoughMinutes && out_.cells.satellites[system] == 0 &&
-            static_cast<double>(with) >= kNearlyAll * static_cast<double>(hour.size()))
+        auto& since = gone_[system];
+        const auto& with = lastWith_[system];
+        if (!with || *lastOut_ - *with <= kMissing || (since && now - *since > kBecomesUsual))
+            since.reset();
+        else if (!since && wasUsual(system, now))
+            since = now;
+        if (since)
             gone += kMsmLetters[system];
     }
     return gone;

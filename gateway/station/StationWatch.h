@@ -63,13 +63,17 @@ public:
     /// none that can be compared.
     std::optional<double> clockAheadS() const { return clockAheadS_; }
 
-    /// What is usual: the median of the last hour, in satellites; nothing before ten minutes.
-    std::optional<int> usualSatellites(Instant now);
-    /// Systems ("GE") of which nearly every epoch of the last hour has had satellites, and none has
-    /// now. Nothing before ten minutes.
+    /// What is wrong with the satellites that go out, to be asked every few seconds. Nothing before
+    /// ten minutes of epochs; what stays wrong for a day has become usual.
+    struct Fewer {
+        int have = 0, usual = 0; // usual: the median of the last hour
+    };
+    std::optional<Fewer> fewerThanUsual(Instant now);
+    /// Systems ("GE") that nearly every minute of the last hour has had and no epoch has now. One
+    /// of which the last satellite has set is none of them.
     std::string goneSystems(Instant now);
 
-    // Of the last hour by 10 s, and of the last ten minutes by 1 s.
+    // Of the last hour by 10 s, and of the last ten minutes by 1 s; satellites: the most at once.
     Series seen{std::chrono::seconds(10), 361}, answered{std::chrono::seconds(10), 361};
     Series epochs{std::chrono::seconds(10), 361};
     Series delay{std::chrono::seconds(1), 601}; // the largest of each step, s
@@ -79,14 +83,25 @@ private:
         Bytes bytes;
         EpochCells cells;
     };
+    int satellitesLately(Instant now);
+    bool wasUsual(std::size_t system, Instant now);
+
     Last in_, out_;
     std::optional<double> lastOutUnixS_, clockAheadS_;
+    std::optional<Instant> lastOut_;
     std::uint64_t epochsIn_ = 0, epochsOut_ = 0, cellsIn_ = 0, cellsOut_ = 0;
     std::deque<std::pair<std::uint32_t, Instant>> waiting_; // epochs that came, by time
     std::deque<std::pair<Instant, float>> recentDelays_;    // of a minute
     std::deque<double> intervals_;
     std::optional<FrameHead> lastHead_;
     Delays delays_;
+    struct Few {
+        Instant since;
+        int usual = 0; // before
+    };
+    std::optional<Few> fewer_;
+    std::array<std::optional<Instant>, kMsmSystems.size()> gone_;     // since when
+    std::array<std::optional<Instant>, kMsmSystems.size()> lastWith_; // satellites of a system
     std::array<Series, kMsmSystems.size()> bySystem_{
         Series(std::chrono::minutes(1), 61), Series(std::chrono::minutes(1), 61),
         Series(std::chrono::minutes(1), 61), Series(std::chrono::minutes(1), 61),

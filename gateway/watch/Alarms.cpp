@@ -16,11 +16,11 @@ struct Hold {
     Duration begins, ends;
 };
 constexpr std::array<Hold, kAlarmKinds> kHolds{{
-    {"no_epochs", 0s, 10s}, // silence is 30 s already
+    {"no_epochs", 10s, 10s}, // after 30 s of silence: another source may take over
     {"few_satellites", 60s, 60s},
     {"system_gone", 60s, 60s},
     {"delay", 30s, 60s},
-    {"moved", 0s, 0s},
+    {"moved", 0s, 60s}, // two stations may be mixed in one stream
     {"audit", 0s, 60s},
     {"clock", 30s, 60s},
     {"leap_seconds", 0s, 0s},
@@ -45,22 +45,27 @@ std::string titleOf(AlarmKind kind) {
     return title;
 }
 
-void Alarms::look(AlarmKind kind, const std::string& station, const std::string& wrong,
-                  Instant now) {
+void Alarms::look(AlarmKind kind, const std::string& station,
+                  const std::optional<std::string>& wrong, Instant now) {
     const Key key{station, kind};
     auto found = states_.find(key);
     if (found == states_.end()) {
-        if (wrong.empty())
+        if (!wrong || wrong->empty())
             return;
         found = states_.emplace(key, State{}).first;
     }
     State& state = found->second;
-    if (!wrong.empty()) {
+    if (!wrong) {
+        state.wrongSince.reset();
+        state.rightSince.reset();
+        return;
+    }
+    if (!wrong->empty()) {
         state.rightSince.reset();
         if (!state.wrongSince)
             state.wrongSince = now;
         if (!state.holds && now - *state.wrongSince >= holdOf(kind).begins) {
-            state.holds = Alarm{kind, station, wrong, ctl::status::nowUnixS()};
+            state.holds = Alarm{kind, station, *wrong, ctl::status::nowUnixS()};
             ++holding_;
             ++begun_[static_cast<std::size_t>(kind)];
             tell_(*state.holds, /*begins=*/true);

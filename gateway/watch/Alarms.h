@@ -57,7 +57,9 @@ public:
     explicit Alarms(Tell tell) : tell_(std::move(tell)) {}
 
     /// Said once a second for each thing that can be wrong: what is wrong with it, empty: nothing.
-    void look(AlarmKind kind, const std::string& station, const std::string& wrong, Instant now);
+    /// While it cannot be told, an alarm that holds goes on, and none begins.
+    void look(AlarmKind kind, const std::string& station, const std::optional<std::string>& wrong,
+              Instant now);
     /// The station is no more: its alarms end.
     void forget(const std::string& station);
 

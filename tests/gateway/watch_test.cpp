@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <set>
 
 // What the gateway keeps in mind of its stations.
 
@@ -43,6 +44,28 @@ Block epochAt(ref::Sky& sky, const ref::GpsTime& time) {
 const ref::Vec3 kHere{-4467074.3577, 2683011.9038, -3667008.2845};
 const ref::GpsTime kThen{2408, 300000.0};
 
+/// An epoch of GPS, and of so many satellites of Galileo.
+Block withGalileo(int satellites) {
+    ref::Sky sky(kHere);
+    sky.systems = "GE";
+    Block out{{}, Block::Kind::epoch, {}};
+    for (ref::Msm m : sky.epoch(kThen, 7)) {
+        std::set<std::string> kept;
+        if (m.system == 'E')
+            std::erase_if(m.cells, [&](const ref::Cell& cell) {
+                if (kept.size() < static_cast<std::size_t>(satellites))
+                    kept.insert(cell.sat);
+                return !kept.contains(cell.sat);
+            });
+        if (m.cells.empty())
+            continue;
+        const ref::Bytes f = ref::frame(ref::writeMsm(m));
+        out.bytes.insert(out.bytes.end(), f.begin(), f.end());
+    }
+    out.first = headOf(std::span(out.bytes).first(wholeFrame(out.bytes)));
+    return out;
+}
+
 } // namespace
 
 TEST(Alarms, BeginOnceWhatLastsAndEndItOnce) {
@@ -69,6 +92,25 @@ TEST(Alarms, BeginOnceWhatLastsAndEndItOnce) {
     ASSERT_EQ(t.lines.size(), 2U);
     EXPECT_EQ(t.lines[1], "-few_satellites CANB: 7");
     EXPECT_EQ(t.alarms.count(), 0U);
+
+    // While it cannot be told, nothing begins or ends, and what was before does not count.
+    const auto blind = [&](Duration at) {
+        t.alarms.look(AlarmKind::fewSatellites, "CANB", std::nullopt, kStart + at);
+    };
+    look("4", 200s);
+    blind(210s);
+    look("4", 300s);
+    EXPECT_EQ(t.lines.size(), 2U);
+    look("4", 360s);
+    EXPECT_EQ(t.lines.size(), 3U);
+    look("", 370s);
+    blind(380s);
+    look("", 1000s);
+    blind(2000s);
+    EXPECT_EQ(t.alarms.count(), 1U);
+    look("", 3000s);
+    look("", 3060s);
+    EXPECT_EQ(t.lines.size(), 4U);
 
     t.alarms.look(AlarmKind::moved, "CANB", "50 m", kStart);
     t.alarms.look(AlarmKind::moved, "SYDN", "9 m", kStart);
@@ -116,13 +158,84 @@ TEST(StationWatch, MeasuresDelayAndTellsWhatIsUnusual) {
     EXPECT_EQ(watch.delays().upTo[8], 1U);   // up to 1 s
     EXPECT_FLOAT_EQ(watch.epochs.whole(end).back(), 5.0F);
     EXPECT_GT(satellites, 12);
-    EXPECT_NEAR(watch.usualSatellites(end).value(), satellites, 3);
+    EXPECT_EQ(watch.fewerThanUsual(end), std::nullopt);
     EXPECT_EQ(watch.goneSystems(end), "");
-    const Block without = epochAt(poor, kThen + 700.0);
-    watch.cameIn(without, end);
-    watch.wentOut(without, end + 5ms);
-    EXPECT_EQ(watch.goneSystems(end), "E");
-    EXPECT_LT(watch.cellsOut().count(), satellites);
+
+    // Until it is as before, also when fewer would be usual by now; not longer than a day.
+    const Block without = epochAt(poor, kThen + 700.0), all = epochAt(sky, kThen + 700.0);
+    const auto goesOn = [&](const Block& epoch, Instant from, Duration time) {
+        for (Duration s = 0s; s < time; s += 10s) {
+            watch.wentOut(epoch, from + s);
+            watch.fewerThanUsual(from + s);
+            watch.goneSystems(from + s);
+        }
+    };
+    goesOn(without, end, 2h);
+    const auto fewer = watch.fewerThanUsual(end + 2h);
+    ASSERT_TRUE(fewer.has_value());
+    EXPECT_EQ(fewer->have, watch.cellsOut().count());
+    EXPECT_NEAR(fewer->usual, satellites, 3);
+    EXPECT_EQ(watch.goneSystems(end + 2h), "E");
+    watch.wentOut(all, end + 2h);
+    EXPECT_EQ(watch.fewerThanUsual(end + 2h), std::nullopt);
+    EXPECT_EQ(watch.goneSystems(end + 2h), "");
+    goesOn(all, end + 2h, 2h);
+    goesOn(without, end + 4h, 23h);
+    EXPECT_EQ(watch.goneSystems(end + 27h), "E");
+    goesOn(without, end + 27h, 2h);
+    EXPECT_EQ(watch.fewerThanUsual(end + 29h), std::nullopt);
+    EXPECT_EQ(watch.goneSystems(end + 29h), "");
+}
+
+// What is no fault: satellites rise and set, the last of a system too; some systems come in every
+// fifth epoch alone.
+TEST(StationWatch, TakesAnOrdinarySkyForUsual) {
+    struct Case {
+        const char* systems;
+        ref::Vec3 siteM;
+    };
+    const Case cases[] = {{"G", {6378137, 0, 0}},
+                          {"GE", {-3961905, 3348994, 3698212}},
+                          {"GRECJ", {4075580, 931854, 4801568}}};
+    for (const Case& c : cases) {
+        ref::Sky sky(c.siteM);
+        sky.systems = c.systems;
+        sky.maskDeg = 5;
+        for (auto& [system, signals] : sky.signals)
+            signals.resize(1);
+        Told t;
+        StationWatch watch;
+        for (Duration s = 0s; s < 24h; s += 30s) {
+            watch.wentOut(epochAt(sky, kThen + std::chrono::duration<double>(s).count()),
+                          kStart + s);
+            const auto fewer = watch.fewerThanUsual(kStart + s);
+            t.alarms.look(AlarmKind::fewSatellites, "", fewer ? "few" : "", kStart + s);
+            t.alarms.look(AlarmKind::systemGone, "", watch.goneSystems(kStart + s), kStart + s);
+        }
+        EXPECT_TRUE(t.lines.empty()) << c.systems << " " << t.lines.front();
+    }
+
+    struct Galileo {
+        const char* what;
+        int satellites, every, last; // in an epoch of so many; from 12 min on
+        const char* gone;
+    };
+    const Galileo systems[] = {{"switched off", 2, 1, 0, "E"},
+                               {"its only satellite sets", 1, 1, 0, ""},
+                               {"every fifth epoch alone has it", 4, 5, 4, ""},
+                               {"that one no longer", 4, 5, 0, "E"}};
+    for (const Galileo& g : systems) {
+        StationWatch watch;
+        std::string gone;
+        for (int i = 0; i < 800; ++i) {
+            const int satellites = i < 720 ? g.satellites : g.last;
+            watch.wentOut(withGalileo(i % g.every == 0 ? satellites : 0), kStart + i * 1s);
+            if (i % 10 == 7)
+                gone = watch.goneSystems(kStart + i * 1s);
+        }
+        EXPECT_EQ(gone, g.gone) << g.what;
+        EXPECT_EQ(watch.fewerThanUsual(kStart + 800s), std::nullopt) << g.what;
+    }
 }
 
 TEST(Heard, LeavesInterruptionsOutOfWhatItMeasures) {
