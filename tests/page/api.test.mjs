@@ -9,19 +9,20 @@ import Ajv2020 from "ajv/dist/2020.js";
 import { parse } from "yaml";
 import { Fleet } from "./fleet.mjs";
 import { policy, serve } from "./mock.mjs";
+import { Running } from "./running.mjs";
 import { EventReader } from "../../gateway/web/page/live.js";
 
 const file = fileURLToPath(new URL("../../gateway/web/openapi.yaml", import.meta.url));
 const api = parse(readFileSync(file, "utf8"));
-let mock = null;
-let base = process.env.PAGE_URL; // empty: none is given
+const gateways = { "that runs": null, "made up": null };
 
 before(async () => {
-    if (base) return;
-    mock = await serve({ fleet: new Fleet({ count: 70 }) });
-    base = mock.address;
+    gateways["that runs"] = await Running.begin();
+    gateways["made up"] = await serve({ fleet: new Fleet({ count: 70 }) });
 });
-after(() => mock?.close());
+after(async () => {
+    for (const gateway of Object.values(gateways)) await gateway?.close();
+});
 
 // What the description does not name is a mistake in an answer.
 function closed(schema) {
@@ -50,7 +51,7 @@ function conforms(kind, value) {
     assert.ok(valid, `${kind}: ${ajv.errorsText(ajv.errors?.slice(0, 5))}`);
 }
 
-async function get(path, status = 200) {
+async function get(base, path, status = 200) {
     const response = await fetch(base + path);
     assert.equal(response.status, status, path);
     assert.match(response.headers.get("content-type"), /^application\/json/);
@@ -69,17 +70,7 @@ test("the test finds answers that are wrong", () => {
         assert.throws(() => conforms("Fleet", { at_unix_s: 1, stations: [], totals }));
 });
 
-test("fleet, stations and events are as described", async () => {
-    const fleet = await get("/api/v1/stations");
-    conforms("Fleet", fleet);
-    for (const { name } of fleet.stations.slice(0, 70)) conforms("Station", await get(`/api/v1/stations/${encodeURIComponent(name)}`));
-    conforms("events", await get("/api/v1/events"));
-    if (fleet.stations.length) conforms("events", await get(`/api/v1/events?station=${encodeURIComponent(fleet.stations[0].name)}`));
-    conforms("Problem", await get("/api/v1/stations/no%20such%20station", 404));
-    conforms("Problem", await get("/api/v1/live?station=no%20such%20station", 404));
-});
-
-async function firstEvents(path, count) {
+async function firstEvents(base, path, count) {
     const abort = new AbortController();
     const response = await fetch(base + path, { signal: abort.signal });
     assert.equal(response.headers.get("content-type"), "text/event-stream");
@@ -93,17 +84,43 @@ async function firstEvents(path, count) {
     return out;
 }
 
-test("live events are as described", async () => {
-    for (const [kind, data] of await firstEvents("/api/v1/live", 2)) {
-        assert.equal(kind, "fleet");
-        conforms("Fleet", data);
-    }
-    const { stations } = await get("/api/v1/stations");
-    for (const [kind, data] of stations.length ? await firstEvents(`/api/v1/live?station=${encodeURIComponent(stations[0].name)}`, 2) : []) {
-        assert.equal(kind, "station");
-        conforms("Station", data);
-    }
-});
+for (const what of Object.keys(gateways)) {
+    test(`${what}: fleet, stations and events are as described`, async () => {
+        const base = gateways[what].address;
+        const fleet = await get(base, "/api/v1/stations");
+        conforms("Fleet", fleet);
+        for (const { name } of fleet.stations.slice(0, 70)) conforms("Station", await get(base, `/api/v1/stations/${encodeURIComponent(name)}`));
+        conforms("events", await get(base, "/api/v1/events"));
+        if (fleet.stations.length) conforms("events", await get(base, `/api/v1/events?station=${encodeURIComponent(fleet.stations[0].name)}`));
+        conforms("Problem", await get(base, "/api/v1/stations/no%20such%20station", 404));
+        conforms("Problem", await get(base, "/api/v1/live?station=no%20such%20station", 404));
+    });
+
+    test(`${what}: live events are as described`, async () => {
+        const base = gateways[what].address;
+        for (const [kind, data] of await firstEvents(base, "/api/v1/live", 2)) {
+            assert.equal(kind, "fleet");
+            conforms("Fleet", data);
+        }
+        const { stations } = await get(base, "/api/v1/stations");
+        for (const [kind, data] of stations.length ? await firstEvents(base, `/api/v1/live?station=${encodeURIComponent(stations[0].name)}`, 2) : []) {
+            assert.equal(kind, "station");
+            conforms("Station", data);
+        }
+    });
+
+    test(`${what}: pages come with a policy that runs nothing of others`, async () => {
+        const base = gateways[what].address;
+        for (const path of ["/", "/station/ANY"]) {
+            const response = await fetch(base + path);
+            assert.equal(response.status, 200);
+            assert.equal(response.headers.get("content-security-policy"), policy);
+            assert.equal(response.headers.get("x-content-type-options"), "nosniff");
+            const page = await response.text();
+            assert.doesNotMatch(page, /<script(?![^>]* src="(\.\.\/)?(vendor\/)?[\w.]+\.js")|\son\w+=|\sstyle=|https?:/);
+        }
+    });
+}
 
 test("events are read however the network cuts them", () => {
     const stream = ': a comment\nevent: fleet\ndata: {"a":\ndata: "\u00fc"}\n\nid: 4\r\ndata:plain\r\n\r\nevent: none\n\n';
@@ -114,16 +131,5 @@ test("events are read however the network cuts them", () => {
         const reader = new EventReader((...event) => got.push(event));
         for (let i = 0; i < bytes.length; i += size) reader.read(bytes.subarray(i, i + size));
         assert.deepEqual(got, expected, `pieces of ${size}`);
-    }
-});
-
-test("pages come with a policy that runs nothing of others", async () => {
-    for (const path of ["/", "/station/ANY"]) {
-        const response = await fetch(base + path);
-        assert.equal(response.status, 200);
-        assert.equal(response.headers.get("content-security-policy"), policy);
-        assert.equal(response.headers.get("x-content-type-options"), "nosniff");
-        const page = await response.text();
-        assert.doesNotMatch(page, /<script(?![^>]* src="(\.\.\/)?(vendor\/)?[\w.]+\.js")|\son\w+=|\sstyle=|https?:/);
     }
 });

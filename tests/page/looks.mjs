@@ -41,3 +41,42 @@ export async function spend(page, ms, act = () => pause(ms)) {
     const costs = tasks.map((e) => e.tdur / 1e3);
     return { tasks: tasks.length, perSecondMs: costs.reduce((a, b) => a + b, 0) / seconds, longestMs: Math.max(0, ...costs) };
 }
+
+/// What the page of very many stations costs a browser: until it is painted, of an update, of scrolling.
+export async function costOfFleet(page, address) {
+    await page.evaluateOnNewDocument(() => {
+        new MutationObserver((_, observer) => {
+            if (!document.querySelector("#rows tr:not(.gap)")) return;
+            observer.disconnect();
+            requestAnimationFrame(() => setTimeout(() => (window.rowsAt = performance.now())));
+        }).observe(document, { childList: true, subtree: true });
+    });
+    await page.goto(address);
+    await page.waitForFunction(() => window.rowsAt !== undefined);
+    const rowsAt = await page.evaluate(() => window.rowsAt);
+    const first = await page.evaluate(() => performance.getEntriesByName("first-contentful-paint")[0].startTime);
+    await pause(2000);
+    const still = await spend(page, 8000);
+    const scrolled = await spend(page, 4000, async () => {
+        for (let i = 0; i < 40; ++i) {
+            await page.mouse.wheel({ deltaY: i < 30 ? 900 : -900 });
+            await pause(60);
+            const row = () => document.elementFromPoint(innerWidth / 2, innerHeight - 60)?.closest("tr");
+            const hole = await page.evaluate(`(${row})()?.className !== "" && document.querySelector("#rows").getBoundingClientRect().top < 0`);
+            if (hole) await page.waitForFunction(`(${row})()?.className === ""`, { timeout: 1000 });
+        }
+    });
+    const rows = await page.$$eval("#rows tr:not(.gap)", (all) => all.length);
+    const ms = (value) => `${value.toFixed(1)} ms`;
+    return {
+        tasks: still.tasks,
+        rows,
+        firstPaintMs: first,
+        longestUpdateMs: still.longestMs,
+        told: [
+            `first paint ${ms(first)}, first rows ${ms(rowsAt)}`,
+            `updates: ${ms(still.perSecondMs)} of the main thread a second, longest task ${ms(still.longestMs)}`,
+            `scrolling: longest task ${ms(scrolled.longestMs)}; ${rows} rows stand`,
+        ],
+    };
+}
