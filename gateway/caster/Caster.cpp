@@ -297,9 +297,11 @@ awaitable<void> Caster::hear(Channel& channel, const Request& request, Station& 
     }
     struct Inside {
         PushDoor& door;
-        explicit Inside(PushDoor& of) : door(of) { door.enter(); }
+        Inside(PushDoor& of, Channel& channel) : door(of) {
+            door.enter([&channel] { channel.close(); });
+        }
         ~Inside() { door.leave(); }
-    } const inside(door);
+    } const inside(door, channel);
     co_await tell(channel, ntrip::grantText(request, dateNow()));
     say(Level::notice, station.settings().name,
         "a receiver at " + channel.peer() + " pushes its stream");

@@ -28,6 +28,8 @@ void Mountpoint::publish(Block block, Instant at) {
 }
 
 void Mountpoint::join(Receiver& receiver, Instant at) {
+    if (closed_)
+        return receiver.end();
     Bytes first = kept_.current(at);
     if (!first.empty())
         receiver.take(Outgoing(std::move(first)), at);
@@ -35,6 +37,8 @@ void Mountpoint::join(Receiver& receiver, Instant at) {
 }
 
 void Mountpoint::close() {
+    closed_ = true;
+    door.shut();
     for (Receiver* const receiver : std::exchange(receivers_, {}))
         receiver->end();
 }

@@ -54,7 +54,7 @@ public:
     /// ephemerides.
     void join(Receiver& receiver, Instant at);
     void leave(Receiver& receiver) { receivers_.erase(&receiver); }
-    /// Sends all away.
+    /// Sends all away, also who comes later.
     void close();
     /// The stream is another one from now on: what was kept of it is not for new rovers.
     void forget() { kept_.clear(); }
@@ -74,6 +74,7 @@ public:
 
 private:
     Duration silence_;
+    bool closed_ = false;
     std::set<Receiver*> receivers_;
     Heard heard_;
     KeptMessages kept_;

@@ -192,8 +192,9 @@ awaitable<void> receiveFile(const Address& address, const SourceEvents& events) 
 
 } // namespace
 
-void PushDoor::enter() {
+void PushDoor::enter(std::function<void()> sendAway) {
     taken_ = true;
+    sendAway_ = std::move(sendAway);
     events_->granted();
 }
 

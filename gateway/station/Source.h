@@ -33,8 +33,9 @@ public:
     /// Whether a station waits and nobody delivers.
     bool open() const { return events_ && !taken_; }
     bool waiting() const { return events_.has_value(); }
-    /// The side of the caster: begin where it is open, any bytes, end.
-    void enter();
+    /// The side of the caster: begin where it is open, any bytes, end. `sendAway` ends the
+    /// conversation of who has entered, soon.
+    void enter(std::function<void()> sendAway);
     void deliver(std::span<const std::uint8_t> bytes) {
         if (events_)
             events_->take(bytes);
@@ -42,11 +43,17 @@ public:
     void leave();
     /// The side of the station: until it is cancelled.
     awaitable<void> wait(SourceEvents events);
+    /// The station is stopped: nobody waits here any more.
+    void shut() {
+        if (taken_)
+            sendAway_();
+    }
 
 private:
     std::optional<SourceEvents> events_; // of the station that waits
     bool taken_ = false;
-    Bell closed_; // never rings
+    std::function<void()> sendAway_; // where it is taken
+    Bell closed_;                    // never rings
 };
 
 /// Connects, asks, and hands on what comes; always ends with an exception.

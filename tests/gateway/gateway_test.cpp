@@ -181,6 +181,19 @@ TEST(Gateway, TakesAStreamThatAReceiverPushes) {
     expectRight(stream, rover.receive(epochs(5)), 5);
     ASSERT_TRUE(second.send(source));
     EXPECT_EQ(second.rest(), "ERROR - Mount Point Taken or Invalid\r\n");
+    // The station changes: whoever pushed to the one before comes anew.
+    std::ofstream(gateway.folder / "gateway.toml", std::ios::app) << "offset = [0, 200, 0]\n";
+    gateway.signal(SIGHUP);
+    EXPECT_TRUE(receiver.ended());
+    EXPECT_TRUE(rover.ended());
+    ASSERT_TRUE(gateway.tells("pushes its stream")) << gateway.log();
+    const int connected = gateway.count("pushes its stream");
+    Client again(ports.caster, source, "ICY 200 OK\r\n\r\n"),
+        next(ports.caster, askOf("CANB"), kGranted);
+    EXPECT_EQ(gateway.count("pushes its stream"), connected + 1);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    ASSERT_TRUE(again.send(stream));
+    EXPECT_EQ(wholeEpochs(next.receive(epochs(5))), 5) << gateway.log();
 }
 
 TEST(Gateway, SpeaksHttpWithClientsOfOthers) {

@@ -70,6 +70,12 @@ public:
             out += c;
         return out;
     }
+    /// Whether the peer ends the connection within 10 s, without a further byte.
+    bool ended() const {
+        pollfd p{fd_, POLLIN, 0};
+        char c = 0;
+        return poll(&p, 1, 10'000) == 1 && recv(fd_, &c, 1, 0) <= 0;
+    }
     std::string rest() {
         const Bytes all = receive([](const Bytes&) { return false; });
         return {all.begin(), all.end()};
