@@ -145,9 +145,11 @@ WebServer::WebServer(const asio::any_io_executor& executor, const WebView& view,
                                  "\""};
 }
 
-/// The stations work without it.
+/// The stations work without it. Who may look may have changed: those who listen come again.
 void WebServer::apply(const WebSettings& settings) {
     settings_ = settings;
+    for (Hearer* const hearer : hearers_)
+        hearer->channel->close();
     for (const std::string& failure : listeners_.apply(settings_.listen))
         say(Level::warning, "page", failure);
 }
