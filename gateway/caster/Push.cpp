@@ -22,6 +22,7 @@ constexpr std::size_t kMostForPeer = std::size_t{128} * 1024; // bytes
 constexpr Duration kReachLimit = 10s;
 constexpr Duration kSendLimit = 20s;
 constexpr Duration kSteadyPush = 60s;
+constexpr std::size_t kMostHere = 100; // connections to one port
 
 /// Until the peer ends it; what it says is for nobody.
 awaitable<void> untilEnd(Channel& channel) {
@@ -158,11 +159,24 @@ awaitable<void> Push::sendAll(Channel& channel) {
 awaitable<void> Push::toWhoConnects() {
     tcp::acceptor acceptor(executor_,
                            {asio::ip::make_address(address_.peer.host), address_.peer.port});
-    for (;;)
-        tasks_.start(serveOne(co_await acceptor.async_accept(use_awaitable)));
+    for (bool told = false;;) {
+        tcp::socket socket = co_await acceptor.async_accept(use_awaitable);
+        const bool full = here_ >= kMostHere;
+        if (full && !told)
+            say_(Level::warning, "output " + shown(address_) + ": refuses further connections: " +
+                                     std::to_string(kMostHere) + " are here");
+        told = full;
+        if (!full)
+            tasks_.start(serveOne(std::move(socket)));
+    }
 }
 
 awaitable<void> Push::serveOne(tcp::socket socket) {
+    struct Here {
+        std::size_t& count;
+        explicit Here(std::size_t& of) : count(of) { ++count; }
+        ~Here() { --count; }
+    } const counted(here_);
     const ChannelPtr channel = channelOf(std::move(socket));
     Rover rover(executor_, *channel, {}, from_);
     const Joined joined(from_, rover);
