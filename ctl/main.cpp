@@ -64,7 +64,7 @@ void addSimulate(CLI::App& app, int& status) {
     c->add_option("--record", w->record, "write what is sent on the first endpoint to a file");
     c->add_option("--replies", w->replies, "write what comes back there to a file");
     c->add_option("--play", w->play, "send a recorded stream; replies are checked for form, order and completeness")->check(CLI::ExistingFile);
-    c->add_option("--rover", w->rovers, "judge what a rover got through a caster and writes to this pipe; once for each endpoint")->type_name("FILE");
+    c->add_option("--rover", w->rovers, "judge what this command gets through a caster and writes to its standard output; started again when it ends; once for each endpoint")->type_name("COMMAND");
     c->add_option("--report", w->report, "draw what the first endpoint showed as a web page in one file");
     c->add_option("--fault", w->faults, "what goes wrong, now and then or (NAME@N) at epoch N: " + ctl::simulate::faultNames())->delimiter(',');
     c->add_option("--quirk", w->quirks, "how the receiver writes times, as some in use do, or two stations in one stream: " + ctl::simulate::quirkNames())->delimiter(',');
@@ -72,8 +72,9 @@ void addSimulate(CLI::App& app, int& status) {
     // clang-format on
     c->footer(
         "Ends with 0 where everything was right, or the form of replies whose values are not\n"
-        "known; 1 where something was wrong or there was nothing to judge; 2 where arguments\n"
-        "are wrong, or a file or port cannot be used. The last line is the verdict.");
+        "known; 1 where something was wrong, a rover missed epochs, or there was nothing to\n"
+        "judge; 2 where arguments are wrong, or a file or port cannot be used. The last line\n"
+        "is the verdict.");
     c->callback([w, &status] { status = simulate(*w); });
 }
 

@@ -2,17 +2,18 @@
 
 #include "gnss/Clock.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace ctl::simulate {
 
@@ -20,6 +21,8 @@ namespace {
 
 constexpr double kPatienceS = 2.0;       // for something owed
 constexpr double kRoverPatienceS = 10.0; // for the road to a rover
+constexpr double kRoverPauseS = 1.0;     // before it is started again
+constexpr double kRoverGoneS = 30.0;
 constexpr double kStallS = 0.15;
 constexpr double kSlowReaderS = 0.4;
 constexpr std::size_t kLargestRandomBlock = 1500;
@@ -53,34 +56,25 @@ double monotonicS() {
     return std::chrono::duration<double>(monotonicNow()).count();
 }
 
-FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
-    if (this != &other) {
-        reset();
-        fd_ = std::exchange(other.fd_, -1);
-    }
-    return *this;
-}
-
-void FileDescriptor::reset() {
-    if (fd_ >= 0)
-        ::close(fd_);
-    fd_ = -1;
-}
-
 Endpoint::Endpoint(const std::string& host, int port, const ref::Expectation& expectation,
                    FaultPlan faults, Split split)
     : judge(expectation), plan(std::move(faults)), listener_(listenOn(host, port)), split_(split) {}
 
-void Endpoint::hearRover(const std::string& path) {
-    rover_ = FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!rover_.open())
-        throw std::runtime_error(path + " cannot be read: " + std::strerror(errno));
-    fcntl(rover_.get(), F_SETFL, O_NONBLOCK);
-    throughRover_ = true;
+void Endpoint::hearRover(const std::string& command) {
+    rover_ = std::make_unique<Rover>(command);
+    rover_->start();
 }
 
 bool Endpoint::roverHears(double now) const {
-    return !throughRover_ || roverHeard_ || now - connectedAt_ > kRoverPatienceS;
+    if (!rover_)
+        return true;
+    return connected() &&
+           (roverHeard_ || now - std::max(connectedAt_, roverEndedAt_) > kRoverPatienceS);
+}
+
+bool Endpoint::roverGone(double now) const {
+    return rover_ && !roverHeard_ && roverEndedAt_ > 0 && connected() &&
+           now - std::max(connectedAt_, roverEndedAt_) > kRoverGoneS;
 }
 
 void Endpoint::accept() {
@@ -186,7 +180,7 @@ void Endpoint::read() {
     for (;;) {
         const auto n = recv(connection_.get(), in.data(), in.size(), 0);
         if (n > 0) {
-            if (!throughRover_)
+            if (!rover_)
                 came({in.data(), static_cast<std::size_t>(n)});
             continue;
         }
@@ -199,16 +193,19 @@ void Endpoint::read() {
 void Endpoint::readRover() {
     std::array<std::uint8_t, 65536> in{};
     for (;;) {
-        const auto n = ::read(rover_.get(), in.data(), in.size());
-        if (n <= 0) {
-            if (n < 0 && (errno == EAGAIN || errno == EINTR))
-                return;
-            roverGone_ = true;
-            return rover_.reset();
-        }
-        roverHeard_ = true;
+        const ssize_t n = rover_->read(in);
+        if (n < 0)
+            return;
+        if (n == 0)
+            break;
+        roverConnections += std::exchange(roverHeard_, true) ? 0 : 1;
         came({in.data(), static_cast<std::size_t>(n)});
     }
+    rover_->end();
+    if (std::exchange(roverHeard_, false) || roverEndedAt_ == 0)
+        roverEndedAt_ = monotonicS();
+    roverFrom_ = monotonicS() + kRoverPauseS;
+    judge.roverEnded();
 }
 
 void Endpoint::came(std::span<const std::uint8_t> bytes) {
@@ -228,6 +225,8 @@ bool Endpoint::idle(double now) const {
 }
 
 void Endpoint::settle(double now) {
+    if (rover_ && !rover_->runs() && now >= roverFrom_)
+        rover_->start();
     if (end_ == End::none || !connected() || pending() || now < readFrom_)
         return;
     if (judge.owed() > 0 && now - lastMoved_ <= kPatienceS)
@@ -259,6 +258,7 @@ void Endpoint::finish() {
     judge.finish();
     connection_.reset();
     listener_.reset();
+    rover_.reset();
 }
 
 } // namespace ctl::simulate

@@ -1,13 +1,15 @@
 #pragma once
 
 #include "ctl/simulate/Faults.h"
+#include "ctl/simulate/FileDescriptor.h"
+#include "ctl/simulate/Rover.h"
 #include "ctl/simulate/Source.h"
 #include "reference/service/judge.h"
 
+#include <memory>
 #include <ostream>
 #include <span>
 #include <string>
-#include <utility>
 
 /// Endpoint: one TCP endpoint that a service connects to: what is sent goes to the judge first,
 /// what comes back, there or at a rover, after it. Times are seconds of the monotonic clock.
@@ -15,22 +17,6 @@
 namespace ctl::simulate {
 
 double monotonicS();
-
-/// A file descriptor that closes itself.
-class FileDescriptor {
-public:
-    FileDescriptor() = default;
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor() { reset(); }
-    FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept;
-    int get() const { return fd_; }
-    bool open() const { return fd_ >= 0; }
-    void reset();
-
-private:
-    int fd_ = -1;
-};
 
 /// How bytes are cut into blocks: all at once, N bytes, or random sizes.
 struct Split {
@@ -47,13 +33,14 @@ public:
     int listener() const { return listener_.get(); }
     int connection() const { return connection_.get(); }
     bool connected() const { return connection_.open() && !ended_; }
-    /// What is to come back comes from this file, a pipe, as a rover got it. Waits for whoever
-    /// writes there; std::runtime_error where it cannot be read.
-    void hearRover(const std::string& path);
-    int rover() const { return rover_.get(); }
-    /// Whether the rover gets something, or has had time enough to; true without one.
+    /// What is to come back is what this command gets through a caster. It is started, and again
+    /// when it ends.
+    void hearRover(const std::string& command);
+    int rover() const { return rover_ ? rover_->output() : -1; }
+    /// Whether the road to the rover is whole, or has had time enough to be; true without one.
     bool roverHears(double now) const;
-    bool roverGone() const { return roverGone_; }
+    /// It has ended, and got nothing since, for long.
+    bool roverGone(double now) const;
     /// Takes the service that is there in place of an earlier one.
     void accept();
 
@@ -68,7 +55,8 @@ public:
     void write();
     void read();
     void readRover();
-    /// Ends the connection where that is due and everything owed has come or is given up.
+    /// Ends the connection where that is due and everything owed has come or is given up; starts a
+    /// rover that has ended.
     void settle(double now);
 
     bool pending() const { return sent_ < out_.size(); }
@@ -86,6 +74,7 @@ public:
     ref::Judge judge;
     FaultPlan plan;
     int connections = 0;
+    int roverConnections = 0; // that got something
     std::uint64_t bytesSent = 0;
     int epochs = 0;       // given to it
     bool greeted = false; // has had what a new connection gets
@@ -100,9 +89,11 @@ private:
 
     FileDescriptor listener_;
     FileDescriptor connection_;
-    FileDescriptor rover_;
-    bool throughRover_ = false, roverHeard_ = false, roverGone_ = false;
+    std::unique_ptr<Rover> rover_;
+    bool roverHeard_ = false; // something, since it was started
     double connectedAt_ = 0;
+    double roverEndedAt_ = 0; // and has got nothing since; 0 = never
+    double roverFrom_ = 0;    // it may start again
     Split split_;
     ref::Bytes out_; // queued; sent up to sent_
     std::size_t sent_ = 0;

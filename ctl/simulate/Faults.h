@@ -44,6 +44,10 @@ inline std::string_view name(Fault f) {
     return kFaultNames[static_cast<std::size_t>(f)];
 }
 
+constexpr bool endsConnection(Fault f) {
+    return f <= Fault::halfClose;
+}
+
 /// All of them, for people.
 std::string faultNames();
 

@@ -189,6 +189,20 @@ std::string nothingWords(const Totals& t) {
                 : "no reply carried an observation");
 }
 
+ref::Gap sumOf(const std::vector<ref::Gap>& gaps) {
+    ref::Gap sum;
+    for (const ref::Gap& g : gaps) {
+        sum.epochs += g.epochs;
+        sum.frames += g.frames;
+    }
+    return sum;
+}
+
+std::string missedWords(const ref::Verdict& v) {
+    return (v.replies == 0 ? "no epoch came: " : "what came was right: ") +
+           missedText(sumOf(v.gaps)) + " missed in " + counted(v.gaps.size(), "gap");
+}
+
 // A fault that this run makes: an end of an epoch that the service must refuse.
 bool refusedOnPurpose(const Totals& t) {
     const auto it = t.faults.find(Fault::refusedMessage);
@@ -253,6 +267,8 @@ const char* name(Answer answer) {
         return "right";
     case Answer::formRight:
         return "form right";
+    case Answer::missed:
+        return "missed";
     case Answer::nothing:
         return "nothing to judge";
     case Answer::wrong:
@@ -283,6 +299,11 @@ Judgement judgementOf(const Totals& t) {
         addFrames(v, j.causes);
         addCells(v, j.causes);
         addMessages(v, j.causes);
+        return j;
+    }
+    if (!v.gaps.empty()) {
+        j.answer = Answer::missed;
+        j.words = missedWords(v);
         return j;
     }
     if (v.replies == 0 || v.observations() == 0 || t.silent > 0 ||

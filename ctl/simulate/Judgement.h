@@ -2,7 +2,7 @@
 
 #include "ctl/simulate/Summary.h"
 
-/// Judgement: what a run says about the service, in one of four answers. Text, JSON, page and exit
+/// Judgement: what a run says about the service, in one of five answers. Text, JSON, page and exit
 /// status all take it from here.
 
 namespace ctl::simulate {
@@ -10,6 +10,7 @@ namespace ctl::simulate {
 enum class Answer {
     right,     ///< values too
     formRight, ///< replies are complete, in order and well formed; their values are not known
+    missed,    ///< what came at rovers was right, and did not all come
     nothing,   ///< no observation came back, and none was due
     wrong,
 };
@@ -24,7 +25,7 @@ struct Judgement {
 
 Judgement judgementOf(const Totals& t);
 const char* name(Answer answer);
-/// 0 right, also in form alone; 1 wrong, or nothing to judge.
+/// 0 right, also in form alone; 1 wrong, missed, or nothing to judge.
 int exitStatus(Answer answer);
 
 } // namespace ctl::simulate

@@ -196,8 +196,11 @@ void plan(Run& run, const Arguments& w) {
     run.output = plain ? ref::Output::rtcm3 : ref::Output::reply;
     run.offsetM = offsetOf(w.offset);
     run.rovers = !w.rovers.empty();
-    if (run.rovers && !w.faults.empty())
-        refuse("--fault", w.faults.front(), "not with --rover: a gateway mends what it can");
+    for (std::size_t f = 0; run.rovers && f < kFaultNames.size(); ++f)
+        if (run.faults.asked(static_cast<Fault>(f)) && !endsConnection(static_cast<Fault>(f)))
+            refuse("--fault", std::string(kFaultNames[f]),
+                   "with --rover those alone that end the connection (close, reset, half-close): a "
+                   "gateway mends what it can of the others");
     run.split = splitOf(w.split);
     run.pace.speed = speedOf(w.speed);
     run.pace.intervalS = 1 / run.station.rateHz;

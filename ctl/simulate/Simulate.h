@@ -30,7 +30,7 @@ struct Arguments {
     std::string record;
     std::string replies;
     std::string play;
-    std::vector<std::string> rovers; // files that the rovers write to, one an endpoint
+    std::vector<std::string> rovers; // commands, one an endpoint
     std::string answer = "specified";
     std::string output = "reply";
     std::string offset;

@@ -38,9 +38,9 @@ bool Simulator::roversHear(double now) const {
                        [&](const auto& e) { return e->roverHears(now); });
 }
 
-bool Simulator::roverGone() const {
+bool Simulator::roverGone(double now) const {
     return std::any_of(endpoints_.begin(), endpoints_.end(),
-                       [](const auto& e) { return e->roverGone(); });
+                       [&](const auto& e) { return e->roverGone(now); });
 }
 
 bool Simulator::allIdle(double now) const {
@@ -144,7 +144,7 @@ void Simulator::wait(double most) {
 
 void Simulator::run(const volatile std::sig_atomic_t& stop) {
     bool told = false;
-    while (stop == 0 && !roverGone()) {
+    while (stop == 0 && !roverGone(monotonicS())) {
         if (!ready()) {
             anchored_ = false;
             if (!told && onWaiting && !done())

@@ -30,9 +30,9 @@ public:
     /// Called once each time that nobody is connected.
     std::function<void()> onWaiting;
 
-    /// Runs to the end of the source or of the pace, until `stop` is set, or until a rover ends.
+    /// Runs to the end of the source or of the pace, until `stop` is set, or until a rover has gone.
     /// Starts once every endpoint has its service and every rover hears it; while no endpoint has
-    /// one, the time of the stream stands still.
+    /// one, or the road to a rover is broken, the time of the stream stands still.
     void run(const volatile std::sig_atomic_t& stop);
 
     FaultPlan faults;
@@ -41,7 +41,7 @@ public:
 private:
     bool ready() const;
     bool roversHear(double now) const;
-    bool roverGone() const;
+    bool roverGone(double now) const;
     bool done() const { return exhausted_ || (pace_.epochs > 0 && number_ >= pace_.epochs); }
     bool allIdle(double now) const;
     bool congested() const;

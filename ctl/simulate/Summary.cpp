@@ -1,6 +1,7 @@
 #include "ctl/simulate/Summary.h"
 
 #include "base/Findings.h"
+#include "ctl/Counted.h"
 #include "ctl/simulate/Calendar.h"
 #include "ctl/simulate/Judgement.h"
 
@@ -15,6 +16,7 @@ namespace ctl::simulate {
 namespace {
 
 constexpr std::size_t kMostFaultsShown = 20;
+constexpr std::size_t kMostGapsShown = 200;
 constexpr std::size_t kDateLength = 11; // "2026-03-01 "
 
 template <class Map> void addCounts(Map& sum, const Map& counts) {
@@ -68,6 +70,7 @@ void addVerdict(ref::Verdict& sum, const ref::Verdict& v) {
     sum.replies += v.replies;
     sum.forwarded += v.forwarded;
     sum.missing += v.missing;
+    sum.gaps.insert(sum.gaps.end(), v.gaps.begin(), v.gaps.end());
     sum.cells += v.cells;
     sum.wrong += v.wrong;
     addCounts(sum.signals, v.signals);
@@ -153,6 +156,21 @@ bool answeredBy(const Totals& t, ref::Answer answer) {
     return std::find(t.answers.begin(), t.answers.end(), answer) != t.answers.end();
 }
 
+/// How often they connected, and what they missed.
+std::string roversText(const Totals& t) {
+    std::string out =
+        text("  rovers       %s\n", counted(t.roverConnections, "connection").c_str());
+    const std::vector<ref::Gap>& gaps = t.verdict.gaps;
+    const std::size_t shown = std::min(gaps.size(), kMostGapsShown);
+    for (std::size_t i = 0; i < shown; ++i)
+        out +=
+            text("  missed       %s  %s\n", utcText(gaps[i].from, Fraction::milliseconds).c_str(),
+                 missedText(gaps[i]).c_str());
+    if (gaps.size() > shown)
+        out += text("  missed       in %zu more gaps\n", gaps.size() - shown);
+    return out;
+}
+
 std::uint64_t bytesReceived(const ref::Verdict& v) {
     std::uint64_t sum = 0;
     for (const auto& [type, n] : v.bytes)
@@ -206,6 +224,11 @@ const char* name(ref::Answer answer) {
 
 std::string codeOf(const std::string& signal) {
     return signal.size() > 1 ? signal.substr(1) : "unassigned";
+}
+
+std::string missedText(const ref::Gap& gap) {
+    return counted(gap.epochs, "epoch") +
+           (gap.frames > 0 ? " and " + counted(gap.frames, "forwarded frame") : "");
 }
 
 double delayAt(std::vector<float> delaysS, double part) {
@@ -279,6 +302,7 @@ Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const F
     for (const auto& e : endpoints) {
         t.given += e->epochs;
         t.connections += e->connections;
+        t.roverConnections += e->roverConnections;
         t.bytesSent += e->bytesSent;
         const ref::Verdict& v = e->judge.verdict();
         addVerdict(t.verdict, v);
@@ -308,6 +332,8 @@ std::string summaryText(const Totals& t) {
     out += text("  %s    %d replies and %d forwarded frames, %llu bytes; %d missing\n",
                 t.rovers ? "at rovers" : "came back", v.replies, v.forwarded,
                 static_cast<unsigned long long>(bytesReceived(v)), v.missing);
+    if (t.rovers)
+        out += roversText(t);
     out += text("  stream       %ld epochs, %ld observations; %d observations in the replies\n",
                 v.stream.ended + v.stream.unended, observationsSent(v), v.observations());
     if (v.observations() > 0)
@@ -383,6 +409,15 @@ std::string summaryJson(const Totals& t) {
     number(o, "replies", v.replies);
     number(o, "forwarded", v.forwarded);
     number(o, "missing", v.missing);
+    cJSON* const gaps = cJSON_AddArrayToObject(o, "gaps");
+    for (const ref::Gap& g : v.gaps) {
+        cJSON* const gap = cJSON_CreateObject();
+        cJSON_AddItemToArray(gaps, gap);
+        cJSON_AddStringToObject(gap, "from", utcText(g.from, Fraction::milliseconds).c_str());
+        number(gap, "epochs", g.epochs);
+        number(gap, "frames", g.frames);
+    }
+    number(o, "roverConnections", t.roverConnections);
     number(o, "wrong", static_cast<double>(judgement.wrong));
     cJSON_AddBoolToObject(o, "valuesChecked", t.known.values);
     cJSON* const stream = child(o, "stream");

@@ -58,7 +58,8 @@ struct Totals {
     std::map<ref::Answer, Kept> kept;
     int endpoints = 1;
     bool rovers = false; // got what came back
-    int silent = 0;      // endpoints with replies that carried no observation
+    int roverConnections = 0;
+    int silent = 0; // endpoints with replies that carried no observation
 };
 Totals totalsOf(const std::vector<std::unique_ptr<Endpoint>>& endpoints, const FaultPlan& station,
                 long epochs, Known known);
@@ -75,6 +76,9 @@ std::string codeOf(const std::string& signal);
 /// For a person; for a program (one JSON object).
 std::string summaryText(const Totals& t);
 std::string summaryJson(const Totals& t);
+
+/// "2 epochs and 1 forwarded frame"
+std::string missedText(const ref::Gap& gap);
 
 /// The delay that a part (0..1) of the replies did not exceed, s; 0 without any.
 double delayAt(std::vector<float> delaysS, double part);

@@ -38,7 +38,7 @@ int Verdict::observations() const {
     return sum;
 }
 
-Judge::Judge(const Expectation& e) : predictor_(predictorFor(e)) {
+Judge::Judge(const Expectation& e) : predictor_(predictorFor(e)), answered_(e.near) {
     verdict_.position.dueM = predictor_->virtualAt;
 }
 
@@ -126,19 +126,30 @@ void Judge::frame(std::span<const std::uint8_t> bytes) {
         forwarded(bytes);
 }
 
+void Judge::missing(const Expected& e, Gap& gap) {
+    ++verdict_.missing;
+    if (e.type != 0)
+        ++verdict_.missingTypes[e.type];
+    if (!throughCaster())
+        return fault(e.type == 0 ? Trouble::missingReply : Trouble::missingFrame, describe(e),
+                     " is missing");
+    if (e.type == 0 && gap.epochs++ == 0)
+        gap.from = e.time;
+    gap.frames += e.type == 0 ? 0 : 1;
+}
+
 // The frames owed before the one that came have not come.
 void Judge::skip(std::size_t count) {
+    Gap gap{count < owed_.size() ? owed_[count].expected.time : answered_};
     for (; count > 0; --count) {
-        const Expected& e = owed_.front().expected;
-        if (e.certain) {
-            fault(e.type == 0 ? Trouble::missingReply : Trouble::missingFrame, describe(e),
-                  " is missing");
-            ++verdict_.missing;
-            if (e.type != 0)
-                ++verdict_.missingTypes[e.type];
-        }
+        if (owed_.front().expected.certain)
+            missing(owed_.front().expected, gap);
         owed_.pop_front();
     }
+    if (gap.epochs == 0 && gap.frames == 0)
+        return;
+    verdict_.gaps.push_back(gap);
+    stationUnsure();
 }
 
 void Judge::forwarded(std::span<const std::uint8_t> bytes) {
@@ -149,7 +160,7 @@ void Judge::forwarded(std::span<const std::uint8_t> bytes) {
         return o.expected.type != 0 && std::equal(bytes.begin(), bytes.end(),
                                                   o.expected.frame.begin(), o.expected.frame.end());
     });
-    if (same != owed_.end() && predictor_->expectation.throughCaster) {
+    if (same != owed_.end() && throughCaster()) {
         passedOn_.insert(std::move(same->expected.frame));
         owed_.erase(same);
         return;
@@ -193,7 +204,7 @@ void Judge::reply(std::span<const std::uint8_t> bytes) {
 
 // A caster gives a new rover what it has kept, also of a stream before ours.
 bool Judge::keptByCaster(std::span<const std::uint8_t> forwarded) {
-    return predictor_->expectation.throughCaster && crc24q(forwarded) == 0 &&
+    return throughCaster() && crc24q(forwarded) == 0 &&
            (verdict_.due == 0 || passedOn_.contains(Bytes(forwarded.begin(), forwarded.end())));
 }
 
@@ -208,7 +219,8 @@ void Judge::plain(std::span<const std::uint8_t> bytes) {
         breakOffBlock();
         return forwarded(bytes);
     }
-    if (station && !block_.messages.empty() && isMsm(block_.messages.back().type))
+    if (station && !block_.messages.empty() &&
+        (isMsm(block_.messages.back().type) || (throughCaster() && f.type != 1033)))
         breakOffBlock();
     if (block_.messages.empty())
         blockSinceS_ = heldSinceS_;
@@ -222,8 +234,8 @@ void Judge::plain(std::span<const std::uint8_t> bytes) {
 void Judge::breakOffBlock() {
     if (block_.messages.empty())
         return;
-    if (predictor_->expectation.throughCaster && verdict_.due == 0) {
-        block_ = {}; // kept of a stream before
+    if (throughCaster() && (verdict_.due == 0 || !isMsm(block_.messages.back().type))) {
+        block_ = {}; // kept by the caster
         return;
     }
     fault(Trouble::messages, "an epoch of the plain stream without its last message");
@@ -251,7 +263,7 @@ void Judge::answer(const Came& came, bool whole) {
     skip(static_cast<std::size_t>(due - owed_.begin()));
     const Owed answered = std::move(owed_.front());
     owed_.pop_front();
-    result.time = answered.expected.time;
+    result.time = answered_ = answered.expected.time;
     result.delayS = answered.leftS < 0 ? 0 : blockSinceS_ - answered.leftS;
     if (answered.leftS >= 0)
         verdict_.delaysS.push_back(static_cast<float>(result.delayS));
@@ -271,19 +283,24 @@ void Judge::unaskedReply(const std::optional<Msm>& first) {
           when(next->expected.time), ", which is due");
 }
 
+// Every 10 s; after something that did not come, within 10 s.
 StationPart Judge::stationDue(GpsTime t) {
     if (predictor_->expectation.output == Output::reply)
         return StationPart::due;
+    if (!stationSure_ && !stationSaid_)
+        stationSaid_ = t;
     const bool due =
         !stationSaid_ || t - *stationSaid_ > kStationEveryS - 1e-6 || t - *stationSaid_ < 0;
-    if (due)
-        stationSaid_ = t;
-    return due ? StationPart::due : StationPart::none;
+    return due ? StationPart::due : stationSure_ ? StationPart::none : StationPart::mayCome;
 }
 
 bool Judge::compare(const std::vector<Frame>& came, const Expected& expected, EpochResult& result) {
-    const ComparedAnswer compared =
-        compareAnswer(came, expected, *predictor_, stationDue(expected.time));
+    const StationPart station = stationDue(expected.time);
+    const ComparedAnswer compared = compareAnswer(came, expected, *predictor_, station);
+    if (station == StationPart::due || compared.positionM) {
+        stationSaid_ = expected.time;
+        stationSure_ = true;
+    }
     for (const Difference& d : compared.differences) {
         if (!d.words.empty())
             fault(d.what, d.words, " at ", when(expected.time));
@@ -365,13 +382,28 @@ void Judge::add(const ComparedCell& cell, EpochResult::Satellite& result) {
 }
 
 void Judge::restart() {
-    breakOffBlock();
-    stationSaid_.reset();
-    skip(owed_.size());
-    held_.clear();
+    if (throughCaster()) {
+        stationUnsure();
+    } else {
+        breakOffBlock();
+        stationSaid_.reset();
+        skip(owed_.size());
+        held_.clear();
+    }
     predictor_->restart();
     census_.breakOff();
     verdict_.stream = census_.counts();
+}
+
+void Judge::roverEnded() {
+    stationUnsure();
+    block_ = {};
+    held_.clear();
+}
+
+void Judge::stationUnsure() {
+    stationSaid_.reset();
+    stationSure_ = false;
 }
 
 void Judge::finish() {

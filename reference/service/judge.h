@@ -21,8 +21,10 @@ public:
     /// So many bytes of the whole stream have left.
     void left(std::uint64_t total, double nowS);
     void received(std::span<const std::uint8_t> piece, double nowS);
-    /// The connection ended; what is still owed is missing.
+    /// The connection ended; what is still owed is missing, or may yet come through a caster.
     void restart();
+    /// A rover's connection ended; another one may follow.
+    void roverEnded();
     /// Nothing more comes.
     void finish();
 
@@ -60,8 +62,11 @@ private:
     bool keptByCaster(std::span<const std::uint8_t> forwarded);
     void answer(const Came& came, bool whole);
     void skip(std::size_t count);
+    void missing(const Expected& e, Gap& gap);
     void unaskedReply(const std::optional<Msm>& first);
+    bool throughCaster() const { return predictor_->expectation.throughCaster; }
     StationPart stationDue(GpsTime t);
+    void stationUnsure();
     bool compare(const std::vector<Frame>& came, const Expected& expected, EpochResult& result);
     void countPosition(const ComparedAnswer& compared);
     void countSatellites(const Expected& expected, EpochResult& result);
@@ -70,12 +75,14 @@ private:
     std::unique_ptr<Predictor> predictor_;
     Census census_;
     std::deque<Owed> owed_;
+    GpsTime answered_; // the last epoch that came
     Bytes held_;
     double heldSinceS_ = 0;
     Came block_; // of the plain stream, until its last message
     double blockSinceS_ = 0;
     std::set<Bytes> passedOn_;           // through a caster: forwarded frames that came
     std::optional<GpsTime> stationSaid_; // when the plain stream last had the station's messages
+    bool stationSure_ = true;            // false: perhaps later, in what did not come
     Verdict verdict_;
     std::set<std::pair<std::string, Trouble>> inEpoch_; // satellites in trouble in this answer
 };

@@ -40,6 +40,12 @@ struct SatelliteTally {
     std::map<Trouble, Wrong> wrong;
 };
 
+/// What did not come between two epochs that did.
+struct Gap {
+    GpsTime from; ///< its first epoch; without one, the epoch that came
+    int epochs = 0, frames = 0;
+};
+
 /// The positions that 1005 said.
 struct PositionTally {
     int wrong = 0;    ///< messages
@@ -61,6 +67,7 @@ struct Verdict {
     long unfinished = 0;                ///< of them, for epochs without their end mark
     int replies = 0, forwarded = 0;     ///< that came
     int missing = 0;                    ///< frames that did not come
+    std::vector<Gap> gaps;              ///< the same at a rover, where it is no fault of a value
     int cells = 0;                      ///< observations compared with the truth
     std::map<char, CellTally> tally;    ///< by system
     std::map<std::string, int> signals; ///< observations that came, such as "G1C"

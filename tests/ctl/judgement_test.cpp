@@ -41,7 +41,7 @@ TEST(Summary, NamesTheSignalsThatNoReplyHas) {
         << summaryText(t);
 }
 
-TEST(Judgement, IsOneOfFourAnswers) {
+TEST(Judgement, IsOneOfFiveAnswers) {
     const struct {
         const char* what;
         std::function<void(Totals&)> change;
@@ -103,6 +103,23 @@ TEST(Judgement, IsOneOfFourAnswers) {
              t.verdict.stream.ended = 63;
          },
          Answer::formRight, "the form was right; the values are not known"},
+        {"a rover that was away twice",
+         [](Totals& t) {
+             t.verdict.gaps = {{{}, 2, 0}, {{}, 1, 3}};
+         },
+         Answer::missed, "what came was right: 3 epochs and 3 forwarded frames missed in 2 gaps"},
+        {"a rover to whom nothing came",
+         [](Totals& t) {
+             t.verdict.replies = 0;
+             t.verdict.gaps = {{{}, 60, 0}};
+         },
+         Answer::missed, "no epoch came: 60 epochs missed in 1 gap"},
+        {"a wrong cell and a gap",
+         [](Totals& t) {
+             t.verdict.gaps = {{{}, 2, 0}};
+             wrongIn(t, "G05", ref::Trouble::cellValues, 1, 0.02);
+         },
+         Answer::wrong, "1 WRONG"},
         {"one cell", [](Totals& t) { wrongIn(t, "G05", ref::Trouble::cellValues, 1, 0.02); },
          Answer::wrong, "1 WRONG"},
     };

@@ -260,17 +260,23 @@ TEST(JudgeThroughACaster, WantsEveryForwardedFrameBeforeTheNextEpochInAnyOrder) 
     const struct {
         const char* what;
         Bytes received;
-        int wrong, directly; // through a caster, and at the service; the epoch is always missing
+        int wrong, frames, directly; // frames: missed; directly: wrong at the service
     } cases[] = {
-        {"as sent", joined({a, b}), 1, 1},
-        {"in another order", joined({b, a}), 1, 3},
-        {"one again", joined({a, b, a}), 1, 2},
-        {"one missing", a, 2, 2},
-        {"one that was not sent", joined({a, unknown, b}), 2, 2},
+        // the epoch is always missing
+        {"as sent", joined({a, b}), 0, 0, 1},
+        {"in another order", joined({b, a}), 0, 0, 3},
+        {"one again", joined({a, b, a}), 0, 0, 2},
+        {"one missing", a, 0, 1, 2},
+        {"one that was not sent", joined({a, unknown, b}), 1, 0, 2},
     };
     for (const auto& c : cases) {
         e.throughCaster = true;
-        EXPECT_EQ(ref::judge(sent, c.received, e).wrong, c.wrong) << c.what;
+        const ref::Verdict v = ref::judge(sent, c.received, e);
+        EXPECT_EQ(v.wrong, c.wrong) << c.what;
+        ASSERT_EQ(v.gaps.size(), 1) << c.what;
+        EXPECT_EQ(v.gaps[0].from - now, 0) << c.what;
+        EXPECT_EQ(v.gaps[0].epochs, 1) << c.what;
+        EXPECT_EQ(v.gaps[0].frames, c.frames) << c.what;
         e.throughCaster = false;
         EXPECT_EQ(ref::judge(sent, c.received, e).wrong, c.directly) << c.what;
     }
