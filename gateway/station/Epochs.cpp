@@ -71,6 +71,8 @@ int satelliteOf(std::span<const std::uint8_t> ephemeris) {
 
 void Epochs::take(std::span<const std::uint8_t> bytes) {
     scanner_.feed(bytes);
+    bytes_ += bytes.size();
+    append(beginning_, bytes.first(std::min(bytes.size(), kBeginning - beginning_.size())));
 }
 
 std::optional<Block> Epochs::next() {
@@ -80,10 +82,7 @@ std::optional<Block> Epochs::next() {
             if (first_ || between_.empty())
                 return std::nullopt;
             endBetween();
-        } else if (found->kind != ctl::dump::Found::kMessage) {
-            if (frames_ == 0 && beginning_.size() < kBeginning)
-                append(beginning_, found->bytes.first(std::min(found->bytes.size(), kBeginning)));
-        } else if (found->good) {
+        } else if (found->kind == ctl::dump::Found::kMessage && found->good) {
             ++frames_;
             take(found->bytes, headOf(found->bytes));
         }
@@ -99,6 +98,8 @@ void Epochs::restart() {
     between_.clear();
     ready_.clear();
     first_.reset();
+    frames_ = bytes_ = 0;
+    beginning_.clear();
 }
 
 void Epochs::take(std::span<const std::uint8_t> frame, const FrameHead& head) {

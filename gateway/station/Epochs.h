@@ -49,8 +49,10 @@ public:
     /// The connection ended: what is not whole is forgotten.
     void restart();
 
+    /// Whole frames and bytes of this connection.
     std::uint64_t frames() const { return frames_; }
-    /// The first bytes that were skipped before any frame came, for saying what they look like.
+    std::uint64_t bytes() const { return bytes_; }
+    /// Its first bytes, at most 512, for saying what they look like where no frame has come.
     const Bytes& beginning() const { return beginning_; }
 
 private:
@@ -62,7 +64,7 @@ private:
     Bytes epoch_, between_;
     std::deque<Block> ready_;
     std::optional<FrameHead> first_; // of the epoch
-    std::uint64_t frames_ = 0;
+    std::uint64_t frames_ = 0, bytes_ = 0;
     Bytes beginning_;
 };
 

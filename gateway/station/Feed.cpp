@@ -11,6 +11,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr Duration kTrial = 60s;      // before the better one is used again
+constexpr Duration kFirstLook = 3s;   // at what comes, where it is no message
 constexpr double kOldEpochS = 3600.0; // one that is older by more has another reason
 
 } // namespace
@@ -48,8 +49,11 @@ awaitable<void> Supply::run() {
         Ending end = co_await endOf(receive(address_, door_, events()));
         if (isCancelled(state))
             co_return;
+        const bool ntrip = address_.scheme == Scheme::ntrip || address_.scheme == Scheme::ntrips;
         if (const std::string noRtcm = saysNoRtcm(); !noRtcm.empty())
             end.why += ", and " + noRtcm;
+        else if (ntrip && connectedAt_ && epochs_.bytes() == 0 && !address_.gga)
+            end.why += ", without data; if the mountpoint wants a position, add gga=LAT,LON,HEIGHT";
         state_ = State::waiting;
         lastError_ = end.why;
         deliveringSince_.reset();
@@ -87,18 +91,22 @@ SourceLook Supply::look(Instant now) const {
 }
 
 std::string Supply::saysNoRtcm() const {
-    if (epochs_.frames() > 0 || epochs_.beginning().empty())
-        return {};
     const std::string like = looksLike(epochs_.beginning());
+    // Without a known look, less than the end of a message and most of another proves nothing.
+    if (epochs_.frames() > 0 || (like.empty() && epochs_.bytes() < 2 * kMaxFrame))
+        return {};
     return "what comes is no RTCM 3" + (like.empty() ? "" : ": this looks like " + like);
 }
 
 void Supply::tellWhatComes(Instant now) {
-    if (toldWhatComes_ || !connectedAt_ || now - *connectedAt_ < kSilent)
+    if (toldWhatComes_ || !connectedAt_ || now - *connectedAt_ < kFirstLook)
+        return;
+    const bool late = now - *connectedAt_ >= kSilent;
+    const std::string noRtcm = saysNoRtcm();
+    if (noRtcm.empty() || (!late && looksLike(epochs_.beginning()).empty()))
         return;
     toldWhatComes_ = true;
-    if (const std::string noRtcm = saysNoRtcm(); !noRtcm.empty())
-        say_(Level::warning, shown(address_) + ": " + noRtcm);
+    say_(Level::warning, shown(address_) + ": " + noRtcm);
 }
 
 void Supply::took(std::span<const std::uint8_t> bytes) {

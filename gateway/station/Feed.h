@@ -31,7 +31,8 @@ public:
     bool idle() const { return tasks_.idle(); }
     /// Since when whole epochs have come without a gap of 30 s; nothing while none do.
     std::optional<Instant> deliveringSince(Instant now) const;
-    /// Tells once of a connection that has brought no message for 30 s but other things.
+    /// Tells once of a connection that has brought other things and no message: after 3 s what they
+    /// look like, after 30 s also what nobody knows.
     void tellWhatComes(Instant now);
     /// When it was last wanted anew.
     Instant startedAt() const { return startedAt_; }

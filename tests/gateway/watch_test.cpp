@@ -1,3 +1,4 @@
+#include "gateway/station/Feed.h"
 #include "gateway/station/Heard.h"
 #include "gateway/station/Sky.h"
 #include "gateway/station/StationWatch.h"
@@ -8,8 +9,13 @@
 
 #include <gtest/gtest.h>
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/write.hpp>
+
 #include <cmath>
 #include <set>
+#include <string_view>
 
 // What the gateway keeps in mind of its stations.
 
@@ -118,6 +124,95 @@ TEST(Alarms, BeginOnceWhatLastsAndEndItOnce) {
     EXPECT_EQ(t.lines.back(), "-moved CANB: 50 m");
     EXPECT_EQ(t.alarms.now().size(), 1U);
     EXPECT_EQ(t.alarms.begun()[static_cast<std::size_t>(AlarmKind::moved)], 2U);
+}
+
+TEST(Feed, NamesSoonWhatIsNoRtcm) {
+    ref::Sky sky(kHere);
+    const Bytes epoch = epochAt(sky, kThen).bytes;
+    const auto bytes = [](std::string_view text) { return Bytes(text.begin(), text.end()); };
+    Bytes both = bytes("$GNGGA,\r\n");
+    both.insert(both.end(), epoch.begin(), epoch.end());
+    constexpr Duration never = 100s;
+    const struct {
+        const char* what;
+        Bytes come;
+        Duration told;
+        const char* line;
+    } cases[] = {
+        {"a few bytes", bytes("\xB5\x62\x01\x07"), 3s, ": this looks like UBX"},
+        {"a preamble by chance", bytes("\xD3\x03\xFF$GNRMC,1\r\n"), 3s, ": this looks like NMEA"},
+        {"RTCM 3", epoch, never, ""},
+        {"RTCM 3 between other things", both, never, ""},
+        {"a page, after RTCM 3 came", bytes("<html>"), 3s, ": this looks like HTML"},
+        {"what nobody knows", Bytes(3000, 0x55), 30s, ""},
+        {"half a message", Bytes(epoch.begin(), epoch.begin() + 50), never, ""},
+        {"nothing", {}, never, ""},
+    };
+    boost::asio::io_context context;
+    PushDoor door(context.get_executor());
+    std::vector<std::string> lines;
+    Feed feed(
+        context.get_executor(), {parseAddress("caster:", Use::source)}, door,
+        [&](Level, const std::string& text) { lines.push_back(text); }, [](const Block&) {});
+    feed.start();
+    context.poll();
+    for (const auto& c : cases) {
+        door.enter({});
+        const Instant now = std::chrono::steady_clock::now();
+        for (std::size_t at = 0; at < c.come.size(); at += 100)
+            door.deliver(
+                std::span(c.come).subspan(at, std::min<std::size_t>(100, c.come.size() - at)));
+        lines.clear();
+        std::optional<Duration> told;
+        for (Duration after = 1s; after < 60s; after += 1s) {
+            feed.tick(now + after);
+            if (!told && !lines.empty())
+                told = after;
+        }
+        EXPECT_EQ(told.value_or(never), c.told) << c.what;
+        std::vector<std::string> wanted;
+        if (told)
+            wanted.push_back("caster:: what comes is no RTCM 3" + std::string(c.line));
+        EXPECT_EQ(lines, wanted);
+        door.leave();
+    }
+    feed.stop();
+    context.run();
+}
+
+TEST(Feed, SaysWhatACasterMayWantThatSendsNothing) {
+    const struct {
+        const char *gga, *data;
+        bool told;
+    } cases[] = {{"", "", true}, {"?gga=1,2,3", "", false}, {"", "0123456789", false}};
+    for (const auto& c : cases) {
+        boost::asio::io_context context;
+        using boost::asio::ip::tcp;
+        tcp::acceptor caster(context, {boost::asio::ip::address_v4::loopback(), 0});
+        PushDoor door(context.get_executor());
+        std::string said;
+        Feed feed(
+            context.get_executor(),
+            {parseAddress("ntrip://127.0.0.1:" + std::to_string(caster.local_endpoint().port()) +
+                              "/M" + c.gga,
+                          Use::source)},
+            door, [&](Level, const std::string& text) { said += text + "\n"; },
+            [](const Block&) {});
+        feed.start();
+        tcp::socket peer(context);
+        caster.async_accept(peer, [&](const auto&) {
+            const std::string answer = std::string("ICY 200 OK\r\n\r\n") + c.data;
+            boost::asio::write(peer, boost::asio::buffer(answer));
+            peer.shutdown(tcp::socket::shutdown_send);
+        });
+        for (int i = 0; i < 100 && said.find("next attempt") == said.npos; ++i)
+            context.run_for(100ms);
+        EXPECT_NE(said.find(": the caster has ended the stream"), said.npos) << said;
+        EXPECT_EQ(said.find("add gga=LAT,LON,HEIGHT; next attempt in") != said.npos, c.told)
+            << said;
+        feed.stop();
+        context.run();
+    }
 }
 
 TEST(Series, HasNoValueWhereNothingCame) {
