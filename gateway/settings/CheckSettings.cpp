@@ -66,7 +66,7 @@ void printSettings(const ReadSettings& read, const std::string& file, std::ostre
 }
 
 int runCheck(const std::filesystem::path& file, std::ostream& out) {
-    const ReadSettings read = readSettings(file);
+    const ReadSettings read = readSettings(file, Look::filesAndPorts);
     printSettings(read, file.string(), out);
     return read.usable() ? 0 : 1;
 }

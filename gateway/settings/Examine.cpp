@@ -4,6 +4,7 @@
 #include "ctl/check/Advice.h"
 #include "gateway/net/Program.h"
 #include "gateway/settings/Certificate.h"
+#include "gateway/settings/Ports.h"
 #include "gateway/settings/Users.h"
 #include "gnss/Clock.h"
 
@@ -131,25 +132,9 @@ private:
     }
 
     void examineListeners() {
-        for (const HostPort& at : s_.web.listen)
-            if (remarks_.present(kWebSection, "listen"))
-                listen(at, kWebSection, "listen");
-        for (const HostPort& at : s_.caster.listen)
-            listen(at, kCasterSection, "listen");
-        for (const HostPort& at : s_.caster.listenTls)
-            listen(at, kCasterSection, "listen_tls");
-        for (std::size_t i = 0; i < s_.stations.size(); ++i) {
-            const StationSettings& station = s_.stations[i];
-            const auto all = [&](const std::vector<Address>& list, const char* key) {
-                for (const Address& a : list)
-                    if (a.scheme == Scheme::tcpListen)
-                        listen(a.peer, kFirstStation + i, key);
-            };
-            all(station.sources, "source");
-            if (station.ephemerides)
-                all({*station.ephemerides}, "ephemerides");
-            all(station.push, "push");
-        }
+        for (const Port& port : portsOf(s_))
+            if (port.section != kWebSection || remarks_.present(kWebSection, "listen"))
+                listen(port.at, port.section, port.key);
         if (!s_.externalEngine)
             return;
         const std::size_t room = 65536U - s_.externalEngine->port;
@@ -158,10 +143,6 @@ private:
                            text("%zu stations have no ports from %d on", s_.stations.size(),
                                 s_.externalEngine->port),
                            "each station takes one port: write a lower one");
-        for (std::size_t i = 0; i < std::min(s_.stations.size(), room); ++i)
-            listen(
-                {s_.externalEngine->host, static_cast<std::uint16_t>(s_.externalEngine->port + i)},
-                kGatewaySection, "address");
     }
 
     const Settings& s_;

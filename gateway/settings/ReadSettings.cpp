@@ -7,6 +7,7 @@
 #include "gateway/net/Characters.h"
 #include "gateway/net/Nearest.h"
 #include "gateway/settings/Examine.h"
+#include "gateway/settings/Ports.h"
 #include "gateway/settings/Section.h"
 
 #include <boost/url/parse.hpp>
@@ -457,12 +458,14 @@ ReadSettings parseSettings(std::string_view toml, const std::string& file) {
     return whole(std::move(settings), std::move(remarks));
 }
 
-ReadSettings readSettings(const fs::path& path) {
+ReadSettings readSettings(const fs::path& path, Look look) {
     SettingsRemarks remarks(path.string());
     Settings settings;
     try {
         settings = settingsOf(contentOf(path), remarks);
         examineFiles(settings, remarks);
+        if (look == Look::filesAndPorts)
+            examinePorts(settings, remarks);
     } catch (const std::runtime_error& fault) {
         remarks.error(kFileSection, "", "cannot be read", fault.what());
     }

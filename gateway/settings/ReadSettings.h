@@ -21,8 +21,11 @@ struct ReadSettings {
     bool usable() const;
 };
 
+/// How far a look goes at what settings name: files and folders; for `check` also its ports, which
+/// are taken while the gateway runs.
+enum class Look { files, filesAndPorts };
 /// Reads the file and looks at all that it names.
-ReadSettings readSettings(const std::filesystem::path& path);
+ReadSettings readSettings(const std::filesystem::path& path, Look look = Look::files);
 /// The same of a text, without a look at what it names.
 ReadSettings parseSettings(std::string_view toml, const std::string& file);
 

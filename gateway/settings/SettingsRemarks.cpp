@@ -1,6 +1,7 @@
 #include "gateway/settings/SettingsRemarks.h"
 
 #include <algorithm>
+#include <array>
 #include <tuple>
 
 namespace gateway {
@@ -21,12 +22,13 @@ FilePlace SettingsRemarks::placeOf(std::size_t section, const std::string& key) 
 std::string SettingsRemarks::keyText(std::size_t section, const std::string& key) const {
     if (section == kFileSection)
         return key;
-    std::string name = section == kGatewaySection ? "gateway" : "caster";
-    if (section >= kFirstStation) {
-        const auto known = names_.find(section);
-        name = "station " + (known != names_.end() ? known->second
-                                                   : std::to_string(section - kFirstStation + 1));
-    }
+    constexpr std::array names{"", "gateway", "caster", "web", "alarms"};
+    static_assert(names.size() == kFirstStation);
+    const auto known = names_.find(section);
+    const std::string name = section < kFirstStation ? names[section]
+                             : known != names_.end()
+                                 ? "station " + known->second
+                                 : "station " + std::to_string(section - kFirstStation + 1);
     return key.empty() ? name : name + "/" + key;
 }
 

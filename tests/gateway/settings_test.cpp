@@ -3,6 +3,8 @@
 #include "gnss/Clock.h"
 #include "process.h"
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 #include <sstream>
@@ -325,6 +327,9 @@ TEST(GatewaySettings, TellAFaultWhereItStands) {
          "f:8:11: gateway/address: error: 2 stations have no ports from 65535 on"},
         {"[gateway]\nengine = \"external\"\naddress = \"127.0.0.1:2100\"\n" + kAnother,
          "f:8:11: gateway/address: error: 127.0.0.1:2101 is taken already by [::]:2101"},
+        {"[web]\nlisten = \"192.0.2.1:80\"",
+         "f:7:10: web/listen: error: other machines would see the page"},
+        {"[alarms]\ndelay = nan", "f:7:9: alarms/delay: error: is out of range"},
         {"[stations]", "f:6:1: stations: error: section is not known\n    is station meant?"},
         {"[[station]]\nname = \"B\"", "f:6:1: station B: error: source is missing"},
         {"[[station]]\nsource = \"tcp://b:2\"", "f:6:1: station 2: error: name is missing"},
@@ -437,7 +442,9 @@ protected:
     /// What is printed of a file with these sections beside the engine, without the folder.
     std::string checkedFile(const std::string& toml, int status, unsigned mode = 0600) const {
         write("gateway.toml",
-              replaced("[gateway]\nengine = \"DIR/engine\"\n" + toml, "DIR/", scratch.path), mode);
+              replaced("[gateway]\nengine = \"DIR/engine\"\n" + toml + "\n[web]\nlisten = []\n",
+                       "DIR/", scratch.path),
+              mode);
         std::ostringstream out;
         EXPECT_EQ(runCheck(scratch.path + "gateway.toml", out), status) << out.str();
         return replaced(out.str(), scratch.path, "DIR/");
@@ -445,7 +452,7 @@ protected:
     check::Scratch scratch;
 };
 
-const std::string kStationOfFile = "state = \"DIR/state\"\n[caster]\nlisten = \"[::]:0\"\n"
+const std::string kStationOfFile = "state = \"DIR/state\"\n[caster]\nlisten = \"127.0.0.1:0\"\n"
                                    "[[station]]\nname = \"CANB\"\n";
 
 TEST_F(GatewayFiles, ThatSuitAreTold) {
@@ -454,8 +461,8 @@ TEST_F(GatewayFiles, ThatSuitAreTold) {
     const Pair good = pair(-1, 100);
     write("cert.pem", good.certificate, 0644);
     write("key.pem", good.key, 0600);
-    EXPECT_EQ(checkedFile(replaced(kStationOfFile, "\"[::]:0\"\n", R"("[::]:0"
-listen_tls = "[::]:2102"
+    EXPECT_EQ(checkedFile(replaced(kStationOfFile, ":0\"\n", R"(:0"
+listen_tls = "[::1]:0"
 certificate = "DIR/cert.pem"
 key = "DIR/key.pem"
 users = "DIR/users"
@@ -465,8 +472,8 @@ offset = [1, 2.5, -3]
 push = ["ntrip-source://:hunter2@h:2102/M", "file:DIR/%Y%m%d.rtcm"]
 )",
                           0),
-              R"(    rovers connect to [::]:0
-    over TLS to [::]:2102
+              R"(    rovers connect to 127.0.0.1:0
+    over TLS to [::1]:0
     station CANB: ntrip://user@h:2101/M, else file:DIR/a.rtcm?loop
         to mountpoint CANB for rover1, 1 m east, 2.5 m north, -3 m up
         to ntrip-source://h:2102/M
@@ -487,7 +494,7 @@ TEST_F(GatewayFiles, ThatDoNotSuitAreTold) {
                "source = \"tcp://a:1\"\n";
     };
     const auto tls = [&](const std::string& certificate, const std::string& key) {
-        return caster("listen_tls = \"[::]:1\"\ncertificate = \"DIR/" + certificate +
+        return caster("listen_tls = \"127.0.0.1:0\"\ncertificate = \"DIR/" + certificate +
                       "\"\nkey = \"DIR/" + key + "\"\n");
     };
     const struct {
@@ -495,7 +502,7 @@ TEST_F(GatewayFiles, ThatDoNotSuitAreTold) {
         std::vector<const char*> said; // and no more findings
         int status;
     } cases[] = {
-        {"state = \"DIR/engine\"\n[caster]\nlisten = \"[::]:0\"\n" + kAnother,
+        {"state = \"DIR/engine\"\n[caster]\nlisten = \"127.0.0.1:0\"\n" + kAnother,
          {":3:9: gateway/state: error: DIR/engine cannot be written by this user"},
          1},
         {kStationOfFile + "source = \"file:DIR/none\"",
@@ -553,6 +560,60 @@ TEST_F(GatewayFiles, ThatDoNotSuitAreTold) {
     std::ostringstream out;
     EXPECT_EQ(runCheck(scratch.path + "none.toml", out), 1);
     EXPECT_NE(out.str().find("cannot be read\n    No such file"), std::string::npos);
+}
+
+TEST_F(GatewayFiles, ThatNamePortsOfOthersAreTold) {
+    boost::asio::io_context context;
+    using boost::asio::ip::tcp;
+    const tcp::endpoint anyPort(boost::asio::ip::address_v4::loopback(), 0);
+    std::vector<tcp::acceptor> listeners;
+    std::vector<std::string> at;
+    for (int i = 0; i < 4; ++i) {
+        listeners.emplace_back(context, anyPort);
+        at.push_back("127.0.0.1:" + std::to_string(listeners.back().local_endpoint().port()));
+    }
+    listeners.erase(listeners.begin() + 2, listeners.end());
+    const std::string &one = at[0], &two = at[1], &free = at[2], &alsoFree = at[3];
+    const std::string any = "127.0.0.1:0", alone = "a program listens already on ";
+    const auto warning = [](const std::string& place, const std::string& wrong) {
+        return "DIR/gateway.toml" + place + ": warning: " + wrong + "\n    ";
+    };
+    const struct {
+        std::string caster, source, push;
+        std::vector<std::string> said;
+    } cases[] = {
+        {one, free, alsoFree, {warning(":5:10: caster/listen", alone + one)}},
+        {any, one, free, {warning(":8:10: station CANB/source", alone + one)}},
+        {two,
+         free,
+         one,
+         {warning(":5:10: caster/listen", alone + two),
+          warning(":9:8: station CANB/push", alone + one)}},
+        {any, one, two, {warning("", "programs listen already on " + one + ", " + two)}},
+        {"192.0.2.1:0",
+         free,
+         alsoFree,
+         {warning(":5:10: caster/listen",
+                  "nobody can listen on 192.0.2.1:0: Cannot assign requested address")}},
+        {any, free, alsoFree, {}},
+    };
+    for (const auto& c : cases) {
+        const std::string all =
+            checkedFile("state = \"DIR/state\"\n[caster]\nlisten = [\"" + c.caster +
+                            "\"]\n[[station]]\nname = \"CANB\"\nsource = \"tcp-listen://" +
+                            c.source + "\"\npush = \"tcp-listen://" + c.push + "\"\n",
+                        0);
+        std::size_t begin = 0; // each in its turn, and no other
+        for (const std::string& line : c.said) {
+            begin = all.find(line, begin);
+            EXPECT_NE(begin, all.npos) << line << "\n" << all;
+        }
+        const std::string count = std::to_string(c.said.size());
+        EXPECT_TRUE(all.ends_with(c.said.empty()       ? ": no findings\n"
+                                  : c.said.size() == 1 ? ": 1 warning\n"
+                                                       : ": " + count + " warnings\n"))
+            << all;
+    }
 }
 
 TEST(GatewayCommandLine, IsSettingsWithoutAFile) {
