@@ -2,6 +2,7 @@
 
 #include "gateway/net/Outbox.h"
 #include "gateway/net/Program.h"
+#include "gateway/station/EphemerisWatch.h"
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/connect_pipe.hpp>
@@ -70,7 +71,7 @@ void relay(std::string_view line, const Say& say) {
     if (line.size() < 4 || line[0] != '<' || line[2] != '>' || line[1] < '0' || line[1] > '7')
         return;
     const auto level = static_cast<Level>(line[1] - '0');
-    if (level <= Level::warning)
+    if (level <= Level::warning && !tellsOfMissingEphemeris(line))
         say(level, "engine: " + std::string(line.substr(3)));
 }
 

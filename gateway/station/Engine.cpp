@@ -3,6 +3,7 @@
 #include "gateway/net/Attempts.h"
 #include "gateway/net/Channel.h"
 #include "gateway/station/Child.h"
+#include "gateway/station/EphemerisWatch.h"
 
 #include <algorithm>
 #include <array>
@@ -18,6 +19,7 @@ constexpr std::size_t kMostWaiting = std::size_t{256} * 1024; // bytes towards a
 constexpr Duration kConnectLimit = 15s;                       // of a child that was started
 constexpr unsigned kMostOwed = 10;                            // epochs
 constexpr Duration kWatchPeriod = 1s;
+constexpr unsigned kStatusSeconds = 15;              // between looks into its status
 constexpr auto kStale = 5s;                          // of a status
 constexpr Duration kFirstWait = 1s, kMostWait = 60s; // before an engine is started again
 constexpr Duration kSteady = 60s;                    // of work after which waits begin anew
@@ -190,10 +192,19 @@ awaitable<void> Engine::writeTo(Channel& channel) {
 /// Ends when the engine hangs. It need not answer every epoch (no ephemerides yet); then its status
 /// says that it lives.
 awaitable<void> Engine::watch(fs::path status) {
-    for (;;) {
+    EphemerisWatch ephemerides(
+        [this](Level level, const std::string& text) { say_(level, "engine: " + text); });
+    for (unsigned seconds = 1;; ++seconds) {
         co_await pause(kWatchPeriod);
         if (owed_ >= kMostOwed && !livesBy(status))
             throw std::runtime_error("hangs: it owes " + std::to_string(owed_) + " epochs");
+        if (seconds % kStatusSeconds != 0)
+            continue;
+        try {
+            ephemerides.look(ctl::status::StatusFile(status.string()),
+                             std::chrono::steady_clock::now());
+        } catch (const std::runtime_error&) { // an engine that is not ours, or has written none yet
+        }
     }
 }
 

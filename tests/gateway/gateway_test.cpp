@@ -1,3 +1,4 @@
+#include "ctl/status/StatusFile.h"
 #include "gateway/running.h"
 
 // One promise of the gateway a test.
@@ -99,6 +100,23 @@ TEST(Gateway, StartsAnEngineAgainThatDies) {
     ref::Sky sky = skyOfStation();
     ASSERT_TRUE(station.send(epochOf(sky, kNow + 10.0)));
     EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
+}
+
+TEST(Gateway, IsQuietAboutEphemeridesThatAreYetToCome) {
+    const Ports ports;
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    const Client station(ports.station);
+    ref::Sky sky = skyOfStation();
+    std::uint64_t missing = 0;
+    for (int i = 0; i < 100 && missing == 0; ++i) {
+        ASSERT_TRUE(station.send(epochOf(sky, kNow + i * 1.0)));
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        missing = ctl::status::StatusFile("status.json", gateway.status())
+                      .count("systems/G/left_out_count/no ephemeris");
+    }
+    EXPECT_GT(missing, 4U) << gateway.status();
+    EXPECT_EQ(gateway.count("doesn't have"), 0) << gateway.log();
 }
 
 TEST(Gateway, AsksForThePasswordThatMkpasswdHashed) {

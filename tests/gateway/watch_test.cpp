@@ -1,3 +1,4 @@
+#include "gateway/station/EphemerisWatch.h"
 #include "gateway/station/Feed.h"
 #include "gateway/station/Heard.h"
 #include "gateway/station/Sky.h"
@@ -213,6 +214,41 @@ TEST(Feed, SaysWhatACasterMayWantThatSendsNothing) {
         feed.stop();
         context.run();
     }
+}
+
+TEST(EphemerisWatch, TellsInOneLineWhatLastsAMinute) {
+    std::vector<std::string> lines;
+    EphemerisWatch watch([&](Level level, const std::string& text) {
+        lines.push_back((level == Level::warning ? "warning: " : "") + text);
+    });
+    const auto look = [&](int gps, int galileo, int fromS, int toS) {
+        const auto system = [](int missing) {
+            return R"({"seen_count": 9, "left_out_count": {"low": 1, "no ephemeris": )" +
+                   std::to_string(missing) + "}}";
+        };
+        const ctl::status::StatusFile status(
+            "status.json", R"({"format": "kestrune-status-1", "systems": {"G": )" + system(gps) +
+                               R"(, "E": )" + system(galileo) + "}}");
+        for (int s = fromS; s <= toS; s += 15)
+            watch.look(status, kStart + std::chrono::seconds(s));
+    };
+    look(8, 6, 0, 45); // the stream has begun
+    look(0, 0, 60, 60);
+    look(1, 0, 75, 120); // one rises
+    look(0, 0, 135, 135);
+    EXPECT_TRUE(lines.empty());
+    look(7, 0, 150, 195);
+    look(7, 2, 210, 300);
+    ASSERT_EQ(lines,
+              std::vector<std::string>{"warning: no ephemeris has come for a minute: GPS 7 (1019), "
+                                       "Galileo 2 (1045, 1046); these satellites are left out"});
+    look(0, 0, 315, 360);
+    look(0, 1, 375, 375); // not for long enough
+    look(0, 0, 390, 435);
+    EXPECT_EQ(lines.size(), 1U);
+    look(0, 0, 450, 600);
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines.back(), "every satellite has its ephemeris");
 }
 
 TEST(Series, HasNoValueWhereNothingCame) {
