@@ -39,7 +39,7 @@ void readRequest(Bytes bytes) {
     const std::string_view text = textOf(bytes);
     const std::optional<std::size_t> length = headLength(text);
     const auto [request, refusal] = parseRequest(text.substr(0, length.value_or(text.size())));
-    for (const std::string* shown : {&request.mount, &request.user, &request.agent})
+    for (const std::string* shown : {&request.mount, &request.user, &request.agent, &request.gga})
         require(printableText(*shown), "texts of a client are printable");
     const bool push = request.kind == Request::Kind::push;
     const auto asked = push ? AnswerReader::Asked::push : AnswerReader::Asked::stream;

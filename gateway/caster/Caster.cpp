@@ -270,6 +270,8 @@ awaitable<void> Caster::serve(Channel& channel, Request request, Station& statio
     if (request.head || (byPassword && hashOf(by.user) != by.hash)) // the users are others now
         co_return;
     Rover rover(executor_, channel, std::move(request), station.mountpoint());
+    if (const std::string& gga = rover.request().gga; !gga.empty())
+        rover.hear(gga + "\r\n");
     rover.hear(rest);
     struct Known {
         std::map<Rover*, Admitted>& all;

@@ -20,12 +20,12 @@ namespace http = boost::beast::http;
 using RequestHead = http::request<http::empty_body>;
 using boost::beast::iequals;
 
-constexpr std::size_t kLongestAgent = 128;
+constexpr std::size_t kLongestText = 128;
 
 /// Fields that must not come twice: which of the two counts would be a matter of luck.
 constexpr std::string_view kOnce[] = {
-    "Host",      "Authorization", "User-Agent", "Source-Agent", "Ntrip-Version",
-    "Ntrip-GGA", "Ntrip-STR",     "STR",        "Expect",       "Transfer-Encoding",
+    "Host",          "Authorization", "User-Agent", "Source-Agent",
+    "Ntrip-Version", "Ntrip-GGA",     "Expect",     "Transfer-Encoding",
 };
 
 std::string_view view(boost::beast::string_view text) {
@@ -172,7 +172,8 @@ std::optional<Refusal> takeHead(std::string_view text, Request& request) {
     }
     for (const std::string_view name : {"User-Agent", "Source-Agent"})
         if (request.agent.empty())
-            request.agent = printable(view(read[name]), kLongestAgent);
+            request.agent = printable(view(read[name]), kLongestText);
+    request.gga = printable(view(read["Ntrip-GGA"]), kLongestText);
     const std::optional<Refusal> refused = takeLine(read, request);
     return refused ? refused : takeCoding(parser, request);
 }

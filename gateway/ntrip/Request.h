@@ -39,6 +39,7 @@ struct Request {
     std::string user;                    // empty: SOURCE has none
     Secret password;
     std::string agent; // User-Agent or Source-Agent, at most 128 characters
+    std::string gga;   // Ntrip-GGA, where a rover says its position; at most 128 characters
 };
 
 /// Bytes of the head with its end; nothing while it is not whole. Lines end with CR LF or LF, and

@@ -8,15 +8,15 @@
 
 namespace gateway::ntrip {
 
-/// A line STR, its fields in the order of the standard.
+/// A line STR, its fields in the order of the standard. It is of a single base, in no network, that
+/// wants no position of a rover.
 struct StreamEntry {
     std::string mountpoint, identifier;
     std::vector<std::pair<int, double>> messages; // number, measured interval (s; 0 = once)
     int carrier = 2;                              // 0 none, 1 L1, 2 L1 and L2 or more
     std::string systems;                          // letters of G R E C J S I
-    std::string network = "none", country = "XXX";
+    std::string country = "XXX";
     double latitudeDeg = 0.0, longitudeDeg = 0.0;
-    bool wantsGga = false;
     std::string generator;
     char authentication = 'N'; // 'N', 'B'
     int bitRate = 0;           // bits/s
@@ -26,7 +26,6 @@ struct CasterEntry {
     std::string host;
     int port = 0;
     std::string identifier, operatorName, country;
-    double latitudeDeg = 0.0, longitudeDeg = 0.0;
 };
 
 /// Without "STR;": what a source sends of itself is this, too.

@@ -84,6 +84,7 @@ TEST(NtripRequest, IsReadInEveryDialect) {
                             .request;
     EXPECT_EQ(all.agent, "NTRIP ?/1");
     EXPECT_EQ(all.length, 9U);
+    EXPECT_EQ(all.gga, "$GPGGA,1");
     EXPECT_EQ(parseRequest("GET / HTTP/1.0\r\nUser-Agent: " + std::string(7000, 'x') + "\r\n\r\n")
                   .request.agent.size(),
               128U);
@@ -422,18 +423,16 @@ TEST(RequestToACaster, IsWrittenToTheLetter) {
 }
 
 TEST(SourceTable, WritesTheFieldsOfTheStandard) {
-    const CasterEntry caster{
-        "caster.example.org", 2101, "Id;1", "Op\"\r\n", "AUS", -35.3049, 149.104};
+    const CasterEntry caster{"caster.example.org", 2101, "Id;1", "Op\"\r\n", "AUS"};
     const StreamEntry entry{
-        "CANB", "Canberra",   {{1005, 10.04}, {1077, 1.0}, {1087, 0.2}, {1019, 0.0}},
-        2,      "CREG",       "net;;x",
-        "AUS",  -0.004,       -149.105,
-        true,   "Kestrune",   'B',
-        9600,   "since 10:00"};
+        "CANB", "Canberra", {{1005, 10.04}, {1077, 1.0}, {1087, 0.2}, {1019, 0.0}},
+        2,      "CREG",     "AUS",
+        -0.004, -149.105,   "Kestrune;;x",
+        'B',    9600,       "since 10:00"};
     EXPECT_EQ(sourceTable(caster, {entry, {}}),
-              "CAS;caster.example.org;2101;Id\";\"1;Op'  ;0;AUS;-35.30;149.10;0.0.0.0;0;none\r\n"
+              "CAS;caster.example.org;2101;Id\";\"1;Op'  ;0;AUS;0.00;0.00;0.0.0.0;0;none\r\n"
               "STR;CANB;Canberra;RTCM 3.3;1005(10),1077(1),1087(0.2),1019;2;GPS+GLO+GAL+BDS;"
-              "net\";\"\";\"x;AUS;0.00;-149.10;1;0;Kestrune;none;B;N;9600;since 10:00\r\n"
+              "none;AUS;0.00;-149.10;0;0;Kestrune\";\"\";\"x;none;B;N;9600;since 10:00\r\n"
               "STR;;;RTCM 3.3;;2;;none;XXX;0.00;0.00;0;0;;none;N;N;0;none\r\n"
               "ENDSOURCETABLE\r\n");
 }

@@ -52,9 +52,11 @@ TEST(Web, TellsWhatBecomesOfAStation) {
     RunningGateway gateway(ports, stationSource(ports) + kPosition, pageAt(page.caster));
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
     EXPECT_EQ(get(page.caster, "/healthz").body, "works\n");
-    Client rover(ports.caster,
-                 "GET /CANB HTTP/1.0\r\nUser-Agent: NTRIP <script>alert(1)</script>\r\n\r\n",
-                 kGranted);
+    Client rover(
+        ports.caster,
+        "GET /CANB HTTP/1.0\r\nUser-Agent: NTRIP <script>alert(1)</script>\r\n"
+        "Ntrip-GGA: $GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n\r\n",
+        kGranted);
     Client live(page.caster);
     ASSERT_TRUE(live.send("GET /api/v1/live HTTP/1.1\r\nHost: [::1]:9\r\n\r\n"));
     const Client station(ports.station);
@@ -93,6 +95,7 @@ TEST(Web, TellsWhatBecomesOfAStation) {
     EXPECT_EQ(s["rovers_count"], 1);
     EXPECT_EQ(s["rovers"][0]["agent"], "NTRIP <script>alert(1)</script>");
     EXPECT_EQ(s["rovers"][0]["sent_bytes_total"], received.size());
+    EXPECT_NEAR(s["rovers"][0]["place"]["latitude_deg"], 48.1173, 1e-6);
     EXPECT_EQ(s["engine"]["state"], "connected");
     EXPECT_EQ(s["sources"][0]["active"], true);
     EXPECT_LT(s["delay_s"], 1.0);
