@@ -35,7 +35,8 @@ void Gateway::apply(const Settings& settings) {
         const StationSettings& wanted = settings_.stations[i];
         const auto old = before.find(wanted.name);
         if (old == before.end() || !sameHost || old->second->station->settings() != wanted ||
-            old->second->station->moved() || (settings_.externalEngine && old->second->number != i))
+            !old->second->station->moved().empty() ||
+            (settings_.externalEngine && old->second->number != i))
             continue;
         stations_[wanted.name] = std::move(old->second);
         before.erase(old);

@@ -99,9 +99,8 @@ void Overview::lookAt(Station& station, Instant now) {
                     ? text("answers take %.3f s", *glance.delayS)
                     : "";
     look(AlarmKind::delay, delay);
-    look(AlarmKind::moved,
-         station.moved() ? "the stream states another position; rovers get nothing" : "");
-    look(AlarmKind::audit, station.alarmed() ? "an answer is not what the audit computes" : "");
+    look(AlarmKind::moved, station.moved());
+    look(AlarmKind::audit, station.auditTrouble());
     const auto ahead = station.watch().clockAheadS();
     if (!station.isLive())
         clock = "";

@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t kMostUnread = std::size_t{512} * 1024; // bytes
 constexpr std::size_t kHeldEpochs = 20, kHeldItems = 1000;   // predicted
 constexpr std::size_t kMostStation = 8;                      // messages
-constexpr Duration kCalm = 10s;     // without anything wrong; then an alarm ends
+constexpr Duration kCalm = 10s;     // without anything wrong; then trouble is over
 constexpr Duration kUnproven = 60s; // without a value that was compared; then it is told
 
 /// Messages that the virtual station says of itself.
@@ -288,20 +288,14 @@ void Audit::count(const ref::ComparedAnswer& compared, Instant at) {
 }
 
 void Audit::wrong(const std::string& what, Instant at) {
-    if (!alarm_) {
-        alarm_ = Alarm{at, counts_.wrongEpochs + counts_.wrongMessages - 1};
-        say_(Level::error, "audit: " + what + "; what is wrong is not sent");
-    }
-    alarm_->last = at;
+    if (trouble_.empty())
+        trouble_ = what + "; what is wrong is not sent";
+    lastTrouble_ = at;
 }
 
 void Audit::right(Instant at) {
-    if (!alarm_ || at - alarm_->last < kCalm)
-        return;
-    const std::uint64_t count = counts_.wrongEpochs + counts_.wrongMessages - alarm_->before;
-    alarm_.reset();
-    say_(Level::notice,
-         "audit: what comes is right again; " + std::to_string(count) + " were not sent");
+    if (at - lastTrouble_ >= kCalm)
+        trouble_.clear();
 }
 
 } // namespace gateway

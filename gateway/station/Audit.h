@@ -43,18 +43,12 @@ public:
     const std::vector<AuditLook::Worst>& worst() const { return worst_; }
     /// Tells them.
     void tellCounts() const;
-    /// Whether the last thing that came was wrong, or something before it not long ago.
-    bool alarmed() const { return alarm_.has_value(); }
-    /// When something wrong came last; nothing while not alarmed.
-    std::optional<Instant> lastWrong() const {
-        return alarm_ ? std::optional(alarm_->last) : std::nullopt;
-    }
+    /// What came and was wrong, as it began; empty where nothing has been for a while.
+    const std::string& trouble() const { return trouble_; }
+    /// When something wrong came last.
+    Instant lastTrouble() const { return lastTrouble_; }
 
 private:
-    struct Alarm {
-        Instant last;
-        std::uint64_t before; // wrong epochs and frames before it began
-    };
     enum class Finding { right, wrong };
 
     bool predictNext();
@@ -81,7 +75,8 @@ private:
     std::vector<Bytes> station_;     // messages that stand in front of the next epoch
     AuditCounts counts_;
     std::vector<AuditLook::Worst> worst_;
-    std::optional<Alarm> alarm_;
+    std::string trouble_;
+    Instant lastTrouble_{};
     std::optional<Instant> unprovenSince_; // since when no value was compared
     bool toldUnproven_ = false;
 };

@@ -112,7 +112,7 @@ void Station::fromFeed(const Block& block) {
         firstEpoch_ = firstEpoch_.value_or(now);
         watch_.cameIn(block, now);
     }
-    if (moved_)
+    if (!moved_.empty())
         return;
     toEngine(block.bytes, block.kind);
     if (block.kind != Block::Kind::between && !merged_.empty())
@@ -157,7 +157,7 @@ Bytes Station::forNewEngine(Engine::Process process) {
 void Station::fromEngine(Block block) {
     const Instant now = std::chrono::steady_clock::now();
     const auto publish = [&](Block one) {
-        if (moved_ || (one.kind == Block::Kind::epoch && tooSoon(one)))
+        if (!moved_.empty() || (one.kind == Block::Kind::epoch && tooSoon(one)))
             return;
         if (one.kind == Block::Kind::epoch)
             watch_.wentOut(one, now);
@@ -192,25 +192,18 @@ void Station::lookAtPlace() {
     }
     const double off = distance(*stated, *place_);
     if (off <= settings_.guardM) {
-        if (std::exchange(moved_, false))
-            sayOf(Level::notice, "the stream states the configured position again");
-        movedTo_.reset();
-        return;
-    }
-    if (movedTo_ == stated)
-        return;
-    movedTo_ = stated;
-    if (settings_.followPosition) {
+        moved_.clear();
+    } else if (settings_.followPosition) {
         sayOf(Level::warning, "the position has moved by " + text("%.2f m", off) + " to " +
                                   shown(*stated) + "; the virtual station follows");
         place_ = stated;
-        return startEngine();
+        startEngine();
+    } else if (moved_.empty()) {
+        moved_ = "the stream states the position " + shown(*stated) + ", " + text("%.2f m", off) +
+                 " from " + shown(*place_) +
+                 ": nothing goes to rovers until the configuration is read again (SIGHUP), or "
+                 "position = \"follow\" is written";
     }
-    moved_ = true;
-    sayOf(Level::error, "the stream states the position " + shown(*stated) + ", " +
-                            text("%.2f m", off) + " from " + shown(*place_) +
-                            ": nothing goes to rovers until the configuration is read again "
-                            "(SIGHUP), or position = \"follow\" is written");
 }
 
 void Station::startEngine() {

@@ -44,10 +44,11 @@ public:
     const StationSettings& settings() const { return settings_; }
     Mountpoint& mountpoint() { return mountpoint_; }
     const Mountpoint& mountpoint() const { return mountpoint_; }
-    /// The stream states a place beyond the guard: nothing goes to rovers until somebody acts.
-    bool moved() const { return moved_; }
-    /// The audit withholds what comes.
-    bool alarmed() const { return audit_ && audit_->alarmed(); }
+    /// The stream states a place beyond the guard, and nothing goes to rovers until somebody acts.
+    /// Empty: it does not.
+    const std::string& moved() const { return moved_; }
+    /// What the audit withholds; empty: nothing.
+    std::string auditTrouble() const { return audit_ ? audit_->trouble() : ""; }
     /// Whether a source has delivered, or an attempt has failed.
     bool tried() const { return feed_.tried(); }
     /// Whether its stream has the time of now: it is no recording.
@@ -96,8 +97,7 @@ private:
     std::unique_ptr<Audit> audit_;      // null: none
     std::optional<FrameHead> lastSent_; // of the last epoch that went to rovers
     std::optional<Vector3> place_;      // of the engine's deployment
-    std::optional<Vector3> movedTo_;
-    bool moved_ = false;
+    std::string moved_;                 // as moved()
     std::optional<Instant> firstEpoch_;
     bool toldNoPlace_ = false;
 };

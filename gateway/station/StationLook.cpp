@@ -16,9 +16,9 @@ ref::Vec3 vectorOf(const Vector3& m) {
 } // namespace
 
 Delivery Station::delivery(Instant now) const {
-    if (moved_)
+    if (!moved_.empty())
         return Delivery::stopped;
-    if (alarmed() && now - *audit_->lastWrong() < kSilent)
+    if (!auditTrouble().empty() && now - audit_->lastTrouble() < kSilent)
         return Delivery::wrong;
     if (mountpoint_.delivers(now))
         return Delivery::delivering;
