@@ -1,13 +1,13 @@
 #include "ctl/simulate/Deployment.h"
 
 #include "base/Findings.h"
+#include "ctl/init/Files.h"
 #include "ctl/simulate/Calendar.h"
 #include "reference/standard/constellation.h"
 #include "reference/standard/msm.h"
 
 #include <fstream>
 #include <iterator>
-#include <set>
 #include <stdexcept>
 
 namespace ctl::simulate {
@@ -142,15 +142,11 @@ std::string leapSecondFile(const Deployment& d) {
 } // namespace
 
 std::vector<std::string> satellitesOfEveryStation(ref::Answer answer) {
+    init::Station any;
+    any.answer = answer == ref::Answer::complete ? "complete" : "specified";
     std::vector<std::string> names;
-    const std::pair<char, int> counts[] = {{'G', 32}, {'R', 24}, {'E', 36}, {'C', 46}, {'J', 7}};
-    const std::set<std::string> none{"E17", "E35", "C15", "C17", "C18"}; // is no satellite
-    for (const auto& [system, count] : counts)
-        for (int id = 1; id <= count; ++id)
-            if (const std::string name = ref::satName(system, id); !none.contains(name))
-                names.push_back(name);
-    if (answer == ref::Answer::complete)
-        names.insert(names.end(), {"C59", "C60", "C61", "C62"});
+    for (const init::Satellite& s : init::satellitesOf(any))
+        names.push_back(s.name);
     return names;
 }
 

@@ -24,7 +24,7 @@ struct Deployment {
     std::optional<ref::Vec3> offsetM; // of the virtual station
 };
 
-/// Those of the packaged list, which serves every station with that answer.
+/// Those that init writes for a station with that answer.
 std::vector<std::string> satellitesOfEveryStation(ref::Answer answer);
 
 /// Writes the files; one deployment file an endpoint. Their paths. std::runtime_error when a file
