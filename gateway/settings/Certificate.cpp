@@ -36,6 +36,12 @@ Held firstOf(const std::filesystem::path& path,
     return Held(file ? read(file.get(), nullptr, noPassphrase, nullptr) : nullptr);
 }
 
+/// Not by X509_cmp_time: the time_t of the library has 32 bits on 32-bit ARM, ours has 64.
+std::int64_t unixSOf(const ASN1_TIME* time) {
+    std::tm t{};
+    return ASN1_TIME_to_tm(time, &t) == 1 ? timegm(&t) : 0;
+}
+
 std::string dayOf(const ASN1_TIME* time) {
     std::tm t{};
     return ASN1_TIME_to_tm(time, &t) == 1
@@ -69,13 +75,11 @@ std::vector<CertificateRemark> examineCertificate(const std::filesystem::path& c
     };
     const ASN1_TIME* const begin = X509_get0_notBefore(held.get());
     const ASN1_TIME* const end = X509_get0_notAfter(held.get());
-    auto now = static_cast<std::time_t>(unixS);
-    auto soon = static_cast<std::time_t>(unixS + kSoonDays * std::int64_t{86'400});
-    if (X509_cmp_time(begin, &now) > 0)
+    if (unixSOf(begin) > unixS)
         warn("becomes valid only", begin, "until then clients refuse it; is the clock right?");
-    if (X509_cmp_time(end, &now) < 0)
+    if (unixSOf(end) < unixS)
         warn("expired", end, "clients refuse it: renew it");
-    else if (X509_cmp_time(end, &soon) < 0)
+    else if (unixSOf(end) < unixS + kSoonDays * std::int64_t{86'400})
         warn("expires", end, "renew it");
     return out;
 }

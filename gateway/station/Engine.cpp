@@ -4,9 +4,11 @@
 #include "gateway/net/Channel.h"
 #include "gateway/station/Child.h"
 #include "gateway/station/EphemerisWatch.h"
+#include "gnss/Clock.h"
 
 #include <algorithm>
 #include <array>
+#include <sys/stat.h>
 
 namespace gateway {
 
@@ -63,11 +65,11 @@ void writeDeployment(const EnginePlan& plan, std::uint16_t port) {
     fs::remove(paths.status, none); // of an engine before
 }
 
-/// Whether the engine has written its status lately, as it does every second while it lives.
+/// Whether the engine has written its status lately, as it does every second while it lives. By
+/// stat, because the file times of <filesystem> have 32 bits of seconds on 32-bit ARM.
 bool livesBy(const fs::path& status) {
-    std::error_code none;
-    const auto written = fs::last_write_time(status, none);
-    return !none && fs::file_time_type::clock::now() - written < kStale;
+    struct stat is {};
+    return stat(status.c_str(), &is) == 0 && utcNow().time - is.st_mtime < kStale.count();
 }
 
 } // namespace
