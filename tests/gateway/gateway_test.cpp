@@ -1,5 +1,10 @@
 #include "ctl/status/StatusFile.h"
 #include "gateway/running.h"
+#include "manager_socket.h"
+
+#include "gnss/Clock.h"
+
+#include <sys/ptrace.h>
 
 // One promise of the gateway a test.
 
@@ -292,6 +297,41 @@ TEST(Gateway, GoesOnWithTheSecondSourceWhereTheFirstIsGone) {
     EXPECT_GE(wholeEpochs(received), 1); // more, where the change came amid the first three
     const auto frames = ref::goodFrames(received);
     EXPECT_GE(std::ranges::count(frames, 1077, &ref::Frame::type), 1) << "no satellite, no message";
+}
+
+TEST(Gateway, TellsItsManagerThatItListensAndThatItsLoopLives) {
+    ManagerSocket manager("@kestrune-gateway");
+    const Ports ports;
+    const std::chrono::seconds limit(4); // the least that a watchdog must allow
+    const std::string name = manager.variable().substr(manager.variable().find('=') + 1);
+    setenv("NOTIFY_SOCKET", name.c_str(), 1);
+    setenv("WATCHDOG_USEC", std::to_string(limit.count() * 1'000'000).c_str(), 1);
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    unsetenv("NOTIFY_SOCKET");
+    unsetenv("WATCHDOG_USEC");
+    manager.until("READY=1\n");
+    const int rover = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in caster = loopback("127.0.0.1", ports.caster);
+    EXPECT_EQ(connect(rover, reinterpret_cast<const sockaddr*>(&caster), sizeof caster), 0);
+    manager.until("STATUS=0 of 1 stations deliver, 1 clients\n");
+    close(rover);
+    ASSERT_TRUE(gateway.engineConnected()); // and its engine's news are none of the gateway's
+
+    // The thread of the loop alone stands still: no other one tells that it lives.
+    int status = 0;
+    ASSERT_EQ(ptrace(PTRACE_SEIZE, gateway.process(), 0, 0), 0);
+    ASSERT_EQ(ptrace(PTRACE_INTERRUPT, gateway.process(), 0, 0), 0);
+    ASSERT_EQ(waitpid(gateway.process(), &status, __WALL), gateway.process());
+    manager.drain();
+    EXPECT_FALSE(manager.hears(limit / 2));
+    ptrace(PTRACE_DETACH, gateway.process(), 0, 0);
+    manager.expectLives(1);
+    const auto began = monotonicNow();
+    gateway.signal(SIGHUP);
+    manager.expectLives(4);
+    EXPECT_LT(monotonicNow() - began, 4 * limit / 2);
+    EXPECT_EQ(manager.readies, 1);
+    EXPECT_EQ(gateway.end(SIGTERM), 0);
 }
 
 TEST(Gateway, ServesARoverWhomTheSimulatorJudges) {
