@@ -2,7 +2,7 @@
 
 #include "base/Findings.h"
 #include "gnss/ComTime.h"
-#include "reference/standard/orbit.h"
+#include "reference/standard/utc.h"
 
 #include <chrono>
 #include <cmath>
@@ -19,7 +19,7 @@ constexpr sys_days kGpsEpoch = sys_days{year(1980) / January / 6};
 } // namespace
 
 std::string utcText(ref::GpsTime t, Fraction fraction) {
-    const auto ms = std::llround((t - ref::GpsTime{} - ref::kLeapS) * 1000);
+    const auto ms = std::llround(ref::utcOf(t) * 1000);
     const auto dayMs = ms % 86400000;
     const year_month_day date(kGpsEpoch + days(ms / 86400000));
     std::string out = text("%04d-%02u-%02u %02d:%02d:%02d", static_cast<int>(date.year()),
@@ -49,12 +49,12 @@ std::optional<ref::GpsTime> parseUtc(const std::string& given) {
         second > 59)
         return std::nullopt;
     const auto total = static_cast<double>((sys_days(date) - kGpsEpoch).count()) * 86400 +
-                       hour * 3600 + minute * 60 + second + ref::kLeapS;
-    return ref::GpsTime{} + total;
+                       hour * 3600 + minute * 60 + second;
+    return ref::gpsTimeOf(total);
 }
 
 int utcMjd(ref::GpsTime t) {
-    return kGpsEpochMjd + static_cast<int>((t - ref::GpsTime{} - ref::kLeapS) / 86400);
+    return kGpsEpochMjd + static_cast<int>(ref::utcOf(t) / 86400);
 }
 
 } // namespace ctl::simulate

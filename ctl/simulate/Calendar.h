@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-/// Calendar: UTC texts of GPS times, from 2017 on (18 leap seconds).
+/// Calendar: UTC texts of GPS times, from 2017 on.
 
 namespace ctl::simulate {
 

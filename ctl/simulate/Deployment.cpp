@@ -5,7 +5,9 @@
 #include "ctl/simulate/Calendar.h"
 #include "reference/standard/constellation.h"
 #include "reference/standard/msm.h"
+#include "reference/standard/utc.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -134,9 +136,16 @@ std::string siteFile(const ref::Vec3& x) {
 }
 
 std::string leapSecondFile(const Deployment& d) {
+    constexpr int kFirst = 57754; // 2017-01-01, before which no simulation starts
+    std::string rows;
+    for (const ref::LeapSecond& l : ref::kLeapSeconds)
+        if (l.mjd >= kFirst)
+            rows += text(" %d %d\n", l.mjd, l.taiMinusUtcS);
+    const ref::LeapSecond& last = *std::rbegin(ref::kLeapSeconds);
     return text("* %s\n* MJD from which TAI - UTC (s) holds; the last line ends the validity\n"
-                "+leap sec\n 57754 37\n %d 37\n-leap sec\n",
-                std::string(kMark).c_str(), utcMjd(d.start) + 3653);
+                "+leap sec\n%s %d %d\n-leap sec\n",
+                std::string(kMark).c_str(), rows.c_str(),
+                std::max(utcMjd(d.start), last.mjd) + 3653, last.taiMinusUtcS);
 }
 
 } // namespace

@@ -20,7 +20,7 @@ constexpr double kNotLongerS = 0.1;           // between looks at what else is t
 
 ref::GpsTime gpsNow() {
     const GTime utc = utcNow();
-    return ref::GpsTime{} + (static_cast<double>(utc.time) - kUnixToGpsS + utc.sec + ref::kLeapS);
+    return ref::gpsTimeOf(static_cast<double>(utc.time) - kUnixToGpsS + utc.sec);
 }
 
 Simulator::Simulator(Source& source, Endpoints& endpoints, const Pace& pace,

@@ -78,7 +78,7 @@ void tellAge(SatelliteLook& look, const ref::Navigation& navigation, ref::GpsTim
         look.ephemerisAgeS = std::abs(std::remainder(t.sow - k->second.toe - lag, ref::kWeekS));
         look.ephemerisIssue = k->second.iode;
     } else if (const auto g = navigation.glonass.find(look.name); g != navigation.glonass.end()) {
-        const double moscowS = t.sow - ref::kLeapS + ref::kMoscowS;
+        const double moscowS = t.sow - ref::leapS(t) + ref::kMoscowS;
         look.ephemerisAgeS = std::abs(std::remainder(moscowS - kTickS * g->second.tb, kDayS));
         look.ephemerisIssue = g->second.tb;
     }

@@ -51,7 +51,7 @@ std::string Answerable::take(const Frame& f) {
 double Answerable::ageS(const std::string& sat, GpsTime t) const {
     if (sat[0] != 'R')
         return std::remainder(navigation_.kepler.at(sat).toc - t.sow, kWeekS);
-    const double tod = std::fmod(t.sow - kLeapS + kMoscowS, 86400.0);
+    const double tod = std::fmod(t.sow - leapS(t) + kMoscowS, 86400.0);
     return std::remainder(navigation_.glonass.at(sat).tb * 900.0 - tod, 86400.0);
 }
 

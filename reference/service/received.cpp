@@ -37,7 +37,7 @@ bool hasWholeRanges(int legacyType) {
 
 // DF416 and DF034 from the time of day alone: the day that it counts from.
 std::uint32_t glonassField(std::uint32_t tod, GpsTime time) {
-    const auto moscowMs = std::llround((time - GpsTime{} + kMoscowS - kLeapS) * 1000);
+    const auto moscowMs = std::llround((utcOf(time) + kMoscowS) * 1000);
     const auto day = static_cast<std::uint32_t>((moscowMs - tod) / 86400000 % 7);
     return day << 27 | tod;
 }
@@ -119,7 +119,8 @@ std::optional<Msm> headOf(const Frame& f) {
 std::optional<GpsTime> timeNear(const Msm& m, GpsTime near) {
     if (m.system == 'R') {
         const double tod = (m.epochField & 0x7FFFFFF) * 1e-3; // without the day of week
-        return nearest(GpsTime{} + (tod - kMoscowS + kLeapS), near, 86400);
+        const double days = std::round((utcOf(near) - (tod - kMoscowS)) / 86400);
+        return gpsTimeOf(tod - kMoscowS + days * 86400);
     }
     const std::optional<double> s = secondsOfWeek(m.epochField);
     if (!s)

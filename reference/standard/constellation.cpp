@@ -53,13 +53,13 @@ const Refresh& refreshOf(char system) {
 }
 
 // The system's time minus GPS time, s; sets begin at full intervals of it.
-double systemShift(char system) {
-    return system == 'C' ? -kBdtLagS : system == 'R' ? kMoscowS - kLeapS : 0;
+double systemShift(char system, GpsTime t) {
+    return system == 'C' ? -kBdtLagS : system == 'R' ? kMoscowS - leapS(t) : 0;
 }
 
 int setAt(char system, GpsTime t) {
     return static_cast<int>(
-        std::floor((t - GpsTime{} + systemShift(system)) / refreshOf(system).everyS));
+        std::floor((t - GpsTime{} + systemShift(system, t)) / refreshOf(system).everyS));
 }
 
 // A value for every satellite and purpose, spread over -1..1.
@@ -197,7 +197,7 @@ Glonass Constellation::glonassAt(const std::string& sat, double moscowTotal, con
     Glonass g;
     g.slot = idOf(sat);
     g.channel = channel(sat);
-    const GpsTime tb = GpsTime{} + (moscowTotal - systemShift('R'));
+    const GpsTime tb = gpsTimeOf(moscowTotal - kMoscowS);
     const Kepler clock = elements(shellOf('R', g.slot), g.slot, tb - GpsTime{});
     const SatFn orbit = path ? path : [&clock](GpsTime t) { return position(clock, t); };
     g.tb = static_cast<int>(std::fmod(moscowTotal, 86400) / 900);
@@ -248,7 +248,7 @@ Constellation::Broadcast Constellation::make(const std::string& sat, int set) {
 
 Constellation::Broadcast Constellation::aged(const std::string& sat, GpsTime t, double ageS) {
     const char system = sat.at(0);
-    const double total = t - GpsTime{} + systemShift(system) - ageS;
+    const double total = t - GpsTime{} + systemShift(system, t) - ageS;
     const double stepS = refreshOf(system).stepS;
     const double reference = std::floor(total / stepS) * stepS;
     if (system != 'R')

@@ -222,7 +222,7 @@ int lockIndicator(int msm, double lockS) {
 }
 
 std::uint32_t epochField(char system, GpsTime t) {
-    const double shift = system == 'C' ? -kBdtLagS : system == 'R' ? kMoscowS - kLeapS : 0;
+    const double shift = system == 'C' ? -kBdtLagS : system == 'R' ? kMoscowS - leapS(t) : 0;
     const auto ms = static_cast<std::uint32_t>(std::lround((t + shift).sow * 1000)) % 604800000u;
     // DF416 and DF034: day of week, time of day
     return system == 'R' ? (ms / 86400000u << 27) + ms % 86400000u : ms;

@@ -23,7 +23,7 @@ double since(const Kepler& k, GpsTime t, double reference) {
 }
 
 double since(const Glonass& g, GpsTime t) {
-    return std::remainder(t.sow - kLeapS + kMoscowS - g.tb * 900.0, 86400);
+    return std::remainder(t.sow - leapS(t) + kMoscowS - g.tb * 900.0, 86400);
 }
 
 // Newton-Raphson on Kepler's equation.

@@ -4,12 +4,12 @@
 
 #include "ephemeris.h"
 #include "frame.h"
+#include "utc.h"
 
 #include <map>
 
 namespace ref {
 
-constexpr double kLeapS = 18;      // GPS time - UTC, from 2017 on
 constexpr double kBdtLagS = 14;    // GPS time - BDT
 constexpr double kMoscowS = 10800; // GLONASS time - UTC
 

@@ -58,13 +58,13 @@ Bytes write1008(const Text1033& t) {
 }
 
 Bytes write1013(int station, GpsTime t, const std::vector<Announcement>& announcements) {
-    constexpr int mjdOfGpsStart = 44244; // 1980-01-06; the field begins again in 2038
     constexpr int dayS = 86400;
-    const auto utc = static_cast<std::int64_t>(t - GpsTime{} - kLeapS);
+    const auto utc = static_cast<std::int64_t>(utcOf(t));
     BitString io;
     io.u(12, 1013).u(12, station);
-    io.u(16, (mjdOfGpsStart + utc / dayS) % 65536).u(17, utc % dayS); // DF051, 052
-    io.u(5, announcements.size()).u(8, static_cast<int>(kLeapS));     // DF053, 054
+    // DF051, which begins again in 2038, DF052
+    io.u(16, (kMjdOfGpsStart + utc / dayS) % 65536).u(17, utc % dayS);
+    io.u(5, announcements.size()).u(8, static_cast<int>(leapS(t))); // DF053, 054
     for (const Announcement& a : announcements) {
         io.u(12, a.type).flag(a.synchronous); // DF055, 056
         io.u(16, a.intervalS, 0.1);           // DF057

@@ -5,6 +5,8 @@
 #include "gnss/ComTime.h"
 #include "gnss/Leaps.h"
 #include "gnss/Taiutc.h"
+#include "paths.h"
+#include "reference/standard/utc.h"
 
 #include <chrono>
 #include <filesystem>
@@ -54,6 +56,30 @@ TEST(Week, RunsFromTheEpochOfItsScale) {
         const GTime t = gpst2time(c.week, c.sow);
         EXPECT_TRUE(t.time == c.unixS && bdt2time(c.week - 1356, c.sow) == t) << c.week;
         EXPECT_TRUE(time2gpst(t).week == c.week && time2gpst(t).sow == c.sow) << c.week;
+    }
+}
+
+// What judges the service has a table of its own: the two must never differ by a second.
+TEST(LeapSeconds, OfTheReferenceAreThoseOfThePackagedFile) {
+    LeapSeconds packaged;
+    packaged.path = std::string(kSourceFolder) + "/packaging/kubernetes/station/config/leapsec.tab";
+    ASSERT_TRUE(Taiutc_m_load(packaged));
+    const auto rows = packaged.table.rows();
+    const auto taiMinusUtc = [&](int mjd) {
+        int out = 0;
+        for (const LeapEntry& row : rows)
+            if (row.mjd <= mjd)
+                out = row.taiMinusUtc;
+        return out;
+    };
+    ASSERT_GT(rows.back().mjd, 61000);
+    for (int mjd = ref::kLeapSeconds[0].mjd + 1; mjd < rows.back().mjd; ++mjd) {
+        const double day = (mjd - 44244) * 86400.0;
+        const int leap = taiMinusUtc(mjd) - 19, before = taiMinusUtc(mjd - 1) - 19;
+        ASSERT_EQ(ref::gpsTimeOf(day) - ref::GpsTime{}, day + leap) << mjd;
+        ASSERT_EQ(ref::gpsTimeOf(day - 0.5) - ref::GpsTime{}, day - 0.5 + before) << mjd;
+        for (const double utcS : {day - 0.5, day, day + 0.5})
+            ASSERT_EQ(ref::utcOf(ref::gpsTimeOf(utcS)), utcS) << mjd;
     }
 }
 
