@@ -4,6 +4,7 @@
 #include "gateway/net/Attempts.h"
 #include "gateway/net/Channel.h"
 #include "gateway/net/Say.h"
+#include "gateway/ntrip/Head.h"
 #include "gateway/ntrip/HttpAnswer.h"
 #include "gateway/station/Child.h"
 #include "gateway/web/Reports.h"
@@ -13,6 +14,7 @@
 
 #include <array>
 #include <sstream>
+#include <utility>
 
 namespace gateway {
 
@@ -48,10 +50,18 @@ awaitable<int> statusOf(Channel& channel) {
 } // namespace
 
 Notifier::Notifier(const asio::any_io_executor& executor)
-    : forWebhook_{{}, Bell(executor)}, forCommand_{{}, Bell(executor)},
+    : forWebhook_{"the webhook", Bell(executor)}, forCommand_{"the command", Bell(executor)},
       tasks_(executor, [](const std::string& why) { sayOf(Level::error, why); }) {
     tasks_.start(callWebhook());
     tasks_.start(runCommand());
+}
+
+void Notifier::apply(const AlarmSettings& settings) {
+    settings_ = settings;
+    if (settings_.webhook.empty())
+        forWebhook_.notices.clear();
+    if (settings_.command.empty())
+        forCommand_.notices.clear();
 }
 
 void Notifier::tell(const Alarm& alarm, bool begins) {
@@ -64,8 +74,12 @@ void Notifier::tell(const Alarm& alarm, bool begins) {
 
 void Notifier::Queue::put(const Notice& notice) {
     notices.push_back(notice);
-    if (notices.size() > kMostWaiting)
+    if (notices.size() > kMostWaiting) {
         notices.pop_front();
+        if (!std::exchange(toldDropped, true))
+            sayOf(Level::warning, name + " does not keep up: of " + std::to_string(kMostWaiting) +
+                                      " alarms that wait the oldest are dropped");
+    }
     filled.ring();
 }
 
@@ -74,6 +88,7 @@ awaitable<Notifier::Notice> Notifier::Queue::next() {
         co_await filled.wait();
     Notice notice = std::move(notices.front());
     notices.pop_front();
+    toldDropped = toldDropped && !notices.empty();
     co_return notice;
 }
 
@@ -88,8 +103,7 @@ awaitable<void> Notifier::callWebhook() {
                 co_return;
             if (end.why.empty())
                 break;
-            const bool last = tries == kMostTries || forWebhook_.notices.size() >= kMostWaiting ||
-                              settings_.webhook.empty();
+            const bool last = tries == kMostTries || settings_.webhook.empty();
             sayOf(Level::warning, "the webhook: " + end.why +
                                       (last ? "; given up" : "; again in " + inSeconds(wait)));
             if (last)
@@ -115,6 +129,9 @@ awaitable<void> Notifier::post(std::string json) {
     request.set(http::field::host, std::string(url.encoded_host_and_port()));
     request.set(http::field::user_agent, "kestrune-gateway");
     request.set(http::field::content_type, "application/json");
+    if (url.has_userinfo())
+        request.set(http::field::authorization,
+                    "Basic " + ntrip::base64(url.user() + ":" + url.password()));
     request.keep_alive(false);
     request.body() = std::move(json);
     request.prepare_payload();
@@ -138,7 +155,10 @@ awaitable<void> Notifier::runCommand() {
             alarm.station.empty() ? "-" : alarm.station, alarm.text};
         std::string why;
         try {
-            Child child(executor, settings_.command, arguments, sayOf);
+            const Say sayOfCommand = [this](Level level, const std::string& text) {
+                sayOf(level, settings_.command.string() + ": " + text);
+            };
+            Child child(executor, settings_.command, arguments, sayOfCommand);
             const Ending end = co_await endOf(within(kCommandLimit, child.end(), "takes too long"));
             why = end.why;
         } catch (const std::exception& e) {

@@ -12,17 +12,18 @@
 
 /// Notifier: calls somebody when an alarm begins or ends: a webhook (POST of a JSON object, tried
 /// again with growing waits) and a command (COMMAND begins|ends KIND STATION TEXT; STATION is "-"
-/// for one of the gateway). What waits is bounded; the oldest goes first.
+/// for one of the gateway), both one after the other, in order. What waits is bounded: the oldest
+/// is dropped, which is told.
 
 namespace gateway {
 
 class Notifier {
 public:
-    static constexpr std::size_t kMostWaiting = 100;
+    static constexpr std::size_t kMostWaiting = 10'000; // every alarm of a thousand stations
 
     explicit Notifier(const asio::any_io_executor& executor);
 
-    void apply(const AlarmSettings& settings) { settings_ = settings; }
+    void apply(const AlarmSettings& settings);
     void tell(const Alarm& alarm, bool begins);
     void stop() { tasks_.cancel(); }
     bool idle() const { return tasks_.idle(); }
@@ -34,8 +35,10 @@ private:
         std::string json;
     };
     struct Queue {
-        std::deque<Notice> notices;
+        std::string name;
         Bell filled;
+        std::deque<Notice> notices{};
+        bool toldDropped = false;
         void put(const Notice& notice);
         awaitable<Notice> next();
     };

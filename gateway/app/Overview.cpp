@@ -26,7 +26,6 @@ constexpr std::size_t kEngineFails = 3; // within
 constexpr Duration kEngineSpan = 10min;
 constexpr std::size_t kRoversCut = 3; // within, and one of ten rovers
 constexpr Duration kRoversSpan = 5min;
-constexpr std::size_t kMostRepeated = 10'000;
 constexpr std::uintmax_t kLeastSpace = std::uintmax_t{16} << 20; // bytes
 constexpr std::uintmax_t kLeastFiles = 100;
 
@@ -67,22 +66,13 @@ void Overview::tick(Instant now) {
     ++ticks_;
 }
 
-std::size_t Overview::Repeated::look(std::uint64_t total, std::size_t most, Instant now,
-                                     Duration span) {
-    for (; before < total; ++before)
-        at.push_back(now);
-    while (!at.empty() && (now - at.front() > span || at.size() > kMostRepeated))
-        at.pop_front();
-    holds = at.size() >= most || (holds && !at.empty());
-    return holds ? at.size() : 0;
-}
-
 void Overview::lookAt(Station& station, Instant now) {
     using Wrong = std::optional<std::string>;
     const std::string& name = station.settings().name;
     Watched& watched = watched_[name];
     if (std::exchange(watched.startedAt, station.startedAt()) != station.startedAt())
-        watched.engineFailures.before = watched.roversCut.before = 0;
+        for (Repeated* const repeated : {&watched.engineFailures, &watched.roversCut})
+            repeated->restart();
     const StationGlance& glance = station.glance();
     const auto look = [&](AlarmKind kind, const Wrong& wrong) {
         alarms_.look(kind, name, wrong, now);

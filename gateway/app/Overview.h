@@ -8,7 +8,6 @@
 #include "gateway/web/Reports.h"
 #include "gateway/web/WebServer.h"
 
-#include <deque>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -36,15 +35,6 @@ public:
     std::vector<std::string> untried() const override;
 
 private:
-    /// Something that happens now and then and must not happen again and again.
-    struct Repeated {
-        std::uint64_t before = 0;
-        std::deque<Instant> at; // of the span
-        bool holds = false;
-        /// How often within the span, if so many times were too many, until it has not happened for
-        /// the span; otherwise 0.
-        std::size_t look(std::uint64_t total, std::size_t most, Instant now, Duration span);
-    };
     struct Watched {
         Instant startedAt; // of the station, whose counts begin with it
         Repeated engineFailures, roversCut;

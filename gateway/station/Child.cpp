@@ -50,6 +50,7 @@ struct EndsWithParent {
     process::error_code on_exec_setup(process::posix::default_launcher&,
                                       const process::filesystem::path&, const char* const*) {
         prctl(PR_SET_PDEATHSIG, SIGTERM);
+        setpgid(0, 0);                            // what it starts can be ended with it
         close_range(3, ~0U, CLOSE_RANGE_CLOEXEC); // our connections are not its
         return {};
     }
@@ -72,16 +73,16 @@ void relay(std::string_view line, const Say& say) {
         return;
     const auto level = static_cast<Level>(line[1] - '0');
     if (level <= Level::warning && !tellsOfMissingEphemeris(line))
-        say(level, "engine: " + std::string(line.substr(3)));
+        say(level, std::string(line.substr(3)));
 }
 
-awaitable<void> relayLines(asio::readable_pipe pipe, Say say) {
+template <class Running> awaitable<void> relayLines(std::shared_ptr<Running> running, Say say) {
     std::array<char, 4096> buffer;
     std::string line;
     boost::system::error_code e;
     for (;;) {
-        const std::size_t n = co_await pipe.async_read_some(asio::buffer(buffer),
-                                                            asio::redirect_error(use_awaitable, e));
+        const std::size_t n = co_await running->lines.async_read_some(
+            asio::buffer(buffer), asio::redirect_error(use_awaitable, e));
         if (n == 0)
             co_return;
         for (const char c : std::string_view(buffer.data(), n)) {
@@ -104,12 +105,14 @@ std::string howItEnded(int status) {
 } // namespace
 
 struct Child::Running {
-    Running(const asio::any_io_executor& executor, pid_t started, int descriptor)
-        : id(started), end(executor, descriptor), ended(executor) {}
-    pid_t id;
+    Running(asio::readable_pipe from, pid_t started, int descriptor)
+        : id(started), lines(std::move(from)), end(lines.get_executor(), descriptor),
+          ended(lines.get_executor()) {}
+    pid_t id; // and of its group
+    asio::readable_pipe lines;
     asio::posix::stream_descriptor end; // readable when the process has ended (pidfd_open(2))
     Bell ended;
-    bool gone = false;
+    bool unwanted = false, gone = false;
     int status = 0; // of waitpid
 };
 
@@ -117,10 +120,15 @@ namespace {
 
 /// Reaps the child; who waits for its end is told.
 template <class Running> awaitable<void> reap(std::shared_ptr<Running> running) {
-    while (waitpid(running->id, &running->status, WNOHANG) == 0)
-        co_await running->end.async_wait(asio::posix::descriptor_base::wait_read, use_awaitable);
+    co_await running->end.async_wait(asio::posix::descriptor_base::wait_read, use_awaitable);
+    if (running->unwanted) // while the number is its own
+        kill(-running->id, SIGKILL);
+    waitpid(running->id, &running->status, 0);
     running->gone = true;
     running->ended.ring();
+    co_await pause(kLook); // for its last lines: what it has left behind may hold the pipe for long
+    boost::system::error_code none;
+    running->lines.close(none);
 }
 
 /// Unless it ends in time.
@@ -128,7 +136,7 @@ template <class Running> awaitable<void> killLater(std::shared_ptr<Running> runn
     for (Duration waited{}; waited < kEndLimit && !running->gone; waited += kLook)
         co_await pause(kLook);
     if (!running->gone)
-        kill(running->id, SIGKILL);
+        kill(-running->id, SIGKILL);
 }
 
 } // namespace
@@ -155,29 +163,29 @@ Child::Child(const asio::any_io_executor& executor, const std::filesystem::path&
         const auto end = static_cast<int>(syscall(SYS_pidfd_open, id, 0));
         if (end < 0)
             throw std::runtime_error(std::string("pidfd_open: ") + std::strerror(errno));
-        running_ = std::make_shared<Running>(executor, id, end);
+        running_ = std::make_shared<Running>(std::move(lines), id, end);
     } catch (const std::exception& e) {
         if (getpid() != self) // a copy of us that has not become the program
             _exit(EXIT_FAILURE);
         if (id > 0) { // nobody would ever end it
-            kill(id, SIGKILL);
+            kill(-id, SIGKILL);
             waitpid(id, nullptr, 0);
         }
         throw std::runtime_error(path.string() + " cannot be started: " + reasonOf(e));
     }
     asio::co_spawn(executor, reap(running_), asio::detached);
-    asio::co_spawn(executor, relayLines(std::move(lines), say), asio::detached);
+    asio::co_spawn(executor, relayLines(running_, say), asio::detached);
 }
 
 Child::~Child() {
     if (!running_ || running_->gone)
         return;
-    const pid_t id = running_->id;
-    kill(id, SIGTERM);
+    running_->unwanted = true;
+    kill(-running_->id, SIGTERM);
     try {
         asio::co_spawn(running_->end.get_executor(), killLater(running_), asio::detached);
     } catch (const std::exception&) { // no memory to wait with
-        kill(id, SIGKILL);
+        kill(-running_->id, SIGKILL);
     }
 }
 

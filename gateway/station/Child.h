@@ -21,10 +21,10 @@ inline constexpr std::string_view kEndedWell = "ended with status 0";
 class Child {
 public:
     /// Starts it; std::runtime_error where that fails. Its lines of level warning and above are
-    /// said; they have their level as in the journal (JOURNAL_STREAM, sd-daemon(3)).
+    /// said while it runs; they have their level as in the journal (JOURNAL_STREAM, sd-daemon(3)).
     Child(const asio::any_io_executor& executor, const std::filesystem::path& program,
           const std::vector<std::string>& arguments, const Say& say);
-    /// Asks it to end (SIGTERM), and kills it a second later.
+    /// Asks it to end (SIGTERM), and kills it a second later, with all that it has started.
     ~Child();
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;

@@ -131,7 +131,10 @@ awaitable<void> Engine::once(const EnginePlan& plan, std::optional<tcp::acceptor
     }
     const Paths paths = pathsOf(plan);
     writeDeployment(plan, acceptor->local_endpoint().port());
-    Child child(executor, plan.program, argumentsFor(paths), say_);
+    const Say sayOf = [this](Level level, const std::string& text) {
+        say_(level, "engine: " + text);
+    };
+    Child child(executor, plan.program, argumentsFor(paths), sayOf);
     co_await firstOf(serveConnections(*acceptor, paths.status), child.end());
 }
 

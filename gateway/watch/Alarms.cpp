@@ -10,6 +10,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
+constexpr std::size_t kMostRepeated = 10'000;
+
 /// How long it must have been wrong before the alarm begins, and right before it ends.
 struct Hold {
     std::string_view name;
@@ -43,6 +45,15 @@ std::string titleOf(AlarmKind kind) {
     std::string title(nameOf(kind));
     std::ranges::replace(title, '_', ' ');
     return title;
+}
+
+std::size_t Repeated::look(std::uint64_t count, std::size_t tooOften, Instant now, Duration span) {
+    for (; before_ < count; ++before_)
+        at_.push_back(now);
+    while (!at_.empty() && (now - at_.front() > span || at_.size() > kMostRepeated))
+        at_.pop_front();
+    holds_ = at_.size() >= tooOften || (holds_ && !at_.empty());
+    return holds_ ? at_.size() : 0;
 }
 
 void Alarms::look(AlarmKind kind, const std::string& station,

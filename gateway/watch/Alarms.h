@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
@@ -48,6 +49,21 @@ struct Alarm {
     std::string station; // empty: of the gateway
     std::string text;    // what is wrong, as it began
     double sinceUnixS = 0.0;
+};
+
+/// Something that happens now and then and must not happen again and again.
+class Repeated {
+public:
+    /// How often it has happened within the span, by its count since the start: when that was too
+    /// often, until it has not happened for the span; otherwise 0.
+    std::size_t look(std::uint64_t count, std::size_t tooOften, Instant now, Duration span);
+    /// Its count begins anew.
+    void restart() { before_ = 0; }
+
+private:
+    std::uint64_t before_ = 0;
+    std::deque<Instant> at_; // of the span
+    bool holds_ = false;
 };
 
 class Alarms {

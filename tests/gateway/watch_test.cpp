@@ -251,6 +251,22 @@ TEST(EphemerisWatch, TellsInOneLineWhatLastsAMinute) {
     EXPECT_EQ(lines.back(), "every satellite has its ephemeris");
 }
 
+TEST(Repeated, HoldsUntilItHasNotHappenedForTheSpan) {
+    Repeated r;
+    const auto look = [&](std::uint64_t count, Duration at) {
+        return r.look(count, /*tooOften=*/3, kStart + at, 10min);
+    };
+    EXPECT_EQ(look(2, 0s), 0U);
+    EXPECT_EQ(look(2, 11min), 0U);
+    EXPECT_EQ(look(5, 12min), 3U);
+    for (int i = 0; i < 10; ++i) // once in 9 min: at the most two in 10
+        EXPECT_GT(look(static_cast<std::uint64_t>(5 + i), 12min + i * 9min), 0U) << i;
+    EXPECT_EQ(look(14, 103min), 1U);
+    EXPECT_EQ(look(14, 104min), 0U);
+    r.restart();
+    EXPECT_EQ(look(3, 105min), 3U);
+}
+
 TEST(Series, HasNoValueWhereNothingCame) {
     Series s(10s, 5);
     s.set(kStart, 1);
