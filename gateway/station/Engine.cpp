@@ -20,6 +20,7 @@ namespace {
 constexpr std::size_t kMostWaiting = std::size_t{256} * 1024; // bytes towards an engine
 constexpr Duration kConnectLimit = 15s;                       // of a child that was started
 constexpr unsigned kMostOwed = 10;                            // epochs
+constexpr Duration kFirstAnswer = 2min; // of an engine that is not ours: ephemerides come by then
 constexpr Duration kWatchPeriod = 1s;
 constexpr unsigned kStatusSeconds = 15;              // between looks into its status
 constexpr auto kStale = 5s;                          // of a status
@@ -156,6 +157,7 @@ awaitable<void> Engine::serve(Channel& channel, fs::path status, Process process
             engine.connected_ = true;
             engine.connectedSince_ = std::chrono::steady_clock::now();
             engine.owed_ = 0;
+            engine.answered_ = false;
         }
         ~Connected() {
             engine.connected_ = false;
@@ -180,8 +182,10 @@ awaitable<void> Engine::readFrom(Channel& channel) {
             co_return;
         epochs.take(std::span(buffer).first(n));
         while (auto block = epochs.next()) {
-            if (block->kind == Block::Kind::epoch)
+            if (block->kind == Block::Kind::epoch) {
                 owed_ = 0;
+                answered_ = true;
+            }
             take_(std::move(*block));
         }
     }
@@ -194,14 +198,23 @@ awaitable<void> Engine::writeTo(Channel& channel) {
     }
 }
 
-/// Ends when the engine hangs. It need not answer every epoch (no ephemerides yet); then its status
-/// says that it lives.
+/// An engine need not answer every epoch: at first it may lack the ephemerides. Its status says
+/// that it lives; of one that is not ours there is none.
+bool Engine::hangs(const fs::path& status) const {
+    if (owed_ < kMostOwed)
+        return false;
+    if (!status.empty())
+        return !livesBy(status);
+    return answered_ || std::chrono::steady_clock::now() - *connectedSince_ > kFirstAnswer;
+}
+
+/// Ends when the engine hangs.
 awaitable<void> Engine::watch(fs::path status) {
     EphemerisWatch ephemerides(
         [this](Level level, const std::string& text) { say_(level, "engine: " + text); });
     for (unsigned seconds = 1;; ++seconds) {
         co_await pause(kWatchPeriod);
-        if (owed_ >= kMostOwed && !livesBy(status))
+        if (hangs(status))
             throw std::runtime_error("hangs: it owes " + std::to_string(owed_) + " epochs");
         if (seconds % kStatusSeconds != 0)
             continue;

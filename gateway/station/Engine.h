@@ -59,6 +59,7 @@ private:
     awaitable<void> serve(Channel& channel, std::filesystem::path status, Process process);
     awaitable<void> readFrom(Channel& channel);
     awaitable<void> writeTo(Channel& channel);
+    bool hangs(const std::filesystem::path& status) const;
     awaitable<void> watch(std::filesystem::path status);
 
     Say say_;
@@ -70,7 +71,8 @@ private:
     bool pausing_ = false; // until the next start
     std::optional<Instant> connectedSince_;
     std::uint64_t starts_ = 0, failures_ = 0;
-    unsigned owed_ = 0; // epochs sent since the last one that came back
+    bool answered_ = false; // an epoch, on this connection
+    unsigned owed_ = 0;     // epochs sent since the last one that came back
 };
 
 } // namespace gateway
