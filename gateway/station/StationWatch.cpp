@@ -8,7 +8,7 @@
 #include <bit>
 #include <cmath>
 #include <numeric>
-#include <ranges>
+#include <span>
 
 namespace gateway {
 
@@ -172,7 +172,7 @@ bool StationWatch::wasUsual(std::size_t system, Instant now) {
     std::erase(hour, 0.0F);
     return hour.size() >= kEnoughMinutes &&
            static_cast<double>(hour.size()) >= kNearlyAll * static_cast<double>(all) &&
-           std::ranges::all_of(hour | std::views::drop(hour.size() - kEnoughMinutes),
+           std::ranges::all_of(std::span(hour).last(kEnoughMinutes),
                                [](float count) { return count > 1.0F; });
 }
 
