@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <utility>
 
 namespace gateway {
@@ -64,6 +65,9 @@ std::string pathNow(const std::string& pattern) {
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 File openAt(const std::string& path) {
+    std::error_code none;
+    if (std::filesystem::is_fifo(path, none)) // whoever opens one waits for its reader
+        throw ConversationEnd(path + " is a pipe, not a file");
     File file(std::fopen(path.c_str(), "abe"), std::fclose);
     if (!file)
         throw ConversationEnd(path + ": " + std::strerror(errno));

@@ -92,10 +92,14 @@ TEST(Gateway, GoesOnWithoutDescriptors) {
     EXPECT_EQ(wholeEpochs(later.receive(epochs(1))), 1) << gateway.log();
 }
 
-TEST(Gateway, GoesOnWhereAnOutputHasNoRoom) {
-    const Road road(3, "push = [\"file:/dev/full\"]\n");
+TEST(Gateway, GoesOnWhereAnOutputTakesNothing) {
+    const std::string pipe = testing::TempDir() + "pipe_" + std::to_string(getpid());
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const Road road(3, "push = [\"file:/dev/full\", \"file:" + pipe + "\"]\n");
     EXPECT_TRUE(road.gateway.tells("/dev/full: No space left on device; next attempt in"))
         << road.gateway.log();
+    EXPECT_TRUE(road.gateway.tells(pipe + " is a pipe, not a file; next attempt in"));
+    fs::remove(pipe);
 }
 
 TEST(Gateway, FollowsAStationThatMayMove) {
