@@ -107,12 +107,14 @@ void StationWatch::wentOut(const Block& epoch, Instant at) {
     }
     lastHead_ = epoch.first;
 
-    const auto asked = std::ranges::find_if(
-        waiting_, [&](const auto& one) { return one.first == (epoch.first.time & kTimeOfAll); });
-    if (asked == waiting_.end())
+    // The last of that time: a recording may come again and again.
+    const auto asked = std::find_if(waiting_.rbegin(), waiting_.rend(), [&](const auto& one) {
+        return one.first == (epoch.first.time & kTimeOfAll);
+    });
+    if (asked == waiting_.rend())
         return;
     const double took = std::chrono::duration<double>(at - asked->second).count();
-    waiting_.erase(waiting_.begin(), std::next(asked));
+    waiting_.erase(waiting_.begin(), asked.base());
     const auto bound = std::ranges::lower_bound(kDelayBoundsS, took);
     ++delays_.upTo[static_cast<std::size_t>(bound - kDelayBoundsS.begin())];
     ++delays_.count;

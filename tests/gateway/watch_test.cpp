@@ -307,6 +307,9 @@ TEST(StationWatch, MeasuresDelayAndTellsWhatIsUnusual) {
     EXPECT_GT(satellites, 12);
     EXPECT_EQ(watch.fewerThanUsual(end), std::nullopt);
     EXPECT_EQ(watch.goneSystems(end), "");
+    watch.cameIn(epochAt(sky, kThen + 699.0), end); // a recording begins again
+    watch.wentOut(epochAt(sky, kThen + 699.0), end + 5ms);
+    EXPECT_EQ(watch.delays().upTo[9], 0U);
 
     // Until it is as before, also when fewer would be usual by now; not longer than a day.
     const Block without = epochAt(poor, kThen + 700.0), all = epochAt(sky, kThen + 700.0);
