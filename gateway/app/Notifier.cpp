@@ -97,13 +97,14 @@ awaitable<void> Notifier::callWebhook() {
     for (;;) {
         const Notice notice = co_await forWebhook_.next();
         Duration wait = kFirstWait;
-        for (int tries = 1;; ++tries, wait = std::min(2 * wait, kMostWait)) {
+        for (int tries = 1; !settings_.webhook.empty();
+             ++tries, wait = std::min(2 * wait, kMostWait)) {
             const Ending end = co_await endOf(within(kLimit, post(notice.json), "no answer"));
             if (isCancelled(state))
                 co_return;
             if (end.why.empty())
                 break;
-            const bool last = tries == kMostTries || settings_.webhook.empty();
+            const bool last = tries == kMostTries;
             sayOf(Level::warning, "the webhook: " + end.why +
                                       (last ? "; given up" : "; again in " + inSeconds(wait)));
             if (last)

@@ -24,7 +24,8 @@ constexpr unsigned kLookTicks = 10;     // at what changes slowly
 constexpr unsigned kReadTicks = 600;    // at files that end on a day
 constexpr std::size_t kEngineFails = 3; // within
 constexpr Duration kEngineSpan = 10min;
-constexpr std::size_t kRoversCut = 3; // within, and one of ten rovers
+constexpr Duration kFirstEphemerides = 2min; // as long some streams take to send them all
+constexpr std::size_t kRoversCut = 3;        // within, and one of ten rovers
 constexpr Duration kRoversSpan = 5min;
 constexpr std::uintmax_t kLeastSpace = std::uintmax_t{16} << 20; // bytes
 constexpr std::uintmax_t kLeastFiles = 100;
@@ -116,7 +117,8 @@ std::optional<std::string> Overview::wrongEpochs(const Station& station, Instant
         return "";
     const Instant since = station.mountpoint().heard().lastEpoch().value_or(station.startedAt());
     const double silentS = std::chrono::duration<double>(now - since).count();
-    if (delivery == Delivery::starting && now - since <= kSilent)
+    const Duration patience = station.watch().epochsIn() > 0 ? kFirstEphemerides : kSilent;
+    if (delivery == Delivery::starting && now - since <= patience)
         return std::nullopt;
     return text("no epoch has gone to rovers for %.0f s", silentS);
 }
