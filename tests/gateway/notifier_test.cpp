@@ -1,4 +1,5 @@
 #include "gateway/app/Notifier.h"
+#include "gateway/net/Channel.h"
 #include "gateway/station/Child.h"
 #include "service.h"
 
