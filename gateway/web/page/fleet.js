@@ -1,8 +1,8 @@
 // The page of all stations.
 
-import { find, foreign, Keyed, make, setAttribute, setText, show } from "./dom.js";
+import { find, foreign, make, setAttribute, setText, show } from "./dom.js";
 import * as format from "./format.js";
-import { address, figure, frame, stationAddress } from "./frame.js";
+import { address, alarmList, figure, frame, stationAddress } from "./frame.js";
 import { Live } from "./live.js";
 import { StationMap } from "./map.js";
 import { stateIcon, systemIcon } from "./marks.js";
@@ -40,7 +40,6 @@ function writeView() {
 
 // --- the table
 
-const sum = (counts, of) => Object.values(counts).reduce((n, c) => n + c[of], 0);
 const heard = (s) => s.last_epoch_unix_s !== undefined;
 
 const text = (value) => ({
@@ -76,7 +75,7 @@ const columns = [
     },
     {
         key: "satellites", head: "Satellites", first: "up",
-        value: (s) => (heard(s) ? sum(s.satellites, "answered_count") : undefined),
+        value: (s) => (heard(s) ? format.total(s.satellites, "answered_count") : undefined),
         create(cell) {
             const total = make("span", { class: "total" });
             const parts = make("span", { class: "systems", "aria-hidden": "true" });
@@ -94,7 +93,7 @@ const columns = [
                 .join(", ");
             if (part.said === said) return;
             part.said = said;
-            setText(part.total, of.length ? `${sum(s.satellites, "answered_count")}/${sum(s.satellites, "seen_count")}` : format.unknown);
+            setText(part.total, of.length ? `${format.total(s.satellites, "answered_count")}/${format.total(s.satellites, "seen_count")}` : format.unknown);
             setText(part.words, said && ` answered of seen: ${said}`);
             setAttribute(part.total.parentElement, "title", said || null);
             part.parts.replaceChildren(
@@ -139,7 +138,7 @@ const map = new StationMap(find("#map"), {
     href: stationAddress,
     buttons: { in: find("#map-in"), out: find("#map-out"), fit: find("#map-fit"), world: find("#map-world") },
     describe: (s) =>
-        `${s.name}: ${format.stateNames[s.state]}, ${format.plural(sum(s.satellites, "answered_count"), "satellite", "satellites")}, ` +
+        `${s.name}: ${format.stateNames[s.state]}, ${format.plural(format.total(s.satellites, "answered_count"), "satellite", "satellites")}, ` +
         format.plural(s.rovers_count, "rover", "rovers"),
     note: find("#map-note"),
     address: address("vendor/land.json"),
@@ -275,21 +274,10 @@ function showTotals() {
     showAlarms([...alarms].sort((a, b) => b.since_unix_s - a.since_unix_s));
 }
 
-const alarmList = new Keyed(
-    find("#alarms"),
-    ({ kind, station }) => {
-        const words = make("p");
-        const when = make("time");
-        const who = station === undefined ? "the gateway" : make("a", { href: stationAddress(station) }, foreign(station));
-        const item = make("li", {}, make("p", { class: "who" }, make("span", { class: "alarm" }, format.alarmNames[kind] ?? kind), " ", who, " ", when), words);
-        return Object.assign(item, { words, when });
-    },
-    (item, alarm) => {
-        setText(item.words, alarm.text);
-        item.alarm = alarm;
-        setAttribute(item.when, "datetime", new Date(alarm.since_unix_s * 1e3).toISOString());
-    },
-);
+const alarmRows = alarmList(find("#alarms"), (kind, words, when, { station }) => {
+    const who = station === undefined ? "the gateway" : make("a", { href: stationAddress(station) }, foreign(station));
+    return make("li", {}, make("p", { class: "who" }, kind, " ", who, " ", when), make("p", {}, words));
+});
 
 const more = find("#alarms-more");
 more.addEventListener("click", () => {
@@ -300,7 +288,7 @@ more.addEventListener("click", () => {
 function showAlarms(alarms) {
     setText(find("#alarms-number"), alarms.length ? format.grouped(alarms.length) : "");
     const shown = view.allAlarms ? alarms : alarms.slice(0, alarmsShown);
-    alarmList.set(shown, (a) => `${a.kind} ${a.station ?? ""}`);
+    alarmRows.set(shown);
     show(more, alarms.length > alarmsShown);
     setText(more, view.allAlarms ? "Only the newest" : `All ${format.grouped(alarms.length)} alarms`);
     setAttribute(more, "aria-expanded", view.allAlarms);
@@ -326,6 +314,6 @@ table.now = () => live.now();
 
 const tick = frame(live, (now) => {
     table.tick(now);
-    for (const item of find("#alarms").children) setText(item.when, `since ${format.age(now - item.alarm.since_unix_s)}`);
+    alarmRows.tick(now);
 });
 showFilter();

@@ -43,6 +43,8 @@ export function grouped(n) {
     return digits.length < 5 ? digits : digits.replace(/\B(?=(\d{3})+$)/g, "\u202f");
 }
 
+/// Over all systems.
+export const total = (counts, of) => Object.values(counts).reduce((n, c) => n + c[of], 0);
 export const count = (n) => (n === undefined ? unknown : grouped(n));
 export const fixed = (value, digits) =>
     value === undefined || value === null ? unknown : minus(value.toFixed(digits));

@@ -1,7 +1,7 @@
 // The bar of a page: whether it is connected, the gateway's time, and what is wrong if it is not.
 
-import { find, make, setText, show } from "./dom.js";
-import { age, dayTime, time } from "./format.js";
+import { find, Keyed, make, setAttribute, setText, show } from "./dom.js";
+import { age, alarmNames, dayTime, time } from "./format.js";
 
 const tickMs = 250;
 const words = { connecting: "connecting", live: "live", lost: "not connected" };
@@ -64,6 +64,29 @@ export function figure(list, name) {
         set(text, under = "") {
             setText(value, text);
             setText(small, under);
+        },
+    };
+}
+
+/// A list of alarms; `create(kind, words, when, alarm)` gives the item with these parts of it.
+export function alarmList(parent, create) {
+    const list = new Keyed(
+        parent,
+        (alarm) => {
+            const parts = { words: make("span"), when: make("time") };
+            const kind = make("span", { class: "alarm" }, alarmNames[alarm.kind] ?? alarm.kind);
+            return Object.assign(create(kind, parts.words, parts.when, alarm), parts);
+        },
+        (item, alarm) => {
+            item.alarm = alarm;
+            setText(item.words, alarm.text);
+            setAttribute(item.when, "datetime", new Date(alarm.since_unix_s * 1e3).toISOString());
+        },
+    );
+    return {
+        set: (alarms) => list.set(alarms, (a) => `${a.kind} ${a.station ?? ""}`),
+        tick(now) {
+            for (const item of parent.children) setText(item.when, `since ${age(now - item.alarm.since_unix_s)}`);
         },
     };
 }

@@ -3,7 +3,7 @@
 import { Behind, boundBar, ChangeChart, SignalChart, TimeChart } from "./charts.js";
 import { find, foreign, Keyed, make, setAttribute, setRows, setText, show } from "./dom.js";
 import * as format from "./format.js";
-import { address, figure, frame } from "./frame.js";
+import { address, alarmList, figure, frame } from "./frame.js";
 import { Live } from "./live.js";
 import { fateIcon, stateIcon, systemIcon } from "./marks.js";
 import { Sky } from "./sky.js";
@@ -11,7 +11,6 @@ import { Sky } from "./sky.js";
 const name = decodeURIComponent(location.pathname.split("/").pop());
 let station = null;
 
-const sum = (counts, of) => Object.values(counts).reduce((n, c) => n + c[of], 0);
 const system = (letter) => make("span", { class: "with-icon" }, systemIcon(letter), format.systemNames[letter] ?? letter);
 
 // A table in a box that scrolls on its own where it is too wide; words instead while it is empty.
@@ -49,8 +48,8 @@ function whither([east, north]) {
 
 function showFigures(s) {
     const heard = s.last_epoch_unix_s !== undefined;
-    const seen = sum(s.satellites, "seen_count");
-    figures["satellites answered"].set(heard ? `${sum(s.satellites, "answered_count")} of ${seen}` : format.unknown, heard ? "of those received" : "no epoch yet");
+    const seen = format.total(s.satellites, "seen_count");
+    figures["satellites answered"].set(heard ? `${format.total(s.satellites, "answered_count")} of ${seen}` : format.unknown, heard ? "of those received" : "no epoch yet");
     figures["signals kept"].set(heard ? `${s.kept_signals_count} of ${s.received_signals_count}` : format.unknown, heard ? "of those received" : "");
     figures.delay.set(format.milliseconds(s.delay_s), "median of the last minute");
     const sent = s.rovers.reduce((n, r) => n + r.sent_bytes_total, 0);
@@ -85,20 +84,7 @@ function showHead(s) {
     }
 }
 
-const alarmList = new Keyed(
-    find("#alarms"),
-    ({ kind }) => {
-        const when = make("time");
-        const words = make("span");
-        const item = make("li", {}, make("span", { class: "alarm" }, format.alarmNames[kind] ?? kind), " ", words, " ", when);
-        return Object.assign(item, { words, when });
-    },
-    (item, alarm) => {
-        item.alarm = alarm;
-        setText(item.words, alarm.text);
-        setAttribute(item.when, "datetime", new Date(alarm.since_unix_s * 1e3).toISOString());
-    },
-);
+const alarmRows = alarmList(find("#alarms"), (kind, words, when) => make("li", {}, kind, " ", words, " ", when));
 
 // --- satellites
 
@@ -310,7 +296,7 @@ function showAges(now) {
         s.last_epoch_unix_s === undefined ? "none yet" : format.age(now - s.last_epoch_unix_s),
         s.interval_s === undefined ? "" : `every ${format.interval(s.interval_s)}`,
     );
-    for (const item of find("#alarms").children) setText(item.when, `since ${format.age(now - item.alarm.since_unix_s)}`);
+    alarmRows.tick(now);
     for (const item of ephemerides.children) {
         const then = item.satellite.ephemeris_age_s;
         setText(item.age, then === undefined ? "none" : format.age(then + now - s.at_unix_s));
@@ -321,7 +307,7 @@ const live = new Live(`${address("api/v1/live")}?station=${encodeURIComponent(na
     onData(data) {
         station = data;
         showHead(data);
-        alarmList.set(data.alarms_now, (a) => a.kind);
+        alarmRows.set(data.alarms_now);
         showFigures(data);
         showSatellites(data);
         showHistory(data.history);
