@@ -45,10 +45,13 @@ void readRequest(Bytes bytes) {
     const auto asked = push ? AnswerReader::Asked::push : AnswerReader::Asked::stream;
     using State = AnswerReader::State;
     require(stateOf(grantText(request, "today"), asked) == State::stream, "a grant is understood");
-    require(stateOf(refusalText(request, Refusal::unauthorized, "today"), asked) == State::refused,
-            "a refusal is understood");
+    for (const Refusal why : {Refusal::malformed, Refusal::method, Refusal::unauthorized,
+                              Refusal::notFound, Refusal::taken, Refusal::tooMany})
+        require(stateOf(refusalText(request, why, "today"), asked) == State::refused,
+                "a refusal is understood");
     if (!push)
-        require(stateOf(tableAnswer(request, "ENDSOURCETABLE\r\n", "today"), asked) == State::table,
+        require(stateOf(tableAnswer(request, sourceTable({}, {}), httpDate(0)), asked) ==
+                    State::table,
                 "a source table is understood");
     if (push && !refusal && length)
         requirePushInPieces(request, bytes.subspan(*length));
@@ -73,6 +76,48 @@ void readAnswer(Bytes bytes) {
         pieces.close();
     }
     require(whole.state() != AnswerReader::State::head, "a closed answer is judged");
+}
+
+/// Data that goes out in chunks comes in as it was.
+void sendInChunks(std::string_view data) {
+    Request push;
+    push.chunked = true;
+    PushReader reader(push);
+    std::vector<std::uint8_t> got;
+    const std::string sent = chunk(data) + chunk(data);
+    const auto state =
+        reader.take(Bytes(reinterpret_cast<const std::uint8_t*>(sent.data()), sent.size()), got);
+    const std::string twice = std::string(data) + std::string(data);
+    require(
+        state == BodyState::flows &&
+            std::equal(got.begin(), got.end(), twice.begin(), twice.end(),
+                       [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); }),
+        "chunks hold what was sent");
+}
+
+/// What the gateway asks of a caster, one that reads as ours does understands.
+void askCaster(std::string_view text) {
+    for (const Use use : {Use::source, Use::output}) {
+        Address address;
+        try {
+            address = parseAddress(text, use);
+        } catch (const AddressError&) {
+            continue;
+        }
+        const bool push = address.scheme == Scheme::ntripSource;
+        if (!push && address.scheme != Scheme::ntrip && address.scheme != Scheme::ntrips)
+            continue;
+        const std::string gga = address.gga ? ggaText({1, 2, 3, 1, 12}, 0.0) : "";
+        const std::string head = push ? pushRequest(address, "M;x") : streamRequest(address, gga);
+        const auto [request, refusal] = parseRequest(head);
+        require(headLength(head) == head.size() && !refusal, "our own request is one");
+        require(request.kind == (push ? Request::Kind::push : Request::Kind::stream),
+                "it asks for what is wanted");
+        require(request.mount == address.mount &&
+                    request.user == (push && address.version == 1 ? "" : address.user) &&
+                    request.password.reveal() == address.password.reveal(),
+                "it names mountpoint, user and password");
+    }
 }
 
 void readTable(std::string_view text) {
@@ -122,6 +167,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         break;
     case 'a':
         readAnswer(rest);
+        break;
+    case 'c':
+        sendInChunks(textOf(rest));
+        break;
+    case 'w':
+        askCaster(textOf(rest));
         break;
     case 't':
         readTable(textOf(rest));
