@@ -5,6 +5,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -22,9 +23,13 @@ std::string contentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file)
         throw std::runtime_error(path + ": " + std::strerror(errno));
-    std::string content(kLargest + 1, '\0');
-    file.read(content.data(), static_cast<std::streamsize>(content.size()));
-    content.resize(static_cast<std::size_t>(file.gcount()));
+    std::string content;
+    for (std::array<char, 16384> block{}; content.size() <= kLargest;) {
+        file.read(block.data(), block.size());
+        if (file.gcount() == 0)
+            break;
+        content.append(block.data(), static_cast<std::size_t>(file.gcount()));
+    }
     return content;
 }
 
