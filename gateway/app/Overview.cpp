@@ -1,6 +1,7 @@
 #include "gateway/app/Overview.h"
 
 #include "base/Findings.h"
+#include "gateway/net/FileTime.h"
 #include "gateway/net/Say.h"
 #include "gateway/settings/Certificate.h"
 #include "gnss/Clock.h"
@@ -161,11 +162,10 @@ std::string Overview::wrongCertificate() {
     const CasterSettings& caster = settings_.caster;
     if (caster.listenTls.empty())
         return {};
-    std::error_code gone;
-    const auto written = std::filesystem::last_write_time(caster.certificate, gone);
+    const auto written = writtenAt(caster.certificate);
     if (ticks_ == 0)
         certificateTime_ = written;
-    if (!gone && written != certificateTime_)
+    if (written && written != certificateTime_)
         return caster.certificate.string() + ": is newer than the one in use: reload the gateway";
     const auto remarks = examineCertificate(caster.certificate, caster.key, utcNow().time);
     return remarks.empty() ? "" : caster.certificate.string() + ": " + remarks.front().wrong;

@@ -8,7 +8,7 @@
 #include "gateway/web/Reports.h"
 #include "gateway/web/WebServer.h"
 
-#include <filesystem>
+#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
@@ -59,8 +59,8 @@ private:
     Alarms alarms_;
     std::map<std::string, Watched> watched_;
     unsigned ticks_ = 0;
-    std::string certificate_, disk_, leapSeconds_;    // what is wrong
-    std::filesystem::file_time_type certificateTime_; // of the file that is in use
+    std::string certificate_, disk_, leapSeconds_;            // what is wrong
+    std::optional<std::chrono::nanoseconds> certificateTime_; // of the file that is in use
     std::size_t listeners_ = 0;
 };
 

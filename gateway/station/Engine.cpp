@@ -2,13 +2,13 @@
 
 #include "gateway/net/Attempts.h"
 #include "gateway/net/Channel.h"
+#include "gateway/net/FileTime.h"
 #include "gateway/station/Child.h"
 #include "gateway/station/EphemerisWatch.h"
 #include "gnss/Clock.h"
 
 #include <algorithm>
 #include <array>
-#include <sys/stat.h>
 
 namespace gateway {
 
@@ -66,11 +66,10 @@ void writeDeployment(const EnginePlan& plan, std::uint16_t port) {
     fs::remove(paths.status, none); // of an engine before
 }
 
-/// Whether the engine has written its status lately, as it does every second while it lives. By
-/// stat, because the file times of <filesystem> have 32 bits of seconds on 32-bit ARM.
+/// Whether the engine has written its status lately, as it does every second while it lives.
 bool livesBy(const fs::path& status) {
-    struct stat is {};
-    return stat(status.c_str(), &is) == 0 && utcNow().time - is.st_mtime < kStale.count();
+    const auto written = writtenAt(status);
+    return written && std::chrono::seconds(utcNow().time) - *written < kStale;
 }
 
 } // namespace
