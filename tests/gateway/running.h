@@ -207,13 +207,13 @@ inline int wholeEpochs(const Bytes& received) {
     return count;
 }
 
-/// Enough when the epoch of that time has come with its last message.
+/// Enough when the epoch of that time, or a later one, has come with its last message.
 inline auto epochOfTime(const ref::GpsTime& time) {
     return [ms = static_cast<std::uint32_t>(std::llround(time.sow * 1000))](const Bytes& received) {
         bool begun = false, whole = false;
         for (const ref::Frame& f : ref::goodFrames(received))
             if (const auto head = ref::headOf(f)) {
-                begun = begun || (f.type == 1077 && head->epochField == ms);
+                begun = begun || (f.type == 1077 && head->epochField >= ms);
                 whole = begun && !head->more;
             }
         return whole;

@@ -1,12 +1,11 @@
 #include "check.h"
+#include "gateway/certificate.h"
 #include "gateway/settings/CheckSettings.h"
 #include "gnss/Clock.h"
 #include "process.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <openssl/pem.h>
-#include <openssl/x509.h>
 #include <sstream>
 
 // The gateway's settings: addresses, the file, the command line.
@@ -398,36 +397,6 @@ TEST(GatewaySettings, AreReadOnAfterFaultsWithoutRepeatingThem) {
     const std::string section = checked(kGood + "[station]]\nname = \"B\"\nrate = \"fast\"");
     EXPECT_EQ(section.substr(0, 4), "f:6:") << section;
     EXPECT_NE(section.find("\nf: 1 error: it"), std::string::npos) << section;
-}
-
-/// A key and a certificate of its own that is valid for those days from now.
-struct Pair {
-    std::string key, certificate;
-};
-Pair pair(int fromDay, int toDay) {
-    const auto text = [](const auto& write) {
-        BIO* const out = BIO_new(BIO_s_mem());
-        write(out);
-        char* data = nullptr;
-        const long n = BIO_get_mem_data(out, &data);
-        std::string pem(data, static_cast<std::size_t>(n));
-        BIO_free(out);
-        return pem;
-    };
-    EVP_PKEY* const key = EVP_EC_gen("P-256");
-    X509* const c = X509_new();
-    std::time_t now = utcNow().time;
-    X509_time_adj_ex(X509_getm_notBefore(c), fromDay, 0, &now);
-    X509_time_adj_ex(X509_getm_notAfter(c), toDay, 0, &now);
-    X509_set_pubkey(c, key);
-    X509_sign(c, key, EVP_sha256());
-    Pair out{text([&](BIO* b) {
-                 PEM_write_bio_PrivateKey(b, key, nullptr, nullptr, 0, nullptr, nullptr);
-             }),
-             text([&](BIO* b) { PEM_write_bio_X509(b, c); })};
-    X509_free(c);
-    EVP_PKEY_free(key);
-    return out;
 }
 
 class GatewayFiles : public testing::Test {
