@@ -7,6 +7,7 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/connect_pipe.hpp>
 #include <boost/asio/detached.hpp>
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/readable_pipe.hpp>
 #include <boost/asio/redirect_error.hpp>
@@ -154,8 +155,11 @@ Child::Child(const asio::any_io_executor& executor, const std::filesystem::path&
         {"PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}};
     const pid_t self = getpid();
     pid_t id = 0;
+    // The launcher tells a context of its fork. Ours would wait for the name that is being looked
+    // up just then, and leave the others until somebody asks for another one.
+    asio::io_context ofLauncher;
     try {
-        process::process started(executor, path, arguments,
+        process::process started(ofLauncher.get_executor(), path, arguments,
                                  process::process_stdio{nullptr, out, out},
                                  process::process_environment(environment), EndsWithParent{});
         id = started.id();

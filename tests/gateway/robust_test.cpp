@@ -1,4 +1,8 @@
 #include "gateway/running.h"
+#include "gateway/station/Child.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 
 // What the gateway does when something around it fails.
 
@@ -55,6 +59,19 @@ TEST(Gateway, StartsAnEngineAgainThatHangs) {
     const auto begin = monotonicNow();
     EXPECT_EQ(gateway.end(SIGTERM), 0);
     EXPECT_LT(monotonicNow() - begin, std::chrono::seconds(4));
+}
+
+TEST(GatewayChild, DoesNotDisturbNamesThatAreLookedUp) {
+    boost::asio::io_context context;
+    boost::asio::ip::tcp::resolver resolver(context);
+    constexpr int asked = 50;
+    int answered = 0;
+    for (int i = 0; i < asked; ++i)
+        resolver.async_resolve("localhost", "1", [&](const auto&, const auto&) { ++answered; });
+    const gateway::Child child(context.get_executor(), "/bin/true", {},
+                               [](auto, const std::string&) {});
+    context.run_for(std::chrono::seconds(10));
+    EXPECT_EQ(answered, asked);
 }
 
 TEST(Gateway, LeavesNoEngineBehindWhenItIsKilled) {
