@@ -7,7 +7,6 @@
 #include "gnss/Clock.h"
 
 #include <boost/beast/http.hpp>
-#include <boost/url.hpp>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -20,59 +19,73 @@ namespace gateway {
 using namespace std::chrono_literals;
 using boost::system::error_code;
 namespace http = boost::beast::http;
+using Head = http::response<http::empty_body>;
+
+struct WebAnswer {
+    Head head;
+    WebText body; // null where there is none
+};
 
 namespace {
 
 constexpr Duration kRequestLimit = 10s;
-constexpr Duration kIdleLimit = 60s; // of a connection between two requests
-constexpr Duration kTellLimit = 30s; // for an answer
-constexpr unsigned kQuietTicks = 10; // then a comment keeps the stream alive
+constexpr Duration kIdleLimit = 60s;   // of a connection between two requests
+constexpr Duration kTellLimit = 30s;   // for an answer
+constexpr int kSendBytes = 256 * 1024; // that wait in the kernel
+constexpr unsigned kQuietTicks = 10;   // then a comment keeps the stream alive
 constexpr std::string_view kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
     "connect-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
 
-using Answer = http::response<http::string_body>;
-
-Answer answerOf(http::status status, std::string_view type, std::string body) {
-    Answer answer{status, 11};
-    answer.set(http::field::content_type, type);
-    answer.set(http::field::cache_control, "no-store");
-    answer.body() = std::move(body);
+WebAnswer answerOf(http::status status, std::string_view type, WebText body) {
+    WebAnswer answer{Head{status, 11}, std::move(body)};
+    answer.head.set(http::field::content_type, type);
+    answer.head.set(http::field::cache_control, "no-store");
     return answer;
 }
 
-Answer problem(http::status status, const std::string& what) {
-    return answerOf(status, "application/json", nlohmann::json{{"error", what}}.dump() + "\n");
+WebAnswer plain(http::status status, std::string text) {
+    return answerOf(status, "text/plain; charset=utf-8",
+                    std::make_shared<const std::string>(std::move(text)));
 }
 
-std::string headOfAll(Answer& answer) {
-    answer.set(http::field::date, ntrip::httpDate(utcNow().time));
-    answer.set(http::field::server, "kestrune-gateway");
-    answer.set("Content-Security-Policy", kPolicy);
-    answer.set("X-Content-Type-Options", "nosniff");
-    answer.set("Referrer-Policy", "no-referrer");
+WebAnswer problem(http::status status, const std::string& what) {
+    return answerOf(
+        status, "application/json",
+        std::make_shared<const std::string>(nlohmann::json{{"error", what}}.dump() + "\n"));
+}
+
+std::string headText(Head head) {
+    head.set(http::field::date, ntrip::httpDate(utcNow().time));
+    head.set(http::field::server, "kestrune-gateway");
+    head.set("Content-Security-Policy", kPolicy);
+    head.set("X-Content-Type-Options", "nosniff");
+    head.set("Referrer-Policy", "no-referrer");
     std::ostringstream out;
-    out << answer.base();
+    out << head.base();
     return std::move(out).str();
 }
 
-std::string whole(Answer answer, bool keepAlive, bool head) {
-    answer.keep_alive(keepAlive);
-    answer.content_length(answer.body().size());
-    std::string out = headOfAll(answer);
-    if (!head)
-        out += answer.body();
-    return out;
-}
+/// One of a set while it lives.
+template <class T> class Among {
+public:
+    Among(std::set<T*>& all, T& one) : all_(all), one_(&one) { all_.insert(one_); }
+    ~Among() { all_.erase(one_); }
+    Among(const Among&) = delete;
+    Among& operator=(const Among&) = delete;
 
-/// Whether a browser that was led here by a foreign name would send it.
-bool isLoopbackName(std::string_view host) {
-    host = host.substr(0, host.starts_with('[') ? host.find(']') + 1 : host.find(':'));
-    if (host == "localhost" || host == "[::1]")
-        return true;
-    error_code named;
-    const auto address = asio::ip::make_address(std::string(host), named);
-    return !named && address.is_loopback();
+private:
+    std::set<T*>& all_;
+    T* one_;
+};
+
+awaitable<void> send(Channel& channel, WebAnswer answer, bool keepAlive, bool headAlone) {
+    answer.head.keep_alive(keepAlive);
+    answer.head.content_length(answer.body ? answer.body->size() : 0);
+    const std::string head = headText(answer.head);
+    co_await channel.write(bytesOf(head));
+    if (answer.body && !headAlone)
+        co_await channel.write(bytesOf(*answer.body));
 }
 
 std::string eventText(const char* kind, const std::string& json) {
@@ -135,12 +148,18 @@ WebServer::WebServer(const asio::any_io_executor& executor, const WebView& view,
     : executor_(executor), view_(view), admits_(std::move(admits)),
       listeners_(executor, {"page", "http://", "/"},
                  [this](tcp::socket socket) {
-                     if (connections_ < kMostConnections)
-                         conversations_.start(converse(std::move(socket)));
+                     error_code gone;
+                     const std::string address =
+                         addressOf(socket.remote_endpoint(gone)).to_string();
+                     if (gone || (open_.size() >= kMostConnections && !makeRoom(false)))
+                         return;
+                     error_code none; // the kernel doubles it
+                     socket.set_option(asio::socket_base::send_buffer_size(kSendBytes / 2), none);
+                     conversations_.start(converse(channelOf(std::move(socket)), address));
                  }),
       conversations_(executor, [](const std::string&) {}) {
     for (const PageFile& file : pageFiles())
-        pages_[file.path] = {file.content,
+        pages_[file.path] = {std::make_shared<const std::string>(file.content),
                              "\"" + std::to_string(std::hash<std::string_view>{}(file.content)) +
                                  "\""};
 }
@@ -149,7 +168,7 @@ WebServer::WebServer(const asio::any_io_executor& executor, const WebView& view,
 void WebServer::apply(const WebSettings& settings) {
     settings_ = settings;
     for (Hearer* const hearer : hearers_)
-        hearer->channel->close();
+        hearer->conversation.channel.close();
     for (const std::string& failure : listeners_.apply(settings_.listen))
         say(Level::warning, "page", failure);
 }
@@ -159,160 +178,146 @@ void WebServer::stop() {
     conversations_.cancel();
 }
 
-awaitable<void> WebServer::converse(tcp::socket socket) {
-    struct Counted {
-        std::size_t& count;
-        explicit Counted(std::size_t& of) : count(of) { ++count; }
-        ~Counted() { --count; }
-    } const counted(connections_);
-    error_code gone;
-    const std::string address = addressOf(socket.remote_endpoint(gone)).to_string();
-    if (gone)
-        co_return;
-    const ChannelPtr channel = channelOf(std::move(socket));
+bool WebServer::makeRoom(bool ofHearers) {
+    Conversation* slowest = nullptr;
+    for (Conversation* one : open_)
+        if (one->waits && (one->hears || !ofHearers) && (!slowest || *one->waits < *slowest->waits))
+            slowest = one;
+    if (!slowest)
+        return false;
+    slowest->waits.reset(); // once is enough
+    slowest->channel.close();
+    return true;
+}
+
+awaitable<void> WebServer::converse(ChannelPtr channel, std::string address) {
+    Conversation conversation{*channel, std::chrono::steady_clock::now()};
+    const Among here(open_, conversation);
     std::string held;
     for (Duration limit = kRequestLimit;; limit = kIdleLimit) {
         const std::optional<std::string> head =
             co_await within(limit, readHead(*channel, held), "no request");
         if (!head)
             co_return;
-        const std::optional<Request> request = parse(*head);
+        conversation.waits = std::chrono::steady_clock::now();
+        const std::optional<WebRequest> request = parseWebRequest(*head);
         if (!request) {
-            const std::string text =
-                whole(problem(http::status::bad_request, "no request of HTTP 1.1"),
-                      /*keepAlive=*/false, /*head=*/false);
-            co_await within(kTellLimit, channel->write(bytesOf(text)), "takes no answer");
+            WebAnswer refusal = problem(http::status::bad_request, "no request of HTTP 1.1");
+            co_await within(kTellLimit, send(*channel, std::move(refusal), false, false),
+                            "takes no answer");
             co_return;
         }
-        if (!co_await answer(*channel, *request, address))
+        if (!co_await answer(conversation, *request, address))
             co_return;
+        conversation.waits = std::chrono::steady_clock::now();
     }
-}
-
-/// Only what has no body can be asked for.
-std::optional<WebServer::Request> WebServer::parse(std::string_view head) {
-    http::request_parser<http::empty_body> parser;
-    parser.header_limit(2 * ntrip::kLongestHead);
-    error_code e;
-    parser.put(asio::buffer(head.data(), head.size()), e);
-    if (e || !parser.is_header_done())
-        return std::nullopt;
-    const auto& message = parser.get();
-    if (message.method() != http::verb::get && message.method() != http::verb::head)
-        return std::nullopt;
-    const auto target = boost::urls::parse_origin_form(message.target());
-    if (!target)
-        return std::nullopt;
-    Request request;
-    request.path = target->path();
-    for (const auto& part : target->params())
-        request.query[part.key] = part.value;
-    request.head = message.method() == http::verb::head;
-    request.keepAlive = message.keep_alive();
-    request.sameAs = std::string(message[http::field::if_none_match]);
-    request.host = std::string(message[http::field::host]);
-    if (const auto credentials =
-            ntrip::basicCredentials(std::string(message[http::field::authorization]))) {
-        request.named = true;
-        request.user = credentials->first;
-        request.password = credentials->second;
-    }
-    return request;
 }
 
 /// Whether the connection goes on.
-awaitable<bool> WebServer::answer(Channel& channel, const Request& request,
+awaitable<bool> WebServer::answer(Conversation& with, const WebRequest& request,
                                   const std::string& address) {
     const bool open = request.path == "/healthz" || request.path == "/readyz";
-    std::string text;
+    std::optional<WebAnswer> out;
     if (settings_.access == WebSettings::Access::machine && !isLoopbackName(request.host)) {
-        text = whole(problem(http::status::misdirected_request, "this page is for this machine"),
-                     request.keepAlive, request.head);
+        out.emplace(problem(http::status::misdirected_request, "this page is for this machine"));
     } else if (settings_.access == WebSettings::Access::users && !open) {
         bool admitted = false;
         if (request.named)
             admitted = co_await admits_(address, request.user, request.password);
         if (!admitted) {
-            Answer answer =
-                problem(http::status::unauthorized, "a user of the caster is asked for");
-            answer.set(http::field::www_authenticate,
-                       "Basic realm=\"Kestrune\", charset=\"UTF-8\"");
-            text = whole(std::move(answer), request.keepAlive, request.head);
+            out.emplace(problem(http::status::unauthorized, "a user of the caster is asked for"));
+            out->head.set(http::field::www_authenticate,
+                          "Basic realm=\"Kestrune\", charset=\"UTF-8\"");
         }
     }
-    if (text.empty() && request.path == "/api/v1/live" && !request.head) {
-        co_await tellLive(channel, request);
+    if (!out && request.path == "/api/v1/live" && !request.head) {
+        co_await tellLive(with, request);
         co_return false;
     }
-    if (text.empty())
-        text = answerTo(request);
-    co_await within(kTellLimit, channel.write(bytesOf(text)), "takes no answer");
+    if (!out)
+        out.emplace(answerTo(request));
+    co_await within(kTellLimit,
+                    send(with.channel, std::move(*out), request.keepAlive, request.head),
+                    "takes no answer");
     co_return request.keepAlive;
 }
 
-std::string WebServer::answerTo(const Request& request) const {
+WebText WebServer::sharedText(const std::string& name,
+                              const std::function<std::optional<std::string>()>& make) {
+    if (const auto made = texts_.find(name); made != texts_.end())
+        if (WebText text = made->second.lock())
+            return text;
+    std::optional<std::string> fresh = make();
+    if (!fresh)
+        return nullptr;
+    WebText text = std::make_shared<const std::string>(*std::move(fresh));
+    texts_[name] = text;
+    return text;
+}
+
+WebAnswer WebServer::answerTo(const WebRequest& request) {
     constexpr std::string_view kStation = "/api/v1/stations/";
-    constexpr const char* kJson = "application/json";
-    const auto found = [&](std::optional<std::string> json) {
-        return json ? answerOf(http::status::ok, kJson, *std::move(json))
+    const auto& path = request.path;
+    const auto json = [&](const std::string& of, const auto& make) {
+        WebText text = sharedText(path + '?' + of, make);
+        return text ? answerOf(http::status::ok, "application/json", std::move(text))
                     : problem(http::status::not_found, "there is no such station");
     };
-    const auto& path = request.path;
-    Answer answer = problem(http::status::not_found, "there is nothing here");
-    if (path == "/api/v1/stations") {
-        answer = found(fleetJson(view_, view_.summaries(), {}));
-    } else if (path.starts_with(kStation)) {
-        answer = found(view_.station(path.substr(kStation.size())));
-    } else if (path == "/api/v1/events") {
+    if (path == "/api/v1/stations")
+        return json("", [&] { return std::optional(fleetJson(view_, view_.summaries(), {})); });
+    if (path.starts_with(kStation))
+        return json("", [&] { return view_.station(path.substr(kStation.size())); });
+    if (path == "/api/v1/events") {
         const auto of = request.query.find("station");
-        answer = found(
-            view_.events(of == request.query.end() ? std::nullopt : std::optional(of->second)));
-    } else if (path == "/metrics") {
-        answer =
-            answerOf(http::status::ok, "text/plain; version=0.0.4; charset=utf-8", view_.metrics());
-    } else if (path == "/healthz") {
-        answer = answerOf(http::status::ok, "text/plain; charset=utf-8", "works\n");
-    } else if (path == "/readyz") {
+        if (of == request.query.end())
+            return json("", [&] { return view_.events(std::nullopt); });
+        return json(of->second, [&] { return view_.events(of->second); });
+    }
+    if (path == "/metrics")
+        return answerOf(http::status::ok, "text/plain; version=0.0.4; charset=utf-8",
+                        sharedText(path, [&] { return std::optional(view_.metrics()); }));
+    if (path == "/healthz")
+        return plain(http::status::ok, "works\n");
+    if (path == "/readyz") {
         std::string missing;
         for (const std::string& name : view_.untried())
             missing += name + " has not been tried yet\n";
-        answer = answerOf(missing.empty() ? http::status::ok : http::status::service_unavailable,
-                          "text/plain; charset=utf-8", missing.empty() ? "ready\n" : missing);
-    } else {
-        const std::string_view name = path == "/" ? "index.html"
-                                      : path.starts_with("/station/")
-                                          ? "station.html"
-                                          : std::string_view(path).substr(1);
-        if (const auto page = pages_.find(name); page != pages_.end()) {
-            const bool same = request.sameAs == page->second.tag;
-            answer = answerOf(same ? http::status::not_modified : http::status::ok,
-                              mediaTypeOf(name), same ? "" : std::string(page->second.content));
-            answer.set(http::field::cache_control, "no-cache");
-            answer.set(http::field::etag, page->second.tag);
-        }
+        return missing.empty() ? plain(http::status::ok, "ready\n")
+                               : plain(http::status::service_unavailable, missing);
     }
-    return whole(std::move(answer), request.keepAlive, request.head);
+    const std::string_view name = path == "/" ? "index.html"
+                                  : path.starts_with("/station/")
+                                      ? "station.html"
+                                      : std::string_view(path).substr(1);
+    const auto page = pages_.find(name);
+    if (page == pages_.end())
+        return problem(http::status::not_found, "there is nothing here");
+    const bool same = request.sameAs == page->second.tag;
+    WebAnswer out = answerOf(same ? http::status::not_modified : http::status::ok,
+                             mediaTypeOf(name), same ? nullptr : page->second.content);
+    out.head.set(http::field::cache_control, "no-cache");
+    out.head.set(http::field::etag, page->second.tag);
+    return out;
 }
 
-awaitable<void> WebServer::tellLive(Channel& channel, const Request& request) {
+awaitable<void> WebServer::tellLive(Conversation& with, const WebRequest& request) {
     const auto of = request.query.find("station");
-    Hearer hearer(executor_, of == request.query.end() ? std::string() : of->second);
-    Answer answer{http::status::ok, 11};
-    answer.set(http::field::content_type, "text/event-stream");
-    answer.set(http::field::cache_control, "no-store");
-    answer.keep_alive(false);
-    std::string text;
-    if (hearers_.size() >= kMostListeners)
-        text = whole(problem(http::status::service_unavailable, "too many listen already"),
-                     /*keepAlive=*/false, /*head=*/false);
-    else if (!hearer.station.empty() && !view_.station(hearer.station))
-        text = whole(problem(http::status::not_found, "there is no such station"),
-                     /*keepAlive=*/false, /*head=*/false);
-    if (!text.empty()) {
-        co_await within(kTellLimit, channel.write(bytesOf(text)), "takes no answer");
+    Hearer hearer(executor_, with, of == request.query.end() ? std::string() : of->second);
+    std::optional<WebAnswer> refusal;
+    if (!hearer.station.empty() && !view_.station(hearer.station))
+        refusal.emplace(problem(http::status::not_found, "there is no such station"));
+    else if (hearers_.size() >= kMostListeners && !makeRoom(true))
+        refusal.emplace(problem(http::status::service_unavailable, "too many listen already"));
+    if (refusal) {
+        co_await within(kTellLimit, send(with.channel, std::move(*refusal), false, false),
+                        "takes no answer");
         co_return;
     }
-    text = headOfAll(answer) + "retry: 2000\n\n";
+    Head head{http::status::ok, 11};
+    head.set(http::field::content_type, "text/event-stream");
+    head.set(http::field::cache_control, "no-store");
+    head.keep_alive(false);
+    std::string text = headText(head) + "retry: 2000\n\n";
     if (hearer.station.empty()) {
         // What others are told next is told to this one as well.
         if (std::ranges::none_of(hearers_, [](const Hearer* h) { return h->station.empty(); }))
@@ -321,18 +326,17 @@ awaitable<void> WebServer::tellLive(Channel& channel, const Request& request) {
     } else {
         text += eventText("station", *view_.station(hearer.station));
     }
-    struct Here {
-        std::set<Hearer*>& all;
-        Hearer* one;
-        Here(std::set<Hearer*>& among, Hearer* who) : all(among), one(who) { all.insert(one); }
-        ~Here() { all.erase(one); }
-    } const here(hearers_, &hearer);
-    hearer.channel = &channel;
-    hearer.outbox.put(shared(text));
-    const auto write = [](Hearer& to) -> awaitable<void> {
+    const Among here(hearers_, hearer);
+    with.hears = true;
+    // What comes meanwhile waits beside the first text, however long that is.
+    const auto write = [](Hearer& to, std::string first) -> awaitable<void> {
+        SharedBytes bytes = shared(first);
+        first = {};
         for (;;) {
-            const SharedBytes bytes = co_await to.outbox.next();
-            co_await within(kTellLimit, to.channel->write(*bytes), "does not read");
+            to.conversation.waits = std::chrono::steady_clock::now();
+            co_await within(kTellLimit, to.conversation.channel.write(*bytes), "does not read");
+            to.conversation.waits.reset();
+            bytes = co_await to.outbox.next();
         }
     };
     const auto listen = [](Channel& from) -> awaitable<void> {
@@ -340,10 +344,11 @@ awaitable<void> WebServer::tellLive(Channel& channel, const Request& request) {
         while (co_await from.read(nothing) > 0) {
         }
     };
-    co_await firstOf(write(hearer), listen(channel));
+    co_await firstOf(write(hearer, std::move(text)), listen(with.channel));
 }
 
 void WebServer::tick() {
+    texts_.clear();
     if (hearers_.empty())
         return;
     std::map<std::string, SharedBytes> texts; // by station
@@ -374,9 +379,13 @@ void WebServer::tick() {
     }
     if (keepAlive)
         quiet_ = 0;
-    for (Hearer* hearer : hearers_)
-        if (const SharedBytes& text = texts[hearer->station]; text && !hearer->outbox.put(text))
-            hearer->channel->close(); // it comes again, and gets everything
+    for (Hearer* hearer : hearers_) {
+        const SharedBytes& text = texts[hearer->station];
+        if (text && !hearer->station.empty())
+            hearer->outbox.clear(); // each is whole: the newest is enough for who is slow
+        if (text && !hearer->outbox.put(text))
+            hearer->conversation.channel.close(); // it comes again, and gets everything
+    }
 }
 
 } // namespace gateway

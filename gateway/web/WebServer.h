@@ -4,12 +4,14 @@
 #include "gateway/net/Outbox.h"
 #include "gateway/net/Tasks.h"
 #include "gateway/settings/Settings.h"
+#include "gateway/web/WebRequest.h"
 
 #include <boost/asio/any_io_executor.hpp>
 
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -39,8 +41,12 @@ protected:
     ~WebView() = default;
 };
 
+using WebText = std::shared_ptr<const std::string>;
+struct WebAnswer;
+
 class WebServer {
 public:
+    /// Beyond these whoever has kept us waiting the longest has to go.
     static constexpr std::size_t kMostConnections = 1000;
     static constexpr std::size_t kMostListeners = 200; // to what happens
 
@@ -57,36 +63,38 @@ public:
     std::size_t hearers() const { return hearers_.size(); }
     /// Once a second: tells those who listen.
     void tick();
+    /// With one peer, until it ends.
+    awaitable<void> converse(ChannelPtr channel, std::string address);
 
 private:
     struct Page {
-        std::string_view content;
+        WebText content;
         std::string tag; // ETag
     };
-    struct Request {
-        std::string path;
-        std::map<std::string, std::string> query;
-        std::string user;
-        Secret password;
-        bool named = false; // credentials were sent
-        bool head = false, keepAlive = false;
-        std::string host, sameAs; // sameAs: If-None-Match
+    struct Conversation {
+        Channel& channel;
+        std::optional<Instant> waits; // for the peer, since then
+        bool hears = false;
     };
     /// Who hears of the fleet, or of one station.
     struct Hearer {
-        explicit Hearer(const asio::any_io_executor& executor, std::string of)
-            : station(std::move(of)), outbox(executor, kMostWaiting) {}
-        static constexpr std::size_t kMostWaiting = std::size_t{2} << 20;
+        Hearer(const asio::any_io_executor& executor, Conversation& by, std::string of)
+            : conversation(by), station(std::move(of)), outbox(executor, kMostWaiting) {}
+        static constexpr std::size_t kMostWaiting = std::size_t{8} << 20; // shared by all
+        Conversation& conversation;
         std::string station; // empty: the fleet
         Outbox outbox;
-        Channel* channel = nullptr;
     };
 
-    awaitable<void> converse(tcp::socket socket);
-    awaitable<bool> answer(Channel& channel, const Request& request, const std::string& address);
-    awaitable<void> tellLive(Channel& channel, const Request& request);
-    std::string answerTo(const Request& request) const;
-    static std::optional<Request> parse(std::string_view head);
+    awaitable<bool> answer(Conversation& with, const WebRequest& request,
+                           const std::string& address);
+    awaitable<void> tellLive(Conversation& with, const WebRequest& request);
+    WebAnswer answerTo(const WebRequest& request);
+    /// What `make` makes, or made for another one since the last tick who has not got it all yet.
+    WebText sharedText(const std::string& name,
+                       const std::function<std::optional<std::string>()>& make);
+    /// Whether one had to go: of those who hear, or of all.
+    bool makeRoom(bool ofHearers);
 
     asio::any_io_executor executor_;
     const WebView& view_;
@@ -94,10 +102,11 @@ private:
     WebSettings settings_;
     std::map<std::string_view, Page> pages_; // by path
     Listeners listeners_;
+    std::set<Conversation*> open_;
+    std::map<std::string, std::weak_ptr<const std::string>> texts_; // answers, since the last tick
     std::set<Hearer*> hearers_;
     std::map<std::string, std::string> told_; // summaries, as the hearers of the fleet know them
     unsigned quiet_ = 0;                      // ticks without a word
-    std::size_t connections_ = 0;
     Tasks conversations_;
 };
 
