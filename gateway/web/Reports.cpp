@@ -192,10 +192,10 @@ Json auditOf(const AuditLook& audit) {
              {"worst", Json::array()}};
     for (const AuditLook::Worst& w : audit.worst)
         out["worst"].push_back({{"system", std::string(1, w.system)},
-                                {"range_m", w.rangeM},
-                                {"phase_m", w.phaseM},
-                                {"range_bound_m", w.rangeBoundM},
-                                {"phase_bound_m", w.phaseBoundM}});
+                                {"range_m", rounded(w.rangeM, 1e-7)},
+                                {"phase_m", rounded(w.phaseM, 1e-7)},
+                                {"range_bound_m", rounded(w.rangeBoundM, 1e-7)},
+                                {"phase_bound_m", rounded(w.phaseBoundM, 1e-7)}});
     return out;
 }
 
