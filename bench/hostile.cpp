@@ -2,6 +2,7 @@
 #include "bench/Station.h"
 #include "ctl/CommandLine.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -14,18 +15,19 @@
 
 // Clients that mean no good, for bench/hostile.
 //   bench_hostile recording FILE                       writes epochs for a station to repeat
-//   bench_hostile storm HOST REQUESTS SLOW GATEWAY...   its caster is on port 2101, TLS on 2102
-// SLOW clients send a byte of their request each second, until they are sent away. Then come
-// random, mutated and half requests, from many addresses, and those of the same station without a
-// fault in between. Prints what was answered, the memory of the gateway as the storm goes on, and
-// its end.
+//   bench_hostile storm HOST REQUESTS SLOW GATEWAY...
+// Its caster is on port 2101, TLS on 2102, its page on 8080. SLOW clients send a byte of their
+// request each second, until they are sent away. Then come random, mutated and half requests, from
+// many addresses, and those of the same station without a fault in between. Then half as many
+// clients ask the page for what happens, and as many for large answers, and hardly read; others ask
+// meanwhile. Prints what was answered, the memory of the gateway as the storm goes on, and its end.
 
 namespace {
 
 using namespace std::string_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kPort = 2101, kTlsPort = 2102;
+constexpr int kPort = 2101, kTlsPort = 2102, kPagePort = 8080;
 constexpr int kRecorded = 1200; // epochs
 
 void record(const char* file) {
@@ -61,6 +63,12 @@ const std::string kSeeds[] = {
      "5\r\n"
      "\r\nabcde"),
     "OPTIONS * HTTP/1.1\r\nHost: a\r\n\r\n",
+    "GET /api/v1/stations HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n",
+    "GET /api/v1/stations/OPEN HTTP/1.1\r\nHost: 127.0.0.1:8080\r\n\r\n",
+    "GET /api/v1/events?station=OPEN&x=%3Cscript%3E HTTP/1.1\r\nHost: [::1]:8080\r\n\r\n",
+    "GET /api/v1/live?station=OPEN HTTP/1.1\r\nHost: localhost\r\n\r\n",
+    ("GET /station/a%2Fb HTTP/1.1\r\nHost: localhost\r\nIf-None-Match: \"1\"\r\n\r\n"
+     "HEAD /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n"),
     "\x16\x03\x01\x00\x7f\x01\x00\x00\x7b\x03\x03"s + std::string(116, '\x5A'),
 };
 
@@ -176,7 +184,8 @@ void storm(const char* host, std::size_t count, pid_t gateway) {
         if (i % std::max<std::size_t>(count / 10, 1) == 0)
             std::printf("memory %ld KiB at %zu\n", residentKb(gateway), i);
         const std::string request = requests.next();
-        const Socket s = from(i, host, requests.below(8) == 0 ? kTlsPort : kPort);
+        const std::size_t which = requests.below(8);
+        const Socket s = from(i, host, which == 0 ? kTlsPort : which < 4 ? kPagePort : kPort);
         send(s.fd(), request.data(), request.size(), MSG_NOSIGNAL);
         const bool ends = requests.below(2) == 0;
         if (ends)
@@ -188,6 +197,83 @@ void storm(const char* host, std::size_t count, pid_t gateway) {
     for (const auto& [line, times] : answers)
         if (times >= 10)
             std::printf("%zu times: %s\n", times, line.c_str());
+}
+
+/// What comes until the text is there, or nothing comes for a while.
+bool comes(const Socket& s, std::string_view text, int ms) {
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(ms);
+    for (ref::Bytes in; Clock::now() < end && readable(s, ms) && s.receive(in);)
+        if (std::search(in.begin(), in.end(), text.begin(), text.end()) != in.end())
+            return true;
+    return false;
+}
+
+/// Seconds until one who reads gets what it asks the page for; it asks again when it is refused.
+double served(const char* host, const std::string& path, std::string_view what) {
+    const Clock::time_point begin = Clock::now();
+    const auto passed = [&] { return std::chrono::duration<double>(Clock::now() - begin).count(); };
+    while (passed() < 60) {
+        const Socket s = from(7, host, kPagePort);
+        send(s.fd(), path.data(), path.size(), MSG_NOSIGNAL);
+        if (comes(s, what, 10'000))
+            return passed();
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    return passed();
+}
+
+std::string askFor(const std::string& path) {
+    return "GET " + path + " HTTP/1.1\r\nHost: localhost\r\n\r\n";
+}
+
+/// Clients that ask the page for much and read a byte a second.
+void slowReaders(const char* host, std::size_t count, pid_t gateway) {
+    constexpr std::size_t kRounds = 45; // s
+    std::string large;
+    for (int i = 0; i < 20; ++i)
+        large += askFor("/vendor/land.json") + askFor("/api/v1/events");
+    const std::string asked[] = {askFor("/api/v1/live?station=OPEN"), large};
+    const Socket hearer = from(9, host, kPagePort); // this one reads
+    hearer.send(asked[0]);
+    require(comes(hearer, "event: station", 5000), "nobody hears of the station");
+    const long before = residentKb(gateway);
+    std::vector<Socket> clients;
+    for (std::size_t i = 0; i < count; ++i) {
+        clients.push_back(from(i, host, kPagePort));
+        const int least = 1;
+        done(setsockopt(clients.back().fd(), SOL_SOCKET, SO_RCVBUF, &least, sizeof least));
+        const std::string& words = asked[i % 2];
+        send(clients.back().fd(), words.data(), words.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    }
+    long most = before;
+    double page = 0, live = 0;
+    std::size_t heard = 0;
+    for (std::size_t round = 0; round < kRounds; ++round) {
+        page = std::max(page, served(host, askFor("/api/v1/stations"), "\"totals\""));
+        live = std::max(live, served(host, asked[0], "event: station"));
+        heard += comes(hearer, "event: station", 2000) ? 1U : 0U;
+        most = std::max(most, residentKb(gateway));
+        for (const Socket& s : clients) {
+            char one = 0;
+            recv(s.fd(), &one, 1, MSG_DONTWAIT);
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+    std::size_t gone = 0;
+    for (const Socket& s : clients) { // its end may stand behind what it has not read
+        char more[4096];
+        ssize_t n = 0;
+        while ((n = recv(s.fd(), more, sizeof more, MSG_DONTWAIT)) > 0) {
+        }
+        gone += n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK) ? 1 : 0;
+    }
+    std::printf("%zu of %zu slow readers sent away in time\n", gone, count);
+    std::printf("memory %ld KiB before them, %ld KiB at most\n", before, most);
+    std::printf("seconds until others got the stations: %.2f at most; until they heard: %.2f\n",
+                page, live);
+    std::printf("%zu of %zu times one who reads heard of the station\n", heard, kRounds);
+    require(page < 5 && live < 15 && heard + 2 >= kRounds, "slow readers keep others out");
+    require(most - before < 256L * 1024, "slow readers take the memory");
 }
 
 int run(int argc, char** argv) {
@@ -209,6 +295,7 @@ int run(int argc, char** argv) {
     std::printf("%zu of %zu slow clients sent away in time\n", slow(host, count), count);
     const Clock::time_point begin = Clock::now();
     storm(host, static_cast<std::size_t>(number(argv[3])), gateway);
+    slowReaders(host, count / 2, gateway);
     const Socket after = from(0, host, kPort);
     after.send(kSeeds[0]);
     std::printf("then: %s\n", answer(after, 5000).c_str());
