@@ -53,13 +53,23 @@ void CompletePredictor::message(const Frame& f, std::vector<Expected>& out) {
         forward(f, out);
         out.back().sat = sat;
     } else if (isStation(f.type)) {
-        if (runs_.refuses(static_cast<int>(BitSource(f.body).u(24) & 0xFFF)))
+        const int id = static_cast<int>(BitSource(f.body).u(24) & 0xFFF);
+        if (runs_.refuses(id))
             return;
+        if (!runs_.pinned())
+            spoke_ = id;
         note(f);
         forward(f, out);
     } else if (isMsm(f.type) || isLegacy(f.type)) {
-        for (Run& run : runs_.take(f))
+        std::vector<Run> ended = runs_.take(f);
+        for (Run& run : ended) {
+            // Before the stream had a station, another one may have spoken of itself.
+            if (spoke_.value_or(run.station) != run.station)
+                forgetStation();
             out.push_back(answer(std::move(run)));
+        }
+        if (runs_.pinned())
+            spoke_.reset();
         if (runs_.stationChanged())
             forgetStation();
     }

@@ -18,6 +18,7 @@ private:
     Expected answer(Run run);
 
     Runs runs_;
+    std::optional<int> spoke_; // who spoke last of itself before the stream had a station
 };
 
 } // namespace ref

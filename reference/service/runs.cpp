@@ -108,6 +108,7 @@ void Runs::end(bool finished, std::vector<Run>& out) {
     if (finished || uninterrupted_ >= kInARow)
         pinned_ = o.station;
     Run& run = out.emplace_back();
+    run.station = o.station;
     run.finished = finished;
     run.messages = std::move(o.messages);
     run.time = near_;

@@ -12,6 +12,7 @@ namespace ref {
 struct Run {
     std::vector<ReceivedMessage> messages; ///< that can be read, in order
     GpsTime time;
+    int station = 0;
     bool finished = false; ///< by its multiple-message bit
 };
 
@@ -45,6 +46,8 @@ public:
     std::vector<Run> take(const Frame& f);
     /// Whether a station message is another station's.
     bool refuses(int station) const;
+    /// The stream's, once it is known.
+    const std::optional<int>& pinned() const { return pinned_; }
     /// Forgets what is not complete.
     void newConnection();
     /// Multiple-message bits of other stations that ended an epoch of theirs.

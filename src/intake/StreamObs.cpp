@@ -141,6 +141,10 @@ void tellRefused(StreamIntake& in) {
 
 /// Answers what the run has collected, and begins the next one.
 void endRun(StreamIntake& in, std::size_t station, EpochRun::Ended how, int framelen) {
+    // Before the stream had a station, another one may have spoken of itself.
+    const bool anotherSpoke = in.spokeFirst && in.spokeFirst != in.run.stationId();
+    if (anotherSpoke)
+        in.sender = {};
     const ReceivedEpoch& epoch = in.run.ended();
     if (!epoch.time.unknown() && !epoch.messages().empty()) {
         if (in.savesEpochs)
@@ -153,13 +157,11 @@ void endRun(StreamIntake& in, std::size_t station, EpochRun::Ended how, int fram
         in.watcher->epochEnd(how == EpochRun::Ended::whole);
     in.streamStation.runEnded(in.run.stationId(), how == EpochRun::Ended::whole);
     in.run.begin(how);
-    // Before the stream had a station, another one may have spoken of itself.
-    if (in.streamStation.id() && in.spokeFirst && in.spokeFirst != in.streamStation.id()) {
-        in.sender = {};
+    if (!in.streamStation.id())
+        return;
+    if (anotherSpoke)
         in.displaced = false;
-    }
-    if (in.streamStation.id())
-        in.spokeFirst.reset();
+    in.spokeFirst.reset();
 }
 
 /// The place that a station stated last while it did not count; null where there is none.

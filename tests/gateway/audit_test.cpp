@@ -41,6 +41,8 @@ Answered answered(ref::Answer answer) {
             out.stream.insert(out.stream.end(), f.begin(), f.end());
     };
     add(sky.ephemerisFrames(start));
+    // Another station speaks of itself before it is known whose stream this is.
+    add({ref::frame(ref::write1033({9, "ANT", 3, "A1", "RECEIVER", "FW", "R1"}))});
     for (int i = 0; i < 15; ++i)
         add(sky.epochFrames(start + i * 1.0, 7));
     Peer peer;
