@@ -30,9 +30,9 @@ public:
     /// Called once each time that nobody is connected.
     std::function<void()> onWaiting;
 
-    /// Runs to the end of the source or of the pace, until `stop` is set, or until a rover has gone.
-    /// Starts once every endpoint has its service and every rover hears it; while no endpoint has
-    /// one, or the road to a rover is broken, the time of the stream stands still.
+    /// Runs to the end of the source or of the pace, until `stop` is set, or until a rover has
+    /// gone. Starts once every endpoint has its service and every rover hears it; while no endpoint
+    /// has one, or the road to a rover is broken, the time of the stream stands still.
     void run(const volatile std::sig_atomic_t& stop);
 
     FaultPlan faults;
