@@ -273,7 +273,7 @@ TEST(JudgeThroughACaster, WantsEveryForwardedFrameBeforeTheNextEpochInAnyOrder) 
         e.throughCaster = true;
         const ref::Verdict v = ref::judge(sent, c.received, e);
         EXPECT_EQ(v.wrong, c.wrong) << c.what;
-        ASSERT_EQ(v.gaps.size(), 1) << c.what;
+        ASSERT_EQ(v.gaps.size(), 1U) << c.what;
         EXPECT_EQ(v.gaps[0].from - now, 0) << c.what;
         EXPECT_EQ(v.gaps[0].epochs, 1) << c.what;
         EXPECT_EQ(v.gaps[0].frames, c.frames) << c.what;
