@@ -57,7 +57,7 @@ awaitable<void> Rover::write() {
 }
 
 void Rover::hear(std::string_view text) {
-    if (const auto gga = reader_.take(text))
+    if (const auto gga = reader_.take(text); gga && gga->quality > 0)
         place_ = {gga->latitudeDeg, gga->longitudeDeg, gga->heightM, ctl::status::nowUnixS()};
 }
 

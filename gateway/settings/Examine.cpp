@@ -242,6 +242,11 @@ private:
             remarks_.error(kGatewaySection, "engine",
                            s_.engine.string() + " is no program that is found",
                            "install kestrune, or write engine = \"PATH\"");
+        const auto& command = s_.alarms.command;
+        if (!command.empty() && findProgram(command).empty())
+            remarks_.error(kAlarmsSection, "command",
+                           command.string() + " is no program that is found",
+                           "write the path of one that this user may run, without arguments");
     }
 
     void examineTls() {

@@ -262,7 +262,8 @@ private:
     void readAlarms(const Section& section) {
         section.tellUnknown(kAlarmKeys);
         if (auto url = section.text("webhook")) {
-            if (boost::urls::parse_uri(*url) &&
+            const auto parsed = boost::urls::parse_uri(*url);
+            if (parsed && !parsed->host().empty() &&
                 (url->starts_with("http://") || url->starts_with("https://")))
                 out_.alarms.webhook = std::move(*url);
             else

@@ -34,7 +34,7 @@ struct StationGlance {
     Delivery delivery = Delivery::starting;
     double sinceUnixS = 0.0;
     std::optional<double> lastEpochUnixS, intervalS, delayS;
-    EpochCells received, kept; // of the last epoch
+    EpochCells received, kept; // of the last epoch, while it is of now
     std::size_t rovers = 0;
     std::optional<Vector3> place; // of the station; ECEF, m
 };

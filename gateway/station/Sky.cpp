@@ -113,7 +113,7 @@ std::vector<SatelliteLook> skyOf(std::span<const std::uint8_t> received,
                 look.elevationDeg = at.direction.elevationDeg;
                 look.changeM = at.changeM;
             }
-            tellAge(look, known.navigation, *came.time);
+            tellAge(look, known.navigation, *came.time + terms.agoS);
         }
         if (!look.kept.empty())
             look.fate = "answered";

@@ -15,6 +15,7 @@ namespace gateway {
 struct SkyTerms {
     ref::Vec3 siteM{}, virtualM{};
     ref::GpsTime near; // the epoch is within half a day of it
+    double agoS = 0.0; // since the epoch came; ages are those of now
 };
 /// `received` and `kept`: the last epoch of the station and that of rovers, in whole frames;
 /// `ephemerides`: those that have come, among other messages.

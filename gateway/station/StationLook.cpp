@@ -33,8 +33,8 @@ void Station::glanceAt(Instant now) {
     glance_.lastEpochUnixS = watch_.lastEpochUnixS();
     glance_.intervalS = watch_.intervalS();
     glance_.delayS = watch_.delayS(now);
-    glance_.received = watch_.cellsIn();
-    glance_.kept = watch_.cellsOut();
+    glance_.received = watch_.in(now).cells;
+    glance_.kept = watch_.out(now).cells;
     glance_.rovers = mountpoint_.roversCount();
     glance_.place = place_;
 }
@@ -81,7 +81,9 @@ StationLook Station::look(Instant now) const {
     ephemerides.insert(ephemerides.end(), others.begin(), others.end());
     const double sinceStartS = std::chrono::duration<double>(now - startedAt_).count();
     const ref::GpsTime near = settings_.clock.empty() ? engineClock() : engineClock() + sinceStartS;
-    out.sky = skyOf(watch_.lastIn(), watch_.lastOut(), ephemerides, {site, there, near});
+    const double sinceInS = std::chrono::duration<double>(watch_.sinceIn(now)).count();
+    out.sky = skyOf(watch_.in(now).bytes, watch_.out(now).bytes, ephemerides,
+                    {site, there, near, sinceInS});
     return out;
 }
 

@@ -24,6 +24,7 @@ constexpr std::size_t kEnoughMinutes = 10;   // of a system
 constexpr double kNearlyAll = 0.9;           // of those minutes
 constexpr double kFew = 0.7;                 // of the usual number
 constexpr int kFewer = 5;                    // than usual, at least
+constexpr Duration kAnswered = 5s;           // an epoch that came, at the latest
 constexpr Duration kMissing = 10s;           // of a system that some epochs may leave out
 constexpr Duration kBecomesUsual = 24h;
 constexpr std::uint32_t kTimeOfAll = 0x7FFFFFF; // bits of a time that every system sends
@@ -75,6 +76,7 @@ EpochCells cellsOf(const Bytes& epoch) {
 
 void StationWatch::cameIn(const Block& epoch, Instant at) {
     in_ = {epoch.bytes, cellsOf(epoch.bytes)};
+    lastIn_ = at;
     ++epochsIn_;
     cellsIn_ += in_.cells.cells;
     seen.raise(at, static_cast<float>(in_.cells.count()));
@@ -123,6 +125,28 @@ void StationWatch::wentOut(const Block& epoch, Instant at) {
     recentDelays_.emplace_back(at, static_cast<float>(took));
     while (recentDelays_.size() > kMostDelays || at - recentDelays_.front().first > 1min)
         recentDelays_.pop_front();
+}
+
+namespace {
+
+const StationWatch::Last kNothing;
+
+} // namespace
+
+/// Beside what a second says: an epoch may come late, or a rover be given few of them.
+Duration StationWatch::patience() const {
+    constexpr double most = 3.0; // intervals
+    return std::chrono::duration_cast<Duration>(
+        std::chrono::duration<double>(most * intervalS().value_or(0.0)));
+}
+
+const StationWatch::Last& StationWatch::in(Instant now) const {
+    return lastIn_ && now - *lastIn_ < kSilent + patience() ? in_ : kNothing;
+}
+
+const StationWatch::Last& StationWatch::out(Instant now) const {
+    const bool comes = lastOut_ && now - *lastOut_ < kSilent + patience();
+    return comes && *lastIn_ - *lastOut_ < kAnswered + patience() ? out_ : kNothing;
 }
 
 std::optional<double> StationWatch::intervalS() const {

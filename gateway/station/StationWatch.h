@@ -42,11 +42,16 @@ public:
     /// A whole epoch that rovers get.
     void wentOut(const Block& epoch, Instant at);
 
-    /// The last epoch of the stream and the last that went out; empty where there is none.
-    const Bytes& lastIn() const { return in_.bytes; }
-    const Bytes& lastOut() const { return out_.bytes; }
-    const EpochCells& cellsIn() const { return in_.cells; }
-    const EpochCells& cellsOut() const { return out_.cells; }
+    struct Last {
+        Bytes bytes;
+        EpochCells cells;
+    };
+    /// The last epoch of the stream, and the last that went out; empty where it is none of now: the
+    /// stream is silent, or its epochs do not go out any more.
+    const Last& in(Instant now) const;
+    const Last& out(Instant now) const;
+    /// How long ago the last epoch of the stream came; before the first, zero.
+    Duration sinceIn(Instant now) const { return lastIn_ ? now - *lastIn_ : Duration(0); }
     /// When it went out, as Unix time; nothing before the first.
     std::optional<double> lastEpochUnixS() const { return lastOutUnixS_; }
     std::uint64_t epochsIn() const { return epochsIn_; }
@@ -79,16 +84,13 @@ public:
     Series delay{std::chrono::seconds(1), 601}; // the largest of each step, s
 
 private:
-    struct Last {
-        Bytes bytes;
-        EpochCells cells;
-    };
+    Duration patience() const;
     int satellitesLately(Instant now);
     bool wasUsual(std::size_t system, Instant now);
 
     Last in_, out_;
     std::optional<double> lastOutUnixS_, clockAheadS_;
-    std::optional<Instant> lastOut_;
+    std::optional<Instant> lastIn_, lastOut_;
     std::uint64_t epochsIn_ = 0, epochsOut_ = 0, cellsIn_ = 0, cellsOut_ = 0;
     std::deque<std::pair<std::uint32_t, Instant>> waiting_; // epochs that came, by time
     std::deque<std::pair<Instant, float>> recentDelays_;    // of a minute

@@ -24,6 +24,9 @@ std::optional<WebRequest> parseWebRequest(std::string_view head) {
     const auto& message = parser.get();
     if (message.method() != http::verb::get && message.method() != http::verb::head)
         return std::nullopt;
+    // A body would be taken for the next request.
+    if (message.chunked() || parser.content_length().value_or(0) > 0)
+        return std::nullopt;
     const auto target = boost::urls::parse_origin_form(message.target());
     if (!target)
         return std::nullopt;

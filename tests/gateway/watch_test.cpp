@@ -294,9 +294,16 @@ TEST(StationWatch, MeasuresDelayAndTellsWhatIsUnusual) {
         watch.cameIn(in, at);
         if (i % 2 == 0)
             watch.wentOut(in, at + (i == 100 ? 800ms : 5ms));
-        satellites = watch.cellsIn().count();
+        satellites = watch.in(at).cells.count();
     }
     const Instant end = kStart + 700s;
+    EXPECT_EQ(watch.out(end).cells.count(), satellites);
+    EXPECT_EQ(watch.in(end + 1min).cells.count() + watch.out(end + 1min).cells.count(), 0);
+    StationWatch unanswered = watch;
+    for (int i = 0; i < 20; ++i)
+        unanswered.cameIn(epochAt(sky, kThen + 700.0 + i), end + i * 1s);
+    EXPECT_EQ(unanswered.in(end + 20s).cells.count(), satellites);
+    EXPECT_EQ(unanswered.out(end + 20s).cells.count(), 0);
     EXPECT_EQ(watch.epochsIn(), 700U);
     EXPECT_EQ(watch.epochsOut(), 350U);
     EXPECT_DOUBLE_EQ(watch.intervalS().value(), 2.0);
@@ -323,7 +330,7 @@ TEST(StationWatch, MeasuresDelayAndTellsWhatIsUnusual) {
     goesOn(without, end, 2h);
     const auto fewer = watch.fewerThanUsual(end + 2h);
     ASSERT_TRUE(fewer.has_value());
-    EXPECT_EQ(fewer->have, watch.cellsOut().count());
+    EXPECT_EQ(fewer->have, watch.out(end + 2h - 10s).cells.count());
     EXPECT_NEAR(fewer->usual, satellites, 3);
     EXPECT_EQ(watch.goneSystems(end + 2h), "E");
     watch.wentOut(all, end + 2h);
@@ -468,6 +475,12 @@ TEST(Sky, SaysWhereSatellitesAreAndWhatBecameOfThem) {
     }
     EXPECT_GT(answered, 5);
     EXPECT_GT(leftOut, 10);
+    SkyTerms later = terms;
+    later.agoS = 4 * 3600; // past every reference time
+    const auto then = skyOf(in.bytes, out.bytes, ephemerides, later);
+    for (std::size_t i = 0; i < all.size(); ++i)
+        EXPECT_NEAR(std::abs(*then[i].ephemerisAgeS - later.agoS), *all[i].ephemerisAgeS, 0.001)
+            << all[i].name;
     const auto blind = skyOf(in.bytes, out.bytes, {}, terms);
     ASSERT_EQ(blind.size(), all.size());
     for (const SatelliteLook& s : blind)

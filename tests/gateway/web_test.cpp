@@ -138,6 +138,8 @@ TEST(Web, RefusesWhatIsNoRequestOfItsReaders) {
     EXPECT_EQ(status("/../../etc/passwd"), 404);
     EXPECT_EQ(status("/%zz"), 400);
     EXPECT_EQ(status("/", "Host: localhost\r\n", "POST"), 400);
+    EXPECT_EQ(status("/", "Host: localhost\r\nContent-Length: 4\r\n"), 400);
+    EXPECT_EQ(status("/", "Host: localhost\r\nTransfer-Encoding: chunked\r\n"), 400);
     EXPECT_EQ(status("/", "Host: localhost\r\nX: " + std::string(9000, 'x') + "\r\n"), 400);
     EXPECT_EQ(status("/", "Host: rebound.example.org\r\n"), 421);
     const Answer head = get(page.caster, "/", "Host: localhost\r\n", "HEAD");

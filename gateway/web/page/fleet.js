@@ -268,7 +268,7 @@ function showTotals() {
     );
     figures.alarms.set(
         format.grouped(totals.alarms_count),
-        totals.alarms_count === 0 ? "nothing is wrong" : alarmed ? `of ${format.plural(alarmed, "station", "stations")}` : "of the gateway",
+        totals.alarms_count === 0 ? "none" : alarmed ? `of ${format.plural(alarmed, "station", "stations")}` : "of the gateway",
     );
     figures["sent to rovers"].set(format.bytes(totals.sent_bytes_total), rate(at, totals.sent_bytes_total));
     showAlarms([...alarms].sort((a, b) => b.since_unix_s - a.since_unix_s));
