@@ -24,7 +24,12 @@ Gateway::Gateway(asio::io_context& context, const EventLog& log)
 
 void Gateway::apply(const Settings& settings) {
     std::filesystem::create_directories(settings.state);
-    caster_.apply(settings.caster, readUsers(settings));
+    const auto failures = caster_.apply(settings.caster, readUsers(settings));
+    if (!failures.empty() && !began_)
+        throw std::runtime_error(failures.front());
+    began_ = true;
+    for (const std::string& failure : failures)
+        say(Level::error, "caster", failure + "; tried again every second");
     const bool sameHost = settings.state == settings_.state &&
                           settings.engine == settings_.engine &&
                           settings.externalEngine == settings_.externalEngine &&

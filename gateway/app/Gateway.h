@@ -27,7 +27,8 @@ public:
     Gateway(asio::io_context& context, const EventLog& log);
 
     /// Begins, or goes on with other settings: stations and listeners that did not change are not
-    /// disturbed. std::runtime_error where a listener or the certificate cannot be used.
+    /// disturbed. std::runtime_error where the certificate or, at first, a listener cannot be used;
+    /// later a listener is told and tried again.
     void apply(const Settings& settings);
     /// Returns at once; then it is to be kept until it is idle.
     void stop();
@@ -51,6 +52,7 @@ private:
 
     asio::any_io_executor executor_;
     Settings settings_;
+    bool began_ = false;
     std::map<std::string, std::unique_ptr<Served>> stations_; // by name
     std::list<std::unique_ptr<Served>> stopping_;
     Caster caster_;

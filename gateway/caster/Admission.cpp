@@ -38,7 +38,7 @@ bool Admission::wrongPassword(const std::string& address, Instant now) {
     while (!times.empty() && now - times.front() > kWindow)
         times.pop_front();
     times.push_back(now);
-    return times.size() >= kMostWrong;
+    return times.size() == kMostWrong;
 }
 
 bool Admission::tellsRefusal(const std::string& address, Instant now) {

@@ -20,7 +20,7 @@ public:
     /// The same of a user who would have one more stream.
     std::optional<std::string> refusesUser(const std::string& user,
                                            const CasterSettings& limits) const;
-    /// A wrong password came from there; true when one more is refused for a minute.
+    /// A wrong password came from there; true for the one after which it is refused for a minute.
     bool wrongPassword(const std::string& address, Instant now);
     /// Whether a refusal is to be told: once a minute for each address.
     bool tellsRefusal(const std::string& address, Instant now);

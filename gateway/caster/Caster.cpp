@@ -114,7 +114,7 @@ Caster::Caster(const asio::any_io_executor& executor, const Stations& stations)
                     }),
       clients_(executor, [](const std::string&) {}) {}
 
-void Caster::apply(CasterSettings settings, std::shared_ptr<Users> users) {
+std::vector<std::string> Caster::apply(CasterSettings settings, std::shared_ptr<Users> users) {
     tls_ = tlsOf(settings);
     settings_ = std::move(settings);
     users_ = std::move(users);
@@ -123,8 +123,13 @@ void Caster::apply(CasterSettings settings, std::shared_ptr<Users> users) {
             rover->sendAway();
     std::vector<std::string> failures = listeners_.apply(settings_.listen);
     std::ranges::copy(tlsListeners_.apply(settings_.listenTls), std::back_inserter(failures));
-    if (!failures.empty())
-        throw std::runtime_error(failures.front());
+    return failures;
+}
+
+void Caster::tick(Instant now) {
+    admission_.forgetOld(now);
+    listeners_.openMissing();
+    tlsListeners_.openMissing();
 }
 
 void Caster::stop() {
@@ -294,6 +299,10 @@ awaitable<void> Caster::hear(Channel& channel, const Request& request, Station& 
                              std::string rest) {
     PushDoor& door = station.mountpoint().door;
     if (!door.open()) {
+        say(Level::warning, station.settings().name,
+            channel.peer() + " is refused: " +
+                (door.waiting() ? "another receiver pushes its stream"
+                                : "no source waits for one"));
         co_await refuse(channel, request, door.waiting() ? Refusal::taken : Refusal::notFound);
         co_return;
     }

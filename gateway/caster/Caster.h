@@ -40,11 +40,12 @@ public:
     Caster(const asio::any_io_executor& executor, const Stations& stations);
 
     /// Limits, users and certificate for whoever comes from now on; opens and closes listeners,
-    /// those that did not change stay open. std::runtime_error names what cannot be used.
-    void apply(CasterSettings settings, std::shared_ptr<Users> users);
+    /// those that did not change stay open. Why some cannot be opened; they are tried again every
+    /// second. std::runtime_error: the certificate cannot be used, and nothing has changed.
+    std::vector<std::string> apply(CasterSettings settings, std::shared_ptr<Users> users);
     void stop();
     bool idle() const { return listeners_.idle() && tlsListeners_.idle() && clients_.idle(); }
-    void tick(Instant now) { admission_.forgetOld(now); }
+    void tick(Instant now);
 
     std::size_t clients() const { return admission_.clients(); }
     /// Whether a user has this password, as one who would have a stream is asked.

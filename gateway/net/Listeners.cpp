@@ -16,15 +16,20 @@ Listeners::Listeners(const asio::any_io_executor& executor, Words words,
     : executor_(executor), words_(std::move(words)), take_(std::move(take)),
       tasks_(executor, [this](const std::string& why) { say(Level::error, words_.who, why); }) {}
 
-std::vector<std::string> Listeners::apply(const std::vector<HostPort>& wanted) {
+std::vector<std::string> Listeners::apply(std::vector<HostPort> wanted) {
+    wanted_ = std::move(wanted);
     std::erase_if(open_, [&](const auto& listener) {
-        if (std::ranges::count(wanted, listener->where) > 0)
+        if (std::ranges::count(wanted_, listener->where) > 0)
             return false;
         listener->acceptor.close();
         return true;
     });
+    return openMissing();
+}
+
+std::vector<std::string> Listeners::openMissing() {
     std::vector<std::string> failures;
-    for (const HostPort& where : wanted) {
+    for (const HostPort& where : wanted_) {
         if (std::ranges::any_of(open_, [&](const auto& open) { return open->where == where; }))
             continue;
         try {
@@ -38,6 +43,7 @@ std::vector<std::string> Listeners::apply(const std::vector<HostPort>& wanted) {
 
 void Listeners::stop() {
     tasks_.cancel();
+    wanted_.clear();
     open_.clear();
 }
 

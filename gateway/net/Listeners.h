@@ -25,7 +25,9 @@ public:
               std::function<void(tcp::socket)> take);
 
     /// Opens and closes; those that are wanted and open stay so. Why others cannot be opened.
-    std::vector<std::string> apply(const std::vector<HostPort>& wanted);
+    std::vector<std::string> apply(std::vector<HostPort> wanted);
+    /// Once a second: tries those again that cannot be opened. Why they still cannot.
+    std::vector<std::string> openMissing();
     void stop();
     bool idle() const { return tasks_.idle(); }
 
@@ -40,6 +42,7 @@ private:
     asio::any_io_executor executor_;
     Words words_;
     std::function<void(tcp::socket)> take_;
+    std::vector<HostPort> wanted_;
     std::vector<std::shared_ptr<Listener>> open_;
     Tasks tasks_;
 };

@@ -348,6 +348,7 @@ awaitable<void> WebServer::tellLive(Conversation& with, const WebRequest& reques
 }
 
 void WebServer::tick() {
+    listeners_.openMissing();
     texts_.clear();
     if (hearers_.empty())
         return;

@@ -55,7 +55,7 @@ public:
         std::function<awaitable<bool>(std::string address, std::string user, Secret password)>;
     WebServer(const asio::any_io_executor& executor, const WebView& view, Admits admits);
 
-    /// Opens and closes listeners; one that cannot be opened is told, and tried at the next call.
+    /// Opens and closes listeners; one that cannot be opened is told, and tried again.
     void apply(const WebSettings& settings);
     void stop();
     bool idle() const { return listeners_.idle() && conversations_.idle(); }

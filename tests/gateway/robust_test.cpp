@@ -213,6 +213,47 @@ TEST(Gateway, ServesAnEngineThatSomebodyElseKeeps) {
     waitpid(engine, nullptr, 0);
 }
 
+TEST(Gateway, OpensAPortWhenItBecomesFreeAndTakesTheOtherSettings) {
+    const Ports ports, other;
+    int taken = 0;
+    const int holder = boundSocket(taken);
+    ASSERT_EQ(listen(holder, 1), 0);
+    RunningGateway gateway(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    std::string settings = readFile(gateway.folder / "gateway.toml");
+    const std::string before = "127.0.0.1:" + std::to_string(ports.caster) + "\"]";
+    const std::string after = "127.0.0.1:" + std::to_string(taken) + "\"]";
+    settings.replace(settings.find(before), before.size(), after);
+    std::ofstream(gateway.folder / "gateway.toml") << settings << "mountpoint = \"NEXT\"\n";
+    gateway.signal(SIGHUP);
+    ASSERT_TRUE(gateway.tells("Address already in use; tried again every second")) << gateway.log();
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    close(holder);
+    ASSERT_TRUE(gateway.tells("listens on 127.0.0.1:" + std::to_string(taken))) << gateway.log();
+    Client rover(taken, askOf("NEXT"), kGranted);
+}
+
+TEST(Gateway, LivesBesideARecordingWithoutEpochsThatIsRepeated) {
+    const Ports ports;
+    const fs::path file = fs::path(testing::TempDir()) / ("eph_" + std::to_string(getpid()));
+    const Bytes ephemerides = streamOf(0);
+    std::ofstream(file, std::ios::binary)
+        .write(reinterpret_cast<const char*>(ephemerides.data()),
+               static_cast<std::streamsize>(ephemerides.size()));
+    RunningGateway gateway(ports, stationSource(ports) + kPosition +
+                                      "ephemerides = \"file:" + file.string() + "?loop\"\n");
+    ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
+    Client rover(ports.caster, askOf("CANB"), kGranted);
+    const Client station(ports.station);
+    Epochs sky;
+    ASSERT_TRUE(station.send(sky.next(2))); // whose ephemerides come from the recording
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    ASSERT_TRUE(station.send(sky.next(3)));
+    EXPECT_GE(wholeEpochs(rover.receive(epochs(3))), 3) << gateway.log();
+    EXPECT_EQ(gateway.end(SIGTERM), 0);
+    fs::remove(file);
+}
+
 TEST(Gateway, KeepsItsPasswordsToItself) {
     const Ports ports, gone;
     const std::string peer = "127.0.0.1:" + std::to_string(gone.station);
