@@ -33,13 +33,16 @@ std::string authorization(const Address& address) {
                      "Basic " + base64(address.user + ":" + address.password.reveal()));
 }
 
+/// A proxy needs all of it. What is pushed, and TLS, goes through a tunnel of the proxy.
+std::string targetOf(const Address& address) {
+    const bool whole = address.proxy && address.scheme == Scheme::ntrip;
+    return (whole ? "http://" + shown(address.peer) + "/" : "/") + address.mount;
+}
+
 /// The request line and the fields that both requests of version 2 have.
 std::string version2Head(const Address& address, std::string_view method) {
-    const std::string host = shown(address.peer);
-    // What is pushed, and TLS, goes through a tunnel of the proxy.
-    const bool whole = address.proxy && address.scheme == Scheme::ntrip;
-    return std::string(method) + (whole ? " http://" + host + "/" : " /") + address.mount +
-           " HTTP/1.1\r\n" + fieldLine("Host", host) + fieldLine("Ntrip-Version", "Ntrip/2.0") +
+    return std::string(method) + " " + targetOf(address) + " HTTP/1.1\r\n" +
+           fieldLine("Host", shown(address.peer)) + fieldLine("Ntrip-Version", "Ntrip/2.0") +
            fieldLine("User-Agent", product()) + authorization(address);
 }
 
@@ -125,7 +128,7 @@ std::string withoutText(std::string text, const std::string& secret) {
 
 std::string streamRequest(const Address& address, const std::string& gga) {
     if (address.version == 1)
-        return "GET /" + address.mount + " HTTP/1.0\r\n" + fieldLine("User-Agent", product()) +
+        return "GET " + targetOf(address) + " HTTP/1.0\r\n" + fieldLine("User-Agent", product()) +
                authorization(address) + "\r\n";
     return version2Head(address, "GET") + (gga.empty() ? "" : fieldLine("Ntrip-GGA", gga)) +
            "Connection: close\r\n\r\n";

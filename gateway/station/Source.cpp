@@ -7,6 +7,8 @@
 #include "gateway/station/Epochs.h"
 #include "gnss/Clock.h"
 
+#include <boost/asio/post.hpp>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -25,6 +27,7 @@ constexpr Duration kPeerLimit = 10s;
 constexpr Duration kAnswerLimit = 10s;
 constexpr Duration kSilenceLimit = 60s; // no epoch for 30 s has long led to another source
 constexpr Duration kGgaPeriod = 10s;
+constexpr Duration kShortestRound = 1s; // of a recording that is repeated
 constexpr std::size_t kBlock = 8192;
 
 using Buffer = std::array<std::uint8_t, kBlock>;
@@ -160,6 +163,7 @@ awaitable<void> play(std::FILE* file, const Address& address, const TakeBytes& t
     std::optional<FrameHead> before;
     Buffer buffer;
     while (const std::size_t n = std::fread(buffer.data(), 1, buffer.size(), file)) {
+        co_await asio::post(use_awaitable); // others have their turn, where nothing is to wait for
         epochs.take(std::span(buffer).first(n));
         while (const auto block = epochs.next()) {
             if (block->kind == Block::Kind::epoch) {
@@ -183,10 +187,14 @@ awaitable<void> receiveFile(const Address& address, const SourceEvents& events) 
     if (!file)
         throw ConversationEnd(address.path + ": " + std::strerror(errno));
     events.granted();
-    do {
+    for (;;) {
+        asio::steady_timer round(co_await asio::this_coro::executor, kShortestRound);
         std::rewind(file.get());
         co_await play(file.get(), address, events.take);
-    } while (address.loop);
+        if (!address.loop)
+            break;
+        co_await round.async_wait(use_awaitable);
+    }
     throw ConversationEnd("the recording has ended");
 }
 

@@ -409,6 +409,9 @@ TEST(RequestToACaster, IsWrittenToTheLetter) {
                   "Transfer-Encoding: chunked\r\nConnection: close\r\n\r\n");
     a.proxy = {"proxy", 3128};
     EXPECT_TRUE(streamRequest(a, "").starts_with("GET http://[::1]:2101/A!b-1 HTTP/1.1\r\n"));
+    a.version = 1;
+    EXPECT_TRUE(streamRequest(a, "").starts_with("GET http://[::1]:2101/A!b-1 HTTP/1.0\r\n"));
+    a.version = 2;
     a.scheme = Scheme::ntrips;
     EXPECT_TRUE(streamRequest(a, "").starts_with("GET /A!b-1"));
     a.scheme = Scheme::ntripSource;
