@@ -107,6 +107,11 @@ void askCaster(std::string_view text) {
         const bool push = address.scheme == Scheme::ntripSource;
         if (!push && address.scheme != Scheme::ntrip && address.scheme != Scheme::ntrips)
             continue;
+        // What is not printable a caster of ours refuses.
+        const std::string secrets = address.user + address.password.reveal();
+        if (!std::ranges::all_of(secrets, [](char c) { return c >= ' ' && c < 0x7F; }) ||
+            address.user.find(':') != std::string::npos)
+            continue;
         const std::string gga = address.gga ? ggaText({1, 2, 3, 1, 12}, 0.0) : "";
         const std::string head = push ? pushRequest(address, "M;x") : streamRequest(address, gga);
         const auto [request, refusal] = parseRequest(head);
