@@ -76,22 +76,28 @@ std::string joined(std::initializer_list<std::string> fields) {
     return out;
 }
 
+/// ISO 3166 leaves XAA to XXZ to its users.
+std::string countryText(const std::string& country) {
+    return country.empty() ? "XXX" : fieldText(country);
+}
+
 } // namespace
 
 std::string streamLine(const StreamEntry& entry) {
     return joined({fieldText(entry.mountpoint), fieldText(entry.identifier), "RTCM 3.3",
                    messagesText(entry.messages), std::to_string(entry.carrier),
-                   systemsText(entry.systems), "none", fieldText(entry.country),
+                   systemsText(entry.systems), "none", countryText(entry.country),
                    degreesText(entry.latitudeDeg), degreesText(entry.longitudeDeg), "0", "0",
                    fieldText(entry.generator), "none", std::string(1, entry.authentication), "N",
                    std::to_string(entry.bitRate), fieldText(entry.misc)});
 }
 
 std::string sourceTable(const CasterEntry& caster, const std::vector<StreamEntry>& streams) {
-    std::string out = joined({"CAS", fieldText(caster.host), std::to_string(caster.port),
-                              fieldText(caster.identifier), fieldText(caster.operatorName), "0",
-                              fieldText(caster.country), "0.00", "0.00", "0.0.0.0", "0", "none"}) +
-                      "\r\n";
+    std::string out =
+        joined({"CAS", fieldText(caster.host), std::to_string(caster.port),
+                fieldText(caster.identifier), fieldText(caster.operatorName), "0",
+                countryText(caster.country), "0.00", "0.00", "0.0.0.0", "0", "none"}) +
+        "\r\n";
     for (const StreamEntry& entry : streams)
         out += "STR;" + streamLine(entry) + "\r\n";
     return out + "ENDSOURCETABLE\r\n";

@@ -15,7 +15,7 @@ struct StreamEntry {
     std::vector<std::pair<int, double>> messages; // number, measured interval (s; 0 = once)
     int carrier = 2;                              // 0 none, 1 L1, 2 L1 and L2 or more
     std::string systems;                          // letters of G R E C J S I
-    std::string country = "XXX";
+    std::string country;                          // ISO 3166, three letters; empty: not known
     double latitudeDeg = 0.0, longitudeDeg = 0.0;
     std::string generator;
     char authentication = 'N'; // 'N', 'B'

@@ -48,7 +48,7 @@ struct CasterSettings {
     std::filesystem::path certificate, key;
     std::filesystem::path users; // name:hash; empty: no users
     std::string operatorName = "none";
-    std::string country = "XXX"; // ISO 3166, three letters
+    std::string country; // ISO 3166, three letters; empty: not known
     std::size_t mostClients = 10'000;
     std::size_t mostPerUser = 100;
     std::size_t mostPerAddress = 200;
