@@ -2,7 +2,6 @@
 
 #include "gateway/net/Outbox.h"
 #include "gateway/net/Program.h"
-#include "gateway/station/EphemerisWatch.h"
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/connect_pipe.hpp>
@@ -73,7 +72,7 @@ void relay(std::string_view line, const Say& say) {
     if (line.size() < 4 || line[0] != '<' || line[2] != '>' || line[1] < '0' || line[1] > '7')
         return;
     const auto level = static_cast<Level>(line[1] - '0');
-    if (level <= Level::warning && !tellsOfMissingEphemeris(line))
+    if (level <= Level::warning)
         say(level, std::string(line.substr(3)));
 }
 

@@ -76,9 +76,11 @@ bool livesBy(const fs::path& status) {
 
 Engine::Engine(const asio::any_io_executor& executor, Say say, std::function<Bytes(Process)> first,
                std::function<void(Block)> take)
-    : say_(std::move(say)), first_(std::move(first)), take_(std::move(take)),
-      outbox_(executor, kMostWaiting),
-      tasks_(executor, [this](const std::string& why) { say_(Level::error, "engine: " + why); }) {}
+    : say_([say = std::move(say)](Level level, const std::string& text) {
+          say(level, "engine: " + text);
+      }),
+      first_(std::move(first)), take_(std::move(take)), outbox_(executor, kMostWaiting),
+      tasks_(executor, [this](const std::string& why) { say_(Level::error, why); }) {}
 
 void Engine::start(EnginePlan plan) {
     tasks_.cancel();
@@ -108,7 +110,7 @@ awaitable<void> Engine::run(EnginePlan plan) {
         const char* const next = !acceptor       ? "; next attempt in "
                                  : plan.external ? "; another one may come in "
                                                  : "; started again in ";
-        say_(Level::warning, "engine: " + end.why + next + inSeconds(wait));
+        say_(Level::warning, end.why + next + inSeconds(wait));
         pausing_ = true;
         co_await pause(wait);
     }
@@ -125,14 +127,15 @@ awaitable<void> Engine::once(const EnginePlan& plan, std::optional<tcp::acceptor
     if (plan.external) {
         const ChannelPtr channel = channelOf(co_await acceptor->async_accept(use_awaitable));
         const fs::path none;
-        say_(Level::notice, "engine: " + channel->peer() + " has connected");
+        say_(Level::notice, channel->peer() + " has connected");
         co_await serve(*channel, none, Process::started);
         throw ConversationEnd("has ended the connection");
     }
     const Paths paths = pathsOf(plan);
     writeDeployment(plan, acceptor->local_endpoint().port());
     const Say sayOf = [this](Level level, const std::string& text) {
-        say_(level, "engine: " + text);
+        if (!tellsOfMissingEphemeris(text)) // the watch tells of all of them
+            say_(level, text);
     };
     Child child(executor, plan.program, argumentsFor(paths), sayOf);
     co_await firstOf(serveConnections(*acceptor, paths.status), child.end());
@@ -209,18 +212,17 @@ bool Engine::hangs(const fs::path& status) const {
 
 /// Ends when the engine hangs.
 awaitable<void> Engine::watch(fs::path status) {
-    EphemerisWatch ephemerides(
-        [this](Level level, const std::string& text) { say_(level, "engine: " + text); });
+    EphemerisWatch ephemerides(say_);
     for (unsigned seconds = 1;; ++seconds) {
         co_await pause(kWatchPeriod);
         if (hangs(status))
             throw std::runtime_error("hangs: it owes " + std::to_string(owed_) + " epochs");
-        if (seconds % kStatusSeconds != 0)
+        if (status.empty() || seconds % kStatusSeconds != 0)
             continue;
         try {
             ephemerides.look(ctl::status::StatusFile(status.string()),
                              std::chrono::steady_clock::now());
-        } catch (const std::runtime_error&) { // an engine that is not ours, or has written none yet
+        } catch (const std::runtime_error&) { // it has written none yet
         }
     }
 }

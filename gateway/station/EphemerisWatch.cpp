@@ -1,8 +1,10 @@
 #include "gateway/station/EphemerisWatch.h"
 
 #include "base/Findings.h"
+#include "ctl/simulate/Summary.h"
 
 #include <string>
+#include <utility>
 
 namespace gateway {
 
@@ -12,14 +14,9 @@ namespace {
 
 constexpr Duration kHold = 60s; // before a change is told
 
-struct SystemOf {
-    const char *letter, *name, *messages;
-};
-constexpr SystemOf kSystems[] = {{"G", "GPS", "1019"},
-                                 {"R", "GLONASS", "1020"},
-                                 {"E", "Galileo", "1045, 1046"},
-                                 {"C", "BeiDou", "1042"},
-                                 {"J", "QZSS", "1044"}};
+/// The numbers of the messages that bring the ephemerides of each system (RTCM 10403.3).
+constexpr std::pair<char, const char*> kMessages[] = {
+    {'G', "1019"}, {'R', "1020"}, {'E', "1045, 1046"}, {'C', "1042"}, {'J', "1044"}};
 
 } // namespace
 
@@ -30,13 +27,12 @@ bool tellsOfMissingEphemeris(std::string_view line) {
 void EphemerisWatch::look(const ctl::status::StatusFile& status, Instant now) {
     std::uint64_t all = 0;
     std::string bySystem;
-    for (const SystemOf& s : kSystems)
-        if (const auto count =
-                status.count(text("systems/%s/left_out_count/no ephemeris", s.letter));
+    for (const auto& [system, messages] : kMessages)
+        if (const auto count = status.count(text("systems/%c/left_out_count/no ephemeris", system));
             count > 0) {
             all += count;
-            bySystem += text("%s%s %ju (%s)", bySystem.empty() ? "" : ", ", s.name,
-                             std::uintmax_t{count}, s.messages);
+            bySystem += text("%s%s %ju (%s)", bySystem.empty() ? "" : ", ",
+                             ctl::simulate::systemName(system), std::uintmax_t{count}, messages);
         }
     if ((all > 0) == told_) {
         since_.reset();
