@@ -37,7 +37,7 @@ public:
 private:
     /// A station with its outputs.
     struct Served {
-        std::size_t number; // in the order of the settings
+        std::size_t number = 0; // in the order of the settings
         std::shared_ptr<Station> station;
         std::vector<std::unique_ptr<Push>> pushes;
         void stop();

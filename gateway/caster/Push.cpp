@@ -165,7 +165,7 @@ awaitable<void> Push::toWhoConnects() {
                            {asio::ip::make_address(address_.peer.host), address_.peer.port});
     for (bool told = false;;) {
         tcp::socket socket = co_await acceptor.async_accept(use_awaitable);
-        const bool full = here_ >= kMostHere;
+        const bool full = tasks_.count() > kMostHere; // one is this
         if (full && !told)
             say_(Level::warning, "output " + shown(address_) + ": refuses further connections: " +
                                      std::to_string(kMostHere) + " are here");
@@ -176,11 +176,6 @@ awaitable<void> Push::toWhoConnects() {
 }
 
 awaitable<void> Push::serveOne(tcp::socket socket) {
-    struct Here {
-        std::size_t& count;
-        explicit Here(std::size_t& of) : count(of) { ++count; }
-        ~Here() { --count; }
-    } const counted(here_);
     const ChannelPtr channel = channelOf(std::move(socket));
     Rover rover(executor_, *channel, {}, from_);
     const Joined joined(from_, rover);

@@ -44,7 +44,6 @@ private:
     std::function<std::string()> strLine_;
     Outbox outbox_;
     bool chunks_ = false;
-    std::size_t here_ = 0; // who have connected
     Tasks tasks_;
 };
 

@@ -49,6 +49,8 @@ public:
             signal->emit(asio::cancellation_type::terminal);
     }
     bool idle() const { return running_ == 0; }
+    /// How many run.
+    std::size_t count() const { return running_; }
     /// Whether one runs that is not cancelled.
     bool active() const { return !signals_.empty(); }
 

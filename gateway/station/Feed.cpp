@@ -91,9 +91,11 @@ SourceLook Supply::look(Instant now) const {
 }
 
 std::string Supply::saysNoRtcm() const {
+    if (epochs_.frames() > 0)
+        return {};
     const std::string like = looksLike(epochs_.beginning());
     // Without a known look, less than the end of a message and most of another proves nothing.
-    if (epochs_.frames() > 0 || (like.empty() && epochs_.bytes() < 2 * kMaxFrame))
+    if (like.empty() && epochs_.bytes() < 2 * kMaxFrame)
         return {};
     return "what comes is no RTCM 3" + (like.empty() ? "" : ": this looks like " + like);
 }

@@ -201,13 +201,12 @@ awaitable<void> receiveFile(const Address& address, const SourceEvents& events) 
 } // namespace
 
 void PushDoor::enter(std::function<void()> sendAway) {
-    taken_ = true;
     sendAway_ = std::move(sendAway);
     events_->granted();
 }
 
 void PushDoor::leave() {
-    taken_ = false;
+    sendAway_ = nullptr;
     if (events_)
         events_->lost("the receiver has ended the stream");
 }

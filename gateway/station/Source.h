@@ -31,7 +31,7 @@ public:
     explicit PushDoor(const asio::any_io_executor& executor) : closed_(executor) {}
 
     /// Whether a station waits and nobody delivers.
-    bool open() const { return events_ && !taken_; }
+    bool open() const { return events_ && !sendAway_; }
     bool waiting() const { return events_.has_value(); }
     /// The side of the caster: begin where it is open, any bytes, end. `sendAway` ends the
     /// conversation of who has entered, soon.
@@ -45,15 +45,14 @@ public:
     awaitable<void> wait(SourceEvents events);
     /// The station is stopped: nobody waits here any more.
     void shut() {
-        if (taken_)
+        if (sendAway_)
             sendAway_();
     }
 
 private:
     std::optional<SourceEvents> events_; // of the station that waits
-    bool taken_ = false;
-    std::function<void()> sendAway_; // where it is taken
-    Bell closed_;                    // never rings
+    std::function<void()> sendAway_;     // of who has entered; empty: nobody
+    Bell closed_;                        // never rings
 };
 
 /// Connects, asks, and hands on what comes; always ends with an exception.

@@ -29,6 +29,8 @@ constexpr Duration kMissing = 10s;           // of a system that some epochs may
 constexpr Duration kBecomesUsual = 24h;
 constexpr std::uint32_t kTimeOfAll = 0x7FFFFFF; // bits of a time that every system sends
 
+const StationWatch::Last kNothing;
+
 template <class T> T median(std::vector<T> values) {
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
     std::nth_element(values.begin(), middle, values.end());
@@ -126,12 +128,6 @@ void StationWatch::wentOut(const Block& epoch, Instant at) {
     while (recentDelays_.size() > kMostDelays || at - recentDelays_.front().first > 1min)
         recentDelays_.pop_front();
 }
-
-namespace {
-
-const StationWatch::Last kNothing;
-
-} // namespace
 
 /// Beside what a second says: an epoch may come late, or a rover be given few of them.
 Duration StationWatch::patience() const {
