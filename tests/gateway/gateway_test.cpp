@@ -98,8 +98,7 @@ TEST(Gateway, StartsAnEngineAgainThatDies) {
     const std::size_t at = status.find("\"process_id\":") + 13;
     kill(std::stoi(status.substr(at)), SIGKILL);
     ASSERT_TRUE(gateway.tells("started again in")) << gateway.log();
-    for (int i = 0; i < 1000 && gateway.status() == status; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_TRUE(eventually([&] { return gateway.status() != status; }));
     ASSERT_TRUE(gateway.engineConnected());
     // It gets the ephemerides that came before: no satellite waits for new ones.
     ref::Sky sky = skyOfStation();
@@ -241,8 +240,7 @@ TEST(Gateway, SpeaksHttpWithClientsOfOthers) {
     std::thread more([&] {
         EXPECT_TRUE(gateway.tells("curl"));
         EXPECT_TRUE(station.send(streamOf(4, kNow + 3.0)));
-        for (int i = 0; i < 1000 && got() < 4; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_TRUE(eventually([&] { return got() >= 4; }));
         gateway.signal(SIGTERM); // and with it the stream ends
     });
     runInShell("/usr/bin/env",

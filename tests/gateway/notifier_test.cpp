@@ -1,4 +1,5 @@
 #include "gateway/app/Notifier.h"
+#include "gateway/kept_lines.h"
 #include "gateway/net/Channel.h"
 #include "gateway/station/Child.h"
 #include "service.h"
@@ -24,19 +25,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Keeps what is said.
-struct Lines final : PrintTarget {
-    Lines() { printTarget = this; }
+/// What is said while it lives.
+struct Lines {
+    Lines() { printTarget = &kept; }
     ~Lines() { printTarget = nullptr; }
     Lines(const Lines&) = delete;
     Lines& operator=(const Lines&) = delete;
-    void take(Level /*level*/, std::string_view text) override { all += text; }
-    void take(const Lasting& /*what*/, std::string_view /*text*/) override {}
-    void epochEnd() override {}
-    void ended(Cause /*cause*/) override {}
-    void flush() override {}
-    void lastLine() override {}
-    std::string all;
+    KeptLines kept;
 };
 
 /// A web server that answers each request with the next of its texts, the last ones with 204.
@@ -129,9 +124,9 @@ TEST(Webhook, IsCalledAgainUntilItTakesWhatComesInOrder) {
     EXPECT_NE(hooks.back().got.front().find("Authorization: Basic am9lOmE6Yg==\r\n"),
               std::string::npos)
         << hooks.back().got.front();
-    EXPECT_NE(lines.all.find("alarms: the webhook: it answers with 302; again in 2 s"),
+    EXPECT_NE(lines.kept.all.find("alarms: the webhook: it answers with 302; again in 2 s"),
               std::string::npos)
-        << lines.all;
+        << lines.kept.all;
     for (Notifier& notifier : notifiers)
         end(context, notifier);
 }
@@ -145,10 +140,12 @@ TEST(Webhook, ThatIsDownHoldsUpNothingAndDropsTheOldest) {
     notifier.apply(settings);
     for (int i = 0; i < 10'500; ++i)
         notifier.tell(alarmOf("S" + std::to_string(i)), /*begins=*/true);
-    EXPECT_TRUE(becomes(context, [&] { return lines.all.find("again in") != std::string::npos; }));
-    const std::size_t dropped = lines.all.find("of 10000 alarms that wait the oldest are dropped");
-    EXPECT_NE(dropped, std::string::npos) << lines.all;
-    EXPECT_EQ(lines.all.find("dropped", dropped + 50), std::string::npos) << "told once";
+    EXPECT_TRUE(
+        becomes(context, [&] { return lines.kept.all.find("again in") != std::string::npos; }));
+    const std::size_t dropped =
+        lines.kept.all.find("of 10000 alarms that wait the oldest are dropped");
+    EXPECT_NE(dropped, std::string::npos) << lines.kept.all;
+    EXPECT_EQ(lines.kept.all.find("dropped", dropped + 50), std::string::npos) << "told once";
     end(context, notifier);
 }
 
@@ -174,8 +171,9 @@ TEST(AlarmCommand, GetsItsArgumentsAsTheyAre) {
     EXPECT_TRUE(readFile(out).starts_with("begins|moved|CANB|" + hostile + "|3\n")) // with PWD
         << readFile(out);
     EXPECT_NE(readFile(out).find("ends|disk|-|full|"), std::string::npos);
-    EXPECT_NE(lines.all.find(command.string() + ": not sent\n"), std::string::npos) << lines.all;
-    EXPECT_NE(lines.all.find(command.string() + ": ended with status 7\n"), std::string::npos);
+    EXPECT_NE(lines.kept.all.find(command.string() + ": not sent\n"), std::string::npos)
+        << lines.kept.all;
+    EXPECT_NE(lines.kept.all.find(command.string() + ": ended with status 7\n"), std::string::npos);
     fs::remove_all(folder);
 }
 

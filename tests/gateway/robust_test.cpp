@@ -17,9 +17,7 @@ int engineOf(const RunningGateway& gateway) {
 }
 
 bool endsSoon(int process) {
-    for (int i = 0; i < 500 && kill(process, 0) == 0; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return kill(process, 0) != 0;
+    return eventually([&] { return kill(process, 0) != 0; });
 }
 
 /// The next epoch of one sky.
@@ -49,8 +47,7 @@ TEST(Gateway, StartsAnEngineAgainThatHangs) {
     ASSERT_TRUE(station.send(sky.next(10)));
     ASSERT_TRUE(gateway.tells("hangs: it owes 10 epochs; started again in 2 s")) << gateway.log();
     EXPECT_TRUE(endsSoon(engine));
-    while (engineOf(gateway) == engine)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_TRUE(eventually([&] { return engineOf(gateway) != engine; }));
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
     ASSERT_TRUE(station.send(sky.next()));
     EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
@@ -135,8 +132,10 @@ TEST(Gateway, FollowsAStationThatMayMove) {
     moved[0] += 20;
     ASSERT_TRUE(station.send(place(moved)));
     ASSERT_TRUE(gateway.tells("moved by 20.00 m to -4467054.3577")) << gateway.log();
-    for (int i = 0; i < 1000 && (engineOf(gateway) == before || engineOf(gateway) == 0); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_TRUE(eventually([&] {
+        const int now = engineOf(gateway);
+        return now != before && now != 0;
+    }));
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
     Client rover(ports.caster, askOf("CANB"), kGranted);
     Epochs sky;
@@ -174,9 +173,7 @@ TEST(Gateway, ServesAnEngineThatSomebodyElseKeeps) {
     for (int i = 1; i <= 3; ++i) {
         connect(kept);
         const std::string told = "engine: 127.0.0.1:";
-        for (int wait = 0; wait < 1000 && gateway.count(told) < i; ++wait)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        ASSERT_EQ(gateway.count(told), i) << gateway.log();
+        ASSERT_TRUE(eventually([&] { return gateway.count(told) == i; })) << gateway.log();
         if (i == 1) { // one that has no ephemerides yet owes nothing
             ASSERT_TRUE(station.send(sky.next(12)));
             std::this_thread::sleep_for(std::chrono::milliseconds(2500));
@@ -200,15 +197,13 @@ TEST(Gateway, ServesAnEngineThatSomebodyElseKeeps) {
         std::ofstream(gateway.folder / "gateway.toml") << text;
         const int before = gateway.count("CANB: is stopped");
         gateway.signal(SIGHUP);
-        for (int i = 0; i < 1000 && gateway.count("CANB: is stopped") == before; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        ASSERT_EQ(gateway.count("CANB: is stopped"), before + 1) << gateway.log();
+        ASSERT_TRUE(eventually([&] { return gateway.count("CANB: is stopped") == before + 1; }))
+            << gateway.log();
     }
     const int before = gateway.count("CANB: engine: 127.0.0.1:");
     connect(kept);
-    for (int i = 0; i < 1000 && gateway.count("CANB: engine: 127.0.0.1:") == before; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_EQ(gateway.count("CANB: engine: 127.0.0.1:"), before + 1) << gateway.log();
+    EXPECT_TRUE(eventually([&] { return gateway.count("CANB: engine: 127.0.0.1:") == before + 1; }))
+        << gateway.log();
     kill(engine, SIGKILL);
     waitpid(engine, nullptr, 0);
 }

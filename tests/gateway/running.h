@@ -17,6 +17,13 @@ inline void append(Bytes& to, const Bytes& more) {
     to.insert(to.end(), more.begin(), more.end());
 }
 
+/// Looks again and again until something holds, for 10 s; whether it does.
+template <class Holds> bool eventually(const Holds& holds) {
+    for (int i = 0; i < 1000 && !holds(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return holds();
+}
+
 /// A connection to a port of loopback.
 class Client {
 public:
@@ -145,9 +152,7 @@ public:
     }
     std::string log() const { return readFile(folder / "log"); }
     bool tells(const std::string& line) const {
-        for (int i = 0; i < 1000 && log().find(line) == std::string::npos; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return log().find(line) != std::string::npos;
+        return eventually([&] { return log().find(line) != std::string::npos; });
     }
     /// How often the log has that.
     int count(const std::string& what) const {
@@ -159,9 +164,7 @@ public:
     }
     std::string status() const { return readFile(folder / "state/CANB/kept/status.json"); }
     bool engineConnected() const {
-        for (int i = 0; i < 1000 && status().find("\"connected\"") == std::string::npos; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return status().find("\"connected\"") != std::string::npos;
+        return eventually([&] { return status().find("\"connected\"") != std::string::npos; });
     }
 
     const fs::path folder;

@@ -1,3 +1,4 @@
+#include "gateway/kept_lines.h"
 #include "gateway/station/EphemerisWatch.h"
 #include "gateway/station/Feed.h"
 #include "gateway/station/Heard.h"
@@ -418,15 +419,7 @@ TEST(Heard, LeavesInterruptionsOutOfWhatItMeasures) {
 }
 
 TEST(EventLog, KeepsTheLastLinesOfEachStation) {
-    struct Ignore final : PrintTarget {
-        void take(Level /*level*/, std::string_view text) override { went += text; }
-        void take(const Lasting& /*what*/, std::string_view /*text*/) override {}
-        void epochEnd() override {}
-        void ended(Cause /*cause*/) override {}
-        void flush() override {}
-        void lastLine() override {}
-        std::string went;
-    } next;
+    KeptLines next;
     EventLog log(next);
     log.take(Level::warning, "CANB: lost: the \x1b[31mpeer\xff\n");
     log.take(Level::error, "a word: that names no station\nCANB: second\n");
@@ -440,7 +433,7 @@ TEST(EventLog, KeepsTheLastLinesOfEachStation) {
     log.take(Level::info, "SYDN: " + std::string(5000, 'x') + "\n");
     EXPECT_EQ(log.events().front().number, 2U);
     EXPECT_LE(log.events().back().text.size(), 500U);
-    EXPECT_TRUE(next.went.starts_with("CANB: lost"));
+    EXPECT_TRUE(next.all.starts_with("CANB: lost"));
 }
 
 // Places are those of the sky that the frames were made from.
