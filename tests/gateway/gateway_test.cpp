@@ -93,7 +93,7 @@ TEST(Gateway, TakesItsPlaceFromTheStreamAndStopsWhenItMoves) {
 
 TEST(Gateway, StartsAnEngineAgainThatDies) {
     Road road(3);
-    auto& [ports, gateway, station, rover] = road;
+    const RunningGateway& gateway = road.gateway;
     const std::string status = gateway.status();
     const std::size_t at = status.find("\"process_id\":") + 13;
     kill(std::stoi(status.substr(at)), SIGKILL);
@@ -102,8 +102,8 @@ TEST(Gateway, StartsAnEngineAgainThatDies) {
     ASSERT_TRUE(gateway.engineConnected());
     // It gets the ephemerides that came before: no satellite waits for new ones.
     ref::Sky sky = skyOfStation();
-    ASSERT_TRUE(station.send(epochOf(sky, kNow + 10.0)));
-    EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
+    ASSERT_TRUE(road.station.send(epochOf(sky, kNow + 10.0)));
+    EXPECT_EQ(wholeEpochs(road.rover.receive(epochs(1))), 1);
 }
 
 TEST(Gateway, IsQuietAboutEphemeridesThatAreYetToCome) {

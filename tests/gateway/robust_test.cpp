@@ -39,18 +39,18 @@ private:
 
 TEST(Gateway, StartsAnEngineAgainThatHangs) {
     Road road(2);
-    auto& [ports, gateway, station, rover] = road;
+    RunningGateway& gateway = road.gateway;
     const int engine = engineOf(gateway);
     ASSERT_GT(engine, 0);
     kill(engine, SIGSTOP);
     Epochs sky;
-    ASSERT_TRUE(station.send(sky.next(10)));
+    ASSERT_TRUE(road.station.send(sky.next(10)));
     ASSERT_TRUE(gateway.tells("hangs: it owes 10 epochs; started again in 2 s")) << gateway.log();
     EXPECT_TRUE(endsSoon(engine));
     ASSERT_TRUE(eventually([&] { return engineOf(gateway) != engine; }));
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    ASSERT_TRUE(station.send(sky.next()));
-    EXPECT_EQ(wholeEpochs(rover.receive(epochs(1))), 1);
+    ASSERT_TRUE(road.station.send(sky.next()));
+    EXPECT_EQ(wholeEpochs(road.rover.receive(epochs(1))), 1);
     // One that does not obey is killed in time.
     kill(engineOf(gateway), SIGSTOP);
     const auto begin = monotonicNow();
