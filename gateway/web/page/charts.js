@@ -69,6 +69,13 @@ export class TimeChart {
         this.#tell(this.#plot.cursor.idx);
     }
 
+    // What is new begins at the left: of a span that has hardly any values only the last sixth is shown.
+    #from(low, high) {
+        const [times, ...values] = this.#data;
+        const known = times.find((_, i) => values.some((v) => v[i] !== null)) ?? low;
+        return Math.min(known, high - (high - low) / 6);
+    }
+
     #tell(at) {
         const [times, ...values] = this.#data;
         const i = at ?? times.length - 1;
@@ -92,7 +99,7 @@ export class TimeChart {
                 padding: [8, 18, 0, 0],
                 tzDate: (t) => uPlot.tzDate(new Date(t * 1e3), "Etc/UTC"),
                 cursor: { y: false, drag: { x: false, y: false }, points: { show: false }, ...(this.sync ? { sync: { key: this.sync } } : {}) },
-                scales: { y: { range: (_, low, high) => [0, high > 0 ? high * 1.08 : 1] } },
+                scales: { x: { range: (_, low, high) => [this.#from(low, high), high] }, y: { range: (_, low, high) => [0, high > 0 ? high * 1.08 : 1] } },
                 hooks: { setCursor: [(plot) => this.#tell(plot.cursor.idx)] },
                 axes: [
                     { ...axis, space: 64, size: 28, incrs: minutes, values: (_, ticks) => ticks.map((t) => time(t).slice(0, 5)) },

@@ -71,7 +71,7 @@ const columns = [
     {
         key: "age", head: "Last epoch", first: "down",
         value: (s) => (heard(s) ? -s.last_epoch_unix_s : undefined),
-        ...text((s, now) => (heard(s) ? format.age(now - s.last_epoch_unix_s) : format.unknown)),
+        ...text((s, now) => (heard(s) ? `${format.age(now - s.last_epoch_unix_s)} ago` : format.unknown)),
     },
     {
         key: "satellites", head: "Satellites", first: "up",

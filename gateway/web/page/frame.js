@@ -1,7 +1,7 @@
 // The bar of a page: whether it is connected, the gateway's time, and what is wrong if it is not.
 
 import { find, Keyed, make, setAttribute, setText, show } from "./dom.js";
-import { age, alarmNames, dayTime, time } from "./format.js";
+import { age, alarmNames, day, dayTime, time } from "./format.js";
 
 const tickMs = 250;
 const words = { connecting: "connecting", live: "live", lost: "not connected" };
@@ -24,6 +24,7 @@ export function frame(live, onTick) {
         const now = live.now();
         if (live.state === "live") {
             setText(find("#clock"), `${time(now)} UTC`);
+            setAttribute(find("#clock"), "datetime", day(now));
         } else {
             setText(find("#clock"), "");
             const left = Math.ceil((live.retryAt - performance.now()) / 1e3);

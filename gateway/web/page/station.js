@@ -116,7 +116,11 @@ function showSatellites(s) {
 
 const ephemerides = make("ul", { class: "ephemerides" });
 const noEphemerides = make("p", { class: "empty" }, "No satellite yet.");
-find("#ephemerides").append(ephemerides, noEphemerides);
+find("#ephemerides").append(
+    ephemerides,
+    noEphemerides,
+    make("p", { class: "note" }, "Ages are from the reference time that an ephemeris states, whether it is past or ahead."),
+);
 const ephemerisList = new Keyed(
     ephemerides,
     (s) => {
