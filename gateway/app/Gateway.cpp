@@ -32,16 +32,13 @@ void Gateway::apply(const Settings& settings) {
         say(Level::error, "caster", failure + "; tried again every second");
     const bool sameHost = settings.state == settings_.state &&
                           settings.engine == settings_.engine &&
-                          settings.externalEngine == settings_.externalEngine &&
-                          settings.caster.country == settings_.caster.country;
+                          settings.externalEngine == settings_.externalEngine;
     settings_ = settings;
     std::map<std::string, std::unique_ptr<Served>> before = std::exchange(stations_, {});
     for (std::size_t i = 0; i < settings_.stations.size(); ++i) {
         const StationSettings& wanted = settings_.stations[i];
         const auto old = before.find(wanted.name);
-        if (old == before.end() || !sameHost || old->second->station->settings() != wanted ||
-            !old->second->station->moved().empty() ||
-            (settings_.externalEngine && old->second->number != i))
+        if (old == before.end() || !sameHost || !goesOn(*old->second, wanted, i))
             continue;
         stations_[wanted.name] = std::move(old->second);
         before.erase(old);
@@ -51,9 +48,21 @@ void Gateway::apply(const Settings& settings) {
         served->stop();
         stopping_.push_back(std::move(served));
     }
-    for (std::size_t i = 0; i < settings_.stations.size(); ++i)
-        if (!stations_.contains(settings_.stations[i].name))
-            stations_[settings_.stations[i].name] = serve(settings_.stations[i], i);
+    // What ends may have a port or a file that another one is to use.
+    for (const StationSettings& wanted : settings_.stations)
+        if (const auto at = stations_.find(wanted.name); at != stations_.end())
+            at->second->keepPushes(wanted.push);
+    for (std::size_t i = 0; i < settings_.stations.size(); ++i) {
+        const StationSettings& wanted = settings_.stations[i];
+        const auto at = stations_.find(wanted.name);
+        if (at == stations_.end())
+            stations_[wanted.name] = serve(wanted, i);
+        else if (at->second->station->settings() != wanted)
+            at->second->station->take(wanted);
+    }
+    for (const auto& [name, served] : stations_)
+        startPushes(*served);
+    caster_.sendAwayWhoMayNotStay();
     notifier_.apply(settings_.alarms);
     overview_.apply(settings_);
     web_.apply(settings_.web);
@@ -76,6 +85,23 @@ bool Gateway::idle() const {
            std::ranges::all_of(stopping_, [](const auto& served) { return served->idle(); });
 }
 
+/// Only a station whose antenna has not moved: one that has begins anew at each reading.
+bool Gateway::goesOn(const Served& served, const StationSettings& wanted,
+                     std::size_t number) const {
+    return served.station->moved().empty() && served.station->canTake(wanted) &&
+           !(settings_.externalEngine && served.number != number);
+}
+
+void Gateway::Served::keepPushes(const std::vector<Address>& wanted) {
+    std::erase_if(pushes, [&](std::unique_ptr<Push>& push) {
+        if (std::ranges::count(wanted, push->address()) > 0)
+            return false;
+        push->stop();
+        ending.push_back(std::move(push));
+        return true;
+    });
+}
+
 void Gateway::Served::stop() {
     for (const auto& push : pushes)
         push->stop();
@@ -83,8 +109,9 @@ void Gateway::Served::stop() {
 }
 
 bool Gateway::Served::idle() const {
-    return station->idle() &&
-           std::ranges::all_of(pushes, [](const auto& push) { return push->idle(); });
+    const auto ended = [](const auto& push) { return push->idle(); };
+    return station->idle() && std::ranges::all_of(pushes, ended) &&
+           std::ranges::all_of(ending, ended);
 }
 
 std::shared_ptr<Station> Gateway::find(const std::string& mountpoint) const {
@@ -102,39 +129,49 @@ void Gateway::forEach(const std::function<void(Station&)>& take) const {
 std::vector<ntrip::StreamEntry> Gateway::table(Instant now) const {
     std::vector<ntrip::StreamEntry> out;
     for (const auto& [name, served] : stations_)
-        if (auto entry = served->station->tableEntry(now))
+        if (auto entry = tableEntry(*served->station, now))
             out.push_back(std::move(*entry));
     return out;
 }
 
+std::optional<ntrip::StreamEntry> Gateway::tableEntry(const Station& station, Instant now) const {
+    auto entry = station.tableEntry(now);
+    if (entry)
+        entry->country = settings_.caster.country;
+    return entry;
+}
+
 std::unique_ptr<Gateway::Served> Gateway::serve(const StationSettings& settings,
                                                 std::size_t number) const {
-    StationHost host{executor_,
-                     settings_.state,
-                     settings_.engine,
-                     settings_.caster.country,
-                     settings_.externalEngine,
+    StationHost host{executor_, settings_.state, settings_.engine, settings_.externalEngine,
                      audits(settings_, settings)};
     if (host.externalEngine)
         host.externalEngine->port = static_cast<std::uint16_t>(host.externalEngine->port + number);
     auto served = std::make_unique<Served>();
     served->number = number;
     served->station = std::make_shared<Station>(host, settings);
-    Station& station = *served->station;
-    const auto sayOf = [name = settings.name](Level level, const std::string& text) {
+    served->station->start();
+    return served;
+}
+
+/// Those that are wanted and not there.
+void Gateway::startPushes(Served& served) const {
+    Station& station = *served.station;
+    const auto sayOf = [name = station.settings().name](Level level, const std::string& text) {
         say(level, name, text);
     };
-    const auto strLine = [&station] {
-        const auto entry = station.tableEntry(std::chrono::steady_clock::now());
+    const auto strLine = [this, &station] {
+        const auto entry = tableEntry(station, std::chrono::steady_clock::now());
         return entry ? ntrip::streamLine(*entry) : std::string();
     };
-    for (const Address& address : settings.push)
-        served->pushes.push_back(
+    for (const Address& address : station.settings().push) {
+        if (std::ranges::count(served.pushes, address,
+                               [](const auto& p) -> const Address& { return p->address(); }))
+            continue;
+        served.pushes.push_back(
             std::make_unique<Push>(executor_, address, station.mountpoint(), sayOf, strLine));
-    station.start();
-    for (const auto& push : served->pushes)
-        push->start();
-    return served;
+        served.pushes.back()->start();
+    }
 }
 
 std::shared_ptr<Users> Gateway::readUsers(const Settings& settings) const {
@@ -152,8 +189,10 @@ awaitable<void> Gateway::ticks() {
     for (;;) {
         co_await pause(1s);
         const Instant now = std::chrono::steady_clock::now();
-        for (const auto& [name, served] : stations_)
+        for (const auto& [name, served] : stations_) {
             served->station->tick(now);
+            std::erase_if(served->ending, [](const auto& push) { return push->idle(); });
+        }
         caster_.tick(now);
         overview_.tick(now);
         overview_.setListeners(web_.hearers());

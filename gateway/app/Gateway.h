@@ -27,8 +27,9 @@ public:
     Gateway(asio::io_context& context, const EventLog& log);
 
     /// Begins, or goes on with other settings: stations and listeners that did not change are not
-    /// disturbed. std::runtime_error where the certificate or, at first, a listener cannot be used;
-    /// later a listener is told and tried again.
+    /// disturbed, nor are the stream and the rovers of a station where what changed does not
+    /// concern them. std::runtime_error where the certificate or, at first, a listener cannot be
+    /// used; later a listener is told and tried again.
     void apply(const Settings& settings);
     /// Returns at once; then it is to be kept until it is idle.
     void stop();
@@ -39,14 +40,19 @@ private:
     struct Served {
         std::size_t number = 0; // in the order of the settings
         std::shared_ptr<Station> station;
-        std::vector<std::unique_ptr<Push>> pushes;
+        std::vector<std::unique_ptr<Push>> pushes, ending;
+        /// Ends the outputs that are none of these any more.
+        void keepPushes(const std::vector<Address>& wanted);
         void stop();
         bool idle() const;
     };
     std::shared_ptr<Station> find(const std::string& mountpoint) const override;
     std::vector<ntrip::StreamEntry> table(Instant now) const override;
     void forEach(const std::function<void(Station&)>& take) const override;
+    bool goesOn(const Served& served, const StationSettings& wanted, std::size_t number) const;
     std::unique_ptr<Served> serve(const StationSettings& settings, std::size_t number) const;
+    void startPushes(Served& served) const;
+    std::optional<ntrip::StreamEntry> tableEntry(const Station& station, Instant now) const;
     std::shared_ptr<Users> readUsers(const Settings& settings) const;
     awaitable<void> ticks();
 

@@ -83,6 +83,11 @@ bool equalSecrets(const Secret& a, const Secret& b) {
     return x.size() == y.size() && CRYPTO_memcmp(x.data(), y.data(), x.size()) == 0;
 }
 
+/// Whether the user may have the stream, with the right password.
+bool lists(const Access& access, const std::string& user) {
+    return access.who != Access::Who::listed || std::ranges::count(access.names, user) > 0;
+}
+
 /// std::runtime_error where a file cannot be used.
 std::shared_ptr<asio::ssl::context> tlsOf(const CasterSettings& settings) {
     if (settings.listenTls.empty())
@@ -118,12 +123,28 @@ std::vector<std::string> Caster::apply(CasterSettings settings, std::shared_ptr<
     tls_ = tlsOf(settings);
     settings_ = std::move(settings);
     users_ = std::move(users);
-    for (const auto& [rover, by] : admitted_)
-        if (hashOf(by.user) != by.hash)
-            rover->sendAway();
     std::vector<std::string> failures = listeners_.apply(settings_.listen);
     std::ranges::copy(tlsListeners_.apply(settings_.listenTls), std::back_inserter(failures));
     return failures;
+}
+
+void Caster::sendAwayWhoMayNotStay() {
+    for (const auto& [rover, admitted] : admitted_)
+        if (const auto why = whyNotStay(admitted))
+            rover->sendAway(*why);
+}
+
+std::optional<std::string> Caster::whyNotStay(const Admitted& admitted) const {
+    const Access& access = admitted.station->settings().access;
+    if (access.who == Access::Who::anyone)
+        return std::nullopt;
+    if (admitted.hash.empty())
+        return "the station asks for a password now";
+    if (hashOf(admitted.user) != admitted.hash)
+        return "its user is gone or has another password";
+    if (!lists(access, admitted.user))
+        return "the user is not one of the station's own any more";
+    return std::nullopt;
 }
 
 void Caster::tick(Instant now) {
@@ -190,6 +211,9 @@ awaitable<void> Caster::answer(Channel& channel, const std::string& address) {
     }
     const bool push = request.kind == Request::Kind::push;
     auto entry = Entry::wrongPassword;
+    // with which the password is compared; users and access may be others when that is done
+    const bool asks = station->settings().access.who != Access::Who::anyone;
+    std::string hash = asks ? hashOf(request.user) : "";
     if (!push)
         entry = co_await entryOf(request, station->settings().access);
     else if (!request.password.empty() &&
@@ -201,7 +225,7 @@ awaitable<void> Caster::answer(Channel& channel, const std::string& address) {
     } else if (push) {
         co_await hear(channel, request, *station, std::move(head->rest));
     } else {
-        co_await serve(channel, request, *station, std::move(head->rest));
+        co_await serve(channel, request, *station, std::move(hash), std::move(head->rest));
     }
 }
 
@@ -236,8 +260,7 @@ awaitable<Caster::Entry> Caster::entryOf(const Request& request, const Access& a
         co_return Entry::granted;
     if (!users_ || !request.named)
         co_return Entry::noPassword;
-    const bool listed =
-        access.who == Access::Who::users || std::ranges::count(access.names, request.user) > 0;
+    const bool listed = lists(access, request.user);
     const bool right = co_await matches(request.user, request.password);
     co_return !right ? Entry::wrongPassword : listed ? Entry::granted : Entry::notListed;
 }
@@ -260,7 +283,7 @@ awaitable<bool> Caster::admits(std::string address, std::string user, Secret pas
     co_return right;
 }
 
-awaitable<void> Caster::serve(Channel& channel, Request request, Station& station,
+awaitable<void> Caster::serve(Channel& channel, Request request, Station& station, std::string hash,
                               std::string rest) {
     if (const auto why = request.named ? admission_.refusesUser(request.user, settings_)
                                        : std::optional<std::string>()) {
@@ -269,10 +292,9 @@ awaitable<void> Caster::serve(Channel& channel, Request request, Station& statio
         co_return;
     }
     const Admission::Place place = admission_.stream(request.user);
-    const bool byPassword = station.settings().access.who != Access::Who::anyone;
-    const Admitted by{request.user, byPassword ? hashOf(request.user) : ""};
+    const Admitted admitted{&station, request.user, std::move(hash)};
     co_await tell(channel, ntrip::grantText(request, dateNow()));
-    if (request.head || (byPassword && hashOf(by.user) != by.hash)) // the users are others now
+    if (request.head || whyNotStay(admitted)) // the settings are others now
         co_return;
     Rover rover(executor_, channel, std::move(request), station.mountpoint());
     if (const std::string& gga = rover.request().gga; !gga.empty())
@@ -283,8 +305,7 @@ awaitable<void> Caster::serve(Channel& channel, Request request, Station& statio
         Rover* one;
         ~Known() { all.erase(one); }
     } const known{admitted_, &rover};
-    if (byPassword)
-        admitted_[&rover] = by;
+    admitted_.emplace(&rover, admitted);
     const Joined joined(station.mountpoint(), rover);
     const std::string who = "rover " + channel.peer() +
                             (rover.request().user.empty() ? "" : " (" + rover.request().user + ")");

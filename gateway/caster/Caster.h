@@ -43,6 +43,9 @@ public:
     /// those that did not change stay open. Why some cannot be opened; they are tried again every
     /// second. std::runtime_error: the certificate cannot be used, and nothing has changed.
     std::vector<std::string> apply(CasterSettings settings, std::shared_ptr<Users> users);
+    /// Cuts off the rovers whose password is none any more, and those who are not in their
+    /// station's access as it is now.
+    void sendAwayWhoMayNotStay();
     void stop();
     bool idle() const { return listeners_.idle() && tlsListeners_.idle() && clients_.idle(); }
     void tick(Instant now);
@@ -56,7 +59,7 @@ private:
     awaitable<void> answer(Channel& channel, const std::string& address);
     awaitable<void> sendTable(Channel& channel, const ntrip::Request& request);
     awaitable<void> serve(Channel& channel, ntrip::Request request, Station& station,
-                          std::string rest);
+                          std::string hash, std::string rest);
     awaitable<void> hear(Channel& channel, const ntrip::Request& request, Station& station,
                          std::string rest);
     std::string hashOf(const std::string& user) const { return users_ ? users_->hashOf(user) : ""; }
@@ -71,10 +74,12 @@ private:
     const Stations& stations_;
     CasterSettings settings_;
     std::shared_ptr<Users> users_; // null: none
-    /// Rovers that are here by a password, with its hash.
+    /// A rover that was granted a stream. Empty: it is here by no password.
     struct Admitted {
+        const Station* station;
         std::string user, hash;
     };
+    std::optional<std::string> whyNotStay(const Admitted& admitted) const;
     std::map<Rover*, Admitted> admitted_;
     std::shared_ptr<asio::ssl::context> tls_;
     Listeners listeners_, tlsListeners_;

@@ -18,6 +18,7 @@ public:
     Push(const asio::any_io_executor& executor, Address address, Mountpoint& from, Say say,
          std::function<std::string()> strLine);
 
+    const Address& address() const { return address_; }
     void start() { tasks_.start(run()); }
     void stop() { tasks_.cancel(); }
     bool idle() const { return tasks_.idle(); }

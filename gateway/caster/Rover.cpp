@@ -82,6 +82,8 @@ void Rover::fallenBehind(std::string why) {
 }
 
 void Rover::cut(std::string why) {
+    if (cutOff())
+        return;
     cutOff_ = std::move(why);
     outbox_.clear();
     channel_.close();

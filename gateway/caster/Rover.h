@@ -27,8 +27,8 @@ public:
     awaitable<std::string> run();
     void take(const Outgoing& block, Instant at) override;
     void end() override { cut("is sent away: the station is stopped"); }
-    /// Its password is none any more.
-    void sendAway() { cut("is sent away: its user is gone or has another password"); }
+    /// It may not have the stream any more.
+    void sendAway(const std::string& why) { cut("is sent away: " + why); }
     bool isRover() const override { return true; }
     RoverLook look() const override;
     /// What the rover has sent.

@@ -44,9 +44,10 @@ protected:
 
 class Mountpoint {
 public:
-    /// `silence`: it does not deliver when no epoch has come for so long.
-    Mountpoint(const asio::any_io_executor& executor, Duration silence)
-        : door(executor), silence_(silence) {}
+    explicit Mountpoint(const asio::any_io_executor& executor) : door(executor) {}
+
+    /// It does not deliver when no epoch has come for so long.
+    void setSilence(Duration silence) { silence_ = silence; }
 
     /// To all who are here.
     void publish(Block block, Instant at);
@@ -73,7 +74,7 @@ public:
     PushDoor door; // for a receiver that pushes its stream to us
 
 private:
-    Duration silence_;
+    Duration silence_{};
     bool closed_ = false;
     std::set<Receiver*> receivers_;
     Heard heard_;

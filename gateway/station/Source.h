@@ -31,8 +31,9 @@ public:
     explicit PushDoor(const asio::any_io_executor& executor) : closed_(executor) {}
 
     /// Whether a station waits and nobody delivers.
-    bool open() const { return events_ && !sendAway_; }
+    bool open() const { return events_ && !taken(); }
     bool waiting() const { return events_.has_value(); }
+    bool taken() const { return sendAway_ != nullptr; }
     /// The side of the caster: begin where it is open, any bytes, end. `sendAway` ends the
     /// conversation of who has entered, soon.
     void enter(std::function<void()> sendAway);
@@ -43,7 +44,7 @@ public:
     void leave();
     /// The side of the station: until it is cancelled.
     awaitable<void> wait(SourceEvents events);
-    /// The station is stopped: nobody waits here any more.
+    /// Sends who has entered away, soon.
     void shut() {
         if (sendAway_)
             sendAway_();

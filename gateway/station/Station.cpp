@@ -28,6 +28,18 @@ Duration silenceOf(const StationSettings& settings) {
     return kSilent + std::chrono::duration_cast<Duration>(std::chrono::duration<double>(intervalS));
 }
 
+/// What the sources and the engine need of settings: the rest is as in a file without it.
+StationSettings ofStream(StationSettings settings) {
+    const StationSettings others;
+    settings.identifier = others.identifier;
+    settings.access = others.access;
+    settings.password = others.password;
+    settings.push = others.push;
+    settings.guardM = others.guardM;
+    settings.mostEpochs = others.mostEpochs;
+    return settings;
+}
+
 /// As the engine reads it from its deployment.
 ref::Vec3 asWritten(const Vector3& m) {
     const auto rounded = [](double x) { return std::round(x * 1e4) / 1e4; };
@@ -37,7 +49,7 @@ ref::Vec3 asWritten(const Vector3& m) {
 } // namespace
 
 Station::Station(const StationHost& host, StationSettings settings)
-    : host_(host), settings_(std::move(settings)), mountpoint_(host.executor, silenceOf(settings_)),
+    : host_(host), settings_(std::move(settings)), mountpoint_(host.executor),
       feed_(
           host.executor, settings_.sources, mountpoint_.door,
           [this](Level level, const std::string& text) { sayOf(level, text); },
@@ -46,11 +58,26 @@ Station::Station(const StationHost& host, StationSettings settings)
           host.executor, [this](Level level, const std::string& text) { sayOf(level, text); },
           [this](Engine::Process process) { return forNewEngine(process); },
           [this](Block block) { fromEngine(std::move(block)); }) {
+    mountpoint_.setSilence(silenceOf(settings_));
     if (settings_.ephemerides)
         ephemerides_ = std::make_unique<Feed>(
             host.executor, std::vector{*settings_.ephemerides}, mountpoint_.door,
             [this](Level level, const std::string& text) { sayOf(level, "ephemerides: " + text); },
             [this](const Block& block) { fromEphemerides(block); });
+}
+
+bool Station::canTake(const StationSettings& settings) const {
+    return ofStream(settings) == ofStream(settings_);
+}
+
+void Station::take(StationSettings settings) {
+    if (settings.password != settings_.password && mountpoint_.door.taken()) {
+        sayOf(Level::notice, "the receiver that pushes is sent away: the password is another one");
+        mountpoint_.door.shut();
+    }
+    settings_ = std::move(settings);
+    mountpoint_.setSilence(silenceOf(settings_));
+    sayOf(Level::notice, "goes on with changed settings");
 }
 
 void Station::stop() {
@@ -93,7 +120,6 @@ std::optional<ntrip::StreamEntry> Station::tableEntry(Instant now) const {
     ntrip::StreamEntry entry;
     entry.mountpoint = settings_.mountpoint;
     entry.identifier = settings_.identifier;
-    entry.country = host_.country;
     entry.generator = "Kestrune";
     entry.authentication = settings_.access.who == Access::Who::anyone ? 'N' : 'B';
     heard.describe(entry);

@@ -23,7 +23,6 @@ namespace gateway {
 struct StationHost {
     asio::any_io_executor executor;
     std::filesystem::path state, engine;
-    std::string country;                    // of the source table
     std::optional<HostPort> externalEngine; // of this station
     bool audits = false;                    // this station
 };
@@ -35,6 +34,10 @@ public:
     Station& operator=(const Station&) = delete;
 
     void start();
+    /// Whether a station can go on with other settings: what its sources and its engine need is the
+    /// same. Then take() has them in force at once.
+    bool canTake(const StationSettings& settings) const;
+    void take(StationSettings settings);
     /// Returns at once; the station is to be kept until it is idle.
     void stop();
     bool idle() const;
@@ -64,7 +67,7 @@ public:
     std::uint64_t engineStarts() const { return engine_.starts(); }
     std::uint64_t engineFailures() const { return engine_.failures(); }
     std::uint64_t failovers() const { return feed_.changes(); }
-    /// Its line of the source table; nothing while it has never delivered.
+    /// Its line of the source table, without the country; nothing while it has never delivered.
     std::optional<ntrip::StreamEntry> tableEntry(Instant now) const;
 
 private:
