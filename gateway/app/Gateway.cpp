@@ -63,7 +63,7 @@ void Gateway::apply(const Settings& settings) {
     for (const auto& [name, served] : stations_)
         startPushes(*served);
     caster_.sendAwayWhoMayNotStay();
-    notifier_.apply(settings_.alarms);
+    notifier_.apply(settings_);
     overview_.apply(settings_);
     web_.apply(settings_.web);
 }

@@ -9,9 +9,11 @@
 #include "gateway/station/Child.h"
 #include "gateway/web/Reports.h"
 
+#include <boost/asio/ip/host_name.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/url.hpp>
 
+#include <algorithm>
 #include <array>
 #include <sstream>
 #include <utility>
@@ -32,6 +34,23 @@ void sayOf(Level level, const std::string& text) {
     say(level, "alarms", text);
 }
 
+/// Neither path nor password, which may be secrets.
+std::string originOf(const std::string& address) {
+    const boost::urls::url url = boost::urls::parse_uri(address).value();
+    return std::string(url.scheme()) + "://" + std::string(url.encoded_host_and_port());
+}
+
+/// "moved of CANB begins".
+std::string noticeText(const Alarm& alarm) {
+    return titleOf(alarm.kind) + (alarm.station.empty() ? "" : " of " + alarm.station) +
+           (alarm.lasted ? " ends" : " begins");
+}
+
+/// Whether the same request may be taken later (RFC 9110 15.5.9, 15.6; RFC 6585 4).
+bool mayHelp(int status) {
+    return status >= 500 || status == 408 || status == 429;
+}
+
 awaitable<int> statusOf(Channel& channel) {
     std::array<std::uint8_t, 1024> buffer;
     std::string held;
@@ -50,25 +69,46 @@ awaitable<int> statusOf(Channel& channel) {
 } // namespace
 
 Notifier::Notifier(const asio::any_io_executor& executor)
-    : forWebhook_{"the webhook", Bell(executor)}, forCommand_{"the command", Bell(executor)},
+    : executor_(executor), forCommand_{"the command", Bell(executor)},
       tasks_(executor, [](const std::string& why) { sayOf(Level::error, why); }) {
-    tasks_.start(callWebhook());
     tasks_.start(runCommand());
 }
 
-void Notifier::apply(const AlarmSettings& settings) {
-    settings_ = settings;
-    if (settings_.webhook.empty())
-        forWebhook_.notices.clear();
-    if (settings_.command.empty())
+void Notifier::apply(const Settings& settings) {
+    name_ = settings.name.empty() ? asio::ip::host_name() : settings.name;
+    command_ = settings.alarms.command;
+    if (command_.empty())
         forCommand_.notices.clear();
+    const auto& wanted = settings.alarms.webhooks;
+    leaving_.remove_if([](const Webhook& hook) { return hook.idle(); });
+    for (auto next = webhooks_.begin(); next != webhooks_.end();) {
+        const auto hook = next++;
+        if (std::ranges::count(wanted, hook->url()) > 0)
+            continue;
+        hook->leave();
+        leaving_.splice(leaving_.end(), webhooks_, hook);
+    }
+    for (const std::string& url : wanted)
+        if (std::ranges::count(webhooks_, url, &Webhook::url) == 0)
+            webhooks_.emplace_back(executor_, url);
 }
 
-void Notifier::tell(const Alarm& alarm, bool begins) {
-    const Notice notice{alarm, begins, alarmJson(alarm, begins, ctl::status::nowUnixS())};
-    if (!settings_.webhook.empty())
-        forWebhook_.put(notice);
-    if (!settings_.command.empty())
+void Notifier::stop() {
+    tasks_.cancel();
+    for (Webhook& hook : webhooks_)
+        hook.stop();
+}
+
+bool Notifier::idle() const {
+    return tasks_.idle() && std::ranges::all_of(webhooks_, &Webhook::idle) &&
+           std::ranges::all_of(leaving_, &Webhook::idle);
+}
+
+void Notifier::tell(const Alarm& alarm) {
+    const Notice notice{alarm, alarmJson(alarm, name_, ctl::status::nowUnixS())};
+    for (Webhook& hook : webhooks_)
+        hook.put(notice);
+    if (!command_.empty())
         forCommand_.put(notice);
 }
 
@@ -92,21 +132,36 @@ awaitable<Notifier::Notice> Notifier::Queue::next() {
     co_return notice;
 }
 
-awaitable<void> Notifier::callWebhook() {
+Notifier::Webhook::Webhook(const asio::any_io_executor& executor, std::string url)
+    : url_(std::move(url)), queue_{"the webhook " + originOf(url_), Bell(executor)},
+      tasks_(executor, [](const std::string& why) { sayOf(Level::error, why); }) {
+    tasks_.start(call());
+}
+
+void Notifier::Webhook::leave() {
+    if (const std::size_t waiting = queue_.notices.size() + (calls_ ? 1 : 0); waiting > 0)
+        sayOf(Level::warning, queue_.name + " is called no longer: " + std::to_string(waiting) +
+                                  " alarms that wait are dropped");
+    stop();
+}
+
+awaitable<void> Notifier::Webhook::call() {
     const auto state = co_await asio::this_coro::cancellation_state;
     for (;;) {
-        const Notice notice = co_await forWebhook_.next();
+        calls_ = false;
+        const Notice notice = co_await queue_.next();
+        calls_ = true;
         Duration wait = kFirstWait;
-        for (int tries = 1; !settings_.webhook.empty();
-             ++tries, wait = std::min(2 * wait, kMostWait)) {
+        for (int tries = 1;; ++tries, wait = std::min(2 * wait, kMostWait)) {
             const Ending end = co_await endOf(within(kLimit, post(notice.json), "no answer"));
             if (isCancelled(state))
                 co_return;
             if (end.why.empty())
                 break;
-            const bool last = tries == kMostTries;
-            sayOf(Level::warning, "the webhook: " + end.why +
-                                      (last ? "; given up" : "; again in " + inSeconds(wait)));
+            const bool last = tries == kMostTries || end.manner == Manner::refused;
+            sayOf(Level::warning, queue_.name + ": " + end.why +
+                                      (last ? "; dropped: " + noticeText(notice.alarm)
+                                            : "; again in " + inSeconds(wait)));
             if (last)
                 break;
             co_await pause(wait);
@@ -114,8 +169,8 @@ awaitable<void> Notifier::callWebhook() {
     }
 }
 
-awaitable<void> Notifier::post(std::string json) {
-    const boost::urls::url url = boost::urls::parse_uri(settings_.webhook).value();
+awaitable<void> Notifier::Webhook::post(std::string json) {
+    const boost::urls::url url = boost::urls::parse_uri(url_).value();
     const bool tls = url.scheme_id() == boost::urls::scheme::https;
     const HostPort host{url.host_address(), url.has_port()
                                                 ? url.port_number()
@@ -142,7 +197,8 @@ awaitable<void> Notifier::post(std::string json) {
     co_await channel->write(bytesOf(text));
     const int status = co_await statusOf(*channel);
     if (status < 200 || status > 299)
-        throw std::runtime_error("it answers with " + std::to_string(status));
+        throw ConversationEnd("it answers with " + std::to_string(status),
+                              mayHelp(status) ? Manner::soon : Manner::refused);
 }
 
 awaitable<void> Notifier::runCommand() {
@@ -152,14 +208,14 @@ awaitable<void> Notifier::runCommand() {
         const Notice notice = co_await forCommand_.next();
         const Alarm& alarm = notice.alarm;
         const std::vector<std::string> arguments{
-            notice.begins ? "begins" : "ends", std::string(nameOf(alarm.kind)),
-            alarm.station.empty() ? "-" : alarm.station, alarm.text};
+            alarm.lasted ? "ends" : "begins", std::string(nameOf(alarm.kind)),
+            alarm.station.empty() ? "-" : alarm.station, wordsOf(alarm)};
         std::string why;
         try {
             const Say sayOfCommand = [this](Level level, const std::string& text) {
-                sayOf(level, settings_.command.string() + ": " + text);
+                sayOf(level, command_.string() + ": " + text);
             };
-            Child child(executor, settings_.command, arguments, sayOfCommand);
+            Child child(executor, command_, arguments, sayOfCommand);
             const Ending end = co_await endOf(within(kCommandLimit, child.end(), "takes too long"));
             why = end.why;
         } catch (const std::exception& e) {
@@ -168,7 +224,7 @@ awaitable<void> Notifier::runCommand() {
         if (isCancelled(state))
             co_return;
         if (!why.empty() && why != kEndedWell)
-            sayOf(Level::warning, settings_.command.string() + ": " + why);
+            sayOf(Level::warning, command_.string() + ": " + why);
     }
 }
 

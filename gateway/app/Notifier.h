@@ -8,12 +8,13 @@
 #include <boost/asio/any_io_executor.hpp>
 
 #include <deque>
+#include <list>
 #include <string>
 
-/// Notifier: calls somebody when an alarm begins or ends: a webhook (POST of a JSON object, tried
-/// again with growing waits) and a command (COMMAND begins|ends KIND STATION TEXT; STATION is "-"
-/// for one of the gateway), both one after the other, in order. What waits is bounded: the oldest
-/// is dropped, which is told.
+/// Notifier: calls somebody when an alarm begins or ends: webhooks (POST of a JSON object; tried
+/// again with growing waits where that may help) and a command (COMMAND begins|ends KIND STATION
+/// TEXT; STATION is "-" for one of the gateway). Each gets one after the other, in order, and waits
+/// for no other. What waits is bounded: the oldest is dropped, which is told.
 
 namespace gateway {
 
@@ -23,15 +24,14 @@ public:
 
     explicit Notifier(const asio::any_io_executor& executor);
 
-    void apply(const AlarmSettings& settings);
-    void tell(const Alarm& alarm, bool begins);
-    void stop() { tasks_.cancel(); }
-    bool idle() const { return tasks_.idle(); }
+    void apply(const Settings& settings);
+    void tell(const Alarm& alarm);
+    void stop();
+    bool idle() const;
 
 private:
     struct Notice {
         Alarm alarm;
-        bool begins;
         std::string json;
     };
     struct Queue {
@@ -42,13 +42,33 @@ private:
         void put(const Notice& notice);
         awaitable<Notice> next();
     };
-    awaitable<void> callWebhook();
-    awaitable<void> runCommand();
-    awaitable<void> post(std::string json);
+    /// A receiver; it is kept until it is idle.
+    class Webhook {
+    public:
+        Webhook(const asio::any_io_executor& executor, std::string url);
+        const std::string& url() const { return url_; }
+        void put(const Notice& notice) { queue_.put(notice); }
+        /// Tells what is not sent any more.
+        void leave();
+        void stop() { tasks_.cancel(); }
+        bool idle() const { return tasks_.idle(); }
 
-    AlarmSettings settings_;
-    Queue forWebhook_, forCommand_;
-    Tasks tasks_;
+    private:
+        awaitable<void> call();
+        awaitable<void> post(std::string json);
+        std::string url_;
+        Queue queue_;
+        bool calls_ = false; // with an alarm that waits no longer in the queue
+        Tasks tasks_;
+    };
+    awaitable<void> runCommand();
+
+    asio::any_io_executor executor_;
+    std::string name_; // of the gateway
+    std::filesystem::path command_;
+    std::list<Webhook> webhooks_, leaving_;
+    Queue forCommand_;
+    Tasks tasks_; // of the command
 };
 
 } // namespace gateway

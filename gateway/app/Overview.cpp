@@ -1,6 +1,7 @@
 #include "gateway/app/Overview.h"
 
 #include "base/Findings.h"
+#include "ctl/simulate/Summary.h"
 #include "gateway/net/FileTime.h"
 #include "gateway/net/Say.h"
 #include "gateway/settings/Certificate.h"
@@ -34,12 +35,12 @@ constexpr std::uintmax_t kLeastFiles = 100;
 } // namespace
 
 Overview::Overview(const EventLog& log, const Stations& stations, Notifier& notifier)
-    : log_(log), stations_(stations), alarms_([&notifier](const Alarm& alarm, bool begins) {
-          say(begins ? Level::warning : Level::notice,
+    : log_(log), stations_(stations), alarms_([&notifier](const Alarm& alarm) {
+          say(alarm.lasted ? Level::notice : Level::warning,
               alarm.station.empty() ? "gateway" : alarm.station,
-              std::string(begins ? "alarm: " : "alarm ends: ") + titleOf(alarm.kind) + ": " +
-                  alarm.text);
-          notifier.tell(alarm, begins);
+              std::string(alarm.lasted ? "alarm ends: " : "alarm: ") + titleOf(alarm.kind) + ": " +
+                  wordsOf(alarm));
+          notifier.tell(alarm);
       }) {}
 
 void Overview::apply(const Settings& settings) {
@@ -48,7 +49,7 @@ void Overview::apply(const Settings& settings) {
     std::erase_if(watched_, [&](const auto& entry) {
         if (find(entry.first))
             return false;
-        alarms_.forget(entry.first);
+        alarms_.forget(entry.first, std::chrono::steady_clock::now());
         return true;
     });
 }
@@ -117,18 +118,19 @@ std::optional<std::string> Overview::wrongEpochs(const Station& station, Instant
     if (delivery != Delivery::starting && delivery != Delivery::silent)
         return "";
     const Instant since = station.mountpoint().heard().lastEpoch().value_or(station.startedAt());
-    const double silentS = std::chrono::duration<double>(now - since).count();
     const Duration patience = station.watch().epochsIn() > 0 ? kFirstEphemerides : kSilent;
     if (delivery == Delivery::starting && now - since <= patience)
         return std::nullopt;
-    return text("no epoch has gone to rovers for %.0f s", silentS);
+    return "no epoch has gone to rovers for " + spanText(now - since);
 }
 
 void Overview::lookAtSatellites(Watched& watched, Station& station, Instant now) const {
     const auto fewer = station.watch().fewerThanUsual(now);
     watched.few = fewer ? text("%d where %d are usual", fewer->have, fewer->usual) : "";
-    const std::string gone = station.watch().goneSystems(now);
-    watched.gone = gone.empty() ? "" : "no satellites of " + gone;
+    watched.gone.clear();
+    for (const char system : station.watch().goneSystems(now))
+        watched.gone += std::string(watched.gone.empty() ? "no satellites of " : ", ") +
+                        ctl::simulate::systemName(system);
 }
 
 void Overview::lookAtGateway(Instant now) {
@@ -186,8 +188,7 @@ std::string Overview::wrongLeapSeconds() const {
     const auto days = static_cast<int>(std::floor(static_cast<double>(leftS) / kSecondsPerDay));
     return days >= kLeapTableEndsSoonDays
                ? ""
-               : text("the leap seconds are known for %d more days: install a newer package",
-                      std::max(days, 0));
+               : text("the leap seconds are known for %d more days", std::max(days, 0));
 }
 
 StationRow Overview::rowOf(const Station& station) const {

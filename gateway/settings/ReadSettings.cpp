@@ -35,7 +35,7 @@ constexpr std::size_t kMostClients = 10'000;
 constexpr double kFarthestOffsetM = 5000.0;
 
 constexpr std::string_view kSections[] = {"gateway", "caster", "web", "alarms", "station"};
-constexpr std::string_view kGatewayKeys[] = {"state", "engine", "address"};
+constexpr std::string_view kGatewayKeys[] = {"name", "state", "engine", "address"};
 constexpr std::string_view kCasterKeys[] = {
     "listen",   "listen_tls", "certificate", "key",          "users",
     "operator", "country",    "max_clients", "max_per_user", "max_per_address"};
@@ -206,6 +206,7 @@ private:
 
     void readGateway(const Section& section) {
         section.tellUnknown(kGatewayKeys);
+        take(section.text("name"), out_.name);
         if (auto path = section.text("state"))
             out_.state = *path;
         const auto engine = section.text("engine");
@@ -261,14 +262,14 @@ private:
 
     void readAlarms(const Section& section) {
         section.tellUnknown(kAlarmKeys);
-        if (auto url = section.text("webhook")) {
-            const auto parsed = boost::urls::parse_uri(*url);
+        for (auto& [url, at] : section.texts("webhook")) {
+            const auto parsed = boost::urls::parse_uri(url);
             if (parsed && !parsed->host().empty() &&
-                (url->starts_with("http://") || url->starts_with("https://")))
-                out_.alarms.webhook = std::move(*url);
+                (url.starts_with("http://") || url.starts_with("https://")))
+                out_.alarms.webhooks.push_back(std::move(url));
             else
-                section.error("webhook", "is no address of a web server",
-                              "write such as \"https://example.org/alarms\"");
+                section.errorAt(at, "webhook", "is no address of a web server",
+                                "write such as \"https://example.org/alarms\"");
         }
         if (auto path = section.text("command"))
             out_.alarms.command = *path;

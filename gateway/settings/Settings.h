@@ -65,14 +65,15 @@ struct WebSettings {
 };
 
 struct AlarmSettings {
-    std::string webhook;           // http:// or https://, gets each alarm as JSON; empty: none
-    std::filesystem::path command; // runs at each alarm; empty: none
-    double delayS = 1.0;           // from an epoch to its answer, above which an alarm begins
-    double clockS = 2.0;           // between the stream's time and the machine's
+    std::vector<std::string> webhooks; // http:// or https://, each gets each alarm as JSON
+    std::filesystem::path command;     // runs at each alarm; empty: none
+    double delayS = 1.0;               // from an epoch to its answer, above which an alarm begins
+    double clockS = 2.0;               // between the stream's time and the machine's
     friend bool operator==(const AlarmSettings&, const AlarmSettings&) = default;
 };
 
 struct Settings {
+    std::string name; // of the gateway, for who hears of several; empty: the machine's
     std::filesystem::path state = "/var/lib/kestrune-gateway";
     std::filesystem::path engine = "Kestrune"; // found in PATH when it has no '/'
     std::optional<HostPort> externalEngine;    // engines connect here: station N to port + N

@@ -288,14 +288,17 @@ void Audit::count(const ref::ComparedAnswer& compared, Instant at) {
 }
 
 void Audit::wrong(const std::string& what, Instant at) {
-    if (trouble_.empty())
-        trouble_ = what + "; what is wrong is not sent";
+    ++troubles_;
+    trouble_ = what + "; what is wrong is not sent" +
+               (troubles_ > 1 ? " (" + std::to_string(troubles_) + " so far)" : "");
     lastTrouble_ = at;
 }
 
 void Audit::right(Instant at) {
-    if (at - lastTrouble_ >= kCalm)
-        trouble_.clear();
+    if (at - lastTrouble_ < kCalm)
+        return;
+    trouble_.clear();
+    troubles_ = 0;
 }
 
 } // namespace gateway

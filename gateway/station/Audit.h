@@ -43,7 +43,7 @@ public:
     const std::vector<AuditLook::Worst>& worst() const { return worst_; }
     /// Tells them.
     void tellCounts() const;
-    /// What came and was wrong, as it began; empty where nothing has been for a while.
+    /// What came and was wrong, the last of it; empty where nothing has been for a while.
     const std::string& trouble() const { return trouble_; }
     /// When something wrong came last.
     Instant lastTrouble() const { return lastTrouble_; }
@@ -76,6 +76,7 @@ private:
     AuditCounts counts_;
     std::vector<AuditLook::Worst> worst_;
     std::string trouble_;
+    std::size_t troubles_ = 0; // since it began
     Instant lastTrouble_{};
     std::optional<Instant> unprovenSince_; // since when no value was compared
     bool toldUnproven_ = false;

@@ -224,11 +224,9 @@ void Station::lookAtPlace() {
                                   shown(*stated) + "; the virtual station follows");
         place_ = stated;
         startEngine();
-    } else if (moved_.empty()) {
+    } else {
         moved_ = "the stream states the position " + shown(*stated) + ", " + text("%.2f m", off) +
-                 " from " + shown(*place_) +
-                 ": nothing goes to rovers until the configuration is read again (SIGHUP), or "
-                 "position = \"follow\" is written";
+                 " from " + shown(*place_);
     }
 }
 

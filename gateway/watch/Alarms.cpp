@@ -1,5 +1,6 @@
 #include "gateway/watch/Alarms.h"
 
+#include "base/Findings.h"
 #include "ctl/status/StatusFile.h"
 
 #include <algorithm>
@@ -16,16 +17,19 @@ constexpr std::size_t kMostRepeated = 10'000;
 struct Hold {
     std::string_view name;
     Duration begins, ends;
+    std::string_view advice = {}; // beside what the text says
 };
 constexpr std::array<Hold, kAlarmKinds> kHolds{{
     {"no_epochs", 10s, 10s}, // after 30 s of silence: another source may take over
     {"few_satellites", 60s, 60s},
     {"system_gone", 60s, 60s},
     {"delay", 30s, 60s},
-    {"moved", 0s, 60s}, // two stations may be mixed in one stream
+    {"moved", 0s, 60s, // two stations may be mixed in one stream
+     "nothing goes to rovers until the configuration is read again (SIGHUP), or position = "
+     "\"follow\" is written"},
     {"audit", 0s, 60s},
     {"clock", 30s, 60s},
-    {"leap_seconds", 0s, 0s},
+    {"leap_seconds", 0s, 0s, "install a newer package"},
     {"certificate", 0s, 0s},
     {"disk", 10s, 60s},
     {"engine", 0s, 60s},
@@ -45,6 +49,21 @@ std::string titleOf(AlarmKind kind) {
     std::string title(nameOf(kind));
     std::ranges::replace(title, '_', ' ');
     return title;
+}
+
+std::string wordsOf(const Alarm& alarm) {
+    if (alarm.lasted)
+        return "lasted " + spanText(*alarm.lasted) + "; last: " + alarm.text;
+    const std::string advice(holdOf(alarm.kind).advice);
+    return advice.empty() ? alarm.text : alarm.text + ": " + advice;
+}
+
+std::string spanText(Duration span) {
+    const double s = std::chrono::duration<double>(span).count();
+    return s < 120.0      ? text("%.0f s", s)
+           : s < 7200.0   ? text("%.0f min", s / 60.0)
+           : s < 172800.0 ? text("%.1f h", s / 3600.0)
+                          : text("%.1f days", s / 86400.0);
 }
 
 std::size_t Repeated::look(std::uint64_t count, std::size_t tooOften, Instant now, Duration span) {
@@ -75,11 +94,14 @@ void Alarms::look(AlarmKind kind, const std::string& station,
         state.rightSince.reset();
         if (!state.wrongSince)
             state.wrongSince = now;
-        if (!state.holds && now - *state.wrongSince >= holdOf(kind).begins) {
+        if (state.holds) {
+            state.holds->text = *wrong;
+        } else if (now - *state.wrongSince >= holdOf(kind).begins) {
             state.holds = Alarm{kind, station, *wrong, ctl::status::nowUnixS()};
+            state.heldSince = now;
             ++holding_;
             ++begun_[static_cast<std::size_t>(kind)];
-            tell_(*state.holds, /*begins=*/true);
+            tell_(*state.holds);
         }
         return;
     }
@@ -88,21 +110,22 @@ void Alarms::look(AlarmKind kind, const std::string& station,
         state.rightSince = now;
     if (state.holds && now - *state.rightSince < holdOf(kind).ends)
         return;
-    end(state);
+    end(state, now);
     states_.erase(found);
 }
 
-void Alarms::end(State& state) {
+void Alarms::end(State& state, Instant now) {
     if (!state.holds)
         return;
     --holding_;
-    tell_(*state.holds, /*begins=*/false);
+    state.holds->lasted = now - state.heldSince;
+    tell_(*state.holds);
 }
 
-void Alarms::forget(const std::string& station) {
+void Alarms::forget(const std::string& station, Instant now) {
     auto it = states_.lower_bound({station, AlarmKind{}});
     while (it != states_.end() && it->first.first == station) {
-        end(it->second);
+        end(it->second, now);
         it = states_.erase(it);
     }
 }

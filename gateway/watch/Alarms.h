@@ -47,9 +47,14 @@ std::string titleOf(AlarmKind kind);
 struct Alarm {
     AlarmKind kind = AlarmKind::noEpochs;
     std::string station; // empty: of the gateway
-    std::string text;    // what is wrong, as it began
+    std::string text;    // what is wrong, as it was last seen
     double sinceUnixS = 0.0;
+    std::optional<Duration> lasted{}; // of one that has ended
 };
+/// For people: what is wrong and what to do, or of one that has ended how long it lasted.
+std::string wordsOf(const Alarm& alarm);
+/// "45 s", "12 min", "3.5 h", "2.1 days".
+std::string spanText(Duration span);
 
 /// Something that happens now and then and must not happen again and again.
 class Repeated {
@@ -68,16 +73,17 @@ private:
 
 class Alarms {
 public:
-    /// Gets each alarm when it begins and when it ends.
-    using Tell = std::function<void(const Alarm& alarm, bool begins)>;
+    /// Gets each alarm when it begins and when it has ended.
+    using Tell = std::function<void(const Alarm& alarm)>;
     explicit Alarms(Tell tell) : tell_(std::move(tell)) {}
 
     /// Said once a second for each thing that can be wrong: what is wrong with it, empty: nothing.
-    /// While it cannot be told, an alarm that holds goes on, and none begins.
+    /// While it cannot be told, an alarm that holds goes on, and none begins. The text of one that
+    /// holds follows.
     void look(AlarmKind kind, const std::string& station, const std::optional<std::string>& wrong,
               Instant now);
     /// The station is no more: its alarms end.
-    void forget(const std::string& station);
+    void forget(const std::string& station, Instant now);
 
     /// Those that hold.
     std::vector<Alarm> now() const;
@@ -90,9 +96,10 @@ private:
     struct State {
         std::optional<Instant> wrongSince, rightSince;
         std::optional<Alarm> holds;
+        Instant heldSince; // while it holds
     };
     using Key = std::pair<std::string, AlarmKind>;
-    void end(State& state);
+    void end(State& state, Instant now);
 
     Tell tell_;
     std::map<Key, State> states_; // only what is wrong or was until lately

@@ -67,7 +67,7 @@ Json alarmOf(const Alarm& alarm) {
     if (!alarm.station.empty())
         out["station"] = alarm.station;
     out["since_unix_s"] = unixTime(alarm.sinceUnixS);
-    out["text"] = fit(alarm.text);
+    out["text"] = fit(wordsOf(alarm));
     return out;
 }
 
@@ -270,10 +270,13 @@ std::string eventsJson(const std::deque<Event>& events, const std::optional<std:
     return dumped({{"events", lastEvents(events, station, EventLog::kMost)}});
 }
 
-std::string alarmJson(const Alarm& alarm, bool begins, double nowUnixS) {
+std::string alarmJson(const Alarm& alarm, const std::string& gateway, double nowUnixS) {
     Json out = alarmOf(alarm);
-    out["state"] = begins ? "begins" : "ends";
+    out["gateway"] = fit(gateway);
+    out["state"] = alarm.lasted ? "ends" : "begins";
     out["at_unix_s"] = unixTime(nowUnixS);
+    if (alarm.lasted)
+        out["lasted_s"] = rounded(std::chrono::duration<double>(*alarm.lasted).count(), 1e-3);
     return dumped(out);
 }
 

@@ -55,6 +55,6 @@ std::string metricsText(std::span<const StationCounts> stations, const Alarms& a
                         const Totals& totals);
 
 /// The body that a webhook gets.
-std::string alarmJson(const Alarm& alarm, bool begins, double nowUnixS);
+std::string alarmJson(const Alarm& alarm, const std::string& gateway, double nowUnixS);
 
 } // namespace gateway

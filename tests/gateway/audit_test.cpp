@@ -109,7 +109,7 @@ Outcome audited(const Answered& a, ref::Answer answer, const Alter& alter,
                 for (const ref::Frame& f : ref::goodFrames(on.bytes))
                     out.positions += f.type == 1005 || f.type == 1006 ? 1 : 0;
             }
-            if (audit.trouble() != (out.troubles.empty() ? "" : out.troubles.back()))
+            if (audit.trouble().empty() != (out.troubles.empty() || out.troubles.back().empty()))
                 out.troubles.push_back(audit.trouble());
         }
     }

@@ -69,7 +69,12 @@ struct Hook {
 };
 
 Alarm alarmOf(const std::string& station, const std::string& text = "rovers get nothing") {
-    return {AlarmKind::moved, station, text, 1.5};
+    return {AlarmKind::audit, station, text, 1.5};
+}
+
+Alarm ended(Alarm alarm) {
+    alarm.lasted = 72s;
+    return alarm;
 }
 
 /// Until that holds, 25 s at most.
@@ -87,59 +92,82 @@ void end(asio::io_context& context, Notifier& notifier) {
 
 } // namespace
 
-TEST(Webhook, IsCalledAgainUntilItTakesWhatComesInOrder) {
+// Each by itself: what one refuses or does not answer is nothing to the others.
+TEST(Webhook, IsCalledAgainWhereThatMayHelpAndGetsAllInOrder) {
     const Lines lines;
     asio::io_context context;
-    const std::vector<std::string> bad[] = {
-        {"HTTP/1.1 500 Internal Server Error\r\n\r\n", "nonsense\r\n\r\n"},
-        {"HTTP/1.1 302 Found\r\nLocation: http://127.0.0.1:1/\r\n\r\n"},
-        {"endless"},
-        {"HTTP/1.1 401 Unauthorized\r\n\r\n"}};
+    struct Case {
+        std::vector<std::string> bad;
+        std::size_t calls; // until it has got the last
+    };
+    const Case cases[] = {{{"HTTP/1.1 500 Internal Server Error\r\n\r\n", "nonsense\r\n\r\n"}, 4},
+                          {{"HTTP/1.1 429 Too Many Requests\r\n\r\n"}, 3},
+                          {{"endless"}, 3},
+                          {{"HTTP/1.1 302 Found\r\nLocation: http://127.0.0.1:1/\r\n\r\n"}, 2},
+                          {{"HTTP/1.1 404 Not Found\r\n\r\n"}, 2},
+                          {{}, 2}};
     std::list<Hook> hooks;
-    std::list<Notifier> notifiers;
-    for (const auto& answers : bad) {
-        const Hook& hook = hooks.emplace_back(context, answers);
-        AlarmSettings settings;
-        settings.webhook = hook.url(hooks.size() == 4 ? "joe:a%3Ab@" : "");
-        Notifier& notifier = notifiers.emplace_back(context.get_executor());
-        notifier.apply(settings);
-        notifier.tell(alarmOf("CANB"), /*begins=*/true);
-        notifier.tell(alarmOf("CANB"), /*begins=*/false);
+    Settings settings;
+    settings.name = "roof \xff";
+    settings.alarms.webhooks = {"http://127.0.0.1:1/"}; // nobody is there
+    for (const Case& c : cases) {
+        const Hook& hook = hooks.emplace_back(context, c.bad);
+        settings.alarms.webhooks.push_back(hook.url(c.bad.empty() ? "joe:a%3Ab@" : ""));
     }
+    Notifier notifier(context.get_executor());
+    notifier.apply(settings);
+    notifier.tell(alarmOf("CANB"));
+    notifier.tell(ended(alarmOf("CANB")));
     EXPECT_TRUE(becomes(context, [&] {
-        auto answers = std::begin(bad);
-        return std::ranges::all_of(
-            hooks, [&](const Hook& h) { return h.got.size() == (answers++)->size() + 2; });
+        const Case* c = std::begin(cases);
+        return std::ranges::all_of(hooks,
+                                   [&](const Hook& h) { return h.got.size() == (c++)->calls; });
     }));
     for (const Hook& hook : hooks) {
         const std::string& last = hook.got.back();
         EXPECT_TRUE(last.starts_with("POST /alarms?a=b HTTP/1.1\r\n")) << last;
         const auto json = nlohmann::json::parse(last.substr(last.find('{')));
+        EXPECT_EQ(json["gateway"], "roof ?");
         EXPECT_EQ(json["state"], "ends");
-        EXPECT_EQ(json["kind"], "moved");
+        EXPECT_EQ(json["kind"], "audit");
         EXPECT_EQ(json["station"], "CANB");
-        EXPECT_EQ(json["text"], "rovers get nothing");
+        EXPECT_EQ(json["text"], "lasted 72 s; last: rovers get nothing");
+        EXPECT_EQ(json["lasted_s"], 72.0);
         EXPECT_NE(hook.got[hook.got.size() - 2].find("begins"), last.npos);
     }
     EXPECT_NE(hooks.back().got.front().find("Authorization: Basic am9lOmE6Yg==\r\n"),
               std::string::npos)
         << hooks.back().got.front();
-    EXPECT_NE(lines.kept.all.find("alarms: the webhook: it answers with 302; again in 2 s"),
-              std::string::npos)
-        << lines.kept.all;
-    for (Notifier& notifier : notifiers)
-        end(context, notifier);
+    const auto tells = [&](const std::string& of, const std::string& what) {
+        const std::string origin = of.substr(0, of.find('/', std::string("http://").size()));
+        EXPECT_NE(lines.kept.all.find("alarms: the webhook " + origin + what + "\n"),
+                  std::string::npos)
+            << what << '\n'
+            << lines.kept.all;
+    };
+    const auto& urls = settings.alarms.webhooks;
+    tells(urls[2], ": it answers with 429; again in 2 s");
+    tells(urls[4], ": it answers with 302; dropped: audit of CANB begins");
+    tells(urls[5], ": it answers with 404; dropped: audit of CANB begins");
+    EXPECT_EQ(lines.kept.all.find("joe"), std::string::npos);
+
+    settings.alarms.webhooks = {urls.begin() + 1, urls.end()};
+    notifier.apply(settings);
+    tells("http://127.0.0.1:1", " is called no longer: 2 alarms that wait are dropped");
+    notifier.tell(alarmOf("SYDN"));
+    EXPECT_TRUE(becomes(context, [&] { return hooks.back().got.size() == 3; }));
+    end(context, notifier);
 }
 
 TEST(Webhook, ThatIsDownHoldsUpNothingAndDropsTheOldest) {
     const Lines lines;
     asio::io_context context;
-    AlarmSettings settings;
-    settings.webhook = "http://127.0.0.1:1/";
+    Settings settings;
+    settings.alarms.webhooks = {"http://127.0.0.1:1/"};
     Notifier notifier(context.get_executor());
     notifier.apply(settings);
     for (int i = 0; i < 10'500; ++i)
-        notifier.tell(alarmOf("S" + std::to_string(i)), /*begins=*/true);
+        notifier.tell(alarmOf("S" + std::to_string(i)));
     EXPECT_TRUE(
         becomes(context, [&] { return lines.kept.all.find("again in") != std::string::npos; }));
     const std::size_t dropped =
@@ -159,18 +187,18 @@ TEST(AlarmCommand, GetsItsArgumentsAsTheyAre) {
                            << "'\nenv | grep -c . >>'" << out.string()
                            << "'\necho '<4>not sent' >&2\nexit 7\n";
     fs::permissions(command, fs::perms::owner_all);
-    AlarmSettings settings;
-    settings.command = command;
+    Settings settings;
+    settings.alarms.command = command;
     Notifier notifier(context.get_executor());
     notifier.apply(settings);
     const std::string hostile = "$(touch pwned) `id`; \"'*\n-rf --help";
-    notifier.tell(alarmOf("CANB", hostile), /*begins=*/true);
-    notifier.tell({AlarmKind::disk, "", "full", 0.0}, /*begins=*/false);
+    notifier.tell(alarmOf("CANB", hostile));
+    notifier.tell(ended({AlarmKind::disk, "", "full", 0.0}));
     EXPECT_TRUE(becomes(context, [&] { return readFile(out).find("full") != std::string::npos; }));
     end(context, notifier);
-    EXPECT_TRUE(readFile(out).starts_with("begins|moved|CANB|" + hostile + "|3\n")) // with PWD
+    EXPECT_TRUE(readFile(out).starts_with("begins|audit|CANB|" + hostile + "|3\n")) // with PWD
         << readFile(out);
-    EXPECT_NE(readFile(out).find("ends|disk|-|full|"), std::string::npos);
+    EXPECT_NE(readFile(out).find("ends|disk|-|lasted 72 s; last: full|"), std::string::npos);
     EXPECT_NE(lines.kept.all.find(command.string() + ": not sent\n"), std::string::npos)
         << lines.kept.all;
     EXPECT_NE(lines.kept.all.find(command.string() + ": ended with status 7\n"), std::string::npos);

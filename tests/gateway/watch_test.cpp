@@ -30,9 +30,9 @@ constexpr Instant kStart{1000h};
 
 struct Told {
     std::vector<std::string> lines;
-    Alarms alarms{[this](const Alarm& a, bool begins) {
-        lines.push_back((begins ? "+" : "-") + std::string(nameOf(a.kind)) + " " + a.station +
-                        ": " + a.text);
+    Alarms alarms{[this](const Alarm& a) {
+        lines.push_back((a.lasted ? "-" : "+") + std::string(nameOf(a.kind)) + " " + a.station +
+                        ": " + wordsOf(a));
     }};
 };
 
@@ -91,14 +91,15 @@ TEST(Alarms, BeginOnceWhatLastsAndEndItOnce) {
     look("", 110s); // a blink of the other kind
     look("9", 120s);
     ASSERT_EQ(t.lines, std::vector<std::string>{"+few_satellites CANB: 7"});
-    EXPECT_EQ(t.alarms.ofStation("CANB").size(), 1U);
+    ASSERT_EQ(t.alarms.ofStation("CANB").size(), 1U);
+    EXPECT_EQ(t.alarms.ofStation("CANB")[0].text, "9");
     EXPECT_TRUE(t.alarms.ofStation("CAN").empty());
     look("", 130s);
     look("", 189s);
     EXPECT_EQ(t.alarms.count(), 1U);
     look("", 190s);
     ASSERT_EQ(t.lines.size(), 2U);
-    EXPECT_EQ(t.lines[1], "-few_satellites CANB: 7");
+    EXPECT_EQ(t.lines[1], "-few_satellites CANB: lasted 90 s; last: 9");
     EXPECT_EQ(t.alarms.count(), 0U);
 
     // While it cannot be told, nothing begins or ends, and what was before does not count.
@@ -121,9 +122,10 @@ TEST(Alarms, BeginOnceWhatLastsAndEndItOnce) {
     EXPECT_EQ(t.lines.size(), 4U);
 
     t.alarms.look(AlarmKind::moved, "CANB", "50 m", kStart);
+    EXPECT_TRUE(t.lines.back().starts_with("+moved CANB: 50 m: nothing goes to rovers until"));
     t.alarms.look(AlarmKind::moved, "SYDN", "9 m", kStart);
-    t.alarms.forget("CANB");
-    EXPECT_EQ(t.lines.back(), "-moved CANB: 50 m");
+    t.alarms.forget("CANB", kStart + 12h);
+    EXPECT_EQ(t.lines.back(), "-moved CANB: lasted 12.0 h; last: 50 m");
     EXPECT_EQ(t.alarms.now().size(), 1U);
     EXPECT_EQ(t.alarms.begun()[static_cast<std::size_t>(AlarmKind::moved)], 2U);
 }
