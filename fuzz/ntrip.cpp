@@ -5,6 +5,8 @@
 #include "gateway/ntrip/Request.h"
 #include "gateway/ntrip/SourceTable.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cmath>
 
@@ -17,6 +19,14 @@ using namespace gateway::ntrip;
 
 bool printableText(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
+bool isUtf8(const std::string& text) {
+    try {
+        return !nlohmann::json(text).dump().empty();
+    } catch (const nlohmann::json::exception&) {
+        return false;
+    }
 }
 
 AnswerReader::State stateOf(const std::string& answer, AnswerReader::Asked asked) {
@@ -39,14 +49,18 @@ void readRequest(Bytes bytes) {
     const std::string_view text = textOf(bytes);
     const std::optional<std::size_t> length = headLength(text);
     const auto [request, refusal] = parseRequest(text.substr(0, length.value_or(text.size())));
-    for (const std::string* shown : {&request.mount, &request.user, &request.agent, &request.gga})
+    for (const std::string* shown : {&request.mount, &request.user, &request.gga})
         require(printableText(*shown), "texts of a client are printable");
+    for (const char c : request.agent)
+        require(static_cast<unsigned char>(c) >= ' ' && c != 0x7F, "an agent has no controls");
+    require(isUtf8(request.agent), "an agent is UTF-8");
     const bool push = request.kind == Request::Kind::push;
     const auto asked = push ? AnswerReader::Asked::push : AnswerReader::Asked::stream;
     using State = AnswerReader::State;
     require(stateOf(grantText(request, "today"), asked) == State::stream, "a grant is understood");
-    for (const Refusal why : {Refusal::malformed, Refusal::method, Refusal::unauthorized,
-                              Refusal::notFound, Refusal::taken, Refusal::tooMany})
+    for (const Refusal why :
+         {Refusal::malformed, Refusal::method, Refusal::unauthorized, Refusal::notFound,
+          Refusal::taken, Refusal::tooMany, Refusal::lockedOut})
         require(stateOf(refusalText(request, why, "today"), asked) == State::refused,
                 "a refusal is understood");
     if (!push)

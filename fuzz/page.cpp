@@ -24,6 +24,7 @@ constexpr std::string_view kKnown = "for those who may look";
 class View final : public WebView {
 public:
     std::string fleetHead() const override { return "\"totals\":{}"; }
+    std::string alarms() const override { return "[]"; }
     std::map<std::string, std::string> summaries() const override {
         return {{"A", "\"" + std::string(kKnown) + "\""}};
     }
@@ -73,9 +74,11 @@ struct Page {
     View view;
     bool admitted = false;
     WebServer server{context.get_executor(), view,
-                     [this](std::string, std::string user, Secret password) -> awaitable<bool> {
+                     [this](std::string, std::string user, Secret password) -> awaitable<Login> {
+                         if (user == "mallory")
+                             co_return Login::lockedOut;
                          admitted = admitted || (user == "bob" && password.reveal() == "right");
-                         co_return admitted;
+                         co_return admitted ? Login::right : Login::wrong;
                      }};
 };
 
@@ -86,7 +89,8 @@ bool contains(std::string_view text, std::string_view part) {
 void requireAnswers(std::string_view told) {
     if (told.empty())
         return;
-    constexpr std::array known{"200", "304", "400", "401", "404", "421", "503"};
+    constexpr std::array known{"200", "304", "400", "401", "404", "405",
+                               "414", "421", "429", "431", "503"};
     require(told.starts_with("HTTP/1.1 ") && std::ranges::count(known, told.substr(9, 3)) == 1,
             "an answer has a status of HTTP");
     const std::string_view head = told.substr(0, told.find("\r\n\r\n"));

@@ -94,7 +94,7 @@ void Overview::lookAt(Station& station, Instant now) {
     look(AlarmKind::delay, delay);
     look(AlarmKind::moved, station.moved());
     look(AlarmKind::audit, station.auditTrouble());
-    const auto ahead = station.watch().clockAheadS();
+    const auto ahead = station.clockAheadS();
     if (!station.isLive())
         clock = "";
     else if (ahead && delivers)
@@ -205,12 +205,13 @@ Totals Overview::totals() const {
         out.rovers += glance.rovers;
         out.sentBytes += station.mountpoint().totals.sentBytes;
     });
+    out.alarms = alarms_.count();
     out.listeners = listeners_;
     return out;
 }
 
 std::string Overview::fleetHead() const {
-    return fleetHeadJson(ctl::status::nowUnixS(), totals(), alarms_.now());
+    return fleetHeadJson(ctl::status::nowUnixS(), totals());
 }
 
 std::map<std::string, std::string> Overview::summaries() const {
@@ -241,8 +242,8 @@ std::string Overview::metrics() const {
     stations_.forEach([&](Station& station) {
         const Mountpoint::Totals& totals = station.mountpoint().totals;
         counts.push_back({station.settings().name, station.glance(), station.watch(),
-                          station.auditLook(), station.engineStarts(), station.failovers(),
-                          totals.cutOff, totals.sentBytes});
+                          station.auditLook(), station.clockAheadS(), station.engineStarts(),
+                          station.failovers(), totals.cutOff, totals.sentBytes});
     });
     return metricsText(counts, alarms_, totals());
 }

@@ -28,6 +28,7 @@ public:
     void setListeners(std::size_t count) { listeners_ = count; }
 
     std::string fleetHead() const override;
+    std::string alarms() const override { return alarmsJson(alarms_.now()); }
     std::map<std::string, std::string> summaries() const override;
     std::optional<std::string> station(const std::string& name) const override;
     std::optional<std::string> events(const std::optional<std::string>& station) const override;

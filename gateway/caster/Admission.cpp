@@ -12,17 +12,19 @@ constexpr std::size_t kMostWrong = 10;
 } // namespace
 
 std::optional<std::string> Admission::refuses(const std::string& address,
-                                              const CasterSettings& limits, Instant now) const {
-    const auto wrong = wrong_.find(address);
-    if (wrong != wrong_.end() && wrong->second.size() >= kMostWrong &&
-        now - wrong->second.back() < kWindow)
-        return "ten wrong passwords in a minute";
+                                              const CasterSettings& limits) const {
     if (clients_ >= limits.mostClients)
         return "there are " + std::to_string(clients_) + " clients (max_clients)";
     const auto here = byAddress_.find(address);
     if (here != byAddress_.end() && here->second >= limits.mostPerAddress)
         return "it has " + std::to_string(here->second) + " connections (max_per_address)";
     return std::nullopt;
+}
+
+bool Admission::locksOut(const std::string& address, Instant now) const {
+    const auto wrong = wrong_.find(address);
+    return wrong != wrong_.end() && wrong->second.size() >= kMostWrong &&
+           now - wrong->second.back() < kWindow;
 }
 
 std::optional<std::string> Admission::refusesUser(const std::string& user,

@@ -15,12 +15,15 @@ namespace gateway {
 class Admission {
 public:
     /// Why a connection from an address is refused now; nothing: it may come.
-    std::optional<std::string> refuses(const std::string& address, const CasterSettings& limits,
-                                       Instant now) const;
+    std::optional<std::string> refuses(const std::string& address,
+                                       const CasterSettings& limits) const;
+    /// Whether so many wrong passwords came from there that nobody there is heard now.
+    bool locksOut(const std::string& address, Instant now) const;
     /// The same of a user who would have one more stream.
     std::optional<std::string> refusesUser(const std::string& user,
                                            const CasterSettings& limits) const;
-    /// A wrong password came from there; true for the one after which it is refused for a minute.
+    /// A wrong password came from there; true for the one after which it is locked out for a
+    /// minute.
     bool wrongPassword(const std::string& address, Instant now);
     /// Whether a refusal is to be told: once a minute for each address.
     bool tellsRefusal(const std::string& address, Instant now);

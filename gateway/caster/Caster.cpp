@@ -164,7 +164,7 @@ awaitable<void> Caster::converse(tcp::socket socket, bool tls) {
     const std::string address = addressOf(socket.remote_endpoint(gone)).to_string();
     if (gone)
         co_return;
-    if (const auto why = admission_.refuses(address, settings_, std::chrono::steady_clock::now())) {
+    if (const auto why = admission_.refuses(address, settings_)) {
         if (admission_.tellsRefusal(address, std::chrono::steady_clock::now()))
             say(Level::warning, "caster", address + " is refused: " + *why);
         co_return;
@@ -193,6 +193,10 @@ awaitable<void> Caster::answer(Channel& channel, const std::string& address) {
     const Request& request = parsed.request;
     if (parsed.refusal) {
         co_await refuse(channel, request, *parsed.refusal);
+        co_return;
+    }
+    if (locksOut(address)) {
+        co_await refuse(channel, request, Refusal::lockedOut);
         co_return;
     }
     if (request.kind == Request::Kind::table) {
@@ -273,14 +277,24 @@ awaitable<bool> Caster::matches(std::string user, Secret password) {
                                       use_awaitable);
 }
 
-awaitable<bool> Caster::admits(std::string address, std::string user, Secret password) {
+bool Caster::locksOut(const std::string& address) {
     const Instant now = std::chrono::steady_clock::now();
-    if (!users_ || admission_.refuses(address, settings_, now))
-        co_return false;
+    if (!admission_.locksOut(address, now))
+        return false;
+    if (admission_.tellsRefusal(address, now))
+        say(Level::warning, "caster", address + " is refused: ten wrong passwords in a minute");
+    return true;
+}
+
+awaitable<Login> Caster::admits(std::string address, std::string user, Secret password) {
+    if (locksOut(address))
+        co_return Login::lockedOut;
+    if (!users_)
+        co_return Login::wrong;
     const bool right = co_await matches(std::move(user), std::move(password));
-    if (!right && admission_.wrongPassword(address, now))
+    if (!right && admission_.wrongPassword(address, std::chrono::steady_clock::now()))
         tellLockedOut(address);
-    co_return right;
+    co_return right ? Login::right : Login::wrong;
 }
 
 awaitable<void> Caster::serve(Channel& channel, Request request, Station& station, std::string hash,

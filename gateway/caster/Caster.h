@@ -52,7 +52,7 @@ public:
 
     std::size_t clients() const { return admission_.clients(); }
     /// Whether a user has this password, as one who would have a stream is asked.
-    awaitable<bool> admits(std::string address, std::string user, Secret password);
+    awaitable<Login> admits(std::string address, std::string user, Secret password);
 
 private:
     awaitable<void> converse(tcp::socket socket, bool tls);
@@ -68,6 +68,7 @@ private:
     awaitable<Entry> entryOf(const ntrip::Request& request, const Access& access);
     void tellRefused(const std::string& address, const ntrip::Request& request,
                      const std::string& station, Entry entry);
+    bool locksOut(const std::string& address);
     awaitable<void> refuse(Channel& channel, const ntrip::Request& request, ntrip::Refusal why);
 
     asio::any_io_executor executor_;

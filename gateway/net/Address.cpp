@@ -408,8 +408,9 @@ std::string shown(const Address& a) {
     return out + joined(keys);
 }
 
-HostPort parseListener(std::string_view text) {
-    constexpr std::string_view form = "[::]:2101 for any address, or such as 192.0.2.10:2101";
+HostPort parseListener(std::string_view text, std::uint16_t usualPort) {
+    const std::string port = std::to_string(usualPort);
+    const std::string form = "[::]:" + port + " for any address, or such as 192.0.2.10:" + port;
     const auto parsed = urls::parse_authority(text);
     if (!parsed || parsed->has_userinfo() || parsed->host_address().empty())
         wrong("is no address with a port", write(form));

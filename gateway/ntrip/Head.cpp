@@ -1,5 +1,7 @@
 #include "gateway/ntrip/Head.h"
 
+#include "ctl/dump/Fields.h"
+
 #include <boost/beast/core/string.hpp>
 #include <openssl/evp.h>
 
@@ -51,6 +53,16 @@ std::string printable(std::string_view text, std::size_t most) {
     std::string out(text.substr(0, most));
     std::replace_if(
         out.begin(), out.end(), [](char c) { return !isPrintableByte(c); }, '?');
+    return out;
+}
+
+std::string readable(std::string_view text, std::size_t most) {
+    std::string out = ctl::dump::clean(text);
+    if (out.size() > most) {
+        while (most > 0 && (out[most] & 0xC0) == 0x80) // no half character
+            --most;
+        out.resize(most);
+    }
     return out;
 }
 

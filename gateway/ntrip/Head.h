@@ -12,6 +12,10 @@
 
 namespace gateway::ntrip {
 
+/// To who comes from an address of which too many wrong passwords have come.
+inline constexpr std::string_view kLockedOut =
+    "ten wrong passwords in a minute have come from your address: try again in a minute";
+
 /// "NTRIP kestrune-gateway/2.5": what the gateway calls itself towards both sides.
 std::string_view product();
 
@@ -22,6 +26,8 @@ std::string withCrLf(std::string_view head);
 bool isPrintable(std::string_view text);
 /// What a peer wrote, fit for a log: '?' for all that is not printable ASCII, cut where it is long.
 std::string printable(std::string_view text, std::size_t most);
+/// The same of UTF-8: what people can read stays; at most so many bytes.
+std::string readable(std::string_view text, std::size_t most);
 
 std::string base64(std::string_view bytes);
 /// Nothing for text that no encoder writes: other characters, padding that is missing or misplaced.

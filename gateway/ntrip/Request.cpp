@@ -172,7 +172,7 @@ std::optional<Refusal> takeHead(std::string_view text, Request& request) {
     }
     for (const std::string_view name : {"User-Agent", "Source-Agent"})
         if (request.agent.empty())
-            request.agent = printable(view(read[name]), kLongestText);
+            request.agent = readable(view(read[name]), kLongestText);
     request.gga = printable(view(read["Ntrip-GGA"]), kLongestText);
     const std::optional<Refusal> refused = takeLine(read, request);
     return refused ? refused : takeCoding(parser, request);
@@ -181,7 +181,7 @@ std::optional<Refusal> takeHead(std::string_view text, Request& request) {
 /// What the caster says in each case: to HTTP, and to a source of version 1.
 struct RefusalTexts {
     Refusal refusal;
-    std::string_view status, source;
+    std::string_view status, source, why = {};
 };
 constexpr RefusalTexts kRefusals[] = {
     {Refusal::malformed, "400 Bad Request", "Bad Request"},
@@ -190,6 +190,7 @@ constexpr RefusalTexts kRefusals[] = {
     {Refusal::notFound, "404 Not Found", "Bad Mountpoint"},
     {Refusal::taken, "409 Conflict", "Mount Point Taken or Invalid"},
     {Refusal::tooMany, "429 Too Many Requests", "Too Many Requests"},
+    {Refusal::lockedOut, "429 Too Many Requests", "Bad Password", kLockedOut},
 };
 
 std::string quoted(std::string_view text) {
@@ -285,9 +286,10 @@ std::string refusalText(const Request& request, Refusal refusal, const std::stri
         out += "WWW-Authenticate: Basic realm=" + quoted("/" + request.mount) + "\r\n";
     else if (refusal == Refusal::method)
         out += "Allow: GET, HEAD, POST, PUT\r\n";
-    else if (refusal == Refusal::tooMany)
+    else if (refusal == Refusal::tooMany || refusal == Refusal::lockedOut)
         out += "Retry-After: 60\r\n";
-    return out + withBody(request, "text/plain", status + "\r\n");
+    const std::string why = row->why.empty() ? "" : std::string(row->why) + "\r\n";
+    return out + withBody(request, "text/plain", status + "\r\n" + why);
 }
 
 bool sendsChunks(const Request& request) {

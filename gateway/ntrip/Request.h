@@ -13,7 +13,7 @@
 
 /// Request: what a client asks of a caster, NTRIP version 1 (RTCM 10410.0), version 2 (RTCM
 /// 10410.1) or plain HTTP, and what the caster says to it. Bytes in, bytes out; no sockets.
-/// Texts of a client are printable ASCII here: they are fit for a log.
+/// Texts of a client are printable here, names in ASCII: they are fit for a log.
 
 namespace gateway::ntrip {
 
@@ -38,7 +38,7 @@ struct Request {
     bool named = false;                  // credentials were sent
     std::string user;                    // empty: SOURCE has none
     Secret password;
-    std::string agent; // User-Agent or Source-Agent, at most 128 characters
+    std::string agent; // User-Agent or Source-Agent, UTF-8; of at most 128 bytes
     std::string gga;   // Ntrip-GGA, where a rover says its position; at most 128 characters
 };
 
@@ -47,7 +47,7 @@ struct Request {
 std::optional<std::size_t> headLength(std::string_view received);
 
 /// Why a request is refused; the answer is refusalText.
-enum class Refusal { malformed, method, unauthorized, notFound, taken, tooMany };
+enum class Refusal { malformed, method, unauthorized, notFound, taken, tooMany, lockedOut };
 
 struct Parsed {
     Request request;                // as far as it was understood, so that it can be answered

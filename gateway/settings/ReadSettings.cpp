@@ -33,6 +33,7 @@ constexpr int kMostSyntaxFaults = 20;
 constexpr std::size_t kLongestStationName = 100;
 constexpr std::size_t kMostClients = 10'000;
 constexpr double kFarthestOffsetM = 5000.0;
+constexpr std::uint16_t kPagePort = 8080, kEnginePort = 2200; // in advice
 
 constexpr std::string_view kSections[] = {"gateway", "caster", "web", "alarms", "station"};
 constexpr std::string_view kGatewayKeys[] = {"name", "state", "engine", "address"};
@@ -151,10 +152,15 @@ auto parseFor(Use use) {
     return [use](const std::string& text) { return parseAddress(text, use); };
 }
 
-std::vector<HostPort> listenersOf(const Section& section, std::string_view key) {
+auto listenerAt(std::uint16_t usualPort) {
+    return [usualPort](const std::string& text) { return parseListener(text, usualPort); };
+}
+
+std::vector<HostPort> listenersOf(const Section& section, std::string_view key,
+                                  std::uint16_t usualPort) {
     std::vector<HostPort> out;
     for (const PlacedText& item : section.texts(key))
-        if (auto listener = addressOf(section, key, item, parseListener))
+        if (auto listener = addressOf(section, key, item, listenerAt(usualPort)))
             out.push_back(std::move(*listener));
     return out;
 }
@@ -221,7 +227,7 @@ private:
             section.error("address", "engines that the gateway starts have no address",
                           "write engine = \"external\", or leave it out");
         if (const auto address = section.placedText("address"))
-            out_.externalEngine = addressOf(section, "address", *address, parseListener);
+            out_.externalEngine = addressOf(section, "address", *address, listenerAt(kEnginePort));
         if (out_.externalEngine && out_.externalEngine->port == 0)
             section.error("address", "the port is 0", "write the port of the first station");
     }
@@ -229,8 +235,8 @@ private:
     void readCaster(const Section& section) {
         CasterSettings& c = out_.caster;
         section.tellUnknown(kCasterKeys);
-        c.listen = listenersOf(section, "listen");
-        c.listenTls = listenersOf(section, "listen_tls");
+        c.listen = listenersOf(section, "listen", kNtripPort);
+        c.listenTls = listenersOf(section, "listen_tls", kNtripPort + 1);
         for (const auto& [key, path] : {std::pair("certificate", &c.certificate),
                                         std::pair("key", &c.key), std::pair("users", &c.users)})
             if (auto value = section.text(key))
@@ -254,7 +260,7 @@ private:
         if (section.isEmptyList("listen"))
             out_.web.listen.clear();
         else if (section.has("listen"))
-            out_.web.listen = listenersOf(section, "listen");
+            out_.web.listen = listenersOf(section, "listen", kPagePort);
         constexpr std::string_view words[] = {"machine", "users", "anyone"};
         if (const auto who = section.word("access", words))
             out_.web.access = static_cast<WebSettings::Access>(*who);

@@ -25,6 +25,9 @@
 
 namespace gateway {
 
+/// What becomes of one who sends a name and a password.
+enum class Login { right, wrong, lockedOut };
+
 /// A number of digests, the ones used last.
 class ProvenPasswords {
 public:

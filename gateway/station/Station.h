@@ -56,6 +56,8 @@ public:
     bool tried() const { return feed_.tried(); }
     /// Whether its stream has the time of now: it is no recording.
     bool isLive() const;
+    /// How far the stream's time is ahead of the machine's, s; nothing for a recording.
+    std::optional<double> clockAheadS() const;
     Instant startedAt() const { return startedAt_; }
 
     /// As of the last tick.

@@ -45,6 +45,10 @@ bool Station::isLive() const {
            });
 }
 
+std::optional<double> Station::clockAheadS() const {
+    return isLive() ? watch_.clockAheadS() : std::nullopt;
+}
+
 AuditLook Station::auditLook() const {
     return audit_ ? AuditLook{true, audit_->counts(), audit_->worst()} : AuditLook{};
 }

@@ -52,7 +52,7 @@ constexpr PerStation kPerStation[] = {
     {"gateway_withheld_epochs_total", "counter", "Epochs that the audit withheld.",
      [](const StationCounts& s) { return std::optional(number(s.audit.counts.wrongEpochs)); }},
     {"gateway_clock_ahead_seconds", "gauge", "The stream's time minus the machine's.",
-     [](const StationCounts& s) { return s.watch.clockAheadS(); }}};
+     [](const StationCounts& s) { return s.clockAheadS; }}};
 
 std::string stationLabel(const StationCounts& s) {
     return label("station", s.name);

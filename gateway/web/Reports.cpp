@@ -214,16 +214,19 @@ std::string summaryJson(const StationRow& row) {
     return dumped(summaryOf(row));
 }
 
-std::string fleetHeadJson(double atUnixS, const Totals& totals, const std::vector<Alarm>& alarms) {
+std::string alarmsJson(const std::vector<Alarm>& alarms) {
+    return dumped(alarmsOf(alarms));
+}
+
+std::string fleetHeadJson(double atUnixS, const Totals& totals) {
     const Json members{{"at_unix_s", unixTime(atUnixS)},
                        {"version", KESTRUNE_VERSION},
                        {"totals",
                         {{"stations_count", totals.stations},
                          {"delivering_count", totals.delivering},
                          {"rovers_count", totals.rovers},
-                         {"alarms_count", alarms.size()},
-                         {"sent_bytes_total", totals.sentBytes}}},
-                       {"alarms", alarmsOf(alarms)}};
+                         {"alarms_count", totals.alarms},
+                         {"sent_bytes_total", totals.sentBytes}}}};
     const std::string object = dumped(members);
     return object.substr(1, object.size() - 2);
 }

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-/// Reports: what the gateway knows, as JSON (gateway/web/openapi.yaml) and for Prometheus (text
+/// Reports: what the gateway knows, as JSON (gateway/web/openapi.json) and for Prometheus (text
 /// format 0.0.4). Texts of others are made well-formed; no number is one that JSON lacks.
 
 namespace gateway {
@@ -26,11 +26,13 @@ std::string summaryJson(const StationRow& row);
 
 struct Totals {
     std::size_t stations = 0, delivering = 0, rovers = 0;
+    std::size_t alarms = 0;      // that hold
     std::size_t listeners = 0;   // to what happens
     std::uint64_t sentBytes = 0; // to rovers
 };
-/// The members of a fleet that are not its stations.
-std::string fleetHeadJson(double atUnixS, const Totals& totals, const std::vector<Alarm>& alarms);
+/// The members of a fleet that are neither its stations nor its alarms.
+std::string fleetHeadJson(double atUnixS, const Totals& totals);
+std::string alarmsJson(const std::vector<Alarm>& alarms);
 
 struct StationReport {
     StationRow row;
@@ -49,6 +51,7 @@ struct StationCounts {
     StationGlance glance;
     const StationWatch& watch;
     AuditLook audit;
+    std::optional<double> clockAheadS; // of a stream of now
     std::uint64_t engineStarts = 0, failovers = 0, roversCut = 0, sentBytes = 0;
 };
 std::string metricsText(std::span<const StationCounts> stations, const Alarms& alarms,

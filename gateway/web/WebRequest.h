@@ -2,6 +2,8 @@
 
 #include "gateway/net/Secret.h"
 
+#include <boost/beast/http/status.hpp>
+
 #include <map>
 #include <optional>
 #include <string>
@@ -22,11 +24,20 @@ struct WebRequest {
     std::string host, sameAs; // sameAs: If-None-Match
 };
 
-/// Of a whole head; nothing where it is malformed or asks for something else than to read.
-std::optional<WebRequest> parseWebRequest(std::string_view head);
+/// Why a request is refused.
+struct WebRefusal {
+    boost::beast::http::status status;
+    std::string_view why;
+};
+struct ParsedWeb {
+    WebRequest request;
+    std::optional<WebRefusal> refusal;
+};
+/// Of a head, with its end. One that is cut off, as it is too long, is refused for that.
+ParsedWeb parseWebRequest(std::string_view head);
 
-/// Whether a host (with or without a port) is this machine by the loopback; a browser that a
-/// foreign name has led here sends that name.
+/// Whether a host (with or without a port) is this machine by the loopback, however the name is
+/// written (RFC 4343, RFC 1034 3.1); a browser that a foreign name has led here sends that name.
 bool isLoopbackName(std::string_view host);
 
 } // namespace gateway

@@ -29,10 +29,11 @@ struct WebAnswer {
 namespace {
 
 constexpr Duration kRequestLimit = 10s;
-constexpr Duration kIdleLimit = 60s;   // of a connection between two requests
-constexpr Duration kTellLimit = 30s;   // for an answer
-constexpr int kSendBytes = 256 * 1024; // that wait in the kernel
-constexpr unsigned kQuietTicks = 10;   // then a comment keeps the stream alive
+constexpr Duration kIdleLimit = 60s;       // of a connection between two requests
+constexpr Duration kTellLimit = 30s;       // for an answer
+constexpr Duration kPassOverLimit = 500ms; // for a peer that is refused to read why
+constexpr int kSendBytes = 256 * 1024;     // that wait in the kernel
+constexpr unsigned kQuietTicks = 10;       // then a comment keeps the stream alive
 constexpr std::string_view kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
     "connect-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
@@ -98,7 +99,7 @@ SharedBytes shared(const std::string& text) {
 
 std::string fleetJson(const WebView& view, const std::map<std::string, std::string>& summaries,
                       const std::vector<std::string>& removed) {
-    std::string out = "{" + view.fleetHead() + ",\"stations\":[";
+    std::string out = "{" + view.fleetHead() + ",\"alarms\":" + view.alarms() + ",\"stations\":[";
     const char* between = "";
     for (const auto& [name, summary] : summaries) {
         out += between + summary;
@@ -110,7 +111,7 @@ std::string fleetJson(const WebView& view, const std::map<std::string, std::stri
     return out + "}";
 }
 
-/// Nothing where the client goes or sends no head in time.
+/// Nothing where the client goes; without its end where the head is too long.
 awaitable<std::optional<std::string>> readHead(Channel& channel, std::string& held) {
     std::array<std::uint8_t, 2048> buffer;
     for (;;) {
@@ -121,12 +122,26 @@ awaitable<std::optional<std::string>> readHead(Channel& channel, std::string& he
             co_return head;
         }
         if (held.size() > ntrip::kLongestHead)
-            co_return std::string();
+            co_return held.substr(0, ntrip::kLongestHead);
         const std::size_t n = co_await channel.read(buffer);
         if (n == 0)
             co_return std::nullopt;
         held += textOf(std::span(buffer).first(n));
     }
+}
+
+/// Until the peer has gone: what it sends is nothing to us.
+awaitable<void> passOver(Channel& channel) {
+    std::array<std::uint8_t, 2048> nothing;
+    while (co_await channel.read(nothing) > 0) {
+    }
+}
+
+WebAnswer refusalOf(const WebRefusal& why) {
+    WebAnswer out = problem(why.status, std::string(why.why));
+    if (why.status == http::status::method_not_allowed)
+        out.head.set(http::field::allow, "GET, HEAD");
+    return out;
 }
 
 } // namespace
@@ -200,14 +215,15 @@ awaitable<void> WebServer::converse(ChannelPtr channel, std::string address) {
         if (!head)
             co_return;
         conversation.waits = std::chrono::steady_clock::now();
-        const std::optional<WebRequest> request = parseWebRequest(*head);
-        if (!request) {
-            WebAnswer refusal = problem(http::status::bad_request, "no request of HTTP 1.1");
-            co_await within(kTellLimit, send(*channel, std::move(refusal), false, false),
+        const ParsedWeb parsed = parseWebRequest(*head);
+        if (parsed.refusal) {
+            co_await within(kTellLimit, send(*channel, refusalOf(*parsed.refusal), false, false),
                             "takes no answer");
+            // Closed with something unread, the connection would be reset and the answer lost.
+            co_await within(kPassOverLimit, passOver(*channel), "goes on");
             co_return;
         }
-        if (!co_await answer(conversation, *request, address))
+        if (!co_await answer(conversation, parsed.request, address))
             co_return;
         conversation.waits = std::chrono::steady_clock::now();
     }
@@ -221,10 +237,13 @@ awaitable<bool> WebServer::answer(Conversation& with, const WebRequest& request,
     if (settings_.access == WebSettings::Access::machine && !isLoopbackName(request.host)) {
         out.emplace(problem(http::status::misdirected_request, "this page is for this machine"));
     } else if (settings_.access == WebSettings::Access::users && !open) {
-        bool admitted = false;
+        auto login = Login::wrong;
         if (request.named)
-            admitted = co_await admits_(address, request.user, request.password);
-        if (!admitted) {
+            login = co_await admits_(address, request.user, request.password);
+        if (login == Login::lockedOut) {
+            out.emplace(problem(http::status::too_many_requests, std::string(ntrip::kLockedOut)));
+            out->head.set(http::field::retry_after, "60");
+        } else if (login == Login::wrong) {
             out.emplace(problem(http::status::unauthorized, "a user of the caster is asked for"));
             out->head.set(http::field::www_authenticate,
                           "Basic realm=\"Kestrune\", charset=\"UTF-8\"");
@@ -321,7 +340,7 @@ awaitable<void> WebServer::tellLive(Conversation& with, const WebRequest& reques
     if (hearer.station.empty()) {
         // What others are told next is told to this one as well.
         if (std::ranges::none_of(hearers_, [](const Hearer* h) { return h->station.empty(); }))
-            told_ = view_.summaries();
+            told_ = view_.summaries(), toldAlarms_ = view_.alarms();
         text += eventText("fleet", fleetJson(view_, told_, {}));
     } else {
         text += eventText("station", *view_.station(hearer.station));
@@ -339,12 +358,7 @@ awaitable<void> WebServer::tellLive(Conversation& with, const WebRequest& reques
             bytes = co_await to.outbox.next();
         }
     };
-    const auto listen = [](Channel& from) -> awaitable<void> {
-        std::array<std::uint8_t, 256> nothing;
-        while (co_await from.read(nothing) > 0) {
-        }
-    };
-    co_await firstOf(write(hearer, std::move(text)), listen(with.channel));
+    co_await firstOf(write(hearer, std::move(text)), passOver(with.channel));
 }
 
 void WebServer::tick() {
@@ -368,9 +382,11 @@ void WebServer::tick() {
             for (const auto& [name, summary] : told_)
                 if (!now.contains(name))
                     removed.push_back(name);
-            if (!changed.empty() || !removed.empty())
+            std::string alarms = view_.alarms();
+            if (!changed.empty() || !removed.empty() || alarms != toldAlarms_)
                 text = eventText("fleet", fleetJson(view_, changed, removed));
             told_ = std::move(now);
+            toldAlarms_ = std::move(alarms);
         } else if (const auto json = view_.station(hearer->station)) {
             text = eventText("station", *json);
         }

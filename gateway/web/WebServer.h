@@ -4,6 +4,7 @@
 #include "gateway/net/Outbox.h"
 #include "gateway/net/Tasks.h"
 #include "gateway/settings/Settings.h"
+#include "gateway/settings/Users.h"
 #include "gateway/web/WebRequest.h"
 
 #include <boost/asio/any_io_executor.hpp>
@@ -22,11 +23,13 @@
 
 namespace gateway {
 
-/// What there is to see; JSON as gateway/web/openapi.yaml describes it.
+/// What there is to see; JSON as gateway/web/openapi.json describes it.
 class WebView {
 public:
-    /// Of a fleet, without the stations: JSON members, no braces.
+    /// Of a fleet, without stations and alarms: JSON members, no braces.
     virtual std::string fleetHead() const = 0;
+    /// Those that hold: a JSON array.
+    virtual std::string alarms() const = 0;
     /// The summary of every station, by name.
     virtual std::map<std::string, std::string> summaries() const = 0;
     /// Nothing where there is no such station.
@@ -52,7 +55,7 @@ public:
 
     /// Whether a user may look; it takes the time of a hash.
     using Admits =
-        std::function<awaitable<bool>(std::string address, std::string user, Secret password)>;
+        std::function<awaitable<Login>(std::string address, std::string user, Secret password)>;
     WebServer(const asio::any_io_executor& executor, const WebView& view, Admits admits);
 
     /// Opens and closes listeners; one that cannot be opened is told, and tried again.
@@ -106,6 +109,7 @@ private:
     std::map<std::string, std::weak_ptr<const std::string>> texts_; // answers, since the last tick
     std::set<Hearer*> hearers_;
     std::map<std::string, std::string> told_; // summaries, as the hearers of the fleet know them
+    std::string toldAlarms_;                  // the same
     unsigned quiet_ = 0;                      // ticks without a word
     Tasks conversations_;
 };

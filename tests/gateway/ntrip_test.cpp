@@ -78,16 +78,22 @@ TEST(NtripRequest, IsReadInEveryDialect) {
         EXPECT_EQ(r.password.reveal(), c.password) << c.head;
         EXPECT_EQ(r.named, c.password[0] != 0 || head.starts_with("SOURCE")) << c.head;
     }
-    const Request all = parseRequest("POST /M HTTP/1.1\r\nUser-Agent: NTRIP \xe9/1\r\n"
-                                     "Expect: 100-Continue\r\nNtrip-GGA: $GPGGA,1\r\n"
-                                     "Ntrip-STR: STR;M;x\r\nContent-Length: 9\r\n\r\n")
-                            .request;
-    EXPECT_EQ(all.agent, "NTRIP ?/1");
+    // Names of people's programs stay; broken UTF-8, controls and overrides of direction do not.
+    const Request all =
+        parseRequest("POST /M HTTP/1.1\r\nUser-Agent: NTRIP Gel\xc3\xa4nde \xe6\xb8\xac"
+                     "\xe9/1\xc2\x9b\xe2\x80\xae\r\n"
+                     "Expect: 100-Continue\r\nNtrip-GGA: $GPGGA,1\r\n"
+                     "Ntrip-STR: STR;M;x\r\nContent-Length: 9\r\n\r\n")
+            .request;
+    EXPECT_EQ(all.agent, "NTRIP Gel\xc3\xa4nde \xe6\xb8\xac?/1??\\u202E");
+    const auto agentOf = [](const std::string& agent) {
+        return parseRequest("GET / HTTP/1.0\r\nUser-Agent: " + agent + "\r\n\r\n").request.agent;
+    };
+    EXPECT_EQ(agentOf(std::string(127, 'x') + "\xc3\xa4").size(), 127U) << "no half character";
+    EXPECT_EQ(agentOf(std::string(300, '\x80')), std::string(128, '?'));
     EXPECT_EQ(all.length, 9U);
     EXPECT_EQ(all.gga, "$GPGGA,1");
-    EXPECT_EQ(parseRequest("GET / HTTP/1.0\r\nUser-Agent: " + std::string(7000, 'x') + "\r\n\r\n")
-                  .request.agent.size(),
-              128U);
+    EXPECT_EQ(agentOf(std::string(7000, 'x')).size(), 128U);
 }
 
 TEST(NtripRequest, RefusesWhatIsNoRequest) {
@@ -198,7 +204,7 @@ TEST(CasterAnswer, RefusesInTheWordsOfEachDialect) {
                   v2 = requestOf("GET /a\"%5C HTTP/1.1\r\nNtrip-Version: Ntrip/2.0\r\n");
     struct {
         Refusal refusal;
-        const char *status, *source, *field;
+        const char *status, *source, *field, *why = "";
     } cases[] = {
         {Refusal::unauthorized, "401 Unauthorized", "Bad Password",
          "WWW-Authenticate: Basic realm="},
@@ -207,6 +213,8 @@ TEST(CasterAnswer, RefusesInTheWordsOfEachDialect) {
         {Refusal::method, "405 Method Not Allowed", "Bad Request",
          "Allow: GET, HEAD, POST, PUT\r\n"},
         {Refusal::tooMany, "429 Too Many Requests", "Too Many Requests", "Retry-After: 60\r\n"},
+        {Refusal::lockedOut, "429 Too Many Requests", "Bad Password", "Retry-After: 60\r\n",
+         "ten wrong passwords in a minute have come from your address: try again in a minute\r\n"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(refusalText(push, c.refusal, kDate), "ERROR - "s + c.source + "\r\n");
@@ -215,7 +223,7 @@ TEST(CasterAnswer, RefusesInTheWordsOfEachDialect) {
         EXPECT_TRUE(one.starts_with("HTTP/1.0 "s + c.status + "\r\n")) << one;
         EXPECT_TRUE(two.starts_with("HTTP/1.1 "s + c.status + "\r\nNtrip-Version: Ntrip/2.0\r\n"));
         EXPECT_TRUE(two.find(c.field) != two.npos && one.find(c.field) != one.npos) << two;
-        EXPECT_TRUE(two.ends_with("\r\n\r\n"s + c.status + "\r\n")) << two;
+        EXPECT_TRUE(two.ends_with("\r\n\r\n"s + c.status + "\r\n" + c.why)) << two;
     }
     EXPECT_NE(refusalText(v1, Refusal::unauthorized, kDate).find("realm=\"/M\"\r\n"),
               std::string::npos);

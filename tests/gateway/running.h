@@ -70,6 +70,12 @@ public:
         }
         return out;
     }
+    /// What has come.
+    Bytes now() const {
+        std::array<std::uint8_t, 65536> in{};
+        const auto n = recv(fd_, in.data(), in.size(), MSG_DONTWAIT);
+        return {in.begin(), in.begin() + std::max<ssize_t>(n, 0)};
+    }
     /// The answer until its blank line.
     std::string head() {
         std::string out;

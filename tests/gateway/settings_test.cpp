@@ -329,6 +329,8 @@ TEST(GatewaySettings, TellAFaultWhereItStands) {
         {"[web]\nlisten = \"192.0.2.1:80\"",
          "f:7:10: web/listen: error: other machines would see the page"},
         {"[alarms]\ndelay = nan", "f:7:9: alarms/delay: error: is out of range"},
+        {"[web]\nlisten = \"127.0.0.1\"",
+         "f:7:10: web/listen: error: the port is missing\n    write [::]:8080 for any address"},
         {"[alarms]\nwebhook = [\"http://a/\", \"ftp://b/\"]",
          "f:7:25: alarms/webhook: error: is no address of a web server"},
         {"[stations]", "f:6:1: stations: error: section is not known\n    is station meant?"},

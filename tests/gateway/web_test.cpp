@@ -1,5 +1,8 @@
+#include "gateway/kept_lines.h"
 #include "gateway/running.h"
+#include "gateway/web/WebServer.h"
 
+#include <boost/asio/io_context.hpp>
 #include <nlohmann/json.hpp>
 
 // The page, the API, the metrics and the alarms of a gateway that runs.
@@ -118,6 +121,7 @@ TEST(Web, TellsWhatBecomesOfAStation) {
               metrics.npos)
         << metrics;
     EXPECT_EQ(metrics.find("G0"), metrics.npos) << "no label for each satellite";
+    EXPECT_EQ(metrics.find("clock_ahead"), metrics.npos) << "its time is not of now";
     EXPECT_EQ(get(page.caster, "/readyz").status, 200);
     EXPECT_EQ(Json::parse(get(page.caster, "/api/v1/stations").body)["stations"].size(), 1U);
     EXPECT_GE(Json::parse(get(page.caster, "/api/v1/events?station=CANB").body)["events"].size(),
@@ -137,15 +141,96 @@ TEST(Web, RefusesWhatIsNoRequestOfItsReaders) {
     EXPECT_EQ(status("/api/v1/live?station=NONE"), 404);
     EXPECT_EQ(status("/../../etc/passwd"), 404);
     EXPECT_EQ(status("/%zz"), 400);
-    EXPECT_EQ(status("/", "Host: localhost\r\n", "POST"), 400);
     EXPECT_EQ(status("/", "Host: localhost\r\nContent-Length: 4\r\n"), 400);
     EXPECT_EQ(status("/", "Host: localhost\r\nTransfer-Encoding: chunked\r\n"), 400);
-    EXPECT_EQ(status("/", "Host: localhost\r\nX: " + std::string(9000, 'x') + "\r\n"), 400);
-    EXPECT_EQ(status("/", "Host: rebound.example.org\r\n"), 421);
+    EXPECT_EQ(status("/", "Host: localhost\r\nX: " + std::string(100'000, 'x') + "\r\n"), 431);
+    EXPECT_EQ(status("/" + std::string(100'000, 'x')), 414);
+    const Answer post = get(page.caster, "/", "Host: localhost\r\nContent-Length: 4\r\n", "POST");
+    EXPECT_EQ(post.status, 405);
+    EXPECT_NE(post.head.find("Allow: GET, HEAD\r\n"), post.head.npos) << post.head;
+    EXPECT_NE(post.body.find("read only"), post.body.npos) << post.body;
+    for (const char* host : {"rebound.example.org", "localhost.example.org", "localhost..", "."})
+        EXPECT_EQ(status("/", std::string("Host: ") + host + "\r\n"), 421) << host;
+    for (const char* host : {"LOCALHOST.", "localhost:80", "LocalHost.:80", "127.0.0.2", "[::1]:1"})
+        EXPECT_EQ(status("/", std::string("Host: ") + host + "\r\n"), 200) << host;
     const Answer head = get(page.caster, "/", "Host: localhost\r\n", "HEAD");
     EXPECT_EQ(head.status, 200);
     EXPECT_EQ(head.body, "");
     EXPECT_NE(head.head.find("Content-Security-Policy: default-src 'none';"), head.head.npos);
+}
+
+TEST(Web, TellsWhyAnAddressIsLockedOut) {
+    const Ports ports, page;
+    const fs::path users = fs::path(testing::TempDir()) / ("web_users" + std::to_string(getpid()));
+    std::ofstream(users) << "bob:$6$xyz$1eVrW9iTV47n6TEReDhgVvgN.3Utzg4HHp7LC3N4MQiB9cQVzA/"
+                            "4MPOg1BjELWqGGoyQt0BzZdpXpLIJOecUR.\n";
+    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
+    RunningGateway gateway(ports, stationSource(ports) + kPosition,
+                           "users = \"" + users.string() + "\"\n" +
+                               pageAt(page.caster, "access = \"users\"\n"));
+    const std::string wrong = "Host: x\r\nAuthorization: Basic Ym9iOndyb25n\r\n"; // bob:wrong
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(get(page.caster, "/", wrong).status, 401);
+    const Answer refused = get(page.caster, "/", wrong);
+    EXPECT_EQ(refused.status, 429);
+    EXPECT_NE(refused.head.find("Retry-After: 60\r\n"), refused.head.npos) << refused.head;
+    EXPECT_NE(refused.body.find("ten wrong passwords"), refused.body.npos) << refused.body;
+    Client rover(ports.caster);
+    ASSERT_TRUE(rover.send("GET /CANB HTTP/1.1\r\nNtrip-Version: Ntrip/2.0\r\n\r\n"));
+    const std::string answer = rover.rest();
+    EXPECT_TRUE(answer.starts_with("HTTP/1.1 429 Too Many Requests\r\n")) << answer;
+    EXPECT_NE(answer.find("ten wrong passwords"), answer.npos) << answer;
+    EXPECT_EQ(gateway.count("is refused: ten wrong passwords in a minute"), 1);
+    EXPECT_EQ(get(page.caster, "/healthz", "Host: x\r\n").status, 200);
+    fs::remove(users);
+}
+
+// Alarms follow what is wrong while no station changes.
+TEST(Web, TellsListenersOfAlarmsAlone) {
+    struct View final : gateway::WebView {
+        std::string fleetHead() const override { return "\"at_unix_s\":1"; }
+        std::string alarms() const override { return alarm; }
+        std::map<std::string, std::string> summaries() const override { return {{"A", "{}"}}; }
+        std::optional<std::string> station(const std::string&) const override { return {}; }
+        std::optional<std::string> events(const std::optional<std::string>&) const override {
+            return {};
+        }
+        std::string metrics() const override { return {}; }
+        std::vector<std::string> untried() const override { return {}; }
+        std::string alarm = "[]";
+    } view;
+    KeptLines lines;
+    printTarget = &lines;
+    boost::asio::io_context context;
+    gateway::WebServer server(
+        context.get_executor(), view,
+        [](std::string, std::string, gateway::Secret) -> gateway::awaitable<gateway::Login> {
+            co_return gateway::Login::right;
+        });
+    const Ports page;
+    gateway::WebSettings settings;
+    settings.listen = {{"127.0.0.1", static_cast<std::uint16_t>(page.caster)}};
+    server.apply(settings);
+    Client live(page.caster);
+    ASSERT_TRUE(live.send("GET /api/v1/live HTTP/1.1\r\nHost: localhost\r\n\r\n"));
+    const auto hears = [&](const std::string& what) {
+        std::string heard;
+        for (int i = 0; i < 500 && !heard.ends_with(what); ++i) {
+            context.run_for(std::chrono::milliseconds(5));
+            const Bytes more = live.now();
+            heard.append(more.begin(), more.end());
+        }
+        return heard;
+    };
+    EXPECT_TRUE(hears("\"alarms\":[],\"stations\":[{}]}\n\n").starts_with("HTTP/1.1 200 OK\r\n"));
+    server.tick();
+    view.alarm = "[1]";
+    server.tick();
+    EXPECT_EQ(hears("}\n\n"),
+              "event: fleet\ndata: {\"at_unix_s\":1,\"alarms\":[1],\"stations\":[]}\n\n");
+    server.stop();
+    context.run();
+    printTarget = nullptr;
 }
 
 TEST(Web, CallsAWebhookWhenTheBaseMoves) {
