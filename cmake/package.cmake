@@ -64,6 +64,7 @@ if(KESTRUNE_GATEWAY)
     install(FILES packaging/completion/kestrune-gateway
             DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions ${of_gateway})
     install(FILES packaging/debian/copyright DESTINATION ${gateway_doc_dir} ${of_gateway})
+    install(FILES gateway/web/openapi.json DESTINATION ${gateway_doc_dir} ${of_gateway})
     install(DIRECTORY examples/gateway/ DESTINATION ${gateway_doc_dir}/examples ${of_gateway}
             FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 endif()

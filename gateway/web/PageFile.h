@@ -3,7 +3,8 @@
 #include <span>
 #include <string_view>
 
-/// PageFile: the files of the page, as they stand in gateway/web/page; in the program.
+/// PageFile: the files of the page, as they stand in gateway/web/page, and the description of the
+/// API; in the program.
 
 namespace gateway {
 

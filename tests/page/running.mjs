@@ -10,6 +10,8 @@ import { setTimeout as pause } from "node:timers/promises";
 import { fileURLToPath } from "node:url";
 
 const build = resolve(process.env.KESTRUNE_BUILD ?? fileURLToPath(new URL("../../build/release", import.meta.url)));
+export const engineProgram = join(build, "src/app/Kestrune");
+export const gatewayProgram = join(build, "gateway/app/kestrune-gateway");
 export const hostile = {
     receiver: "<script>harmed=1</script>",
     antenna: "<img src=x onerror=harmed=1>",
@@ -114,12 +116,12 @@ export class Running {
         for (const server of [await between(host, 10011, 10002, hostile), await between(host, 10012, 10003, { antenna: "TRM59800.00", receiver: "SEPT POLARX5" }, 4000)])
             this.#parts.push(() => server.close());
         const users = join(folder, "users");
-        const made = spawnSync(join(build, "gateway/app/kestrune-gateway"), ["passwd", users, "bob"], { input: "right\n" });
+        const made = spawnSync(gatewayProgram, ["passwd", users, "bob"], { input: "right\n" });
         if (made.status !== 0) throw new Error(`no user: ${made.stderr}`);
         const station = (name, source, more = "") => `[[station]]\nname = "${name}"\nsource = ${JSON.stringify(source)}\n${more}`;
         writeFileSync(
             join(folder, "gateway.toml"),
-            `[gateway]\nstate = "${folder}/state"\nengine = "${build}/src/app/Kestrune"\n` +
+            `[gateway]\nstate = "${folder}/state"\nengine = "${engineProgram}"\n` +
                 `[web]\nlisten = "${host}:8080"\n[caster]\nlisten = "${host}:2101"\nusers = "${users}"\n` +
                 station("CANB", [`tcp://${host}:9`, `tcp://${host}:10001`], 'access = "anyone"\n') +
                 station("TIDB", `tcp://${host}:10011`) +
@@ -156,7 +158,7 @@ export class Running {
 
     async start() {
         const log = openSync(join(this.#folder, "log"), "a");
-        this.#gateway = spawn(join(build, "gateway/app/kestrune-gateway"), [join(this.#folder, "gateway.toml")], { stdio: ["ignore", log, log] });
+        this.#gateway = spawn(gatewayProgram, [join(this.#folder, "gateway.toml")], { stdio: ["ignore", log, log] });
         await this.#until("the gateway", async () => (await fetch(`${this.address}/healthz`)).ok, 15e3);
     }
 
