@@ -4,6 +4,7 @@
 #include "rtcm/Messages.h"
 
 #include <algorithm>
+#include <cmath>
 #include <string_view>
 #include <utility>
 
@@ -17,6 +18,25 @@ constexpr std::size_t kBeginning = 512; // bytes
 
 void append(Bytes& to, std::span<const std::uint8_t> from) {
     to.insert(to.end(), from.begin(), from.end());
+}
+
+struct ReferenceTime {
+    double s, periodS; // of the week or the day
+};
+std::optional<ReferenceTime> referenceTimeOf(std::span<const std::uint8_t> ephemeris) {
+    std::optional<ReferenceTime> out;
+    visitMessage(messageType(ephemeris), [&](const auto& row) {
+        auto m = row.blank();
+        BitReader in = messageOf(ephemeris);
+        row.layout(in, m);
+        if (!in.ok())
+            return;
+        if constexpr (requires { m.toes; })
+            out = {m.toes, kSecondsPerWeek};
+        else if constexpr (requires { m.tb; })
+            out = {900.0 * m.tb, kSecondsPerDay};
+    });
+    return out;
 }
 
 } // namespace
@@ -67,6 +87,14 @@ std::optional<double> secondsBetween(const FrameHead& from, const FrameHead& to)
 int satelliteOf(std::span<const std::uint8_t> ephemeris) {
     const int width = messageType(ephemeris) == 1044 ? 4 : 6; // DF429; DF009, DF038, DF252, DF488
     return static_cast<int>(getbitu(ephemeris, kMessageBit + 12, width));
+}
+
+std::optional<double> secondsBetweenIssues(std::span<const std::uint8_t> from,
+                                           std::span<const std::uint8_t> to) {
+    const auto before = referenceTimeOf(from), after = referenceTimeOf(to);
+    if (!before || !after)
+        return std::nullopt;
+    return std::remainder(after->s - before->s, after->periodS);
 }
 
 void Epochs::take(std::span<const std::uint8_t> bytes) {

@@ -31,6 +31,10 @@ std::optional<double> secondsBetween(const FrameHead& from, const FrameHead& to)
 
 /// Of an ephemeris: its satellite in its kind of message, as sent. Equal for two issues of one.
 int satelliteOf(std::span<const std::uint8_t> ephemeris);
+/// Seconds from the reference time of an ephemeris (toe, tb) to that of another of its kind, across
+/// the end of the week or day; nothing where a message has none.
+std::optional<double> secondsBetweenIssues(std::span<const std::uint8_t> from,
+                                           std::span<const std::uint8_t> to);
 
 /// One epoch: its observation messages, in order; or the messages between two.
 struct Block {

@@ -10,9 +10,11 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr Duration kTrial = 60s;      // before the better one is used again
-constexpr Duration kFirstLook = 3s;   // at what comes, where it is no message
-constexpr double kOldEpochS = 3600.0; // one that is older by more has another reason
+constexpr Duration kTrial = 60s;        // before the better one is used again
+constexpr Duration kFirstLook = 3s;     // at what comes, where it is no message
+constexpr double kOldEpochS = 3600.0;   // one that is older by more has another reason
+constexpr std::size_t kMostRecent = 10; // epochs
+constexpr Duration kRecent = 10s;
 
 } // namespace
 
@@ -130,7 +132,7 @@ void Supply::took(std::span<const std::uint8_t> bytes) {
 
 Feed::Feed(const asio::any_io_executor& executor, const std::vector<Address>& sources,
            PushDoor& door, const Say& say, std::function<void(const Block&)> take)
-    : say_(say), take_(std::move(take)) {
+    : say_(say), take_(std::move(take)), recent_(sources.size()) {
     for (std::size_t i = 0; i < sources.size(); ++i)
         supplies_.push_back(std::make_unique<Supply>(
             executor, sources[i], door, say, [this, i](const Block& block) { took(i, block); }));
@@ -196,14 +198,26 @@ void Feed::change(std::size_t to, const std::string& why) {
     active_ = to;
     ++changes_;
     changed_ = true;
-    const Bytes kept = supplies_[to]->kept().current(std::chrono::steady_clock::now());
+    const Instant now = std::chrono::steady_clock::now();
+    const Bytes kept = supplies_[to]->kept().current(now);
     if (!kept.empty())
         take_({kept}); // what it said before it was chosen
+    for (const auto& [at, epoch] : std::exchange(recent_[to], {}))
+        if (now - at < kRecent && (!last_ || secondsBetween(*last_, epoch.first)))
+            handOn(epoch);
 }
 
 void Feed::took(std::size_t from, const Block& block) {
-    if (from != active_)
+    if (from == active_)
+        return handOn(block);
+    if (block.kind != Block::Kind::epoch)
         return;
+    recent_[from].emplace_back(std::chrono::steady_clock::now(), block);
+    if (recent_[from].size() > kMostRecent)
+        recent_[from].pop_front();
+}
+
+void Feed::handOn(const Block& block) {
     if (block.kind == Block::Kind::epoch) {
         const auto later = last_ ? secondsBetween(*last_, block.first) : std::nullopt;
         if (changed_ && later && *later <= 0.0 && *later > -kOldEpochS)

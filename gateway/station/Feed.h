@@ -8,10 +8,12 @@
 #include "gateway/station/Look.h"
 #include "gateway/station/Source.h"
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// Feed: the stream of a station, from the first of its sources that delivers.
@@ -88,11 +90,15 @@ public:
 
 private:
     void took(std::size_t from, const Block& block);
+    void handOn(const Block& block);
     void change(std::size_t to, const std::string& why);
 
     Say say_;
     std::function<void(const Block&)> take_;
     std::vector<std::unique_ptr<Supply>> supplies_;
+    /// Of each source that is not in use the last epochs, and when they came: the one in use may be
+    /// behind.
+    std::vector<std::deque<std::pair<Instant, Block>>> recent_;
     std::size_t active_ = 0;
     std::uint64_t changes_ = 0;
     bool changed_ = false;          // no epoch of the new source has been handed on

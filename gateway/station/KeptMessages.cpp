@@ -39,6 +39,19 @@ const KeptMessages::Kept* KeptMessages::lastOf(std::span<const std::uint8_t> eph
     return found == ephemerides_.end() ? nullptr : &found->second;
 }
 
+std::optional<Instant>
+KeptMessages::lastOfSatellite(std::span<const std::uint8_t> ephemeris) const {
+    std::optional<Instant> last;
+    const int type = messageType(ephemeris);
+    const bool galileo = type == 1045 || type == 1046; // F/NAV, I/NAV
+    for (const int kind : {galileo ? 1045 : type, galileo ? 1046 : type}) {
+        const auto found = ephemerides_.find({kind, satelliteOf(ephemeris)});
+        if (found != ephemerides_.end() && (!last || found->second.at > *last))
+            last = found->second.at;
+    }
+    return last;
+}
+
 void KeptMessages::clear() {
     station_.clear();
     ephemerides_.clear();

@@ -3,6 +3,7 @@
 #include "gateway/station/Epochs.h"
 
 #include <map>
+#include <optional>
 #include <utility>
 
 /// KeptMessages: what whoever begins to listen to a stream needs at once: the station's messages
@@ -22,6 +23,8 @@ public:
     Bytes current(Instant at) const;
     /// The last ephemeris of the same satellite and kind; null where none has come.
     const Kept* lastOf(std::span<const std::uint8_t> ephemeris) const;
+    /// When the last one of the same satellite has come, of whatever kind.
+    std::optional<Instant> lastOfSatellite(std::span<const std::uint8_t> ephemeris) const;
     void clear();
 
 private:

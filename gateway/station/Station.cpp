@@ -151,16 +151,20 @@ void Station::toEngine(Bytes block, Block::Kind kind) {
         audit_->sent(*shared);
 }
 
-/// Only for satellites for which the station sends none, and each issue once.
+/// Only for satellites for which the station sends none, each issue once, and none that is older
+/// than the one taken before: streams that are put together of several send both.
 void Station::fromEphemerides(const Block& block) {
     const Instant now = std::chrono::steady_clock::now();
     forEachFrame(block.bytes, [&](std::span<const std::uint8_t> frame) {
         if (headOf(frame).kind != FrameHead::Kind::ephemeris)
             return;
-        const auto* const own = feed_.active().kept().lastOf(frame);
+        const auto own = feed_.active().kept().lastOfSatellite(frame);
         const auto* const last = others_.lastOf(frame);
-        if ((own && now - own->at < kOwnEphemeris) || merged_.size() > kMostMerged ||
-            (last && std::ranges::equal(last->frame, frame)))
+        if ((own && now - *own < kOwnEphemeris) || merged_.size() > kMostMerged)
+            return;
+        if (last && now - last->at < kOwnEphemeris &&
+            (std::ranges::equal(last->frame, frame) ||
+             secondsBetweenIssues(last->frame, frame).value_or(0.0) < 0.0))
             return;
         others_.keep({Bytes(frame.begin(), frame.end())}, now);
         merged_.insert(merged_.end(), frame.begin(), frame.end());
