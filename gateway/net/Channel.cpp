@@ -1,5 +1,7 @@
 #include "gateway/net/Channel.h"
 
+#include "gateway/net/Lookup.h"
+
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/connect.hpp>
 #include <boost/asio/redirect_error.hpp>
@@ -102,9 +104,7 @@ awaitable<tcp::socket> connectAny(HostPort host) {
         co_await socket.async_connect({address, host.port}, use_awaitable);
         co_return socket;
     }
-    tcp::resolver resolver(executor);
-    const auto addresses =
-        co_await resolver.async_resolve(host.host, std::to_string(host.port), use_awaitable);
+    const auto addresses = co_await lookUp(host);
     co_await asio::async_connect(socket, addresses, use_awaitable);
     co_return socket;
 }
