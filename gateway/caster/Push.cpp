@@ -26,10 +26,12 @@ constexpr Duration kSteadyPush = 60s;
 constexpr std::size_t kMostHere = 100; // connections to one port
 
 /// Until the peer ends it; what it says is for nobody.
-awaitable<void> untilEnd(Channel& channel) {
+awaitable<void> untilEnd(Channel& channel, Scheme scheme) {
     std::array<std::uint8_t, 512> buffer;
     while (co_await channel.read(buffer) > 0) {
     }
+    if (scheme == Scheme::tcp) // it may read on
+        co_await channel.untilBroken();
     throw ConversationEnd("the peer has ended the connection");
 }
 
@@ -150,7 +152,7 @@ awaitable<void> Push::send(Channel& channel) {
     say_(Level::notice, "output " + shown(address_) + ": connected");
     outbox_.clear(); // of the connection before
     const Joined joined(from_, *this);
-    co_await firstOf(sendAll(channel), untilEnd(channel));
+    co_await firstOf(sendAll(channel), untilEnd(channel, address_.scheme));
 }
 
 awaitable<void> Push::sendAll(Channel& channel) {

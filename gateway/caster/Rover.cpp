@@ -26,7 +26,8 @@ awaitable<std::string> Rover::run() {
     try {
         co_await firstOf(write(), listen());
     } catch (const boost::system::system_error& e) {
-        why = "is gone: " + e.code().message();
+        if (!ended_)
+            why = "is gone: " + e.code().message();
     }
     co_return cutOff_.empty() ? why : cutOff_;
 }
@@ -74,6 +75,11 @@ awaitable<void> Rover::listen() {
     std::array<std::uint8_t, 512> buffer;
     while (const std::size_t n = co_await channel_.read(buffer))
         hear(textOf(std::span(buffer).first(n)));
+    // A script that has nothing more to say may read on. What is sent to one that has gone breaks
+    // the connection.
+    ended_ = true;
+    if (at_.greet(*this, std::chrono::steady_clock::now()))
+        co_await channel_.untilBroken();
 }
 
 void Rover::fallenBehind(std::string why) {

@@ -57,6 +57,7 @@ private:
     std::deque<Mark> marks_;                 // of what the rover has not acknowledged
     std::uint64_t handed_ = 0, written_ = 0; // bytes
     std::string cutOff_;                     // why; empty: it is not
+    bool ended_ = false;                     // its side
     ntrip::GgaReader reader_;
     const double sinceUnixS_ = ctl::status::nowUnixS();
     std::optional<RoverLook::Place> place_; // the last that it sent

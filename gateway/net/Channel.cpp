@@ -69,6 +69,14 @@ public:
         co_await asio::async_write(stream_, asio::buffer(bytes.data(), bytes.size()),
                                    use_awaitable);
     }
+    awaitable<void> untilBroken() override {
+        if constexpr (std::is_same_v<Stream, tcp::socket>) {
+            error_code none;
+            co_await stream_.async_wait(tcp::socket::wait_error,
+                                        asio::redirect_error(use_awaitable, none));
+        }
+        co_return;
+    }
     void close() override {
         error_code none;
         stream_.lowest_layer().close(none);

@@ -32,6 +32,9 @@ public:
     virtual awaitable<std::size_t> read(std::span<std::uint8_t> into) = 0;
     /// All of them.
     virtual awaitable<void> write(std::span<const std::uint8_t> bytes) = 0;
+    /// After the peer has ended its side, and may read on: until the connection is broken. Returns
+    /// at once where no side can end alone (TLS, a serial line).
+    virtual awaitable<void> untilBroken() = 0;
     /// Ends whatever waits; no error.
     virtual void close() = 0;
     /// Bytes written that the peer has not acknowledged; 0 where nobody can tell.

@@ -30,10 +30,16 @@ void Mountpoint::publish(Block block, Instant at) {
 void Mountpoint::join(Receiver& receiver, Instant at) {
     if (closed_)
         return receiver.end();
-    Bytes first = kept_.current(at);
-    if (!first.empty())
-        receiver.take(Outgoing(std::move(first)), at);
+    greet(receiver, at);
     receivers_.insert(&receiver);
+}
+
+bool Mountpoint::greet(Receiver& receiver, Instant at) const {
+    Bytes first = kept_.current(at);
+    if (first.empty())
+        return false;
+    receiver.take(Outgoing(std::move(first)), at);
+    return true;
 }
 
 void Mountpoint::close() {

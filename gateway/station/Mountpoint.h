@@ -54,6 +54,8 @@ public:
     /// From now on; first comes what a rover needs at once: the station's messages and all current
     /// ephemerides.
     void join(Receiver& receiver, Instant at);
+    /// Sends what a rover needs at once; false where nothing is kept.
+    bool greet(Receiver& receiver, Instant at) const;
     void leave(Receiver& receiver) { receivers_.erase(&receiver); }
     /// Sends all away, also who comes later.
     void close();
