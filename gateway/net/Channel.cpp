@@ -6,12 +6,17 @@
 #include <boost/asio/connect.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/serial_port.hpp>
-#include <boost/asio/ssl/host_name_verification.hpp>
 #include <boost/asio/ssl/stream.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
 
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+
+#include <algorithm>
+#include <iterator>
 #include <linux/sockios.h>
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
@@ -140,32 +145,105 @@ awaitable<tcp::socket> connectBy(HostPort host, std::optional<HostPort> proxy) {
     co_return socket;
 }
 
+/// In the words of an operator what OpenSSL says shortest.
+struct TlsReason {
+    long code;
+    const char* text;
+};
+constexpr TlsReason kCertificateFaults[] = {
+    {X509_V_ERR_CERT_HAS_EXPIRED, "it has expired"},
+    {X509_V_ERR_CERT_NOT_YET_VALID, "it is not valid yet: is this machine's clock right?"},
+    {X509_V_ERR_HOSTNAME_MISMATCH, "it is one for another name"},
+    {X509_V_ERR_IP_ADDRESS_MISMATCH, "it is not one for this address: write the name of the host"},
+    {X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT, "it is self-signed"},
+    {X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN, "it is of an authority that this machine does not know"},
+    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY,
+     "it is of an authority that this machine does not know"},
+    {X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE,
+     "it is of an authority that this machine does not know"},
+};
+constexpr TlsReason kHandshakeFaults[] = {
+    {SSL_R_WRONG_VERSION_NUMBER, "no TLS is spoken on the other side"},
+    {SSL_R_HTTP_REQUEST, "no TLS is spoken on the other side"},
+    {SSL_R_HTTPS_PROXY_REQUEST, "no TLS is spoken on the other side"},
+    {SSL_R_UNSUPPORTED_PROTOCOL, "the other side knows no TLS of version 1.2 or later"},
+    {SSL_R_TLSV1_ALERT_PROTOCOL_VERSION, "the other side knows no TLS of version 1.2 or later"},
+    {SSL_R_NO_SHARED_CIPHER, "the other side knows none of our ciphers"},
+};
+template <std::size_t n> const char* textOf(const TlsReason (&all)[n], long code) {
+    const auto* const found = std::ranges::find(all, code, &TlsReason::code);
+    return found == std::end(all) ? nullptr : found->text;
+}
+
+/// Why a handshake failed.
+std::string reasonOf(const error_code& e, const SSL* tls) {
+    if (ends(e) || e == asio::error::connection_reset)
+        return "the other side has ended the connection in the TLS handshake";
+    if (e.category() != asio::error::get_ssl_category())
+        return e.message();
+    const int reason = ERR_GET_REASON(static_cast<unsigned long>(e.value()));
+    if (reason == SSL_R_CERTIFICATE_VERIFY_FAILED) {
+        const long fault = SSL_get_verify_result(tls);
+        const char* const text = textOf(kCertificateFaults, fault);
+        return std::string("the certificate is not accepted: ") +
+               (text ? text : X509_verify_cert_error_string(fault));
+    }
+    if (const char* const text = textOf(kHandshakeFaults, reason))
+        return text;
+    if (reason > SSL_AD_REASON_OFFSET) // an alert that came
+        return std::string("the other side refuses: ") +
+               SSL_alert_desc_string_long(reason - SSL_AD_REASON_OFFSET);
+    return e.message();
+}
+
+awaitable<void> shakeHands(ssl::stream<tcp::socket>& stream, ssl::stream_base::handshake_type as) {
+    error_code e;
+    co_await stream.async_handshake(as, asio::redirect_error(use_awaitable, e));
+    if (e)
+        throw TlsError(reasonOf(e, stream.native_handle()));
+}
+
 std::string peerOf(const tcp::socket& socket) {
     error_code gone;
     const tcp::endpoint peer = socket.remote_endpoint(gone);
     return gone ? "a peer that is gone" : shown(peer);
 }
 
-awaitable<ChannelPtr> connectTls(HostPort host, std::optional<HostPort> proxy) {
+std::string noAnswer(const HostPort& host) {
+    return "no answer from " + shown(host);
+}
+
+/// The certificate must be one for the name, or for the address.
+void expectCertificateOf(const std::string& host, SSL* tls) {
+    error_code named;
+    asio::ip::make_address(host, named);
+    X509_VERIFY_PARAM* const terms = SSL_get0_param(tls);
+    X509_VERIFY_PARAM_set_hostflags(terms, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+    const bool taken = named ? X509_VERIFY_PARAM_set1_host(terms, host.c_str(), host.size()) == 1 &&
+                                   SSL_set_tlsext_host_name(tls, host.c_str()) == 1
+                             : X509_VERIFY_PARAM_set1_ip_asc(terms, host.c_str()) == 1;
+    if (!taken)
+        throw TlsError("the certificate cannot be examined: " + host + " is no name of a host");
+}
+
+awaitable<ChannelPtr> connectTls(HostPort host, std::optional<HostPort> proxy, Duration limit) {
+    const Instant end = std::chrono::steady_clock::now() + limit;
     ssl::context context(ssl::context::tls_client);
     SSL_CTX_set_min_proto_version(context.native_handle(), TLS1_2_VERSION);
     context.set_default_verify_paths();
     context.set_verify_mode(ssl::verify_peer);
-    tcp::socket socket = co_await connectBy(host, proxy);
+    tcp::socket socket = co_await within(limit, connectBy(host, proxy), noAnswer(host));
     const std::string peer = peerOf(socket);
     ssl::stream<tcp::socket> stream(std::move(socket), context);
-    stream.set_verify_callback(ssl::host_name_verification(host.host));
-    SSL_set_tlsext_host_name(stream.native_handle(), host.host.c_str());
-    co_await stream.async_handshake(ssl::stream_base::client, use_awaitable);
+    expectCertificateOf(host.host, stream.native_handle());
+    co_await within(end - std::chrono::steady_clock::now(),
+                    shakeHands(stream, ssl::stream_base::client),
+                    "no TLS handshake: is TLS spoken at " + shown(host) + "?");
     co_return std::make_unique<StreamChannel<ssl::stream<tcp::socket>>>(std::move(stream), peer);
 }
 
 awaitable<ChannelPtr> connectPlain(HostPort host, std::optional<HostPort> proxy) {
     co_return channelOf(co_await connectBy(host, proxy));
-}
-
-std::string noAnswer(const HostPort& host) {
-    return "no answer from " + shown(host);
 }
 
 } // namespace
@@ -191,8 +269,7 @@ awaitable<ChannelPtr> acceptTls(tcp::socket socket, ssl::context& context, Durat
     watchPeer(socket);
     const std::string peer = peerOf(socket);
     ssl::stream<tcp::socket> stream(std::move(socket), context);
-    co_await within(limit, stream.async_handshake(ssl::stream_base::server, use_awaitable),
-                    "no TLS handshake");
+    co_await within(limit, shakeHands(stream, ssl::stream_base::server), "no TLS handshake");
     co_return std::make_unique<StreamChannel<ssl::stream<tcp::socket>>>(std::move(stream), peer);
 }
 
@@ -203,7 +280,7 @@ awaitable<ChannelPtr> connectTo(const HostPort& host, const std::optional<HostPo
 
 awaitable<ChannelPtr> connectTlsTo(const HostPort& host, const std::optional<HostPort>& proxy,
                                    Duration limit) {
-    return within(limit, connectTls(host, proxy), noAnswer(host));
+    return connectTls(host, proxy, limit);
 }
 
 ChannelPtr openSerial(const asio::any_io_executor& executor, const std::string& device,

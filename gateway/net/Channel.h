@@ -11,15 +11,22 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
 /// Channel: a stream of bytes to a peer, whatever carries it. Errors are
-/// boost::system::system_error.
+/// boost::system::system_error; where no TLS comes about, TlsError.
 
 namespace gateway {
 
 using asio::ip::tcp;
+
+/// Why the two sides do not agree on TLS; what() for the operator.
+class TlsError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 class Channel {
 public:
