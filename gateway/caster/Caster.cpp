@@ -1,5 +1,6 @@
 #include "gateway/caster/Caster.h"
 
+#include "gateway/net/Attempts.h"
 #include "gateway/net/Say.h"
 #include "gnss/Clock.h"
 
@@ -23,28 +24,35 @@ namespace {
 constexpr Duration kRequestLimit = 10s;
 constexpr Duration kTellLimit = 10s; // for an answer that is not a stream
 constexpr Duration kPushSilence = 60s;
+constexpr const char* kPushSilent = "nothing came for 60 s";
+constexpr std::size_t kLongestShownMount = 100;
 
 std::string dateNow() {
     return ntrip::httpDate(utcNow().time);
 }
 
 struct Head {
-    std::string head, rest; // what has come behind it
+    std::string head, rest; // rest: what has come behind it
 };
 
-/// Nothing where the client goes, or sends more than a head without an end.
-awaitable<std::optional<Head>> readHead(Channel& channel) {
+/// The content type of a handshake (RFC 8446, 5.1): no request begins with it.
+bool beginsTls(std::string_view received) {
+    return received.starts_with('\x16');
+}
+
+/// Without a head where the client goes, or sends what has none.
+awaitable<Head> readHead(Channel& channel) {
     std::string received;
     std::array<std::uint8_t, 1024> buffer;
     for (;;) {
         if (const auto length = ntrip::headLength(received);
             length && *length <= ntrip::kLongestHead)
             co_return Head{received.substr(0, *length), received.substr(*length)};
-        if (received.size() > ntrip::kLongestHead)
-            co_return std::nullopt;
+        if (received.size() > ntrip::kLongestHead || beginsTls(received))
+            co_return Head{"", std::move(received)};
         const std::size_t n = co_await channel.read(buffer);
         if (n == 0)
-            co_return std::nullopt;
+            co_return Head{"", std::move(received)};
         received += textOf(std::span(buffer).first(n));
     }
 }
@@ -62,20 +70,23 @@ awaitable<void> readPush(Channel& channel, const Request& request, PushDoor& doo
         const std::size_t n = co_await channel.read(buffer);
         if (n == 0)
             break;
-        deadline.set(kPushSilence, "silence");
+        deadline.set(kPushSilence, kPushSilent);
         state = reader.take(std::span(buffer).first(n), data);
     }
     if (!data.empty())
         door.deliver(data);
+    throw ConversationEnd(state == ntrip::BodyState::malformed
+                              ? "no readable chunk in what it sends"
+                              : "the receiver has ended the stream");
 }
 
 awaitable<void> tell(Channel& channel, std::string text) {
     co_await within(kTellLimit, channel.write(bytesOf(text)), "takes no answer");
 }
 
-void tellLockedOut(const std::string& address) {
-    say(Level::warning, "caster",
-        address + ": ten wrong passwords in a minute; refused for a minute");
+bool takesPushes(const StationSettings& station) {
+    return std::ranges::any_of(
+        station.sources, [](const Address& source) { return source.scheme == Scheme::caster; });
 }
 
 bool equalSecrets(const Secret& a, const Secret& b) {
@@ -175,21 +186,32 @@ awaitable<void> Caster::converse(tcp::socket socket, bool tls) {
     ChannelPtr channel;
     if (tls) {
         const auto context = tls_; // stays, whatever becomes of the settings
-        channel = co_await acceptTls(std::move(socket), *context, kRequestLimit);
+        const auto state = co_await asio::this_coro::cancellation_state;
+        std::string why;
+        try {
+            channel = co_await acceptTls(std::move(socket), *context, kRequestLimit);
+        } catch (const std::exception& e) {
+            why = reasonOf(e);
+        }
+        if (!channel && !isCancelled(state))
+            saySeldom(Level::info, "caster", address + " on the TLS port: " + why);
     } else {
         channel = channelOf(std::move(socket));
     }
-    co_await answer(*channel, address);
+    if (channel)
+        co_await answer(*channel, address);
 }
 
 awaitable<void> Caster::answer(Channel& channel, const std::string& address) {
-    auto head = co_await within(kRequestLimit, readHead(channel), "no request");
-    if (!head) {
+    Head head = co_await within(kRequestLimit, readHead(channel), "no request");
+    if (head.head.empty()) {
+        if (beginsTls(head.rest))
+            saySeldom(Level::info, "caster", address + " begins TLS where none is spoken");
         const Request none;
         co_await refuse(channel, none, Refusal::malformed);
         co_return;
     }
-    ntrip::Parsed parsed = ntrip::parseRequest(head->head);
+    const ntrip::Parsed parsed = ntrip::parseRequest(head.head);
     const Request& request = parsed.request;
     if (parsed.refusal) {
         co_await refuse(channel, request, *parsed.refusal);
@@ -203,34 +225,48 @@ awaitable<void> Caster::answer(Channel& channel, const std::string& address) {
         co_await sendTable(channel, request);
         co_return;
     }
+    const bool push = request.kind == Request::Kind::push;
     const std::shared_ptr<Station> station = stations_.find(request.mount);
-    if (!station && request.kind == Request::Kind::stream &&
-        request.dialect == ntrip::Dialect::icy) {
-        co_await sendTable(channel, request); // as version 1 has it
+    if (!station) {
+        saySeldom(Level::info, "caster",
+                  address + (push ? " pushes to" : " asks for") + " the mountpoint " +
+                      request.mount.substr(0, kLongestShownMount) + ", of which there is none");
+        co_await refuseMountpoint(channel, request);
         co_return;
     }
-    if (!station) {
+    const std::string& name = station->settings().name;
+    if (push && !takesPushes(station->settings())) {
+        saySeldom(Level::warning, name,
+                  address + " is refused: it pushes a stream, and no source of the station is "
+                            "caster:");
         co_await refuse(channel, request, Refusal::notFound);
         co_return;
     }
-    const bool push = request.kind == Request::Kind::push;
-    auto entry = Entry::wrongPassword;
     // with which the password is compared; users and access may be others when that is done
     const bool asks = station->settings().access.who != Access::Who::anyone;
     std::string hash = asks ? hashOf(request.user) : "";
-    if (!push)
-        entry = co_await entryOf(request, station->settings().access);
-    else if (!request.password.empty() &&
-             equalSecrets(request.password, station->settings().password))
-        entry = Entry::granted;
-    if (entry != Entry::granted) {
-        tellRefused(address, request, station->settings().name, entry);
+    const Entry entry = co_await entryOf(address, request, *station);
+    if (entry == Entry::lockedOut) {
+        co_await refuse(channel, request, Refusal::lockedOut);
+    } else if (entry != Entry::granted) {
+        tellRefused(address, request, name, entry);
         co_await refuse(channel, request, Refusal::unauthorized);
     } else if (push) {
-        co_await hear(channel, request, *station, std::move(head->rest));
+        co_await hear(channel, request, *station, std::move(head.rest));
+    } else if (!station->moved().empty()) {
+        saySeldom(Level::info, name, address + " is refused: the position has moved");
+        co_await refuseMountpoint(channel, request);
     } else {
-        co_await serve(channel, request, *station, std::move(hash), std::move(head->rest));
+        co_await serve(channel, request, *station, std::move(hash), std::move(head.rest));
     }
+}
+
+/// As each version has it where a stream is not to be had.
+awaitable<void> Caster::refuseMountpoint(Channel& channel, const Request& request) {
+    if (request.kind == Request::Kind::stream && request.dialect == ntrip::Dialect::icy)
+        co_await sendTable(channel, request);
+    else
+        co_await refuse(channel, request, Refusal::notFound);
 }
 
 awaitable<void> Caster::sendTable(Channel& channel, const Request& request) {
@@ -246,6 +282,22 @@ awaitable<void> Caster::sendTable(Channel& channel, const Request& request) {
                   ntrip::tableAnswer(request, ntrip::sourceTable(caster, streams), dateNow()));
 }
 
+void Caster::saySeldom(Level level, const std::string& name, const std::string& line) {
+    const auto tells = admission_.tellsSeldom(name + ": " + line, std::chrono::steady_clock::now());
+    if (tells == Admission::Tells::no)
+        return;
+    say(level, name, line);
+    if (tells == Admission::Tells::last)
+        say(Level::warning, "caster",
+            "1000 clients were refused within an hour: of further ones nothing is told");
+}
+
+void Caster::wrongPassword(const std::string& address) {
+    if (admission_.wrongPassword(address, std::chrono::steady_clock::now()))
+        say(Level::warning, "caster",
+            address + ": ten wrong passwords in a minute; refused for a minute");
+}
+
 void Caster::tellRefused(const std::string& address, const Request& request,
                          const std::string& station, Entry entry) {
     const bool push = request.kind == Request::Kind::push;
@@ -254,19 +306,38 @@ void Caster::tellRefused(const std::string& address, const Request& request,
                             : push                      ? "wrong password to push a stream"
                                                         : "wrong user or password";
     say(push ? Level::warning : Level::info, station, address + " is refused: " + why);
-    if (entry == Entry::wrongPassword &&
-        admission_.wrongPassword(address, std::chrono::steady_clock::now()))
-        tellLockedOut(address);
 }
 
-awaitable<Caster::Entry> Caster::entryOf(const Request& request, const Access& access) {
+awaitable<Caster::Entry> Caster::entryOf(const std::string& address, const Request& request,
+                                         const Station& station) {
+    if (request.kind == Request::Kind::push) {
+        if (!request.password.empty() &&
+            equalSecrets(request.password, station.settings().password))
+            co_return Entry::granted;
+        wrongPassword(address);
+        co_return Entry::wrongPassword;
+    }
+    const Access& access = station.settings().access;
     if (access.who == Access::Who::anyone)
         co_return Entry::granted;
     if (!users_ || !request.named)
         co_return Entry::noPassword;
     const bool listed = lists(access, request.user);
-    const bool right = co_await matches(request.user, request.password);
-    co_return !right ? Entry::wrongPassword : listed ? Entry::granted : Entry::notListed;
+    const Entry entry = co_await examine(address, request.user, request.password);
+    co_return entry == Entry::granted && !listed ? Entry::notListed : entry;
+}
+
+awaitable<Caster::Entry> Caster::examine(std::string address, std::string user, Secret password) {
+    const Admission::Turn turn = co_await admission_.turn(address);
+    if (locksOut(address)) // by those that were examined before
+        co_return Entry::lockedOut;
+    bool right = false;
+    if (users_) // still
+        right = co_await matches(std::move(user), std::move(password));
+    if (right)
+        co_return Entry::granted;
+    wrongPassword(address);
+    co_return Entry::wrongPassword;
 }
 
 /// On a thread of its own: nobody waits for the hash but who sent the password.
@@ -291,10 +362,10 @@ awaitable<Login> Caster::admits(std::string address, std::string user, Secret pa
         co_return Login::lockedOut;
     if (!users_)
         co_return Login::wrong;
-    const bool right = co_await matches(std::move(user), std::move(password));
-    if (!right && admission_.wrongPassword(address, std::chrono::steady_clock::now()))
-        tellLockedOut(address);
-    co_return right ? Login::right : Login::wrong;
+    const Entry entry = co_await examine(std::move(address), std::move(user), std::move(password));
+    if (entry == Entry::lockedOut)
+        co_return Login::lockedOut;
+    co_return entry == Entry::granted ? Login::right : Login::wrong;
 }
 
 awaitable<void> Caster::serve(Channel& channel, Request request, Station& station, std::string hash,
@@ -343,17 +414,24 @@ awaitable<void> Caster::hear(Channel& channel, const Request& request, Station& 
     }
     struct Inside {
         PushDoor& door;
-        Inside(PushDoor& of, Channel& channel) : door(of) {
-            door.enter([&channel] { channel.close(); });
+        Channel& channel;
+        std::string why = "the receiver is gone";
+        bool sentAway = false;
+        Inside(PushDoor& of, Channel& to) : door(of), channel(to) {
+            door.enter(channel.peer(), [this] {
+                sentAway = true;
+                channel.close();
+            });
         }
-        ~Inside() { door.leave(); }
-    } const inside(door, channel);
+        ~Inside() { door.leave(channel.peer() + ": " + (sentAway ? "is sent away" : why)); }
+    } inside(door, channel);
     co_await tell(channel, ntrip::grantText(request, dateNow()));
     say(Level::notice, station.settings().name,
         "a receiver at " + channel.peer() + " pushes its stream");
-    Deadline deadline(kPushSilence, "silence");
-    co_await firstOf(readPush(channel, request, door, std::move(rest), deadline),
-                     deadline.passed());
+    Deadline deadline(kPushSilence, kPushSilent);
+    const Ending end = co_await endOf(
+        firstOf(readPush(channel, request, door, std::move(rest), deadline), deadline.passed()));
+    inside.why = end.why;
 }
 
 awaitable<void> Caster::refuse(Channel& channel, const Request& request, Refusal why) {

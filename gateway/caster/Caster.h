@@ -64,11 +64,16 @@ private:
                          std::string rest);
     std::string hashOf(const std::string& user) const { return users_ ? users_->hashOf(user) : ""; }
     awaitable<bool> matches(std::string user, Secret password);
-    enum class Entry { granted, noPassword, wrongPassword, notListed };
-    awaitable<Entry> entryOf(const ntrip::Request& request, const Access& access);
+    enum class Entry { granted, noPassword, wrongPassword, lockedOut, notListed };
+    awaitable<Entry> examine(std::string address, std::string user, Secret password);
+    awaitable<Entry> entryOf(const std::string& address, const ntrip::Request& request,
+                             const Station& station);
+    void wrongPassword(const std::string& address);
     void tellRefused(const std::string& address, const ntrip::Request& request,
                      const std::string& station, Entry entry);
     bool locksOut(const std::string& address);
+    void saySeldom(Level level, const std::string& name, const std::string& line);
+    awaitable<void> refuseMountpoint(Channel& channel, const ntrip::Request& request);
     awaitable<void> refuse(Channel& channel, const ntrip::Request& request, ntrip::Refusal why);
 
     asio::any_io_executor executor_;

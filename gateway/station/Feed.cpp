@@ -68,12 +68,12 @@ awaitable<void> Supply::run() {
 
 SourceEvents Supply::events() {
     return {.granted =
-                [this] {
+                [this](const std::string& peer) {
                     state_ = State::connected;
                     connectedAt_ = std::chrono::steady_clock::now();
                     toldWhatComes_ = false;
                     epochs_.restart();
-                    say_(Level::notice, shown(address_) + ": connected");
+                    say_(Level::notice, shown(address_) + ": connected" + peer);
                 },
             .lost =
                 [this](const std::string& why) {

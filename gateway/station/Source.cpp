@@ -73,6 +73,11 @@ awaitable<void> sendPositions(Channel& channel, const Address& address) {
     throw ConversationEnd(answer.what(), access ? Manner::refused : Manner::soon);
 }
 
+/// Of a name that has several addresses, or behind a proxy.
+std::string toWhom(const Channel& channel, const Address& address) {
+    return channel.peer() == shown(address.peer) ? "" : " to " + channel.peer();
+}
+
 awaitable<void> readAnswer(Channel& channel, const Address& address, const SourceEvents& events,
                            Deadline& deadline) {
     using State = ntrip::AnswerReader::State;
@@ -89,7 +94,7 @@ awaitable<void> readAnswer(Channel& channel, const Address& address, const Sourc
         if (state != State::head) {
             deadline.set(kSilenceLimit, kSilent60);
             if (!std::exchange(told, true))
-                events.granted();
+                events.granted(toWhom(channel, address));
         }
         if (!data.empty())
             events.take(data);
@@ -118,7 +123,7 @@ awaitable<void> receiveNtrip(const Address& address, const SourceEvents& events)
 
 awaitable<void> receiveTcp(const Address& address, const SourceEvents& events) {
     const ChannelPtr channel = co_await connectTo(address.peer, std::nullopt, kPeerLimit);
-    events.granted();
+    events.granted(toWhom(*channel, address));
     co_await readOn(*channel, events.take);
 }
 
@@ -129,12 +134,14 @@ awaitable<void> receiveListening(const Address& address, const SourceEvents& eve
     const auto state = co_await asio::this_coro::cancellation_state;
     tcp::acceptor acceptor(executor,
                            {asio::ip::make_address(address.peer.host), address.peer.port});
+    std::string displaced;
     for (std::optional<tcp::socket> next;;) {
         if (!next)
             next.emplace(co_await acceptor.async_accept(use_awaitable));
         const ChannelPtr channel = channelOf(std::move(*next));
         next.reset();
-        events.granted();
+        events.granted(" from " + channel->peer() + displaced);
+        displaced.clear();
         std::string why;
         try {
             co_await firstOf(into(next, acceptor.async_accept(use_awaitable)),
@@ -144,15 +151,17 @@ awaitable<void> receiveListening(const Address& address, const SourceEvents& eve
         }
         if (isCancelled(state))
             co_return;
-        if (!next)
-            events.lost(why);
+        if (next)
+            displaced = ", in place of " + channel->peer();
+        else
+            events.lost(channel->peer() + ": " + why);
     }
 }
 
 awaitable<void> receiveSerial(const Address& address, const SourceEvents& events) {
     const ChannelPtr channel =
         openSerial(co_await asio::this_coro::executor, address.path, address.baud);
-    events.granted();
+    events.granted("");
     co_await readOn(*channel, events.take);
 }
 
@@ -186,7 +195,7 @@ awaitable<void> receiveFile(const Address& address, const SourceEvents& events) 
         std::fopen(address.path.c_str(), "rbe"), std::fclose);
     if (!file)
         throw ConversationEnd(address.path + ": " + std::strerror(errno));
-    events.granted();
+    events.granted("");
     for (;;) {
         asio::steady_timer round(co_await asio::this_coro::executor, kShortestRound);
         std::rewind(file.get());
@@ -200,15 +209,15 @@ awaitable<void> receiveFile(const Address& address, const SourceEvents& events) 
 
 } // namespace
 
-void PushDoor::enter(std::function<void()> sendAway) {
+void PushDoor::enter(const std::string& peer, std::function<void()> sendAway) {
     sendAway_ = std::move(sendAway);
-    events_->granted();
+    events_->granted(" from " + peer);
 }
 
-void PushDoor::leave() {
+void PushDoor::leave(const std::string& why) {
     sendAway_ = nullptr;
     if (events_)
-        events_->lost("the receiver has ended the stream");
+        events_->lost(why);
 }
 
 awaitable<void> PushDoor::wait(SourceEvents events) {

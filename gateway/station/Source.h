@@ -20,7 +20,8 @@ namespace gateway {
 using TakeBytes = std::function<void(std::span<const std::uint8_t>)>;
 
 struct SourceEvents {
-    std::function<void()> granted;                // the peer has agreed
+    /// A peer has agreed; who, as it continues a line: empty where the address says it.
+    std::function<void(const std::string&)> granted;
     std::function<void(const std::string&)> lost; // a peer has gone, and another one may come
     TakeBytes take;
 };
@@ -34,14 +35,14 @@ public:
     bool open() const { return events_ && !taken(); }
     bool waiting() const { return events_.has_value(); }
     bool taken() const { return sendAway_ != nullptr; }
-    /// The side of the caster: begin where it is open, any bytes, end. `sendAway` ends the
+    /// The side of the caster: begin where it is open, any bytes, end and why. `sendAway` ends the
     /// conversation of who has entered, soon.
-    void enter(std::function<void()> sendAway);
+    void enter(const std::string& peer, std::function<void()> sendAway);
     void deliver(std::span<const std::uint8_t> bytes) {
         if (events_)
             events_->take(bytes);
     }
-    void leave();
+    void leave(const std::string& why);
     /// The side of the station: until it is cancelled.
     awaitable<void> wait(SourceEvents events);
     /// Sends who has entered away, soon.

@@ -123,9 +123,11 @@ std::optional<ntrip::StreamEntry> Station::tableEntry(Instant now) const {
     entry.generator = "Kestrune";
     entry.authentication = settings_.access.who == Access::Who::anyone ? 'N' : 'B';
     heard.describe(entry);
-    if (!mountpoint_.delivers(now)) {
+    if (!mountpoint_.delivers(now) || !moved_.empty()) {
         const auto silent = std::chrono::floor<std::chrono::seconds>(now - *heard.lastEpoch());
         entry.misc = "no data for " + std::to_string(silent.count()) + " s";
+        if (!moved_.empty())
+            entry.misc += ", the position has moved";
     }
     return entry;
 }

@@ -46,6 +46,8 @@ public:
     }
 
     bool connected() const { return connected_; }
+    /// Says that nothing more comes from here, and reads on.
+    void endSending() const { shutdown(fd_, SHUT_WR); }
     bool send(const Bytes& bytes) const {
         std::size_t sent = 0;
         while (sent < bytes.size()) {

@@ -161,7 +161,7 @@ TEST(Feed, NamesSoonWhatIsNoRtcm) {
     feed.start();
     context.poll();
     for (const auto& c : cases) {
-        door.enter({});
+        door.enter("192.0.2.1:9", {});
         const Instant now = std::chrono::steady_clock::now();
         for (std::size_t at = 0; at < c.come.size(); at += 100)
             door.deliver(
@@ -178,7 +178,7 @@ TEST(Feed, NamesSoonWhatIsNoRtcm) {
         if (told)
             wanted.push_back("caster:: what comes is no RTCM 3" + std::string(c.line));
         EXPECT_EQ(lines, wanted);
-        door.leave();
+        door.leave("");
     }
     feed.stop();
     context.run();
