@@ -3,7 +3,6 @@
 #include "gateway/running.h"
 
 #include <atomic>
-#include <sstream>
 #include <stdlib.h>
 #include <termios.h>
 
@@ -95,18 +94,6 @@ private:
     int from_ = -1, to_ = -1;
     std::jthread thread_;
 };
-
-/// How long a gateway waits before it tries again what the last line about `what` says, s.
-int waitInForce(const RunningGateway& gateway, const std::string& what) {
-    const std::string announced = "next attempt in ";
-    std::istringstream log(gateway.log());
-    int out = 0;
-    for (std::string line; std::getline(log, line);)
-        if (const std::size_t at = line.find(announced);
-            at != line.npos && line.find(what) != line.npos)
-            out = std::stoi(line.substr(at + announced.size()));
-    return out;
-}
 
 } // namespace
 

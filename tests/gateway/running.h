@@ -7,6 +7,7 @@
 #include "reference/standard/sky.h"
 
 #include <chrono>
+#include <sstream>
 #include <thread>
 
 namespace running {
@@ -180,6 +181,18 @@ public:
 private:
     pid_t process_ = 0;
 };
+
+/// How long a gateway waits before it tries again what the last line about `what` says, s.
+inline int waitInForce(const RunningGateway& gateway, const std::string& what) {
+    const std::string announced = "next attempt in ";
+    std::istringstream log(gateway.log());
+    int out = 0;
+    for (std::string line; std::getline(log, line);)
+        if (const std::size_t at = line.find(announced);
+            at != line.npos && line.find(what) != line.npos)
+            out = std::stoi(line.substr(at + announced.size()));
+    return out;
+}
 
 inline std::string stationSource(const Ports& ports) {
     return "source = \"tcp-listen://127.0.0.1:" + std::to_string(ports.station) + "\"\n";
