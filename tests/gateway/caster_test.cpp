@@ -150,7 +150,7 @@ TEST(Caster, GoesOnWithARoverThatHasNothingMoreToSay) {
     EXPECT_TRUE(gateway.tells("has gone")) << gateway.log();
     // Of one that goes at once it is noticed also while nothing comes from the station.
     std::make_unique<Client>(ports.caster, askOf("CANB"), kGranted).reset();
-    EXPECT_TRUE(eventually([&] { return gateway.count(" gone") == 2; })) << gateway.log();
+    EXPECT_TRUE(eventually([&] { return road.gateway.count(" gone") == 2; })) << gateway.log();
 }
 
 TEST(Tls, SaysWhyItDoesNotComeAbout) {

@@ -180,7 +180,7 @@ TEST(Sources, SecondStreamGivesTheNewestEphemeridesThatTheStationLacks) {
         return [&received, frame](const Bytes& more) {
             Bytes all = received;
             append(all, more);
-            return std::ranges::search(all, frame).begin() != all.end();
+            return std::search(all.begin(), all.end(), frame.begin(), frame.end()) != all.end();
         };
     };
     append(received, engine.receive(comes(own.back())));
