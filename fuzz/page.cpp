@@ -58,6 +58,7 @@ public:
         told_ += gateway::textOf(bytes);
         co_return;
     }
+    awaitable<void> untilBroken() override { co_return; }
     void close() override {}
     std::size_t unacknowledged() override { return 0; }
     std::string peer() const override { return "192.0.2.7:40000"; }
