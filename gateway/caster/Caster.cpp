@@ -84,11 +84,6 @@ awaitable<void> tell(Channel& channel, std::string text) {
     co_await within(kTellLimit, channel.write(bytesOf(text)), "takes no answer");
 }
 
-bool takesPushes(const StationSettings& station) {
-    return std::ranges::any_of(
-        station.sources, [](const Address& source) { return source.scheme == Scheme::caster; });
-}
-
 bool equalSecrets(const Secret& a, const Secret& b) {
     const std::string &x = a.reveal(), &y = b.reveal();
     return x.size() == y.size() && CRYPTO_memcmp(x.data(), y.data(), x.size()) == 0;

@@ -1,31 +1,18 @@
 #include "gateway/settings/Examine.h"
 
-#include "base/Findings.h"
-#include "ctl/check/Advice.h"
-#include "gateway/net/Program.h"
-#include "gateway/settings/Certificate.h"
+#include "gateway/settings/Loops.h"
 #include "gateway/settings/Ports.h"
-#include "gateway/settings/Users.h"
-#include "gnss/Clock.h"
 
 #include <boost/asio/ip/address.hpp>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <map>
-#include <optional>
 #include <set>
-#include <string_view>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <string>
+#include <vector>
 
 namespace gateway {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 /// Looks at settings that belong together.
 class Together {
@@ -41,6 +28,7 @@ public:
             examineStation(s_.stations[i], kFirstStation + i);
         }
         examineListeners();
+        examineLoops(s_, remarks_);
     }
 
 private:
@@ -74,9 +62,7 @@ private:
     }
 
     void examineStation(const StationSettings& station, std::size_t number) {
-        const bool pushed =
-            std::any_of(station.sources.begin(), station.sources.end(),
-                        [](const Address& a) { return a.scheme == Scheme::caster; });
+        const bool pushed = takesPushes(station);
         if (pushed && !anyListener())
             remarks_.error(number, "source", "a receiver cannot push: there is no caster",
                            "add [caster] with listen = [\"[::]:2101\"]");
@@ -99,13 +85,10 @@ private:
                               "write such as %Y%m%d into its name: a file a day");
     }
 
-    /// Tells where a listener's port is taken already; any address takes the port of all.
+    /// Tells where a listener's port is taken already.
     void listen(const HostPort& at, std::size_t section, const char* key) {
-        if (at.port == 0)
-            return;
-        const auto any = [](const HostPort& a) { return a.host == "::" || a.host == "0.0.0.0"; };
         for (const HostPort& other : listeners_)
-            if (other.port == at.port && (other.host == at.host || any(other) || any(at))) {
+            if (clash(at, other)) {
                 remarks_.error(
                     section, key,
                     text("%s is taken already by %s", shown(at).c_str(), shown(other).c_str()),
@@ -151,176 +134,10 @@ private:
     std::vector<HostPort> listeners_;
 };
 
-/// Why a file cannot be read by this user; nothing where it can.
-std::optional<std::string> unreadable(const fs::path& path) {
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0)
-        return ctl::check::reasonWith(path, std::strerror(errno));
-    if (!S_ISREG(status.st_mode))
-        return "is no file";
-    if (access(path.c_str(), R_OK) != 0)
-        return std::strerror(errno);
-    return std::nullopt;
-}
-
-/// The folder that a path is in; "." where it names none.
-fs::path folderOf(const fs::path& path) {
-    return path.has_parent_path() ? path.parent_path() : ".";
-}
-
-/// Whether this user can make files in the folder, or it can be made so.
-bool writable(fs::path folder) {
-    std::error_code error;
-    while (!fs::exists(folder, error) && folder.has_relative_path())
-        folder = folderOf(folder);
-    return fs::is_directory(folder, error) && access(folder.c_str(), W_OK | X_OK) == 0;
-}
-
-bool anyPassword(const Settings& s) {
-    const auto has = [](const Address& a) { return !a.password.empty(); };
-    return std::any_of(s.stations.begin(), s.stations.end(), [&](const StationSettings& t) {
-        return !t.password.empty() || std::any_of(t.sources.begin(), t.sources.end(), has) ||
-               std::any_of(t.push.begin(), t.push.end(), has) ||
-               (t.ephemerides && has(*t.ephemerides));
-    });
-}
-
-/// Looks at files and folders.
-class Files {
-public:
-    Files(const Settings& settings, SettingsRemarks& remarks) : s_(settings), remarks_(remarks) {}
-
-    void examine() {
-        if (anyPassword(s_))
-            hidden(remarks_.file(), kFileSection, "", "holds passwords");
-        examineGateway();
-        const CasterSettings& c = s_.caster;
-        const bool certificate = readable(c.certificate, kCasterSection, "certificate");
-        const bool key = readable(c.key, kCasterSection, "key");
-        const bool users = readable(c.users, kCasterSection, "users");
-        hidden(c.key, kCasterSection, "key", "is secret");
-        hidden(c.users, kCasterSection, "users", "holds hashes of passwords");
-        if (certificate && key)
-            examineTls();
-        if (users)
-            examineUsers();
-        for (std::size_t i = 0; i < s_.stations.size(); ++i)
-            examineStation(s_.stations[i], kFirstStation + i);
-    }
-
-private:
-    /// Whether there is one, and it can be read.
-    bool readable(const fs::path& path, std::size_t section, const char* key) {
-        if (path.empty())
-            return false;
-        const auto why = unreadable(path);
-        if (why)
-            remarks_.error(section, key, path.string() + " cannot be read", *why);
-        return !why;
-    }
-    void hidden(const fs::path& path, std::size_t section, const char* key, const char* why) {
-        struct stat status {};
-        if (stat(path.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0)
-            remarks_.warn(section, key,
-                          text("%s %s, and everybody can read it (mode %04o)", path.c_str(), why,
-                               static_cast<unsigned>(status.st_mode) & 07777U),
-                          "chmod o-r " + path.string());
-    }
-
-    void examineGateway() {
-        if (!writable(s_.state)) {
-            const bool written = remarks_.present(kGatewaySection, "state");
-            const std::string wrong = s_.state.string() + " cannot be written by this user";
-            if (written)
-                remarks_.error(kGatewaySection, "state", wrong,
-                               "write a folder of your own, or start it as the user who can");
-            else // as the unit finds it
-                remarks_.warn(kGatewaySection, "state", wrong,
-                              "the unit can; else add state = \"FOLDER\" to [gateway]");
-        }
-        if (!s_.externalEngine && findProgram(s_.engine).empty())
-            remarks_.error(kGatewaySection, "engine",
-                           s_.engine.string() + " is no program that is found",
-                           "install kestrune, or write engine = \"PATH\"");
-        const auto& command = s_.alarms.command;
-        if (!command.empty() && findProgram(command).empty())
-            remarks_.error(kAlarmsSection, "command",
-                           command.string() + " is no program that is found",
-                           "write the path of one that this user may run, without arguments");
-    }
-
-    void examineTls() {
-        const CasterSettings& c = s_.caster;
-        for (const CertificateRemark& r : examineCertificate(c.certificate, c.key, utcNow().time)) {
-            const bool ofKey = r.of == CertificateRemark::Of::key;
-            const char* const key = ofKey ? "key" : "certificate";
-            const std::string wrong = (ofKey ? c.key : c.certificate).string() + " " + r.wrong;
-            if (r.fatal)
-                remarks_.error(kCasterSection, key, wrong, r.advice);
-            else
-                remarks_.warn(kCasterSection, key, wrong, r.advice);
-        }
-    }
-
-    void examineUsers() {
-        Users users;
-        std::vector<ctl::check::Remark> ofLines;
-        users.read(s_.caster.users, ofLines);
-        for (ctl::check::Remark& remark : ofLines)
-            remarks_.add(std::move(remark));
-        if (users.empty())
-            remarks_.warn(kCasterSection, "users", s_.caster.users.string() + " has no users",
-                          "add one: kestrune-gateway passwd FILE NAME");
-        for (std::size_t i = 0; i < s_.stations.size(); ++i)
-            for (const std::string& name : s_.stations[i].access.names)
-                if (!users.contains(name))
-                    remarks_.warn(kFirstStation + i, "access", name + " is no user",
-                                  "add them: kestrune-gateway passwd " + s_.caster.users.string() +
-                                      " " + name);
-    }
-
-    void examineStation(const StationSettings& station, std::size_t number) {
-        for (const Address& a : station.sources)
-            stream(a, number, "source");
-        if (station.ephemerides)
-            stream(*station.ephemerides, number, "ephemerides");
-        for (const Address& a : station.push) {
-            device(a, number, "push");
-            const fs::path folder = folderOf(a.path);
-            if (a.scheme == Scheme::file && folder.string().find('%') == std::string::npos &&
-                !writable(folder))
-                remarks_.error(number, "push", folder.string() + " cannot be written by this user",
-                               "make the folder, or give it to the user of the gateway");
-        }
-    }
-    void stream(const Address& a, std::size_t number, const char* key) {
-        device(a, number, key);
-        if (a.scheme == Scheme::file)
-            readable(a.path, number, key);
-    }
-    void device(const Address& a, std::size_t number, const char* key) {
-        if (a.scheme != Scheme::serial)
-            return;
-        if (access(a.path.c_str(), F_OK) != 0)
-            remarks_.warn(number, key, a.path + " is not there",
-                          "connect it; `ls /dev/serial/by-id` shows what is connected");
-        else if (access(a.path.c_str(), R_OK | W_OK) != 0)
-            remarks_.warn(number, key, a.path + " cannot be used by this user",
-                          "add the user to the group dialout");
-    }
-
-    const Settings& s_;
-    SettingsRemarks& remarks_;
-};
-
 } // namespace
 
 void examineTogether(const Settings& settings, SettingsRemarks& remarks) {
     Together(settings, remarks).examine();
-}
-
-void examineFiles(const Settings& settings, SettingsRemarks& remarks) {
-    Files(settings, remarks).examine();
 }
 
 } // namespace gateway

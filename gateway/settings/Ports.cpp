@@ -68,12 +68,20 @@ std::vector<Port> portsOf(const Settings& settings) {
     return out;
 }
 
+bool clash(const HostPort& a, const HostPort& b) {
+    const auto any = [](const HostPort& at) { return at.host == "::" || at.host == "0.0.0.0"; };
+    return a.port != 0 && a.port == b.port && (a.host == b.host || any(a) || any(b));
+}
+
 void examinePorts(const Settings& settings, SettingsRemarks& remarks) {
-    std::vector<Port> taken;
-    std::size_t tried = 0;
+    std::vector<Port> taken, tried;
     for (const Port& port : portsOf(settings)) {
+        const auto clashes = [&](const Port& other) { return clash(port.at, other.at); };
+        if (std::any_of(tried.begin(), tried.end(), clashes)) // is told as such
+            continue;
         const error_code why = whyNot(port.at);
-        tried += port.at.port != 0 ? 1 : 0; // 0 is any free one
+        if (port.at.port != 0)
+            tried.push_back(port);
         if (why == asio::error::address_in_use)
             taken.push_back(port);
         else if (why)
@@ -84,7 +92,7 @@ void examinePorts(const Settings& settings, SettingsRemarks& remarks) {
     constexpr const char* advice =
         "is it this gateway, which runs already? Else stop that program, "
         "or write another port";
-    if (taken.size() > 1 && taken.size() == tried) {
+    if (taken.size() > 1 && taken.size() == tried.size()) {
         std::string all;
         for (const Port& port : taken)
             all += (all.empty() ? "" : ", ") + shown(port.at);

@@ -403,8 +403,8 @@ Settings settingsOf(std::string_view toml, SettingsRemarks& remarks) {
     return out;
 }
 
-ReadSettings whole(Settings settings, SettingsRemarks remarks) {
-    return {std::move(settings), std::move(remarks).sorted()};
+ReadSettings whole(Settings settings, std::shared_ptr<Users> users, SettingsRemarks remarks) {
+    return {std::move(settings), std::move(users), std::move(remarks).sorted()};
 }
 
 /// The bytes of a file; throws with what is wrong.
@@ -463,21 +463,22 @@ bool isStationName(std::string_view name) {
 ReadSettings parseSettings(std::string_view toml, const std::string& file) {
     SettingsRemarks remarks(file);
     Settings settings = settingsOf(toml, remarks);
-    return whole(std::move(settings), std::move(remarks));
+    return whole(std::move(settings), nullptr, std::move(remarks));
 }
 
 ReadSettings readSettings(const fs::path& path, Look look) {
     SettingsRemarks remarks(path.string());
     Settings settings;
+    std::shared_ptr<Users> users;
     try {
         settings = settingsOf(contentOf(path), remarks);
-        examineFiles(settings, remarks);
+        users = examineFiles(settings, remarks);
         if (look == Look::filesAndPorts)
             examinePorts(settings, remarks);
     } catch (const std::runtime_error& fault) {
         remarks.error(kFileSection, "", "cannot be read", fault.what());
     }
-    return whole(std::move(settings), std::move(remarks));
+    return whole(std::move(settings), std::move(users), std::move(remarks));
 }
 
 ReadSettings settingsOfCommandLine(std::span<const std::string> stations,
@@ -516,7 +517,7 @@ ReadSettings settingsOfCommandLine(std::span<const std::string> stations,
     }
     examineTogether(out, remarks);
     examineFiles(out, remarks);
-    return whole(std::move(out), std::move(remarks));
+    return whole(std::move(out), nullptr, std::move(remarks));
 }
 
 } // namespace gateway

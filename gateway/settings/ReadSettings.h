@@ -2,8 +2,10 @@
 
 #include "ctl/check/Remarks.h"
 #include "gateway/settings/Settings.h"
+#include "gateway/settings/Users.h"
 
 #include <filesystem>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -15,7 +17,8 @@
 namespace gateway {
 
 struct ReadSettings {
-    Settings settings; // with defaults where remarks tell of errors
+    Settings settings;            // with defaults where remarks tell of errors
+    std::shared_ptr<Users> users; // of their file; null: none is read
     std::vector<ctl::check::Remark> remarks;
     /// Nothing is fatal.
     bool usable() const;

@@ -2,6 +2,7 @@
 
 #include "gateway/net/Address.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <filesystem>
@@ -90,6 +91,12 @@ inline bool audits(const Settings& settings, const StationSettings& station) {
     constexpr std::size_t kMostByDefault = 20;
     return station.audit.value_or(!settings.externalEngine &&
                                   settings.stations.size() <= kMostByDefault);
+}
+
+/// Whether a receiver may push its stream.
+inline bool takesPushes(const StationSettings& station) {
+    return std::any_of(station.sources.begin(), station.sources.end(),
+                       [](const Address& a) { return a.scheme == Scheme::caster; });
 }
 
 } // namespace gateway

@@ -72,7 +72,4 @@ private:
     Bytes beginning_;
 };
 
-/// What bytes that are no RTCM 3 seem to be: "UBX", "NMEA", "HTML"...; empty: nothing known.
-std::string looksLike(std::span<const std::uint8_t> bytes);
-
 } // namespace gateway

@@ -1,5 +1,7 @@
 #include "gateway/station/Feed.h"
 
+#include "gateway/net/LooksLike.h"
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -60,8 +62,7 @@ awaitable<void> Supply::run() {
         lastError_ = end.why;
         deliveringSince_.reset();
         const Duration wait = backoff_.afterFailure(end.manner);
-        say_(Level::warning,
-             shown(address_) + ": " + end.why + "; next attempt in " + inSeconds(wait));
+        sayOf(Level::warning, end.why + "; next attempt in " + inSeconds(wait));
         co_await pause(wait);
     }
 }
@@ -73,15 +74,20 @@ SourceEvents Supply::events() {
                     connectedAt_ = std::chrono::steady_clock::now();
                     toldWhatComes_ = false;
                     epochs_.restart();
-                    say_(Level::notice, shown(address_) + ": connected" + peer);
+                    sayOf(Level::notice, "connected" + peer);
                 },
             .lost =
                 [this](const std::string& why) {
                     state_ = State::connecting;
                     connectedAt_.reset();
-                    say_(Level::warning, shown(address_) + ": " + why + "; waits for another");
+                    sayOf(Level::warning, why + "; waits for another");
                 },
             .take = [this](std::span<const std::uint8_t> bytes) { took(bytes); }};
+}
+
+void Supply::sayOf(Level level, const std::string& what) const {
+    const std::string name = shown(address_);
+    say_(level, name + (name.ends_with(':') ? " " : ": ") + what); // "caster:"
 }
 
 SourceLook Supply::look(Instant now) const {
@@ -110,7 +116,7 @@ void Supply::tellWhatComes(Instant now) {
     if (noRtcm.empty() || (!late && looksLike(epochs_.beginning()).empty()))
         return;
     toldWhatComes_ = true;
-    say_(Level::warning, shown(address_) + ": " + noRtcm);
+    sayOf(Level::warning, noRtcm);
 }
 
 void Supply::took(std::span<const std::uint8_t> bytes) {

@@ -49,6 +49,8 @@ private:
     awaitable<void> run();
     void took(std::span<const std::uint8_t> bytes);
     SourceEvents events();
+    /// Says it of this source.
+    void sayOf(Level level, const std::string& what) const;
     std::string saysNoRtcm() const;
 
     Address address_;

@@ -84,7 +84,7 @@ TEST(Caster, SaysWhyAPushIsNotTaken) {
     EXPECT_EQ(firstLine(receiver.rest()), "HTTP/1.1 200 OK");
     EXPECT_TRUE(gateway.tells(": no readable chunk in what it sends; waits for another"))
         << gateway.log();
-    EXPECT_TRUE(gateway.tells("caster:: connected from 127.0.0.1:"));
+    EXPECT_TRUE(gateway.tells("caster: connected from 127.0.0.1:"));
 
     // A receiver that connects anew takes the place of its old connection, and that is told.
     const std::string source = "tcp-listen://127.0.0.1:" + std::to_string(listens.station);

@@ -3,6 +3,8 @@
 #include "gateway/settings/CheckSettings.h"
 #include "gnss/Clock.h"
 #include "process.h"
+#include "reference/standard/frame.h"
+#include "reference/standard/station.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -370,6 +372,17 @@ TEST(GatewaySettings, TellAFaultWhereItStands) {
         {"[[station]]\nname = \"B\"\nsource = \"caster:\"",
          "f:8:10: station B/source: error: the password of the receiver that pushes is missing"},
         {kAnother + "ephemerides = \"caster:\"", "f:9:15: station B/ephemerides: error: a station"},
+        {"[[station]]\nname = \"B\"\nsource = \"ntrip://localhost/B\"",
+         "f:8:10: station B/source: error: the station gets its own stream through our caster: "
+         "B from B\n    write the address of its receiver"},
+        {"[[station]]\nname = \"B\"\nsource = \"ntrip://[::1]:2101/M\"\n"
+         "[[station]]\nname = \"C\"\nmountpoint = \"M\"\n"
+         "source = [\"tcp://a:2\", \"ntrip://127.0.0.2:2101/B\"]",
+         "f:8:10: station B/source: error: the station gets its own stream through our caster: "
+         "B from C from B"},
+        {"[[station]]\nname = \"B\"\nsource = \"caster:\"\npassword = \"x\"\n"
+         "push = \"ntrip-source://:x@localhost/B\"",
+         "f:8:10: station B/source: error: the station gets its own stream"},
         // what is missing, and may be in the line that cannot be read, is not told
         {"[[station]]\nname = \"B\"\nsource = ntrip://u:hunter2@h/M",
          "f:8:11: error: a text is not in quotation marks\n    write it as KEY = \"TEXT\""},
@@ -384,6 +397,12 @@ TEST(GatewaySettings, TellAFaultWhereItStands) {
         EXPECT_EQ(read.usable(), said.find(": error: ") == std::string::npos) << said;
     }
     EXPECT_NE(checked("").find("f: error: no station"), std::string::npos);
+    // one that has the stream of another one, a caster elsewhere, and one behind a proxy
+    EXPECT_NE(checked(kGood + "[[station]]\nname = \"B\"\nsource = [\"ntrip://localhost/CANB\", "
+                              "\"ntrip://localhost:2102/B\", \"ntrips://localhost/B\", "
+                              "\"ntrip://localhost/B?proxy=h:1\", \"ntrip://192.0.2.1/B\"]")
+                  .find("f: no findings"),
+              std::string::npos);
     EXPECT_NE(checked("[station]\nname = \"A\"").find("write [[station]]"), std::string::npos);
     EXPECT_NE(checked(kAnother).find("f:1:1: station B: warning: nobody gets"), std::string::npos);
 }
@@ -430,7 +449,8 @@ const std::string kStationOfFile = "state = \"DIR/state\"\n[caster]\nlisten = \"
 
 TEST_F(GatewayFiles, ThatSuitAreTold) {
     write("users", "rover1:$2y$10$0MjulOGvWwI7k39L30j6j.3KJa3A4sS1OqFdFc/Sy9mgd2QkFVfEa\n", 0600);
-    write("a.rtcm", "", 0600);
+    const auto message = ref::frame(ref::write1005({.station = 1, .xyzM = {1.0, 2.0, 3.0}}));
+    write("a.rtcm", "junk" + std::string(message.begin(), message.end()), 0600);
     const Pair good = pair(-1, 100);
     write("cert.pem", good.certificate, 0644);
     write("key.pem", good.key, 0600);
@@ -462,6 +482,7 @@ TEST_F(GatewayFiles, ThatDoNotSuitAreTold) {
     write("early.pem", early.certificate, 0644);
     write("late.key", late.key, 0604);
     write("users", "rover1:hunter2\n", 0644);
+    write("nmea", "$GPGGA,,,,,,0,,,,,,,,*66\r\n", 0600);
     const auto caster = [](const std::string& keys) {
         return replaced(kStationOfFile, "[caster]\n", "[caster]\n" + keys) +
                "source = \"tcp://a:1\"\n";
@@ -478,6 +499,9 @@ TEST_F(GatewayFiles, ThatDoNotSuitAreTold) {
         {"state = \"DIR/engine\"\n[caster]\nlisten = \"127.0.0.1:0\"\n" + kAnother,
          {":3:9: gateway/state: error: DIR/engine cannot be written by this user"},
          1},
+        {"state = \"/proc/none/x\"\n[caster]\nlisten = \"127.0.0.1:0\"\n" + kAnother,
+         {":3:9: gateway/state: error: /proc/none/x cannot be written by this user (/proc: "},
+         1},
         {kStationOfFile + "source = \"file:DIR/none\"",
          {":8:10: station CANB/source: error: DIR/none cannot be read\n    No such file"},
          1},
@@ -485,7 +509,21 @@ TEST_F(GatewayFiles, ThatDoNotSuitAreTold) {
          {":8:10: station CANB/source: warning: /dev/none is not there"},
          0},
         {kStationOfFile + "source = \"tcp://a:1\"\npush = \"file:DIR/engine/%Y\"",
-         {":9:8: station CANB/push: error: DIR/engine cannot be written"},
+         {":9:8: station CANB/push: error: DIR/engine is no folder that is there"},
+         1},
+        {kStationOfFile + "source = \"tcp://a:1\"\npush = \"file:DIR/none/x-%Y\"",
+         {":9:8: station CANB/push: error: DIR/none is no folder that is there\n"
+          "    make it: mkdir -p DIR/none"},
+         1},
+        {kStationOfFile + "source = \"tcp://a:1\"\npush = \"file:/proc/%Y\"",
+         {":9:8: station CANB/push: error: no file can be made in /proc: "},
+         1},
+        {kStationOfFile + "source = [\"file:DIR/engine\", \"file:DIR/empty\"]\n"
+                          "ephemerides = \"file:DIR/nmea\"",
+         {":8:10: station CANB/source: error: DIR/engine holds no RTCM 3 message\n",
+          ":8:10: station CANB/source: warning: DIR/empty is empty",
+          ":9:15: station CANB/ephemerides: error: DIR/nmea holds no RTCM 3 message: it looks "
+          "like NMEA\n"},
          1},
         {tls("none", "late.key"),
          {"caster/certificate: error: DIR/none cannot be read",
@@ -587,6 +625,28 @@ TEST_F(GatewayFiles, ThatNamePortsOfOthersAreTold) {
                                                        : ": " + count + " warnings\n"))
             << all;
     }
+}
+
+TEST_F(GatewayFiles, ThatNameAPortTwiceAreToldOnceThatAnotherHasIt) {
+    boost::asio::io_context context;
+    using boost::asio::ip::tcp;
+    const tcp::acceptor other(context, {boost::asio::ip::address_v4::loopback(), 0});
+    const std::string port = std::to_string(other.local_endpoint().port());
+    const std::string said = checkedFile("state = \"DIR/state\"\n[caster]\nlisten = [\"[::1]:0\", "
+                                         "\"127.0.0.1:" +
+                                             port +
+                                             "\"]\n[[station]]\n"
+                                             "name = \"CANB\"\nsource = \"tcp-listen://0.0.0.0:" +
+                                             port + "\"\n",
+                                         1);
+    EXPECT_NE(said.find(":8:10: station CANB/source: error: 0.0.0.0:" + port +
+                        " is taken already by 127.0.0.1:" + port),
+              said.npos)
+        << said;
+    EXPECT_NE(said.find(":5:10: caster/listen: warning: a program listens already on 127.0.0.1:"),
+              said.npos)
+        << said;
+    EXPECT_NE(said.find(": 1 error, 1 warning: "), said.npos) << said;
 }
 
 TEST(GatewayCommandLine, IsSettingsWithoutAFile) {

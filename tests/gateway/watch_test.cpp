@@ -176,7 +176,7 @@ TEST(Feed, NamesSoonWhatIsNoRtcm) {
         EXPECT_EQ(told.value_or(never), c.told) << c.what;
         std::vector<std::string> wanted;
         if (told)
-            wanted.push_back("caster:: what comes is no RTCM 3" + std::string(c.line));
+            wanted.push_back("caster: what comes is no RTCM 3" + std::string(c.line));
         EXPECT_EQ(lines, wanted);
         door.leave("");
     }
