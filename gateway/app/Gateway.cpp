@@ -22,12 +22,15 @@ Gateway::Gateway(asio::io_context& context, const EventLog& log)
     tasks_.start(ticks());
 }
 
-void Gateway::apply(const Settings& settings) {
-    std::filesystem::create_directories(settings.state);
-    const auto failures = caster_.apply(settings.caster, readUsers(settings));
+void Gateway::apply(const Settings& settings, std::shared_ptr<Users> users) {
+    auto state = state_ && state_->is(settings.state)
+                     ? state_
+                     : std::make_shared<const StateFolder>(settings.state);
+    const auto failures = caster_.apply(settings.caster, std::move(users));
     if (!failures.empty() && !began_)
         throw std::runtime_error(failures.front());
     began_ = true;
+    state_ = std::move(state);
     for (const std::string& failure : failures)
         say(Level::error, "caster", failure + "; tried again every second");
     const bool sameHost = settings.state == settings_.state &&
@@ -149,6 +152,7 @@ std::unique_ptr<Gateway::Served> Gateway::serve(const StationSettings& settings,
         host.externalEngine->port = static_cast<std::uint16_t>(host.externalEngine->port + number);
     auto served = std::make_unique<Served>();
     served->number = number;
+    served->state = state_;
     served->station = std::make_shared<Station>(host, settings);
     served->station->start();
     return served;
@@ -172,17 +176,6 @@ void Gateway::startPushes(Served& served) const {
             std::make_unique<Push>(executor_, address, station.mountpoint(), sayOf, strLine));
         served.pushes.back()->start();
     }
-}
-
-std::shared_ptr<Users> Gateway::readUsers(const Settings& settings) const {
-    if (settings.caster.users.empty())
-        return nullptr;
-    auto users = std::make_shared<Users>();
-    std::vector<ctl::check::Remark> remarks;
-    users->read(settings.caster.users, remarks);
-    for (const ctl::check::Remark& remark : remarks)
-        say(Level::warning, settings.caster.users.string(), remark.text);
-    return users;
 }
 
 awaitable<void> Gateway::ticks() {

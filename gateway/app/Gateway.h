@@ -2,6 +2,7 @@
 
 #include "gateway/app/Notifier.h"
 #include "gateway/app/Overview.h"
+#include "gateway/app/StateFolder.h"
 #include "gateway/caster/Caster.h"
 #include "gateway/caster/Push.h"
 #include "gateway/settings/Settings.h"
@@ -28,9 +29,9 @@ public:
 
     /// Begins, or goes on with other settings: stations and listeners that did not change are not
     /// disturbed, nor are the stream and the rovers of a station where what changed does not
-    /// concern them. std::runtime_error where the certificate or, at first, a listener cannot be
-    /// used; later a listener is told and tried again.
-    void apply(const Settings& settings);
+    /// concern them. std::runtime_error where the state folder, the certificate or, at first, a
+    /// listener cannot be used: then nothing has changed. Later a listener is told and tried again.
+    void apply(const Settings& settings, std::shared_ptr<Users> users);
     /// Returns at once; then it is to be kept until it is idle.
     void stop();
     bool idle() const;
@@ -38,7 +39,8 @@ public:
 private:
     /// A station with its outputs.
     struct Served {
-        std::size_t number = 0; // in the order of the settings
+        std::size_t number = 0;                   // in the order of the settings
+        std::shared_ptr<const StateFolder> state; // as long as an engine writes there
         std::shared_ptr<Station> station;
         std::vector<std::unique_ptr<Push>> pushes, ending;
         /// Ends the outputs that are none of these any more.
@@ -53,11 +55,11 @@ private:
     std::unique_ptr<Served> serve(const StationSettings& settings, std::size_t number) const;
     void startPushes(Served& served) const;
     std::optional<ntrip::StreamEntry> tableEntry(const Station& station, Instant now) const;
-    std::shared_ptr<Users> readUsers(const Settings& settings) const;
     awaitable<void> ticks();
 
     asio::any_io_executor executor_;
     Settings settings_;
+    std::shared_ptr<const StateFolder> state_;
     bool began_ = false;
     std::map<std::string, std::unique_ptr<Served>> stations_; // by name
     std::list<std::unique_ptr<Served>> stopping_;

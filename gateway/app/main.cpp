@@ -46,8 +46,7 @@ bool tellRemarks(const ReadSettings& read, const Arguments& arguments) {
 }
 
 /// Until SIGTERM or SIGINT; at SIGHUP the file is read again.
-awaitable<void> obeySignals(Gateway& gateway, const Arguments& arguments) {
-    asio::signal_set signals(co_await asio::this_coro::executor, SIGTERM, SIGINT, SIGHUP);
+awaitable<void> obey(asio::signal_set& signals, Gateway& gateway, const Arguments& arguments) {
     while (co_await signals.async_wait(use_awaitable) == SIGHUP) {
         say(Level::notice, "gateway", "SIGHUP: the settings are read again");
         const ReadSettings read = settingsOf(arguments);
@@ -56,9 +55,9 @@ awaitable<void> obeySignals(Gateway& gateway, const Arguments& arguments) {
             continue;
         }
         try {
-            gateway.apply(read.settings);
+            gateway.apply(read.settings, read.users);
         } catch (const std::exception& e) {
-            say(Level::error, "gateway", e.what());
+            say(Level::error, "gateway", std::string(e.what()) + "; the settings in force stay");
         }
     }
     say(Level::notice, "gateway", "ends");
@@ -74,12 +73,13 @@ int run(const Arguments& arguments) {
     if (!tellRemarks(read, arguments))
         return 1;
     asio::io_context context(1);
+    asio::signal_set signals(context, SIGTERM, SIGINT, SIGHUP); // from now on they wait their turn
     Gateway gateway(context, events);
     int status = 0;
     try {
-        gateway.apply(read.settings);
+        gateway.apply(read.settings, read.users);
         bool ends = false;
-        asio::co_spawn(context, obeySignals(gateway, arguments),
+        asio::co_spawn(context, obey(signals, gateway, arguments),
                        [&](const std::exception_ptr&) { ends = true; });
         notifyInitial();
         notifyReady();

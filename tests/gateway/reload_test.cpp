@@ -34,30 +34,32 @@ std::string sourceTable(int port) {
     return client.rest();
 }
 
-std::string processOf(const RunningGateway& gateway) {
-    const std::string status = gateway.status();
-    const std::size_t at = status.find("\"process_id\":");
-    return status.substr(at, status.find(',', at) - at);
+/// Of the engine.
+pid_t processOf(const RunningGateway& gateway) {
+    const std::string status = gateway.status(), key = "\"process_id\":";
+    return std::stoi(status.substr(status.find(key) + key.size()));
 }
 
 } // namespace
 
 TEST(Reload, DisturbsNeitherStreamNorRoverWhereItDoesNotConcernThem) {
-    const Ports ports, outputs, others;
+    const auto free = freePorts<5>();
+    const Ports ports({free[0], free[1]});
+    const int keptPort = free[2], oldPort = free[3], newPort = free[4];
     const auto output = [](int port) {
         return "\"tcp-listen://127.0.0.1:" + std::to_string(port) + "\"";
     };
     const fs::path users = fs::path(testing::TempDir()) / ("reload_" + std::to_string(getpid()));
     std::ofstream(users) << "bob" << kRightHash << "ann" << kRightHash;
     fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
-    const std::string kept = output(outputs.station), old = output(outputs.caster);
+    const std::string kept = output(keptPort), old = output(oldPort);
     RunningGateway gateway(ports,
                            stationSource(ports) + kPosition + "access = \"anyone\"\npush = [" +
                                kept + ", " + old + "]\n",
                            "operator = \"A\"\nusers = \"" + users.string() + "\"\n");
     const Settings settings(gateway);
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    const std::string engine = processOf(gateway);
+    const pid_t engine = processOf(gateway);
     const Client station(ports.station);
     const auto asks = [](const std::string& credentials) {
         return askOf("CANB", "Authorization: Basic " + credentials + "\r\n");
@@ -73,7 +75,7 @@ TEST(Reload, DisturbsNeitherStreamNorRoverWhereItDoesNotConcernThem) {
     EXPECT_TRUE(gateway.tells("is sent away: the station asks for a password now"));
     Client bob(ports.caster, asks("Ym9iOnJpZ2h0"), kGranted);
     Client ann(ports.caster, asks("YW5uOnJpZ2h0"), kGranted);
-    Client keptPeer(outputs.station), oldPeer(outputs.caster);
+    Client keptPeer(keptPort), oldPeer(oldPort);
     ASSERT_TRUE(eventually([&] { return gateway.count("(ann) gets the stream") == 1; }));
     ASSERT_TRUE(station.send(streamOf(0)));
     const auto everyEpochComes = [&](const std::string& when) {
@@ -89,10 +91,10 @@ TEST(Reload, DisturbsNeitherStreamNorRoverWhereItDoesNotConcernThem) {
     EXPECT_TRUE(gateway.tells("(ann) is sent away: the user is not one of the station's own"));
     everyEpochComes("access");
 
-    settings.replace(old, output(others.station));
+    settings.replace(old, output(newPort));
     oldPeer.rest();
-    EXPECT_TRUE(oldPeer.ended());
-    Client newPeer(others.station);
+    EXPECT_TRUE(oldPeer.ended()) << gateway.log();
+    Client newPeer(newPort);
     ASSERT_TRUE(newPeer.connected());
     Bytes first; // what a rover needs at once
     ASSERT_FALSE(
@@ -159,6 +161,61 @@ TEST(Reload, SendsAReceiverAwayThatPushesWithThePasswordBefore) {
     const Client receiver(ports.caster, ask("another"), kGranted);
     ASSERT_TRUE(receiver.send(streamOf(3)));
     EXPECT_EQ(wholeEpochs(rover.receive(epochs(3))), 3) << gateway.log();
+}
+
+TEST(Reload, TellsWhatIsWrongWithTheUsersOnce) {
+    const Ports ports;
+    const fs::path users = fs::path(testing::TempDir()) / ("wrong_" + std::to_string(getpid()));
+    std::ofstream(users) << "bob:right\nann" << kRightHash;
+    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
+    const RunningGateway gateway(ports, stationSource(ports) + kPosition,
+                                 "users = \"" + users.string() + "\"\n");
+    const std::string wrong = "bob: what follows the name is no hash";
+    ASSERT_TRUE(gateway.tells("listens on")) << gateway.log();
+    EXPECT_EQ(gateway.count(wrong), 1) << gateway.log();
+    Settings(gateway).replace("listen = [\"", "operator = \"A\"\nlisten = [\"");
+    EXPECT_TRUE(
+        eventually([&] { return sourceTable(ports.caster).find(";A;") != std::string::npos; }));
+    EXPECT_EQ(gateway.count(wrong), 2) << gateway.log();
+    fs::remove(users);
+}
+
+TEST(StateFolder, IsOfOneGatewayForAsLongAsThatRuns) {
+    const auto free = freePorts<4>();
+    const Ports ports({free[0], free[1]}), others({free[2], free[3]});
+    RunningGateway first(ports, stationSource(ports) + kPosition);
+    ASSERT_TRUE(first.engineConnected()) << first.log();
+    const std::string inUse = "the state folder " + (first.folder / "state").string() +
+                              " is in use by another gateway (process " +
+                              std::to_string(first.process()) + ")";
+    const fs::path second = first.folder / "second.toml";
+    std::ofstream(second) << replaced(readFile(first.folder / "gateway.toml"),
+                                      std::to_string(ports.caster), std::to_string(others.caster));
+    const Ran ran = runInShell(kGatewayProgram, second.string());
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_NE(ran.output.find(inUse), std::string::npos) << ran.output;
+
+    // One that runs does not take it either, and loses nothing.
+    RunningGateway other(others, stationSource(others) + kPosition, "", "", "other");
+    ASSERT_TRUE(other.engineConnected()) << other.log();
+    const pid_t engine = processOf(other);
+    Client rover(others.caster, askOf("CANB"), kGranted);
+    Settings(other).replace((other.folder / "state").string(), (first.folder / "state").string());
+    EXPECT_TRUE(other.tells(inUse)) << other.log();
+    EXPECT_TRUE(other.tells("; the settings in force stay")) << other.log();
+    const Client station(others.station);
+    ASSERT_TRUE(station.send(streamOf(2)));
+    EXPECT_EQ(wholeEpochs(rover.receive(epochs(2))), 2) << other.log();
+    EXPECT_EQ(processOf(other), engine);
+
+    // The lock ends with its process, also where an engine is left.
+    const pid_t left = processOf(first);
+    kill(left, SIGSTOP);
+    first.end(SIGKILL);
+    other.signal(SIGHUP);
+    EXPECT_TRUE(other.tells("CANB: is stopped")) << other.log();
+    EXPECT_TRUE(eventually([&] { return first.status() != "" && processOf(first) != left; }));
+    EXPECT_EQ(kill(left, SIGKILL), 0) << "it was there all the time";
 }
 
 } // namespace running

@@ -102,14 +102,21 @@ private:
     bool connected_ = false;
 };
 
+/// So many free ports, each another one.
+template <std::size_t N> std::array<int, N> freePorts() {
+    std::array<int, N> ports{}, sockets{};
+    for (std::size_t i = 0; i < N; ++i)
+        sockets[i] = boundSocket(ports[i]);
+    for (const int socket : sockets)
+        close(socket);
+    return ports;
+}
+
 /// Two free ports, of a station and a caster.
 struct Ports {
-    int station = 0, caster = 0;
-    Ports() {
-        const int a = boundSocket(station), b = boundSocket(caster);
-        close(a);
-        close(b);
-    }
+    explicit Ports(const std::array<int, 2>& free = freePorts<2>())
+        : station(free[0]), caster(free[1]) {}
+    int station, caster;
 };
 
 class RunningGateway {
