@@ -194,7 +194,7 @@ awaitable<void> Gateway::ticks() {
             return served->idle() && served->station.use_count() == 1;
         });
         const auto delivering = std::ranges::count_if(stations_, [&](const auto& one) {
-            return one.second->station->mountpoint().delivers(now);
+            return one.second->station->glance().delivery == Delivery::delivering;
         });
         notifyStatus("%td of %zu stations deliver, %zu clients", delivering, stations_.size(),
                      caster_.clients());

@@ -153,6 +153,25 @@ TEST(Caster, GoesOnWithARoverThatHasNothingMoreToSay) {
     EXPECT_TRUE(eventually([&] { return road.gateway.count(" gone") == 2; })) << gateway.log();
 }
 
+TEST(Caster, GoesOnWithAPeerThatOnlyReads) {
+    Peer output;
+    output.listen();
+    const std::string address = "tcp://127.0.0.1:" + std::to_string(output.port);
+    Road road(3, "push = [\"" + address + "\"]\n");
+    ASSERT_TRUE(output.accept());
+    output.halfClose();
+    ref::Sky sky = skyOfStation();
+    for (int i = 10; i < 13; ++i) {
+        ASSERT_TRUE(road.station.send(epochOf(sky, kNow + i * 1.0)));
+        EXPECT_GE(wholeFrames(output.exchange({}, 1, 1)), 1) << road.gateway.log();
+    }
+    EXPECT_EQ(road.gateway.count("next attempt"), 0) << road.gateway.log();
+    output.drop();
+    ASSERT_TRUE(road.station.send(epochOf(sky, kNow + 13.0)));
+    EXPECT_TRUE(road.gateway.tells("output " + address + ": ")) << road.gateway.log();
+    EXPECT_TRUE(road.gateway.tells("; next attempt in ")) << road.gateway.log();
+}
+
 TEST(Tls, SaysWhyItDoesNotComeAbout) {
     const struct {
         const char* what;
