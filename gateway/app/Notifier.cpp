@@ -140,8 +140,9 @@ Notifier::Webhook::Webhook(const asio::any_io_executor& executor, std::string ur
 
 void Notifier::Webhook::leave() {
     if (const std::size_t waiting = queue_.notices.size() + (calls_ ? 1 : 0); waiting > 0)
-        sayOf(Level::warning, queue_.name + " is called no longer: " + std::to_string(waiting) +
-                                  " alarms that wait are dropped");
+        sayOf(Level::warning, queue_.name +
+                                  " is called no longer; alarms that waited and are dropped: " +
+                                  std::to_string(waiting));
     stop();
 }
 

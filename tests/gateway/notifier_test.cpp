@@ -153,7 +153,7 @@ TEST(Webhook, IsCalledAgainWhereThatMayHelpAndGetsAllInOrder) {
 
     settings.alarms.webhooks = {urls.begin() + 1, urls.end()};
     notifier.apply(settings);
-    tells("http://127.0.0.1:1", " is called no longer: 2 alarms that wait are dropped");
+    tells("http://127.0.0.1:1", " is called no longer; alarms that waited and are dropped: 2");
     notifier.tell(alarmOf("SYDN"));
     EXPECT_TRUE(becomes(context, [&] { return hooks.back().got.size() == 3; }));
     end(context, notifier);
