@@ -42,7 +42,7 @@ private:
                 remarks_.error(kCasterSection, "listen_tls", text("TLS needs a %s", key),
                                text("add %s = \"FILE\" (PEM)", key));
             if (!path->empty() && !remarks_.present(kCasterSection, "listen_tls"))
-                remarks_.warn(kCasterSection, key, "nothing uses it",
+                remarks_.warn(kCasterSection, key, "nothing uses " + path->string(),
                               "add listen_tls = [\"[::]:2102\"], or leave it out");
         }
     }
@@ -53,7 +53,7 @@ private:
         };
         const bool name = taken(names_, station.name);
         if (name)
-            remarks_.error(number, "name", "another station has this name",
+            remarks_.error(number, "name", "another station has the name " + station.name,
                            "give each station its own");
         if (taken(mountpoints_, station.mountpoint) && !name)
             remarks_.error(number, "mountpoint",
@@ -107,7 +107,9 @@ private:
         const WebSettings& web = s_.web;
         if (web.access == WebSettings::Access::machine &&
             std::any_of(web.listen.begin(), web.listen.end(), beyond))
-            remarks_.error(kWebSection, "listen", "other machines would see the page",
+            remarks_.error(kWebSection, "listen",
+                           "other machines would see the page at " +
+                               shown(*std::find_if(web.listen.begin(), web.listen.end(), beyond)),
                            "write access = \"users\" (those of the caster) or \"anyone\"");
         if (web.access == WebSettings::Access::users && !remarks_.present(kCasterSection, "users"))
             remarks_.error(kWebSection, "access", "there are no users",

@@ -57,6 +57,24 @@ bool unquoted(std::string_view line) {
     return (c >= 'a' && c <= 'z') || isUpperLetter(c) || c == '/' || c == '$';
 }
 
+/// What stands behind the '=' of a line, where its key is known and holds no password.
+std::optional<std::string> valueToShow(std::string_view line) {
+    const auto trimmed = [](std::string_view part) {
+        const std::size_t begin = std::min(part.find_first_not_of(kWhiteSpace), part.size());
+        return part.substr(begin, part.find_last_not_of(kWhiteSpace) + 1 - begin);
+    };
+    const std::size_t equals = std::min(line.find('='), line.size());
+    const std::string_view key = trimmed(line.substr(0, equals));
+    const auto has = [&](std::span<const std::string_view> keys) {
+        return std::find(keys.begin(), keys.end(), key) != keys.end();
+    };
+    if (equals == line.size() || mayBeSecret(key) ||
+        !(has(kGatewayKeys) || has(kCasterKeys) || has(kWebKeys) || has(kAlarmKeys) ||
+          has(kStationKeys)))
+        return std::nullopt;
+    return std::string(trimmed(line.substr(equals + 1)));
+}
+
 /// The text of the library without what it has read, which may be a part of a password.
 std::string withoutValues(std::string reason) {
     reason.erase(std::min(reason.find(", saw "), reason.size()));
@@ -95,7 +113,8 @@ private:
         remarks_.leftOut();
         const std::string_view line = lineOf(at.line).value_or("");
         if (unquoted(line))
-            remarks_.error(at, kFileSection, "", "a text is not in quotation marks",
+            remarks_.error(at, kFileSection, "",
+                           valueToShow(line).value_or("a text") + " is not in quotation marks",
                            "write it as KEY = \"TEXT\"");
         else
             remarks_.error(at, kFileSection, "", withoutValues(std::string(fault.description())),
@@ -170,7 +189,8 @@ std::vector<Address> addressesOf(const Section& section, std::string_view key, U
     for (const PlacedText& item : section.texts(key)) {
         auto address = addressOf(section, key, item, parseFor(use));
         if (address && std::find(out.begin(), out.end(), *address) != out.end())
-            section.errorAt(item.at, key, "the same stands here already", "write it once");
+            section.errorAt(item.at, key, shown(*address) + " stands here already",
+                            "write it once");
         else if (address)
             out.push_back(std::move(*address));
     }
@@ -229,7 +249,7 @@ private:
         if (const auto address = section.placedText("address"))
             out_.externalEngine = addressOf(section, "address", *address, listenerAt(kEnginePort));
         if (out_.externalEngine && out_.externalEngine->port == 0)
-            section.error("address", "the port is 0", "write the port of the first station");
+            section.wrongValue("address", "has the port 0", "write the port of the first station");
     }
 
     void readCaster(const Section& section) {
@@ -247,8 +267,8 @@ private:
                 std::all_of(country->begin(), country->end(), isUpperLetter))
                 c.country = *country;
             else
-                section.error("country", "is no code of three capital letters",
-                              "write such as AUS (ISO 3166)");
+                section.wrongValue("country", "is no code of three capital letters",
+                                   "write such as AUS (ISO 3166)");
         }
         take(section.whole("max_clients", 1, kMostClients), c.mostClients);
         take(section.whole("max_per_user", 1, kMostClients), c.mostPerUser);
@@ -320,8 +340,8 @@ private:
             if (Deploy_m_parseClock(*clock))
                 s.clock = *clock;
             else
-                section.error("clock", "is no time of the calendar",
-                              "write UTC such as \"2026-03-01 00:00:00\"");
+                section.wrongValue("clock", "is no time of the calendar",
+                                   "write UTC such as \"2026-03-01 00:00:00\"");
         }
         s.identifier = section.text("identifier").value_or(s.name);
         take(section.number("guard", 0.01, 100'000.0), s.guardM);
@@ -337,7 +357,7 @@ private:
         auto name = section.text(key);
         if (!name || isStationName(*name))
             return name.value_or("");
-        section.error(key, "is no name that a mountpoint and a file can have", kNameForm);
+        section.wrongValue(key, "is no name that a mountpoint and a file can have", kNameForm);
         return {};
     }
 
@@ -365,14 +385,14 @@ private:
                                                   "\"follow\"")) {
             s.positionM = xyz;
             if (!ctl::check::onSurface(ctl::check::placeOf(*xyz)))
-                section.error("position", "lies not near the Earth's surface",
-                              ctl::check::mendedToSurface(*xyz));
+                section.wrongValue("position", "lies not near the Earth's surface",
+                                   ctl::check::mendedToSurface(*xyz));
         }
         s.offsetM = section.triple("offset", "write [east, north, up] (m)");
         if (s.offsetM &&
             !(std::hypot((*s.offsetM)[0], (*s.offsetM)[1], (*s.offsetM)[2]) <= kFarthestOffsetM))
-            section.error("offset", text("is longer than %g m", kFarthestOffsetM),
-                          "write [east, north, up] (m)");
+            section.wrongValue("offset", text("is longer than %g m", kFarthestOffsetM),
+                               "write [east, north, up] (m)");
     }
 
     void readAccess(const Section& section, StationSettings& s) const {
@@ -489,6 +509,7 @@ ReadSettings settingsOfCommandLine(std::span<const std::string> stations,
     const auto tell = [&](const std::string& option, const AddressError& fault) {
         remarks.error(kFileSection, option, fault.wrong, fault.advice);
     };
+    constexpr const char* form = "write NAME=ADDRESS, such as CANB=tcp://192.0.2.10:5017";
     for (const std::string& listener : listeners) {
         try {
             out.caster.listen.push_back(parseListener(listener));
@@ -504,15 +525,18 @@ ReadSettings settingsOfCommandLine(std::span<const std::string> stations,
         s.name = station.substr(0, equals);
         const std::string address = station.substr(std::min(equals + 1, station.size()));
         try {
-            if (!isStationName(s.name))
-                throw AddressError("begins with no name and '='",
-                                   "write NAME=ADDRESS, such as CANB=tcp://192.0.2.10:5017");
+            if (!isStationName(s.name) || equals == station.size())
+                throw AddressError("begins with no name and '='", form);
+            if (address.empty())
+                throw AddressError("the address of station " + s.name + " is missing", form);
             s.mountpoint = s.identifier = s.name;
             remarks.name(kFirstStation + out.stations.size(), s.name);
             s.sources.push_back(parseAddress(address, Use::source));
             out.stations.push_back(std::move(s));
         } catch (const AddressError& fault) {
-            tell("--station", fault);
+            // without '=' all of it may be an address with its password
+            const bool named = isStationName(s.name) && equals < station.size();
+            tell("--station" + (named ? " " + s.name : ""), fault);
         }
     }
     examineTogether(out, remarks);

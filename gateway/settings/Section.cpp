@@ -4,19 +4,53 @@
 #include "gateway/net/Nearest.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <iterator>
+#include <sstream>
 
 namespace gateway {
 
 namespace {
 
 constexpr std::size_t kLongestText = 2000; // of a value
+constexpr std::size_t kLongestShown = 80;  // of one that is repeated
+
+constexpr std::string_view kSecretKeys[] = {"password", "source", "ephemerides", "push", "webhook"};
 
 std::string rangeText(double least, double most) {
     return text("write a number from %g to %g", least, most);
 }
 
+/// A value as it is likely written, on one line.
+std::string written(const toml::node& node) {
+    if (const toml::array* const list = node.as_array()) {
+        std::string out;
+        for (const toml::node& item : *list)
+            out += (out.empty() ? "" : ", ") + written(item);
+        return "[" + out + "]";
+    }
+    if (const auto* const text = node.as_string())
+        return '"' + text->get() + '"';
+    if (const auto* const number = node.as_floating_point()) {
+        char digits[40];
+        return {digits, std::to_chars(std::begin(digits), std::end(digits), number->get()).ptr};
+    }
+    std::ostringstream out;
+    node.visit([&](const auto& value) { out << value; });
+    return out.str();
+}
+
+std::string shown(const toml::node& node) {
+    const std::string all = written(node);
+    return all.size() > kLongestShown ? all.substr(0, kLongestShown) + "..." : all;
+}
+
 } // namespace
+
+bool mayBeSecret(std::string_view key) {
+    return std::find(std::begin(kSecretKeys), std::end(kSecretKeys), key) != std::end(kSecretKeys);
+}
 
 FilePlace placeOf(const toml::node& node) {
     const toml::source_position& at = node.source().begin;
@@ -49,20 +83,30 @@ void Section::errorAt(FilePlace at, std::string_view key, std::string wrong,
     remarks_.error(at, number_, std::string(key), std::move(wrong), std::move(advice));
 }
 
+void Section::wrongValue(const toml::node& node, std::string_view key, const std::string& wrong,
+                         std::string advice) const {
+    errorAt(gateway::placeOf(node), key, mayBeSecret(key) ? wrong : shown(node) + " " + wrong,
+            std::move(advice));
+}
+
+void Section::wrongValue(std::string_view key, const std::string& wrong, std::string advice) const {
+    wrongValue(*find(key), key, wrong, std::move(advice));
+}
+
 std::optional<std::string> Section::goodText(const toml::node& node, std::string_view key) const {
-    const FilePlace at = gateway::placeOf(node);
     const auto* const value = node.as_string();
     if (!value) {
-        errorAt(at, key, "is no text", "put it in quotation marks");
+        wrongValue(node, key, "is no text", "put it in quotation marks");
         return std::nullopt;
     }
     const std::string& text = value->get();
     if (text.empty())
-        errorAt(at, key, "is empty", "write a value, or leave the key out");
+        errorAt(gateway::placeOf(node), key, "is empty", "write a value, or leave the key out");
     else if (std::any_of(text.begin(), text.end(), isControl))
-        errorAt(at, key, "holds a control character");
+        wrongValue(node, key, "holds a control character", "leave it out");
     else if (text.size() > kLongestText)
-        errorAt(at, key, ::text("is longer than %zu characters", kLongestText));
+        errorAt(gateway::placeOf(node), key, ::text("has %zu characters", text.size()),
+                ::text("write at most %zu", kLongestText));
     else
         return text;
     return std::nullopt;
@@ -107,7 +151,7 @@ std::optional<std::size_t> Section::word(std::string_view key,
     const auto at = std::find(known.begin(), known.end(), *value);
     if (at != known.end())
         return static_cast<std::size_t>(at - known.begin());
-    error(key, "is none of its words", meantOrKnown(*value, known));
+    wrongValue(key, "is none of its words", meantOrKnown(*value, known));
     return std::nullopt;
 }
 
@@ -118,7 +162,7 @@ std::optional<double> Section::number(std::string_view key, double least, double
     const auto value = node->is_number() ? node->value<double>() : std::nullopt;
     if (value && *value >= least && *value <= most) // false for nan
         return value;
-    error(key, value ? "is out of range" : "is no number", rangeText(least, most));
+    wrongValue(key, value ? "is out of range" : "is no number", rangeText(least, most));
     return std::nullopt;
 }
 
@@ -131,8 +175,8 @@ std::optional<std::size_t> Section::whole(std::string_view key, std::size_t leas
     if (value && *value >= 0 && static_cast<std::uint64_t>(*value) >= least &&
         static_cast<std::uint64_t>(*value) <= most)
         return static_cast<std::size_t>(*value);
-    error(key, value ? "is out of range" : "is no whole number",
-          ::text("write a whole number from %zu to %zu", least, most));
+    wrongValue(key, value ? "is out of range" : "is no whole number",
+               ::text("write a whole number from %zu to %zu", least, most));
     return std::nullopt;
 }
 
@@ -140,7 +184,8 @@ std::optional<bool> Section::flag(std::string_view key) const {
     const toml::node* const node = find(key);
     const auto value = node ? node->value_exact<bool>() : std::nullopt;
     if (node && !value)
-        error(key, "is neither true nor false", "write true or false, without quotation marks");
+        wrongValue(key, "is neither true nor false",
+                   "write true or false, without quotation marks");
     return value;
 }
 
@@ -159,7 +204,7 @@ std::optional<std::array<double, 3>> Section::triple(std::string_view key, const
     }
     if (good)
         return out;
-    error(key, "is no list of three numbers", form);
+    wrongValue(key, "is no list of three numbers", form);
     return std::nullopt;
 }
 

@@ -18,6 +18,9 @@ namespace gateway {
 
 FilePlace placeOf(const toml::node& node);
 
+/// Whether the value of a key may be a password, or hold one: then no remark repeats it.
+bool mayBeSecret(std::string_view key);
+
 /// A text with its place.
 struct PlacedText {
     std::string text;
@@ -51,11 +54,15 @@ public:
     bool isEmptyList(std::string_view key) const;
 
     void error(std::string_view key, std::string wrong, std::string advice = {}) const;
+    /// The same with the value in front, as it is written; not of a key that may hold a password.
+    void wrongValue(std::string_view key, const std::string& wrong, std::string advice = {}) const;
     void errorAt(FilePlace at, std::string_view key, std::string wrong,
                  std::string advice = {}) const;
 
 private:
     const toml::node* find(std::string_view key) const;
+    void wrongValue(const toml::node& node, std::string_view key, const std::string& wrong,
+                    std::string advice) const;
     std::optional<std::string> goodText(const toml::node& node, std::string_view key) const;
 
     const toml::table& table_;

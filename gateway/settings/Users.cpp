@@ -41,14 +41,25 @@ template <class Number> std::optional<Number> leadingNumber(std::string_view tex
     return error == std::errc{} ? std::optional(out) : std::nullopt;
 }
 
+/// Rounds of sha512, the cost of bcrypt; of others, and of sha512 where none are written, 0.
+unsigned costOf(std::string_view hash) {
+    constexpr std::string_view rounds = "$6$rounds=";
+    const std::size_t at = hash.starts_with(rounds) ? rounds.size() : 4;
+    const bool has = hash.starts_with(rounds) || hash.starts_with("$2");
+    return has ? leadingNumber<unsigned>(hash.substr(at)).value_or(~0U) : 0;
+}
+
 /// Whether a hash takes so long that it would hold up everybody.
 bool tooSlow(std::string_view hash) {
-    constexpr std::string_view rounds = "$6$rounds=";
-    if (hash.starts_with(rounds))
-        return leadingNumber<unsigned>(hash.substr(rounds.size())).value_or(kMostRounds + 1) >
-               kMostRounds;
-    return hash.starts_with("$2") &&
-           leadingNumber<unsigned>(hash.substr(4)).value_or(kMostBcryptCost + 1) > kMostBcryptCost;
+    return costOf(hash) > (hash.starts_with("$2") ? kMostBcryptCost : kMostRounds);
+}
+
+/// Of other kinds that are in use, its name; what else begins with '$' may be a password.
+std::string kindOf(std::string_view hash) {
+    constexpr std::string_view kinds[] = {"$1$", "$5$", "$2a$", "$2x$", "$7$", "$gy$", "$apr1$"};
+    const auto kind = std::find_if(std::begin(kinds), std::end(kinds),
+                                   [&](std::string_view k) { return hash.starts_with(k); });
+    return kind == std::end(kinds) ? "" : " " + std::string(*kind);
 }
 
 /// Whether the password gives the hash.
@@ -119,15 +130,18 @@ HashFault faultOfHash(std::string_view hash) {
         return {"what follows the name is no hash",
                 "the file takes no passwords: run kestrune-gateway passwd FILE NAME"};
     if (kind == std::end(kHashKinds))
-        return {"the hash is none of yescrypt ($y$), sha512 ($6$) and bcrypt ($2b$, $2y$)",
+        return {"the hash" + kindOf(hash) +
+                    " is none of yescrypt ($y$), sha512 ($6$) and bcrypt ($2b$, $2y$)",
                 "write it with kestrune-gateway passwd, mkpasswd or htpasswd -B"};
     if (hash.size() - hash.rfind('$') - 1 != kind->rest ||
         crypt_checksalt(std::string(hash).c_str()) != CRYPT_SALT_OK)
         return {"the hash is not whole", "write it again: kestrune-gateway passwd FILE NAME"};
     if (tooSlow(hash))
-        return {"the hash takes so long that it would hold up all streams",
-                text("take at most %u rounds of sha512, a cost of bcrypt of at most %u",
-                     kMostRounds, kMostBcryptCost)};
+        return {
+            text("the hash has a cost of %u: it takes so long that it would hold up all streams",
+                 costOf(hash)),
+            text("take at most %u rounds of sha512, a cost of bcrypt of at most %u", kMostRounds,
+                 kMostBcryptCost)};
     return {};
 }
 
@@ -168,7 +182,7 @@ void Users::read(const std::filesystem::path& path, std::vector<ctl::check::Rema
         if (colon == line.size() || lines.cut())
             warn("is no line NAME:HASH", "run kestrune-gateway passwd FILE NAME");
         else if (!isUserName(name))
-            warn("is no name of a user",
+            warn(name + " is no name of a user",
                  "write 1 to 100 characters without blanks, colons and control characters");
         else if (const HashFault fault = faultOfHash(hash); !fault.none())
             warn(name + ": " + fault.wrong, fault.advice);

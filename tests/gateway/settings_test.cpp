@@ -117,30 +117,30 @@ TEST(GatewayAddress, SaysWhatIsWrongAndWhatToWrite) {
         {"tcp:h:5", Use::source, "\"//\" is missing"},
         {"tcp://h", Use::source, "port is missing"},
         {"tcp://h:", Use::source, "port is missing"},
-        {"tcp://h:0", Use::source, "1 to 65535"},
-        {"tcp://h:65536", Use::source, "1 to 65535"},
+        {"tcp://h:0", Use::source, "the port 0 is no number from 1 to 65535"},
+        {"ntrip://u:p@h:65536/M", Use::source, "the port 65536 is no number from 1"},
         {"tcp://:5", Use::source, "host is missing"},
-        {"tcp://300.1.2.3:5", Use::source, "neither a name nor an address"},
-        {"tcp://h:5/M", Use::source, "no path"},
+        {"tcp://300.1.2.3:5", Use::source, "300.1.2.3 is neither a name nor an address"},
+        {"tcp://h:5/M", Use::source, "no path, such as /M"},
         {"tcp://u@h:5", Use::source, "no user"},
         {"tcp://h:5?version=1", Use::source, "leave out what is behind '?'"},
-        {"tcp-listen://localhost:5", Use::source, "takes an address"},
+        {"tcp-listen://localhost:5", Use::source, "takes an address, no name such as localhost"},
         {"ntrip://h:2101", Use::source, "mountpoint is missing"},
         {"ntrip://h/", Use::source, "mountpoint is missing"},
         {"ntrip://h/A%0D%0AB", Use::source, "character that none can have"},
-        {"ntrip://h/A/B", Use::source, "character that none can have"},
+        {"ntrip://h/A/B", Use::source, "mountpoint A/B holds a character that none can have"},
         {"ntrip://h/A%25", Use::source, "character that none can have"},
         {"ntrip://h/A%20B", Use::source, "character that none can have"},
         {"ntrip://u%0A:p@h/M", Use::source, "user holds"},
         {"ntrip://u:p%0A@h/M", Use::source, "password holds a control"},
         {"ntrip://u%3Ax:p@h/M", Use::source, "user holds a colon"},
         {"ntrip://h/M?verison=1", Use::source, "is version meant?"},
-        {"ntrip://h/M?version=3", Use::source, "neither 1 nor 2"},
-        {"ntrip://h/M?gga=1,2", Use::source, "degrees"},
+        {"ntrip://h/M?version=3", Use::source, "version 3 is neither 1 nor 2"},
+        {"ntrip://h/M?gga=1,2", Use::source, "gga 1,2 is no latitude"},
         {"ntrip://h/M?gga=1,2,3,4", Use::source, "degrees"},
-        {"ntrip://h/M?gga=149.1,-35.3,0", Use::source, "latitude of gga is beyond -90 to 90"},
+        {"ntrip://h/M?gga=149.1,-35.3,0", Use::source, "latitude 149.1 of gga is beyond -90 to 90"},
         {"ntrip://h/M?gga=nan,1,0", Use::source, "latitude"},
-        {"ntrip://h/M?proxy=h", Use::source, "port is missing"},
+        {"ntrip://h/M?proxy=h", Use::source, "port of h is missing"},
         {"ntrip://h/M#2", Use::source, "%23"},
         {"ntrip://h/M", Use::output, "write ntrip-source://"},
         {"ntrip-source://:p@h/M", Use::source, "write ntrip://"},
@@ -149,19 +149,19 @@ TEST(GatewayAddress, SaysWhatIsWrongAndWhatToWrite) {
         {"ntrip-source://:p%20w@h/M?version=1", Use::output, "without blanks"},
         {"caster:", Use::output, "no scheme of an output"},
         {"caster:CANB", Use::source, "has no path"},
-        {"serial:ttyUSB0", Use::source, "begin with '/'"},
-        {"serial:/dev/ttyUSB0?baud=115201", Use::source, "no rate"},
+        {"serial:ttyUSB0", Use::source, "ttyUSB0 of the device does not begin with '/'"},
+        {"serial:/dev/ttyUSB0?baud=115201", Use::source, "baud 115201 is no rate"},
         {"serial:/dev/ttyUSB0?baudrate=9600", Use::source, "is baud meant?"},
         {"file:", Use::source, "path is missing"},
-        {"file://host/a", Use::source, "no host"},
+        {"file://host/a", Use::source, "no host, and //host/a names one"},
         {"file:a?loop=1", Use::source, "loop has a value"},
         {"file:a?speed=-1", Use::source, "0.01 to 1000"},
         {"file:a?speed=0", Use::source, "0.01 to 1000"},
         {"file:a?speed=1e-300", Use::source, "0.01 to 1000"},
-        {"file:a?speed=nan", Use::source, "0.01 to 1000"},
+        {"file:a?speed=nan", Use::source, "speed nan is no number from 0.01 to 1000"},
         {"file:a?speed=1001", Use::source, "0.01 to 1000"},
         {"file:a?loop", Use::output, "loop is no key of file here"},
-        {"file:a%Q", Use::output, "followed by none of"},
+        {"file:a%Q", Use::output, "the path has %Q"},
         {"file:a%", Use::output, "followed by none of"},
         {"tcp://h:5\x1b[31m", Use::source, "control character"},
     };
@@ -185,6 +185,12 @@ TEST(GatewayAddress, DoesNotRepeatAPassword) {
             for (const char* const part : {"hun", "ter "})
                 EXPECT_EQ(said.find(part), std::string::npos) << text << ": " << said;
         }
+}
+
+TEST(GatewayAddress, DoesNotTakeAPasswordForAPortToTell) {
+    const std::string said = saidOf("ntrip://user:7654321/M", Use::source); // the '@' was forgotten
+    EXPECT_NE(said.find("the port is no number"), std::string::npos) << said;
+    EXPECT_EQ(said.find("7654321"), std::string::npos) << said;
 }
 
 TEST(GatewayAddress, OfAListenerIsNumeric) {
@@ -309,16 +315,17 @@ TEST(GatewaySettings, TellAFaultWhereItStands) {
     } cases[] = {
         {"lisen_tls = \"[::]:1\"", "f:6:13: caster/lisen_tls: error: key is not known\n"
                                    "    is listen_tls meant?"},
-        {"country = \"au\"", "f:6:11: caster/country: error: is no code"},
-        {"operator = \"a\\u001bb\"", "f:6:12: caster/operator: error: holds a control character"},
+        {"country = \"au\"", "f:6:11: caster/country: error: \"au\" is no code"},
+        {"operator = \"a\\u001bb\"",
+         R"(f:6:12: caster/operator: error: "a\x1Bb" holds a control character)"},
         {"operator = \"\"", "f:6:12: caster/operator: error: is empty"},
-        {"max_clients = 10001", "f:6:15: caster/max_clients: error: is out of range\n"
+        {"max_clients = 10001", "f:6:15: caster/max_clients: error: 10001 is out of range\n"
                                 "    write a whole number from 1 to 10000"},
-        {"max_per_user = 1.5", "f:6:16: caster/max_per_user: error: is no whole number"},
-        {"max_per_user = -1", "f:6:16: caster/max_per_user: error: is out of range"},
+        {"max_per_user = 1.5", "f:6:16: caster/max_per_user: error: 1.5 is no whole number"},
+        {"max_per_user = -1", "f:6:16: caster/max_per_user: error: -1 is out of range"},
         {"listen_tls = [\"[::]:1\"]\nkey = \"k\"",
          "f:6:14: caster/listen_tls: error: TLS needs a certificate"},
-        {"certificate = \"c\"", "f:6:15: caster/certificate: warning: nothing uses it"},
+        {"certificate = \"c\"", "f:6:15: caster/certificate: warning: nothing uses c"},
         {"listen_tls = [\"[::]:1\", \"127.0.0.1:1\"]\nkey = \"k\"\ncertificate = \"c\"",
          "f:6:14: caster/listen_tls: error: 127.0.0.1:1 is taken already by [::]:1"},
         {"[gateway]\nengine = \"external\"",
@@ -330,43 +337,48 @@ TEST(GatewaySettings, TellAFaultWhereItStands) {
          "f:8:11: gateway/address: error: 127.0.0.1:2101 is taken already by [::]:2101"},
         {"[web]\nlisten = \"192.0.2.1:80\"",
          "f:7:10: web/listen: error: other machines would see the page"},
-        {"[alarms]\ndelay = nan", "f:7:9: alarms/delay: error: is out of range"},
-        {"[web]\nlisten = \"127.0.0.1\"",
-         "f:7:10: web/listen: error: the port is missing\n    write [::]:8080 for any address"},
+        {"[alarms]\ndelay = nan", "f:7:9: alarms/delay: error: nan is out of range"},
+        {"[web]\nlisten = \"127.0.0.1\"", "f:7:10: web/listen: error: the port of 127.0.0.1 is "
+                                          "missing\n    write [::]:8080 for any address"},
         {"[alarms]\nwebhook = [\"http://a/\", \"ftp://b/\"]",
          "f:7:25: alarms/webhook: error: is no address of a web server"},
         {"[stations]", "f:6:1: stations: error: section is not known\n    is station meant?"},
         {"[[station]]\nname = \"B\"", "f:6:1: station B: error: source is missing"},
         {"[[station]]\nsource = \"tcp://b:2\"", "f:6:1: station 2: error: name is missing"},
         {"[[station]]\nname = \"a/b\"\nsource = \"tcp://b:2\"",
-         "f:7:8: station 2/name: error: is no name that a mountpoint and a file can have"},
+         "f:7:8: station 2/name: error: \"a/b\" is no name that a mountpoint and a file can have"},
         {"[[station]]\nname = \"CANB\"\nsource = \"tcp://b:2\"",
-         "f:7:8: station CANB/name: error: another station has this name"},
+         "f:7:8: station CANB/name: error: another station has the name CANB"},
         {kAnother + "mountpoint = \"CANB\"",
          "f:9:14: station B/mountpoint: error: another station has the mountpoint CANB"},
         {kAnother + "push = [\"tcp://c:1\",\n  \"ntrip://c/M\"]",
          "f:10:3: station B/push: error: ntrip is no scheme of an output\n"
          "    write ntrip-source://"},
         {kAnother + "push = [\"tcp://c:1\", \"tcp://c:1\"]",
-         "f:9:22: station B/push: error: the same stands here already"},
+         "f:9:22: station B/push: error: tcp://c:1 stands here already"},
         {kAnother + "push = \"tcp-listen://[::1]:2101\"",
          "f:9:8: station B/push: error: [::1]:2101 is taken already by [::]:2101"},
         {kAnother + "push = \"file:/srv/all\"", "f:9:8: station B/push: warning: /srv/all grows"},
         {kAnother + "position = [-4460.996, 2682.557, -3674.444]",
-         "f:9:12: station B/position: error: lies not near the Earth's surface\n"
+         "f:9:12: station B/position: error: [-4460.996, 2682.557, -3674.444] lies not near the "
+         "Earth's surface\n"
          "    are they kilometres?"},
-        {kAnother + "position = [1, 2]", "f:9:12: station B/position: error: is no list of three"},
-        {kAnother + "position = \"fallow\"", "f:9:12: station B/position: error: is none of its "
-                                             "words\n    is follow meant?"},
+        {kAnother + "position = [1, 2]",
+         "f:9:12: station B/position: error: [1, 2] is no list of three"},
+        {kAnother + "position = \"fallow\"",
+         "f:9:12: station B/position: error: \"fallow\" is none of its "
+         "words\n    is follow meant?"},
         {kAnother + "offset = [3000, 4000, 100]",
-         "f:9:10: station B/offset: error: is longer than 5000 m"},
-        {kAnother + "offset = [0, nan, 0]", "f:9:10: station B/offset: error: is no list of three"},
+         "f:9:10: station B/offset: error: [3000, 4000, 100] is longer than 5000 m"},
+        {kAnother + "offset = [0, nan, 0]",
+         "f:9:10: station B/offset: error: [0, nan, 0] is no list of three"},
         {kAnother + "clock = \"2026-02-29 00:00:00\"",
-         "f:9:9: station B/clock: error: is no time of the calendar"},
-        {kAnother + "rate = 0", "f:9:8: station B/rate: error: is out of range"},
-        {kAnother + "guard = nan", "f:9:9: station B/guard: error: is out of range"},
-        {kAnother + "access = \"user\"", "f:9:10: station B/access: error: is none of its words\n"
-                                         "    is users meant?"},
+         "f:9:9: station B/clock: error: \"2026-02-29 00:00:00\" is no time of the calendar"},
+        {kAnother + "rate = 0", "f:9:8: station B/rate: error: 0 is out of range"},
+        {kAnother + "guard = nan", "f:9:9: station B/guard: error: nan is out of range"},
+        {kAnother + "access = \"user\"",
+         "f:9:10: station B/access: error: \"user\" is none of its words\n"
+         "    is users meant?"},
         {kAnother + "access = [\"rover1\"]", "f:9:10: station B/access: error: there are no users"},
         {kAnother + "password = \"x\"", "f:9:12: station B/password: warning: nothing uses it"},
         {"[[station]]\nname = \"B\"\nsource = \"caster:\"",
@@ -386,6 +398,7 @@ TEST(GatewaySettings, TellAFaultWhereItStands) {
         // what is missing, and may be in the line that cannot be read, is not told
         {"[[station]]\nname = \"B\"\nsource = ntrip://u:hunter2@h/M",
          "f:8:11: error: a text is not in quotation marks\n    write it as KEY = \"TEXT\""},
+        {"country = AUS", "f:6:11: error: AUS is not in quotation marks\n    write it as"},
         {"operator = \"a\"\noperator = \"b\"", "f:7:12: error: a key or section stands a second"},
     };
     EXPECT_EQ(checked(kGood).find("f:"), checked(kGood).find("f: no findings"));
@@ -416,6 +429,11 @@ TEST(GatewaySettings, AreReadOnAfterFaultsWithoutRepeatingThem) {
         EXPECT_NE(said.find(part), std::string::npos) << part << "\n" << said;
     EXPECT_EQ(said.find("hunter"), std::string::npos) << said;
     EXPECT_EQ(said.find("missing"), std::string::npos) << said;
+    const std::string numbers = checked(kGood + kAnother +
+                                        "password = 7654321\npush = [7654321]\n"
+                                        "pasword = 7654321\n[alarms]\nwebhook = 7654321");
+    EXPECT_NE(numbers.find("f: 4 errors: it cannot work"), std::string::npos) << numbers;
+    EXPECT_EQ(numbers.find("7654321"), std::string::npos) << numbers;
     // A section that cannot be read would leave its keys to the one before.
     const std::string section = checked(kGood + "[station]]\nname = \"B\"\nrate = \"fast\"");
     EXPECT_EQ(section.substr(0, 4), "f:6:") << section;
@@ -651,7 +669,7 @@ TEST_F(GatewayFiles, ThatNameAPortTwiceAreToldOnceThatAnotherHasIt) {
 
 TEST(GatewayCommandLine, IsSettingsWithoutAFile) {
     const std::vector<std::string> stations{"CANB=ntrip://u:p@h/M?gga=1,2,3", "B=caster:", "C",
-                                            "a b=tcp://h:1"};
+                                            "D=", "a b=tcp://h:1"};
     const std::vector<std::string> listen{"127.0.0.1:0", "localhost:1"};
     ReadSettings read = settingsOfCommandLine(stations, listen);
     ASSERT_EQ(read.settings.stations.size(), 2U);
@@ -662,7 +680,9 @@ TEST(GatewayCommandLine, IsSettingsWithoutAFile) {
     std::ostringstream out;
     printSettings(read, "command line", out);
     for (const char* const part :
-         {"--listen: error: to listen takes an address", "--station: error: begins with no name",
+         {"--listen: error: to listen takes an address, no name such as localhost",
+          "--station: error: begins with no name",
+          "--station D: error: the address of station D is missing\n    write NAME=ADDRESS",
           "station B/source: error: the password of the receiver"})
         EXPECT_NE(out.str().find(part), std::string::npos) << part << "\n" << out.str();
     read = settingsOfCommandLine(std::span(stations).first(1), {});
