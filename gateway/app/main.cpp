@@ -39,7 +39,7 @@ ReadSettings settingsOf(const Arguments& arguments) {
 bool tellRemarks(const ReadSettings& read, const Arguments& arguments) {
     std::ostringstream said;
     if (!read.remarks.empty())
-        printSettings(read, arguments.file, said);
+        printSettings(read, arguments.file.empty() ? "command line" : arguments.file, said);
     if (!said.str().empty())
         say(read.usable() ? Level::warning : Level::error, "", said.str());
     return read.usable();
