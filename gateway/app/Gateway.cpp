@@ -23,9 +23,7 @@ Gateway::Gateway(asio::io_context& context, const EventLog& log)
 }
 
 void Gateway::apply(const Settings& settings, std::shared_ptr<Users> users) {
-    auto state = state_ && state_->is(settings.state)
-                     ? state_
-                     : std::make_shared<const StateFolder>(settings.state);
+    auto state = folderAt(settings.state);
     const auto failures = caster_.apply(settings.caster, std::move(users));
     if (!failures.empty() && !began_)
         throw std::runtime_error(failures.front());
@@ -80,6 +78,15 @@ void Gateway::stop() {
         served->stop();
         stopping_.push_back(std::move(served));
     }
+}
+
+/// A folder that is locked already is not opened again: closing it would end the lock (fcntl(2)).
+std::shared_ptr<const StateFolder> Gateway::folderAt(const std::filesystem::path& path) const {
+    if (state_ && state_->is(path))
+        return state_;
+    const auto used = std::ranges::find_if(
+        stopping_, [&](const auto& served) { return served->state->is(path); });
+    return used != stopping_.end() ? (*used)->state : std::make_shared<const StateFolder>(path);
 }
 
 bool Gateway::idle() const {

@@ -53,6 +53,7 @@ private:
     void forEach(const std::function<void(Station&)>& take) const override;
     bool goesOn(const Served& served, const StationSettings& wanted, std::size_t number) const;
     std::unique_ptr<Served> serve(const StationSettings& settings, std::size_t number) const;
+    std::shared_ptr<const StateFolder> folderAt(const std::filesystem::path& path) const;
     void startPushes(Served& served) const;
     std::optional<ntrip::StreamEntry> tableEntry(const Station& station, Instant now) const;
     awaitable<void> ticks();

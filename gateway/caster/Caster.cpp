@@ -1,6 +1,7 @@
 #include "gateway/caster/Caster.h"
 
 #include "gateway/net/Attempts.h"
+#include "gateway/net/OnThread.h"
 #include "gateway/net/Say.h"
 #include "gnss/Clock.h"
 
@@ -284,7 +285,7 @@ void Caster::saySeldom(Level level, const std::string& name, const std::string& 
     say(level, name, line);
     if (tells == Admission::Tells::last)
         say(Level::warning, "caster",
-            "1000 clients were refused within an hour: of further ones nothing is told");
+            "1000 lines about clients within an hour: further ones are not told");
 }
 
 void Caster::wrongPassword(const std::string& address) {
@@ -337,10 +338,10 @@ awaitable<Caster::Entry> Caster::examine(std::string address, std::string user, 
 
 /// On a thread of its own: nobody waits for the hash but who sent the password.
 awaitable<bool> Caster::matches(std::string user, Secret password) {
-    const auto hash = [](std::shared_ptr<Users> in, std::string name,
-                         Secret what) -> awaitable<bool> { co_return in->matches(name, what); };
-    co_return co_await asio::co_spawn(hashing_, hash(users_, std::move(user), std::move(password)),
-                                      use_awaitable);
+    const auto hash = [users = users_, name = std::move(user), what = std::move(password)] {
+        return users->matches(name, what);
+    };
+    co_return co_await onThread(hashing_, hash);
 }
 
 bool Caster::locksOut(const std::string& address) {

@@ -130,14 +130,15 @@ HostPort hostOf(const urls::authority_view& authority, std::string_view form, Te
     return out;
 }
 
-/// HOST:PORT, as of a proxy.
-HostPort parseHostPort(std::string_view text, std::string_view form) {
+/// Of it nothing is told: a password may stand there.
+HostPort parseProxy(std::string_view text) {
+    constexpr std::string_view form = "?proxy=HOST:PORT";
     const auto parsed = urls::parse_authority(text);
     if (!parsed || parsed->has_userinfo())
-        wrong(std::string(text) + " is no host with a port", write(form));
-    HostPort out = hostOf(*parsed, form, Tell::yes);
+        wrong("the proxy is no host with a port", write(form));
+    HostPort out = hostOf(*parsed, form, Tell::no);
     if (out.port == 0)
-        wrong("the port of " + out.host + " is missing", write(form));
+        wrong("the port of the proxy is missing", write(form));
     return out;
 }
 
@@ -193,7 +194,7 @@ void take(Address& out, unsigned allowed, std::string_view key, std::string_view
         out.gga = parseGga(std::string(value));
         return;
     case proxy:
-        out.proxy = parseHostPort(value, "?proxy=HOST:PORT");
+        out.proxy = parseProxy(value);
         return;
     case baud:
         if (!parseNumber(value, out.baud) ||

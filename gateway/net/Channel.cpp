@@ -179,9 +179,10 @@ template <std::size_t n> const char* textOf(const TlsReason (&all)[n], long code
 std::string reasonOf(const error_code& e, const SSL* tls) {
     if (ends(e) || e == asio::error::connection_reset)
         return "the other side has ended the connection in the TLS handshake";
-    if (e.category() != asio::error::get_ssl_category())
+    const auto code = static_cast<unsigned long>(e.value());
+    if (e.category() != asio::error::get_ssl_category() || ERR_GET_LIB(code) != ERR_LIB_SSL)
         return e.message();
-    const int reason = ERR_GET_REASON(static_cast<unsigned long>(e.value()));
+    const int reason = ERR_GET_REASON(code);
     if (reason == SSL_R_CERTIFICATE_VERIFY_FAILED) {
         const long fault = SSL_get_verify_result(tls);
         const char* const text = textOf(kCertificateFaults, fault);

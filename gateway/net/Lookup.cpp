@@ -1,8 +1,8 @@
 #include "gateway/net/Lookup.h"
 
-#include <boost/asio/co_spawn.hpp>
+#include "gateway/net/OnThread.h"
+
 #include <boost/asio/execution_context.hpp>
-#include <boost/asio/thread_pool.hpp>
 
 namespace gateway {
 
@@ -26,18 +26,17 @@ private:
     }
 };
 
-awaitable<Results> resolve(HostPort host) {
-    asio::ip::tcp::resolver resolver(co_await asio::this_coro::executor);
-    co_return resolver.resolve(host.host, std::to_string(host.port));
-}
-
 } // namespace
 
 awaitable<Results> lookUp(HostPort host) {
     const auto executor = co_await asio::this_coro::executor;
     asio::execution_context& context = asio::query(executor, asio::execution::context);
     Lookups& lookups = asio::use_service<Lookups>(context);
-    co_return co_await asio::co_spawn(lookups.threads, resolve(std::move(host)), use_awaitable);
+    const auto resolve = [&lookups, host = std::move(host)] {
+        asio::ip::tcp::resolver resolver(lookups.threads);
+        return resolver.resolve(host.host, std::to_string(host.port));
+    };
+    co_return co_await onThread(lookups.threads, resolve);
 }
 
 } // namespace gateway

@@ -24,7 +24,7 @@ bool reaches(const HostPort& peer, const HostPort& listener) {
     const auto to = make_address(peer.host, named), at = make_address(listener.host);
     if (named)
         return peer.host == "localhost" && (at.is_loopback() || at.is_unspecified());
-    return to == at || (to.is_loopback() && at.is_unspecified());
+    return to == at || (to.is_loopback() && at.is_unspecified() && (at.is_v6() || to.is_v4()));
 }
 
 /// The way back to a number over others that are not lower, by what each one comes from, with the
@@ -74,6 +74,14 @@ std::vector<std::set<std::size_t>> originsOf(const Settings& settings) {
     return from;
 }
 
+/// Whether a stream can come to it that no station of ours has sent.
+bool hasOther(const Settings& settings, std::size_t station) {
+    const auto& sources = settings.stations[station].sources;
+    return std::any_of(sources.begin(), sources.end(), [&](const Address& source) {
+        return source.scheme != Scheme::caster && !ownStation(settings, source);
+    });
+}
+
 } // namespace
 
 void examineLoops(const Settings& settings, SettingsRemarks& remarks) {
@@ -85,9 +93,19 @@ void examineLoops(const Settings& settings, SettingsRemarks& remarks) {
         std::string way = settings.stations[i].name;
         for (const std::size_t station : loop)
             way += " from " + settings.stations[station].name;
-        remarks.error(kFirstStation + i, "source",
-                      "the station gets its own stream through our caster: " + way,
-                      "write the address of its receiver, or of another caster");
+        const bool other = std::any_of(loop.begin(), loop.end(), [&](std::size_t station) {
+            return hasOther(settings, station);
+        });
+        if (other)
+            remarks.warn(kFirstStation + i, "source",
+                         "where no other source delivers, the station gets its own stream through "
+                         "our caster: " +
+                             way,
+                         "write the address of its receiver, or of another caster");
+        else
+            remarks.error(kFirstStation + i, "source",
+                          "the station gets its own stream through our caster: " + way,
+                          "write the address of its receiver, or of another caster");
     }
 }
 

@@ -16,7 +16,8 @@ namespace {
 constexpr std::size_t kLongestText = 2000; // of a value
 constexpr std::size_t kLongestShown = 80;  // of one that is repeated
 
-constexpr std::string_view kSecretKeys[] = {"password", "source", "ephemerides", "push", "webhook"};
+constexpr std::string_view kSecretKeys[] = {"password", "source", "ephemerides", "push",
+                                            "webhook",  "users",  "key"};
 
 std::string rangeText(double least, double most) {
     return text("write a number from %g to %g", least, most);

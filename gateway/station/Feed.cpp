@@ -12,10 +12,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr Duration kTrial = 60s;        // before the better one is used again
-constexpr Duration kFirstLook = 3s;     // at what comes, where it is no message
-constexpr double kOldEpochS = 3600.0;   // one that is older by more has another reason
-constexpr std::size_t kMostRecent = 10; // epochs
+constexpr Duration kTrial = 60s;       // before the better one is used again
+constexpr Duration kFirstLook = 3s;    // at what comes, where it is no message
+constexpr double kOldEpochS = 3600.0;  // one that is older by more has another reason
+constexpr std::size_t kMostRecent = 5; // epochs: fewer than those after which an engine hangs
 constexpr Duration kRecent = 10s;
 
 } // namespace

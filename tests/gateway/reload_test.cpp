@@ -191,9 +191,29 @@ TEST(StateFolder, IsOfOneGatewayForAsLongAsThatRuns) {
     const fs::path second = first.folder / "second.toml";
     std::ofstream(second) << replaced(readFile(first.folder / "gateway.toml"),
                                       std::to_string(ports.caster), std::to_string(others.caster));
-    const Ran ran = runInShell(kGatewayProgram, second.string());
-    EXPECT_EQ(ran.status, 1);
-    EXPECT_NE(ran.output.find(inUse), std::string::npos) << ran.output;
+    const auto isRefused = [&] {
+        const Ran ran = runInShell(kGatewayProgram, second.string());
+        EXPECT_EQ(ran.status, 1);
+        EXPECT_NE(ran.output.find(inUse), std::string::npos) << ran.output;
+    };
+    isRefused();
+
+    // The same when it has been away, and is back before its engine there has ended.
+    const std::string here = (first.folder / "state").string() + '"';
+    const std::string elsewhere = (first.folder / "elsewhere").string() + '"';
+    const pid_t old = processOf(first);
+    kill(old, SIGSTOP);
+    Settings settings(first);
+    settings.replace(here, elsewhere);
+    ASSERT_TRUE(first.tells("CANB: is stopped")) << first.log();
+    settings.replace(elsewhere, here);
+    EXPECT_TRUE(eventually([&] { return first.count("CANB: is stopped") == 2; })) << first.log();
+    EXPECT_EQ(kill(old, 0), 0) << "it has ended already";
+    EXPECT_TRUE(eventually([&] { return kill(old, 0) != 0; }));
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(1500)); // what is left of it goes within a second
+    isRefused();
+    ASSERT_TRUE(first.engineConnected()) << first.log();
 
     // One that runs does not take it either, and loses nothing.
     RunningGateway other(others, stationSource(others) + kPosition, "", "", "other");

@@ -140,7 +140,7 @@ TEST(GatewayAddress, SaysWhatIsWrongAndWhatToWrite) {
         {"ntrip://h/M?gga=1,2,3,4", Use::source, "degrees"},
         {"ntrip://h/M?gga=149.1,-35.3,0", Use::source, "latitude 149.1 of gga is beyond -90 to 90"},
         {"ntrip://h/M?gga=nan,1,0", Use::source, "latitude"},
-        {"ntrip://h/M?proxy=h", Use::source, "port of h is missing"},
+        {"ntrip://h/M?proxy=h", Use::source, "port of the proxy is missing"},
         {"ntrip://h/M#2", Use::source, "%23"},
         {"ntrip://h/M", Use::output, "write ntrip-source://"},
         {"ntrip-source://:p@h/M", Use::source, "write ntrip://"},
@@ -179,7 +179,8 @@ TEST(GatewayAddress, DoesNotRepeatAPassword) {
         for (const std::string& text :
              {"ntrip://u:" + password + "@h:99999/M", "ntrip://u:" + password + "@h/M?verison=1",
               "ntrip://" + password + "@h/", "u:" + password + "@h/M", password + "@h:2101/M",
-              "tcp://u:" + password + "@h:2101", "ntrip://u:" + password + "@h/M#"}) {
+              "tcp://u:" + password + "@h:2101", "ntrip://u:" + password + "@h/M#",
+              "ntrip://h/M?proxy=u:" + password + "%40h:3128"}) {
             const std::string said = saidOf(text, Use::source);
             EXPECT_NE(said, "") << text;
             for (const char* const part : {"hun", "ter "})
@@ -389,9 +390,14 @@ TEST(GatewaySettings, TellAFaultWhereItStands) {
          "B from B\n    write the address of its receiver"},
         {"[[station]]\nname = \"B\"\nsource = \"ntrip://[::1]:2101/M\"\n"
          "[[station]]\nname = \"C\"\nmountpoint = \"M\"\n"
-         "source = [\"tcp://a:2\", \"ntrip://127.0.0.2:2101/B\"]",
+         "source = \"ntrip://127.0.0.2:2101/B\"",
          "f:8:10: station B/source: error: the station gets its own stream through our caster: "
          "B from C from B"},
+        {"[[station]]\nname = \"B\"\nsource = \"ntrip://[::1]:2101/M\"\n"
+         "[[station]]\nname = \"C\"\nmountpoint = \"M\"\n"
+         "source = [\"tcp://a:2\", \"ntrip://127.0.0.2:2101/B\"]",
+         "f:8:10: station B/source: warning: where no other source delivers, the station gets its "
+         "own stream through our caster: B from C from B"},
         {"[[station]]\nname = \"B\"\nsource = \"caster:\"\npassword = \"x\"\n"
          "push = \"ntrip-source://:x@localhost/B\"",
          "f:8:10: station B/source: error: the station gets its own stream"},

@@ -215,7 +215,7 @@ TEST(Web, TellsListenersOfAlarmsAlone) {
     ASSERT_TRUE(live.send("GET /api/v1/live HTTP/1.1\r\nHost: localhost\r\n\r\n"));
     const auto hears = [&](const std::string& what) {
         std::string heard;
-        for (int i = 0; i < 500 && !heard.ends_with(what); ++i) {
+        for (int i = 0; i < 2000 && !heard.ends_with(what); ++i) {
             context.run_for(std::chrono::milliseconds(5));
             const Bytes more = live.now();
             heard.append(more.begin(), more.end());
