@@ -73,9 +73,11 @@ void Overview::lookAt(Station& station, Instant now) {
     using Wrong = std::optional<std::string>;
     const std::string& name = station.settings().name;
     Watched& watched = watched_[name];
-    if (std::exchange(watched.startedAt, station.startedAt()) != station.startedAt())
+    if (std::exchange(watched.startedAt, station.startedAt()) != station.startedAt()) {
         for (Repeated* const repeated : {&watched.engineFailures, &watched.roversCut})
             repeated->restart();
+        alarms_.endNow(AlarmKind::moved, name, now); // somebody has acted
+    }
     const StationGlance& glance = station.glance();
     const auto look = [&](AlarmKind kind, const Wrong& wrong) {
         alarms_.look(kind, name, wrong, now);

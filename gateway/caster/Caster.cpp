@@ -199,9 +199,22 @@ awaitable<void> Caster::converse(tcp::socket socket, bool tls) {
 }
 
 awaitable<void> Caster::answer(Channel& channel, const std::string& address) {
-    Head head = co_await within(kRequestLimit, readHead(channel), "no request");
+    Head head;
+    bool late = false;
+    try {
+        head = co_await within(kRequestLimit, readHead(channel), "no request");
+    } catch (const TimeUp&) {
+        late = true;
+    }
+    if (late) {
+        saySeldom(Level::info, "caster", address + " has sent no request within 10 s");
+        co_return;
+    }
     if (head.head.empty()) {
-        if (beginsTls(head.rest))
+        if (head.rest.size() > ntrip::kLongestHead)
+            saySeldom(Level::info, "caster",
+                      address + " is refused: its request is longer than 8 KiB");
+        else if (beginsTls(head.rest))
             saySeldom(Level::info, "caster", address + " begins TLS where none is spoken");
         const Request none;
         co_await refuse(channel, none, Refusal::malformed);
@@ -366,6 +379,10 @@ awaitable<Login> Caster::admits(std::string address, std::string user, Secret pa
 
 awaitable<void> Caster::serve(Channel& channel, Request request, Station& station, std::string hash,
                               std::string rest) {
+    if (station.settings().access.who == Access::Who::anyone) {
+        request.named = false; // nobody has proved the name
+        request.user.clear();
+    }
     if (const auto why = request.named ? admission_.refusesUser(request.user, settings_)
                                        : std::optional<std::string>()) {
         say(Level::warning, station.settings().name, channel.peer() + " is refused: " + *why);

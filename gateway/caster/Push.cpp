@@ -163,8 +163,7 @@ awaitable<void> Push::sendAll(Channel& channel) {
 }
 
 awaitable<void> Push::toWhoConnects() {
-    tcp::acceptor acceptor(executor_,
-                           {asio::ip::make_address(address_.peer.host), address_.peer.port});
+    tcp::acceptor acceptor = co_await listenOn(address_.peer);
     for (bool told = false;;) {
         tcp::socket socket = co_await acceptor.async_accept(use_awaitable);
         const bool full = tasks_.count() > kMostHere; // one is this

@@ -30,6 +30,8 @@ using boost::system::system_error;
 
 namespace {
 
+constexpr int kListenTries = 20;
+constexpr Duration kListenPause = std::chrono::milliseconds(50);
 constexpr int kUnacknowledgedMs = 20'000;
 constexpr int kKeepAliveS[] = {10, 5, 3}; // first probe, between two, probes
 
@@ -248,6 +250,20 @@ awaitable<ChannelPtr> connectPlain(HostPort host, std::optional<HostPort> proxy)
 }
 
 } // namespace
+
+awaitable<tcp::acceptor> listenOn(HostPort at) {
+    const auto executor = co_await asio::this_coro::executor;
+    const tcp::endpoint endpoint(asio::ip::make_address(at.host), at.port);
+    for (int tries = 1;; ++tries) {
+        try {
+            co_return tcp::acceptor(executor, endpoint);
+        } catch (const boost::system::system_error& e) {
+            if (e.code() != asio::error::address_in_use || tries == kListenTries)
+                throw;
+        }
+        co_await pause(kListenPause);
+    }
+}
 
 asio::ip::address addressOf(const tcp::endpoint& endpoint) {
     asio::ip::address address = endpoint.address();

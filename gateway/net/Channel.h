@@ -58,6 +58,8 @@ ChannelPtr channelOf(tcp::socket socket);
 /// The server's side of TLS on a connection, within the limit.
 awaitable<ChannelPtr> acceptTls(tcp::socket socket, asio::ssl::context& context, Duration limit);
 
+/// Listens on an address. Where it is taken, for another second: by a station that ends.
+awaitable<tcp::acceptor> listenOn(HostPort at);
 /// Connects to every address of a host in turn, by way of a proxy (HTTP CONNECT) where one is
 /// given. The name is resolved now. The limit is for all of it.
 awaitable<ChannelPtr> connectTo(const HostPort& host, const std::optional<HostPort>& proxy,

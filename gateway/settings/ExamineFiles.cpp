@@ -209,12 +209,28 @@ private:
     void output(const std::string& path, std::size_t number) {
         const fs::path folder = folderOf(path.substr(0, path.find('%')));
         std::error_code error;
-        if (!fs::is_directory(folder, error))
+        if (fs::is_directory(path, error))
+            remarks_.error(number, "push", path + " is a folder",
+                           "write the name of a file, such as " + path + "/%Y%m%d.rtcm3");
+        else if (isRecording(path))
+            remarks_.error(number, "push", path + " is a recording that a station reads",
+                           "write the name of another file");
+        else if (!fs::is_directory(folder, error))
             remarks_.error(number, "push", folder.string() + " is no folder that is there",
                            "make it: mkdir -p " + folder.string());
         else if (const auto why = unwritable(folder); why && folder == folderOf(path))
             remarks_.error(number, "push", "no file can be made in " + *why,
                            "give the folder to the user of the gateway");
+    }
+    bool isRecording(const std::string& path) const {
+        const auto same = [&](const Address& a) {
+            std::error_code missing;
+            return a.scheme == Scheme::file && fs::equivalent(a.path, path, missing);
+        };
+        return std::any_of(s_.stations.begin(), s_.stations.end(), [&](const StationSettings& t) {
+            return std::any_of(t.sources.begin(), t.sources.end(), same) ||
+                   (t.ephemerides && same(*t.ephemerides));
+        });
     }
     void stream(const Address& a, std::size_t number, const char* key) {
         device(a, number, key);
@@ -233,6 +249,10 @@ private:
         if (access(a.path.c_str(), F_OK) != 0)
             remarks_.warn(number, key, a.path + " is not there",
                           "connect it; `ls /dev/serial/by-id` shows what is connected");
+        else if (struct stat status{};
+                 stat(a.path.c_str(), &status) == 0 && !S_ISCHR(status.st_mode))
+            remarks_.error(number, key, a.path + " is no serial port",
+                           "`ls /dev/serial/by-id` shows those that are connected");
         else if (access(a.path.c_str(), R_OK | W_OK) != 0)
             remarks_.warn(number, key, a.path + " cannot be used by this user",
                           "add the user to the group dialout");

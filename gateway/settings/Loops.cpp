@@ -23,7 +23,8 @@ bool reaches(const HostPort& peer, const HostPort& listener) {
     boost::system::error_code named;
     const auto to = make_address(peer.host, named), at = make_address(listener.host);
     if (named)
-        return peer.host == "localhost" && (at.is_loopback() || at.is_unspecified());
+        return peer.host == "localhost" && (at == make_address("127.0.0.1") ||
+                                            at == make_address("::1") || at.is_unspecified());
     return to == at || (to.is_loopback() && at.is_unspecified() && (at.is_v6() || to.is_v4()));
 }
 

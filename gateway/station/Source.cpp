@@ -130,10 +130,8 @@ awaitable<void> receiveTcp(const Address& address, const SourceEvents& events) {
 /// The port stays open. A receiver that connects anew takes the place of its old connection, which
 /// may be half dead.
 awaitable<void> receiveListening(const Address& address, const SourceEvents& events) {
-    const auto executor = co_await asio::this_coro::executor;
     const auto state = co_await asio::this_coro::cancellation_state;
-    tcp::acceptor acceptor(executor,
-                           {asio::ip::make_address(address.peer.host), address.peer.port});
+    tcp::acceptor acceptor = co_await listenOn(address.peer);
     std::string displaced;
     for (std::optional<tcp::socket> next;;) {
         if (!next)

@@ -25,8 +25,8 @@ constexpr std::array<Hold, kAlarmKinds> kHolds{{
     {"system_gone", 60s, 60s},
     {"delay", 30s, 60s},
     {"moved", 0s, 60s, // two stations may be mixed in one stream
-     "nothing goes to rovers until the configuration is read again (SIGHUP), or position = "
-     "\"follow\" is written"},
+     "nothing goes to rovers until the stream states the position of before, the configuration is "
+     "read again (SIGHUP), or position = \"follow\" is written"},
     {"audit", 0s, 60s},
     {"clock", 30s, 60s},
     {"leap_seconds", 0s, 0s, "install a newer package"},
@@ -120,6 +120,14 @@ void Alarms::end(State& state, Instant now) {
     --holding_;
     state.holds->lasted = now - state.heldSince;
     tell_(*state.holds);
+}
+
+void Alarms::endNow(AlarmKind kind, const std::string& station, Instant now) {
+    const auto it = states_.find({station, kind});
+    if (it == states_.end())
+        return;
+    end(it->second, now);
+    states_.erase(it);
 }
 
 void Alarms::forget(const std::string& station, Instant now) {

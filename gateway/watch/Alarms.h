@@ -82,6 +82,8 @@ public:
     /// holds follows.
     void look(AlarmKind kind, const std::string& station, const std::optional<std::string>& wrong,
               Instant now);
+    /// Ends one at once: what was wrong is not any more.
+    void endNow(AlarmKind kind, const std::string& station, Instant now);
     /// The station is no more: its alarms end.
     void forget(const std::string& station, Instant now);
 

@@ -89,6 +89,18 @@ TEST(Gateway, TakesItsPlaceFromTheStreamAndStopsWhenItMoves) {
     EXPECT_EQ(wholeEpochs(rover.receive(epochOfTime(kNow + 14.0))), 2)
         << "none of the five that came moved";
     EXPECT_EQ(gateway.count("50.00 m from -4467074.3577"), 1) << "told once";
+
+    // Who reads the settings again takes the new place; from there it moves anew.
+    ASSERT_TRUE(station.send(place(moved)));
+    gateway.signal(SIGHUP);
+    ASSERT_TRUE(gateway.tells("alarm ends: moved")) << gateway.log();
+    const Client again(ports.station);
+    ASSERT_TRUE(again.send(place(moved)));
+    ASSERT_TRUE(gateway.tells("CANB: the stream states the position -4467024.3577"))
+        << gateway.log();
+    EXPECT_EQ(gateway.count("Address already in use"), 0) << gateway.log();
+    ASSERT_TRUE(again.send(place(kSite)));
+    EXPECT_TRUE(eventually([&] { return gateway.count("alarm: moved") == 2; })) << gateway.log();
 }
 
 TEST(Gateway, StartsAnEngineAgainThatDies) {

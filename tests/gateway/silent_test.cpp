@@ -71,9 +71,10 @@ public:
                  mount(file.c_str(), place, nullptr, MS_BIND, nullptr) == 0;
     }
     ~OtherFile() {
-        setns(home_, CLONE_NEWNS); // and with it its root as the folder
-        fs::current_path(folder_);
-        close(home_);
+        setns(home_, CLONE_NEWNS); // and with it the root of all of it, as the folder as well
+        EXPECT_TRUE(fchdir(root_) == 0 && chroot(".") == 0 && fchdir(folder_) == 0);
+        for (const int fd : {home_, root_, folder_})
+            close(fd);
     }
     OtherFile(const OtherFile&) = delete;
     OtherFile& operator=(const OtherFile&) = delete;
@@ -81,7 +82,7 @@ public:
     bool there() const { return there_; }
 
 private:
-    const fs::path folder_ = fs::current_path();
+    const int root_ = open("/", O_PATH | O_CLOEXEC), folder_ = open(".", O_PATH | O_CLOEXEC);
     const int home_ = open("/proc/thread-self/ns/mnt", O_RDONLY | O_CLOEXEC);
     bool there_ = false;
 };
