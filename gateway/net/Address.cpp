@@ -71,7 +71,8 @@ bool ntripLike(Scheme scheme) {
     return scheme == Scheme::ntrip || scheme == Scheme::ntrips || scheme == Scheme::ntripSource;
 }
 
-[[noreturn]] void wrong(const std::string& what, std::string_view advice = {}) {
+[[noreturn]] void wrong(std::string what, std::string_view advice = {}) {
+    std::replace_if(what.begin(), what.end(), isControl, '?');
     throw AddressError(what, std::string(advice));
 }
 

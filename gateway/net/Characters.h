@@ -1,5 +1,10 @@
 #pragma once
 
+#include <boost/algorithm/string/predicate.hpp>
+
+#include <locale>
+#include <string_view>
+
 /// Characters: ASCII alone, whatever the locale and the sign of char.
 
 namespace gateway {
@@ -11,6 +16,11 @@ inline bool isControl(char c) {
 
 inline bool isLetterOrDigit(char c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+/// Not Boost.Beast's, which reads a character too many.
+inline bool iequals(std::string_view a, std::string_view b) {
+    return boost::algorithm::iequals(a, b, std::locale::classic());
 }
 
 } // namespace gateway

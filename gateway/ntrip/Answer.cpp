@@ -6,7 +6,6 @@
 #include "gateway/ntrip/HttpAnswer.h"
 #include "gateway/ntrip/Request.h"
 
-#include <boost/beast/core/string.hpp>
 #include <boost/beast/http/status.hpp>
 
 #include <algorithm>
@@ -17,7 +16,6 @@ namespace gateway::ntrip {
 
 namespace {
 
-using boost::beast::iequals;
 using State = AnswerReader::State;
 
 constexpr std::size_t kLongestReason = 100;

@@ -1,15 +1,13 @@
 #include "gateway/ntrip/Head.h"
 
 #include "ctl/dump/Fields.h"
+#include "gateway/net/Characters.h"
 
-#include <boost/beast/core/string.hpp>
 #include <openssl/evp.h>
 
 #include <algorithm>
 
 namespace gateway::ntrip {
-
-namespace beast = boost::beast;
 
 namespace {
 
@@ -91,7 +89,7 @@ std::optional<std::string> fromBase64(std::string_view text) {
 
 std::optional<std::pair<std::string, Secret>> basicCredentials(std::string_view field) {
     constexpr std::string_view kBasic = "Basic ";
-    if (field.size() < kBasic.size() || !beast::iequals(field.substr(0, kBasic.size()), kBasic))
+    if (field.size() < kBasic.size() || !iequals(field.substr(0, kBasic.size()), kBasic))
         return std::nullopt;
     const auto pair = fromBase64(trimmed(field.substr(kBasic.size())));
     const std::size_t colon = pair ? pair->find(':') : std::string::npos;

@@ -1,10 +1,10 @@
 #include "gateway/ntrip/Request.h"
 
 #include "base/Findings.h"
+#include "gateway/net/Characters.h"
 #include "gateway/ntrip/Head.h"
 #include "gateway/ntrip/HttpAnswer.h"
 
-#include <boost/beast/core/string.hpp>
 #include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/parser.hpp>
 
@@ -18,7 +18,6 @@ namespace {
 
 namespace http = boost::beast::http;
 using RequestHead = http::request<http::empty_body>;
-using boost::beast::iequals;
 
 constexpr std::size_t kLongestText = 128;
 

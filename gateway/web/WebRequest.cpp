@@ -1,11 +1,11 @@
 #include "gateway/web/WebRequest.h"
 
+#include "gateway/net/Characters.h"
 #include "gateway/ntrip/Head.h"
 #include "gateway/ntrip/Request.h"
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/address.hpp>
-#include <boost/beast/core/string.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/url.hpp>
 
@@ -71,7 +71,7 @@ ParsedWeb parseWebRequest(std::string_view head) {
 bool isLoopbackName(std::string_view host) {
     host = host.substr(0, host.starts_with('[') ? host.find(']') + 1 : host.find(':'));
     host = host.substr(0, host.size() - (host.ends_with('.') ? 1 : 0));
-    if (boost::beast::iequals(host, "localhost") || host == "[::1]")
+    if (iequals(host, "localhost") || host == "[::1]")
         return true;
     error_code named;
     const auto address = boost::asio::ip::make_address(std::string(host), named);
