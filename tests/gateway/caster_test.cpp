@@ -14,21 +14,6 @@ std::string firstLine(const std::string& answer) {
     return answer.substr(0, answer.find('\r'));
 }
 
-std::string answerTo(int port, const std::string& request) {
-    Client client(port);
-    EXPECT_TRUE(client.send(request));
-    return client.rest();
-}
-
-/// bob, whose password is "right".
-fs::path usersFile(const std::string& name) {
-    fs::path users = fs::path(testing::TempDir()) / (name + std::to_string(getpid()));
-    std::ofstream(users) << "bob:$6$abcdefgh$vR/yd6VXABFTBRyOupJyJyD09twBc54Fjx1W8tzKdqxOfohx"
-                            "eZRb508btnHrxVQLY86b/u4pA/7OgxagBH8130\n";
-    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
-    return users;
-}
-
 } // namespace
 
 TEST(Caster, SaysOfAStationThatHasMovedThatNothingComes) {
@@ -114,9 +99,8 @@ TEST(Caster, TellsOnceOfAMountpointThatIsNone) {
 
 TEST(Caster, ExaminesNoMorePasswordsThanItTakesWrongOnes) {
     const Ports ports;
-    const fs::path users = usersFile("many_");
-    RunningGateway gateway(ports, stationSource(ports) + kPosition,
-                           "users = \"" + users.string() + "\"\n");
+    const UsersFile users(rightUser("bob"));
+    RunningGateway gateway(ports, stationSource(ports) + kPosition, users.setting());
     std::vector<std::unique_ptr<Client>> guesses;
     for (int i = 0; i < 60; ++i) {
         guesses.push_back(std::make_unique<Client>(ports.caster));
@@ -130,7 +114,6 @@ TEST(Caster, ExaminesNoMorePasswordsThanItTakesWrongOnes) {
     EXPECT_EQ(answered, 10);
     EXPECT_EQ(gateway.count("wrong user or password"), 10) << gateway.log();
     EXPECT_EQ(gateway.count("is refused: ten wrong passwords in a minute"), 1);
-    fs::remove(users);
 }
 
 TEST(Caster, GoesOnWithARoverThatHasNothingMoreToSay) {

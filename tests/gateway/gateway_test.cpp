@@ -107,8 +107,9 @@ TEST(Gateway, StartsAnEngineAgainThatDies) {
     Road road(3);
     const RunningGateway& gateway = road.gateway;
     const std::string status = gateway.status();
-    const std::size_t at = status.find("\"process_id\":") + 13;
-    kill(std::stoi(status.substr(at)), SIGKILL);
+    const pid_t engine = engineOf(gateway);
+    ASSERT_GT(engine, 0);
+    kill(engine, SIGKILL);
     ASSERT_TRUE(gateway.tells("started again in")) << gateway.log();
     ASSERT_TRUE(eventually([&] { return gateway.status() != status; }));
     ASSERT_TRUE(gateway.engineConnected());
@@ -137,45 +138,34 @@ TEST(Gateway, IsQuietAboutEphemeridesThatAreYetToCome) {
 
 TEST(Gateway, AsksForThePasswordThatMkpasswdHashed) {
     const Ports ports;
-    const fs::path users = fs::path(testing::TempDir()) / ("users_" + std::to_string(getpid()));
-    std::ofstream(users) << "bob:$6$abcdefgh$vR/yd6VXABFTBRyOupJyJyD09twBc54Fjx1W8tzKdqxOfohx"
-                            "eZRb508btnHrxVQLY86b/u4pA/7OgxagBH8130\n";
-    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
-    RunningGateway gateway(ports, stationSource(ports) + kPosition,
-                           "users = \"" + users.string() + "\"\n");
-    const auto answerTo = [&](const std::string& headers) {
+    const UsersFile users(rightUser("bob"));
+    RunningGateway gateway(ports, stationSource(ports) + kPosition, users.setting());
+    const auto statusOf = [&](const std::string& headers) {
         Client rover(ports.caster);
         rover.send(askOf("CANB", headers));
         const std::string head = rover.head();
         return head.substr(0, head.find('\r'));
     };
-    EXPECT_EQ(answerTo(""), "HTTP/1.0 401 Unauthorized");
-    EXPECT_EQ(answerTo("Authorization: Basic Ym9iOndyb25n\r\n"), "HTTP/1.0 401 Unauthorized");
-    EXPECT_EQ(answerTo("Authorization: Basic Ym9iOnJpZ2h0\r\n"), "ICY 200 OK"); // bob:right
+    EXPECT_EQ(statusOf(""), "HTTP/1.0 401 Unauthorized");
+    EXPECT_EQ(statusOf("Authorization: Basic Ym9iOndyb25n\r\n"), "HTTP/1.0 401 Unauthorized");
+    EXPECT_EQ(statusOf("Authorization: Basic Ym9iOnJpZ2h0\r\n"), "ICY 200 OK"); // bob:right
     EXPECT_EQ(gateway.log().find("right"), std::string::npos);
-    fs::remove(users);
 }
 
 TEST(Gateway, SendsTheRoverAwayWhoseUserIsTakenOutOfTheFile) {
     const Ports ports;
-    const fs::path users = fs::path(testing::TempDir()) / ("gone_" + std::to_string(getpid()));
-    const std::string hash = ":$6$abcdefgh$vR/yd6VXABFTBRyOupJyJyD09twBc54Fjx1W8tzKdqxOfohx"
-                             "eZRb508btnHrxVQLY86b/u4pA/7OgxagBH8130\n"; // of "right"
-    std::ofstream(users) << "bob" << hash << "ann" << hash;
-    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
-    RunningGateway gateway(ports, stationSource(ports) + kPosition,
-                           "users = \"" + users.string() + "\"\n");
+    const UsersFile users(rightUser("bob") + rightUser("ann"));
+    RunningGateway gateway(ports, stationSource(ports) + kPosition, users.setting());
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
     Client bob(ports.caster, askOf("CANB", "Authorization: Basic Ym9iOnJpZ2h0\r\n"), kGranted);
     Client ann(ports.caster, askOf("CANB", "Authorization: Basic YW5uOnJpZ2h0\r\n"), kGranted);
-    std::ofstream(users) << "ann" << hash;
+    users.write(rightUser("ann"));
     gateway.signal(SIGHUP);
     EXPECT_EQ(bob.rest(), "");
     EXPECT_TRUE(gateway.tells("(bob) is sent away: its user is gone")) << gateway.log();
     const Client station(ports.station);
     ASSERT_TRUE(station.send(streamOf(3)));
     EXPECT_EQ(wholeEpochs(ann.receive(epochs(3))), 3);
-    fs::remove(users);
 }
 
 TEST(Gateway, CutsOffTheRoverThatStopsReadingAndNobodyElse) {

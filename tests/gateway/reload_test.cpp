@@ -6,9 +6,6 @@ namespace running {
 
 namespace {
 
-constexpr const char* kRightHash = ":$6$abcdefgh$vR/yd6VXABFTBRyOupJyJyD09twBc54Fjx1W8tzKdqxOfohxeZ"
-                                   "Rb508btnHrxVQLY86b/u4pA/7OgxagBH8130\n"; // of "right"
-
 /// The file of a gateway, to be changed while it runs.
 class Settings {
 public:
@@ -28,18 +25,6 @@ private:
     fs::path path_;
 };
 
-std::string sourceTable(int port) {
-    Client client(port);
-    EXPECT_TRUE(client.send(askOf("")));
-    return client.rest();
-}
-
-/// Of the engine.
-pid_t processOf(const RunningGateway& gateway) {
-    const std::string status = gateway.status(), key = "\"process_id\":";
-    return std::stoi(status.substr(status.find(key) + key.size()));
-}
-
 } // namespace
 
 TEST(Reload, DisturbsNeitherStreamNorRoverWhereItDoesNotConcernThem) {
@@ -49,17 +34,15 @@ TEST(Reload, DisturbsNeitherStreamNorRoverWhereItDoesNotConcernThem) {
     const auto output = [](int port) {
         return "\"tcp-listen://127.0.0.1:" + std::to_string(port) + "\"";
     };
-    const fs::path users = fs::path(testing::TempDir()) / ("reload_" + std::to_string(getpid()));
-    std::ofstream(users) << "bob" << kRightHash << "ann" << kRightHash;
-    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
+    const UsersFile users(rightUser("bob") + rightUser("ann"));
     const std::string kept = output(keptPort), old = output(oldPort);
     RunningGateway gateway(ports,
                            stationSource(ports) + kPosition + "access = \"anyone\"\npush = [" +
                                kept + ", " + old + "]\n",
-                           "operator = \"A\"\nusers = \"" + users.string() + "\"\n");
+                           "operator = \"A\"\n" + users.setting());
     const Settings settings(gateway);
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
-    const pid_t engine = processOf(gateway);
+    const pid_t engine = engineOf(gateway);
     const Client station(ports.station);
     const auto asks = [](const std::string& credentials) {
         return askOf("CANB", "Authorization: Basic " + credentials + "\r\n");
@@ -107,7 +90,7 @@ TEST(Reload, DisturbsNeitherStreamNorRoverWhereItDoesNotConcernThem) {
                                          "max_clients = 4\nmax_per_user = 1");
     std::string table;
     EXPECT_TRUE(eventually([&] {
-        table = sourceTable(ports.caster);
+        table = answerTo(ports.caster, askOf(""));
         return table.find("STR;CANB;Canberra;") != table.npos &&
                table.find(";Survey;") != table.npos &&
                table.find(";AUS;", table.find("STR;")) != table.npos;
@@ -130,7 +113,7 @@ TEST(Reload, DisturbsNeitherStreamNorRoverWhereItDoesNotConcernThem) {
         << gateway.log();
     ASSERT_TRUE(station.send(next()));
     everyEpochComes("rate"); // the second of two
-    EXPECT_EQ(processOf(gateway), engine) << gateway.log();
+    EXPECT_EQ(engineOf(gateway), engine) << gateway.log();
     EXPECT_EQ(gateway.count("is stopped"), 0) << gateway.log();
     EXPECT_EQ(gateway.count(": connected"), 1) << "of the source\n" << gateway.log();
 
@@ -139,9 +122,8 @@ TEST(Reload, DisturbsNeitherStreamNorRoverWhereItDoesNotConcernThem) {
     EXPECT_EQ(bob.rest(), "");
     EXPECT_TRUE(eventually([&] {
         return gateway.status().find("\"connected\"") != std::string::npos &&
-               processOf(gateway) != engine;
+               engineOf(gateway) != engine;
     }));
-    fs::remove(users);
 }
 
 TEST(Reload, SendsAReceiverAwayThatPushesWithThePasswordBefore) {
@@ -165,19 +147,15 @@ TEST(Reload, SendsAReceiverAwayThatPushesWithThePasswordBefore) {
 
 TEST(Reload, TellsWhatIsWrongWithTheUsersOnce) {
     const Ports ports;
-    const fs::path users = fs::path(testing::TempDir()) / ("wrong_" + std::to_string(getpid()));
-    std::ofstream(users) << "bob:right\nann" << kRightHash;
-    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
-    const RunningGateway gateway(ports, stationSource(ports) + kPosition,
-                                 "users = \"" + users.string() + "\"\n");
+    const UsersFile users("bob:right\n" + rightUser("ann"));
+    const RunningGateway gateway(ports, stationSource(ports) + kPosition, users.setting());
     const std::string wrong = "bob: what follows the name is no hash";
     ASSERT_TRUE(gateway.tells("listens on")) << gateway.log();
     EXPECT_EQ(gateway.count(wrong), 1) << gateway.log();
     Settings(gateway).replace("listen = [\"", "operator = \"A\"\nlisten = [\"");
-    EXPECT_TRUE(
-        eventually([&] { return sourceTable(ports.caster).find(";A;") != std::string::npos; }));
+    EXPECT_TRUE(eventually(
+        [&] { return answerTo(ports.caster, askOf("")).find(";A;") != std::string::npos; }));
     EXPECT_EQ(gateway.count(wrong), 2) << gateway.log();
-    fs::remove(users);
 }
 
 TEST(StateFolder, IsOfOneGatewayForAsLongAsThatRuns) {
@@ -201,7 +179,7 @@ TEST(StateFolder, IsOfOneGatewayForAsLongAsThatRuns) {
     // The same when it has been away, and is back before its engine there has ended.
     const std::string here = (first.folder / "state").string() + '"';
     const std::string elsewhere = (first.folder / "elsewhere").string() + '"';
-    const pid_t old = processOf(first);
+    const pid_t old = engineOf(first);
     kill(old, SIGSTOP);
     Settings settings(first);
     settings.replace(here, elsewhere);
@@ -218,7 +196,7 @@ TEST(StateFolder, IsOfOneGatewayForAsLongAsThatRuns) {
     // One that runs does not take it either, and loses nothing.
     RunningGateway other(others, stationSource(others) + kPosition, "", "", "other");
     ASSERT_TRUE(other.engineConnected()) << other.log();
-    const pid_t engine = processOf(other);
+    const pid_t engine = engineOf(other);
     Client rover(others.caster, askOf("CANB"), kGranted);
     Settings(other).replace((other.folder / "state").string(), (first.folder / "state").string());
     EXPECT_TRUE(other.tells(inUse)) << other.log();
@@ -226,15 +204,15 @@ TEST(StateFolder, IsOfOneGatewayForAsLongAsThatRuns) {
     const Client station(others.station);
     ASSERT_TRUE(station.send(streamOf(2)));
     EXPECT_EQ(wholeEpochs(rover.receive(epochs(2))), 2) << other.log();
-    EXPECT_EQ(processOf(other), engine);
+    EXPECT_EQ(engineOf(other), engine);
 
     // The lock ends with its process, also where an engine is left.
-    const pid_t left = processOf(first);
+    const pid_t left = engineOf(first);
     kill(left, SIGSTOP);
     first.end(SIGKILL);
     other.signal(SIGHUP);
     EXPECT_TRUE(other.tells("CANB: is stopped")) << other.log();
-    EXPECT_TRUE(eventually([&] { return first.status() != "" && processOf(first) != left; }));
+    EXPECT_TRUE(eventually([&] { return first.status() != "" && engineOf(first) != left; }));
     EXPECT_EQ(kill(left, SIGKILL), 0) << "it was there all the time";
 }
 

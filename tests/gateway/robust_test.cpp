@@ -11,12 +11,6 @@ namespace running {
 
 namespace {
 
-int engineOf(const RunningGateway& gateway) {
-    const std::string status = gateway.status();
-    const std::size_t at = status.find("\"process_id\":");
-    return at == status.npos ? 0 : std::stoi(status.substr(at + 13));
-}
-
 bool endsSoon(int process) {
     return eventually([&] { return kill(process, 0) != 0; });
 }
@@ -255,17 +249,14 @@ TEST(Gateway, LivesBesideARecordingWithoutEpochsThatIsRepeated) {
 TEST(Gateway, KeepsItsPasswordsToItself) {
     const Ports ports, gone;
     const std::string peer = "127.0.0.1:" + std::to_string(gone.station);
-    const fs::path users = fs::path(testing::TempDir()) / ("users_" + std::to_string(getpid()));
-    std::ofstream(users) << "bob:$6$abcdefgh$vR/yd6VXABFTBRyOupJyJyD09twBc54Fjx1W8tzKdqxOfohx"
-                            "eZRb508btnHrxVQLY86b/u4pA/7OgxagBH8130\n";
-    fs::permissions(users, fs::perms::owner_read | fs::perms::owner_write);
+    const UsersFile users(rightUser("bob"));
     RunningGateway gateway(ports,
                            "source = [\"caster:\", \"ntrip://bob:MARKER@" + peer +
                                "/X?version=1\"]\npassword = \"MARKER\"\nephemerides = "
                                "\"ntrip://bob:MARKER@" +
                                peer + "/E\"\npush = [\"ntrip-source://:MARKER@" + peer + "/Y\"]\n" +
                                kPosition,
-                           "users = \"" + users.string() + "\"\n");
+                           users.setting());
     ASSERT_TRUE(gateway.engineConnected()) << gateway.log();
     for (const char* const request :
          {"SOURCE MARKERX /CANB\r\n\r\n", "GET /CANB HTTP/1.0\r\nUser-Agent: NTRIP t\r\n"
@@ -298,7 +289,6 @@ TEST(Gateway, KeepsItsPasswordsToItself) {
         EXPECT_EQ(readFile(entry.path()).find("MARKER"), std::string::npos) << entry.path();
     }
     EXPECT_GE(files, 3);
-    fs::remove(users);
 }
 
 } // namespace running

@@ -201,6 +201,45 @@ inline int waitInForce(const RunningGateway& gateway, const std::string& what) {
     return out;
 }
 
+/// A line of a file of users, whose password is "right" (by mkpasswd -m sha512crypt).
+inline std::string rightUser(const std::string& name) {
+    return name + ":$6$abcdefgh$vR/yd6VXABFTBRyOupJyJyD09twBc54Fjx1W8tzKdqxOfohxeZRb508btnHrxVQLY8"
+                  "6b/u4pA/7OgxagBH8130\n";
+}
+
+/// A file of users, as long as it is here.
+class UsersFile {
+public:
+    explicit UsersFile(const std::string& lines) {
+        write(lines);
+        fs::permissions(path_, fs::perms::owner_read | fs::perms::owner_write);
+    }
+    ~UsersFile() { fs::remove(path_); }
+    UsersFile(const UsersFile&) = delete;
+    UsersFile& operator=(const UsersFile&) = delete;
+
+    void write(const std::string& lines) const { std::ofstream(path_) << lines; }
+    /// Its line in the section of the caster.
+    std::string setting() const { return "users = \"" + path_.string() + "\"\n"; }
+
+private:
+    const fs::path path_ = fs::path(testing::TempDir()) / ("users_" + std::to_string(getpid()));
+};
+
+/// Of the engine of CANB; 0 where none has told.
+inline pid_t engineOf(const RunningGateway& gateway) {
+    const std::string status = gateway.status();
+    const std::size_t at = status.find("\"process_id\":");
+    return at == status.npos ? 0 : std::stoi(status.substr(at + 13));
+}
+
+/// All of the answer to one request.
+inline std::string answerTo(int port, const std::string& request) {
+    Client client(port);
+    EXPECT_TRUE(client.send(request));
+    return client.rest();
+}
+
 inline std::string stationSource(const Ports& ports) {
     return "source = \"tcp-listen://127.0.0.1:" + std::to_string(ports.station) + "\"\n";
 }
