@@ -49,10 +49,6 @@ void Gateway::apply(const Settings& settings, std::shared_ptr<Users> users) {
         served->stop();
         stopping_.push_back(std::move(served));
     }
-    // What ends may have a port or a file that another one is to use.
-    for (const StationSettings& wanted : settings_.stations)
-        if (const auto at = stations_.find(wanted.name); at != stations_.end())
-            at->second->keepPushes(wanted.push);
     for (std::size_t i = 0; i < settings_.stations.size(); ++i) {
         const StationSettings& wanted = settings_.stations[i];
         const auto at = stations_.find(wanted.name);
@@ -62,7 +58,7 @@ void Gateway::apply(const Settings& settings, std::shared_ptr<Users> users) {
             at->second->station->take(wanted);
     }
     for (const auto& [name, served] : stations_)
-        startPushes(*served);
+        setPushes(*served);
     caster_.sendAwayWhoMayNotStay();
     notifier_.apply(settings_);
     overview_.apply(settings_);
@@ -100,16 +96,6 @@ bool Gateway::goesOn(const Served& served, const StationSettings& wanted,
                      std::size_t number) const {
     return served.station->moved().empty() && served.station->canTake(wanted) &&
            !(settings_.externalEngine && served.number != number);
-}
-
-void Gateway::Served::keepPushes(const std::vector<Address>& wanted) {
-    std::erase_if(pushes, [&](std::unique_ptr<Push>& push) {
-        if (std::ranges::count(wanted, push->address()) > 0)
-            return false;
-        push->stop();
-        ending.push_back(std::move(push));
-        return true;
-    });
 }
 
 void Gateway::Served::stop() {
@@ -165,9 +151,17 @@ std::unique_ptr<Gateway::Served> Gateway::serve(const StationSettings& settings,
     return served;
 }
 
-/// Those that are wanted and not there.
-void Gateway::startPushes(Served& served) const {
+/// Ends those that are not in the settings, and begins those that are not there.
+void Gateway::setPushes(Served& served) const {
     Station& station = *served.station;
+    const std::vector<Address>& wanted = station.settings().push;
+    std::erase_if(served.pushes, [&](std::unique_ptr<Push>& push) {
+        if (std::ranges::count(wanted, push->address()) > 0)
+            return false;
+        push->stop();
+        served.ending.push_back(std::move(push));
+        return true;
+    });
     const auto sayOf = [name = station.settings().name](Level level, const std::string& text) {
         say(level, name, text);
     };
@@ -175,7 +169,7 @@ void Gateway::startPushes(Served& served) const {
         const auto entry = tableEntry(station, std::chrono::steady_clock::now());
         return entry ? ntrip::streamLine(*entry) : std::string();
     };
-    for (const Address& address : station.settings().push) {
+    for (const Address& address : wanted) {
         if (std::ranges::count(served.pushes, address,
                                [](const auto& p) -> const Address& { return p->address(); }))
             continue;

@@ -43,8 +43,6 @@ private:
         std::shared_ptr<const StateFolder> state; // as long as an engine writes there
         std::shared_ptr<Station> station;
         std::vector<std::unique_ptr<Push>> pushes, ending;
-        /// Ends the outputs that are none of these any more.
-        void keepPushes(const std::vector<Address>& wanted);
         void stop();
         bool idle() const;
     };
@@ -54,7 +52,7 @@ private:
     bool goesOn(const Served& served, const StationSettings& wanted, std::size_t number) const;
     std::unique_ptr<Served> serve(const StationSettings& settings, std::size_t number) const;
     std::shared_ptr<const StateFolder> folderAt(const std::filesystem::path& path) const;
-    void startPushes(Served& served) const;
+    void setPushes(Served& served) const;
     std::optional<ntrip::StreamEntry> tableEntry(const Station& station, Instant now) const;
     awaitable<void> ticks();
 

@@ -41,6 +41,13 @@ bool beginsTls(std::string_view received) {
     return received.starts_with('\x16');
 }
 
+/// What is to tell of bytes that are no request; empty: nothing.
+std::string noRequest(std::string_view received) {
+    if (received.size() > ntrip::kLongestHead)
+        return "is refused: its request is longer than 8 KiB";
+    return beginsTls(received) ? "begins TLS where none is spoken" : "";
+}
+
 /// Without a head where the client goes, or sends what has none.
 awaitable<Head> readHead(Channel& channel) {
     std::string received;
@@ -199,28 +206,28 @@ awaitable<void> Caster::converse(tcp::socket socket, bool tls) {
 }
 
 awaitable<void> Caster::answer(Channel& channel, const std::string& address) {
-    Head head;
-    bool late = false;
+    std::optional<Head> head;
     try {
         head = co_await within(kRequestLimit, readHead(channel), "no request");
-    } catch (const TimeUp&) {
-        late = true;
+    } catch (const TimeUp&) { // told below
     }
-    if (late) {
+    if (!head) {
         saySeldom(Level::info, "caster", address + " has sent no request within 10 s");
         co_return;
     }
-    if (head.head.empty()) {
-        if (head.rest.size() > ntrip::kLongestHead)
-            saySeldom(Level::info, "caster",
-                      address + " is refused: its request is longer than 8 KiB");
-        else if (beginsTls(head.rest))
-            saySeldom(Level::info, "caster", address + " begins TLS where none is spoken");
+    if (head->head.empty()) {
+        if (const std::string why = noRequest(head->rest); !why.empty())
+            saySeldom(Level::info, "caster", address + " " + why);
         const Request none;
         co_await refuse(channel, none, Refusal::malformed);
         co_return;
     }
-    const ntrip::Parsed parsed = ntrip::parseRequest(head.head);
+    ntrip::Parsed parsed = ntrip::parseRequest(head->head);
+    co_await answerRequest(channel, address, std::move(parsed), std::move(head->rest));
+}
+
+awaitable<void> Caster::answerRequest(Channel& channel, const std::string& address,
+                                      ntrip::Parsed parsed, std::string rest) {
     const Request& request = parsed.request;
     if (parsed.refusal) {
         co_await refuse(channel, request, *parsed.refusal);
@@ -261,12 +268,12 @@ awaitable<void> Caster::answer(Channel& channel, const std::string& address) {
         tellRefused(address, request, name, entry);
         co_await refuse(channel, request, Refusal::unauthorized);
     } else if (push) {
-        co_await hear(channel, request, *station, std::move(head.rest));
+        co_await hear(channel, request, *station, std::move(rest));
     } else if (!station->moved().empty()) {
         saySeldom(Level::info, name, address + " is refused: the position has moved");
         co_await refuseMountpoint(channel, request);
     } else {
-        co_await serve(channel, request, *station, std::move(hash), std::move(head.rest));
+        co_await serve(channel, request, *station, std::move(hash), std::move(rest));
     }
 }
 

@@ -57,6 +57,8 @@ public:
 private:
     awaitable<void> converse(tcp::socket socket, bool tls);
     awaitable<void> answer(Channel& channel, const std::string& address);
+    awaitable<void> answerRequest(Channel& channel, const std::string& address,
+                                  ntrip::Parsed parsed, std::string rest);
     awaitable<void> sendTable(Channel& channel, const ntrip::Request& request);
     awaitable<void> serve(Channel& channel, ntrip::Request request, Station& station,
                           std::string hash, std::string rest);

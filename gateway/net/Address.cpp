@@ -101,10 +101,10 @@ std::string toldText(Tell tell, std::string_view text) {
 }
 
 std::uint16_t parsePort(std::string_view text, Tell tell) {
-    std::uint16_t port = 0;
-    if (!parseNumber(text, port) || port == 0)
+    const auto port = portOf(text);
+    if (!port)
         wrong("the port" + toldText(tell, text) + " is no number from 1 to 65535");
-    return port;
+    return *port;
 }
 
 bool isName(std::string_view host) {
@@ -431,6 +431,11 @@ std::string shown(const Address& a) {
     if (a.loop)
         keys.emplace_back("loop");
     return out + joined(keys);
+}
+
+std::optional<std::uint16_t> portOf(std::string_view text) {
+    std::uint16_t port = 0;
+    return parseNumber(text, port) && port > 0 ? std::optional(port) : std::nullopt;
 }
 
 HostPort parseListener(std::string_view text, std::uint16_t usualPort) {

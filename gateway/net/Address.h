@@ -71,6 +71,8 @@ Address parseAddress(std::string_view text, Use use);
 /// As it was written, without password; parseAddress reads it.
 std::string shown(const Address& address);
 
+/// The number of a port, 1 to 65535; nothing for any other text.
+std::optional<std::uint16_t> portOf(std::string_view text);
 /// Reads where to listen, "[::]:2101"; port 0 is any free one. Throws AddressError, whose advice
 /// has the port that is usual.
 HostPort parseListener(std::string_view text, std::uint16_t usualPort = kNtripPort);

@@ -253,7 +253,7 @@ awaitable<ChannelPtr> connectPlain(HostPort host, std::optional<HostPort> proxy)
 
 awaitable<tcp::acceptor> listenOn(HostPort at) {
     const auto executor = co_await asio::this_coro::executor;
-    const tcp::endpoint endpoint(asio::ip::make_address(at.host), at.port);
+    const tcp::endpoint endpoint = endpointOf(at);
     for (int tries = 1;; ++tries) {
         try {
             co_return tcp::acceptor(executor, endpoint);
@@ -263,6 +263,10 @@ awaitable<tcp::acceptor> listenOn(HostPort at) {
         }
         co_await pause(kListenPause);
     }
+}
+
+tcp::endpoint endpointOf(const HostPort& at) {
+    return {asio::ip::make_address(at.host), at.port};
 }
 
 asio::ip::address addressOf(const tcp::endpoint& endpoint) {

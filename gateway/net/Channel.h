@@ -72,6 +72,8 @@ awaitable<ChannelPtr> connectTlsTo(const HostPort& host, const std::optional<Hos
 ChannelPtr openSerial(const asio::any_io_executor& executor, const std::string& device,
                       unsigned baud);
 
+/// Of a numeric address.
+tcp::endpoint endpointOf(const HostPort& at);
 /// The address of an endpoint; an IPv4 address that came by an IPv6 socket is one.
 asio::ip::address addressOf(const tcp::endpoint& endpoint);
 /// "192.0.2.7:2101", "[2001:db8::1]:2101".

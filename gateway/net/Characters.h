@@ -22,5 +22,8 @@ inline bool isLetterOrDigit(char c) {
 inline bool iequals(std::string_view a, std::string_view b) {
     return boost::algorithm::iequals(a, b, std::locale::classic());
 }
+inline bool istartsWith(std::string_view text, std::string_view start) {
+    return boost::algorithm::istarts_with(text, start, std::locale::classic());
+}
 
 } // namespace gateway

@@ -49,9 +49,8 @@ void Listeners::stop() {
 
 void Listeners::open(const HostPort& where) {
     // [::] takes IPv4 as well
-    const tcp::endpoint endpoint(asio::ip::make_address(where.host), where.port);
     open_.push_back(
-        std::make_shared<Listener>(Listener{where, tcp::acceptor(executor_, endpoint)}));
+        std::make_shared<Listener>(Listener{where, tcp::acceptor(executor_, endpointOf(where))}));
     const HostPort there{where.host, open_.back()->acceptor.local_endpoint().port()};
     say(Level::notice, words_.who, words_.before + shown(there) + words_.after);
     tasks_.start(accept(open_.back()));

@@ -89,7 +89,7 @@ std::optional<std::string> fromBase64(std::string_view text) {
 
 std::optional<std::pair<std::string, Secret>> basicCredentials(std::string_view field) {
     constexpr std::string_view kBasic = "Basic ";
-    if (field.size() < kBasic.size() || !iequals(field.substr(0, kBasic.size()), kBasic))
+    if (!istartsWith(field, kBasic))
         return std::nullopt;
     const auto pair = fromBase64(trimmed(field.substr(kBasic.size())));
     const std::size_t colon = pair ? pair->find(':') : std::string::npos;

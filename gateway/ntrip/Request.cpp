@@ -31,10 +31,6 @@ std::string_view view(boost::beast::string_view text) {
     return {text.data(), text.size()};
 }
 
-bool startsWith(std::string_view text, std::string_view start) {
-    return iequals(text.substr(0, start.size()), start);
-}
-
 /// Nothing for a '%' without two hexadecimal digits.
 std::optional<std::string> percentDecoded(std::string_view text) {
     std::string out;
@@ -57,7 +53,7 @@ std::optional<std::string> percentDecoded(std::string_view text) {
 
 /// The mountpoint of "/MOUNT", "MOUNT", "/MOUNT?query" or "http://host/MOUNT".
 std::optional<std::string> mountOf(std::string_view target) {
-    if (startsWith(target, "http://")) {
+    if (istartsWith(target, "http://")) {
         const std::size_t path = target.find('/', 7);
         target = path == target.npos ? "" : target.substr(path);
     }
@@ -72,11 +68,11 @@ std::optional<std::string> mountOf(std::string_view target) {
 Dialect dialectOf(const RequestHead& head) {
     const std::string_view version = view(head["Ntrip-Version"]);
     const std::string_view agent = view(head[http::field::user_agent]);
-    if (startsWith(version, "Ntrip/2"))
+    if (istartsWith(version, "Ntrip/2"))
         return Dialect::ntrip2;
     if (head.method() == http::verb::post || head.method() == http::verb::put)
         return Dialect::http; // version 1 has none of them
-    if (startsWith(version, "Ntrip/1") || startsWith(agent, "NTRIP"))
+    if (istartsWith(version, "Ntrip/1") || istartsWith(agent, "NTRIP"))
         return Dialect::icy;
     const bool browser =
         view(head[http::field::accept]).find("text/html") != std::string_view::npos;
@@ -139,7 +135,7 @@ std::optional<Refusal> takeCoding(const http::request_parser<http::empty_body>& 
 
 std::optional<Refusal> takeHead(std::string_view text, Request& request) {
     std::string head = withCrLf(text);
-    const bool source = startsWith(head, "SOURCE ");
+    const bool source = istartsWith(head, "SOURCE ");
     if (source) {
         request.kind = Request::Kind::push;
         std::optional<std::string> post = sourceAsPost(head, request);

@@ -62,29 +62,35 @@ std::optional<std::string> unmakable(fs::path folder) {
     return unwritable(folder);
 }
 
-constexpr std::size_t kFirstPart = std::size_t{1} << 20; // of a recording, bytes
+constexpr std::size_t kPiece = std::size_t{1} << 16; // of a recording, bytes
+constexpr std::size_t kMostPieces = 16;
 
-/// What is wrong with a recording, by its first part.
+/// What is wrong with a recording, by what stands before its first message, or its first MiB.
 struct RecordingFault {
     bool fatal = false;
     std::string wrong;
 };
 std::optional<RecordingFault> faultOfRecording(const fs::path& path) {
-    std::vector<std::uint8_t> first(kFirstPart);
     std::ifstream file(path, std::ios::binary);
-    file.read(reinterpret_cast<char*>(first.data()), static_cast<std::streamsize>(first.size()));
-    first.resize(static_cast<std::size_t>(file.gcount()));
-    if (first.empty())
-        return RecordingFault{false, "is empty"};
     ctl::dump::FrameScanner scanner(ctl::dump::FrameScanner::Replies::kIgnore);
-    scanner.feed(first);
-    scanner.end();
-    while (const auto found = scanner.next())
-        if (found->kind == ctl::dump::Found::kMessage && found->good)
-            return std::nullopt;
-    const std::string like = looksLike(first);
+    std::vector<std::uint8_t> piece(kPiece);
+    std::string like;
+    for (std::size_t i = 0; i < kMostPieces && file; ++i) {
+        file.read(reinterpret_cast<char*>(piece.data()), std::streamsize{kPiece});
+        piece.resize(static_cast<std::size_t>(file.gcount()));
+        if (i == 0 && piece.empty())
+            return RecordingFault{false, "is empty"};
+        if (i == 0)
+            like = looksLike(piece);
+        scanner.feed(piece);
+        if (!file)
+            scanner.end();
+        while (const auto found = scanner.next())
+            if (found->kind == ctl::dump::Found::kMessage && found->good)
+                return std::nullopt;
+    }
     return RecordingFault{true, std::string("holds no RTCM 3 message") +
-                                    (first.size() == kFirstPart ? " in its first MiB" : "") +
+                                    (file ? " in its first MiB" : "") +
                                     (like.empty() ? "" : ": it looks like " + like)};
 }
 
@@ -246,11 +252,11 @@ private:
     void device(const Address& a, std::size_t number, const char* key) {
         if (a.scheme != Scheme::serial)
             return;
-        if (access(a.path.c_str(), F_OK) != 0)
+        struct stat status {};
+        if (stat(a.path.c_str(), &status) != 0)
             remarks_.warn(number, key, a.path + " is not there",
                           "connect it; `ls /dev/serial/by-id` shows what is connected");
-        else if (struct stat status{};
-                 stat(a.path.c_str(), &status) == 0 && !S_ISCHR(status.st_mode))
+        else if (!S_ISCHR(status.st_mode))
             remarks_.error(number, key, a.path + " is no serial port",
                            "`ls /dev/serial/by-id` shows those that are connected");
         else if (access(a.path.c_str(), R_OK | W_OK) != 0)

@@ -97,16 +97,13 @@ void examineLoops(const Settings& settings, SettingsRemarks& remarks) {
         const bool other = std::any_of(loop.begin(), loop.end(), [&](std::size_t station) {
             return hasOther(settings, station);
         });
+        const std::string wrong = "the station gets its own stream through our caster: " + way;
+        constexpr const char* advice = "write the address of its receiver, or of another caster";
         if (other)
-            remarks.warn(kFirstStation + i, "source",
-                         "where no other source delivers, the station gets its own stream through "
-                         "our caster: " +
-                             way,
-                         "write the address of its receiver, or of another caster");
+            remarks.warn(kFirstStation + i, "source", "where no other source delivers, " + wrong,
+                         advice);
         else
-            remarks.error(kFirstStation + i, "source",
-                          "the station gets its own stream through our caster: " + way,
-                          "write the address of its receiver, or of another caster");
+            remarks.error(kFirstStation + i, "source", wrong, advice);
     }
 }
 

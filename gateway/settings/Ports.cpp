@@ -1,7 +1,8 @@
 #include "gateway/settings/Ports.h"
 
+#include "gateway/net/Channel.h"
+
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
 
 #include <algorithm>
 #include <utility>
@@ -16,9 +17,9 @@ using boost::system::error_code;
 /// Why nobody can listen there. It does not listen itself, so no peer can come by mistake.
 error_code whyNot(const HostPort& at) {
     error_code why;
-    const asio::ip::tcp::endpoint endpoint(asio::ip::make_address(at.host), at.port);
+    const tcp::endpoint endpoint = endpointOf(at);
     asio::io_context context;
-    asio::ip::tcp::acceptor acceptor(context);
+    tcp::acceptor acceptor(context);
     acceptor.open(endpoint.protocol(), why);
     if (!why)
         acceptor.set_option(asio::socket_base::reuse_address(true), why);

@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -57,12 +56,6 @@ bool unquoted(std::string_view line) {
     const std::size_t begin = line.find_first_not_of("= \t", equals);
     const char c = begin < line.size() ? line[begin] : '0';
     return (c >= 'a' && c <= 'z') || isUpperLetter(c) || c == '/' || c == '$';
-}
-
-bool isPort(std::string_view text) {
-    std::uint16_t port = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    return error == std::errc{} && end == text.data() + text.size() && port > 0;
 }
 
 /// What stands behind the '=' of a line, where its key is known and holds no password.
@@ -299,7 +292,7 @@ private:
         for (auto& [url, at] : section.texts("webhook")) {
             const auto parsed = boost::urls::parse_uri(url);
             if (parsed && !parsed->host().empty() &&
-                (!parsed->has_port() || isPort(parsed->port())) &&
+                (!parsed->has_port() || portOf(parsed->port())) &&
                 (url.starts_with("http://") || url.starts_with("https://")))
                 out_.alarms.webhooks.push_back(std::move(url));
             else

@@ -46,7 +46,7 @@ tcp::acceptor listenAt(const EnginePlan& plan, const asio::any_io_executor& exec
     if (!plan.external)
         return {executor, {asio::ip::address_v4::loopback(), 0}};
     try {
-        return {executor, {asio::ip::make_address(plan.external->host), plan.external->port}};
+        return {executor, endpointOf(*plan.external)};
     } catch (const boost::system::system_error& e) {
         throw std::runtime_error("cannot listen at " + shown(*plan.external) + ": " +
                                  e.code().message());

@@ -41,15 +41,14 @@ const KeptMessages::Kept* KeptMessages::lastOf(std::span<const std::uint8_t> eph
 
 std::optional<Instant>
 KeptMessages::lastOfSatellite(std::span<const std::uint8_t> ephemeris) const {
-    std::optional<Instant> last;
+    const auto lastOfKind = [&](int type) {
+        const auto found = ephemerides_.find({type, satelliteOf(ephemeris)});
+        return found == ephemerides_.end() ? std::nullopt : std::optional(found->second.at);
+    };
     const int type = messageType(ephemeris);
-    const bool galileo = type == 1045 || type == 1046; // F/NAV, I/NAV
-    for (const int kind : {galileo ? 1045 : type, galileo ? 1046 : type}) {
-        const auto found = ephemerides_.find({kind, satelliteOf(ephemeris)});
-        if (found != ephemerides_.end() && (!last || found->second.at > *last))
-            last = found->second.at;
-    }
-    return last;
+    if (type == 1045 || type == 1046) // Galileo's F/NAV and I/NAV
+        return std::max(lastOfKind(1045), lastOfKind(1046));
+    return lastOfKind(type);
 }
 
 void KeptMessages::clear() {

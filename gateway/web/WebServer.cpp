@@ -339,8 +339,10 @@ awaitable<void> WebServer::tellLive(Conversation& with, const WebRequest& reques
     std::string text = headText(head) + "retry: 2000\n\n";
     if (hearer.station.empty()) {
         // What others are told next is told to this one as well.
-        if (std::ranges::none_of(hearers_, [](const Hearer* h) { return h->station.empty(); }))
-            told_ = view_.summaries(), toldAlarms_ = view_.alarms();
+        if (std::ranges::none_of(hearers_, [](const Hearer* h) { return h->station.empty(); })) {
+            told_ = view_.summaries();
+            toldAlarms_ = view_.alarms();
+        }
         text += eventText("fleet", fleetJson(view_, told_, {}));
     } else {
         text += eventText("station", *view_.station(hearer.station));
